@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Installs the Debian packages dossync needs to build and test, only those that are missing.
+# Non-interactive; needs root (or sudo) the first time on a fresh machine.
+set -euo pipefail
+
+BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libsqlite3-dev libgtest-dev libcli11-dev
+  nlohmann-json3-dev)
+TEST_PACKAGES=(sqlite3 python3 python3-vobject khard)
+
+want=("${BUILD_PACKAGES[@]}")
+[[ "${1:-}" == "--test" ]] && want+=("${TEST_PACKAGES[@]}")
+
+missing=()
+for p in "${want[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[[ ${#missing[@]} -eq 0 ]] && exit 0
+
+echo "dossync: installing ${missing[*]}" >&2
+SUDO=""
+[[ $(id -u) -ne 0 ]] && SUDO="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update -qq
+$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,116 @@
+#include "app/cli.h"
+
+#include <CLI/CLI.hpp>
+
+#include <filesystem>
+#include <ostream>
+
+#include "app/console_services.h"
+#include "app/demo_data.h"
+#include "backends/sqlite/host_database.h"
+#include "backends/sqlite/sqlite_data_access.h"
+#include "core/apartment.h"
+#include "core/synchronization.h"
+
+namespace dossync::app {
+namespace {
+
+constexpr int kExitOk = 0;
+constexpr int kExitFailure = 1;
+constexpr int kExitInitFailed = 2;
+constexpr int kExitUsage = 64;
+
+int initHost(const std::string& path, std::ostream& out, std::ostream& err) {
+  try {
+    sqlite::createHostDatabase(path);
+  } catch (const RuntimeError& e) {
+    err << "dossync: " << e.description() << "\n";
+    return kExitFailure;
+  }
+  out << "Created host database " << path << "\n";
+  return kExitOk;
+}
+
+int demoData(const std::string& path, const DemoOptions& options, std::ostream& out,
+             std::ostream& err) {
+  try {
+    if (!std::filesystem::exists(path)) sqlite::createHostDatabase(path);
+    DemoSummary s = fillDemoPractice(path, options);
+    out << "Filled " << path << ": " << s.companies << " companies, " << s.contacts
+        << " contacts, " << s.categories << " categories, " << s.clients << " client records, "
+        << s.scheduleRows << " schedule rows\n";
+  } catch (const RuntimeError& e) {
+    err << "dossync: " << e.description() << "\n";
+    return kExitFailure;
+  }
+  return kExitOk;
+}
+
+int check(const std::string& hostDb, const std::string& syncDb, std::ostream& out,
+          std::ostream& err) {
+  auto errors = std::make_shared<ConsoleErrorService>(err);
+  auto messages = std::make_shared<ConsoleMessageBox>(err);
+  auto component = std::make_unique<clsOutlookSynchronization>();
+  component->setErrorClass(errors);
+  component->setMsgboxClass(messages);
+  component->setMainDatabaseLocation(hostDb);
+  component->setSyncDatabaseLocation(syncDb);
+  bool failed = component->FailedToInitializeFlag();
+  auto describe = [](const hostdb::DataAccessPtr& db, const std::string& path) {
+    if (db && db->isDatabaseOpen()) return "open (" + path + ")";
+    if (!std::filesystem::exists(path)) return "not open (" + path + ": no such file)";
+    return "not open (" + path + ")";
+  };
+  out << "FailedToInitializeFlag: " << (failed ? "True" : "False") << "\n";
+  out << "Host database: " << describe(apartment().hostDb, hostDb) << "\n";
+  out << "Sync database: " << describe(apartment().syncDb, syncDb) << "\n";
+  return failed ? kExitInitFailed : kExitOk;
+}
+
+}  // namespace
+
+int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
+  sqlite::registerSqliteClasses();
+
+  CLI::App app{"dossync: keeps a practice's client records and its Outlook contacts in step"};
+  app.require_subcommand(1);
+  app.set_help_all_flag("--help-all", "Show the help of every command");
+
+  std::string initPath;
+  auto* init = app.add_subcommand("init-host", "Create an empty host database from the schema");
+  init->add_option("PATH", initPath, "Where to create the database")->required();
+
+  std::string demoPath;
+  DemoOptions demo;
+  auto* demoCmd = app.add_subcommand("demo-data", "Fill a host database with a synthetic practice");
+  demoCmd->add_option("PATH", demoPath, "The host database (created when missing)")->required();
+  demoCmd->add_option("--companies", demo.companies, "How many companies")->check(CLI::Range(0, 1000000));
+  demoCmd->add_option("--seed", demo.seed, "Seed: the same seed gives the same practice");
+
+  std::string hostDb, syncDb;
+  auto* checkCmd = app.add_subcommand(
+      "check", "Open both databases as the component does and report the outcome");
+  checkCmd->add_option("--host-db", hostDb, "The host database")->required();
+  checkCmd->add_option("--sync-db", syncDb, "The synchronisation database (created when needed)")
+      ->required();
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    out << app.help();
+    return kExitOk;
+  } catch (const CLI::CallForAllHelp& e) {
+    out << app.help("", CLI::AppFormatMode::All);
+    return kExitOk;
+  } catch (const CLI::ParseError& e) {
+    err << "dossync: " << e.what() << "\n" << "Run 'dossync --help' for the commands.\n";
+    return kExitUsage;
+  }
+
+  if (*init) return initHost(initPath, out, err);
+  if (*demoCmd) return demoData(demoPath, demo, out, err);
+  if (*checkCmd) return check(hostDb, syncDb, out, err);
+  return kExitUsage;
+}
+
+}  // namespace dossync::app

@@ -1,0 +1,417 @@
+#include "backends/sqlite/recordset.h"
+
+#include <algorithm>
+#include <cctype>
+#include <limits>
+
+#include "core/value.h"
+
+namespace dossync::sqlite {
+namespace {
+
+bool isWordChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
+
+// Position of a keyword (upper case, surrounded by blanks) outside quotes, or npos.
+size_t findKeyword(const std::string& s, const std::string& keyword, size_t from = 0) {
+  char quote = 0;
+  for (size_t i = from; i < s.size(); ++i) {
+    char c = s[i];
+    if (quote) {
+      if (c == quote) quote = 0;
+      continue;
+    }
+    if (c == '\'' || c == '"') {
+      quote = c;
+      continue;
+    }
+    if ((i == 0 || !isWordChar(s[i - 1])) && i + keyword.size() <= s.size() &&
+        value::equalsIgnoreCase(std::string_view(s).substr(i, keyword.size()), keyword) &&
+        (i + keyword.size() == s.size() || !isWordChar(s[i + keyword.size()])))
+      return i;
+  }
+  return std::string::npos;
+}
+
+std::string identifier(std::string text) {
+  text = value::trim(text);
+  if (text.size() >= 2 && ((text.front() == '[' && text.back() == ']') ||
+                           (text.front() == '"' && text.back() == '"')))
+    text = text.substr(1, text.size() - 2);
+  return text;
+}
+
+bool isIdentifier(const std::string& text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), isWordChar);
+}
+
+}  // namespace
+
+std::optional<TableQuery> parseTableQuery(const std::string& statement) {
+  std::string sql = value::trim(statement);
+  while (!sql.empty() && (sql.back() == ';' || sql.back() == ' ')) sql.pop_back();
+  if (findKeyword(sql, "SELECT") != 0) return std::nullopt;
+  size_t from = findKeyword(sql, "FROM");
+  if (from == std::string::npos) return std::nullopt;
+  std::string list = sql.substr(6, from - 6);
+  std::string rest = sql.substr(from + 4);
+  size_t where = findKeyword(rest, "WHERE");
+  size_t order = findKeyword(rest, "ORDER BY");
+  size_t tableEnd = std::min(where, order);
+  TableQuery q;
+  q.table = identifier(rest.substr(0, tableEnd == std::string::npos ? rest.size() : tableEnd));
+  if (!isIdentifier(q.table)) return std::nullopt;  // joins, lists of tables, sub-queries
+  if (where != std::string::npos) {
+    size_t end = order != std::string::npos && order > where ? order : rest.size();
+    q.where = value::trim(rest.substr(where + 5, end - where - 5));
+  }
+  if (order != std::string::npos) q.orderBy = value::trim(rest.substr(order + 8));
+  // Every item of the select list must be T.* or T.column (the first one T.*).
+  size_t start = 0;
+  bool first = true;
+  while (start <= list.size()) {
+    size_t comma = list.find(',', start);
+    std::string item = value::trim(list.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
+    size_t dot = item.find('.');
+    if (dot == std::string::npos) {
+      if (!(first && item == "*")) return std::nullopt;
+    } else {
+      if (!value::equalsIgnoreCase(identifier(item.substr(0, dot)), q.table)) return std::nullopt;
+      std::string col = identifier(item.substr(dot + 1));
+      if (first ? col != "*" : !isIdentifier(col)) return std::nullopt;
+    }
+    first = false;
+    if (comma == std::string::npos) break;
+    start = comma + 1;
+  }
+  return q;
+}
+
+// ---- TableRecordset
+
+TableRecordset::TableRecordset(Database& db, std::shared_ptr<const TableInfo> table,
+                               const TableQuery& q, bool readOnly)
+    : db_(db), tableInfo_(std::move(table)), table_(*tableInfo_), readOnly_(readOnly) {
+  std::string t = quoteIdentifier(table_.name);
+  wherePrefix_ = q.where.empty() ? "" : "(" + q.where + ") AND ";
+  nextSql_ = "SELECT rowid FROM " + t + " WHERE " + wherePrefix_ + "rowid > ?1 ORDER BY rowid LIMIT 1;";
+  rowSql_ = "SELECT * FROM " + t + " WHERE rowid = ?1;";
+  if (!q.orderBy.empty()) {
+    ordered_ = true;
+    Statement st(db.handle(),
+                 "SELECT rowid FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
+                     " ORDER BY " + q.orderBy + ", rowid;",
+                 db.path());
+    while (st.step()) order_.push_back(st.columnInt(0));
+    index_ = 0;
+    moveTo(order_.empty() ? std::nullopt : std::optional<int64_t>(order_[0]));
+  } else {
+    moveAfter(std::numeric_limits<int64_t>::min());
+  }
+}
+
+void TableRecordset::moveTo(std::optional<int64_t> rowid) {
+  cacheValid_ = false;
+  if (rowid) {
+    state_ = State::Row;
+    rowid_ = *rowid;
+  } else {
+    state_ = State::End;
+  }
+}
+
+void TableRecordset::moveAfter(int64_t rowid) {
+  StatementUse st(db_.cached(nextSql_));
+  st->bind(1, rowid);
+  moveTo(st->step() ? std::optional<int64_t>(st->columnInt(0)) : std::nullopt);
+}
+
+void TableRecordset::moveNext() {
+  if (state_ == State::Pending) {  // a pending new row is dropped, as a move cancels it
+    state_ = stateBeforeAdd_;
+    rowid_ = rowidBeforeAdd_;
+    pending_.clear();
+  }
+  if (state_ == State::End)
+    throw RuntimeError(kNoCurrentRecord, "Either BOF or EOF is True: no row after the last one of " +
+                                             table_.name);
+  if (ordered_) {
+    ++index_;
+    moveTo(index_ < order_.size() ? std::optional<int64_t>(order_[index_]) : std::nullopt);
+  } else {
+    moveAfter(rowid_);
+  }
+}
+
+const ColumnInfo& TableRecordset::column(const std::string& field) const {
+  int i = table_.find(field);
+  if (i < 0)
+    throw RuntimeError(kItemNotFound, "Item cannot be found in the collection: table " +
+                                          table_.name + " has no field '" + field + "'");
+  return table_.columns[static_cast<size_t>(i)];
+}
+
+void TableRecordset::requireWritable() const {
+  if (readOnly_)
+    throw RuntimeError(kNotUpdatable, "Current Recordset does not support updating: " +
+                                          table_.name + " was opened read-only");
+}
+
+void TableRecordset::requireRow() const {
+  if (state_ != State::Row)
+    throw RuntimeError(kNoCurrentRecord,
+                       "Either BOF or EOF is True, or the current record of " + table_.name +
+                           " has been deleted");
+}
+
+void TableRecordset::loadRow() {
+  if (cacheValid_) return;
+  StatementUse st(db_.cached(rowSql_));
+  st->bind(1, rowid_);
+  if (!st->step())
+    throw RuntimeError(kNoCurrentRecord,
+                       "The current record of " + table_.name + " has been deleted");
+  cache_.clear();
+  for (size_t i = 0; i < table_.columns.size(); ++i) cache_.push_back(st->column(static_cast<int>(i)));
+  cacheValid_ = true;
+}
+
+std::string TableRecordset::read(const std::string& field) {
+  const ColumnInfo& c = column(field);
+  size_t i = static_cast<size_t>(&c - table_.columns.data());
+  if (state_ == State::Pending) {
+    if (c.autoKey) return std::to_string(reservedKey_);
+    return fromStored(c, pending_[i].value_or(Stored{}));
+  }
+  requireRow();
+  loadRow();
+  return fromStored(c, cache_[i]);
+}
+
+void TableRecordset::write(const std::string& field, const std::string& value) {
+  if (state_ == State::Pending) return setNew(field, value);
+  requireWritable();
+  const ColumnInfo& c = column(field);
+  requireRow();
+  if (c.autoKey)
+    throw RuntimeError(kFieldNotUpdatable, "Field cannot be updated: " + table_.name + "." + c.name +
+                                               " is the auto-number key");
+  Stored v = toStored(table_.name, c, value);
+  StatementUse st(db_.cached("UPDATE " + quoteIdentifier(table_.name) + " SET " +
+                             quoteIdentifier(c.name) + " = ?1 WHERE rowid = ?2;"));
+  st->bind(1, v);
+  st->bind(2, rowid_);
+  st->step();
+  cacheValid_ = false;
+}
+
+void TableRecordset::addNew() {
+  requireWritable();
+  if (state_ != State::Pending) {
+    stateBeforeAdd_ = state_;
+    rowidBeforeAdd_ = rowid_;
+  }
+  state_ = State::Pending;
+  pending_.assign(table_.columns.size(), std::nullopt);
+  bool numbered = table_.keyColumn >= 0 && table_.columns[static_cast<size_t>(table_.keyColumn)].autoKey;
+  reservedKey_ = numbered ? db_.reserveKey(table_) : 0;
+}
+
+void TableRecordset::setNew(const std::string& field, const std::string& value) {
+  if (state_ != State::Pending) return write(field, value);
+  const ColumnInfo& c = column(field);
+  if (c.autoKey)
+    throw RuntimeError(kFieldNotUpdatable, "Field cannot be updated: " + table_.name + "." + c.name +
+                                               " is the auto-number key");
+  pending_[static_cast<size_t>(&c - table_.columns.data())] = toStored(table_.name, c, value);
+}
+
+void TableRecordset::saveNew() {
+  if (state_ != State::Pending)
+    throw RuntimeError(kNoCurrentRecord, "No new row of " + table_.name + " to save");
+  std::string cols, params;
+  std::vector<Stored> values;
+  for (size_t i = 0; i < table_.columns.size(); ++i) {
+    const ColumnInfo& c = table_.columns[i];
+    std::optional<Stored> v = pending_[i];
+    if (c.autoKey) v = Stored{Stored::Int, reservedKey_, 0, {}};
+    if (!v && c.kind == ColumnKind::Boolean) v = Stored{Stored::Int, 0, 0, {}};
+    if (!v) continue;
+    if (!cols.empty()) cols += ", ", params += ", ";
+    cols += quoteIdentifier(c.name);
+    params += "?" + std::to_string(values.size() + 1);
+    values.push_back(*v);
+  }
+  std::string sql = "INSERT INTO " + quoteIdentifier(table_.name) +
+                    (cols.empty() ? " DEFAULT VALUES;" : " (" + cols + ") VALUES (" + params + ");");
+  {
+    StatementUse st(db_.cached(sql));
+    for (size_t i = 0; i < values.size(); ++i) st->bind(static_cast<int>(i + 1), values[i]);
+    st->step();
+  }
+  int64_t rowid = reservedKey_ != 0 ? reservedKey_ : sqlite3_last_insert_rowid(db_.handle());
+  pending_.clear();
+  if (ordered_) {
+    order_.push_back(rowid);
+    index_ = order_.size() - 1;
+    if (!position_.empty()) position_[rowid] = index_;
+  }
+  moveTo(rowid);
+}
+
+std::optional<int64_t> TableRecordset::findFrom(bool next) {
+  StatementUse st(db_.cached(findSql_));
+  st->bind(1, findValue_);
+  if (!ordered_) {
+    st->bind(2, next ? rowid_ : std::numeric_limits<int64_t>::min());
+    if (st->step()) return st->columnInt(0);
+    return std::nullopt;
+  }
+  if (position_.empty()) {
+    for (size_t i = 0; i < order_.size(); ++i) position_.emplace(order_[i], i);
+  }
+  std::optional<size_t> best;
+  size_t floor = next ? index_ + 1 : 0;
+  while (st->step()) {
+    auto it = position_.find(st->columnInt(0));
+    if (it != position_.end() && it->second >= floor && (!best || it->second < *best)) best = it->second;
+  }
+  if (!best) return std::nullopt;
+  index_ = *best;
+  return order_[*best];
+}
+
+bool TableRecordset::findFirst(const std::string& field, const std::string& value) {
+  if (state_ == State::Pending) {
+    state_ = stateBeforeAdd_;
+    pending_.clear();
+  }
+  int i = table_.find(field);
+  if (i < 0) {  // a field the table does not have matches no row
+    findColumn_ = -1;
+    moveTo(std::nullopt);
+    return false;
+  }
+  const ColumnInfo& c = table_.columns[static_cast<size_t>(i)];
+  db_.ensureIndex(table_, c);
+  findColumn_ = i;
+  std::string q = quoteIdentifier(c.name);
+  std::string match;
+  findValue_ = Stored{Stored::Text, 0, 0, value};
+  switch (c.kind) {
+    case ColumnKind::Boolean:
+      if (auto b = value::parseBoolean(value)) findValue_ = Stored{Stored::Int, *b ? 1 : 0, 0, {}};
+      match = q + " = ?1";
+      break;
+    case ColumnKind::DateTime:
+      if (auto d = value::parseDate(value)) findValue_.s = value::toText(*d);
+      match = q + " = ?1";
+      break;
+    case ColumnKind::Text:
+    case ColumnKind::Memo:
+      match = q + " = ?1 AND " + q + " = ?1 COLLATE BINARY";
+      break;
+    default:
+      match = q + " = ?1 AND CAST(" + q + " AS TEXT) = ?1 COLLATE BINARY";
+  }
+  std::string t = quoteIdentifier(table_.name);
+  if (ordered_) {
+    findSql_ = "SELECT rowid FROM " + t + " WHERE " + wherePrefix_ + match + ";";
+  } else {
+    findSql_ = "SELECT rowid FROM " + t + " WHERE " + wherePrefix_ + match +
+               " AND rowid > ?2 ORDER BY rowid LIMIT 1;";
+  }
+  moveTo(findFrom(false));
+  return state_ == State::Row;
+}
+
+void TableRecordset::findNext() {
+  if (findColumn_ < 0 || state_ == State::End) {
+    moveTo(std::nullopt);
+    return;
+  }
+  moveTo(findFrom(true));
+}
+
+void TableRecordset::deleteCurrent() {
+  requireWritable();
+  requireRow();
+  StatementUse st(db_.cached("DELETE FROM " + quoteIdentifier(table_.name) + " WHERE rowid = ?1;"));
+  st->bind(1, rowid_);
+  st->step();
+  state_ = State::Deleted;
+  cacheValid_ = false;
+}
+
+// ---- ResultRecordset
+
+ResultRecordset::ResultRecordset(Database& db, const std::string& sql) : sql_(sql) {
+  Statement st(db.handle(), sql, db.path());
+  int n = st.columnCount();
+  for (int i = 0; i < n; ++i) columns_.push_back(describeColumn(st.columnName(i), st.columnDeclType(i)));
+  while (st.step()) {
+    std::vector<Stored> row;
+    row.reserve(static_cast<size_t>(n));
+    for (int i = 0; i < n; ++i) row.push_back(st.column(i));
+    rows_.push_back(std::move(row));
+  }
+}
+
+void ResultRecordset::readOnly() const {
+  throw RuntimeError(kNotUpdatable, "Current Recordset does not support updating: \"" + sql_ +
+                                        "\" is read-only");
+}
+
+int ResultRecordset::column(const std::string& field) const {
+  for (size_t i = 0; i < columns_.size(); ++i) {
+    if (value::equalsIgnoreCase(columns_[i].name, field)) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+void ResultRecordset::moveNext() {
+  if (isEOF())
+    throw RuntimeError(kNoCurrentRecord, "Either BOF or EOF is True: no row after the last one");
+  ++index_;
+}
+
+std::string ResultRecordset::read(const std::string& field) {
+  int c = column(field);
+  if (c < 0)
+    throw RuntimeError(kItemNotFound, "Item cannot be found in the collection: no field '" + field +
+                                          "' in \"" + sql_ + "\"");
+  if (isEOF()) throw RuntimeError(kNoCurrentRecord, "Either BOF or EOF is True");
+  return fromStored(columns_[static_cast<size_t>(c)], rows_[index_][static_cast<size_t>(c)]);
+}
+
+std::optional<size_t> ResultRecordset::findFrom(size_t start) {
+  auto& byValue = hash_[findColumn_];
+  if (byValue.empty()) {
+    for (size_t r = 0; r < rows_.size(); ++r)
+      byValue[fromStored(columns_[static_cast<size_t>(findColumn_)], rows_[r][static_cast<size_t>(findColumn_)])]
+          .push_back(r);
+  }
+  auto it = byValue.find(findValue_);
+  if (it == byValue.end()) return std::nullopt;
+  auto pos = std::lower_bound(it->second.begin(), it->second.end(), start);
+  if (pos == it->second.end()) return std::nullopt;
+  return *pos;
+}
+
+bool ResultRecordset::findFirst(const std::string& field, const std::string& value) {
+  findColumn_ = column(field);
+  findValue_ = value;
+  auto found = findColumn_ < 0 ? std::nullopt : findFrom(0);
+  index_ = found ? *found : rows_.size();
+  return found.has_value();
+}
+
+void ResultRecordset::findNext() {
+  if (findColumn_ < 0 || isEOF()) {
+    index_ = rows_.size();
+    return;
+  }
+  auto found = findFrom(index_ + 1);
+  index_ = found ? *found : rows_.size();
+}
+
+}  // namespace dossync::sqlite

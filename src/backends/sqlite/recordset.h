@@ -1,0 +1,120 @@
+// Recordsets of the SQLite data access object: a cursor on one table (TableRecordset) and a
+// result read whole into memory (ResultRecordset). See sqlite_data_access.h for the costs.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "backends/sqlite/sqlite_db.h"
+
+namespace dossync::sqlite {
+
+// The parts of a single-table statement "SELECT T.*[, T.col] FROM T [WHERE c] [ORDER BY o]".
+struct TableQuery {
+  std::string table;
+  std::string where;
+  std::string orderBy;
+};
+// Answers the parts when the statement has that form.
+std::optional<TableQuery> parseTableQuery(const std::string& sql);
+
+class Recordset {
+ public:
+  virtual ~Recordset() = default;
+  virtual bool isEOF() const = 0;
+  virtual bool hasCurrentRow() const = 0;
+  virtual void moveNext() = 0;
+  virtual std::string read(const std::string& field) = 0;
+  virtual void write(const std::string& field, const std::string& value) = 0;
+  virtual void addNew() = 0;
+  virtual void setNew(const std::string& field, const std::string& value) = 0;
+  virtual void saveNew() = 0;
+  virtual bool findFirst(const std::string& field, const std::string& value) = 0;
+  virtual void findNext() = 0;
+  virtual void deleteCurrent() = 0;
+};
+
+class TableRecordset : public Recordset {
+ public:
+  TableRecordset(Database& db, std::shared_ptr<const TableInfo> table, const TableQuery& query,
+                 bool readOnly);
+  bool isEOF() const override { return state_ == State::End; }
+  bool hasCurrentRow() const override { return state_ == State::Row || state_ == State::Pending; }
+  void moveNext() override;
+  std::string read(const std::string& field) override;
+  void write(const std::string& field, const std::string& value) override;
+  void addNew() override;
+  void setNew(const std::string& field, const std::string& value) override;
+  void saveNew() override;
+  bool findFirst(const std::string& field, const std::string& value) override;
+  void findNext() override;
+  void deleteCurrent() override;
+
+ private:
+  enum class State { Row, End, Deleted, Pending };
+  const ColumnInfo& column(const std::string& field) const;
+  void requireWritable() const;
+  void requireRow() const;
+  void moveTo(std::optional<int64_t> rowid);
+  void moveAfter(int64_t rowid);
+  void loadRow();
+  std::optional<int64_t> findFrom(bool next);
+
+  Database& db_;
+  std::shared_ptr<const TableInfo> tableInfo_;
+  const TableInfo& table_;
+  bool readOnly_;
+  std::string nextSql_, rowSql_, wherePrefix_;
+  bool ordered_ = false;
+  std::vector<int64_t> order_;
+  size_t index_ = 0;
+  std::unordered_map<int64_t, size_t> position_;
+
+  State state_ = State::End;
+  int64_t rowid_ = 0;
+  bool cacheValid_ = false;
+  std::vector<Stored> cache_;
+
+  State stateBeforeAdd_ = State::End;
+  int64_t rowidBeforeAdd_ = 0;
+  std::vector<std::optional<Stored>> pending_;
+  int64_t reservedKey_ = 0;
+
+  int findColumn_ = -1;
+  Stored findValue_;
+  std::string findSql_;
+};
+
+class ResultRecordset : public Recordset {
+ public:
+  ResultRecordset(Database& db, const std::string& sql);
+  bool isEOF() const override { return index_ >= rows_.size(); }
+  bool hasCurrentRow() const override { return index_ < rows_.size(); }
+  void moveNext() override;
+  std::string read(const std::string& field) override;
+  void write(const std::string& field, const std::string& value) override { readOnly(); }
+  void addNew() override { readOnly(); }
+  void setNew(const std::string& field, const std::string& value) override { readOnly(); }
+  void saveNew() override { readOnly(); }
+  bool findFirst(const std::string& field, const std::string& value) override;
+  void findNext() override;
+  void deleteCurrent() override { readOnly(); }
+
+ private:
+  [[noreturn]] void readOnly() const;
+  int column(const std::string& field) const;
+  std::optional<size_t> findFrom(size_t start);
+
+  std::string sql_;
+  std::vector<ColumnInfo> columns_;
+  std::vector<std::vector<Stored>> rows_;
+  size_t index_ = 0;
+  std::unordered_map<int, std::unordered_map<std::string, std::vector<size_t>>> hash_;
+  int findColumn_ = -1;
+  std::string findValue_;
+};
+
+}  // namespace dossync::sqlite

@@ -1,0 +1,112 @@
+// The data access object on SQLite (hostdb/data_access.h) and the ADO-shaped connection and
+// catalog of the synchronisation database (store/catalog.h).
+//
+// How recordsets stay cheap:
+//   A statement of the form "SELECT T.*[, T.col ...] FROM T [WHERE ...] [ORDER BY ...];" opens
+//   a cursor on table T that holds only its position (a rowid), never a copy of the table. The
+//   current row is read by rowid when a field is asked for; walking asks for the next rowid.
+//   With ORDER BY, the ordered list of rowids is read once at open (the trees walk them all).
+//   findFirst/findNext run one query "field = value" restricted to the rows after the current
+//   one, and the first find on a column without an index creates one (dossync_ix_<table>_
+//   <column>), so a find is an index look-up, never a scan. Finds compare exact text.
+//   Any other statement (joins) is read whole into memory at open and is read-only; its finds
+//   use a hash index built at the first find on a field.
+// Writes: lock kinds 2-4 write each field at once (its own transaction); a pending new row is
+// held in memory and inserted by saveNew with the auto-number key reserved at addNew.
+// Text longer than a VARCHAR(n) column's n characters is refused (RuntimeError 3163, naming
+// table, column and size), as Jet does. Booleans read "True"/"False"; dates read in the
+// default text form.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "backends/sqlite/sqlite_db.h"
+#include "hostdb/data_access.h"
+#include "store/catalog.h"
+
+namespace dossync::sqlite {
+
+class Recordset;
+
+class SqliteDataAccess : public hostdb::IDataAccess {
+ public:
+  SqliteDataAccess();
+  ~SqliteDataAccess() override;
+
+  void setErrorService(std::shared_ptr<IErrorService> service) override;
+  void setAppName(const std::string& name) override { appName_ = name; }
+  void setConnectionKind(int32_t kind) override { connectionKind_ = kind; }
+  void setDatabaseLocation(const std::string& path) override { location_ = path; }
+  void setCursorLocation(int32_t location) override { cursorLocation_ = location; }
+  void setAccessMode(int32_t mode) override { accessMode_ = mode; }
+  bool openDatabase(int32_t mode) override;
+  void closeDatabase() override;
+  std::string lastError() const override { return lastError_; }
+
+  bool isEOF(int32_t handle) override;
+  bool isDatabaseOpen() override { return db_ != nullptr; }
+  int32_t openRecordset(const std::string& sql, int32_t cursorKind, int32_t lockKind,
+                        bool option = true, const std::string& text = "") override;
+  void closeRecordset(int32_t handle) override;
+  bool hasCurrentRow(int32_t handle) override;
+  void moveNext(int32_t handle) override;
+  std::string readField(int32_t handle, const std::string& field) override;
+  void writeField(int32_t handle, const std::string& field, const std::string& value,
+                  bool option = false) override;
+  void addNew(int32_t handle) override;
+  void setNewField(int32_t handle, const std::string& field, const std::string& value) override;
+  void saveNew(int32_t handle) override;
+  bool findFirst(int32_t handle, const std::string& field, const std::string& value) override;
+  void findNext(int32_t handle) override;
+  void deleteCurrent(int32_t handle) override;
+
+  // Open recordsets (for tests and leak reports).
+  size_t openRecordsetCount() const { return recordsets_.size(); }
+  Database* database() { return db_.get(); }
+
+ private:
+  Recordset& recordset(int32_t handle);
+
+  std::shared_ptr<IErrorService> errorService_;
+  std::string appName_;
+  int32_t connectionKind_ = 0;
+  std::string location_;
+  int32_t cursorLocation_ = 0;
+  int32_t accessMode_ = 0;
+  std::string lastError_;
+  std::unique_ptr<Database> db_;
+  std::map<int32_t, std::unique_ptr<Recordset>> recordsets_;
+  int32_t nextHandle_ = 1;
+};
+
+class SqliteConnection : public store::IConnection {
+ public:
+  void setCursorLocation(int32_t location) override { cursorLocation_ = location; }
+  void open(const std::string& connectionString) override;
+  void close() override { db_.reset(); }
+  bool isOpen() const override { return db_ != nullptr; }
+  Database* database() const { return db_.get(); }
+
+ private:
+  int32_t cursorLocation_ = 0;
+  std::unique_ptr<Database> db_;
+};
+
+class SqliteCatalog : public store::ICatalog {
+ public:
+  void create(const std::string& connectionString) override;
+  void setActiveConnection(std::shared_ptr<store::IConnection> connection) override;
+  std::vector<std::string> tableNames() override;
+  void appendTable(const store::TableDef& table) override;
+
+ private:
+  Database& active();
+  std::shared_ptr<SqliteConnection> connection_;
+};
+
+// Registers the SQLite data access object, connection and catalog with the platform.
+void registerSqliteClasses();
+
+}  // namespace dossync::sqlite

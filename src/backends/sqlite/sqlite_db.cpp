@@ -1,0 +1,354 @@
+#include "backends/sqlite/sqlite_db.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include "core/value.h"
+
+namespace dossync::sqlite {
+
+std::string quoteIdentifier(const std::string& name) {
+  std::string out = "\"";
+  for (char c : name) {
+    if (c == '"') out += '"';
+    out += c;
+  }
+  return out + "\"";
+}
+
+ColumnInfo describeColumn(const std::string& name, const std::string& declaredType) {
+  ColumnInfo c;
+  c.name = name;
+  c.declaredType = declaredType;
+  std::string t = value::upper(declaredType);
+  auto has = [&](const char* w) { return t.find(w) != std::string::npos; };
+  size_t paren = t.find('(');
+  if (has("BOOL") || has("YESNO") || t == "BIT") {
+    c.kind = ColumnKind::Boolean;
+  } else if (has("DATE") || has("TIME")) {
+    c.kind = ColumnKind::DateTime;
+  } else if (has("CHAR") || (paren != std::string::npos && has("TEXT"))) {
+    c.kind = ColumnKind::Text;
+    if (paren != std::string::npos) c.size = std::atoi(t.c_str() + paren + 1);
+  } else if (has("TEXT") || has("MEMO") || has("CLOB")) {
+    c.kind = ColumnKind::Memo;
+  } else if (has("INT") || has("COUNTER") || has("LONG")) {
+    c.kind = ColumnKind::Integer;
+  } else if (has("REAL") || has("FLOA") || has("DOUB") || has("NUMERIC") || has("DECIMAL") ||
+             has("CURRENCY") || has("MONEY")) {
+    c.kind = ColumnKind::Real;
+  }
+  return c;
+}
+
+int TableInfo::find(const std::string& field) const {
+  auto it = byUpperName.find(value::upper(field));
+  return it == byUpperName.end() ? -1 : it->second;
+}
+
+Stored toStored(const std::string& table, const ColumnInfo& column, const std::string& text) {
+  Stored v;
+  auto mismatch = [&](const char* what) {
+    throw RuntimeError(kTypeMismatch, "Data type mismatch: " + table + "." + column.name +
+                                          " takes " + what + ", not '" + text + "'");
+  };
+  switch (column.kind) {
+    case ColumnKind::Text:
+      if (column.size > 0 && value::characterCount(text) > static_cast<size_t>(column.size)) {
+        throw RuntimeError(kFieldTooSmall,
+                           "The field is too small to accept the amount of data you attempted "
+                           "to add: " + table + "." + column.name + " holds at most " +
+                               std::to_string(column.size) + " characters, the value has " +
+                               std::to_string(value::characterCount(text)));
+      }
+      [[fallthrough]];
+    case ColumnKind::Memo:
+    case ColumnKind::Other:
+      v.type = Stored::Text;
+      v.s = text;
+      return v;
+    case ColumnKind::Integer:
+      if (value::isBlank(text)) return v;
+      if (!value::isNumeric(text) && !value::parseBoolean(text)) mismatch("a whole number");
+      v.type = Stored::Int;
+      v.i = value::toLong(text);
+      return v;
+    case ColumnKind::Real:
+      if (value::isBlank(text)) return v;
+      if (!value::isNumeric(text)) mismatch("a number");
+      v.type = Stored::Real;
+      v.r = std::strtod(value::trim(text).c_str(), nullptr);
+      return v;
+    case ColumnKind::Boolean: {
+      v.type = Stored::Int;
+      if (value::isBlank(text)) return v;
+      auto b = value::parseBoolean(text);
+      if (!b) mismatch("True or False");
+      v.i = *b ? 1 : 0;
+      return v;
+    }
+    case ColumnKind::DateTime: {
+      if (value::isBlank(text)) return v;
+      auto d = value::parseDate(text);
+      if (!d) mismatch("a date");
+      v.type = Stored::Text;
+      v.s = value::toText(*d);
+      return v;
+    }
+  }
+  return v;
+}
+
+namespace {
+std::string realText(double r) {
+  if (std::isfinite(r) && r == std::floor(r) && std::fabs(r) < 1e15)
+    return std::to_string(static_cast<int64_t>(r));
+  char buf[40];
+  std::snprintf(buf, sizeof buf, "%.15g", r);
+  return buf;
+}
+}  // namespace
+
+std::string fromStored(const ColumnInfo& column, const Stored& v) {
+  if (column.kind == ColumnKind::Boolean) {
+    switch (v.type) {
+      case Stored::Null: return "False";
+      case Stored::Int: return value::fromBoolean(v.i != 0);
+      case Stored::Real: return value::fromBoolean(v.r != 0);
+      case Stored::Text: {
+        auto b = value::parseBoolean(v.s);
+        return b ? value::fromBoolean(*b) : v.s;
+      }
+    }
+  }
+  switch (v.type) {
+    case Stored::Null: return "";
+    case Stored::Int: return std::to_string(v.i);
+    case Stored::Real: return realText(v.r);
+    case Stored::Text:
+      if (column.kind == ColumnKind::DateTime) {
+        if (auto d = value::parseDate(v.s)) return value::toText(*d);
+      }
+      return v.s;
+  }
+  return "";
+}
+
+// ---- Statement
+
+Statement::Statement(sqlite3* db, const std::string& sql, const std::string& dbPath)
+    : db_(db), sql_(sql), dbPath_(dbPath) {
+  if (sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &stmt_, nullptr) !=
+      SQLITE_OK) {
+    std::string msg = sqlite3_errmsg(db_);
+    sqlite3_finalize(stmt_);
+    stmt_ = nullptr;
+    throw RuntimeError(kStatementFailed,
+                       "Cannot run \"" + sql + "\" on '" + dbPath_ + "': " + msg);
+  }
+}
+
+Statement::~Statement() { sqlite3_finalize(stmt_); }
+
+void Statement::bind(int index, const Stored& v) {
+  switch (v.type) {
+    case Stored::Null: sqlite3_bind_null(stmt_, index); break;
+    case Stored::Int: sqlite3_bind_int64(stmt_, index, v.i); break;
+    case Stored::Real: sqlite3_bind_double(stmt_, index, v.r); break;
+    case Stored::Text:
+      sqlite3_bind_text(stmt_, index, v.s.data(), static_cast<int>(v.s.size()), SQLITE_TRANSIENT);
+      break;
+  }
+}
+
+void Statement::bind(int index, int64_t v) { sqlite3_bind_int64(stmt_, index, v); }
+
+void Statement::bind(int index, const std::string& v) {
+  sqlite3_bind_text(stmt_, index, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
+}
+
+bool Statement::step() {
+  int rc = sqlite3_step(stmt_);
+  if (rc == SQLITE_ROW) return true;
+  if (rc == SQLITE_DONE) return false;
+  std::string msg = sqlite3_errmsg(db_);
+  sqlite3_reset(stmt_);
+  int32_t code = (rc == SQLITE_BUSY || rc == SQLITE_LOCKED) ? kDatabaseLocked
+                 : rc == SQLITE_READONLY                    ? kNotUpdatable
+                 : rc == SQLITE_NOTADB                      ? kNotADatabase
+                 : rc == SQLITE_IOERR                       ? kDiskIO
+                                                            : kStatementFailed;
+  throw RuntimeError(code, "\"" + sql_ + "\" failed on '" + dbPath_ + "': " + msg);
+}
+
+void Statement::reset() {
+  sqlite3_reset(stmt_);
+  sqlite3_clear_bindings(stmt_);
+}
+
+int Statement::columnCount() const { return sqlite3_column_count(stmt_); }
+
+Stored Statement::column(int i) const {
+  Stored v;
+  switch (sqlite3_column_type(stmt_, i)) {
+    case SQLITE_NULL: break;
+    case SQLITE_INTEGER:
+      v.type = Stored::Int;
+      v.i = sqlite3_column_int64(stmt_, i);
+      break;
+    case SQLITE_FLOAT:
+      v.type = Stored::Real;
+      v.r = sqlite3_column_double(stmt_, i);
+      break;
+    default: {
+      v.type = Stored::Text;
+      const unsigned char* t = sqlite3_column_text(stmt_, i);
+      int n = sqlite3_column_bytes(stmt_, i);
+      if (t) v.s.assign(reinterpret_cast<const char*>(t), static_cast<size_t>(n));
+    }
+  }
+  return v;
+}
+
+int64_t Statement::columnInt(int i) const { return sqlite3_column_int64(stmt_, i); }
+
+std::string Statement::columnName(int i) const {
+  const char* n = sqlite3_column_name(stmt_, i);
+  return n ? n : "";
+}
+
+std::string Statement::columnDeclType(int i) const {
+  const char* t = sqlite3_column_decltype(stmt_, i);
+  return t ? t : "";
+}
+
+// ---- Database
+
+Database::Database(const std::string& path, bool create) : path_(path) {
+  int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0);
+  int rc = sqlite3_open_v2(path.c_str(), &db_, flags, nullptr);
+  if (rc != SQLITE_OK && !create) {
+    sqlite3_close(db_);
+    db_ = nullptr;
+    rc = sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READONLY, nullptr);
+    readOnly_ = rc == SQLITE_OK;
+  }
+  if (rc != SQLITE_OK) {
+    std::string msg = db_ ? sqlite3_errmsg(db_) : "out of memory";
+    sqlite3_close(db_);
+    db_ = nullptr;
+    throw RuntimeError(kCannotOpenDatabase, "Cannot open database '" + path + "': " + msg);
+  }
+  sqlite3_busy_timeout(db_, 5000);
+  char* err = nullptr;
+  rc = sqlite3_exec(db_, "SELECT count(*) FROM sqlite_master;", nullptr, nullptr, &err);
+  if (rc != SQLITE_OK) {
+    std::string msg = err ? err : sqlite3_errstr(rc);
+    sqlite3_free(err);
+    sqlite3_close(db_);
+    db_ = nullptr;
+    throw RuntimeError(rc == SQLITE_NOTADB ? kNotADatabase : kCannotOpenDatabase,
+                       "Cannot open database '" + path + "': " + msg);
+  }
+  sqlite3_exec(db_, "PRAGMA synchronous=NORMAL;", nullptr, nullptr, nullptr);
+}
+
+Database::~Database() {
+  statements_.clear();
+  sqlite3_close(db_);
+}
+
+void Database::fail(int32_t code, const std::string& what) const {
+  throw RuntimeError(code, what + " ('" + path_ + "': " + sqlite3_errmsg(db_) + ")");
+}
+
+void Database::exec(const std::string& sql) {
+  char* err = nullptr;
+  if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &err) != SQLITE_OK) {
+    std::string msg = err ? err : "failed";
+    sqlite3_free(err);
+    throw RuntimeError(kStatementFailed, "\"" + sql + "\" failed on '" + path_ + "': " + msg);
+  }
+}
+
+Statement& Database::cached(const std::string& sql) {
+  auto it = statements_.find(sql);
+  if (it != statements_.end()) return *it->second;
+  auto st = std::make_unique<Statement>(db_, sql, path_);
+  return *statements_.emplace(sql, std::move(st)).first->second;
+}
+
+std::shared_ptr<const TableInfo> Database::table(const std::string& name) {
+  std::string key = value::upper(name);
+  auto it = tables_.find(key);
+  if (it != tables_.end()) return it->second;
+  auto info = std::make_shared<TableInfo>();
+  bool autoIncrement = false;
+  {
+    Statement n(db_, "SELECT name, sql FROM sqlite_master WHERE type='table' AND name = ?1 COLLATE NOCASE;",
+                path_);
+    n.bind(1, name);
+    if (!n.step()) return nullptr;
+    info->name = n.column(0).s;
+    autoIncrement = value::upper(n.column(1).s).find("AUTOINCREMENT") != std::string::npos;
+  }
+  Statement st(db_, "PRAGMA table_info(" + quoteIdentifier(info->name) + ");", path_);
+  bool any = false;
+  while (st.step()) {
+    any = true;
+    ColumnInfo c = describeColumn(st.column(1).s, st.column(2).s);
+    bool pk = st.columnInt(5) == 1;
+    if (pk && value::upper(c.declaredType) == "INTEGER") {
+      c.autoKey = autoIncrement;
+      info->keyColumn = static_cast<int>(info->columns.size());
+    }
+    info->byUpperName.emplace(value::upper(c.name), static_cast<int>(info->columns.size()));
+    info->columns.push_back(std::move(c));
+  }
+  if (!any) return nullptr;
+  return tables_.emplace(key, std::move(info)).first->second;
+}
+
+void Database::forgetSchema() {
+  tables_.clear();
+  indexed_.clear();
+}
+
+void Database::ensureIndex(const TableInfo& table, const ColumnInfo& column) {
+  if (column.autoKey || readOnly_) return;
+  std::string key = value::upper(table.name) + "." + value::upper(column.name);
+  if (!indexed_.insert(key).second) return;
+  Statement list(db_, "PRAGMA index_list(" + quoteIdentifier(table.name) + ");", path_);
+  std::vector<std::string> indexes;
+  while (list.step()) indexes.push_back(list.column(1).s);
+  for (const std::string& idx : indexes) {
+    Statement info(db_, "PRAGMA index_info(" + quoteIdentifier(idx) + ");", path_);
+    if (info.step() && info.columnInt(0) == 0 && value::equalsIgnoreCase(info.column(2).s, column.name))
+      return;
+  }
+  std::string name = "dossync_ix_" + table.name + "_" + column.name;
+  sqlite3_exec(db_,
+               ("CREATE INDEX IF NOT EXISTS " + quoteIdentifier(name) + " ON " +
+                quoteIdentifier(table.name) + "(" + quoteIdentifier(column.name) + ");")
+                   .c_str(),
+               nullptr, nullptr, nullptr);  // best effort: a locked or read-only file still works
+}
+
+int64_t Database::reserveKey(const TableInfo& table) {
+  int64_t top = 0;
+  {
+    StatementUse st(cached("SELECT max(rowid) FROM " + quoteIdentifier(table.name) + ";"));
+    if (st->step()) top = st->columnInt(0);
+  }
+  Statement has(db_, "SELECT 1 FROM sqlite_master WHERE name = 'sqlite_sequence';", path_);
+  if (has.step()) {
+    StatementUse seq(cached("SELECT seq FROM sqlite_sequence WHERE name = ?1;"));
+    seq->bind(1, table.name);
+    if (seq->step()) top = std::max(top, seq->columnInt(0));
+  }
+  int64_t& reserved = reserved_[value::upper(table.name)];
+  reserved = std::max(reserved, top) + 1;
+  return reserved;
+}
+
+}  // namespace dossync::sqlite

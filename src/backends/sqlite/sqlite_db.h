@@ -1,0 +1,127 @@
+// A SQLite connection shared by the data access object and the catalog: prepared-statement
+// cache, table descriptions (declared types, sizes, the auto-number key), on-demand indexes
+// and auto-number reservation. Errors become RuntimeError naming the database file.
+// Thread use: one thread per connection.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "core/error.h"
+
+namespace dossync::sqlite {
+
+enum class ColumnKind { Text, Memo, Integer, Real, Boolean, DateTime, Other };
+
+struct ColumnInfo {
+  std::string name;
+  std::string declaredType;
+  ColumnKind kind = ColumnKind::Other;
+  int32_t size = 0;  // characters; 0 = unlimited
+  bool autoKey = false;
+};
+
+ColumnInfo describeColumn(const std::string& name, const std::string& declaredType);
+
+struct TableInfo {
+  std::string name;
+  std::vector<ColumnInfo> columns;
+  int keyColumn = -1;  // the INTEGER PRIMARY KEY column (the rowid), if any
+  // autoKey on that column: the table numbers it itself (AUTOINCREMENT); otherwise callers set it.
+  std::unordered_map<std::string, int> byUpperName;
+  int find(const std::string& field) const;  // -1 when absent; case-insensitive
+};
+
+// A stored value: NULL, an integer, a real or a text.
+struct Stored {
+  enum Type { Null, Int, Real, Text } type = Null;
+  int64_t i = 0;
+  double r = 0;
+  std::string s;
+};
+
+// Text -> stored value by the column's kind (sizes, Booleans, dates, numbers checked);
+// stored value -> the text every reader sees.
+Stored toStored(const std::string& table, const ColumnInfo& column, const std::string& text);
+std::string fromStored(const ColumnInfo& column, const Stored& value);
+
+class Statement {
+ public:
+  Statement(sqlite3* db, const std::string& sql, const std::string& dbPath);
+  ~Statement();
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+
+  void bind(int index, const Stored& v);
+  void bind(int index, int64_t v);
+  void bind(int index, const std::string& v);
+  bool step();  // true while a row is available
+  void reset();
+  int columnCount() const;
+  Stored column(int i) const;
+  int64_t columnInt(int i) const;
+  std::string columnName(int i) const;
+  std::string columnDeclType(int i) const;
+  const std::string& sql() const { return sql_; }
+
+ private:
+  sqlite3* db_;
+  sqlite3_stmt* stmt_ = nullptr;
+  std::string sql_;
+  std::string dbPath_;
+};
+
+// Resets a cached statement when the scope ends.
+class StatementUse {
+ public:
+  explicit StatementUse(Statement& s) : s_(s) {}
+  ~StatementUse() { s_.reset(); }
+  Statement* operator->() { return &s_; }
+  Statement& operator*() { return s_; }
+
+ private:
+  Statement& s_;
+};
+
+class Database {
+ public:
+  // Opens an existing database (create=false) or a new file (create=true). Checks that the file
+  // really is a SQLite database. Throws RuntimeError 3049/3343 naming the path.
+  Database(const std::string& path, bool create);
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  const std::string& path() const { return path_; }
+  sqlite3* handle() const { return db_; }
+  bool readOnly() const { return readOnly_; }
+
+  void exec(const std::string& sql);
+  Statement& cached(const std::string& sql);
+  // The table's description, cached; nullptr when there is no such table.
+  std::shared_ptr<const TableInfo> table(const std::string& name);
+  void forgetSchema();
+  void ensureIndex(const TableInfo& table, const ColumnInfo& column);
+  int64_t reserveKey(const TableInfo& table);
+  [[noreturn]] void fail(int32_t code, const std::string& what) const;
+
+ private:
+  sqlite3* db_ = nullptr;
+  std::string path_;
+  bool readOnly_ = false;
+  std::unordered_map<std::string, std::unique_ptr<Statement>> statements_;
+  std::unordered_map<std::string, std::shared_ptr<const TableInfo>> tables_;
+  std::unordered_set<std::string> indexed_;
+  std::unordered_map<std::string, int64_t> reserved_;
+};
+
+std::string quoteIdentifier(const std::string& name);
+
+}  // namespace dossync::sqlite

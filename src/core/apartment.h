@@ -1,0 +1,47 @@
+// Per-thread shared state: one set per apartment (thread), shared by every part of the
+// component. Two components on one thread share it; the last to open a database or set a
+// service wins. The utility objects are created on first use.
+#pragma once
+
+#include <memory>
+
+#include "core/error.h"
+#include "core/services.h"
+#include "core/utility.h"
+#include "hostdb/data_access.h"
+
+namespace dossync {
+
+class clsOutlookSynchronization;
+
+struct Apartment {
+  hostdb::DataAccessPtr hostDb;  // the host (main) database
+  hostdb::DataAccessPtr syncDb;  // the synchronisation database
+  clsOutlookSynchronization* currentComponent = nullptr;
+  std::shared_ptr<Object> currentWizard;
+
+  std::shared_ptr<IErrorService> errorService;
+  bool errorServiceSet = false;
+  std::shared_ptr<IMessageBox> msgBox;
+  bool msgBoxSet = false;
+  std::shared_ptr<IHostUi> hostUi = std::make_shared<IHostUi>();
+
+  FileUtil& fileUtil();
+  GeneralUtil& generalUtil();
+  bool hasGeneralUtil() const { return generalUtil_ != nullptr; }
+
+  // The message pump and the mouse pointer, through the host's hooks.
+  void doEvents() { hostUi->doEvents(); }
+  void setMousePointer(int32_t pointer) { hostUi->setMousePointer(pointer); }
+
+ private:
+  std::unique_ptr<FileUtil> fileUtil_;
+  std::unique_ptr<GeneralUtil> generalUtil_;
+};
+
+Apartment& apartment();
+
+// Forgets everything of this thread's apartment (tests, and a host shutting down).
+void resetApartment();
+
+}  // namespace dossync

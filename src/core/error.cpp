@@ -1,0 +1,71 @@
+#include "core/error.h"
+
+#include <exception>
+
+#include "core/apartment.h"
+#include "core/synchronization.h"
+
+namespace dossync {
+
+ErrorFrame::ErrorFrame(std::string location) : location_(std::move(location)) {
+  Apartment& a = apartment();
+  if (a.errorServiceSet && a.errorService) {
+    a.errorService->enterProcedure(location_);
+    entered_ = true;
+  }
+}
+
+ErrorFrame::~ErrorFrame() {
+  Apartment& a = apartment();
+  if (entered_ && a.errorServiceSet && a.errorService) {
+    try {
+      a.errorService->leaveProcedure();
+    } catch (...) {
+      // A failing error service must not take the host down.
+    }
+  }
+}
+
+bool ErrorFrame::step(const std::function<void()>& body) {
+  if (leaving_) return false;
+  try {
+    body();
+    return true;
+  } catch (const RuntimeError& e) {
+    handle(e);
+  } catch (const std::bad_alloc&) {
+    handle(RuntimeError(kOutOfMemory, "Out of memory", location_));
+  } catch (const std::exception& e) {
+    handle(RuntimeError(kInvalidProcedureCall, e.what(), location_));
+  } catch (...) {
+    handle(RuntimeError(kInvalidProcedureCall, "Unknown failure", location_));
+  }
+  return false;
+}
+
+void ErrorFrame::handle(const RuntimeError& error) {
+  Apartment& a = apartment();
+  int32_t action = kActionLeave;
+  if (a.errorServiceSet && a.errorService) {
+    try {
+      a.errorService->recordError(error);
+      a.errorService->reportError();
+      action = a.errorService->chooseAction();
+    } catch (...) {
+      action = kActionLeave;
+    }
+  }
+  switch (action) {
+    case kActionResume:
+      return;
+    case kActionExitProgram:
+      leaving_ = true;
+      if (a.currentComponent) a.currentComponent->raiseExitProgram();
+      return;
+    default:
+      leaving_ = true;
+      return;
+  }
+}
+
+}  // namespace dossync

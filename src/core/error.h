@@ -1,0 +1,111 @@
+// The one run-time error type of dossync, and the error frame every procedure runs in.
+//
+// A failing operation anywhere (a back end, a conversion, a missing object) throws RuntimeError,
+// which carries the platform's error triple: number, description, source. The numbers are fixed
+// (ErrorCode) and tell the caller what kind of failure it is; descriptions name the file, record
+// or item at fault.
+//
+// ErrorFrame implements the error-reporting convention of the component: it registers the
+// procedure's location with the host's error service on entry, removes it on exit, and turns a
+// RuntimeError thrown inside a step into record -> report -> choose action:
+//   1  resume: execution goes on with the NEXT STEP of the procedure. A step is one call of
+//      ErrorFrame::step(); the failed step is abandoned from the failing statement on. Loops
+//      that run a step per pass therefore go on with the next pass.
+//   2  leave: no further step runs; the procedure returns what it had reached.
+//   3  raise ExitProgram on the current component, then leave.
+//   any other value: leave.
+// Without an error service the frame records nothing and always leaves on an error.
+// Nothing escapes a frame: std::exception and unknown exceptions become RuntimeError first.
+//
+// Thread use: frames live on the stack of the apartment's one thread.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <stdexcept>
+#include <string>
+
+namespace dossync {
+
+enum ErrorCode : int32_t {
+  kInvalidProcedureCall = 5,
+  kOverflow = 6,
+  kOutOfMemory = 7,
+  kSubscriptOutOfRange = 9,
+  kTypeMismatch = 13,
+  kFileNotFound = 53,
+  kFileAlreadyExists = 58,
+  kPermissionDenied = 70,
+  kPathNotFound = 76,
+  kObjectRequired = 424,
+  kCannotCreateObject = 429,
+  kObjectVariableNotSet = 91,
+  kDiskIO = 3043,
+  kTableExists = 3010,
+  kNoCurrentRecord = 3021,
+  kCannotOpenDatabase = 3049,
+  kFieldTooSmall = 3163,
+  kNotUpdatable = 3251,
+  kItemNotFound = 3265,
+  kStatementFailed = 3146,
+  kFieldNotUpdatable = 3164,
+  kDatabaseLocked = 3260,
+  kNotADatabase = 3343,
+  kObjectClosed = 3704,
+  kOutlookOperationFailed = 0x4000,
+  kItemNotSaved = 0x4001,
+  kDeliveryFailed = 0x4002,
+};
+
+class RuntimeError : public std::runtime_error {
+ public:
+  RuntimeError(int32_t number, std::string description, std::string source = "dossync")
+      : std::runtime_error(description),
+        number_(number),
+        description_(std::move(description)),
+        source_(std::move(source)) {}
+  int32_t number() const { return number_; }
+  const std::string& description() const { return description_; }
+  const std::string& source() const { return source_; }
+
+ private:
+  int32_t number_;
+  std::string description_;
+  std::string source_;
+};
+
+// The host's error service (enter procedure, leave procedure, record, report, choose action).
+class IErrorService {
+ public:
+  virtual ~IErrorService() = default;
+  virtual void enterProcedure(const std::string& location) = 0;
+  virtual void leaveProcedure() = 0;
+  virtual void recordError(const RuntimeError& error) = 0;
+  virtual void reportError() = 0;
+  virtual int32_t chooseAction() = 0;
+};
+
+enum ErrorAction : int32_t { kActionResume = 1, kActionLeave = 2, kActionExitProgram = 3 };
+
+class ErrorFrame {
+ public:
+  explicit ErrorFrame(std::string location);
+  ~ErrorFrame();
+  ErrorFrame(const ErrorFrame&) = delete;
+  ErrorFrame& operator=(const ErrorFrame&) = delete;
+
+  // Runs one step unless the procedure is leaving. Answers true when the step ran to its end.
+  bool step(const std::function<void()>& body);
+  // True once an error made the procedure leave: callers stop their loops on it.
+  bool leaving() const { return leaving_; }
+  const std::string& location() const { return location_; }
+
+ private:
+  void handle(const RuntimeError& error);
+
+  std::string location_;
+  bool entered_ = false;
+  bool leaving_ = false;
+};
+
+}  // namespace dossync

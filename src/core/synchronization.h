@@ -1,0 +1,185 @@
+// clsOutlookSynchronization: the component the host creates to keep its companies and contacts
+// in step with Outlook. The host sets the services and the two database locations, reads
+// FailedToInitializeFlag, then opens the wizard (openSynchForm) or fills the options and
+// companyCollection and calls Synchronize.
+//
+// Public members are listed in the order of the dispatch interface and use only types a COM
+// dispatch interface can carry: text (std::string), 32-bit integers, Booleans, dates and
+// objects. No error ever leaves a public member: each runs in an ErrorFrame.
+//
+// Ownership: the component shares the selection and the Outlook objects; the databases and
+// services live in the apartment (core/apartment.h) and outlive the component.
+// Thread use: the host's one user-interface thread.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "core/collection.h"
+#include "core/error.h"
+#include "core/object.h"
+#include "core/services.h"
+#include "hostdb/data_access.h"
+#include "outlook/object_model.h"
+
+namespace dossync {
+
+enum outlookSyncTypeEnum : int32_t {
+  syncBothsWays = 1,
+  syncFromDossieraToOutlook = 2,
+  syncFromOutlookToDossiera = 3,
+};
+
+enum syncInformationTypeEnum : int32_t {
+  companyWithDefaultContact = 1,
+  companyOnly = 2,
+  contactOnlyShowContactName = 3,
+  contactOnlyShowCompanyName = 4,
+};
+
+enum companyListType : int32_t {
+  Dossiera = 1,
+  AddressBook = 2,
+};
+
+class IProgressDialog;
+
+class clsOutlookSynchronization : public Object {
+ public:
+  clsOutlookSynchronization();
+  ~clsOutlookSynchronization() override;
+  clsOutlookSynchronization(const clsOutlookSynchronization&) = delete;
+  clsOutlookSynchronization& operator=(const clsOutlookSynchronization&) = delete;
+
+  // ---- Properties, in interface order.
+  std::shared_ptr<SelectionCollection> companyCollection() const { return companyCollection_; }
+  void setCompanyCollection(std::shared_ptr<SelectionCollection> c) { companyCollection_ = std::move(c); }
+  void setErrorClass(std::shared_ptr<IErrorService> service);
+  void setMsgboxClass(std::shared_ptr<IMessageBox> service);
+  void setMDIForm(ObjectPtr form) { mdiForm_ = std::move(form); }
+  void setMainDatabaseLocation(const std::string& path);
+  std::string MainDatabaseLocation() const { return mainDatabaseLocation_; }
+  void setSyncDatabaseLocation(const std::string& path);
+  std::string SyncDatabaseLocation() const { return syncDatabaseLocation_; }
+  void setTempFolder(const std::string& folder) { tempFolder_ = folder; }
+  std::string TempFolder() const { return tempFolder_; }
+  bool FailedToInitializeFlag() const { return failedToInitialize_; }
+  void setSyncDirectionType(int32_t v) { syncDirectionType_ = v; }
+  int32_t SyncDirectionType() const { return syncDirectionType_; }
+  void setSyncInformationType(int32_t v) { syncInformationType_ = v; }
+  int32_t SyncInformationType() const { return syncInformationType_; }
+  bool showProgress() const { return showProgress_; }
+  void setShowProgress(bool v) { showProgress_ = v; }
+  void setAppName(const std::string& v) { appName_ = v; }
+  std::string AppName() const { return appName_; }
+  std::string OutlookCategory() const { return outlookCategory_; }
+  void setOutlookCategory(const std::string& v) { outlookCategory_ = v; }
+  std::string Profile() const { return profile_; }
+  void setProfile(const std::string& v) { profile_ = v; }
+  std::string Password() const { return password_; }
+  void setPassword(const std::string& v) { password_ = v; }
+  bool DisplayLoginDialog() const { return displayLoginDialog_; }
+  void setDisplayLoginDialog(bool v) { displayLoginDialog_ = v; }
+  bool OpenNewSession() const { return openNewSession_; }
+  void setOpenNewSession(bool v) { openNewSession_ = v; }
+  bool RefreshData() const { return refreshData_; }
+  void setRefreshData(bool v) { refreshData_ = v; }
+  bool closeOutlookWhenFinished() const { return closeOutlookWhenFinished_; }
+  void setCloseOutlookWhenFinished(bool v) { closeOutlookWhenFinished_ = v; }
+  void setCompanyList(int32_t v) { companyList_ = v; }
+  int32_t companyList() const { return companyList_; }
+  std::string DataFileUniqueID() const { return dataFileUniqueID_; }
+  void setDataFileUniqueID(const std::string& v) { dataFileUniqueID_ = v; }
+  int32_t SchemeID() const { return schemeID_; }
+  void setSchemeID(int32_t v) { schemeID_ = v; }
+
+  // ---- Methods, in interface order.
+  bool openMainDatabase(const std::string& fileName);
+  void resetOutlookSchemeToDefault();
+  void openSynchForm();
+  bool Synchronize();
+  bool StartOutlook();
+  bool StopOutlook();
+
+  // ---- Event ExitProgram: hosts subscribe; the token unsubscribes.
+  int32_t subscribeExitProgram(std::function<void()> handler);
+  void unsubscribeExitProgram(int32_t token);
+
+  // ---- Component-internal operations (not in the published interface).
+  std::shared_ptr<IMessageBox> messageBox() const;
+  ObjectPtr MDIForm() const { return mdiForm_; }
+  void setFailedToInitializeFlag(bool v) { failedToInitialize_ = v; }
+  void raiseExitProgram();
+  std::shared_ptr<IProgressDialog> progressDialog() const { return progressDialog_; }
+  void setProgressDialog(std::shared_ptr<IProgressDialog> d) { progressDialog_ = std::move(d); }
+  std::shared_ptr<outlook::Application> outlookApplication() const { return outlookApp_; }
+  std::shared_ptr<outlook::NameSpace> outlookNameSpace() const { return outlookNameSpace_; }
+  // This component as a non-owning object reference (the owner of its messages).
+  ObjectPtr self() { return ObjectPtr(ObjectPtr{}, this); }
+  bool mainDatabaseOpen() const { return mainDatabaseOpen_; }
+  bool syncDatabaseOpen() const { return syncDatabaseOpen_; }
+
+  // ---- The synchronisation database (store/sync_database.cpp).
+  void createOutlookSyncDatabase(const std::string& path);
+  void createTables(const std::string& path);
+  bool verifySyncDatabase(const std::string& path);
+  bool doesTableExist(const ObjectPtr& connection);
+  void openOutlookSyncDatabase(const std::string& path);
+
+  // ---- Pairing of host records with Outlook items (store/id_mapping.cpp).
+  std::string getCompanyOutlookID(int32_t companyID);
+  std::string getContactOutlookID(int32_t contactID);
+  int32_t getOutlookCompanyID(const std::string& outlookEntryID);
+  int32_t getOutlookContactID(const std::string& outlookEntryID);
+  void saveCompanyOutlookID(int32_t companyID, const std::string& outlookEntryID);
+  void saveContactOutlookID(int32_t contactID, const std::string& outlookEntryID);
+  void saveOutlookCompanyID(const std::string& outlookEntryID, int32_t companyID);
+  void saveOutlookContactID(const std::string& outlookEntryID, int32_t contactID);
+  // The statement every mapping procedure starts from.
+  std::string mappingStatement() const;
+  // The default contacts folder of the open session (RuntimeError 91 when there is none).
+  std::shared_ptr<outlook::MAPIFolder> contactsFolder() const;
+
+ private:
+  std::shared_ptr<SelectionCollection> companyCollection_;
+  int32_t syncDirectionType_ = syncFromDossieraToOutlook;
+  int32_t syncInformationType_ = companyWithDefaultContact;
+  int32_t companyList_ = Dossiera;
+  std::shared_ptr<outlook::Application> outlookApp_;
+  std::shared_ptr<outlook::NameSpace> outlookNameSpace_;
+  bool closeOutlookWhenFinished_ = false;
+  std::string syncDatabaseLocation_;
+  bool syncDatabaseOpen_ = false;
+  std::string tempFolder_;
+  ObjectPtr mdiForm_;
+  bool showProgress_ = true;
+  std::string appName_;
+  std::string mainDatabaseLocation_;
+  bool mainDatabaseOpen_ = false;
+  bool failedToInitialize_ = false;
+  int32_t schemeID_ = -1;
+  std::string dataFileUniqueID_;
+  std::string profile_;
+  std::string password_;
+  std::string outlookCategory_;
+  bool displayLoginDialog_ = true;
+  bool openNewSession_ = true;
+  bool refreshData_ = false;
+  std::shared_ptr<IProgressDialog> progressDialog_;
+
+  std::map<int32_t, std::function<void()>> exitProgramHandlers_;
+  int32_t nextHandlerToken_ = 1;
+};
+
+// The prefix of every error location of this class.
+inline constexpr const char* kSyncLocation = "kvoutlookdx.dll-clsOutlookSynchronization-";
+
+// Opens a data access object the way the component opens both databases: a new object from
+// the platform, closed if it reports itself open, given the error service and the
+// application name, options 2, location, 3, 2, then open(2). Answers the object.
+hostdb::DataAccessPtr openDataAccess(const std::string& path, const std::string& appName);
+
+}  // namespace dossync

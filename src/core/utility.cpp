@@ -1,0 +1,51 @@
+#include "core/utility.h"
+
+#include <filesystem>
+#include <fstream>
+
+#include "core/value.h"
+
+namespace fs = std::filesystem;
+
+namespace dossync {
+
+bool FileUtil::fileExists(const std::string& path) const {
+  std::error_code ec;
+  return !path.empty() && fs::is_regular_file(path, ec);
+}
+
+void FileUtil::deleteFile(const std::string& path) const {
+  std::error_code ec;
+  fs::remove(path, ec);
+  if (ec) throw RuntimeError(kPermissionDenied, "Cannot delete '" + path + "': " + ec.message());
+}
+
+void FileUtil::copyFile(const std::string& from, const std::string& to) const {
+  std::error_code ec;
+  fs::copy_file(from, to, fs::copy_options::overwrite_existing, ec);
+  if (ec)
+    throw RuntimeError(kPathNotFound,
+                       "Cannot copy '" + from + "' to '" + to + "': " + ec.message());
+}
+
+std::string FileUtil::folderOf(const std::string& path) const {
+  fs::path p(path);
+  std::string parent = p.parent_path().string();
+  return parent.empty() ? "." : parent;
+}
+
+std::string FileUtil::withTrailingSeparator(const std::string& folder) const {
+  if (!folder.empty() && folder.back() == '/') return folder;
+  return folder + "/";
+}
+
+bool FileUtil::isUsableFile(const std::string& path) const {
+  if (!fileExists(path)) return false;
+  std::ifstream in(path, std::ios::binary);
+  return in.good();
+}
+
+bool GeneralUtil::isBlank(const std::string& text) const { return value::isBlank(text); }
+bool GeneralUtil::isNumeric(const std::string& text) const { return value::isNumeric(text); }
+
+}  // namespace dossync

@@ -1,0 +1,253 @@
+#include "core/value.h"
+
+#include <array>
+#include <cctype>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+
+#include "core/error.h"
+
+namespace dossync::value {
+namespace {
+
+constexpr std::array<const char*, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+constexpr std::array<const char*, 12> kMonthNames = {
+    "January", "February", "March",     "April",   "May",      "June",
+    "July",    "August",   "September", "October", "November", "December"};
+
+bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+bool isLeap(int y) { return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0; }
+
+int daysIn(int y, int m) {
+  static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  return m == 2 && isLeap(y) ? 29 : kDays[m - 1];
+}
+
+bool valid(const Date& d) {
+  return d.year >= 100 && d.year <= 9999 && d.month >= 1 && d.month <= 12 && d.day >= 1 &&
+         d.day <= daysIn(d.year, d.month) && d.hour >= 0 && d.hour < 24 && d.minute >= 0 &&
+         d.minute < 60 && d.second >= 0 && d.second < 60;
+}
+
+// A small scanner over the text; every parse below reads it left to right.
+struct Scanner {
+  std::string_view s;
+  size_t i = 0;
+  bool done() const { return i >= s.size(); }
+  void skipSpaces() {
+    while (!done() && isSpace(s[i])) ++i;
+  }
+  bool number(int& out, size_t minDigits, size_t maxDigits) {
+    size_t start = i;
+    long v = 0;
+    while (!done() && std::isdigit(static_cast<unsigned char>(s[i])) && i - start < maxDigits) {
+      v = v * 10 + (s[i] - '0');
+      ++i;
+    }
+    if (i - start < minDigits) return false;
+    out = static_cast<int>(v);
+    return true;
+  }
+  bool take(char c) {
+    if (!done() && s[i] == c) {
+      ++i;
+      return true;
+    }
+    return false;
+  }
+};
+
+bool parseTime(Scanner& sc, Date& d) {
+  sc.skipSpaces();
+  if (sc.done()) return true;
+  if (!sc.number(d.hour, 1, 2) || !sc.take(':') || !sc.number(d.minute, 2, 2)) return false;
+  if (sc.take(':') && !sc.number(d.second, 2, 2)) return false;
+  sc.skipSpaces();
+  if (!sc.done()) {
+    std::string rest = upper(sc.s.substr(sc.i));
+    if (rest == "PM" && d.hour < 12) d.hour += 12;
+    else if (rest == "AM" && d.hour == 12) d.hour = 0;
+    else if (rest != "AM" && rest != "PM") return false;
+    sc.i = sc.s.size();
+  }
+  return true;
+}
+
+std::optional<Date> parseIso(std::string_view t) {
+  Scanner sc{t};
+  Date d;
+  if (!sc.number(d.year, 4, 4) || !sc.take('-') || !sc.number(d.month, 1, 2) || !sc.take('-') ||
+      !sc.number(d.day, 1, 2))
+    return std::nullopt;
+  sc.take('T');
+  if (!parseTime(sc, d)) return std::nullopt;
+  return d;
+}
+
+std::optional<Date> parseSlashed(std::string_view t) {
+  Scanner sc{t};
+  Date d;
+  if (!sc.number(d.month, 1, 2) || !sc.take('/') || !sc.number(d.day, 1, 2) || !sc.take('/') ||
+      !sc.number(d.year, 4, 4))
+    return std::nullopt;
+  if (!parseTime(sc, d)) return std::nullopt;
+  return d;
+}
+
+std::optional<Date> parseMonthName(std::string_view t) {
+  Scanner sc{t};
+  size_t start = sc.i;
+  while (!sc.done() && std::isalpha(static_cast<unsigned char>(t[sc.i]))) ++sc.i;
+  std::string word = upper(t.substr(start, sc.i - start));
+  Date d;
+  for (int m = 0; m < 12; ++m) {
+    if (word == upper(kMonths[m]) || word == upper(kMonthNames[m])) d.month = m + 1;
+  }
+  if (d.month == 0) return std::nullopt;
+  sc.take('.');
+  sc.skipSpaces();
+  if (!sc.number(d.day, 1, 2)) return std::nullopt;
+  sc.take(',');
+  sc.skipSpaces();
+  if (!sc.number(d.year, 4, 4)) return std::nullopt;
+  if (!parseTime(sc, d)) return std::nullopt;
+  return d;
+}
+
+}  // namespace
+
+bool isBlank(std::string_view text) { return text.empty(); }
+
+std::string trim(std::string_view text) {
+  size_t b = 0, e = text.size();
+  while (b < e && isSpace(text[b])) ++b;
+  while (e > b && isSpace(text[e - 1])) --e;
+  return std::string(text.substr(b, e - b));
+}
+
+std::string upper(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return out;
+}
+
+bool equalsIgnoreCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (std::toupper(static_cast<unsigned char>(a[i])) !=
+        std::toupper(static_cast<unsigned char>(b[i])))
+      return false;
+  }
+  return true;
+}
+
+size_t characterCount(std::string_view utf8) {
+  size_t n = 0;
+  for (unsigned char c : utf8) n += (c & 0xC0) != 0x80;
+  return n;
+}
+
+bool isNumeric(std::string_view text) {
+  std::string t = trim(text);
+  size_t i = 0;
+  if (i < t.size() && (t[i] == '+' || t[i] == '-')) ++i;
+  size_t digits = 0;
+  while (i < t.size() && std::isdigit(static_cast<unsigned char>(t[i]))) ++i, ++digits;
+  if (i < t.size() && t[i] == '.') {
+    ++i;
+    while (i < t.size() && std::isdigit(static_cast<unsigned char>(t[i]))) ++i, ++digits;
+  }
+  return digits > 0 && i == t.size();
+}
+
+int32_t toLong(std::string_view text) {
+  if (!isNumeric(text)) {
+    if (auto b = parseBoolean(text)) return *b ? -1 : 0;
+    throw RuntimeError(kTypeMismatch, "Type mismatch: '" + std::string(text) +
+                                          "' is not a whole number");
+  }
+  double v = std::strtod(trim(text).c_str(), nullptr);
+  double r = std::nearbyint(v);  // the default rounding mode rounds halves to even
+  if (r > 2147483647.0 || r < -2147483648.0)
+    throw RuntimeError(kOverflow, "Overflow: '" + std::string(text) + "' does not fit 32 bits");
+  return static_cast<int32_t>(r);
+}
+
+int16_t toInteger(std::string_view text) {
+  int32_t v = toLong(text);
+  if (v > 32767 || v < -32768)
+    throw RuntimeError(kOverflow, "Overflow: '" + std::string(text) + "' does not fit 16 bits");
+  return static_cast<int16_t>(v);
+}
+
+std::string fromLong(int64_t number) { return std::to_string(number); }
+
+std::optional<bool> parseBoolean(std::string_view text) {
+  std::string t = trim(text);
+  if (equalsIgnoreCase(t, "True")) return true;
+  if (equalsIgnoreCase(t, "False")) return false;
+  if (isNumeric(t)) return std::strtod(t.c_str(), nullptr) != 0.0;
+  return std::nullopt;
+}
+
+bool toBoolean(std::string_view text) {
+  if (auto b = parseBoolean(text)) return *b;
+  throw RuntimeError(kTypeMismatch,
+                     "Type mismatch: '" + std::string(text) + "' is not True or False");
+}
+
+std::string fromBoolean(bool value) { return value ? "True" : "False"; }
+
+std::optional<Date> parseDate(std::string_view text) {
+  std::string t = trim(text);
+  if (t.empty()) return std::nullopt;
+  std::optional<Date> d;
+  if (std::isdigit(static_cast<unsigned char>(t[0]))) {
+    d = t.find('/') != std::string::npos ? parseSlashed(t) : parseIso(t);
+  } else {
+    d = parseMonthName(t);
+  }
+  if (d && !valid(*d)) return std::nullopt;
+  return d;
+}
+
+bool isDate(std::string_view text) { return parseDate(text).has_value(); }
+
+Date toDate(std::string_view text) {
+  if (auto d = parseDate(text)) return *d;
+  throw RuntimeError(kTypeMismatch, "Type mismatch: '" + std::string(text) + "' is not a date");
+}
+
+std::string toText(const Date& d) {
+  char buf[32];
+  if (d.hasTime()) {
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", d.year, d.month, d.day, d.hour,
+                  d.minute, d.second);
+  } else {
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", d.year, d.month, d.day);
+  }
+  return buf;
+}
+
+std::string formatMmmDYyyy(const Date& d) {
+  return std::string(kMonths[d.month - 1]) + " " + std::to_string(d.day) + ", " +
+         std::to_string(d.year);
+}
+
+std::string formatAsMmmDYyyy(std::string_view text) {
+  if (auto d = parseDate(text)) return formatMmmDYyyy(*d);
+  return std::string(text);
+}
+
+Date now() {
+  std::time_t t = std::time(nullptr);
+  std::tm tm{};
+  localtime_r(&t, &tm);
+  return Date{tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec};
+}
+
+}  // namespace dossync::value

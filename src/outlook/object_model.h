@@ -1,0 +1,179 @@
+// The Outlook object model as the component speaks it: the members the synchronisation,
+// the wizard's Outlook tree and the mail sender use, with Outlook's names and numbers.
+// Back ends (the local vCard folder, CardDAV, real Outlook through COM) implement these
+// interfaces; the component reaches them only through platform::createObject /
+// getActiveObject("Outlook.Application").
+//
+// "Nothing" is an empty pointer. A look-up that finds nothing (Items::Find, NameSpace::
+// GetItemFromID) answers Nothing; operations that fail throw RuntimeError naming the item.
+// An omitted optional argument is std::nullopt. Dates use core/value.h's Date; Outlook's
+// "none" date is kNoDate (4501-01-01).
+// Thread use: the apartment's one thread.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "core/object.h"
+#include "core/value.h"
+
+namespace dossync::outlook {
+
+enum OlItemType : int32_t { olMailItem = 0, olAppointmentItem = 1, olContactItem = 2 };
+enum OlDefaultFolders : int32_t { olFolderCalendar = 9, olFolderContacts = 10 };
+enum OlObjectClass : int32_t {
+  olAppointment = 26,
+  olContact = 40,
+  olMail = 43,
+  olDistributionList = 69
+};
+enum OlGender : int32_t { olUnspecified = 0, olFemale = 1, olMale = 2 };
+enum OlMailRecipientType : int32_t { olTo = 1, olCC = 2, olBCC = 3 };
+
+inline constexpr value::Date kNoDate{4501, 1, 1, 0, 0, 0};
+
+// The text properties of a contact item, by their Outlook names.
+#define DOSSYNC_CONTACT_TEXT_PROPERTIES(X)                                                      \
+  X(Title) X(FirstName) X(MiddleName) X(LastName) X(Suffix) X(FullName) X(FileAs)               \
+  X(CompanyName) X(JobTitle) X(Department) X(OfficeLocation) X(Categories)                      \
+  X(Email1Address) X(Email2Address) X(Email3Address)                                            \
+  X(BusinessTelephoneNumber) X(Business2TelephoneNumber) X(BusinessFaxNumber)                   \
+  X(HomeTelephoneNumber) X(Home2TelephoneNumber) X(HomeFaxNumber) X(MobileTelephoneNumber)      \
+  X(BusinessAddressStreet) X(BusinessAddressCity) X(BusinessAddressState)                       \
+  X(BusinessAddressPostalCode) X(BusinessAddressCountry)                                        \
+  X(HomeAddressStreet) X(HomeAddressCity) X(HomeAddressState) X(HomeAddressPostalCode)          \
+  X(HomeAddressCountry) X(WebPage) X(Spouse) X(Children) X(Body)
+
+enum class ContactProperty : int32_t {
+#define DOSSYNC_ENUM_ENTRY(name) name,
+  DOSSYNC_CONTACT_TEXT_PROPERTIES(DOSSYNC_ENUM_ENTRY)
+#undef DOSSYNC_ENUM_ENTRY
+};
+
+const char* propertyName(ContactProperty p);
+std::optional<ContactProperty> propertyFromName(const std::string& name);
+inline constexpr int kContactTextPropertyCount = static_cast<int>(ContactProperty::Body) + 1;
+
+// Any item of a folder.
+class Item : public Object {
+ public:
+  virtual int32_t Class() const = 0;
+  virtual std::string EntryID() const = 0;  // "" until the item is saved
+  virtual void Save() = 0;
+};
+using ItemPtr = std::shared_ptr<Item>;
+
+class ContactItem : public Item {
+ public:
+  int32_t Class() const override { return olContact; }
+  virtual std::string get(ContactProperty p) const = 0;
+  virtual void set(ContactProperty p, const std::string& value) = 0;
+  virtual int32_t Gender() const = 0;
+  virtual void setGender(int32_t gender) = 0;
+  virtual value::Date Birthday() const = 0;
+  virtual void setBirthday(const value::Date& date) = 0;
+  virtual value::Date Anniversary() const = 0;
+  virtual void setAnniversary(const value::Date& date) = 0;
+
+#define DOSSYNC_ACCESSORS(name)                                              \
+  std::string name() const { return get(ContactProperty::name); }           \
+  void set##name(const std::string& v) { set(ContactProperty::name, v); }
+  DOSSYNC_CONTACT_TEXT_PROPERTIES(DOSSYNC_ACCESSORS)
+#undef DOSSYNC_ACCESSORS
+};
+using ContactItemPtr = std::shared_ptr<ContactItem>;
+
+class Recipient : public Object {
+ public:
+  virtual std::string Name() const = 0;
+  virtual int32_t Type() const = 0;
+  virtual void setType(int32_t type) = 0;
+  virtual bool Resolve() = 0;
+};
+
+class Recipients : public Object {
+ public:
+  virtual int32_t Count() const = 0;
+  virtual std::shared_ptr<Recipient> Add(const std::string& name) = 0;
+  virtual std::shared_ptr<Recipient> Item(int32_t index) const = 0;  // 1-based
+};
+
+class Attachment : public Object {
+ public:
+  virtual std::string DisplayName() const = 0;
+  virtual void setDisplayName(const std::string& name) = 0;
+  virtual std::string PathName() const = 0;
+};
+
+class Attachments : public Object {
+ public:
+  virtual int32_t Count() const = 0;
+  virtual std::shared_ptr<Attachment> Add(const std::string& source,
+                                          std::optional<int32_t> type = std::nullopt,
+                                          std::optional<int32_t> position = std::nullopt,
+                                          std::optional<std::string> displayName = std::nullopt) = 0;
+  virtual std::shared_ptr<Attachment> Item(int32_t index) const = 0;  // 1-based
+};
+
+class MailItem : public Item {
+ public:
+  int32_t Class() const override { return olMail; }
+  virtual std::string Subject() const = 0;
+  virtual void setSubject(const std::string& subject) = 0;
+  virtual std::string Body() const = 0;
+  virtual void setBody(const std::string& body) = 0;
+  virtual std::shared_ptr<outlook::Recipients> Recipients() = 0;
+  virtual std::shared_ptr<outlook::Attachments> Attachments() = 0;
+  virtual void Send() = 0;
+  virtual void Display(std::optional<bool> modal = std::nullopt) = 0;
+};
+
+class AppointmentItem : public Item {
+ public:
+  int32_t Class() const override { return olAppointment; }
+  virtual value::Date Start() const = 0;
+  virtual void setStart(const value::Date& d) = 0;
+  virtual value::Date End() const = 0;
+  virtual void setEnd(const value::Date& d) = 0;
+  virtual std::string Subject() const = 0;
+  virtual void setSubject(const std::string& s) = 0;
+  virtual std::string Location() const = 0;
+  virtual void setLocation(const std::string& s) = 0;
+  virtual void Send() = 0;
+};
+
+class Items : public Object {
+ public:
+  virtual int32_t Count() = 0;
+  virtual ItemPtr Item(int32_t index) = 0;  // 1-based
+  // Filter "[FileAs] = \"name\"": the first item filed under that name, or Nothing.
+  virtual ItemPtr Find(const std::string& filter) = 0;
+};
+
+class MAPIFolder : public Object {
+ public:
+  virtual std::shared_ptr<outlook::Items> Items() = 0;
+  virtual std::string StoreID() const = 0;
+};
+
+class NameSpace : public Object {
+ public:
+  virtual void Logon(std::optional<std::string> profile, std::optional<std::string> password,
+                     std::optional<bool> showDialog, std::optional<bool> newSession) = 0;
+  virtual std::shared_ptr<MAPIFolder> GetDefaultFolder(int32_t folder) = 0;
+  // The item with that entry id in that store, or Nothing.
+  virtual ItemPtr GetItemFromID(const std::string& entryId, const std::string& storeId) = 0;
+};
+
+class Application : public Object {
+ public:
+  virtual std::shared_ptr<NameSpace> GetNamespace(const std::string& type) = 0;
+  virtual ItemPtr CreateItem(int32_t itemType) = 0;
+};
+
+// "Nothing" or the object's class name, as VB's TypeName answers.
+inline bool isNothing(const ObjectPtr& o) { return o == nullptr; }
+
+}  // namespace dossync::outlook

@@ -1,0 +1,175 @@
+// Pairs host companies and contacts with Outlook items, per scheme and host data file, in the
+// OutlookSync table of the synchronisation database. Look-ups fall back to Outlook (an item
+// filed under the record's name) or to the host (a record named like the item).
+#include "core/apartment.h"
+#include "core/synchronization.h"
+#include "core/value.h"
+#include "hostdb/lookups.h"
+#include "hostdb/recordset.h"
+
+namespace dossync {
+namespace {
+
+const std::string kLoc = kSyncLocation;
+
+// Text put between single quotes in a statement: embedded quotes are doubled.
+std::string quoted(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    out += c;
+    if (c == '\'') out += '\'';
+  }
+  return out;
+}
+
+hostdb::IDataAccess& syncDb() {
+  auto& db = apartment().syncDb;
+  if (!db) throw RuntimeError(kObjectVariableNotSet, "The synchronization database is not open");
+  return *db;
+}
+
+hostdb::IDataAccess& hostDb() {
+  auto& db = apartment().hostDb;
+  if (!db) throw RuntimeError(kObjectVariableNotSet, "The companies database is not open");
+  return *db;
+}
+
+}  // namespace
+
+std::string clsOutlookSynchronization::mappingStatement() const {
+  return "SELECT OutlookSync.* From OutlookSync WHERE SchemeNum = " + std::to_string(schemeID_) +
+         " AND DataFileID = '" + quoted(dataFileUniqueID_) + "';";
+}
+
+std::shared_ptr<outlook::MAPIFolder> clsOutlookSynchronization::contactsFolder() const {
+  if (!outlookNameSpace_)
+    throw RuntimeError(kObjectVariableNotSet,
+                       "Object variable not set: no Outlook session is open (StartOutlook)");
+  auto folder = outlookNameSpace_->GetDefaultFolder(outlook::olFolderContacts);
+  if (!folder) throw RuntimeError(kObjectVariableNotSet, "Outlook has no default contacts folder");
+  return folder;
+}
+
+namespace {
+
+// getCompanyOutlookID and getContactOutlookID: the mapped entry id, else the item filed under
+// the record's name, else "".
+std::string hostToOutlook(clsOutlookSynchronization& c, const std::string& procedure,
+                          const char* keyColumn, int32_t key,
+                          std::string (*nameOf)(int32_t)) {
+  ErrorFrame f(kLoc + procedure);
+  std::string result;
+  bool found = false;
+  f.step([&] {
+    hostdb::Recordset rs(syncDb(), c.mappingStatement());
+    found = rs.find(keyColumn, key);
+    if (found) result = rs.read("OutlookID");
+  });
+  f.step([&] {
+    if (found) return;
+    auto items = c.contactsFolder()->Items();
+    auto item = items->Find("[FileAs] = \"" + nameOf(key) + "\"");
+    if (item) result = item->EntryID();
+  });
+  return result;
+}
+
+// getOutlookCompanyID and getOutlookContactID: the mapped host number, else the host record
+// named like the item, else -1. A mapping row without that number (a row of the other kind)
+// counts as no counterpart.
+int32_t outlookToHost(clsOutlookSynchronization& c, const std::string& procedure,
+                      const char* keyColumn, const std::string& entryID, bool company) {
+  ErrorFrame f(kLoc + procedure);
+  std::string result = "-1";
+  bool found = false;
+  f.step([&] {
+    hostdb::Recordset rs(syncDb(), c.mappingStatement());
+    found = rs.find("OutlookID", entryID);
+    if (found) result = rs.read(keyColumn);
+  });
+  f.step([&] {
+    if (found) return;
+    auto folder = c.contactsFolder();
+    auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
+        c.outlookNameSpace()->GetItemFromID(entryID, folder->StoreID()));
+    if (!item) return;
+    std::string name = company ? item->CompanyName() : item->FullName();
+    hostdb::Recordset host(hostDb(), company ? "SELECT Companies.* From Companies;"
+                                             : "SELECT Contacts.* From Contacts;");
+    if (host.find(company ? "CompanyName" : "DisplayName", name))
+      result = host.read(company ? "CompanyID" : "ContactID");
+  });
+  int32_t number = -1;
+  f.step([&] { number = value::isBlank(result) ? -1 : value::toLong(result); });
+  return number;
+}
+
+// The four saves: find the row by findColumn = findValue; update it, or add a new one.
+void saveMapping(clsOutlookSynchronization& c, const std::string& procedure, bool byOutlookID,
+                 const char* keyColumn, int32_t key, const std::string& entryID) {
+  ErrorFrame f(kLoc + procedure);
+  f.step([&] {
+    hostdb::Recordset rs(syncDb(), c.mappingStatement(), hostdb::kLockOptimistic);
+    std::string now = value::toText(value::now());
+    bool found = byOutlookID ? rs.find("OutlookID", entryID) : rs.find(keyColumn, key);
+    if (found) {
+      rs.write("DataFileID", c.DataFileUniqueID());
+      if (byOutlookID) {
+        rs.write(keyColumn, std::to_string(key));
+      } else {
+        rs.write("OutlookID", entryID);
+      }
+      rs.write("DateLastSync", now);
+    } else {
+      rs.addNew();
+      rs.set("SchemeNum", std::to_string(c.SchemeID()));
+      rs.set("DataFileID", c.DataFileUniqueID());
+      rs.set(keyColumn, std::to_string(key));
+      rs.set("OutlookID", entryID);
+      rs.set("DateLastSync", now);
+      rs.save();
+    }
+  });
+}
+
+}  // namespace
+
+std::string clsOutlookSynchronization::getCompanyOutlookID(int32_t companyID) {
+  return hostToOutlook(*this, "getCompanyOutlookID", "CompanyNum", companyID,
+                       hostdb::getCompanyNameFromCompanyID);
+}
+
+std::string clsOutlookSynchronization::getContactOutlookID(int32_t contactID) {
+  return hostToOutlook(*this, "getContactOutlookID", "ContactNum", contactID,
+                       hostdb::getContactNameFromContactID);
+}
+
+int32_t clsOutlookSynchronization::getOutlookCompanyID(const std::string& outlookEntryID) {
+  return outlookToHost(*this, "getOutlookCompanyID", "CompanyNum", outlookEntryID, true);
+}
+
+int32_t clsOutlookSynchronization::getOutlookContactID(const std::string& outlookEntryID) {
+  return outlookToHost(*this, "getOutlookContactID", "ContactNum", outlookEntryID, false);
+}
+
+void clsOutlookSynchronization::saveCompanyOutlookID(int32_t companyID,
+                                                     const std::string& outlookEntryID) {
+  saveMapping(*this, "saveCompanyOutlookID", false, "CompanyNum", companyID, outlookEntryID);
+}
+
+void clsOutlookSynchronization::saveContactOutlookID(int32_t contactID,
+                                                     const std::string& outlookEntryID) {
+  saveMapping(*this, "saveContactOutlookID", false, "ContactNum", contactID, outlookEntryID);
+}
+
+void clsOutlookSynchronization::saveOutlookCompanyID(const std::string& outlookEntryID,
+                                                     int32_t companyID) {
+  saveMapping(*this, "saveOutlookCompanyID", true, "CompanyNum", companyID, outlookEntryID);
+}
+
+void clsOutlookSynchronization::saveOutlookContactID(const std::string& outlookEntryID,
+                                                     int32_t contactID) {
+  saveMapping(*this, "saveOutlookContactID", true, "ContactNum", contactID, outlookEntryID);
+}
+
+}  // namespace dossync

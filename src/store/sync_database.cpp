@@ -1,0 +1,169 @@
+// The synchronisation database: creation through a temporary file, the two tables, the check
+// of an existing file, and opening it through the second data access object.
+#include <vector>
+
+#include "core/apartment.h"
+#include "core/platform.h"
+#include "core/synchronization.h"
+#include "store/catalog.h"
+
+namespace dossync {
+namespace {
+
+const std::string kLoc = kSyncLocation;
+
+store::ColumnDef counter(const std::string& name) {
+  return {name, store::adInteger, 0, {{"AutoIncrement", true}, {"NullAble", true}}};
+}
+store::ColumnDef integer(const std::string& name) {
+  return {name, store::adInteger, 0, {{"NullAble", true}}};
+}
+store::ColumnDef text(const std::string& name, int32_t size) {
+  return {name, store::adVarWChar, size, {{"NullAble", true}, {"Jet OLEDB:Allow Zero Length", true}}};
+}
+store::ColumnDef date(const std::string& name) {
+  return {name, store::adDate, 0, {{"NullAble", true}}};
+}
+
+store::TableDef outlookSchemeTable() {
+  return {"OutlookScheme",
+          {counter("SchemeID"), text("DataFileID", 20), text("SchemeName", 100),
+           integer("CompanyListType"), integer("SyncType"), integer("InfoType"),
+           text("ContactsCategory", 100), text("ProfileName", 100), text("ProfilePassword", 100),
+           date("DateLastSync")}};
+}
+
+store::TableDef outlookSyncTable() {
+  return {"OutlookSync",
+          {counter("SyncID"), integer("SchemeNum"), text("DataFileID", 20), integer("CompanyNum"),
+           integer("ContactNum"), text("OutlookID", 100), text("OutlookCategory", 100),
+           date("DateLastSync")}};
+}
+
+std::string connectionString(const std::string& path) {
+  return "PROVIDER=Microsoft.Jet.OLEDB.4.0;" + std::string("Data Source=") + path + ";";
+}
+
+}  // namespace
+
+void clsOutlookSynchronization::setSyncDatabaseLocation(const std::string& path) {
+  ErrorFrame f(kLoc + "SyncDatabaseLocation");
+  apartment().currentComponent = this;
+  bool usable = false;
+  f.step([&] { syncDatabaseLocation_ = path; });
+  f.step([&] {
+    FileUtil& files = apartment().fileUtil();
+    if (files.fileExists(path)) {
+      usable = verifySyncDatabase(path);
+      if (!usable) files.deleteFile(path);
+    }
+  });
+  f.step([&] {
+    if (!usable) createOutlookSyncDatabase(path);
+  });
+  f.step([&] { openOutlookSyncDatabase(path); });
+  f.step([&] { syncDatabaseOpen_ = true; });
+}
+
+void clsOutlookSynchronization::createOutlookSyncDatabase(const std::string& path) {
+  ErrorFrame f(kLoc + "createOutlookSyncDatabase");
+  FileUtil& files = apartment().fileUtil();
+  std::string temp;
+  f.step([&] { temp = files.withTrailingSeparator(files.folderOf(path)) + "Temp.mdb"; });
+  f.step([&] {
+    if (files.fileExists(temp)) files.deleteFile(temp);
+  });
+  f.step([&] {
+    auto catalog = platform::create<store::ICatalog>(platform::kAdoxCatalog);
+    catalog->create("Provider=Microsoft.Jet.OLEDB.4.0;" + std::string("Data Source=") + temp +
+                    ";" + "Jet OLEDB:Database Password=;" + "Jet OLEDB:Engine Type=5;");
+  });
+  f.step([&] { files.copyFile(temp, path); });
+  f.step([&] { files.deleteFile(temp); });
+  f.step([&] { createTables(path); });
+}
+
+void clsOutlookSynchronization::createTables(const std::string& path) {
+  ErrorFrame f(kLoc + "createTables");
+  std::shared_ptr<store::IConnection> connection;
+  std::shared_ptr<store::ICatalog> catalog;
+  f.step([&] {
+    connection = platform::create<store::IConnection>(platform::kAdoConnection);
+    connection->setCursorLocation(store::adUseClient);
+    connection->open(connectionString(path));
+  });
+  f.step([&] {
+    catalog = platform::create<store::ICatalog>(platform::kAdoxCatalog);
+    catalog->setActiveConnection(connection);
+  });
+  f.step([&] { catalog->appendTable(outlookSchemeTable()); });
+  f.step([&] { catalog->appendTable(outlookSyncTable()); });
+  f.step([&] { connection->close(); });
+  if (connection && connection->isOpen()) connection->close();
+}
+
+bool clsOutlookSynchronization::doesTableExist(const ObjectPtr& connectionObject) {
+  ErrorFrame f(kLoc + "doesTableExist");
+  bool result = false;
+  f.step([&] {
+    auto connection = std::dynamic_pointer_cast<store::IConnection>(connectionObject);
+    auto catalog = platform::create<store::ICatalog>(platform::kAdoxCatalog);
+    catalog->setActiveConnection(connection);
+    int count = 0;
+    for (const std::string& name : catalog->tableNames()) {
+      if (name == "OutlookScheme") ++count;
+      if (name == "OutlookSync") ++count;
+    }
+    result = count == 2;
+  });
+  return result;
+}
+
+bool clsOutlookSynchronization::verifySyncDatabase(const std::string& path) {
+  ErrorFrame f(kLoc + "verifySyncDatabase");
+  bool result = true;
+  std::shared_ptr<store::IConnection> connection;
+  f.step([&] {
+    FileUtil& files = apartment().fileUtil();
+    if (path.empty() || !files.fileExists(path) || !files.isUsableFile(path)) {
+      result = false;
+      return;
+    }
+    connection = platform::create<store::IConnection>(platform::kAdoConnection);
+    connection->setCursorLocation(store::adUseClient);
+    bool opened = true;
+    try {
+      connection->open(connectionString(path));
+    } catch (const RuntimeError&) {
+      opened = false;  // caught in place: the file is not a usable database
+    }
+    if (!opened) {
+      result = false;
+    } else if (!doesTableExist(connection)) {
+      createTables(path);
+    }
+  });
+  f.step([&] {
+    if (connection && connection->isOpen()) connection->close();
+  });
+  return result;
+}
+
+void clsOutlookSynchronization::openOutlookSyncDatabase(const std::string& path) {
+  ErrorFrame f(kLoc + "openOutlookSyncDatabase");
+  f.step([&] { apartment().syncDb = openDataAccess(path, appName_); });
+  f.step([&] {
+    auto& db = apartment().syncDb;
+    if (!db || !db->isDatabaseOpen()) {
+      if (auto mb = messageBox()) {
+        mb->showMessage(
+            "The outlook synchronization wizard was not able to access the synchronization "
+            "database and needs to close.",
+            3, self(), 0, 0, 101);
+      }
+      failedToInitialize_ = true;
+    }
+  });
+}
+
+}  // namespace dossync

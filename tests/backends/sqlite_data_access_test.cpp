@@ -1,0 +1,289 @@
+#include "backends/sqlite/sqlite_data_access.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "test_support.h"
+
+namespace dossync::sqlite {
+namespace {
+
+using hostdb::kLockOptimistic;
+using hostdb::kLockReadOnly;
+
+int32_t errorOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const RuntimeError& e) {
+    return e.number();
+  }
+  return 0;
+}
+
+class DataAccessTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    path = testing::makeHostDatabase(dir);
+    testing::execSql(path,
+                     "INSERT INTO Companies (CompanyID, CompanyName, CategoryNum) VALUES "
+                     "(1, 'Zeta Ltd.', 3), (2, 'acme Inc.', NULL), (5, 'Beta Co.', 3);"
+                     "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, DefaultContact, "
+                     "Birthday) VALUES (10, 1, 'Ann', 0, '1970-03-05'), (11, 1, 'Bob', 1, NULL), "
+                     "(12, 5, 'Cy', 1, '1980-01-02 10:11:12'), (13, 1, 'Dee', 1, NULL);");
+    db.setDatabaseLocation(path);
+    ASSERT_TRUE(db.openDatabase(2));
+  }
+  int32_t open(const std::string& sql, int32_t lock = kLockReadOnly) {
+    return db.openRecordset(sql, 1, lock, true, "");
+  }
+  std::vector<std::string> walk(int32_t h, const std::string& field) {
+    std::vector<std::string> out;
+    while (!db.isEOF(h)) {
+      out.push_back(db.readField(h, field));
+      db.moveNext(h);
+    }
+    return out;
+  }
+
+  testing::TempDir dir;
+  std::string path;
+  SqliteDataAccess db;
+};
+
+TEST_F(DataAccessTest, OpeningReportsWhatIsWrongWithTheFile) {
+  SqliteDataAccess missing;
+  missing.setDatabaseLocation(dir.file("none.db"));
+  EXPECT_FALSE(missing.openDatabase(2));
+  EXPECT_FALSE(missing.isDatabaseOpen());
+  EXPECT_NE(missing.lastError().find("none.db"), std::string::npos);
+
+  std::ofstream(dir.file("text.db")) << "definitely not a database file, only text ...";
+  SqliteDataAccess garbage;
+  garbage.setDatabaseLocation(dir.file("text.db"));
+  EXPECT_FALSE(garbage.openDatabase(2));
+  EXPECT_NE(garbage.lastError().find("not a database"), std::string::npos);
+  EXPECT_EQ(errorOf([&] { garbage.openRecordset("SELECT Companies.* FROM Companies;", 1, 1); }),
+            kObjectClosed);
+}
+
+TEST_F(DataAccessTest, ClosedAndUnknownHandlesAreErrorsNotCrashes) {
+  int32_t h = open("SELECT Companies.* FROM Companies;");
+  db.closeRecordset(h);
+  EXPECT_EQ(errorOf([&] { db.readField(h, "CompanyName"); }), kObjectClosed);
+  EXPECT_EQ(errorOf([&] { db.isEOF(h); }), kObjectClosed);
+  EXPECT_EQ(errorOf([&] { db.closeRecordset(h); }), kObjectClosed);
+  EXPECT_EQ(errorOf([&] { db.moveNext(0); }), kObjectClosed);
+  EXPECT_EQ(errorOf([&] { db.findFirst(-5, "CompanyID", "1"); }), kObjectClosed);
+  EXPECT_EQ(db.openRecordsetCount(), 0u);
+}
+
+TEST_F(DataAccessTest, WalkingAWholeTableInKeyOrder) {
+  int32_t h = open("SELECT Companies.* FROM Companies;");
+  EXPECT_TRUE(db.hasCurrentRow(h));
+  EXPECT_EQ(walk(h, "CompanyID"), (std::vector<std::string>{"1", "2", "5"}));
+  EXPECT_TRUE(db.isEOF(h));
+  EXPECT_FALSE(db.hasCurrentRow(h));
+  EXPECT_EQ(errorOf([&] { db.moveNext(h); }), kNoCurrentRecord);
+  EXPECT_EQ(errorOf([&] { db.readField(h, "CompanyID"); }), kNoCurrentRecord);
+
+  int32_t empty = open("SELECT HostCategory.* FROM HostCategory;");
+  EXPECT_FALSE(db.hasCurrentRow(empty));
+  EXPECT_TRUE(db.isEOF(empty));
+  EXPECT_FALSE(db.findFirst(empty, "CategoryNum", "1"));
+  db.findNext(empty);
+  EXPECT_TRUE(db.isEOF(empty));
+}
+
+TEST_F(DataAccessTest, OrderByWhereAndFieldNamesInAnyCase) {
+  int32_t h = open("SELECT Companies.* FROM Companies ORDER BY Companies.CompanyName;");
+  EXPECT_EQ(walk(h, "companyname"), (std::vector<std::string>{"acme Inc.", "Beta Co.", "Zeta Ltd."}));
+  int32_t w = open("SELECT Contacts.* FROM Contacts WHERE CompanyNum = 1 AND DisplayName <> 'Bob';");
+  EXPECT_EQ(walk(w, "DisplayName"), (std::vector<std::string>{"Ann", "Dee"}));
+  EXPECT_EQ(errorOf([&] { open("SELECT Nothing.* FROM Nothing;"); }), kStatementFailed);
+}
+
+TEST_F(DataAccessTest, FindFirstAndNextCompareExactTextAndMoveTheRow) {
+  int32_t h = open("SELECT Contacts.* FROM Contacts;");
+  ASSERT_TRUE(db.findFirst(h, "CompanyNum", "1"));
+  std::vector<std::string> names;
+  while (!db.isEOF(h)) {
+    names.push_back(db.readField(h, "DisplayName"));
+    db.findNext(h);
+  }
+  EXPECT_EQ(names, (std::vector<std::string>{"Ann", "Bob", "Dee"}));
+  EXPECT_FALSE(db.findFirst(h, "CompanyNum", "01"));  // text, not numbers: "01" is not "1"
+  EXPECT_TRUE(db.isEOF(h));
+  EXPECT_FALSE(db.findFirst(h, "DisplayName", "ann"));
+  EXPECT_TRUE(db.findFirst(h, "DisplayName", "Ann"));
+  EXPECT_TRUE(db.findFirst(h, "DefaultContact", "True"));
+  EXPECT_EQ(db.readField(h, "ContactID"), "11");
+  EXPECT_TRUE(db.findFirst(h, "Birthday", "Mar 5, 1970"));
+  EXPECT_EQ(db.readField(h, "ContactID"), "10");
+  // A field the table does not have finds nothing.
+  EXPECT_FALSE(db.findFirst(h, "ContactName", "Ann"));
+  EXPECT_TRUE(db.isEOF(h));
+
+  // Finds within an ordered recordset follow its order.
+  int32_t o = open("SELECT Contacts.* FROM Contacts ORDER BY Contacts.DisplayName;");
+  ASSERT_TRUE(db.findFirst(o, "DefaultContact", "True"));
+  EXPECT_EQ(db.readField(o, "DisplayName"), "Bob");
+  db.findNext(o);
+  EXPECT_EQ(db.readField(o, "DisplayName"), "Cy");
+  db.moveNext(o);
+  EXPECT_EQ(db.readField(o, "DisplayName"), "Dee");
+}
+
+TEST_F(DataAccessTest, FindsUseAnIndexCreatedOnDemand) {
+  int32_t h = open("SELECT Companies.* FROM Companies;");
+  db.findFirst(h, "Email", "x@y");
+  auto idx = testing::querySql(path, "SELECT name FROM sqlite_master WHERE type='index' AND "
+                                     "tbl_name='Companies' AND sql LIKE '%Email%';");
+  EXPECT_EQ(idx.size(), 1u);
+  auto plan = testing::querySql(path, "EXPLAIN QUERY PLAN SELECT rowid FROM Companies WHERE Email = 'a';");
+  ASSERT_FALSE(plan.empty());
+}
+
+TEST_F(DataAccessTest, ReadOnlyRecordsetsRefuseWrites) {
+  int32_t h = open("SELECT Companies.* FROM Companies;");
+  EXPECT_EQ(errorOf([&] { db.writeField(h, "CompanyName", "x"); }), kNotUpdatable);
+  EXPECT_EQ(errorOf([&] { db.addNew(h); }), kNotUpdatable);
+  EXPECT_EQ(errorOf([&] { db.deleteCurrent(h); }), kNotUpdatable);
+  EXPECT_EQ(db.readField(h, "CompanyName"), "Zeta Ltd.");
+}
+
+TEST_F(DataAccessTest, WritesAreStoredAtOnce) {
+  int32_t h = open("SELECT Companies.* FROM Companies;", kLockOptimistic);
+  db.findFirst(h, "CompanyID", "2");
+  db.writeField(h, "CompanyName", "Acme Incorporated");
+  db.writeField(h, "CategoryNum", "");
+  EXPECT_EQ(testing::querySql(path, "SELECT CompanyName FROM Companies WHERE CompanyID=2;")[0],
+            "Acme Incorporated");
+  EXPECT_EQ(testing::querySql(path, "SELECT typeof(CategoryNum) FROM Companies WHERE CompanyID=2;")[0],
+            "null");
+  EXPECT_EQ(errorOf([&] { db.writeField(h, "NoSuchField", "x"); }), kItemNotFound);
+  EXPECT_EQ(errorOf([&] { db.writeField(h, "CategoryNum", "twelve"); }), kTypeMismatch);
+  EXPECT_EQ(errorOf([&] { db.writeField(h, "CompanyID", "99"); }), kFieldNotUpdatable);
+}
+
+TEST_F(DataAccessTest, TextLongerThanItsColumnIsRefusedNamingTableColumnAndSize) {
+  int32_t h = open("SELECT Companies.* FROM Companies;", kLockOptimistic);
+  std::string fits(30, 'x'), tooLong(31, 'x');
+  db.writeField(h, "OfficeNumber", fits);
+  try {
+    db.writeField(h, "OfficeNumber", tooLong);
+    FAIL() << "no error";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), kFieldTooSmall);
+    EXPECT_NE(e.description().find("Companies.OfficeNumber"), std::string::npos);
+    EXPECT_NE(e.description().find("30"), std::string::npos);
+  }
+  // Sizes count characters, not bytes; memo columns have no limit.
+  db.writeField(h, "OfficeNumber", std::string(15, 'x') + "ééééééééééééééé");
+  db.writeField(h, "ContactNotes", std::string(100000, 'y'));
+  EXPECT_EQ(db.readField(h, "ContactNotes").size(), 100000u);
+}
+
+TEST_F(DataAccessTest, BooleansAndDatesReadInTheirTextForms) {
+  int32_t h = open("SELECT Contacts.* FROM Contacts;", kLockOptimistic);
+  db.findFirst(h, "ContactID", "10");
+  EXPECT_EQ(db.readField(h, "DefaultContact"), "False");
+  for (auto [written, read] : std::vector<std::pair<const char*, const char*>>{
+           {"True", "True"}, {"false", "False"}, {"-1", "True"}, {"1", "True"}, {"0", "False"}}) {
+    db.writeField(h, "DefaultContact", written);
+    EXPECT_EQ(db.readField(h, "DefaultContact"), read) << written;
+  }
+  EXPECT_EQ(errorOf([&] { db.writeField(h, "DefaultContact", "maybe"); }), kTypeMismatch);
+  EXPECT_EQ(db.readField(h, "Birthday"), "1970-03-05");
+  db.writeField(h, "Birthday", "Dec 25, 1999");
+  EXPECT_EQ(db.readField(h, "Birthday"), "1999-12-25");
+  db.writeField(h, "Anniversary", "");
+  EXPECT_EQ(db.readField(h, "Anniversary"), "");
+  EXPECT_EQ(errorOf([&] { db.writeField(h, "Birthday", "someday"); }), kTypeMismatch);
+  db.findFirst(h, "ContactID", "12");
+  EXPECT_EQ(db.readField(h, "Birthday"), "1980-01-02 10:11:12");
+  EXPECT_EQ(db.readField(h, "NamePrefix"), "");  // NULL text reads empty
+}
+
+TEST_F(DataAccessTest, NewRowsKnowTheirKeyBeforeTheyAreSaved) {
+  int32_t h = open("SELECT Companies.* FROM Companies;", kLockOptimistic);
+  db.addNew(h);
+  EXPECT_FALSE(db.isEOF(h));
+  std::string key = db.readField(h, "CompanyID");
+  EXPECT_EQ(key, "6");
+  db.setNewField(h, "CompanyName", "");
+  db.setNewField(h, "CategoryNum", "3");
+  EXPECT_EQ(db.readField(h, "CategoryNum"), "3");
+  // A second recordset adding to the same table meanwhile gets the next key.
+  int32_t other = open("SELECT Companies.* FROM Companies;", kLockOptimistic);
+  db.addNew(other);
+  EXPECT_EQ(db.readField(other, "CompanyID"), "7");
+  db.saveNew(h);
+  EXPECT_EQ(db.readField(h, "CompanyID"), key);
+  db.saveNew(other);
+  EXPECT_EQ(testing::querySql(path, "SELECT CompanyID FROM Companies ORDER BY 1;"),
+            (std::vector<std::string>{"1", "2", "5", "6", "7"}));
+  EXPECT_EQ(testing::querySql(path, "SELECT CompanyName FROM Companies WHERE CompanyID=6;")[0], "");
+  // Detail tables take the key the caller gives.
+  int32_t d = open("SELECT LawInfo.* FROM LawInfo;", kLockOptimistic);
+  db.addNew(d);
+  db.setNewField(d, "LawInfoID", "42");
+  db.saveNew(d);
+  EXPECT_EQ(db.readField(d, "LawInfoID"), "42");
+  EXPECT_EQ(errorOf([&] { db.saveNew(d); }), kNoCurrentRecord);
+}
+
+TEST_F(DataAccessTest, DeletingTheCurrentRowThenWalkingOn) {
+  int32_t h = open("SELECT Contacts.* FROM Contacts WHERE CompanyNum = 1;", kLockOptimistic);
+  db.deleteCurrent(h);
+  EXPECT_FALSE(db.isEOF(h));
+  EXPECT_EQ(errorOf([&] { db.readField(h, "DisplayName"); }), kNoCurrentRecord);
+  db.moveNext(h);
+  EXPECT_EQ(walk(h, "DisplayName"), (std::vector<std::string>{"Bob", "Dee"}));
+  EXPECT_EQ(testing::querySql(path, "SELECT count(*) FROM Contacts;")[0], "3");
+}
+
+TEST_F(DataAccessTest, TheHostsJoinsAndScheduleStatementRun) {
+  testing::execSql(path,
+                   "INSERT INTO ClientData (ClientDataID, CompanyIDNum, ShowThisClient) VALUES "
+                   "(1, 1, 1), (2, 2, 0), (3, 5, 1);"
+                   "INSERT INTO AccountingServices (AccountingServicesID) VALUES (1),(2),(3);"
+                   "INSERT INTO ClientOptions (ClientOptionsID) VALUES (1),(2),(3);"
+                   "INSERT INTO CorpTaxInfo (CorpTaxInfoID) VALUES (1),(2),(3);"
+                   "INSERT INTO LawInfo (LawInfoID) VALUES (1),(2),(3);"
+                   "INSERT INTO OtherInfo (OtherInfoID) VALUES (1),(2),(3);"
+                   "INSERT INTO WSIB_EHTInfo (WSIB_EHTInfoID) VALUES (1),(2),(3);"
+                   "INSERT INTO Schedule (ClientNum, Custom1) VALUES (3, 'a'), (3, 'b'), (1, 'c');");
+  int32_t visible = open(
+      "SELECT ClientData.ShowThisClient, Companies.CompanyID, Companies.CategoryNum, "
+      "Companies.CompanyNum, Companies.CompanyName FROM Companies INNER JOIN ClientData ON "
+      "Companies.CompanyID = ClientData.CompanyIDNum WHERE ClientData.ShowThisClient=True;");
+  EXPECT_EQ(walk(visible, "CompanyID"), (std::vector<std::string>{"1", "5"}));
+  int32_t full = open(
+      "SELECT ClientData.*, AccountingServices.*, ClientOptions.*, Companies.*, CorpTaxInfo.*, "
+      "LawInfo.*, OtherInfo.*, WSIB_EHTInfo.* FROM ((((((ClientData INNER JOIN AccountingServices "
+      "ON ClientData.ClientDataID = AccountingServices.AccountingServicesID) INNER JOIN "
+      "ClientOptions ON ClientData.ClientDataID = ClientOptions.ClientOptionsID) INNER JOIN "
+      "Companies ON ClientData.CompanyIDNum = Companies.CompanyID) INNER JOIN CorpTaxInfo ON "
+      "ClientData.ClientDataID = CorpTaxInfo.CorpTaxInfoID) INNER JOIN LawInfo ON "
+      "ClientData.ClientDataID = LawInfo.LawInfoID) INNER JOIN OtherInfo ON "
+      "ClientData.ClientDataID = OtherInfo.OtherInfoID) INNER JOIN WSIB_EHTInfo ON "
+      "ClientData.ClientDataID = WSIB_EHTInfo.WSIB_EHTInfoID WHERE ClientData.ShowThisClient = "
+      "True ORDER BY Companies.CompanyName;");
+  EXPECT_EQ(db.readField(full, "ShowThisClient"), "True");
+  EXPECT_TRUE(db.findFirst(full, "CompanyID", "1"));
+  EXPECT_EQ(walk(full, "CompanyName"), (std::vector<std::string>{"Zeta Ltd."}));
+  EXPECT_EQ(errorOf([&] { db.writeField(full, "CompanyName", "x"); }), kNotUpdatable);
+
+  int32_t s = open("SELECT Schedule.*, Schedule.ClientNum FROM Schedule WHERE Schedule.ClientNum = 3;",
+                   kLockOptimistic);
+  while (!db.isEOF(s)) {
+    db.writeField(s, "Custom2", "Mar 5, 1970");
+    db.moveNext(s);
+  }
+  EXPECT_EQ(testing::querySql(path, "SELECT count(*) FROM Schedule WHERE Custom2 = 'Mar 5, 1970';")[0],
+            "2");
+}
+
+}  // namespace
+}  // namespace dossync::sqlite

@@ -1,0 +1,79 @@
+#include "core/value.h"
+
+#include <gtest/gtest.h>
+
+#include "core/error.h"
+
+namespace dossync::value {
+namespace {
+
+int32_t errorOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const RuntimeError& e) {
+    return e.number();
+  }
+  return 0;
+}
+
+TEST(Value, BlankAndNumeric) {
+  EXPECT_TRUE(isBlank(""));
+  EXPECT_FALSE(isBlank(" "));
+  for (const char* yes : {"12", " 12 ", "-3", "+4", "0012", "1.5", ".5", "7."}) EXPECT_TRUE(isNumeric(yes)) << yes;
+  for (const char* no : {"", " ", "abc", "1e5", "1,000", "--1", "1.2.3", ".", "12a"}) EXPECT_FALSE(isNumeric(no)) << no;
+}
+
+TEST(Value, WholeNumbersRoundHalfToEvenAndReportErrors) {
+  EXPECT_EQ(toLong(" 0012 "), 12);
+  EXPECT_EQ(toLong("-7"), -7);
+  EXPECT_EQ(toLong("2.5"), 2);
+  EXPECT_EQ(toLong("3.5"), 4);
+  EXPECT_EQ(toLong("2147483647"), 2147483647);
+  EXPECT_EQ(toLong("-2147483648"), -2147483648LL);
+  EXPECT_EQ(toLong("True"), -1);
+  EXPECT_EQ(errorOf([] { toLong("2147483648"); }), kOverflow);
+  EXPECT_EQ(errorOf([] { toLong("abc"); }), kTypeMismatch);
+  EXPECT_EQ(errorOf([] { toLong(""); }), kTypeMismatch);
+  EXPECT_EQ(errorOf([] { toInteger("40000"); }), kOverflow);
+  EXPECT_EQ(toInteger("3"), 3);
+}
+
+TEST(Value, Booleans) {
+  EXPECT_TRUE(toBoolean("True"));
+  EXPECT_TRUE(toBoolean("tRUE"));
+  EXPECT_FALSE(toBoolean("FALSE"));
+  EXPECT_FALSE(toBoolean("0"));
+  EXPECT_TRUE(toBoolean("-1"));
+  EXPECT_TRUE(toBoolean("1"));
+  EXPECT_EQ(errorOf([] { toBoolean("yes"); }), kTypeMismatch);
+  EXPECT_EQ(errorOf([] { toBoolean(""); }), kTypeMismatch);
+  EXPECT_EQ(fromBoolean(true), "True");
+  EXPECT_EQ(fromBoolean(false), "False");
+}
+
+TEST(Value, DatesParseInEveryAcceptedForm) {
+  Date march5{1970, 3, 5};
+  EXPECT_EQ(toDate("1970-03-05"), march5);
+  EXPECT_EQ(toDate("Mar 5, 1970"), march5);
+  EXPECT_EQ(toDate("march 5, 1970"), march5);
+  EXPECT_EQ(toDate("3/5/1970"), march5);
+  EXPECT_EQ(toDate("03/05/1970"), march5);
+  EXPECT_EQ(toDate("1970-03-05 14:30:00"), (Date{1970, 3, 5, 14, 30, 0}));
+  EXPECT_EQ(toDate("3/5/1970 2:30 PM"), (Date{1970, 3, 5, 14, 30, 0}));
+  for (const char* bad : {"", "1970-02-30", "2023-02-29", "13/1/2000", "Foo 5, 1970", "1970", "5 Mar"})
+    EXPECT_FALSE(isDate(bad)) << bad;
+  EXPECT_TRUE(isDate("2024-02-29"));
+  EXPECT_EQ(errorOf([] { toDate("not a date"); }), kTypeMismatch);
+}
+
+TEST(Value, DateTextForms) {
+  EXPECT_EQ(toText(Date{1970, 3, 5}), "1970-03-05");
+  EXPECT_EQ(toText(Date{1970, 3, 5, 0, 0, 1}), "1970-03-05 00:00:01");
+  EXPECT_EQ(formatMmmDYyyy(Date{1970, 3, 5}), "Mar 5, 1970");
+  EXPECT_EQ(formatMmmDYyyy(Date{2001, 12, 25}), "Dec 25, 2001");
+  EXPECT_EQ(formatAsMmmDYyyy("1970-03-05"), "Mar 5, 1970");
+  EXPECT_EQ(formatAsMmmDYyyy("soon"), "soon");  // not a date: left as it is
+}
+
+}  // namespace
+}  // namespace dossync::value

@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "backends/sqlite/sqlite_data_access.h"
+#include "core/apartment.h"
+#include "core/synchronization.h"
+#include "test_support.h"
+
+namespace dossync {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::querySql;
+
+class SyncDatabaseTest : public testing::ApartmentTest {
+ protected:
+  void SetUp() override {
+    ApartmentTest::SetUp();
+    component = std::make_unique<clsOutlookSynchronization>();
+    component->setErrorClass(errors);
+    component->setMsgboxClass(messages);
+  }
+  std::vector<std::string> columns(const std::string& db, const std::string& table) {
+    return querySql(db, "SELECT name || ' ' || type FROM pragma_table_info('" + table + "');");
+  }
+  std::shared_ptr<testing::RecordingErrorService> errors =
+      std::make_shared<testing::RecordingErrorService>();
+  std::shared_ptr<testing::RecordingMessageBox> messages =
+      std::make_shared<testing::RecordingMessageBox>();
+  std::unique_ptr<clsOutlookSynchronization> component;
+};
+
+TEST_F(SyncDatabaseTest, AMissingFileIsCreatedWithBothTablesThroughTheTemporaryFile) {
+  std::string path = dir.file("sync.db");
+  std::ofstream(dir.file("Temp.mdb")) << "left over from an earlier run";
+  component->setSyncDatabaseLocation(path);
+  EXPECT_TRUE(component->syncDatabaseOpen());
+  EXPECT_FALSE(component->FailedToInitializeFlag());
+  EXPECT_FALSE(fs::exists(dir.file("Temp.mdb")));
+  EXPECT_EQ(columns(path, "OutlookScheme"),
+            (std::vector<std::string>{"SchemeID INTEGER", "DataFileID VARCHAR(20)",
+                                      "SchemeName VARCHAR(100)", "CompanyListType INTEGER",
+                                      "SyncType INTEGER", "InfoType INTEGER",
+                                      "ContactsCategory VARCHAR(100)", "ProfileName VARCHAR(100)",
+                                      "ProfilePassword VARCHAR(100)", "DateLastSync DATETIME"}));
+  EXPECT_EQ(columns(path, "OutlookSync"),
+            (std::vector<std::string>{"SyncID INTEGER", "SchemeNum INTEGER", "DataFileID VARCHAR(20)",
+                                      "CompanyNum INTEGER", "ContactNum INTEGER",
+                                      "OutlookID VARCHAR(100)", "OutlookCategory VARCHAR(100)",
+                                      "DateLastSync DATETIME"}));
+  EXPECT_TRUE(errors->errors.empty());
+  EXPECT_TRUE(messages->shown.empty());
+
+  // The open database enforces the sizes and takes empty texts.
+  auto& db = apartment().syncDb;
+  int32_t h = db->openRecordset("SELECT OutlookSync.* From OutlookSync;", 1, 3);
+  db->addNew(h);
+  EXPECT_EQ(db->readField(h, "SyncID"), "1");
+  db->setNewField(h, "OutlookID", std::string(100, 'e'));
+  db->setNewField(h, "DataFileID", "");
+  EXPECT_THROW(db->setNewField(h, "DataFileID", std::string(21, 'd')), RuntimeError);
+  db->saveNew(h);
+  db->closeRecordset(h);
+  EXPECT_EQ(querySql(path, "SELECT length(OutlookID) || '/' || DataFileID || '/' || "
+                           "ifnull(CompanyNum, 'null') FROM OutlookSync;"),
+            (std::vector<std::string>{"100//null"}));
+}
+
+TEST_F(SyncDatabaseTest, AGoodFileIsKeptWithItsRows) {
+  std::string path = dir.file("sync.db");
+  component->setSyncDatabaseLocation(path);
+  testing::execSql(path, "INSERT INTO OutlookScheme (SchemeName) VALUES ('kept');");
+  resetApartment();
+  sqlite::registerSqliteClasses();
+  clsOutlookSynchronization again;
+  again.setSyncDatabaseLocation(path);
+  EXPECT_TRUE(again.syncDatabaseOpen());
+  EXPECT_EQ(querySql(path, "SELECT SchemeName FROM OutlookScheme;"), (std::vector<std::string>{"kept"}));
+}
+
+TEST_F(SyncDatabaseTest, AFileThatIsNotADatabaseIsReplaced) {
+  std::string path = dir.file("sync.db");
+  std::ofstream(path) << "garbage garbage garbage garbage garbage garbage garbage garbage";
+  component->setSyncDatabaseLocation(path);
+  EXPECT_TRUE(component->syncDatabaseOpen());
+  EXPECT_FALSE(component->FailedToInitializeFlag());
+  EXPECT_EQ(querySql(path, "SELECT count(*) FROM OutlookSync;"), (std::vector<std::string>{"0"}));
+}
+
+TEST_F(SyncDatabaseTest, AMissingTableIsAddedWhenTheServiceResumesPastTheExistingOne) {
+  std::string path = dir.file("sync.db");
+  testing::execSql(path, "CREATE TABLE OutlookScheme (SchemeID INTEGER PRIMARY KEY AUTOINCREMENT);");
+  errors->action = kActionResume;
+  component->setSyncDatabaseLocation(path);
+  EXPECT_TRUE(component->syncDatabaseOpen());
+  ASSERT_EQ(errors->errors.size(), 1u);
+  EXPECT_EQ(errors->errors[0].number(), kTableExists);
+  EXPECT_EQ(errors->errorLocations[0], "kvoutlookdx.dll-clsOutlookSynchronization-createTables");
+  EXPECT_EQ(columns(path, "OutlookSync").size(), 8u);
+}
+
+TEST_F(SyncDatabaseTest, WithTheLeaveActionTheFailedAppendStopsTableCreation) {
+  std::string path = dir.file("sync.db");
+  testing::execSql(path, "CREATE TABLE OutlookScheme (SchemeID INTEGER PRIMARY KEY AUTOINCREMENT);");
+  component->setSyncDatabaseLocation(path);
+  ASSERT_EQ(errors->errors.size(), 1u);
+  EXPECT_EQ(errors->errors[0].number(), kTableExists);
+  EXPECT_TRUE(columns(path, "OutlookSync").empty());
+  // The file was usable, so it is kept (and opened) rather than replaced.
+  EXPECT_TRUE(component->syncDatabaseOpen());
+}
+
+TEST_F(SyncDatabaseTest, VerificationAndTableTest) {
+  EXPECT_FALSE(component->verifySyncDatabase(""));
+  EXPECT_FALSE(component->verifySyncDatabase(dir.file("absent.db")));
+  std::ofstream(dir.file("junk.db")) << "junk junk junk junk junk junk junk junk junk junk junk";
+  EXPECT_FALSE(component->verifySyncDatabase(dir.file("junk.db")));
+  EXPECT_TRUE(fs::exists(dir.file("junk.db")));  // verification itself deletes nothing
+}
+
+TEST_F(SyncDatabaseTest, ADatabaseThatCannotBeCreatedOrOpenedShowsTheWizardMessage) {
+  component->setSyncDatabaseLocation(dir.file("no/such/folder/sync.db"));
+  EXPECT_TRUE(component->FailedToInitializeFlag());
+  ASSERT_FALSE(messages->shown.empty());
+  EXPECT_EQ(messages->shown.back().text,
+            "The outlook synchronization wizard was not able to access the synchronization "
+            "database and needs to close.");
+  EXPECT_EQ(messages->shown.back().style, 3);
+  EXPECT_EQ(messages->shown.back().number, 101);
+}
+
+}  // namespace
+}  // namespace dossync

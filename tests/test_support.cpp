@@ -1,0 +1,96 @@
+#include "test_support.h"
+
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "backends/sqlite/host_database.h"
+#include "backends/sqlite/sqlite_data_access.h"
+#include "core/apartment.h"
+
+namespace dossync::testing {
+
+TempDir::TempDir() {
+  std::string tmpl = (std::filesystem::temp_directory_path() / "dossync-test-XXXXXX").string();
+  if (!mkdtemp(tmpl.data())) std::abort();
+  path_ = tmpl;
+}
+
+TempDir::~TempDir() {
+  std::error_code ec;
+  std::filesystem::remove_all(path_, ec);
+}
+
+void RecordingErrorService::enterProcedure(const std::string& location) {
+  entered.push_back(location);
+  stack.push_back(location);
+}
+
+void RecordingErrorService::leaveProcedure() {
+  ++leaves;
+  if (!stack.empty()) stack.pop_back();
+}
+
+void RecordingErrorService::recordError(const RuntimeError& error) {
+  errors.push_back(error);
+  errorLocations.push_back(stack.empty() ? "" : stack.back());
+}
+
+int32_t RecordingMessageBox::showMessage(const std::string& text, int32_t style,
+                                         const ObjectPtr& owner, int32_t, int32_t,
+                                         int32_t number) {
+  shown.push_back({text, style, owner, number, false});
+  return 1;
+}
+
+bool RecordingMessageBox::askYesNo(const std::string& text, int32_t style, const ObjectPtr& owner,
+                                   int32_t number) {
+  shown.push_back({text, style, owner, number, true});
+  return answer;
+}
+
+void ApartmentTest::SetUp() {
+  resetApartment();
+  sqlite::registerSqliteClasses();
+}
+
+void ApartmentTest::TearDown() { resetApartment(); }
+
+std::string makeHostDatabase(const TempDir& dir, const std::string& name) {
+  std::string path = dir.file(name);
+  sqlite::createHostDatabase(path);
+  return path;
+}
+
+void execSql(const std::string& path, const std::string& sql) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  char* err = nullptr;
+  int rc = sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &err);
+  std::string msg = err ? err : "";
+  sqlite3_free(err);
+  sqlite3_close(db);
+  ASSERT_EQ(rc, SQLITE_OK) << msg << " in " << sql;
+}
+
+std::vector<std::string> querySql(const std::string& path, const std::string& sql) {
+  std::vector<std::string> out;
+  sqlite3* db = nullptr;
+  sqlite3_open(path.c_str(), &db);
+  sqlite3_stmt* st = nullptr;
+  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &st, nullptr) == SQLITE_OK) {
+    while (sqlite3_step(st) == SQLITE_ROW) {
+      const unsigned char* t = sqlite3_column_text(st, 0);
+      out.push_back(t ? reinterpret_cast<const char*>(t) : "");
+    }
+  } else {
+    ADD_FAILURE() << sqlite3_errmsg(db) << " in " << sql;
+  }
+  sqlite3_finalize(st);
+  sqlite3_close(db);
+  return out;
+}
+
+}  // namespace dossync::testing
