@@ -184,3 +184,6 @@ CREATE TABLE Schedule (
   Custom5 VARCHAR(100)
 );
 CREATE INDEX ix_Schedule_ClientNum ON Schedule(ClientNum);
+
+-- The contact recordset as the host names it in its own code.
+CREATE VIEW rstContacts AS SELECT * FROM Contacts;

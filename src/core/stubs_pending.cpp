@@ -7,9 +7,4 @@ void clsOutlookSynchronization::openSynchForm() {
   ErrorFrame f(std::string(kSyncLocation) + "openSyncForm");
 }
 
-bool clsOutlookSynchronization::Synchronize() {
-  ErrorFrame f(std::string(kSyncLocation) + "Synchronize");
-  return false;
-}
-
 }  // namespace dossync

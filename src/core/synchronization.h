@@ -143,6 +143,32 @@ class clsOutlookSynchronization : public Object {
   // The default contacts folder of the open session (RuntimeError 91 when there is none).
   std::shared_ptr<outlook::MAPIFolder> contactsFolder() const;
 
+  // ---- The synchronisation driver (engine/driver.cpp).
+  bool SynchronizeContacts();
+  int32_t getRecordCount();
+  void outlookDialog_StartProgress();
+
+  // ---- Record transfer (transfer/): each answers the saved item's EntryID, "-1" when nothing
+  // was saved; the reverse transfer answers the host company number, 0 when nothing was done.
+  std::string createNewDossieraCompanyWithDefaultContactInOutlook(int32_t companyID,
+                                                                  std::string outlookEntryID);
+  std::string createNewDossieraCompanyInOutlook(int32_t companyID, std::string outlookEntryID);
+  std::string createNewDossieraContactInOutlook(int32_t contactID, std::string outlookEntryID);
+  int32_t createNewOutlookCompanyWithDefaultContactInDossiera(std::string outlookEntryID,
+                                                              int32_t companyID);
+  // Outlook appointment through the open session (mail/appointment.cpp).
+  void CreateAppointment(value::Date& start, value::Date& end, std::string& subject,
+                         std::string& location);
+
+  // What the last synchronisation did (for the host's summary).
+  struct Counters {
+    int32_t rowsWalked = 0, itemsCreated = 0, itemsUpdated = 0, mappingsSaved = 0;
+    int32_t companiesCreated = 0, companiesUpdated = 0, contactsCreated = 0;
+  };
+  Counters& counters() { return counters_; }
+  // Shows "Synchronizing " + name on the progress dialog's status line when progress is shown.
+  void showStatus(const std::string& name);
+
  private:
   std::shared_ptr<SelectionCollection> companyCollection_;
   int32_t syncDirectionType_ = syncFromDossieraToOutlook;
@@ -170,6 +196,7 @@ class clsOutlookSynchronization : public Object {
   bool refreshData_ = false;
   std::shared_ptr<IProgressDialog> progressDialog_;
 
+  Counters counters_;
   std::map<int32_t, std::function<void()>> exitProgramHandlers_;
   int32_t nextHandlerToken_ = 1;
 };

@@ -56,9 +56,6 @@ int32_t SqliteDataAccess::openRecordset(const std::string& sql, int32_t cursorKi
   std::unique_ptr<Recordset> rs;
   auto q = parseTableQuery(sql);
   std::shared_ptr<const TableInfo> table = q ? db_->table(q->table) : nullptr;
-  if (q && !table)
-    throw RuntimeError(kStatementFailed, "Cannot run \"" + sql + "\" on '" + db_->path() +
-                                             "': no table " + q->table);
   if (table) {
     rs = std::make_unique<TableRecordset>(*db_, table, *q, lockKind == hostdb::kLockReadOnly);
   } else {

@@ -285,12 +285,29 @@ std::shared_ptr<const TableInfo> Database::table(const std::string& name) {
   auto info = std::make_shared<TableInfo>();
   bool autoIncrement = false;
   {
-    Statement n(db_, "SELECT name, sql FROM sqlite_master WHERE type='table' AND name = ?1 COLLATE NOCASE;",
+    Statement n(db_,
+                "SELECT type, name, sql FROM sqlite_master WHERE type IN ('table', 'view') AND "
+                "name = ?1 COLLATE NOCASE;",
                 path_);
     n.bind(1, name);
     if (!n.step()) return nullptr;
-    info->name = n.column(0).s;
-    autoIncrement = value::upper(n.column(1).s).find("AUTOINCREMENT") != std::string::npos;
+    std::string sql = n.column(2).s;
+    if (n.column(0).s == "view") {
+      // A view that only renames a table ("CREATE VIEW v AS SELECT * FROM t") is that table.
+      std::string up = value::upper(sql);
+      size_t at = up.find("SELECT * FROM ");
+      if (at == std::string::npos) return nullptr;
+      std::string base = value::trim(sql.substr(at + 14));
+      while (!base.empty() && (base.back() == ';' || base.back() == ' ')) base.pop_back();
+      if (base.empty() || value::equalsIgnoreCase(base, name) ||
+          base.find_first_of(" ,()") != std::string::npos)
+        return nullptr;
+      auto target = table(base);
+      if (target) tables_.emplace(key, target);
+      return target;
+    }
+    info->name = n.column(1).s;
+    autoIncrement = value::upper(sql).find("AUTOINCREMENT") != std::string::npos;
   }
   Statement st(db_, "PRAGMA table_info(" + quoteIdentifier(info->name) + ");", path_);
   bool any = false;

@@ -1,0 +1,34 @@
+// Shared pieces of the record transfers: opening the paired Outlook contact or a new one, and
+// the value conversions between host columns and contact properties.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "core/synchronization.h"
+#include "hostdb/data_access.h"
+#include "hostdb/recordset.h"
+#include "outlook/object_model.h"
+
+namespace dossync::transfer {
+
+struct OpenedItem {
+  outlook::ContactItemPtr item;
+  bool existing = false;  // the paired item was found; otherwise a new unsaved one
+};
+
+// The item with that entry id in the default contacts folder, else a new contact item.
+OpenedItem openOrCreateContact(clsOutlookSynchronization& c, const std::string& outlookEntryID);
+
+// Host "Gender" text -> Outlook gender: "MALE" 2, "FEMALE" 1, anything else 0 (any case).
+int32_t genderFromHost(const std::string& text);
+// A host date text through "mmm d, yyyy" to a date (RuntimeError 13 when it is no date).
+value::Date dateFromHost(const std::string& text);
+
+// The host database, or nullptr when it is not open.
+hostdb::IDataAccess* openHostDatabase();
+
+// Saves the item, counts it as created or updated and answers its EntryID.
+std::string saveItem(clsOutlookSynchronization& c, OpenedItem& opened);
+
+}  // namespace dossync::transfer
