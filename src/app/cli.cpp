@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <ostream>
 
+#include "app/commands.h"
 #include "app/console_services.h"
 #include "app/demo_data.h"
 #include "backends/sqlite/host_database.h"
@@ -14,11 +15,6 @@
 
 namespace dossync::app {
 namespace {
-
-constexpr int kExitOk = 0;
-constexpr int kExitFailure = 1;
-constexpr int kExitInitFailed = 2;
-constexpr int kExitUsage = 64;
 
 int initHost(const std::string& path, std::ostream& out, std::ostream& err) {
   try {
@@ -94,6 +90,51 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   checkCmd->add_option("--sync-db", syncDb, "The synchronisation database (created when needed)")
       ->required();
 
+  ContactsOptions contacts;
+  auto* contactsCmd = app.add_subcommand("contacts", "Read and write the contacts of an Outlook store");
+  contactsCmd->require_subcommand(1);
+  auto outlookOptions = [&](CLI::App* cmd, std::string& outlook, std::string& profile) {
+    cmd->add_option("--outlook", outlook,
+                    "The Outlook store: vdir:DIR (default: vdir under $XDG_DATA_HOME/dossync/outlook)");
+    cmd->add_option("--profile", profile, "The Outlook profile (default: the store's default)");
+  };
+  auto* listCmd = contactsCmd->add_subcommand("list", "Every item of the contacts folder");
+  auto* showCmd = contactsCmd->add_subcommand("show", "One contact");
+  showCmd->add_option("ENTRYID", contacts.entryId, "The contact's EntryID")->required();
+  auto* putCmd = contactsCmd->add_subcommand(
+      "put", "Create a contact from a JSON object of Outlook property names, or update the one "
+             "its EntryID names; prints the EntryID");
+  putCmd->add_option("--json", contacts.jsonFile, "The JSON file, or - for standard input")->required();
+  auto* deleteCmd = contactsCmd->add_subcommand("delete", "Delete a contact");
+  deleteCmd->add_option("ENTRYID", contacts.entryId, "The contact's EntryID")->required();
+  for (CLI::App* cmd : {listCmd, showCmd, putCmd, deleteCmd}) {
+    outlookOptions(cmd, contacts.outlook, contacts.profile);
+    if (cmd != putCmd && cmd != deleteCmd) cmd->add_flag("--json", contacts.json, "Print JSON");
+  }
+
+  SyncOptions sync;
+  auto* syncCmd = app.add_subcommand("sync", "Run one synchronisation");
+  syncCmd->add_option("--host-db", sync.hostDb, "The host database")->required();
+  syncCmd->add_option("--sync-db", sync.syncDb, "The synchronisation database")->required();
+  outlookOptions(syncCmd, sync.outlook, sync.profile);
+  syncCmd->add_option("--password", sync.password, "The Outlook profile's password");
+  syncCmd->add_option("--direction", sync.direction,
+                      "1 both ways (does nothing), 2 host to Outlook, 3 Outlook to host")
+      ->check(CLI::IsMember({1, 2, 3}));
+  syncCmd->add_option("--info", sync.info,
+                      "1 company with default contact, 2 company only, 3/4 contact only "
+                      "(start nothing), 7 contacts")
+      ->check(CLI::IsMember({1, 2, 3, 4, 7}));
+  syncCmd->add_option("--select", sync.select,
+                      "all, or a comma-separated list of company or contact numbers (Outlook "
+                      "entry ids with --direction 3)");
+  syncCmd->add_option("--scheme", sync.scheme, "The scheme number the pairings belong to");
+  syncCmd->add_option("--data-file", sync.dataFile, "The host data file's unique id");
+  syncCmd->add_option("--category", sync.category, "The Outlook category of written items");
+  syncCmd->add_flag("--no-progress", sync.noProgress, "No progress bar");
+  syncCmd->add_option("--on-error", sync.onError, "What an error does: leave, resume or exit")
+      ->check(CLI::IsMember({"leave", "resume", "exit"}));
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -110,6 +151,13 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   if (*init) return initHost(initPath, out, err);
   if (*demoCmd) return demoData(demoPath, demo, out, err);
   if (*checkCmd) return check(hostDb, syncDb, out, err);
+  if (*contactsCmd) {
+    for (CLI::App* cmd : {listCmd, showCmd, putCmd, deleteCmd}) {
+      if (*cmd) contacts.action = cmd->get_name();
+    }
+    return runContacts(contacts, out, err);
+  }
+  if (*syncCmd) return runSync(sync, out, err);
   return kExitUsage;
 }
 

@@ -1,0 +1,131 @@
+// dossync sync: one synchronisation through the component, headless, with console services.
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <ostream>
+#include <sstream>
+
+#include "app/commands.h"
+#include "app/console_services.h"
+#include "app/outlook_wiring.h"
+#include "app/terminal_progress.h"
+#include "core/apartment.h"
+#include "core/synchronization.h"
+#include "core/value.h"
+#include "hostdb/recordset.h"
+
+namespace dossync::app {
+namespace {
+
+int32_t actionFor(const std::string& onError) {
+  if (onError == "resume") return kActionResume;
+  if (onError == "exit") return kActionExitProgram;
+  return kActionLeave;
+}
+
+// Which member of a selection entry the chosen numbers or ids fill.
+int memberFor(int32_t direction, int32_t info) {
+  if (direction == syncFromOutlookToDossiera) return 3;
+  return info == companyWithDefaultContact || info == companyOnly ? 1 : 2;
+}
+
+void addEntry(SelectionCollection& s, int member, const std::string& id) {
+  s.add(member == 1 ? id : "", member == 2 ? id : "", member == 3 ? id : "");
+}
+
+// Every record of the kind the selection holds: host companies or contacts, or the Outlook
+// contacts of the store.
+void selectAll(clsOutlookSynchronization& c, int member) {
+  SelectionCollection& s = *c.companyCollection();
+  if (member == 3) {
+    c.StartOutlook();
+    auto items = c.contactsFolder()->Items();
+    for (int32_t i = 1, n = items->Count(); i <= n; ++i) {
+      auto item = items->Item(i);
+      if (item && item->Class() == outlook::olContact) addEntry(s, 3, item->EntryID());
+    }
+    return;
+  }
+  auto& db = apartment().hostDb;
+  hostdb::Recordset rs(*db, member == 1 ? "SELECT Companies.* FROM Companies;"
+                                        : "SELECT Contacts.* FROM Contacts;");
+  for (; !rs.eof(); rs.next()) addEntry(s, member, rs.read(member == 1 ? "CompanyID" : "ContactID"));
+}
+
+}  // namespace
+
+int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
+  try {
+    registerOutlook(o.outlook);
+  } catch (const RuntimeError& e) {
+    err << "dossync: " << e.description() << "\n";
+    return kExitUsage;
+  }
+  registerTerminalProgress(!o.noProgress);
+  auto errors = std::make_shared<ConsoleErrorService>(err, actionFor(o.onError));
+  auto messages = std::make_shared<ConsoleMessageBox>(err);
+  auto component = std::make_unique<clsOutlookSynchronization>();
+  bool exitRequested = false;
+  component->subscribeExitProgram([&] { exitRequested = true; });
+  component->setErrorClass(errors);
+  component->setMsgboxClass(messages);
+  component->setDataFileUniqueID(o.dataFile);
+  component->setMainDatabaseLocation(o.hostDb);
+  component->setSyncDatabaseLocation(o.syncDb);
+  if (component->FailedToInitializeFlag()) return kExitInitFailed;
+  if (!component->mainDatabaseOpen()) {
+    err << "dossync: the host database " << o.hostDb << " does not exist\n";
+    return kExitInitFailed;
+  }
+
+  component->setSchemeID(o.scheme);
+  component->setSyncDirectionType(o.direction);
+  component->setSyncInformationType(o.info);
+  component->setOutlookCategory(o.category);
+  component->setProfile(o.profile);
+  component->setPassword(o.password);
+  component->setDisplayLoginDialog(false);
+  component->setShowProgress(!o.noProgress);
+
+  int member = memberFor(o.direction, o.info);
+  try {
+    if (o.select == "all") {
+      selectAll(*component, member);
+    } else {
+      std::stringstream list(o.select);
+      std::string id;
+      while (std::getline(list, id, ',')) {
+        id = value::trim(id);
+        if (id.empty()) continue;
+        if (member != 3 && !value::isNumeric(id)) {
+          err << "dossync: --select takes record numbers here, not '" << id << "'\n";
+          return kExitUsage;
+        }
+        addEntry(*component->companyCollection(), member, member == 3 ? id : std::to_string(value::toLong(id)));
+      }
+    }
+  } catch (const RuntimeError& e) {
+    err << "dossync: cannot list the records to select: " << e.description() << "\n";
+    return kExitFailure;
+  }
+
+  auto started = std::chrono::steady_clock::now();
+  component->Synchronize();
+  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+  const auto& n = component->counters();
+  char line[400];
+  std::snprintf(line, sizeof line,
+                "rows walked %d, items created %d, items updated %d, mapping rows saved %d, "
+                "errors %d, seconds %.2f",
+                n.rowsWalked, n.itemsCreated, n.itemsUpdated, n.mappingsSaved, errors->errorCount(),
+                seconds);
+  out << line;
+  if (o.direction == syncFromOutlookToDossiera) {
+    out << ", companies created " << n.companiesCreated << ", companies updated "
+        << n.companiesUpdated << ", contacts created " << n.contactsCreated;
+  }
+  out << "\n";
+  return exitRequested ? kExitProgram : kExitOk;
+}
+
+}  // namespace dossync::app

@@ -1,0 +1,32 @@
+// The commands of the dossync command line, each answering the process exit code.
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace dossync::app {
+
+constexpr int kExitOk = 0;
+constexpr int kExitFailure = 1;
+constexpr int kExitInitFailed = 2;
+constexpr int kExitProgram = 3;
+constexpr int kExitUsage = 64;
+
+struct ContactsOptions {
+  std::string action;  // list, show, put, delete
+  std::string outlook, profile, entryId, jsonFile;
+  bool json = false;
+};
+int runContacts(const ContactsOptions& o, std::ostream& out, std::ostream& err);
+
+struct SyncOptions {
+  std::string hostDb, syncDb, outlook, profile, password, select = "all", dataFile;
+  std::string category = "Business", onError = "leave";
+  int32_t direction = 2, info = 1, scheme = -1;
+  bool noProgress = false;
+};
+int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err);
+
+}  // namespace dossync::app
