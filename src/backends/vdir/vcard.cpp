@@ -1,0 +1,349 @@
+#include "backends/vdir/vcard.h"
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+
+#include "core/error.h"
+#include "core/value.h"
+
+namespace dossync::vdir {
+namespace {
+
+constexpr size_t kFoldOctets = 75;
+
+bool isNameChar(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_';
+}
+
+bool isUtf8Continuation(char c) {
+  return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+RuntimeError syntaxError(size_t lineNumber, const std::string& what) {
+  std::string where = lineNumber > 0 ? "line " + std::to_string(lineNumber) + ": " : "";
+  return RuntimeError(kOutlookOperationFailed, "Malformed vCard: " + where + what, "vdir");
+}
+
+std::string_view takeName(std::string_view line, size_t& i) {
+  size_t begin = i;
+  while (i < line.size() && isNameChar(line[i])) ++i;
+  return line.substr(begin, i - begin);
+}
+
+// A parameter value as written: quoted when it holds a delimiter, which a quoted value cannot
+// itself contain a double quote; such quotes become apostrophes.
+std::string paramValueText(const std::string& v) {
+  bool needsQuotes = v.find_first_of(";:,") != std::string::npos || (!v.empty() && v[0] == '"');
+  if (!needsQuotes) return v;
+  std::string inner = v;
+  std::replace(inner.begin(), inner.end(), '"', '\'');
+  return "\"" + inner + "\"";
+}
+
+bool isMarker(std::string_view line, std::string_view marker) {
+  return value::equalsIgnoreCase(value::trim(line), marker);
+}
+
+}  // namespace
+
+bool VcardProperty::is(std::string_view name) const {
+  return value::equalsIgnoreCase(name_, name);
+}
+
+std::vector<std::string> VcardProperty::paramValues(std::string_view name) const {
+  std::vector<std::string> out;
+  for (const auto& p : params_) {
+    if (value::equalsIgnoreCase(p.name, name))
+      out.insert(out.end(), p.values.begin(), p.values.end());
+  }
+  return out;
+}
+
+bool VcardProperty::hasParam(std::string_view name) const {
+  return std::any_of(params_.begin(), params_.end(),
+                     [&](const VcardParam& p) { return value::equalsIgnoreCase(p.name, name); });
+}
+
+bool VcardProperty::hasType(std::string_view type) const {
+  for (const auto& p : params_) {
+    if (!p.name.empty() && !value::equalsIgnoreCase(p.name, "TYPE")) continue;
+    for (const auto& v : p.values) {
+      // A quoted "work,voice" is one value holding several types.
+      size_t start = 0;
+      while (start <= v.size()) {
+        size_t comma = v.find(',', start);
+        if (comma == std::string::npos) comma = v.size();
+        if (value::equalsIgnoreCase(value::trim(std::string_view(v).substr(start, comma - start)),
+                                    type))
+          return true;
+        start = comma + 1;
+      }
+    }
+  }
+  return false;
+}
+
+void VcardProperty::setGroup(std::string group) {
+  group_ = std::move(group);
+  source_.clear();
+}
+
+void VcardProperty::setRawValue(std::string raw) {
+  value_ = std::move(raw);
+  source_.clear();
+}
+
+void VcardProperty::setParam(const std::string& name, std::vector<std::string> values) {
+  removeParam(name);
+  params_.push_back({name, std::move(values)});
+}
+
+void VcardProperty::removeParam(std::string_view name) {
+  std::erase_if(params_,
+                [&](const VcardParam& p) { return value::equalsIgnoreCase(p.name, name); });
+  source_.clear();
+}
+
+std::string VcardProperty::line() const {
+  if (!source_.empty()) return source_;
+  std::string out;
+  if (!group_.empty()) out += group_ + ".";
+  out += name_;
+  for (const auto& p : params_) {
+    out += ';';
+    if (!p.name.empty()) out += p.name + "=";
+    for (size_t i = 0; i < p.values.size(); ++i) {
+      if (i > 0) out += ',';
+      out += paramValueText(p.values[i]);
+    }
+  }
+  out += ':';
+  out += value_;
+  return out;
+}
+
+bool VcardProperty::sameContent(const VcardProperty& other) const {
+  return group_ == other.group_ && name_ == other.name_ && params_ == other.params_ &&
+         value_ == other.value_;
+}
+
+const VcardProperty* Vcard::find(std::string_view name) const {
+  for (const auto& p : properties) {
+    if (p.is(name)) return &p;
+  }
+  return nullptr;
+}
+
+VcardProperty* Vcard::find(std::string_view name) {
+  return const_cast<VcardProperty*>(std::as_const(*this).find(name));
+}
+
+VcardProperty parsePropertyLine(std::string_view line, size_t lineNumber) {
+  VcardProperty p;
+  size_t i = 0;
+  std::string_view name = takeName(line, i);
+  if (name.empty()) throw syntaxError(lineNumber, "property name missing");
+  if (i < line.size() && line[i] == '.') {
+    p.group_ = std::string(name);
+    ++i;
+    name = takeName(line, i);
+    if (name.empty()) throw syntaxError(lineNumber, "property name missing after the group");
+  }
+  p.name_ = std::string(name);
+
+  while (i < line.size() && line[i] == ';') {
+    ++i;
+    std::string_view pname = takeName(line, i);
+    if (pname.empty()) throw syntaxError(lineNumber, "bad parameter of " + p.name_);
+    VcardParam param;
+    if (i < line.size() && line[i] == '=') {
+      param.name = std::string(pname);
+      ++i;
+      for (;;) {
+        if (i < line.size() && line[i] == '"') {
+          size_t close = line.find('"', i + 1);
+          if (close == std::string_view::npos)
+            throw syntaxError(lineNumber, "unterminated quoted parameter of " + p.name_);
+          param.values.emplace_back(line.substr(i + 1, close - i - 1));
+          i = close + 1;
+        } else {
+          size_t begin = i;
+          while (i < line.size() && line[i] != ';' && line[i] != ':' && line[i] != ',') ++i;
+          param.values.emplace_back(line.substr(begin, i - begin));
+        }
+        if (i < line.size() && line[i] == ',') {
+          ++i;
+          continue;
+        }
+        break;
+      }
+    } else {
+      param.values.emplace_back(pname);  // bare 2.1 type
+    }
+    p.params_.push_back(std::move(param));
+  }
+  if (i >= line.size() || line[i] != ':')
+    throw syntaxError(lineNumber, "':' missing after " + p.name_);
+  p.value_ = std::string(line.substr(i + 1));
+  p.source_ = std::string(line);
+  return p;
+}
+
+Vcard parseVcard(std::string_view text) {
+  if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+
+  // Unfold: a physical line that starts with a blank or tab continues the one before it.
+  struct Logical {
+    std::string text;
+    size_t number;
+  };
+  std::vector<Logical> lines;
+  size_t pos = 0, number = 0;
+  for (;;) {
+    size_t nl = text.find('\n', pos);
+    std::string_view phys = text.substr(pos, nl == std::string_view::npos ? nl : nl - pos);
+    ++number;
+    if (!phys.empty() && phys.back() == '\r') phys.remove_suffix(1);
+    if (!phys.empty() && (phys[0] == ' ' || phys[0] == '\t')) {
+      if (lines.empty()) throw syntaxError(number, "continuation line with nothing to continue");
+      lines.back().text.append(phys.substr(1));
+    } else {
+      lines.push_back({std::string(phys), number});
+    }
+    if (nl == std::string_view::npos) break;
+    pos = nl + 1;
+  }
+
+  Vcard card;
+  enum { kBefore, kInside, kAfter } state = kBefore;
+  for (const auto& l : lines) {
+    if (l.text.empty()) continue;
+    switch (state) {
+      case kBefore:
+        if (!isMarker(l.text, "BEGIN:VCARD")) throw syntaxError(l.number, "BEGIN:VCARD expected");
+        state = kInside;
+        break;
+      case kInside: {
+        if (isMarker(l.text, "END:VCARD")) {
+          state = kAfter;
+          break;
+        }
+        VcardProperty p = parsePropertyLine(l.text, l.number);
+        if (p.is("BEGIN") || p.is("END"))
+          throw syntaxError(l.number, "unexpected " + p.name() + ":" + p.rawValue());
+        card.properties.push_back(std::move(p));
+        break;
+      }
+      case kAfter:
+        throw syntaxError(l.number, "text after END:VCARD (one card per file)");
+    }
+  }
+  if (state == kBefore) throw syntaxError(0, "no BEGIN:VCARD");
+  if (state == kInside) throw syntaxError(0, "END:VCARD missing");
+  return card;
+}
+
+std::string foldLine(std::string_view line) {
+  std::string out;
+  bool first = true;
+  while (true) {
+    size_t limit = first ? kFoldOctets : kFoldOctets - 1;  // continuation lines start with a blank
+    if (!first) out += ' ';
+    if (line.size() <= limit) {
+      out.append(line);
+      out += "\r\n";
+      return out;
+    }
+    size_t cut = limit;
+    for (int back = 0; back < 3 && cut > 1 && isUtf8Continuation(line[cut]); ++back) --cut;
+    if (isUtf8Continuation(line[cut])) cut = limit;  // not UTF-8 after all: cut anywhere
+    out.append(line.substr(0, cut));
+    out += "\r\n";
+    line.remove_prefix(cut);
+    first = false;
+  }
+}
+
+std::string writeVcard(const Vcard& card) {
+  std::string out = "BEGIN:VCARD\r\n";
+  for (const auto& p : card.properties) out += foldLine(p.line());
+  out += "END:VCARD\r\n";
+  return out;
+}
+
+std::string escapeText(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (char c : text) {
+    switch (c) {
+      case '\\':
+        out += "\\\\";
+        break;
+      case ',':
+        out += "\\,";
+        break;
+      case ';':
+        out += "\\;";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      default:
+        out += c;
+    }
+  }
+  return out;
+}
+
+std::string unescapeText(std::string_view raw) {
+  std::string out;
+  out.reserve(raw.size());
+  for (size_t i = 0; i < raw.size(); ++i) {
+    char c = raw[i];
+    if (c != '\\' || i + 1 == raw.size()) {
+      out += c;
+      continue;
+    }
+    char d = raw[++i];
+    switch (d) {
+      case '\\':
+      case ',':
+      case ';':
+      case ':':
+        out += d;
+        break;
+      case 'n':
+      case 'N':
+        out += '\n';
+        break;
+      case 'r':
+        out += '\r';
+        break;
+      default:
+        out += '\\';
+        out += d;
+    }
+  }
+  return out;
+}
+
+std::vector<std::string> splitRaw(std::string_view raw, char sep) {
+  std::vector<std::string> parts(1);
+  for (size_t i = 0; i < raw.size(); ++i) {
+    if (raw[i] == '\\' && i + 1 < raw.size()) {
+      parts.back() += raw[i];
+      parts.back() += raw[++i];
+    } else if (raw[i] == sep) {
+      parts.emplace_back();
+    } else {
+      parts.back() += raw[i];
+    }
+  }
+  return parts;
+}
+
+}  // namespace dossync::vdir

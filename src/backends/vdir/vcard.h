@@ -1,0 +1,102 @@
+// vCard 3.0 (RFC 2426, RFC 2425 directory syntax) read and written by hand.
+//
+// A card is a list of properties, each `[group.]NAME[;PARAM=v1,v2...]:value`, between
+// BEGIN:VCARD and END:VCARD. What this layer guarantees:
+//   - lines are unfolded on reading (CRLF or LF, then one blank or tab) and folded on writing
+//     at 75 octets without splitting a UTF-8 sequence; lines end in CRLF;
+//   - names, groups and parameter names are kept as written and compared without regard to case;
+//   - parameters keep their order; `TYPE=WORK,VOICE`, `TYPE=work;TYPE=voice`, bare vCard 2.1
+//     types (`TEL;WORK:`) and quoted values (`TYPE="a,b"`, `X-A="x;y:z"`) are all understood;
+//   - the value is kept raw (escaped as in the file); escapeText/unescapeText and splitRaw turn
+//     it into text;
+//   - a property read from a file and never edited is written back byte for byte as it was read
+//     (after unfolding), so properties this program does not know (X-..., PHOTO, groups of other
+//     programs) survive an update of the card.
+// Malformed input throws RuntimeError naming the line at fault.
+// Pure functions and plain values; safe on any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace dossync::vdir {
+
+struct VcardParam {
+  std::string name;                 // as written; "" for a bare vCard 2.1 type such as WORK
+  std::vector<std::string> values;  // without quotes
+  bool operator==(const VcardParam&) const = default;
+};
+
+class VcardProperty {
+ public:
+  VcardProperty() = default;
+  VcardProperty(std::string name, std::string rawValue)
+      : name_(std::move(name)), value_(std::move(rawValue)) {}
+
+  const std::string& group() const { return group_; }
+  const std::string& name() const { return name_; }
+  const std::vector<VcardParam>& params() const { return params_; }
+  const std::string& rawValue() const { return value_; }
+  // Whether the property has that name, whatever the case.
+  bool is(std::string_view name) const;
+
+  // The values of every parameter of that name (case-insensitive), in order.
+  std::vector<std::string> paramValues(std::string_view name) const;
+  bool hasParam(std::string_view name) const;
+  // Whether TYPE (in any of its spellings, including bare 2.1 types) lists `type`.
+  bool hasType(std::string_view type) const;
+
+  // Editing forgets the line as read: the property is then written from its parts.
+  void setGroup(std::string group);
+  void setRawValue(std::string raw);
+  void setParam(const std::string& name, std::vector<std::string> values);  // replaces
+  void removeParam(std::string_view name);
+
+  // The unfolded line as read; empty for a property made or edited here.
+  const std::string& sourceLine() const { return source_; }
+  // The unfolded line to write: the source line when there is one, else built from the parts.
+  std::string line() const;
+  // Forgets the source line (the fuzzer uses it to exercise the writer on every property).
+  void forgetSourceLine() { source_.clear(); }
+
+  // Same group, name, parameters and value (the source line is not compared).
+  bool sameContent(const VcardProperty& other) const;
+
+ private:
+  friend VcardProperty parsePropertyLine(std::string_view line, size_t lineNumber);
+  std::string group_;
+  std::string name_;
+  std::vector<VcardParam> params_;
+  std::string value_;
+  std::string source_;
+};
+
+struct Vcard {
+  std::vector<VcardProperty> properties;
+
+  // The first property of that name, or nullptr.
+  const VcardProperty* find(std::string_view name) const;
+  VcardProperty* find(std::string_view name);
+};
+
+// One card. Throws RuntimeError on a missing BEGIN/END, a line without ':', a bad name or
+// parameter, or anything but blank lines after END:VCARD (a second card).
+Vcard parseVcard(std::string_view text);
+std::string writeVcard(const Vcard& card);
+
+// One property line (unfolded, without line end), for tests and the parser.
+VcardProperty parsePropertyLine(std::string_view line, size_t lineNumber = 0);
+// The line folded at 75 octets, each physical line ending in CRLF.
+std::string foldLine(std::string_view line);
+
+// Text escaping: backslash, comma, semicolon and line feed as \\ \, \; \n; a carriage return
+// as \r, so a file never holds a bare CR (callers wanting CRLF breaks written as plain \n turn
+// them into LF first and mark the property, see contact_card.h).
+std::string escapeText(std::string_view text);
+// The reverse; also reads \N and \: as other programs write them. Unknown escapes are kept.
+std::string unescapeText(std::string_view raw);
+// Splits a raw value at every `sep` that is not escaped; the parts stay raw.
+std::vector<std::string> splitRaw(std::string_view raw, char sep);
+
+}  // namespace dossync::vdir
