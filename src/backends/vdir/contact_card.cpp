@@ -1,0 +1,753 @@
+#include "backends/vdir/contact_card.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <map>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "core/error.h"
+
+namespace dossync::vdir {
+namespace {
+
+using CP = outlook::ContactProperty;
+
+constexpr const char* kEolParam = "X-DOSSYNC-EOL";
+constexpr const char* kFieldParam = "X-DOSSYNC-FIELD";
+
+// ---- Text with its line-break mode --------------------------------------------------------
+
+bool hasCr(std::string_view t) {
+  return t.find('\r') != std::string_view::npos;
+}
+
+// Every CR starts a CRLF and every LF ends one.
+bool crlfOnly(std::string_view t) {
+  for (size_t i = 0; i < t.size(); ++i) {
+    if (t[i] == '\r' && (i + 1 == t.size() || t[i + 1] != '\n')) return false;
+    if (t[i] == '\n' && (i == 0 || t[i - 1] != '\r')) return false;
+  }
+  return true;
+}
+
+std::string replaceAll(std::string_view t, std::string_view from, std::string_view to) {
+  std::string out;
+  size_t pos = 0;
+  for (size_t hit; (hit = t.find(from, pos)) != std::string_view::npos; pos = hit + from.size()) {
+    out.append(t.substr(pos, hit - pos));
+    out.append(to);
+  }
+  out.append(t.substr(pos));
+  return out;
+}
+
+bool isCrlfMode(const VcardProperty& p) {
+  for (const auto& v : p.paramValues(kEolParam)) {
+    if (value::equalsIgnoreCase(v, "CRLF")) return true;
+  }
+  return false;
+}
+
+std::string decodeText(std::string_view raw, bool crlf) {
+  std::string t = unescapeText(raw);
+  return crlf ? replaceAll(t, "\n", "\r\n") : t;
+}
+
+std::string encodeText(std::string_view text, bool crlf) {
+  return escapeText(crlf ? replaceAll(text, "\r\n", "\n") : std::string(text));
+}
+
+// CRLF mode when every break of every text is CRLF and there is one (or the mode was on).
+bool chooseCrlf(const std::vector<std::string>& texts, bool current) {
+  bool anyCr = false;
+  for (const auto& t : texts) {
+    if (!crlfOnly(t)) return false;
+    anyCr = anyCr || hasCr(t);
+  }
+  return anyCr || current;
+}
+
+void setEolParam(VcardProperty& p, bool crlf) {
+  if (crlf) {
+    if (!isCrlfMode(p)) p.setParam(kEolParam, {"CRLF"});
+  } else if (p.hasParam(kEolParam)) {
+    p.removeParam(kEolParam);
+  }
+}
+
+std::string join(const std::vector<std::string>& parts, std::string_view sep) {
+  std::string out;
+  for (size_t i = 0; i < parts.size(); ++i) {
+    if (i > 0) out += sep;
+    out += parts[i];
+  }
+  return out;
+}
+
+std::string wholeText(const VcardProperty& p) {
+  return decodeText(p.rawValue(), isCrlfMode(p));
+}
+
+void setWholeText(VcardProperty& p, const std::string& text) {
+  bool crlf = chooseCrlf({text}, isCrlfMode(p));
+  p.setRawValue(encodeText(text, crlf));
+  setEolParam(p, crlf);
+}
+
+std::string componentText(const VcardProperty& p, size_t k) {
+  auto parts = splitRaw(p.rawValue(), ';');
+  return k < parts.size() ? decodeText(parts[k], isCrlfMode(p)) : std::string();
+}
+
+bool allComponentsEmpty(const VcardProperty& p) {
+  auto parts = splitRaw(p.rawValue(), ';');
+  return std::all_of(parts.begin(), parts.end(), [](const std::string& s) { return s.empty(); });
+}
+
+// A raw text ending in an unpaired backslash (which reads as a backslash) would escape the
+// separator written after it.
+bool endsWithLoneBackslash(std::string_view raw) {
+  for (size_t i = 0; i < raw.size(); ++i) {
+    if (raw[i] == '\\' && ++i == raw.size()) return true;
+  }
+  return false;
+}
+
+// Component k becomes `text`; the other components keep their raw text unless the line-break
+// mode of the property has to change.
+void setComponentText(VcardProperty& p, size_t k, const std::string& text) {
+  auto raws = splitRaw(p.rawValue(), ';');
+  // N and ADR are written with all their components, as readers expect.
+  size_t least = p.is("N") ? 5 : p.is("ADR") ? 7 : k + 1;
+  if (raws.size() < std::max(least, k + 1)) raws.resize(std::max(least, k + 1));
+  for (auto& r : raws) {
+    if (endsWithLoneBackslash(r)) r += '\\';
+  }
+  bool crlf = isCrlfMode(p);
+  std::vector<std::string> texts;
+  for (const auto& r : raws) texts.push_back(decodeText(r, crlf));
+  texts[k] = text;
+  bool want = chooseCrlf(texts, crlf);
+  if (want == crlf) {
+    raws[k] = encodeText(text, crlf);
+  } else {
+    for (size_t i = 0; i < raws.size(); ++i) raws[i] = encodeText(texts[i], want);
+  }
+  p.setRawValue(join(raws, ";"));
+  setEolParam(p, want);
+}
+
+// ---- Where properties go ------------------------------------------------------------------
+
+constexpr std::array<CP, 7> kPhoneSlots = {
+    CP::BusinessTelephoneNumber, CP::Business2TelephoneNumber, CP::BusinessFaxNumber,
+    CP::HomeTelephoneNumber,     CP::Home2TelephoneNumber,     CP::HomeFaxNumber,
+    CP::MobileTelephoneNumber};
+constexpr std::array<CP, 3> kEmailSlots = {CP::Email1Address, CP::Email2Address, CP::Email3Address};
+
+bool isSecondSlot(CP p) {
+  return p == CP::Business2TelephoneNumber || p == CP::Home2TelephoneNumber ||
+         p == CP::Email2Address || p == CP::Email3Address;
+}
+
+std::optional<CP> taggedSlot(const VcardProperty& p, std::span<const CP> slots) {
+  auto tags = p.paramValues(kFieldParam);
+  if (tags.empty()) return std::nullopt;
+  for (CP slot : slots) {
+    if (value::equalsIgnoreCase(tags.front(), outlook::propertyName(slot))) return slot;
+  }
+  return std::nullopt;
+}
+
+std::vector<CP> phoneCandidates(const VcardProperty& p) {
+  for (const char* other : {"PAGER", "CAR", "VIDEO", "MODEM", "ISDN", "BBS", "TEXTPHONE"}) {
+    if (p.hasType(other)) return {};
+  }
+  bool work = p.hasType("WORK"), home = p.hasType("HOME");
+  if (p.hasType("FAX")) return {home && !work ? CP::HomeFaxNumber : CP::BusinessFaxNumber};
+  if (p.hasType("CELL")) return {CP::MobileTelephoneNumber};
+  if (work) return {CP::BusinessTelephoneNumber, CP::Business2TelephoneNumber};
+  if (home) return {CP::HomeTelephoneNumber, CP::Home2TelephoneNumber};
+  return {};
+}
+
+// Which TEL (phone) or EMAIL property fills which slot: tagged ones first, then the others by
+// type in card order. A second property tagged for a taken slot fills none.
+std::map<CP, size_t> assignSlots(const Vcard& card, bool phone) {
+  std::span<const CP> slots = phone ? std::span<const CP>(kPhoneSlots) : kEmailSlots;
+  std::map<CP, size_t> out;
+  std::vector<size_t> untagged;
+  for (size_t i = 0; i < card.properties.size(); ++i) {
+    const auto& p = card.properties[i];
+    if (!p.is(phone ? "TEL" : "EMAIL")) continue;
+    if (auto slot = taggedSlot(p, slots)) {
+      out.emplace(*slot, i);
+    } else {
+      untagged.push_back(i);
+    }
+  }
+  for (size_t i : untagged) {
+    std::vector<CP> candidates = phone ? phoneCandidates(card.properties[i])
+                                       : std::vector<CP>(kEmailSlots.begin(), kEmailSlots.end());
+    for (CP c : candidates) {
+      if (out.emplace(c, i).second) break;
+    }
+  }
+  return out;
+}
+
+void tagSecondSlots(Vcard& card, bool phone) {
+  std::span<const CP> slots = phone ? std::span<const CP>(kPhoneSlots) : kEmailSlots;
+  for (auto [slot, index] : assignSlots(card, phone)) {
+    auto& p = card.properties[index];
+    if (isSecondSlot(slot) && taggedSlot(p, slots) != slot)
+      p.setParam(kFieldParam, {outlook::propertyName(slot)});
+  }
+}
+
+std::vector<std::string> slotTypes(CP slot) {
+  switch (slot) {
+    case CP::BusinessTelephoneNumber:
+    case CP::Business2TelephoneNumber:
+      return {"WORK", "VOICE"};
+    case CP::BusinessFaxNumber:
+      return {"WORK", "FAX"};
+    case CP::HomeTelephoneNumber:
+    case CP::Home2TelephoneNumber:
+      return {"HOME", "VOICE"};
+    case CP::HomeFaxNumber:
+      return {"HOME", "FAX"};
+    case CP::MobileTelephoneNumber:
+      return {"CELL", "VOICE"};
+    default:
+      return {"INTERNET"};
+  }
+}
+
+// Where a new property goes: before the first property that comes after it in this order, so
+// a card made here reads in the same order whatever order its properties were set in.
+constexpr std::array<const char*, 21> kOrder = {"VERSION",
+                                                "PRODID",
+                                                "UID",
+                                                "FN",
+                                                "N",
+                                                "X-DOSSYNC-FILEAS",
+                                                "ORG",
+                                                "TITLE",
+                                                "X-DOSSYNC-OFFICE",
+                                                "TEL",
+                                                "EMAIL",
+                                                "ADR",
+                                                "URL",
+                                                "BDAY",
+                                                "X-ANNIVERSARY",
+                                                "X-GENDER",
+                                                "X-SPOUSE",
+                                                "X-DOSSYNC-CHILDREN",
+                                                "CATEGORIES",
+                                                "X-DOSSYNC-CATEGORIES",
+                                                "NOTE"};
+
+std::optional<int> rankOf(const VcardProperty& p) {
+  for (size_t i = 0; i < kOrder.size(); ++i) {
+    if (!p.is(kOrder[i])) continue;
+    int sub = 0;
+    if (p.is("TEL")) {
+      auto slot = taggedSlot(p, kPhoneSlots);
+      auto candidates = phoneCandidates(p);
+      if (!slot && !candidates.empty()) slot = candidates.front();
+      sub = slot ? static_cast<int>(std::find(kPhoneSlots.begin(), kPhoneSlots.end(), *slot) -
+                                    kPhoneSlots.begin())
+                 : 99;
+    } else if (p.is("EMAIL")) {
+      auto slot = taggedSlot(p, kEmailSlots);
+      sub = slot ? static_cast<int>(*slot) - static_cast<int>(CP::Email1Address) : 0;
+    } else if (p.is("ADR")) {
+      sub = p.hasType("WORK") ? 0 : p.hasType("HOME") ? 1 : 2;
+    }
+    return static_cast<int>(i) * 100 + sub;
+  }
+  return std::nullopt;
+}
+
+VcardProperty& insertProperty(Vcard& card, VcardProperty p) {
+  auto rank = rankOf(p);
+  auto& props = card.properties;
+  auto at = props.end();
+  if (rank) {
+    at = std::find_if(props.begin(), props.end(), [&](const VcardProperty& q) {
+      auto r = rankOf(q);
+      return r && *r > *rank;
+    });
+  }
+  return *props.insert(at, std::move(p));
+}
+
+void removeAll(Vcard& card, std::span<const char* const> names) {
+  std::erase_if(card.properties, [&](const VcardProperty& p) {
+    return std::any_of(names.begin(), names.end(), [&](const char* n) { return p.is(n); });
+  });
+}
+
+// The first property with one of these names, the earlier names first.
+const VcardProperty* findAny(const Vcard& card, std::span<const char* const> names) {
+  for (const char* n : names) {
+    if (auto* p = card.find(n)) return p;
+  }
+  return nullptr;
+}
+
+// Sets a one-value property known by several names: the first one present is updated, the
+// others removed, and "" removes them all (or empties the first when the property is required).
+void setAliased(Vcard& card, std::span<const char* const> names, const std::string& text,
+                bool required = false) {
+  const VcardProperty* found = findAny(card, names);
+  if (text.empty() && !required) {
+    removeAll(card, names);
+    return;
+  }
+  std::string keep = found ? found->name() : names.front();
+  if (found) {
+    std::vector<const char*> others;
+    for (const char* n : names) {
+      if (!value::equalsIgnoreCase(n, keep)) others.push_back(n);
+    }
+    removeAll(card, others);
+    setWholeText(*card.find(keep), text);
+  } else {
+    VcardProperty p(keep, "");
+    setWholeText(p, text);
+    insertProperty(card, std::move(p));
+  }
+}
+
+// Erases property `index` unless another property would then answer for the same field (say a
+// third WORK telephone, or a second ORG): the emptied property then stays, so the field reads "".
+template <class Filled>
+bool eraseUnlessReplaced(Vcard& card, size_t index, Filled filled) {
+  Vcard trial = card;
+  trial.properties.erase(trial.properties.begin() + static_cast<std::ptrdiff_t>(index));
+  if (filled(trial)) return false;
+  card = std::move(trial);
+  return true;
+}
+
+// ---- Field table --------------------------------------------------------------------------
+
+enum class Kind { Text, Name, Org, BusinessAddress, HomeAddress, Phone, Email, Categories };
+
+struct Field {
+  Kind kind;
+  size_t component = 0;                 // Name, Org, addresses
+  std::vector<const char*> names = {};  // Text: the property's names, the one written first
+};
+
+Field fieldOf(CP p) {
+  switch (p) {
+    case CP::LastName:
+      return {Kind::Name, 0};
+    case CP::FirstName:
+      return {Kind::Name, 1};
+    case CP::MiddleName:
+      return {Kind::Name, 2};
+    case CP::Title:
+      return {Kind::Name, 3};
+    case CP::Suffix:
+      return {Kind::Name, 4};
+    case CP::FullName:
+      return {Kind::Text, 0, {"FN"}};
+    case CP::FileAs:
+      return {Kind::Text, 0, {"X-DOSSYNC-FILEAS", "X-EVOLUTION-FILE-AS"}};
+    case CP::CompanyName:
+      return {Kind::Org, 0};
+    case CP::Department:
+      return {Kind::Org, 1};
+    case CP::JobTitle:
+      return {Kind::Text, 0, {"TITLE"}};
+    case CP::OfficeLocation:
+      return {Kind::Text, 0, {"X-DOSSYNC-OFFICE"}};
+    case CP::Categories:
+      return {Kind::Categories};
+    case CP::Email1Address:
+    case CP::Email2Address:
+    case CP::Email3Address:
+      return {Kind::Email};
+    case CP::BusinessTelephoneNumber:
+    case CP::Business2TelephoneNumber:
+    case CP::BusinessFaxNumber:
+    case CP::HomeTelephoneNumber:
+    case CP::Home2TelephoneNumber:
+    case CP::HomeFaxNumber:
+    case CP::MobileTelephoneNumber:
+      return {Kind::Phone};
+    case CP::BusinessAddressStreet:
+      return {Kind::BusinessAddress, 2};
+    case CP::BusinessAddressCity:
+      return {Kind::BusinessAddress, 3};
+    case CP::BusinessAddressState:
+      return {Kind::BusinessAddress, 4};
+    case CP::BusinessAddressPostalCode:
+      return {Kind::BusinessAddress, 5};
+    case CP::BusinessAddressCountry:
+      return {Kind::BusinessAddress, 6};
+    case CP::HomeAddressStreet:
+      return {Kind::HomeAddress, 2};
+    case CP::HomeAddressCity:
+      return {Kind::HomeAddress, 3};
+    case CP::HomeAddressState:
+      return {Kind::HomeAddress, 4};
+    case CP::HomeAddressPostalCode:
+      return {Kind::HomeAddress, 5};
+    case CP::HomeAddressCountry:
+      return {Kind::HomeAddress, 6};
+    case CP::WebPage:
+      return {Kind::Text, 0, {"URL"}};
+    case CP::Spouse:
+      return {Kind::Text, 0, {"X-SPOUSE", "X-EVOLUTION-SPOUSE", "X-DOSSYNC-SPOUSE"}};
+    case CP::Children:
+      return {Kind::Text, 0, {"X-DOSSYNC-CHILDREN"}};
+    case CP::Body:
+      return {Kind::Text, 0, {"NOTE"}};
+  }
+  throw RuntimeError(kInvalidProcedureCall, "Unknown contact property", "vdir");
+}
+
+// The ADR for business (first with TYPE=WORK) or home (first other with TYPE=HOME).
+std::optional<size_t> addressIndex(const Vcard& card, bool business) {
+  std::optional<size_t> work;
+  for (size_t i = 0; i < card.properties.size() && !work; ++i) {
+    if (card.properties[i].is("ADR") && card.properties[i].hasType("WORK")) work = i;
+  }
+  if (business) return work;
+  for (size_t i = 0; i < card.properties.size(); ++i) {
+    if (card.properties[i].is("ADR") && card.properties[i].hasType("HOME") && work != i) return i;
+  }
+  return std::nullopt;
+}
+
+std::optional<size_t> indexOf(const Vcard& card, const char* name) {
+  for (size_t i = 0; i < card.properties.size(); ++i) {
+    if (card.properties[i].is(name)) return i;
+  }
+  return std::nullopt;
+}
+
+// The property holding a structured field, if any.
+std::optional<size_t> findStructured(const Vcard& card, Kind kind) {
+  switch (kind) {
+    case Kind::Name:
+      return indexOf(card, "N");
+    case Kind::Org:
+      return indexOf(card, "ORG");
+    default:
+      return addressIndex(card, kind == Kind::BusinessAddress);
+  }
+}
+
+size_t makeStructured(Vcard& card, Kind kind) {
+  VcardProperty p(kind == Kind::Name ? "N" : kind == Kind::Org ? "ORG" : "ADR", "");
+  if (kind == Kind::BusinessAddress) p.setParam("TYPE", {"WORK"});
+  if (kind == Kind::HomeAddress) p.setParam("TYPE", {"HOME"});
+  const VcardProperty* made = &insertProperty(card, std::move(p));
+  return static_cast<size_t>(made - card.properties.data());
+}
+
+// ---- Categories ---------------------------------------------------------------------------
+// CATEGORIES holds the list; Outlook's one text ("Business, VIP") is the list joined by ", ".
+// When the text is not that join of its own items, X-DOSSYNC-CATEGORIES keeps it exactly; it is
+// believed only while CATEGORIES still lists the same items.
+
+std::vector<std::string> categoryItems(std::string_view text) {
+  std::vector<std::string> items;
+  size_t start = 0;
+  while (start <= text.size()) {
+    size_t comma = text.find(',', start);
+    if (comma == std::string_view::npos) comma = text.size();
+    std::string item = value::trim(text.substr(start, comma - start));
+    if (!item.empty()) items.push_back(std::move(item));
+    start = comma + 1;
+  }
+  return items;
+}
+
+std::string getCategories(const Vcard& card) {
+  std::vector<std::string> listed;
+  if (const auto* p = card.find("CATEGORIES")) {
+    for (const auto& part : splitRaw(p->rawValue(), ',')) {
+      std::string item = value::trim(decodeText(part, isCrlfMode(*p)));
+      if (!item.empty()) listed.push_back(std::move(item));
+    }
+  }
+  if (const auto* exact = card.find("X-DOSSYNC-CATEGORIES")) {
+    std::string text = wholeText(*exact);
+    if (categoryItems(text) == listed) return text;
+  }
+  return join(listed, ", ");
+}
+
+void setCategories(Vcard& card, const std::string& text) {
+  static constexpr std::array<const char*, 1> kList = {"CATEGORIES"};
+  static constexpr std::array<const char*, 1> kExact = {"X-DOSSYNC-CATEGORIES"};
+  auto items = categoryItems(text);
+  if (items.empty()) {
+    removeAll(card, kList);
+  } else {
+    std::vector<std::string> raws;
+    for (const auto& item : items) raws.push_back(escapeText(item));
+    VcardProperty* p = card.find("CATEGORIES");
+    if (!p) p = &insertProperty(card, VcardProperty("CATEGORIES", ""));
+    p->setRawValue(join(raws, ","));
+    setEolParam(*p, false);
+  }
+  setAliased(card, kExact, join(items, ", ") == text ? std::string() : text);
+}
+
+// ---- Dates --------------------------------------------------------------------------------
+
+bool isNoDate(const value::Date& d) {
+  return d == outlook::kNoDate || (d.year == 0 && d.month == 0 && d.day == 0);
+}
+
+int daysIn(int y, int m) {
+  static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+  return m == 2 && leap ? 29 : kDays[m - 1];
+}
+
+bool validDate(const value::Date& d) {
+  return d.year >= 1 && d.year <= 9999 && d.month >= 1 && d.month <= 12 && d.day >= 1 &&
+         d.day <= daysIn(d.year, d.month) && d.hour >= 0 && d.hour < 24 && d.minute >= 0 &&
+         d.minute < 60 && d.second >= 0 && d.second < 60;
+}
+
+// yyyy-mm-dd or yyyymmdd, optionally followed by Thh:mm[:ss] or Thhmm[ss] and a zone (ignored).
+std::optional<value::Date> parseVcardDate(std::string_view s) {
+  size_t i = 0;
+  auto digits = [&](size_t n, int& out) {
+    if (i + n > s.size()) return false;
+    out = 0;
+    for (size_t k = 0; k < n; ++k) {
+      char c = s[i + k];
+      if (c < '0' || c > '9') return false;
+      out = out * 10 + (c - '0');
+    }
+    i += n;
+    return true;
+  };
+  auto sep = [&](char c) {
+    if (i < s.size() && s[i] == c) ++i;
+  };
+  value::Date d;
+  if (!digits(4, d.year)) return std::nullopt;
+  sep('-');
+  if (!digits(2, d.month)) return std::nullopt;
+  sep('-');
+  if (!digits(2, d.day)) return std::nullopt;
+  if (i < s.size() && (s[i] == 'T' || s[i] == 't')) {
+    ++i;
+    if (!digits(2, d.hour)) return std::nullopt;
+    sep(':');
+    if (!digits(2, d.minute)) return std::nullopt;
+    sep(':');
+    if (i < s.size() && s[i] >= '0' && s[i] <= '9' && !digits(2, d.second)) return std::nullopt;
+    if (i < s.size() && s[i] == '.') {  // fractions of a second
+      ++i;
+      while (i < s.size() && s[i] >= '0' && s[i] <= '9') ++i;
+    }
+    if (i < s.size() && (s[i] == 'Z' || s[i] == 'z' || s[i] == '+' || s[i] == '-')) i = s.size();
+  }
+  if (i != s.size() || !validDate(d)) return std::nullopt;
+  return d;
+}
+
+std::string formatVcardDate(const value::Date& d) {
+  char buf[32];
+  if (d.hasTime()) {
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02dT%02d:%02d:%02d", d.year, d.month, d.day, d.hour,
+                  d.minute, d.second);
+  } else {
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", d.year, d.month, d.day);
+  }
+  return buf;
+}
+
+value::Date getDate(const Vcard& card, std::span<const char* const> names) {
+  const VcardProperty* p = findAny(card, names);
+  if (!p) return outlook::kNoDate;
+  return parseVcardDate(value::trim(unescapeText(p->rawValue()))).value_or(outlook::kNoDate);
+}
+
+void setDate(Vcard& card, std::span<const char* const> names, const value::Date& d,
+             const char* what) {
+  if (isNoDate(d)) {
+    removeAll(card, names);
+    return;
+  }
+  if (!validDate(d))
+    throw RuntimeError(kInvalidProcedureCall,
+                       std::string("Invalid date for ") + what + ": " + value::toText(d), "vdir");
+  setAliased(card, names, formatVcardDate(d));
+  auto* p = const_cast<VcardProperty*>(findAny(card, names));
+  if (p->hasParam("VALUE")) p->removeParam("VALUE");  // a date-time may replace a date
+}
+
+constexpr std::array<const char*, 1> kBirthday = {"BDAY"};
+constexpr std::array<const char*, 3> kAnniversary = {"X-ANNIVERSARY", "ANNIVERSARY",
+                                                     "X-EVOLUTION-ANNIVERSARY"};
+constexpr std::array<const char*, 3> kGender = {"X-GENDER", "X-DOSSYNC-GENDER", "GENDER"};
+
+}  // namespace
+
+ContactCard::ContactCard() {
+  card_.properties.emplace_back("VERSION", "3.0");
+  card_.properties.emplace_back("PRODID", "-//dossync//vdir//EN");
+  card_.properties.emplace_back("FN", "");
+  card_.properties.emplace_back("N", ";;;;");
+}
+
+std::string ContactCard::get(CP p) const {
+  Field f = fieldOf(p);
+  switch (f.kind) {
+    case Kind::Text: {
+      const VcardProperty* prop = findAny(card_, f.names);
+      return prop ? wholeText(*prop) : std::string();
+    }
+    case Kind::Name:
+    case Kind::Org:
+    case Kind::BusinessAddress:
+    case Kind::HomeAddress: {
+      auto at = findStructured(card_, f.kind);
+      return at ? componentText(card_.properties[*at], f.component) : std::string();
+    }
+    case Kind::Phone:
+    case Kind::Email: {
+      auto slots = assignSlots(card_, f.kind == Kind::Phone);
+      auto it = slots.find(p);
+      return it == slots.end() ? std::string() : wholeText(card_.properties[it->second]);
+    }
+    case Kind::Categories:
+      return getCategories(card_);
+  }
+  return {};
+}
+
+void ContactCard::set(CP p, const std::string& text) {
+  if (get(p) == text) return;  // untouched properties keep their lines as read
+  Field f = fieldOf(p);
+  switch (f.kind) {
+    case Kind::Text:
+      setAliased(card_, f.names, text, p == CP::FullName);
+      return;
+    case Kind::Name:
+    case Kind::Org:
+    case Kind::BusinessAddress:
+    case Kind::HomeAddress: {
+      size_t at = findStructured(card_, f.kind).value_or(card_.properties.size());
+      if (at == card_.properties.size()) at = makeStructured(card_, f.kind);
+      auto& prop = card_.properties[at];
+      setComponentText(prop, f.component, text);
+      if (f.kind != Kind::Name && allComponentsEmpty(prop))
+        eraseUnlessReplaced(card_, at, [&](const Vcard& c) { return findStructured(c, f.kind); });
+      return;
+    }
+    case Kind::Phone:
+    case Kind::Email: {
+      bool phone = f.kind == Kind::Phone;
+      tagSecondSlots(card_, phone);
+      auto slots = assignSlots(card_, phone);
+      auto it = slots.find(p);
+      if (it != slots.end()) {
+        if (text.empty()) {
+          bool erased = eraseUnlessReplaced(
+              card_, it->second, [&](const Vcard& c) { return assignSlots(c, phone).contains(p); });
+          if (!erased) setWholeText(card_.properties[it->second], "");
+        } else {
+          setWholeText(card_.properties[it->second], text);
+        }
+      } else {
+        VcardProperty prop(phone ? "TEL" : "EMAIL", "");
+        prop.setParam("TYPE", slotTypes(p));
+        if (isSecondSlot(p)) prop.setParam(kFieldParam, {outlook::propertyName(p)});
+        setWholeText(prop, text);
+        insertProperty(card_, std::move(prop));
+      }
+      return;
+    }
+    case Kind::Categories:
+      setCategories(card_, text);
+      return;
+  }
+}
+
+int32_t ContactCard::gender() const {
+  const VcardProperty* p = findAny(card_, kGender);
+  if (!p) return outlook::olUnspecified;
+  std::string v = value::trim(unescapeText(splitRaw(p->rawValue(), ';').front()));
+  if (value::equalsIgnoreCase(v, "F") || value::equalsIgnoreCase(v, "Female"))
+    return outlook::olFemale;
+  if (value::equalsIgnoreCase(v, "M") || value::equalsIgnoreCase(v, "Male")) return outlook::olMale;
+  return outlook::olUnspecified;
+}
+
+void ContactCard::setGender(int32_t g) {
+  if (g != outlook::olUnspecified && g != outlook::olFemale && g != outlook::olMale)
+    throw RuntimeError(kInvalidProcedureCall, "Invalid Gender " + std::to_string(g), "vdir");
+  if (g == gender()) return;
+  if (g == outlook::olUnspecified) {
+    removeAll(card_, kGender);
+    return;
+  }
+  const VcardProperty* found = findAny(card_, kGender);
+  if (found && found->is("GENDER")) {
+    // vCard 4: sex letter, then an optional identity component that stays.
+    auto raws = splitRaw(found->rawValue(), ';');
+    raws.front() = g == outlook::olFemale ? "F" : "M";
+    std::string raw = join(raws, ";");
+    static constexpr std::array<const char*, 2> kOthers = {"X-GENDER", "X-DOSSYNC-GENDER"};
+    removeAll(card_, kOthers);
+    card_.find("GENDER")->setRawValue(raw);
+    return;
+  }
+  setAliased(card_, kGender, g == outlook::olFemale ? "Female" : "Male");
+}
+
+value::Date ContactCard::birthday() const {
+  return getDate(card_, kBirthday);
+}
+void ContactCard::setBirthday(const value::Date& d) {
+  if (d != birthday()) setDate(card_, kBirthday, d, "Birthday");
+}
+value::Date ContactCard::anniversary() const {
+  return getDate(card_, kAnniversary);
+}
+void ContactCard::setAnniversary(const value::Date& d) {
+  if (d != anniversary()) setDate(card_, kAnniversary, d, "Anniversary");
+}
+
+std::string ContactCard::uid() const {
+  return cardUid(card_);
+}
+
+std::string cardUid(const Vcard& card) {
+  const VcardProperty* p = card.find("UID");
+  return p ? unescapeText(p->rawValue()) : std::string();
+}
+
+void ContactCard::setUid(const std::string& uid) {
+  static constexpr std::array<const char*, 1> kUid = {"UID"};
+  setAliased(card_, kUid, uid);
+}
+
+bool isGroupCard(const Vcard& card) {
+  for (const auto& p : card.properties) {
+    if ((p.is("KIND") || p.is("X-ADDRESSBOOKSERVER-KIND")) &&
+        value::equalsIgnoreCase(value::trim(p.rawValue()), "group"))
+      return true;
+  }
+  return false;
+}
+
+}  // namespace dossync::vdir

@@ -1,0 +1,60 @@
+// A contact's vCard seen through the Outlook contact properties (docs/vcard-mapping.md has the
+// full table). Reading answers the text the card holds; writing edits only the vCard property
+// (or component) behind the Outlook property and leaves every other line as it was, so cards
+// written by other programs keep what we do not know about.
+//
+// Round trip: whatever text is set is what a reader of the written card gets back, byte for
+// byte (empty, blanks at either end, commas, semicolons, backslashes, CR/LF, non-ASCII).
+// Line breaks: a value whose breaks are all CRLF (Outlook's) is written with plain \n escapes
+// and the parameter X-DOSSYNC-EOL=CRLF on its property; any other CR is written \r.
+// Setting "" removes the property (FN and N, which vCard 3.0 requires, stay with empty text).
+//
+// Telephone and e-mail slots: the slot an entry fills is told by X-DOSSYNC-FIELD=<Outlook name>
+// when present, else by TYPE in card order (WORK -> Business then Business2, HOME -> Home then
+// Home2, CELL -> Mobile, FAX -> BusinessFax or HomeFax; e-mails fill Email1..3 in order).
+// Entries in a second slot (Business2, Home2, Email2, Email3) are tagged with X-DOSSYNC-FIELD
+// before any telephone or e-mail is changed, so removing the first never moves the second.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "backends/vdir/vcard.h"
+#include "core/value.h"
+#include "outlook/object_model.h"
+
+namespace dossync::vdir {
+
+class ContactCard {
+ public:
+  // A new card: VERSION:3.0, PRODID, empty FN and N.
+  ContactCard();
+  explicit ContactCard(Vcard card) : card_(std::move(card)) {}
+
+  const Vcard& vcard() const { return card_; }
+  std::string text() const { return writeVcard(card_); }
+
+  std::string get(outlook::ContactProperty p) const;
+  void set(outlook::ContactProperty p, const std::string& text);
+
+  int32_t gender() const;          // X-GENDER (also X-DOSSYNC-GENDER, vCard 4 GENDER)
+  void setGender(int32_t gender);  // 0 removes; other values than 0/1/2 throw
+  value::Date birthday() const;    // BDAY; outlook::kNoDate when absent or unreadable
+  void setBirthday(const value::Date& date);
+  value::Date anniversary() const;  // X-ANNIVERSARY (also ANNIVERSARY, X-EVOLUTION-ANNIVERSARY)
+  void setAnniversary(const value::Date& date);
+
+  std::string uid() const;
+  void setUid(const std::string& uid);
+
+ private:
+  Vcard card_;
+};
+
+// The card's UID as text ("" when it has none).
+std::string cardUid(const Vcard& card);
+
+// Whether the card is a contact group (KIND:group or X-ADDRESSBOOKSERVER-KIND:group).
+bool isGroupCard(const Vcard& card);
+
+}  // namespace dossync::vdir
