@@ -1,0 +1,310 @@
+#include "backends/vdir/contact_folder.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "backends/vdir/contact_card.h"
+#include "backends/vdir/entry_id.h"
+#include "backends/vdir/vdir_items.h"
+#include "core/error.h"
+
+namespace fs = std::filesystem;
+
+namespace dossync::vdir {
+namespace {
+
+bool isCardFile(const std::string& name) {
+  if (name.size() <= 4 || name[0] == '.') return false;
+  return value::equalsIgnoreCase(std::string_view(name).substr(name.size() - 4), ".vcf");
+}
+
+RuntimeError ioError(const std::string& what, int err) {
+  int32_t number = kOutlookOperationFailed;
+  if (err == EACCES || err == EPERM || err == EROFS) number = kPermissionDenied;
+  if (err == ENOENT || err == ENOTDIR) number = kPathNotFound;
+  return RuntimeError(number, what + ": " + std::strerror(err), "vdir");
+}
+
+}  // namespace
+
+ContactFolder::ContactFolder(fs::path dir, std::string storeId, WarnFunction warn)
+    : dir_(std::move(dir)), storeId_(std::move(storeId)), warn_(std::move(warn)) {}
+
+int32_t ContactFolder::count() {
+  ensureIndex();
+  return static_cast<int32_t>(entries_.size());
+}
+
+void ContactFolder::ensureIndex() {
+  if (built_) return;
+  scan();
+  built_ = true;
+}
+
+void ContactFolder::refreshIfChanged() {
+  if (built_ && dirTime() != dirTime_) scan();
+}
+
+std::optional<fs::file_time_type> ContactFolder::dirTime() const {
+  std::error_code ec;
+  auto t = fs::last_write_time(dir_, ec);
+  if (ec) return std::nullopt;
+  return t;
+}
+
+std::optional<ContactFolder::Stamp> ContactFolder::stampOf(const std::string& file) const {
+  std::error_code ec;
+  fs::path p = dir_ / file;
+  if (!fs::is_regular_file(p, ec)) return std::nullopt;
+  Stamp s;
+  s.time = fs::last_write_time(p, ec);
+  if (ec) return std::nullopt;
+  s.size = fs::file_size(p, ec);
+  if (ec) return std::nullopt;
+  return s;
+}
+
+bool ContactFolder::exists(const std::string& file) const {
+  std::error_code ec;
+  return fs::exists(dir_ / file, ec);
+}
+
+// Every *.vcf of the folder, rereading only files whose time or size changed since the last
+// scan. The folder's time is taken first, so a change made during the scan shows next time.
+void ContactFolder::scan() {
+  dirTime_ = dirTime();
+  std::vector<std::string> names;
+  std::error_code ec;
+  for (fs::directory_iterator it(dir_, ec), end; !ec && it != end; it.increment(ec)) {
+    std::string name = it->path().filename().string();
+    if (isCardFile(name)) names.push_back(std::move(name));
+  }
+  if (ec) warn_("Cannot list the contact folder " + dir_.string() + ": " + ec.message());
+  std::sort(names.begin(), names.end());
+
+  std::vector<Entry> fresh;
+  std::map<std::string, Stamp> reported;
+  for (const auto& name : names) {
+    auto stamp = stampOf(name);
+    if (!stamp) continue;
+    auto old = std::lower_bound(entries_.begin(), entries_.end(), name,
+                                [](const Entry& e, const std::string& n) { return e.file < n; });
+    if (old != entries_.end() && old->file == name && old->stamp == *stamp) {
+      fresh.push_back(*old);
+      continue;
+    }
+    if (auto r = reported_.find(name); r != reported_.end() && r->second == *stamp) {
+      reported.emplace(name, *stamp);  // already reported, still the same bad file
+      continue;
+    }
+    std::string problem;
+    auto card = read(name, &problem);
+    if (!card) {
+      if (!problem.empty()) {
+        warn_(problem);
+        reported.emplace(name, *stamp);
+      }
+      continue;
+    }
+    fresh.push_back(entryFor(name, *card, *stamp));
+  }
+  entries_ = std::move(fresh);
+  reported_ = std::move(reported);
+  rebuildMaps();
+}
+
+std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* problem) {
+  fs::path p = dir_ / file;
+  std::error_code ec;
+  if (!fs::is_regular_file(p, ec)) return std::nullopt;  // gone, or not a file
+  FILE* f = std::fopen(p.c_str(), "rb");
+  if (!f) {
+    int err = errno;
+    if (err != ENOENT && problem)
+      *problem = "Cannot read contact file " + p.string() + ": " + std::strerror(err);
+    return std::nullopt;
+  }
+  std::string text;
+  char buf[1 << 16];
+  for (size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) text.append(buf, n);
+  bool failed = std::ferror(f) != 0;
+  std::fclose(f);
+  if (failed) {
+    if (problem) *problem = "Cannot read contact file " + p.string();
+    return std::nullopt;
+  }
+  try {
+    return parseVcard(text);
+  } catch (const RuntimeError& e) {
+    if (problem) *problem = "Skipped malformed contact file " + p.string() + ": " + e.description();
+    return std::nullopt;
+  }
+}
+
+ContactFolder::Entry ContactFolder::entryFor(const std::string& file, const Vcard& card,
+                                             Stamp stamp) const {
+  Entry e;
+  e.file = file;
+  e.entryId = entryIdFor(cardUid(card), file);
+  e.cls = isGroupCard(card) ? outlook::olDistributionList : outlook::olContact;
+  if (e.cls == outlook::olContact)
+    e.fileAs = ContactCard(card).get(outlook::ContactProperty::FileAs);
+  e.stamp = stamp;
+  return e;
+}
+
+void ContactFolder::rebuildMaps() {
+  filesById_.clear();
+  filesByFileAs_.clear();
+  for (const auto& e : entries_) {
+    filesById_[e.entryId].insert(e.file);
+    if (e.cls == outlook::olContact) filesByFileAs_[e.fileAs].insert(e.file);
+  }
+}
+
+void ContactFolder::put(Entry entry) {
+  drop(entry.file);
+  auto at = std::lower_bound(entries_.begin(), entries_.end(), entry.file,
+                             [](const Entry& e, const std::string& n) { return e.file < n; });
+  filesById_[entry.entryId].insert(entry.file);
+  if (entry.cls == outlook::olContact) filesByFileAs_[entry.fileAs].insert(entry.file);
+  entries_.insert(at, std::move(entry));
+}
+
+void ContactFolder::drop(const std::string& file) {
+  auto at = std::lower_bound(entries_.begin(), entries_.end(), file,
+                             [](const Entry& e, const std::string& n) { return e.file < n; });
+  if (at == entries_.end() || at->file != file) return;
+  auto unmap = [&](auto& map, const std::string& key) {
+    auto it = map.find(key);
+    if (it == map.end()) return;
+    it->second.erase(file);
+    if (it->second.empty()) map.erase(it);
+  };
+  unmap(filesById_, at->entryId);
+  if (at->cls == outlook::olContact) unmap(filesByFileAs_, at->fileAs);
+  entries_.erase(at);
+}
+
+// After reading a file found through the index: note what it holds now.
+void ContactFolder::refreshEntry(const std::string& file, const std::optional<Vcard>& card,
+                                 const std::string& problem) {
+  if (!problem.empty()) warn_(problem);
+  auto stamp = card ? stampOf(file) : std::nullopt;
+  if (stamp) {
+    put(entryFor(file, *card, *stamp));
+  } else {
+    drop(file);
+  }
+}
+
+outlook::ItemPtr ContactFolder::makeItem(const std::string& file, Vcard card) {
+  if (isGroupCard(card))
+    return std::make_shared<VdirDistListItem>(shared_from_this(), file, std::move(card));
+  return std::make_shared<VdirContactItem>(shared_from_this(), file, ContactCard(std::move(card)));
+}
+
+outlook::ItemPtr ContactFolder::itemAt(size_t index) {
+  ensureIndex();
+  if (index >= entries_.size())
+    throw RuntimeError(kSubscriptOutOfRange,
+                       "Item " + std::to_string(index + 1) + " is out of range: " + dir_.string() +
+                           " holds " + std::to_string(entries_.size()) + " items",
+                       "vdir");
+  std::string file = entries_[index].file;
+  std::string problem;
+  auto card = read(file, &problem);
+  if (!card) {
+    throw RuntimeError(kOutlookOperationFailed,
+                       problem.empty() ? "Contact file vanished: " + pathOf(file) : problem,
+                       "vdir");
+  }
+  // Keep the entry where it is (the walk goes on by position) but note what it holds now.
+  if (auto stamp = stampOf(file)) put(entryFor(file, *card, *stamp));
+  return makeItem(file, std::move(*card));
+}
+
+outlook::ItemPtr ContactFolder::findByFileAs(const std::string& fileAs) {
+  ensureIndex();
+  auto it = filesByFileAs_.find(fileAs);
+  if (it == filesByFileAs_.end()) return nullptr;
+  std::vector<std::string> files(it->second.begin(), it->second.end());
+  for (const auto& file : files) {
+    std::string problem;
+    auto card = read(file, &problem);
+    refreshEntry(file, card, problem);
+    if (card && !isGroupCard(*card) &&
+        ContactCard(*card).get(outlook::ContactProperty::FileAs) == fileAs)
+      return makeItem(file, std::move(*card));
+  }
+  return nullptr;
+}
+
+outlook::ItemPtr ContactFolder::findById(const std::string& entryId) {
+  ensureIndex();
+  std::vector<std::string> files;
+  if (auto it = filesById_.find(entryId); it != filesById_.end())
+    files.assign(it->second.begin(), it->second.end());
+  // A plain UID also names its file: another program's new card is found without a rescan.
+  if (isPlainUid(entryId)) {
+    std::string direct = entryId + ".vcf";
+    if (std::find(files.begin(), files.end(), direct) == files.end() && exists(direct))
+      files.push_back(direct);
+  }
+  for (const auto& file : files) {
+    std::string problem;
+    auto card = read(file, &problem);
+    refreshEntry(file, card, problem);
+    if (card && entryIdFor(cardUid(*card), file) == entryId)
+      return makeItem(file, std::move(*card));
+  }
+  return nullptr;
+}
+
+std::shared_ptr<outlook::ContactItem> ContactFolder::newContact() {
+  ContactCard card;
+  card.setUid(newUid());
+  return std::make_shared<VdirContactItem>(shared_from_this(), "", std::move(card));
+}
+
+void ContactFolder::store(const std::string& file, const Vcard& card) {
+  std::string text = writeVcard(card);
+  fs::path target = dir_ / file;
+  auto before = dirTime();
+  bool current = built_ && before && before == dirTime_;
+
+  fs::path temp = dir_ / ("." + file + "." + randomHex(8) + ".tmp");
+  FILE* f = std::fopen(temp.c_str(), "wb");
+  if (!f) throw ioError("Cannot write contact file " + target.string(), errno);
+  bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
+  ok = std::fflush(f) == 0 && ok;
+  int err = errno;
+  ok = std::fclose(f) == 0 && ok;
+  if (ok && std::rename(temp.c_str(), target.c_str()) != 0) {
+    err = errno;
+    ok = false;
+  }
+  if (!ok) {
+    std::remove(temp.c_str());
+    throw ioError("Cannot write contact file " + target.string(), err);
+  }
+
+  if (!built_) return;
+  if (auto stamp = stampOf(file)) put(entryFor(file, card, *stamp));
+  if (current) dirTime_ = dirTime();  // our own change; others' still show
+}
+
+void ContactFolder::remove(const std::string& file) {
+  fs::path target = dir_ / file;
+  auto before = dirTime();
+  bool current = built_ && before && before == dirTime_;
+  if (std::remove(target.c_str()) != 0 && errno != ENOENT)
+    throw ioError("Cannot delete contact file " + target.string(), errno);
+  if (!built_) return;
+  drop(file);
+  if (current) dirTime_ = dirTime();
+}
+
+}  // namespace dossync::vdir

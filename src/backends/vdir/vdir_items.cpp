@@ -1,0 +1,71 @@
+#include "backends/vdir/vdir_items.h"
+
+#include "backends/vdir/entry_id.h"
+#include "core/error.h"
+
+namespace dossync::vdir {
+namespace {
+
+RuntimeError deletedError(const std::string& path) {
+  return RuntimeError(kOutlookOperationFailed, "The item was deleted: " + path, "vdir");
+}
+
+}  // namespace
+
+std::string defaultFileAs(const outlook::ContactItem& c) {
+  std::string last = c.LastName(), first = c.FirstName();
+  if (!last.empty() && !first.empty()) return last + ", " + first;
+  if (!last.empty()) return last;
+  if (!first.empty()) return first;
+  if (std::string company = c.CompanyName(); !company.empty()) return company;
+  return c.FullName();
+}
+
+VdirContactItem::VdirContactItem(std::shared_ptr<ContactFolder> folder, std::string file,
+                                 ContactCard card)
+    : folder_(std::move(folder)), file_(std::move(file)), card_(std::move(card)) {}
+
+std::string VdirContactItem::EntryID() const {
+  return file_.empty() ? std::string() : entryIdFor(card_.uid(), file_);
+}
+
+std::string VdirContactItem::FilePath() const {
+  return file_.empty() ? std::string() : folder_->pathOf(file_);
+}
+
+void VdirContactItem::Save() {
+  if (deleted_) throw deletedError(FilePath());
+  if (FileAs().empty()) setFileAs(defaultFileAs(*this));
+  if (file_.empty()) {
+    // A made item's UID is fresh; a clash with an existing file would need a new one.
+    while (folder_->exists(card_.uid() + ".vcf")) card_.setUid(newUid());
+    file_ = card_.uid() + ".vcf";
+  }
+  folder_->store(file_, card_.vcard());
+}
+
+void VdirContactItem::Delete() {
+  if (!file_.empty() && !deleted_) folder_->remove(file_);
+  deleted_ = true;
+}
+
+std::string VdirDistListItem::EntryID() const {
+  return entryIdFor(cardUid(card_), file_);
+}
+
+void VdirDistListItem::Save() {
+  if (deleted_) throw deletedError(FilePath());
+  folder_->store(file_, card_);
+}
+
+std::string VdirDistListItem::DLName() const {
+  const VcardProperty* fn = card_.find("FN");
+  return fn ? unescapeText(fn->rawValue()) : std::string();
+}
+
+void VdirDistListItem::Delete() {
+  if (!deleted_) folder_->remove(file_);
+  deleted_ = true;
+}
+
+}  // namespace dossync::vdir

@@ -1,0 +1,247 @@
+#include "backends/vdir/vdir_store.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+
+#include "backends/vdir/contact_folder.h"
+#include "backends/vdir/entry_id.h"
+#include "backends/vdir/vdir_items.h"
+#include "core/error.h"
+
+namespace fs = std::filesystem;
+
+namespace dossync::vdir {
+namespace {
+
+std::string firstLineOf(const fs::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  std::string line;
+  if (in) std::getline(in, line);
+  return value::trim(line);
+}
+
+void writeSmallFile(const fs::path& p, const std::string& text) {
+  fs::path temp = p.parent_path() / ("." + p.filename().string() + "." + randomHex(8) + ".tmp");
+  {
+    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+    out << text;
+    if (!out.flush()) {
+      std::error_code ec;
+      fs::remove(temp, ec);
+      throw RuntimeError(kPermissionDenied, "Cannot write " + p.string(), "vdir");
+    }
+  }
+  std::error_code ec;
+  fs::rename(temp, p, ec);
+  if (ec) {
+    fs::remove(temp, ec);
+    throw RuntimeError(kPermissionDenied, "Cannot write " + p.string(), "vdir");
+  }
+}
+
+// `[FileAs] = "NAME"` (or 'NAME'): NAME is everything between the first and the last quote.
+std::string fileAsFromFilter(const std::string& filter) {
+  auto unsupported = [&] {
+    return RuntimeError(kOutlookOperationFailed,
+                        "Unsupported filter for the vCard folder store: " + filter, "vdir");
+  };
+  size_t i = 0;
+  auto skipBlanks = [&] {
+    while (i < filter.size() && (filter[i] == ' ' || filter[i] == '\t')) ++i;
+  };
+  skipBlanks();
+  constexpr std::string_view kField = "[FileAs]";
+  if (!value::equalsIgnoreCase(std::string_view(filter).substr(i, kField.size()), kField))
+    throw unsupported();
+  i += kField.size();
+  skipBlanks();
+  if (i >= filter.size() || filter[i] != '=') throw unsupported();
+  ++i;
+  skipBlanks();
+  if (i >= filter.size() || (filter[i] != '"' && filter[i] != '\'')) throw unsupported();
+  char quote = filter[i];
+  size_t last = filter.rfind(quote);
+  if (last == i) throw unsupported();
+  for (size_t k = last + 1; k < filter.size(); ++k) {
+    if (filter[k] != ' ' && filter[k] != '\t') throw unsupported();
+  }
+  return filter.substr(i + 1, last - i - 1);
+}
+
+class ContactItems final : public outlook::Items {
+ public:
+  explicit ContactItems(std::shared_ptr<ContactFolder> folder) : folder_(std::move(folder)) {}
+  int32_t Count() override { return folder_->count(); }
+  outlook::ItemPtr Item(int32_t index) override {
+    if (index < 1)
+      throw RuntimeError(kSubscriptOutOfRange,
+                         "Item " + std::to_string(index) + " is out of range (items count from 1)",
+                         "vdir");
+    return folder_->itemAt(static_cast<size_t>(index - 1));
+  }
+  outlook::ItemPtr Find(const std::string& filter) override {
+    return folder_->findByFileAs(fileAsFromFilter(filter));
+  }
+
+ private:
+  std::shared_ptr<ContactFolder> folder_;
+};
+
+// The calendar keeps no items yet.
+class EmptyItems final : public outlook::Items {
+ public:
+  int32_t Count() override { return 0; }
+  outlook::ItemPtr Item(int32_t index) override {
+    throw RuntimeError(kSubscriptOutOfRange,
+                       "Item " + std::to_string(index) + " is out of range: the folder is empty",
+                       "vdir");
+  }
+  outlook::ItemPtr Find(const std::string&) override { return nullptr; }
+};
+
+class VdirFolder final : public outlook::MAPIFolder {
+ public:
+  VdirFolder(std::shared_ptr<ContactFolder> contacts, bool isContacts)
+      : contacts_(std::move(contacts)), isContacts_(isContacts) {}
+  std::shared_ptr<outlook::Items> Items() override {
+    if (isContacts_) return std::make_shared<ContactItems>(contacts_);
+    return std::make_shared<EmptyItems>();
+  }
+  std::string StoreID() const override { return contacts_->storeId(); }
+
+ private:
+  std::shared_ptr<ContactFolder> contacts_;
+  bool isContacts_;
+};
+
+class VdirSession final : public outlook::NameSpace {
+ public:
+  VdirSession(fs::path root, WarnFunction warn) : root_(std::move(root)), warn_(std::move(warn)) {}
+
+  void Logon(std::optional<std::string> profile, std::optional<std::string>, std::optional<bool>,
+             std::optional<bool>) override {
+    current_ = open(profile.value_or(""));
+  }
+
+  std::shared_ptr<outlook::MAPIFolder> GetDefaultFolder(int32_t folder) override {
+    auto contacts = current();
+    if (folder == outlook::olFolderContacts) {
+      contacts->refreshIfChanged();
+      return std::make_shared<VdirFolder>(contacts, true);
+    }
+    if (folder == outlook::olFolderCalendar) return std::make_shared<VdirFolder>(contacts, false);
+    throw RuntimeError(kOutlookOperationFailed,
+                       "The vCard folder store has no default folder " + std::to_string(folder),
+                       "vdir");
+  }
+
+  outlook::ItemPtr GetItemFromID(const std::string& entryId, const std::string& storeId) override {
+    auto contacts = current();
+    if (!storeId.empty() && storeId != contacts->storeId()) return nullptr;
+    if (entryId.empty() || entryId.size() > kMaxEntryIdLength) return nullptr;
+    return contacts->findById(entryId);
+  }
+
+  std::shared_ptr<ContactFolder> current() {
+    if (!current_) current_ = open("");
+    return current_;
+  }
+
+ private:
+  std::shared_ptr<ContactFolder> open(std::string name) {
+    if (name.empty()) name = firstLineOf(root_ / "default-profile");
+    if (name.empty()) name = "default";
+    if (name == "." || name == ".." ||
+        name.find_first_of(std::string("/\\\0", 3)) != std::string::npos)
+      throw RuntimeError(kInvalidProcedureCall, "Invalid profile name '" + name + "'", "vdir");
+    if (auto it = profiles_.find(name); it != profiles_.end()) return it->second;
+
+    fs::path dir = root_ / name;
+    for (const char* sub : {"contacts", "calendar"}) {
+      std::error_code ec;
+      fs::create_directories(dir / sub, ec);
+      if (ec)
+        throw RuntimeError(
+            kPathNotFound,
+            "Cannot create profile folder " + (dir / sub).string() + ": " + ec.message(), "vdir");
+    }
+    std::string storeId = firstLineOf(dir / "store-id");
+    if (storeId.empty()) {
+      storeId = randomHex(32);
+      writeSmallFile(dir / "store-id", storeId + "\n");
+    }
+    auto folder = std::make_shared<ContactFolder>(dir / "contacts", storeId, warn_);
+    profiles_.emplace(name, folder);
+    return folder;
+  }
+
+  fs::path root_;
+  WarnFunction warn_;
+  std::map<std::string, std::shared_ptr<ContactFolder>> profiles_;
+  std::shared_ptr<ContactFolder> current_;
+};
+
+class VdirApplication final : public outlook::Application {
+ public:
+  explicit VdirApplication(std::shared_ptr<VdirSession> session) : session_(std::move(session)) {}
+
+  std::shared_ptr<outlook::NameSpace> GetNamespace(const std::string& type) override {
+    if (!value::equalsIgnoreCase(type, "MAPI"))
+      throw RuntimeError(kInvalidProcedureCall, "Unknown namespace type '" + type + "'", "vdir");
+    return session_;
+  }
+
+  outlook::ItemPtr CreateItem(int32_t itemType) override {
+    if (itemType == outlook::olContactItem) return session_->current()->newContact();
+    throw RuntimeError(
+        kOutlookOperationFailed,
+        "The vCard folder store cannot make items of type " + std::to_string(itemType) + " yet",
+        "vdir");
+  }
+
+ private:
+  std::shared_ptr<VdirSession> session_;
+};
+
+}  // namespace
+
+std::shared_ptr<outlook::Application> makeVdirApplication(
+    const std::string& profilesRoot, std::function<void(const std::string&)> warn) {
+  if (!warn)
+    warn = [](const std::string& m) { std::cerr << "dossync: warning: " << m << std::endl; };
+  return std::make_shared<VdirApplication>(
+      std::make_shared<VdirSession>(fs::path(profilesRoot), std::move(warn)));
+}
+
+bool deleteVdirItem(outlook::NameSpace& session, const std::string& entryId) {
+  auto* ours = dynamic_cast<VdirSession*>(&session);
+  if (!ours) throw RuntimeError(kTypeMismatch, "Not a session of the vCard folder store", "vdir");
+  auto item = ours->GetItemFromID(entryId, "");
+  if (!item) return false;
+  dynamic_cast<VdirItem&>(*item).Delete();
+  return true;
+}
+
+std::vector<std::pair<std::string, std::string>> listContactProperties(
+    const outlook::ContactItem& c) {
+  std::vector<std::pair<std::string, std::string>> out;
+  for (int i = 0; i < outlook::kContactTextPropertyCount; ++i) {
+    auto p = static_cast<outlook::ContactProperty>(i);
+    out.emplace_back(outlook::propertyName(p), c.get(p));
+  }
+  auto date = [](const value::Date& d) {
+    return d == outlook::kNoDate ? std::string() : value::toText(d);
+  };
+  out.emplace_back("Gender", std::to_string(c.Gender()));
+  out.emplace_back("Birthday", date(c.Birthday()));
+  out.emplace_back("Anniversary", date(c.Anniversary()));
+  out.emplace_back("EntryID", c.EntryID());
+  return out;
+}
+
+}  // namespace dossync::vdir

@@ -1,0 +1,62 @@
+// The local vCard folder store: Outlook's object model over a directory of profiles, each a
+// vdir of vCard 3.0 files. This is the default "Outlook" of dossync on Linux.
+//
+//   ROOT/default-profile          optional; its first line names the default profile
+//   ROOT/<profile>/store-id       the profile's StoreID, made once (32 hex digits)
+//   ROOT/<profile>/contacts/      one <UID>.vcf per contact or contact group
+//   ROOT/<profile>/calendar/      one .ics per appointment (made, not used yet)
+//
+// Session: Application::GetNamespace("MAPI") answers the one session. Logon(profile) with an
+// empty or omitted profile takes the default profile (named in ROOT/default-profile, else
+// "default"); a profile that does not exist is created; password, showDialog and newSession
+// are ignored. A session used without Logon works on the default profile.
+//
+// Items: GetDefaultFolder(10) is the contacts folder (class 40 contacts, class 69 contact
+// groups: cards with KIND:group or X-ADDRESSBOOKSERVER-KIND:group); GetDefaultFolder(9) the
+// calendar, empty for now. CreateItem(2) makes an unsaved contact of the session's profile;
+// other item types throw. Items::Find understands only `[FileAs] = "NAME"` (NAME is everything
+// between the first and the last double quote, taken literally; exact comparison).
+// Save writes the whole file atomically (temporary file in the same folder, then rename). An
+// empty FileAs is filled on Save as Outlook does: "LastName, FirstName" (or the one set), else
+// CompanyName, else FullName. EntryID: see entry_id.h. StoreID: ROOT/<profile>/store-id.
+// GetItemFromID answers Nothing for another store's id.
+//
+// A malformed .vcf is reported through `warn` (default: a line on stderr) with its path and
+// skipped; it never stops a walk or a look-up.
+// Thread use: the apartment's one thread.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "outlook/object_model.h"
+
+namespace dossync::vdir {
+
+std::shared_ptr<outlook::Application> makeVdirApplication(
+    const std::string& profilesRoot, std::function<void(const std::string&)> warn = {});
+
+// What every item of this store also is: dynamic_cast an outlook item to it.
+class VdirItem {
+ public:
+  virtual ~VdirItem() = default;
+  // The item's file; "" until it is saved.
+  virtual std::string FilePath() const = 0;
+  // Removes the item's file. The item cannot be saved afterwards.
+  virtual void Delete() = 0;
+};
+
+// Deletes the item with that entry id from the session's profile (a session of this store).
+// Answers false when there is no such item.
+bool deleteVdirItem(outlook::NameSpace& session, const std::string& entryId);
+
+// Every property of a contact with its text, in Outlook's order: the text properties, then
+// Gender (0/1/2), Birthday and Anniversary ("" for none, else yyyy-mm-dd[ hh:mm:ss]),
+// EntryID. For listings; works on any back end's contact.
+std::vector<std::pair<std::string, std::string>> listContactProperties(
+    const outlook::ContactItem& contact);
+
+}  // namespace dossync::vdir

@@ -1,0 +1,449 @@
+// The vCard folder store through the Outlook object model, on real folders.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "backends/vdir/vdir_store.h"
+#include "core/error.h"
+#include "test_support.h"
+
+namespace dossync::vdir {
+namespace {
+
+namespace fs = std::filesystem;
+using outlook::ContactItem;
+using outlook::ContactProperty;
+
+std::string readFile(const fs::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+void writeFile(const fs::path& p, const std::string& text) {
+  std::ofstream(p, std::ios::binary) << text;
+}
+
+std::vector<std::string> unfoldedLines(const std::string& text) {
+  std::vector<std::string> out;
+  size_t pos = 0;
+  while (pos < text.size()) {
+    size_t end = text.find('\n', pos);
+    if (end == std::string::npos) end = text.size();
+    std::string line = text.substr(pos, end - pos);
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (!line.empty() && line[0] == ' ' && !out.empty()) {
+      out.back() += line.substr(1);
+    } else if (!line.empty()) {
+      out.push_back(line);
+    }
+    pos = end + 1;
+  }
+  return out;
+}
+
+std::string card(const std::string& body) {
+  return "BEGIN:VCARD\r\nVERSION:3.0\r\n" + body + "END:VCARD\r\n";
+}
+
+class VdirStoreTest : public ::testing::Test {
+ protected:
+  std::shared_ptr<outlook::Application> open() {
+    return makeVdirApplication(root.path(),
+                               [this](const std::string& m) { warnings.push_back(m); });
+  }
+  static std::shared_ptr<outlook::NameSpace> session(
+      const std::shared_ptr<outlook::Application>& a) {
+    return a->GetNamespace("MAPI");
+  }
+  static std::shared_ptr<outlook::Items> contacts(const std::shared_ptr<outlook::Application>& a) {
+    return session(a)->GetDefaultFolder(outlook::olFolderContacts)->Items();
+  }
+  static std::shared_ptr<ContactItem> newContact(const std::shared_ptr<outlook::Application>& a) {
+    auto item = std::dynamic_pointer_cast<ContactItem>(a->CreateItem(outlook::olContactItem));
+    EXPECT_NE(item, nullptr);
+    return item;
+  }
+  std::shared_ptr<ContactItem> saved(const std::shared_ptr<outlook::Application>& a,
+                                     const std::string& fileAs) {
+    auto c = newContact(a);
+    c->setFileAs(fileAs);
+    c->Save();
+    return c;
+  }
+  fs::path contactsDir(const std::string& profile = "default") const {
+    return fs::path(root.path()) / profile / "contacts";
+  }
+  static std::shared_ptr<ContactItem> find(const std::shared_ptr<outlook::Items>& items,
+                                           const std::string& fileAs) {
+    return std::dynamic_pointer_cast<ContactItem>(items->Find("[FileAs] = \"" + fileAs + "\""));
+  }
+
+  testing::TempDir root;
+  std::vector<std::string> warnings;
+};
+
+TEST_F(VdirStoreTest, LogonTakesTheDefaultProfileAndCreatesMissingOnes) {
+  auto app = open();
+  session(app)->GetDefaultFolder(outlook::olFolderContacts);  // no Logon: the default profile
+  EXPECT_TRUE(fs::is_directory(contactsDir("default")));
+  EXPECT_TRUE(fs::is_directory(fs::path(root.path()) / "default" / "calendar"));
+
+  session(app)->Logon("Practice 2", "secret", true, true);
+  auto practiceStore = session(app)->GetDefaultFolder(outlook::olFolderContacts)->StoreID();
+  EXPECT_TRUE(fs::is_directory(contactsDir("Practice 2")));
+
+  writeFile(fs::path(root.path()) / "default-profile", "Practice 2\n");
+  auto other = open();
+  session(other)->Logon(std::nullopt, std::nullopt, std::nullopt, std::nullopt);
+  EXPECT_EQ(session(other)->GetDefaultFolder(outlook::olFolderContacts)->StoreID(), practiceStore);
+  session(other)->Logon("", std::nullopt, std::nullopt, std::nullopt);
+  EXPECT_EQ(session(other)->GetDefaultFolder(outlook::olFolderCalendar)->StoreID(), practiceStore);
+
+  EXPECT_THROW(session(app)->Logon("../escape", {}, {}, {}), RuntimeError);
+  EXPECT_THROW(app->GetNamespace("IMAP"), RuntimeError);
+  EXPECT_THROW(session(app)->GetDefaultFolder(6), RuntimeError);
+  EXPECT_THROW(app->CreateItem(outlook::olMailItem), RuntimeError);
+  EXPECT_EQ(session(app)->GetDefaultFolder(outlook::olFolderCalendar)->Items()->Count(), 0);
+}
+
+TEST_F(VdirStoreTest, StoreIdsAreStableAndItemsAreOnlyFoundInTheirOwnStore) {
+  auto app = open();
+  session(app)->Logon("a", {}, {}, {});
+  auto item = saved(app, "Smith, Ann");
+  std::string storeA = session(app)->GetDefaultFolder(outlook::olFolderContacts)->StoreID();
+  ASSERT_FALSE(storeA.empty());
+
+  auto again = open();
+  session(again)->Logon("a", {}, {}, {});
+  EXPECT_EQ(session(again)->GetDefaultFolder(outlook::olFolderContacts)->StoreID(), storeA);
+  EXPECT_NE(session(again)->GetItemFromID(item->EntryID(), storeA), nullptr);
+  EXPECT_NE(session(again)->GetItemFromID(item->EntryID(), ""), nullptr);
+
+  session(again)->Logon("b", {}, {}, {});
+  std::string storeB = session(again)->GetDefaultFolder(outlook::olFolderContacts)->StoreID();
+  EXPECT_NE(storeA, storeB);
+  EXPECT_EQ(session(again)->GetItemFromID(item->EntryID(), storeA), nullptr);
+  EXPECT_EQ(session(again)->GetItemFromID(item->EntryID(), storeB), nullptr);
+  EXPECT_EQ(session(again)->GetItemFromID("no-such-id", storeB), nullptr);
+}
+
+TEST_F(VdirStoreTest, EveryPropertySurvivesSaveAndReopen) {
+  auto app = open();
+  auto c = newContact(app);
+  EXPECT_EQ(c->EntryID(), "");
+  for (int i = 0; i < outlook::kContactTextPropertyCount; ++i) {
+    auto p = static_cast<ContactProperty>(i);
+    c->set(p, std::string(" ") + outlook::propertyName(p) + ", \"x\"; \\ ü\r\nline 2 ");
+  }
+  c->setGender(outlook::olMale);
+  c->setBirthday({1970, 3, 5});
+  c->setAnniversary({2000, 1, 2, 3, 4, 5});
+  c->Save();
+  std::string id = c->EntryID();
+  EXPECT_FALSE(id.empty());
+  EXPECT_LE(id.size(), 100u);
+
+  auto back = std::dynamic_pointer_cast<ContactItem>(session(open())->GetItemFromID(id, ""));
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(listContactProperties(*back), listContactProperties(*c));
+
+  // And emptied again.
+  for (int i = 0; i < outlook::kContactTextPropertyCount; ++i)
+    back->set(static_cast<ContactProperty>(i), "");
+  back->setGender(outlook::olUnspecified);
+  back->setBirthday(outlook::kNoDate);
+  back->setAnniversary(outlook::kNoDate);
+  back->Save();
+  auto empty = std::dynamic_pointer_cast<ContactItem>(session(open())->GetItemFromID(id, ""));
+  ASSERT_NE(empty, nullptr);
+  for (const auto& [name, text] : listContactProperties(*empty)) {
+    if (name == "Gender") {
+      EXPECT_EQ(text, "0");
+    } else if (name != "EntryID") {
+      EXPECT_EQ(text, "") << name;
+    }
+  }
+}
+
+TEST_F(VdirStoreTest, SaveFilesAnUnnamedContactAsOutlookDoes) {
+  struct Case {
+    std::string last, first, company, full, fileAs, expected;
+  } cases[] = {
+      {"Smith", "Ann", "Acme", "Ann Smith", "", "Smith, Ann"},
+      {"Smith", "", "Acme", "Ann Smith", "", "Smith"},
+      {"", "Ann", "Acme", "Ann Smith", "", "Ann"},
+      {"", "", "Acme", "Ann Smith", "", "Acme"},
+      {"", "", "", "Ann Smith", "", "Ann Smith"},
+      {"", "", "", "", "", ""},
+      {"Smith", "Ann", "", "", "Chosen", "Chosen"},
+  };
+  auto app = open();
+  for (const auto& k : cases) {
+    auto c = newContact(app);
+    c->setLastName(k.last);
+    c->setFirstName(k.first);
+    c->setCompanyName(k.company);
+    c->setFullName(k.full);
+    c->setFileAs(k.fileAs);
+    c->Save();
+    EXPECT_EQ(c->FileAs(), k.expected);
+    auto back =
+        std::dynamic_pointer_cast<ContactItem>(session(open())->GetItemFromID(c->EntryID(), ""));
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(back->FileAs(), k.expected);
+    // Other empty properties stay empty.
+    EXPECT_EQ(back->JobTitle(), "");
+    EXPECT_EQ(back->Email1Address(), "");
+  }
+}
+
+TEST_F(VdirStoreTest, EntryIdStaysAcrossRenamesAndRuns) {
+  auto app = open();
+  auto c = newContact(app);
+  c->setFirstName("Ann");
+  c->setLastName("Smith");
+  c->Save();
+  std::string id = c->EntryID();
+  auto items = contacts(app);
+  c->setLastName("Jones");
+  c->setFileAs("Jones, Ann");
+  c->Save();
+  EXPECT_EQ(c->EntryID(), id);
+  EXPECT_EQ(items->Count(), 1);
+  EXPECT_EQ(find(items, "Smith, Ann"), nullptr);  // the index follows the rename
+  ASSERT_NE(find(items, "Jones, Ann"), nullptr);
+  EXPECT_EQ(find(items, "Jones, Ann")->EntryID(), id);
+  EXPECT_TRUE(fs::exists(contactsDir() / (id + ".vcf")));
+
+  auto later = open();
+  auto back = std::dynamic_pointer_cast<ContactItem>(session(later)->GetItemFromID(id, ""));
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(back->LastName(), "Jones");
+  EXPECT_EQ(contacts(later)->Item(1)->EntryID(), id);
+}
+
+TEST_F(VdirStoreTest, UpdatingAnotherProgramsCardKeepsWhatWeDoNotMap) {
+  auto app = open();
+  fs::create_directories(contactsDir());
+  std::string fixture =
+      readFile(std::string(DOSSYNC_SOURCE_DIR) + "/tests/backends/fixtures/other_tool.vcf");
+  ASSERT_FALSE(fixture.empty());
+  writeFile(contactsDir() / "chidi-okafor.vcf", fixture);
+
+  auto items = contacts(app);
+  ASSERT_EQ(items->Count(), 1);
+  auto c = std::dynamic_pointer_cast<ContactItem>(items->Item(1));
+  ASSERT_NE(c, nullptr);
+  EXPECT_EQ(c->EntryID(), "5B0C7E4A-1D2E-4F60-9A8B-C0FFEE000001");
+  EXPECT_EQ(c->FullName(), "Chidi Okafor");
+  EXPECT_EQ(c->CompanyName(), "Okafor & Daughters");
+  EXPECT_EQ(c->Email1Address(), "chidi@okafor.example");
+  EXPECT_EQ(c->MobileTelephoneNumber(), "+234 803 555 0101");
+  EXPECT_EQ(c->HomeAddressCity(), "Lagos");
+  EXPECT_EQ(c->Body(), "Client since 2015.\nSends papers by courier, never e-mail.");
+
+  c->setLastName("Okafor-Bello");
+  c->setEmail1Address("chidi@bello.example");
+  c->setJobTitle("Director");
+  c->Save();
+
+  auto before = unfoldedLines(fixture);
+  auto after = unfoldedLines(readFile(contactsDir() / "chidi-okafor.vcf"));
+  std::set<std::string> written(after.begin(), after.end());
+  for (const auto& line : before) {
+    if (line.starts_with("N:") || line.starts_with("item1.EMAIL")) continue;  // the edited ones
+    EXPECT_TRUE(written.count(line)) << "lost or changed: " << line;
+  }
+  EXPECT_TRUE(written.count("item1.EMAIL;type=INTERNET;type=pref:chidi@bello.example"));
+  EXPECT_TRUE(written.count("N:Okafor-Bello;Chidi;;;"));
+  EXPECT_TRUE(written.count("TITLE:Director"));
+  EXPECT_TRUE(written.count("X-DOSSYNC-FILEAS:Okafor-Bello\\, Chidi"));
+
+  // The file keeps its name; the id still comes from the UID and finds it.
+  auto back = std::dynamic_pointer_cast<ContactItem>(
+      session(open())->GetItemFromID("5B0C7E4A-1D2E-4F60-9A8B-C0FFEE000001", ""));
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(back->LastName(), "Okafor-Bello");
+  EXPECT_EQ(dynamic_cast<VdirItem&>(*back).FilePath(),
+            (contactsDir() / "chidi-okafor.vcf").string());
+}
+
+TEST_F(VdirStoreTest, MalformedFilesAreReportedOnceAndSkipped) {
+  auto app = open();
+  saved(app, "Alpha");
+  saved(app, "Omega");
+  writeFile(contactsDir() / "broken.vcf", "BEGIN:VCARD\r\nthis line has no colon\r\nEND:VCARD\r\n");
+  writeFile(contactsDir() / "empty.vcf", "");
+  writeFile(contactsDir() / "notes.txt", "not a card at all");
+
+  auto fresh = open();
+  auto items = contacts(fresh);
+  EXPECT_EQ(items->Count(), 2);
+  for (int i = 1; i <= items->Count(); ++i) EXPECT_EQ(items->Item(i)->Class(), outlook::olContact);
+  EXPECT_NE(find(items, "Omega"), nullptr);
+  EXPECT_EQ(find(items, "broken"), nullptr);
+  contacts(fresh)->Count();
+  ASSERT_EQ(warnings.size(), 2u);
+  std::sort(warnings.begin(), warnings.end());
+  EXPECT_NE(warnings[0].find((contactsDir() / "broken.vcf").string()), std::string::npos);
+  EXPECT_NE(warnings[0].find("line 2"), std::string::npos) << warnings[0];
+  EXPECT_NE(warnings[1].find("empty.vcf"), std::string::npos);
+}
+
+TEST_F(VdirStoreTest, FindTakesTheNameBetweenTheOuterQuotesLiterally) {
+  auto app = open();
+  const std::vector<std::string> names = {
+      "O'Brien, \"Bob\"", "[Acme] = \"x\"", "  padded  ", "Smith, John", "=", "\"", "Ünïcode; ok",
+  };
+  std::map<std::string, std::string> ids;
+  for (const auto& n : names) ids[n] = saved(app, n)->EntryID();
+  for (const auto& items : {contacts(app), contacts(open())}) {
+    for (const auto& n : names) {
+      auto hit = find(items, n);
+      ASSERT_NE(hit, nullptr) << n;
+      EXPECT_EQ(hit->EntryID(), ids[n]) << n;
+    }
+    EXPECT_EQ(find(items, "padded"), nullptr);
+    EXPECT_EQ(find(items, "smith, john"), nullptr);
+    EXPECT_NE(items->Find("  [FileAs]=\"Smith, John\"  "), nullptr);
+    EXPECT_THROW(items->Find("[LastName] = \"Smith\""), RuntimeError);
+    EXPECT_THROW(items->Find("[FileAs] = Smith"), RuntimeError);
+    EXPECT_THROW(items->Find("[FileAs] = \"Smith"), RuntimeError);
+  }
+}
+
+TEST_F(VdirStoreTest, FindAnswersTheFirstOfSeveralInFileOrder) {
+  auto app = open();
+  std::vector<std::string> ids;
+  for (int i = 0; i < 5; ++i) ids.push_back(saved(app, "Twin")->EntryID());
+  std::sort(ids.begin(), ids.end());  // ids name the files: file order
+  EXPECT_EQ(find(contacts(app), "Twin")->EntryID(), ids.front());
+  EXPECT_EQ(find(contacts(open()), "Twin")->EntryID(), ids.front());
+  auto items = contacts(open());
+  for (int i = 1; i <= 5; ++i)
+    EXPECT_EQ(items->Item(i)->EntryID(), ids[static_cast<size_t>(i - 1)]);
+  EXPECT_THROW(items->Item(0), RuntimeError);
+  EXPECT_THROW(items->Item(6), RuntimeError);
+}
+
+TEST_F(VdirStoreTest, LookUpsUseTheIndexAndSeeOtherProgramsThroughIdsAndFolderChanges) {
+  auto app = open();
+  auto items = contacts(app);
+  saved(app, "Mine");
+  EXPECT_EQ(items->Count(), 1);  // index built
+
+  // Another program adds a card and a broken file; another session of ours saves one.
+  writeFile(contactsDir() / "theirs.vcf",
+            card("UID:theirs\r\nFN:T\r\nX-DOSSYNC-FILEAS:Theirs\r\n"));
+  writeFile(contactsDir() / "broken.vcf", "garbage");
+  auto otherSession = open();
+  auto theirs2 = saved(otherSession, "Other session");
+
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_NE(find(items, "Mine"), nullptr);
+    EXPECT_EQ(session(app)->GetItemFromID("nope", ""), nullptr);
+  }
+  EXPECT_TRUE(warnings.empty()) << "a look-up reread the folder";
+  // An id names its file: found without a rescan.
+  EXPECT_NE(session(app)->GetItemFromID("theirs", ""), nullptr);
+  EXPECT_NE(session(app)->GetItemFromID(theirs2->EntryID(), ""), nullptr);
+
+  // Handing out the folder again notices the changed folder.
+  auto refreshed = contacts(app);
+  EXPECT_EQ(warnings.size(), 1u);
+  EXPECT_EQ(refreshed->Count(), 3);
+  EXPECT_NE(find(refreshed, "Theirs"), nullptr);
+  EXPECT_NE(find(refreshed, "Other session"), nullptr);
+
+  // A card edited behind our back is not answered under its old name.
+  writeFile(contactsDir() / "theirs.vcf",
+            card("UID:theirs\r\nFN:T\r\nX-DOSSYNC-FILEAS:Renamed\r\n"));
+  EXPECT_EQ(find(refreshed, "Theirs"), nullptr);
+  EXPECT_NE(find(refreshed, "Renamed"), nullptr);
+}
+
+TEST_F(VdirStoreTest, ContactGroupsAreWalkedAsDistributionLists) {
+  auto app = open();
+  saved(app, "Person");
+  writeFile(contactsDir() / "g1.vcf", card("UID:g1\r\nKIND:group\r\nFN:Partners\r\n"
+                                           "X-DOSSYNC-FILEAS:Person\r\n"));
+  writeFile(contactsDir() / "g2.vcf",
+            card("UID:g2\r\nX-ADDRESSBOOKSERVER-KIND:group\r\nFN:Clients\r\n"));
+  auto items = contacts(open());
+  ASSERT_EQ(items->Count(), 3);
+  std::map<std::string, int32_t> classes;
+  for (int i = 1; i <= 3; ++i) classes[items->Item(i)->EntryID()] = items->Item(i)->Class();
+  EXPECT_EQ(classes["g1"], outlook::olDistributionList);
+  EXPECT_EQ(classes["g2"], outlook::olDistributionList);
+  EXPECT_EQ(find(items, "Person")->Class(), outlook::olContact);  // Find answers contacts only
+}
+
+TEST_F(VdirStoreTest, CardsWithOddOrNoUidGetShortStableIds) {
+  fs::create_directories(contactsDir());
+  writeFile(contactsDir() / "long.vcf", card("UID:" + std::string(300, 'x') + "\r\nFN:Long\r\n"));
+  writeFile(contactsDir() / "odd.vcf", card("UID:urn:uuid:1234 5678/9\r\nFN:Odd\r\n"));
+  writeFile(contactsDir() / "dot.vcf", card("UID:..\r\nFN:Dots\r\n"));
+  writeFile(contactsDir() / "none.vcf", card("FN:None\r\n"));
+  std::map<std::string, std::string> ids;
+  {
+    auto items = contacts(open());
+    ASSERT_EQ(items->Count(), 4);
+    for (int i = 1; i <= 4; ++i) {
+      auto c = std::dynamic_pointer_cast<ContactItem>(items->Item(i));
+      ids[c->FullName()] = c->EntryID();
+      EXPECT_LE(c->EntryID().size(), 100u);
+      c->setJobTitle("saved once");
+      c->Save();
+    }
+  }
+  std::set<std::string> distinct;
+  for (const auto& [name, id] : ids) distinct.insert(id);
+  EXPECT_EQ(distinct.size(), 4u);
+  auto later = open();
+  for (const auto& [name, id] : ids) {
+    auto c = std::dynamic_pointer_cast<ContactItem>(session(later)->GetItemFromID(id, ""));
+    ASSERT_NE(c, nullptr) << name;
+    EXPECT_EQ(c->FullName(), name);
+    EXPECT_EQ(c->EntryID(), id);
+  }
+}
+
+TEST_F(VdirStoreTest, DeletingRemovesTheFileAndTheIndexEntry) {
+  auto app = open();
+  auto items = contacts(app);
+  auto a = saved(app, "A");
+  auto b = saved(app, "B");
+  EXPECT_EQ(items->Count(), 2);
+  std::string path = dynamic_cast<VdirItem&>(*a).FilePath();
+  EXPECT_TRUE(fs::exists(path));
+
+  EXPECT_TRUE(deleteVdirItem(*session(app), a->EntryID()));
+  EXPECT_FALSE(fs::exists(path));
+  EXPECT_EQ(items->Count(), 1);
+  EXPECT_EQ(find(items, "A"), nullptr);
+  EXPECT_EQ(session(app)->GetItemFromID(a->EntryID(), ""), nullptr);
+  EXPECT_FALSE(deleteVdirItem(*session(app), a->EntryID()));
+
+  dynamic_cast<VdirItem&>(*b).Delete();
+  EXPECT_EQ(items->Count(), 0);
+  EXPECT_THROW(b->Save(), RuntimeError);
+}
+
+TEST_F(VdirStoreTest, SavingLeavesOnlyCardFilesBehind) {
+  auto app = open();
+  for (int i = 0; i < 20; ++i) {
+    auto c = saved(app, "N" + std::to_string(i));
+    c->setBody(std::string(5000, 'b'));
+    c->Save();
+  }
+  for (const auto& e : fs::directory_iterator(contactsDir())) {
+    EXPECT_EQ(e.path().extension(), ".vcf") << e.path();
+    EXPECT_NE(e.path().filename().string()[0], '.') << e.path();
+  }
+}
+
+}  // namespace
+}  // namespace dossync::vdir
