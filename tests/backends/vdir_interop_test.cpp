@@ -1,0 +1,115 @@
+// Cards written by the vCard folder store, read by other programs: python3-vobject and khard.
+// Each check is skipped when its program is not installed (Debian: python3-vobject, khard).
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "backends/vdir/vdir_store.h"
+#include "test_support.h"
+
+namespace dossync::vdir {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int status;
+  std::string output;
+};
+
+Outcome run(const std::string& command) {
+  Outcome r{-1, ""};
+  FILE* p = popen((command + " 2>&1").c_str(), "r");
+  if (!p) return r;
+  std::array<char, 4096> buf;
+  for (size_t n; (n = fread(buf.data(), 1, buf.size(), p)) > 0;) r.output.append(buf.data(), n);
+  int status = pclose(p);
+  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return r;
+}
+
+std::string shellQuoted(const std::string& s) {
+  std::string out = "'";
+  for (char c : s) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
+
+class VdirInteropTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    auto app = makeVdirApplication(root.path());
+    auto c =
+        std::dynamic_pointer_cast<outlook::ContactItem>(app->CreateItem(outlook::olContactItem));
+    c->setFirstName("Jürgen");
+    c->setLastName("Müller, Jr.");
+    c->setFullName("Jürgen Müller");
+    c->setCompanyName("Smith; Jones & Partners");
+    c->setDepartment("Tax");
+    c->setBusinessTelephoneNumber("+44 20 7946 0000");
+    c->setMobileTelephoneNumber("+44 7700 900123");
+    c->setEmail1Address("juergen@example.com");
+    c->setEmail2Address("jkm@example.org");
+    c->setBody("First line\r\nsecond, with comma");
+    c->setCategories("Business, VIP");
+    c->Save();
+    file = dynamic_cast<VdirItem&>(*c).FilePath();
+    folder = fs::path(file).parent_path().string();
+  }
+
+  testing::TempDir root;
+  std::string file, folder;
+};
+
+TEST_F(VdirInteropTest, PythonVobjectReadsWhatWeWrite) {
+  if (!fs::exists("/usr/bin/python3") || run("/usr/bin/python3 -c 'import vobject'").status != 0)
+    GTEST_SKIP() << "python3-vobject is not installed";
+  const std::string script = R"(
+import sys, vobject
+c = vobject.readOne(open(sys.argv[1], encoding="utf-8").read())
+print("fn=" + c.fn.value)
+print("family=" + c.n.value.family)
+print("given=" + c.n.value.given)
+print("org=" + "|".join(c.org.value))
+for t in c.tel_list: print("tel=" + t.value)
+for e in c.email_list: print("email=" + e.value)
+print("note=" + c.note.value.replace("\n", "<LF>"))
+print("categories=" + "|".join(c.categories.value))
+)";
+  Outcome r = run("/usr/bin/python3 -c " + shellQuoted(script) + " " + shellQuoted(file));
+  ASSERT_EQ(r.status, 0) << r.output;
+  for (const char* want :
+       {"fn=Jürgen Müller\n", "family=Müller, Jr.\n", "given=Jürgen\n",
+        "org=Smith; Jones & Partners|Tax\n", "tel=+44 20 7946 0000\n", "tel=+44 7700 900123\n",
+        "email=juergen@example.com\n", "email=jkm@example.org\n",
+        "note=First line<LF>second, with comma\n", "categories=Business|VIP\n"}) {
+    EXPECT_NE(r.output.find(want), std::string::npos) << "missing " << want << "in:\n" << r.output;
+  }
+}
+
+TEST_F(VdirInteropTest, KhardListsAndShowsWhatWeWrite) {
+  if (run("command -v khard").status != 0) GTEST_SKIP() << "khard is not installed";
+  std::string config = root.file("khard.conf");
+  std::ofstream(config) << "[addressbooks]\n[[dossync]]\npath = " << folder << "/\n";
+
+  Outcome list = run("khard --config " + shellQuoted(config) + " list");
+  ASSERT_EQ(list.status, 0) << list.output;
+  EXPECT_NE(list.output.find("Jürgen"), std::string::npos) << list.output;
+  EXPECT_NE(list.output.find("Müller, Jr."), std::string::npos) << list.output;
+
+  Outcome show = run("khard --config " + shellQuoted(config) + " show --format yaml");
+  ASSERT_EQ(show.status, 0) << show.output;
+  for (const char* want :
+       {"Last name: Müller, Jr.", "First name: Jürgen", "Smith; Jones & Partners",
+        "+44 20 7946 0000", "+44 7700 900123", "juergen@example.com", "jkm@example.org"}) {
+    EXPECT_NE(show.output.find(want), std::string::npos) << "missing " << want << " in:\n"
+                                                         << show.output;
+  }
+}
+
+}  // namespace
+}  // namespace dossync::vdir
