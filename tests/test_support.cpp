@@ -94,3 +94,29 @@ std::vector<std::string> querySql(const std::string& path, const std::string& sq
 }
 
 }  // namespace dossync::testing
+
+#include "app/outlook_wiring.h"
+#include "app/terminal_progress.h"
+#include "core/synchronization.h"
+
+namespace dossync::testing {
+
+Host::Host(const TempDir& dir, bool withHostDatabase)
+    : hostPath(dir.file("host.db")),
+      syncPath(dir.file("sync.db")),
+      outlookRoot(dir.file("outlook")),
+      errors(std::make_shared<RecordingErrorService>()),
+      messages(std::make_shared<RecordingMessageBox>()) {
+  if (withHostDatabase && !std::filesystem::exists(hostPath)) sqlite::createHostDatabase(hostPath);
+  app::registerOutlook("vdir:" + outlookRoot);
+  app::registerTerminalProgress(false);
+  component = std::make_unique<clsOutlookSynchronization>();
+  component->setErrorClass(errors);
+  component->setMsgboxClass(messages);
+  component->setMainDatabaseLocation(hostPath);
+  component->setSyncDatabaseLocation(syncPath);
+}
+
+Host::~Host() = default;
+
+}  // namespace dossync::testing

@@ -73,3 +73,22 @@ void execSql(const std::string& path, const std::string& sql);
 std::vector<std::string> querySql(const std::string& path, const std::string& sql);
 
 }  // namespace dossync::testing
+
+namespace dossync {
+class clsOutlookSynchronization;
+}
+
+namespace dossync::testing {
+
+// A component wired as a host would: recording services, the host and sync databases in the
+// folder, and the folder's vCard store as Outlook ("vdir:<dir>/outlook").
+struct Host {
+  explicit Host(const TempDir& dir, bool withHostDatabase = true);
+  ~Host();
+  std::string hostPath, syncPath, outlookRoot;
+  std::shared_ptr<RecordingErrorService> errors;
+  std::shared_ptr<RecordingMessageBox> messages;
+  std::unique_ptr<clsOutlookSynchronization> component;
+};
+
+}  // namespace dossync::testing

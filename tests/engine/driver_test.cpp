@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+
+#include "core/synchronization.h"
+#include "test_support.h"
+
+namespace dossync {
+namespace {
+
+using testing::querySql;
+
+class DriverTest : public testing::ApartmentTest {
+ protected:
+  void SetUp() override {
+    ApartmentTest::SetUp();
+    host = std::make_unique<testing::Host>(dir);
+    testing::execSql(host->hostPath,
+                     "INSERT INTO Companies (CompanyID, CompanyName, OfficeNumber) VALUES "
+                     "(1, 'Mapped Chosen', '1'), (2, 'Mapped Left', '2'), (3, 'Named Chosen', '3'),"
+                     "(4, 'Named Left', '4'), (5, 'New Chosen', '5'), (6, 'New Left', '6');"
+                     "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, DefaultContact) "
+                     "VALUES (10, 1, 'Ann', 1), (11, NULL, 'Bob', 0);");
+    c().setShowProgress(false);
+    c().setDataFileUniqueID("DF");
+    c().StartOutlook();
+    mapped1 = put("Old One");
+    mapped2 = put("Old Two");
+    named3 = put("Named Chosen");
+    named4 = put("Named Left");
+    c().saveCompanyOutlookID(1, mapped1);
+    c().saveCompanyOutlookID(2, mapped2);
+  }
+  clsOutlookSynchronization& c() { return *host->component; }
+  std::string put(const std::string& fileAs) {
+    auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
+        c().outlookApplication()->CreateItem(outlook::olContactItem));
+    item->setFileAs(fileAs);
+    item->setBody("kept note");
+    item->Save();
+    return item->EntryID();
+  }
+  outlook::ContactItemPtr item(const std::string& entryID) {
+    auto folder = c().contactsFolder();
+    return std::dynamic_pointer_cast<outlook::ContactItem>(
+        c().outlookNameSpace()->GetItemFromID(entryID, folder->StoreID()));
+  }
+  void select(std::initializer_list<int> numbers, int member = 1) {
+    for (int n : numbers)
+      c().companyCollection()->add(member == 1 ? std::to_string(n) : "",
+                                   member == 2 ? std::to_string(n) : "", "");
+  }
+  std::string mapped(int company) {
+    auto r = querySql(host->syncPath, "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = " +
+                                          std::to_string(company) + ";");
+    return r.size() == 1 ? r[0] : "<" + std::to_string(r.size()) + " rows>";
+  }
+  int itemCount() { return c().contactsFolder()->Items()->Count(); }
+
+  std::unique_ptr<testing::Host> host;
+  std::string mapped1, mapped2, named3, named4;
+};
+
+TEST_F(DriverTest, TheDecisionTable) {
+  select({1, 3, 5});
+  EXPECT_FALSE(c().Synchronize());  // never True, even after a full run
+  EXPECT_EQ(mapped(1), mapped1);    // mapped, chosen: the paired item is updated
+  EXPECT_EQ(item(mapped1)->CompanyName(), "Mapped Chosen");
+  EXPECT_EQ(item(mapped1)->FileAs(), "Mapped Chosen");
+  EXPECT_EQ(mapped(2), mapped2);    // mapped, not chosen: row rewritten, item untouched
+  EXPECT_EQ(item(mapped2)->CompanyName(), "");
+  EXPECT_EQ(mapped(3), named3);     // named, chosen: that item is updated
+  EXPECT_EQ(item(named3)->BusinessTelephoneNumber(), "3");
+  EXPECT_EQ(mapped(4), named4);     // named, not chosen: paired, untouched
+  EXPECT_EQ(item(named4)->BusinessTelephoneNumber(), "");
+  std::string created = mapped(5);  // new, chosen: a new item
+  ASSERT_NE(item(created), nullptr);
+  EXPECT_EQ(item(created)->CompanyName(), "New Chosen");
+  EXPECT_EQ(mapped(6), "");         // new, not chosen: paired with nothing
+  EXPECT_EQ(itemCount(), 5);
+  EXPECT_EQ(c().counters().rowsWalked, 6);
+  EXPECT_EQ(c().counters().itemsCreated, 1);
+  EXPECT_EQ(c().counters().itemsUpdated, 2);
+  EXPECT_EQ(item(mapped1)->Body(), "kept note");  // what the transfer does not write survives
+  EXPECT_TRUE(host->errors->errors.empty());
+  // A second run pairs the same items again: no duplicates.
+  EXPECT_FALSE(c().Synchronize());
+  EXPECT_EQ(itemCount(), 5);
+  EXPECT_EQ(querySql(host->syncPath, "SELECT count(*) FROM OutlookSync;")[0], "6");
+}
+
+TEST_F(DriverTest, DirectionsAndInformationTypesThatDoNothing) {
+  select({1, 2, 3, 4, 5, 6});
+  auto rowsBefore = querySql(host->syncPath, "SELECT count(*) FROM OutlookSync;");
+  for (auto [direction, info] : std::vector<std::pair<int, int>>{{1, 1}, {2, 3}, {2, 4}, {2, 9}}) {
+    c().setSyncDirectionType(direction);
+    c().setSyncInformationType(info);
+    c().Synchronize();
+    EXPECT_EQ(itemCount(), 4) << direction << "/" << info;
+    EXPECT_EQ(querySql(host->syncPath, "SELECT count(*) FROM OutlookSync;"), rowsBefore);
+  }
+}
+
+TEST_F(DriverTest, AnEmptySelectionStopsBeforeAnyTableButOutlookIsStarted) {
+  c().StopOutlook();
+  c().Synchronize();
+  EXPECT_NE(c().outlookNameSpace(), nullptr);
+  EXPECT_EQ(querySql(host->syncPath, "SELECT count(*) FROM OutlookSync;")[0], "2");
+  EXPECT_EQ(c().counters().rowsWalked, 0);
+}
+
+TEST_F(DriverTest, InformationTypeSevenWalksTheContacts) {
+  c().setSyncInformationType(7);
+  select({11}, 2);
+  c().Synchronize();
+  auto rows = querySql(host->syncPath,
+                       "SELECT ContactNum || '|' || (OutlookID <> '') FROM OutlookSync WHERE "
+                       "ContactNum IS NOT NULL ORDER BY ContactNum;");
+  EXPECT_EQ(rows, (std::vector<std::string>{"10|0", "11|1"}));
+  EXPECT_EQ(itemCount(), 5);
+}
+
+TEST_F(DriverTest, ProgressRunsUnderTheDialogAndMayPassItsMaximum) {
+  c().setShowProgress(true);
+  select({5});
+  c().Synchronize();
+  EXPECT_EQ(c().progressDialog(), nullptr);  // released afterwards
+  EXPECT_NE(mapped(5), "");
+  EXPECT_TRUE(host->errors->errors.empty()) << host->errors->errors[0].description();
+}
+
+}  // namespace
+}  // namespace dossync

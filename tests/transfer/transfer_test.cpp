@@ -1,0 +1,159 @@
+#include <gtest/gtest.h>
+
+#include "core/synchronization.h"
+#include "test_support.h"
+
+namespace dossync {
+namespace {
+
+class TransferTest : public testing::ApartmentTest {
+ protected:
+  void SetUp() override {
+    ApartmentTest::SetUp();
+    host = std::make_unique<testing::Host>(dir);
+    testing::execSql(
+        host->hostPath,
+        "INSERT INTO Companies (CompanyID, CompanyName, Address, City, Province, PostalCode, "
+        "Country, OfficeNumber, FaxNumber, Email, WebSite) VALUES "
+        "(1, 'Acme Inc.', '1 Main St', 'Ottawa', 'ON', 'K1A 0B1', 'Canada', '613-555-0100', "
+        "'613-555-0199', 'info@acme.ca', 'acme.ca'),"
+        "(2, 'Bare Co.', '', '', '', '', '', '', '', '', '');"
+        "INSERT INTO Contacts (ContactID, CompanyNum, DefaultContact, InheritCompanyInfo, "
+        "NamePrefix, FirstName, LastName, DisplayName, Gender, Birthday, PersonalEmail, "
+        "BusinessEmail, BusinessName, BusinessPhone_Main, BusinessPhone_Fax, BusinessPhone_Cell, "
+        "BusinessWebSite, BusinessAddress, BusinessCity, HomePhone_Cell) VALUES "
+        "(10, 1, 0, 1, 'Mr.', 'Al', 'Smith', 'Al Smith', 'male', '1970-03-05', 'al@home', "
+        "'al@acme', 'Acme Inc.', '', '', '555-CELL', 'al.example', 'Own St', 'Own City', 'hc'),"
+        "(11, 1, 1, 0, 'Dr.', 'Bea', 'Jones', 'Bea Jones', 'FEMALE', NULL, 'bea@home', "
+        "'bea@acme', 'Acme Inc.', '555-BEA', '', '', 'bea.example', '9 Side St', 'Kanata', ''),"
+        "(12, 1, 1, 0, '', 'Cy', 'Second', 'Cy Second', 'M', NULL, '', '', 'Acme Inc.', '', '', "
+        "'', '', '', '', ''),"
+        "(13, 2, 1, 0, '', 'Di', 'Bare', 'Di Bare', '', NULL, '', '', 'Bare Co.', "
+        "'555-DI', '', '', 'di.example', '', '', '');");
+    c().setShowProgress(false);
+    c().StartOutlook();
+  }
+  clsOutlookSynchronization& c() { return *host->component; }
+  outlook::ContactItemPtr item(const std::string& entryID) {
+    return std::dynamic_pointer_cast<outlook::ContactItem>(
+        c().outlookNameSpace()->GetItemFromID(entryID, c().contactsFolder()->StoreID()));
+  }
+  std::string existing(const std::function<void(outlook::ContactItem&)>& fill) {
+    auto i = std::dynamic_pointer_cast<outlook::ContactItem>(
+        c().outlookApplication()->CreateItem(outlook::olContactItem));
+    fill(*i);
+    i->Save();
+    return i->EntryID();
+  }
+  std::unique_ptr<testing::Host> host;
+};
+
+TEST_F(TransferTest, CompanyWithDefaultContact) {
+  auto id = c().createNewDossieraCompanyWithDefaultContactInOutlook(1, "");
+  auto i = item(id);
+  ASSERT_NE(i, nullptr);
+  EXPECT_EQ(i->FileAs(), "Acme Inc.");
+  EXPECT_EQ(i->Categories(), "Business");
+  EXPECT_EQ(i->FullName(), "Bea Jones");  // the first contact marked default
+  EXPECT_EQ(i->Title(), "Dr.");
+  EXPECT_EQ(i->Gender(), outlook::olFemale);
+  EXPECT_EQ(i->BusinessTelephoneNumber(), "613-555-0100");  // the company's number wins
+  EXPECT_EQ(i->WebPage(), "acme.ca");
+  EXPECT_EQ(i->Email1Address(), "info@acme.ca");
+  EXPECT_EQ(i->Email2Address(), "bea@acme");
+  EXPECT_EQ(i->Email3Address(), "bea@home");
+  EXPECT_EQ(i->BusinessAddressCity(), "Ottawa");  // the company's address always stands
+  // A company without its own number takes the default contact's.
+  auto bare = item(c().createNewDossieraCompanyWithDefaultContactInOutlook(2, ""));
+  EXPECT_EQ(bare->BusinessTelephoneNumber(), "555-DI");
+  EXPECT_EQ(bare->WebPage(), "di.example");
+  EXPECT_TRUE(host->errors->errors.empty());
+  // A birthday that is no date is reported; with the leave action nothing is saved.
+  testing::execSql(host->hostPath, "UPDATE Contacts SET Birthday = 'not a date' WHERE ContactID = 13;");
+  int before = c().contactsFolder()->Items()->Count();
+  EXPECT_EQ(c().createNewDossieraCompanyWithDefaultContactInOutlook(2, ""), "-1");
+  EXPECT_EQ(c().contactsFolder()->Items()->Count(), before);
+  ASSERT_EQ(host->errors->errors.size(), 1u);
+  EXPECT_EQ(host->errors->errors[0].number(), kTypeMismatch);
+  EXPECT_EQ(host->errors->errorLocations[0],
+            "kvoutlookdx.dll-clsOutlookSynchronization-"
+            "createNewDossieraCompanyWithDefaultContactInOutlook");
+}
+
+TEST_F(TransferTest, UpdatingInPlaceReplacesCategoriesAndKeepsWhatItDoesNotWrite) {
+  std::string id = existing([](outlook::ContactItem& i) {
+    i.setCategories("VIP, Golf");
+    i.setBody("notes");
+    i.setMobileTelephoneNumber("555-MOBILE");
+    i.setFirstName("Person");
+    i.setEmail1Address("old@x");
+  });
+  c().setOutlookCategory("Clients");
+  EXPECT_EQ(c().createNewDossieraCompanyInOutlook(2, id), id);
+  auto i = item(id);
+  EXPECT_EQ(i->Categories(), "Clients");
+  EXPECT_EQ(i->Body(), "notes");
+  EXPECT_EQ(i->MobileTelephoneNumber(), "555-MOBILE");
+  EXPECT_EQ(i->FirstName(), "Person");  // names are not the company transfer's
+  EXPECT_EQ(i->FileAs(), "Bare Co.");
+  EXPECT_EQ(i->Email1Address(), "");  // an empty host value clears the property
+}
+
+TEST_F(TransferTest, NothingIsSavedForAnUnknownRecordOrAClosedDatabase) {
+  int before = c().contactsFolder()->Items()->Count();
+  EXPECT_EQ(c().createNewDossieraCompanyInOutlook(99, ""), "-1");
+  EXPECT_EQ(c().createNewDossieraCompanyWithDefaultContactInOutlook(-1, ""), "-1");
+  EXPECT_EQ(c().createNewDossieraContactInOutlook(99, ""), "-1");
+  EXPECT_EQ(c().contactsFolder()->Items()->Count(), before);
+  // An entry id that no longer resolves gets a new item.
+  auto id = c().createNewDossieraCompanyInOutlook(1, "gone");
+  EXPECT_NE(id, "gone");
+  EXPECT_NE(item(id), nullptr);
+}
+
+TEST_F(TransferTest, ContactWithInheritedCompanyAddressAndFallBackNumbers) {
+  std::string id = existing([](outlook::ContactItem& i) {
+    i.setBirthday(value::Date{1960, 1, 1});
+    i.setBusinessAddressStreet("old street");
+  });
+  EXPECT_EQ(c().createNewDossieraContactInOutlook(10, id), id);
+  auto i = item(id);
+  EXPECT_EQ(i->BusinessAddressStreet(), "1 Main St");  // inherited from Acme
+  EXPECT_EQ(i->BusinessAddressCountry(), "Canada");
+  EXPECT_EQ(i->BusinessTelephoneNumber(), "613-555-0100");  // the contact's is blank
+  EXPECT_EQ(i->BusinessFaxNumber(), "613-555-0199");
+  EXPECT_EQ(i->Business2TelephoneNumber(), "555-CELL");
+  EXPECT_EQ(i->Home2TelephoneNumber(), "hc");
+  EXPECT_EQ(i->Email1Address(), "al@acme");
+  EXPECT_EQ(i->Email2Address(), "al@home");
+  EXPECT_EQ(i->Gender(), outlook::olMale);  // "male" in any case
+  EXPECT_EQ(i->Birthday(), (value::Date{1970, 3, 5}));
+  EXPECT_EQ(i->Categories(), "Business");
+
+  // Not inherited: the contact's own address, and empty numbers clear Outlook's.
+  auto own = item(c().createNewDossieraContactInOutlook(11, ""));
+  EXPECT_EQ(own->BusinessAddressStreet(), "9 Side St");
+  EXPECT_EQ(own->BusinessTelephoneNumber(), "555-BEA");
+  EXPECT_EQ(own->BusinessFaxNumber(), "");
+  EXPECT_EQ(own->Birthday(), outlook::kNoDate);  // blank birthday leaves it as it was
+  EXPECT_EQ(item(c().createNewDossieraContactInOutlook(12, ""))->Gender(), outlook::olUnspecified);
+}
+
+TEST_F(TransferTest, InheritedBlankNumbersLeaveOutlooksValue) {
+  testing::execSql(host->hostPath, "UPDATE Companies SET OfficeNumber = '' WHERE CompanyID = 1;");
+  std::string id = existing([](outlook::ContactItem& i) { i.setBusinessTelephoneNumber("keep me"); });
+  c().createNewDossieraContactInOutlook(10, id);
+  EXPECT_EQ(item(id)->BusinessTelephoneNumber(), "keep me");
+}
+
+TEST_F(TransferTest, FileAsFollowsTheContactOnlyTypes) {
+  c().setSyncInformationType(contactOnlyShowContactName);
+  EXPECT_EQ(item(c().createNewDossieraContactInOutlook(11, ""))->FileAs(), "Bea Jones");
+  c().setSyncInformationType(contactOnlyShowCompanyName);
+  EXPECT_EQ(item(c().createNewDossieraContactInOutlook(11, ""))->FileAs(), "Acme Inc.");
+  c().setSyncInformationType(7);  // the driver's value: Outlook's own file-as name
+  EXPECT_EQ(item(c().createNewDossieraContactInOutlook(11, ""))->FileAs(), "Jones, Bea");
+}
+
+}  // namespace
+}  // namespace dossync
