@@ -1,10 +1,25 @@
-// Members that arrive with the Outlook session, the synchronisation driver and the wizard.
+// openSynchForm: the wizard, created through the platform registry so that the core does not
+// depend on the form or its toolkit (the host registers what answers "frmWizard").
+#include "core/apartment.h"
+#include "core/platform.h"
 #include "core/synchronization.h"
+#include "core/wizard_host.h"
 
 namespace dossync {
 
 void clsOutlookSynchronization::openSynchForm() {
   ErrorFrame f(std::string(kSyncLocation) + "openSyncForm");
+  apartment().currentComponent = this;
+  std::shared_ptr<IWizardForm> form;
+  f.step([&] {
+    form = platform::create<IWizardForm>(kWizardFormClass);
+    apartment().currentWizard = form;
+  });
+  f.step([&] {
+    if (form) form->startWizard(*this);
+  });
+  apartment().currentWizard.reset();
+  form.reset();
 }
 
 }  // namespace dossync

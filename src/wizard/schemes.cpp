@@ -1,0 +1,292 @@
+// Saved synchronisation schemes: one OutlookScheme row with the wizard's settings and one
+// OutlookSync row per chosen record, in the synchronisation database.
+//
+// Kept as the wizard has always behaved: the combo box is filled only after a Delete; a new
+// scheme is saved without its DataFileID (so its settings do not load, its records do);
+// replacing a scheme adds its OutlookSync rows beside the earlier ones; and loading a scheme
+// whose direction is neither 2 nor 3 never leaves its reading loop once there is a row.
+#include "core/apartment.h"
+#include "core/synchronization.h"
+#include "core/value.h"
+#include "hostdb/recordset.h"
+#include "wizard/wizard_form.h"
+
+namespace dossync::wizard {
+namespace {
+
+const char* const kSchemesSql = "SELECT OutlookScheme.* From OutlookScheme;";
+const char* const kPrompt = "Click here to open a saved scheme";
+const char* const kNotFound = "The selected outlook scheme could not be found.  Please try again.";
+
+hostdb::IDataAccess& syncDb() {
+  auto& db = apartment().syncDb;
+  if (!db) throw RuntimeError(kObjectVariableNotSet, "The synchronization database is not open");
+  return *db;
+}
+
+std::string schemeRowsSql(int32_t schemeID) {
+  return "SELECT OutlookSync.* FROM OutlookSync WHERE OutlookSync.SchemeNum = " +
+         std::to_string(schemeID) + ";";
+}
+
+}  // namespace
+
+void frmWizard::populateOutlookSchemesList() {
+  ErrorFrame f("kvlabeldx3.dll-frmWizard-populateOutlookSchemesList");
+  std::unique_ptr<hostdb::Recordset> rs;
+  f.step([&] { rs = std::make_unique<hostdb::Recordset>(syncDb(), kSchemesSql); });
+  f.step([&] {
+    Control& combo = control("cboSavedScheme");
+    combo.items.clear();
+    combo.listIndex = -1;
+    combo.text.clear();
+    combo.items.push_back({kPrompt, 0});
+    if (rs) {
+      for (; !rs->eof(); rs->next())
+        combo.items.push_back({rs->read("SchemeName"), value::toLong(rs->read("SchemeID"))});
+    }
+  });
+  f.step([&] { setComboIndex(0); });
+  f.step([&] {
+    if (rs) rs->close();
+  });
+}
+
+void frmWizard::cboSavedScheme_Click() {
+  ErrorFrame f("kvoutlookdx.dll-frmWizard-cboSavedScheme_Click");
+  int32_t schemeID = 0;
+  bool go = false;
+  f.step([&] {
+    Control& combo = control("cboSavedScheme");
+    if (combo.listIndex < 0) return;
+    schemeID = combo.items.at(static_cast<size_t>(combo.listIndex)).itemData;
+    go = schemeID >= 1;
+  });
+  if (!go) return;
+  std::unique_ptr<hostdb::Recordset> scheme, rows;
+  bool found = false;
+  f.step([&] { owner().setSchemeID(schemeID); });
+  f.step([&] {
+    scheme = std::make_unique<hostdb::Recordset>(syncDb(), kSchemesSql);
+    found = scheme->find("SchemeID", schemeID);
+    if (!found) showMessage(kNotFound, 10);
+  });
+  if (!found) return;
+  f.step([&] { control("txtSaveName").text = scheme->read("SchemeName"); });
+  f.step([&] { populateOutlookScheme(schemeID); });
+  f.step([&] { populateOutlookSchemeSettings(); });
+  f.step([&] { selection().clear(); });
+  f.step([&] {
+    rows = std::make_unique<hostdb::Recordset>(syncDb(), schemeRowsSql(schemeID));
+    SelectionCollection& s = selection();
+    int32_t direction = owner().SyncDirectionType();
+    while (!rows->eof()) {
+      if (direction == syncFromDossieraToOutlook) {
+        std::string company = rows->read("CompanyNum");
+        std::string contact = rows->read("ContactNum");
+        if (!value::isBlank(company)) s.add(company, "", "");
+        else if (!value::isBlank(contact)) s.add("", contact, "");
+        rows->next();
+      } else if (direction == syncFromOutlookToDossiera) {
+        s.add("", "", rows->read("OutlookID"));
+        rows->next();
+      }
+      // Any other direction neither uses the row nor moves past it.
+    }
+  });
+  f.step([&] {
+    if (scheme) scheme->close();
+    if (rows) rows->close();
+  });
+}
+
+void frmWizard::populateOutlookScheme(int32_t schemeID) {
+  ErrorFrame f("kvlabeldx3.dll-frmWizard-populateOutlookScheme");
+  std::unique_ptr<hostdb::Recordset> rs;
+  bool found = false;
+  f.step([&] {
+    rs = std::make_unique<hostdb::Recordset>(
+        syncDb(), "SELECT OutlookScheme.* From OutlookScheme WHERE DataFileID = '" +
+                      owner().DataFileUniqueID() + "';");
+    found = rs->find("SchemeID", std::to_string(schemeID));
+  });
+  if (!found) return;
+  std::string infoType, syncType;
+  f.step([&] {
+    clsOutlookSynchronization& o = owner();
+    o.setCompanyList(rs->read("CompanyListType") == "1" ? Dossiera : AddressBook);
+    o.setOutlookCategory(rs->read("ContactsCategory"));
+    o.setProfile(rs->read("ProfileName"));
+    o.setPassword(rs->read("ProfilePassword"));
+    syncType = rs->read("SyncType");
+    infoType = rs->read("InfoType");
+    if (syncType == "1" || syncType == "2" || syncType == "3") o.setSyncDirectionType(value::toLong(syncType));
+    if (infoType == "1" || infoType == "2" || infoType == "3" || infoType == "4")
+      o.setSyncInformationType(value::toLong(infoType));
+  });
+  f.step([&] {
+    clsOutlookSynchronization& o = owner();
+    control("txtContactsCategory").text = o.OutlookCategory();
+    control("txtProfileName").text = o.Profile();
+    control("txtPassword").text = o.Password();
+  });
+  f.step([&] { setOption(control("optInfoType", value::toLong(infoType))); });
+  f.step([&] { setOption(control("optSynchDirection", value::toLong(syncType))); });
+}
+
+void frmWizard::populateOutlookSchemeSettings() {
+  ErrorFrame f("kvlabeldx3.dll-frmWizard-populateOutlookSchemeSettings");
+  f.step([&] {
+    clsOutlookSynchronization& o = owner();
+    control("txtContactsCategory").text = o.OutlookCategory();
+    control("txtProfileName").text = o.Profile();
+    control("txtPassword").text = o.Password();
+  });
+  f.step([&] {
+    int32_t direction = owner().SyncDirectionType();
+    if (direction == 2 || direction == 3) setOption(control("optSynchDirection", direction));
+  });
+  f.step([&] {
+    int32_t info = owner().SyncInformationType();
+    if (info >= 1 && info <= 4) setOption(control("optInfoType", info));
+  });
+}
+
+void frmWizard::setupAdvancedOptions() {
+  ErrorFrame f("kvlabeldx3.dll-frmWizard-setupAdvancedOptions");
+  f.step([&] {
+    bool toOutlook = owner().SyncDirectionType() == syncFromDossieraToOutlook;
+    for (const char* name : {"Frame6", "Frame3", "txtContactsCategory", "Label6", "Label7"})
+      control(name).enabled = toOutlook;
+    for (int32_t i = 1; i <= 4; ++i) control("optInfoType", i).enabled = toOutlook;
+  });
+}
+
+void frmWizard::resetScheme() {
+  ErrorFrame f("kvlabeldx3.dll-frmWizard-resetScheme");
+  f.step([&] { control("txtSaveName").text.clear(); });
+  f.step([&] { selection().clear(); });
+  f.step([&] { populateOutlookSchemesList(); });
+  f.step([&] {
+    if (!control("cboSavedScheme").items.empty()) setComboIndex(0);
+  });
+  f.step([&] { owner().resetOutlookSchemeToDefault(); });
+  f.step([&] { populateOutlookSchemeSettings(); });
+}
+
+void frmWizard::cmdDeleteScheme_Click() {
+  ErrorFrame f("kvoutlookdx.dll-frmWizard-cmdDeleteScheme_Click");
+  int32_t schemeID = 0;
+  bool go = false;
+  f.step([&] {
+    Control& combo = control("cboSavedScheme");
+    if (combo.listIndex < 0) {
+      showMessage("You must select an outlook scheme in the drop down list first.  Please try again.", 10);
+      return;
+    }
+    schemeID = combo.items.at(static_cast<size_t>(combo.listIndex)).itemData;
+    go = schemeID >= 1;
+  });
+  if (!go) return;
+  std::unique_ptr<hostdb::Recordset> scheme;
+  bool found = false;
+  f.step([&] {
+    scheme = std::make_unique<hostdb::Recordset>(syncDb(), kSchemesSql, hostdb::kLockOptimistic);
+    found = scheme->find("SchemeID", schemeID);
+    if (!found) showMessage(kNotFound, 10);
+  });
+  if (!found) return;
+  f.step([&] { scheme->remove(); });
+  f.step([&] {
+    hostdb::Recordset rows(syncDb(), schemeRowsSql(schemeID), hostdb::kLockOptimistic);
+    for (; !rows.eof(); rows.next()) rows.remove();
+    rows.close();
+  });
+  f.step([&] { scheme->close(); });
+  f.step([&] { resetScheme(); });
+}
+
+void frmWizard::cmdSaveScheme_Click() {
+  ErrorFrame f("kvoutlookdx.dll-frmWizard-cmdSaveScheme_Click");
+  std::string name;
+  bool go = false;
+  f.step([&] {
+    name = control("txtSaveName").text;
+    if (value::isBlank(name)) {
+      showMessage("You must enter a name to save your outlook scheme.", 10);
+      return;
+    }
+    go = true;
+  });
+  if (!go) return;
+  std::unique_ptr<hostdb::Recordset> rs;
+  int32_t schemeID = -1;
+  bool found = false;
+  f.step([&] {
+    rs = std::make_unique<hostdb::Recordset>(syncDb(), kSchemesSql, hostdb::kLockOptimistic);
+    found = rs->find("SchemeName", name);
+  });
+  if (f.leaving()) return;
+  if (found) {
+    bool replace = false;
+    f.step([&] {
+      auto box = owner().messageBox();
+      if (!box) throw RuntimeError(kObjectVariableNotSet, "No message box service");
+      replace = box->askYesNo("There is already an outlook synchronization scheme saved as '" +
+                                  name + "'.  Are you sure you want to replace this scheme?",
+                              10, owner().MDIForm(), 101);
+    });
+    if (!replace) {
+      rs->close();
+      return;
+    }
+    f.step([&] { schemeID = value::toLong(rs->read("SchemeID")); });
+  }
+
+  auto settings = [&](auto&& put) {
+    clsOutlookSynchronization& o = owner();
+    put("CompanyListType", o.companyList() == Dossiera ? "1" : "2");
+    put("ContactsCategory", control("txtContactsCategory").text);
+    put("ProfileName", control("txtProfileName").text);
+    put("ProfilePassword", control("txtPassword").text);
+    put("InfoType", std::to_string(selectedOption("optInfoType")));
+    put("SyncType", std::to_string(selectedOption("optSynchDirection")));
+  };
+  if (schemeID >= 1) {
+    f.step([&] {
+      rs->write("SchemeName", name);
+      rs->write("DataFileID", owner().DataFileUniqueID());
+      settings([&](const std::string& field, const std::string& v) { rs->write(field, v); });
+    });
+  } else {
+    f.step([&] {
+      rs->addNew();
+      rs->set("SchemeName", name);
+      settings([&](const std::string& field, const std::string& v) { rs->set(field, v); });
+      schemeID = value::toLong(rs->read("SchemeID"));
+      rs->save();
+    });
+  }
+  f.step([&] {
+    SelectionCollection& s = selection();
+    if (s.isEmpty()) return;
+    hostdb::Recordset rows(syncDb(), "SELECT OutlookSync.* From OutlookSync;", hostdb::kLockOptimistic);
+    for (s.moveFirst(); !s.atEnd(); s.moveNext()) {
+      rows.addNew();
+      rows.set("SchemeNum", std::to_string(schemeID));
+      rows.set("CompanyNum", s.member(1));
+      rows.set("ContactNum", s.member(2));
+      rows.set("OutlookID", s.member(3));
+      rows.save();
+    }
+  });
+  f.step([&] {
+    if (rs) rs->close();
+  });
+  f.step([&] {
+    schemeSaved_ = true;
+    showMessage("The outlook scheme has been successfully saved.", 10);
+  });
+}
+
+}  // namespace dossync::wizard

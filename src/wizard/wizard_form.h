@@ -1,0 +1,171 @@
+// frmWizard: the synchronisation wizard, independent of any toolkit. Four steps (frames
+// fraStep(0..3), all at one place; the one not shown is moved to the left edge -10000), the
+// navigation buttons cmdNav(1..4) = Cancel, Back, Next, Finish, the option controls that write
+// straight through to the owning component, the saved schemes (schemes.cpp) and the selection
+// tree with its check marks (selection_tree.cpp).
+//
+// The form owns every control as a model object (controls.h, tree_view.h). A view renders them
+// and forwards the user's actions through the user* members below, which behave as the
+// controls do: a click moves the focus to the control first (so a text box loses focus, and
+// writes, before a button's click runs), choosing an option button clears the others of its
+// frame, and setting an option button or the combo box from code raises its click handler as
+// a user's choice would. The headless driver (driver.h) uses the same members.
+//
+// Step pictures are numbered 1 to 4 in the order of the steps (imgStep(1) on step 0,
+// imgStep(0) on step 1, imgStep(2), imgStep(3)); the view draws them.
+// Decisions: at start the options show "from Dossiera to Outlook" and "Company Information
+// (with Default Contact)", the component's own defaults; the combo box starts empty; cmdOk and
+// tmrAutoStart, which have no behaviour, are left out.
+//
+// Every procedure runs in an ErrorFrame located "kvoutlookdx.dll-frmWizard-<name>" (the
+// scheme procedures keep the locations of schemes.cpp).
+// Thread use: the apartment's one thread.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/wizard_host.h"
+#include "wizard/client_tree.h"
+#include "wizard/controls.h"
+#include "wizard/outlook_tree.h"
+#include "wizard/tree_view.h"
+
+namespace dossync {
+class clsOutlookSynchronization;
+class SelectionCollection;
+}  // namespace dossync
+
+namespace dossync::wizard {
+
+// What the form needs of its window: show it modally over the owner window (returning when it
+// is unloaded), take it down, and repaint it now while a long procedure runs.
+class IWizardView {
+ public:
+  virtual ~IWizardView() = default;
+  virtual void showModal(const ObjectPtr& ownerWindow) = 0;
+  virtual void unload() = 0;
+  virtual void refresh() = 0;
+};
+
+inline constexpr int32_t kFormWidth = 640;
+inline constexpr int32_t kFormHeight = 430;
+inline constexpr int32_t kOffScreen = -10000;
+
+class frmWizard : public IWizardForm {
+ public:
+  frmWizard();
+  ~frmWizard() override;
+
+  void setView(IWizardView* view) { view_ = view; }
+
+  // ---- Entry.
+  void startWizard(clsOutlookSynchronization& owner) override;
+
+  // ---- The form and its controls.
+  const std::string& caption() const { return caption_; }
+  bool loaded() const { return loaded_; }
+  // The control of that name and index; RuntimeError 340 for an array element that does not
+  // exist, 424 for a name the form does not have.
+  Control& control(const std::string& name, int32_t index = -1);
+  const std::vector<std::unique_ptr<Control>>& controls() const { return controls_; }
+  // The container chain up to the form is enabled, visible and on-screen.
+  bool reachable(const Control& c) const;
+  const Control* focused() const { return focused_; }
+  TreeView& tree() { return *tvwContacts_; }
+  const std::shared_ptr<TreeView>& tvwContacts() const { return tvwContacts_; }
+  const std::shared_ptr<ImageList>& imageList1() const { return ImageList1_; }
+
+  int16_t currentStep() const { return currentStep_; }
+  bool finishAllowed() const { return finishAllowed_; }
+  bool listLoaded() const { return listLoaded_; }
+  bool schemeSaved() const { return schemeSaved_; }
+
+  // ---- What the user does (the view and the driver call these).
+  void userFocus(Control* c);
+  void userClick(Control& c);
+  void userType(Control& c, const std::string& text);
+  void userPick(int32_t listIndex);               // cboSavedScheme
+  void userCheck(int32_t nodeIndex, bool checked);  // tvwContacts
+  void userClose();                                 // the window's close box
+  void userKeyDown(int32_t keyCode, int32_t shift);
+
+  // ---- Steps and navigation.
+  void SetStep(int16_t& nStep, int16_t& nDirection);
+  void SetNavBtns(int16_t& nStep);
+  void cmdNav_Click(int16_t Index);
+  void cmdAdvancedOptions_Click();
+  void optSynchDirection_Click(int16_t Index);
+  void optInfoType_Click(int16_t Index);
+  void txtContactsCategory_LostFocus();
+  void txtProfileName_LostFocus();
+  void txtPassword_LostFocus();
+  void cmdSaveScheme_GotFocus();
+  void cmdSaveScheme_LostFocus();
+  void Form_KeyDown(int32_t keyCode, int32_t shift);
+  void Form_Unload();
+
+  // ---- Saved schemes (schemes.cpp).
+  void populateOutlookSchemesList();
+  void cboSavedScheme_Click();
+  void populateOutlookScheme(int32_t schemeID);
+  void populateOutlookSchemeSettings();
+  void setupAdvancedOptions();
+  void resetScheme();
+  void cmdDeleteScheme_Click();
+  void cmdSaveScheme_Click();
+
+  // ---- Selection tree (selection_tree.cpp).
+  void populateCompanyNames();
+  void populateOutlookNames();
+  void populateAddressBookTree_incProgressBar(int32_t count);
+  void populateOutlookTree_incProgressBar(int32_t count);
+  void getSelectedCompanies();
+  void populateCheckedItems();
+  void tvwContacts_NodeCheck(int32_t nodeIndex);
+  void checkAllChildNodes(int32_t nodeIndex, bool checked);
+  void checkNode(int32_t nodeIndex, bool checked);
+
+  // The identifier of a key: everything from its ninth character on.
+  static std::string keyIdentifier(const std::string& key);
+
+ private:
+  Control& add(ControlKind kind, const std::string& name, int32_t index, const std::string& text,
+               int32_t left, int32_t top, int32_t width, int32_t height,
+               const std::string& container = "", int32_t containerIndex = -1);
+  void buildControls();
+  void unload();
+  // Sets an option button as code does: the others of its frame are cleared and, when it was
+  // not already selected, its click handler runs.
+  void setOption(Control& option);
+  void setComboIndex(int32_t listIndex);
+  bool optionSelected(const std::string& name, int32_t index);
+  // The index of the selected button of an option array, 0 when none is.
+  int32_t selectedOption(const std::string& name);
+  void showMessage(const std::string& text, int32_t style);
+  void refresh();
+  clsOutlookSynchronization& owner();
+  SelectionCollection& selection();
+
+  std::vector<std::unique_ptr<Control>> controls_;
+  std::map<std::pair<std::string, int32_t>, Control*> byName_;
+  std::shared_ptr<TreeView> tvwContacts_;
+  std::shared_ptr<ImageList> ImageList1_;
+  Control* focused_ = nullptr;
+  IWizardView* view_ = nullptr;
+  std::string caption_;
+  bool loaded_ = true;
+
+  clsOutlookSynchronization* owner_ = nullptr;
+  int16_t currentStep_ = 0;
+  bool finishAllowed_ = false;
+  bool listLoaded_ = false;
+  bool schemeSaved_ = false;
+  std::unique_ptr<clsPopulateClientTree> populateAddressBookTree_;
+  std::unique_ptr<clsOutlookContactTree> populateOutlookTree_;
+};
+
+}  // namespace dossync::wizard

@@ -1,0 +1,81 @@
+// A host with a small address book and a headless wizard started on its component.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "core/apartment.h"
+#include "core/synchronization.h"
+#include "test_support.h"
+#include "wizard/driver.h"
+
+namespace dossync::testing {
+
+// Categories: Clients(1) > Corporations(2) > Holding(3); Suppliers(4).
+// Companies: Acme Ltd(10, Corporations), Acme Sub(11, associate of 10), Beta Inc(12, Holding),
+// Gamma(13, no category), Delta(14, Suppliers).
+// Contacts: Ann(20, Acme, default), Bob(21, Acme), Carl(22, Beta, default), Dora(23, no company,
+// Suppliers), Eve(24, no company, no category).
+// Shown clients: Acme and Beta with every detail row; Gamma shown but without detail rows;
+// Delta not shown.
+inline void fillAddressBook(const std::string& hostPath) {
+  execSql(hostPath,
+          "INSERT INTO Categories (CategoryID, CategoryName, CategoryNum) VALUES "
+          "(1, 'Clients', NULL), (2, 'Corporations', 1), (3, 'Holding', 2), (4, 'Suppliers', NULL);"
+          "INSERT INTO Companies (CompanyID, CompanyName, CategoryNum, CompanyNum) VALUES "
+          "(10, 'Acme Ltd', 2, NULL), (11, 'Acme Sub', 3, 10), (12, 'Beta Inc', 3, NULL),"
+          "(13, 'Gamma', NULL, NULL), (14, 'Delta', 4, NULL);"
+          "INSERT INTO Contacts (ContactID, CompanyNum, CategoryNum, DisplayName, DefaultContact) "
+          "VALUES (20, 10, NULL, 'Ann', 1), (21, 10, NULL, 'Bob', 0), (22, 12, NULL, 'Carl', 1),"
+          "(23, NULL, 4, 'Dora', 0), (24, NULL, NULL, 'Eve', 0);"
+          "INSERT INTO ClientData (ClientDataID, CompanyIDNum, ShowThisClient) VALUES "
+          "(1, 10, 1), (2, 12, 1), (3, 13, 1), (4, 14, 0);");
+  for (const char* t : {"AccountingServices", "ClientOptions", "CorpTaxInfo", "LawInfo",
+                        "OtherInfo", "WSIB_EHTInfo"}) {
+    std::string table = t;
+    std::string key = table == "AccountingServices" ? "AccountingServicesID"
+                      : table == "ClientOptions"    ? "ClientOptionsID"
+                      : table + "ID";
+    execSql(hostPath, "INSERT INTO " + table + " (" + key + ") VALUES (1), (2), (4);");
+  }
+}
+
+class WizardTest : public ApartmentTest {
+ protected:
+  void SetUp() override {
+    ApartmentTest::SetUp();
+    host = std::make_unique<Host>(dir);
+    fillAddressBook(host->hostPath);
+    c().setShowProgress(false);
+    c().setDataFileUniqueID("DF1");
+    c().setCompanyList(AddressBook);
+    mdi = std::make_shared<Object>();
+    c().setMDIForm(mdi);
+    form = std::make_shared<wizard::HeadlessWizard>();
+    d = std::make_unique<wizard::WizardDriver>(*form);
+  }
+  void TearDown() override {
+    d.reset();
+    form.reset();
+    host.reset();
+    ApartmentTest::TearDown();
+  }
+  clsOutlookSynchronization& c() { return *host->component; }
+  void start() { form->startWizard(c()); }
+  SelectionCollection& selection() { return *c().companyCollection(); }
+  std::vector<std::string> members(int member) {
+    std::vector<std::string> out;
+    for (const auto& e : selection().entries()) out.push_back(e[static_cast<size_t>(member - 1)]);
+    return out;
+  }
+  const std::vector<RecordingMessageBox::Shown>& shown() { return host->messages->shown; }
+
+  std::unique_ptr<Host> host;
+  ObjectPtr mdi;
+  std::shared_ptr<wizard::HeadlessWizard> form;
+  std::unique_ptr<wizard::WizardDriver> d;
+};
+
+}  // namespace dossync::testing

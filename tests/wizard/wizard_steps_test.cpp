@@ -1,0 +1,270 @@
+// The wizard's steps, navigation buttons, Finish and Cancel, and the write-through option
+// handlers, driven headlessly as a user would.
+#include <algorithm>
+
+#include "core/platform.h"
+#include "wizard_fixture.h"
+
+namespace dossync {
+namespace {
+
+using testing::WizardTest;
+
+class RecordingHostUi : public IHostUi {
+ public:
+  void setMousePointer(int32_t p) override { pointers.push_back(p); }
+  std::vector<int32_t> pointers;
+};
+
+bool entered(const testing::RecordingErrorService& e, const std::string& location) {
+  return std::find(e.entered.begin(), e.entered.end(), location) != e.entered.end();
+}
+
+TEST_F(WizardTest, StartShowsTheWelcomeStepModallyOverTheHostWindow) {
+  auto ui = std::make_shared<RecordingHostUi>();
+  apartment().hostUi = ui;
+  start();
+  EXPECT_EQ(d->caption(), "Outlook Wizard - Welcome to the synchronization wizard");
+  EXPECT_EQ(d->step(), 0);
+  EXPECT_EQ(d->get("fraStep", 0).left, 0);
+  for (int i = 1; i <= 3; ++i) EXPECT_EQ(d->get("fraStep", i).left, -10000) << i;
+  EXPECT_TRUE(d->canUse("cmdNav", 1));
+  EXPECT_FALSE(d->canUse("cmdNav", 2));
+  EXPECT_TRUE(d->canUse("cmdNav", 3));
+  EXPECT_FALSE(d->canUse("cmdNav", 4));
+  EXPECT_FALSE(form->finishAllowed());
+  EXPECT_FALSE(form->listLoaded());
+  EXPECT_EQ(ui->pointers, (std::vector<int32_t>{11, 0}));
+  EXPECT_EQ(form->view.shown, 1);
+  EXPECT_EQ(form->view.ownerWindow, mdi);
+  // The combo box starts empty: nothing fills it before a Delete.
+  EXPECT_TRUE(d->comboEntries().empty());
+  // Controls of other steps cannot be reached.
+  EXPECT_FALSE(d->canUse("txtSaveName"));
+  EXPECT_FALSE(d->click("optInfoType", 2));
+  EXPECT_TRUE(entered(*host->errors, "kvoutlookdx.dll-frmWizard-startWizard"));
+  EXPECT_TRUE(entered(*host->errors, "kvoutlookdx.dll-frmWizard-SetStep"));
+  EXPECT_TRUE(entered(*host->errors, "kvoutlookdx.dll-frmWizard-SetNavBtns"));
+}
+
+TEST_F(WizardTest, TheStepMachine) {
+  start();
+  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  EXPECT_EQ(d->step(), 3);
+  EXPECT_EQ(d->caption(), "Outlook Wizard - Advanced Options");
+  EXPECT_FALSE(d->canUse("cmdNav", 3));
+  EXPECT_TRUE(d->canUse("cmdNav", 4));
+  EXPECT_EQ(d->get("fraStep", 0).left, -10000);
+  EXPECT_FALSE(d->get("fraStep", 0).enabled);
+  ASSERT_TRUE(d->click("cmdNav", 2));  // Back from Advanced Options: the welcome step
+  EXPECT_EQ(d->step(), 0);
+  EXPECT_EQ(d->get("fraStep", 3).left, -10000);
+  EXPECT_FALSE(form->listLoaded());  // jumping back does not fill the tree
+
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  EXPECT_EQ(d->step(), 1);
+  EXPECT_EQ(d->caption(), "Outlook Wizard - Select the companies to synchronize");
+  EXPECT_TRUE(form->listLoaded());
+  EXPECT_TRUE(d->canUse("cmdNav", 2));
+  EXPECT_FALSE(d->canUse("cmdNav", 4));
+  EXPECT_GT(form->tree().count(), 0);
+
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  EXPECT_EQ(d->step(), 2);
+  EXPECT_EQ(d->caption(), "Outlook Wizard - Finish");
+  EXPECT_FALSE(d->canUse("cmdNav", 3));
+  EXPECT_TRUE(d->canUse("cmdNav", 4));
+  EXPECT_TRUE(d->canUse("txtSaveName"));
+
+  // Next is disabled on step 2; invoked anyway it goes to the welcome step.
+  form->cmdNav_Click(3);
+  EXPECT_EQ(d->step(), 0);
+}
+
+TEST_F(WizardTest, NextRebuildsTheTreeAndBackKeepsTheMarks) {
+  start();
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(d->tick("Company:12"));
+  ASSERT_TRUE(d->click("cmdNav", 3));  // leaving step 1 forwards builds the selection
+  EXPECT_EQ(members(1), (std::vector<std::string>{"12"}));
+
+  ASSERT_TRUE(d->click("cmdNav", 2));  // back to step 1: the tree is kept as it was
+  EXPECT_EQ(d->step(), 1);
+  EXPECT_TRUE(d->checked("Company:12"));
+  ASSERT_TRUE(d->tick("Company:12", false));
+  ASSERT_TRUE(d->tick("Company:13"));
+  // A mark on a category means nothing, but it shows that the tree was not refilled.
+  form->tree().setChecked(form->tree().find("Category:4")->index, true);
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(d->click("cmdNav", 2));
+  EXPECT_EQ(d->checkedKeys(), (std::vector<std::string>{"Category:4", "Company:13"}));
+
+  ASSERT_TRUE(d->tick("Company:13", false));
+  ASSERT_TRUE(d->tick("Company:14"));
+  ASSERT_TRUE(d->click("cmdNav", 2));  // to the welcome step, then forwards again
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  // Rebuilt and marked from the selection made when step 1 was last left forwards.
+  EXPECT_EQ(d->checkedKeys(), (std::vector<std::string>{"Company:13"}));
+}
+
+TEST_F(WizardTest, FinishWithAnEmptySelectionShowsTheMessageAndStays) {
+  start();
+  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  ASSERT_TRUE(d->click("cmdNav", 4));
+  ASSERT_EQ(shown().size(), 1u);
+  EXPECT_EQ(shown()[0].text,
+            "You must select some companies or contacts to import into Microsoft Outlook before "
+            "proceeding.  Go to the first step and select some clients to import.");
+  EXPECT_EQ(shown()[0].style, 3);
+  EXPECT_EQ(shown()[0].number, 101);
+  EXPECT_EQ(shown()[0].owner, mdi);
+  EXPECT_TRUE(form->loaded());
+  EXPECT_EQ(d->step(), 3);
+  EXPECT_EQ(form->view.unloads, 0);
+  EXPECT_EQ(c().counters().rowsWalked, 0);
+}
+
+TEST_F(WizardTest, FinishSynchronisesTheSelectionAndCloses) {
+  start();
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(d->tick("Category:2"));  // Acme Ltd, Acme Sub and Beta Inc beneath it
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  EXPECT_EQ(members(1), (std::vector<std::string>{"10", "11", "12"}));
+  ASSERT_TRUE(d->click("cmdNav", 4));
+  EXPECT_FALSE(form->loaded());
+  EXPECT_EQ(form->view.unloads, 1);
+  EXPECT_EQ(c().counters().itemsCreated, 3);
+  EXPECT_EQ(testing::querySql(host->syncPath,
+                              "SELECT COUNT(*) FROM OutlookSync WHERE OutlookID <> '';")[0],
+            "3");
+}
+
+TEST_F(WizardTest, CancelAndTheCloseBoxNeverSynchronise) {
+  start();
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(d->tick("Company:10"));
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(d->click("cmdNav", 1));
+  EXPECT_FALSE(form->loaded());
+  EXPECT_EQ(c().counters().rowsWalked, 0);
+  EXPECT_TRUE(entered(*host->errors, "kvoutlookdx.dll-frmWizard-Form_Unload"));
+  EXPECT_FALSE(d->click("cmdNav", 4));  // nothing can be clicked on an unloaded form
+
+  auto second = std::make_shared<wizard::HeadlessWizard>();
+  second->startWizard(c());
+  second->userClose();
+  EXPECT_FALSE(second->loaded());
+  EXPECT_EQ(c().counters().rowsWalked, 0);
+}
+
+TEST_F(WizardTest, OptionsWriteThroughAndTextBoxesWriteWhenTheyLoseFocus) {
+  start();
+  ASSERT_TRUE(d->click("optSynchDirection", 3));
+  EXPECT_EQ(c().SyncDirectionType(), 3);
+  EXPECT_FALSE(d->value("optSynchDirection", 2));
+  ASSERT_TRUE(d->click("optSynchDirection", 2));
+  EXPECT_EQ(c().SyncDirectionType(), 2);
+  form->optSynchDirection_Click(1);  // there is no button for both ways: nothing changes
+  EXPECT_EQ(c().SyncDirectionType(), 2);
+
+  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  for (int i = 4; i >= 1; --i) {
+    ASSERT_TRUE(d->click("optInfoType", i));
+    EXPECT_EQ(c().SyncInformationType(), i);
+  }
+  ASSERT_TRUE(d->type("txtProfileName", "Office"));
+  EXPECT_EQ(c().Profile(), "");  // not yet: the text box still has the focus
+  ASSERT_TRUE(d->type("txtPassword", "s3cret"));
+  EXPECT_EQ(c().Profile(), "Office");
+  ASSERT_TRUE(d->type("txtContactsCategory", "Clients 2024"));
+  EXPECT_EQ(c().Password(), "s3cret");
+  // Clicking Finish moves the focus first, so the category is written before Finish runs.
+  ASSERT_TRUE(d->click("cmdNav", 4));
+  EXPECT_EQ(c().OutlookCategory(), "Clients 2024");
+}
+
+TEST_F(WizardTest, AdvancedOptionsFollowTheOwnersSettingsAndDirection) {
+  c().setSyncDirectionType(3);
+  c().setSyncInformationType(4);
+  c().setProfile("P");
+  c().setPassword("W");
+  c().setOutlookCategory("Cat");
+  start();
+  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  EXPECT_TRUE(d->value("optSynchDirection", 3));
+  EXPECT_TRUE(d->value("optInfoType", 4));
+  EXPECT_EQ(d->text("txtProfileName"), "P");
+  EXPECT_EQ(d->text("txtPassword"), "W");
+  EXPECT_EQ(d->text("txtContactsCategory"), "Cat");
+  // Writing into the host, only the profile and password matter.
+  for (const char* name : {"Frame6", "Frame3", "txtContactsCategory", "Label6", "Label7"})
+    EXPECT_FALSE(d->get(name).enabled) << name;
+  EXPECT_FALSE(d->canUse("optInfoType", 1));
+  EXPECT_TRUE(d->canUse("txtProfileName"));
+  EXPECT_TRUE(d->canUse("txtPassword"));
+
+  ASSERT_TRUE(d->click("cmdNav", 2));
+  ASSERT_TRUE(d->click("optSynchDirection", 2));
+  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  EXPECT_TRUE(d->canUse("optInfoType", 1));
+  EXPECT_TRUE(d->canUse("txtContactsCategory"));
+}
+
+TEST_F(WizardTest, WithNeitherDirectionChosenNextLoadsNothingButStillAppliesTheSelection) {
+  start();
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(d->click("cmdNav", 2));
+  d->get("optSynchDirection", 2).value = false;
+  selection().add("12", "", "");
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  EXPECT_EQ(d->step(), 1);
+  EXPECT_EQ(d->checkedKeys(), (std::vector<std::string>{"Company:12"}));
+}
+
+TEST_F(WizardTest, NextFromTheOutlookDirectionFillsTheTreeFromOutlook) {
+  c().StartOutlook();
+  auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
+      c().outlookApplication()->CreateItem(outlook::olContactItem));
+  item->setFileAs("Zed Outlook");
+  item->setCategories("Friends");
+  item->Save();
+  c().StopOutlook();
+
+  start();
+  ASSERT_TRUE(d->click("optSynchDirection", 3));
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  EXPECT_EQ(d->form().tree().node(1).text, "Outlook Contacts");
+  ASSERT_TRUE(d->tick("Category:Friends"));
+  EXPECT_TRUE(d->checked("Contact:" + item->EntryID()));
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  EXPECT_EQ(members(3), (std::vector<std::string>{item->EntryID()}));
+  EXPECT_EQ(c().outlookNameSpace(), nullptr);  // the wizard let go of Outlook after filling
+}
+
+TEST_F(WizardTest, OpenSynchFormRunsTheRegisteredFormAndReleasesIt) {
+  bool sawCurrentWizard = false;
+  wizard::registerHeadlessWizard([&](wizard::WizardDriver& w) {
+    sawCurrentWizard = apartment().currentWizard.get() == &w.form();
+    w.click("cmdNav", 3);
+    w.tick("Company:13");
+    w.click("cmdNav", 3);
+    w.click("cmdNav", 4);
+  });
+  c().openSynchForm();
+  platform::unregisterClass(kWizardFormClass);
+  EXPECT_TRUE(sawCurrentWizard);
+  EXPECT_EQ(apartment().currentWizard, nullptr);
+  EXPECT_EQ(c().counters().itemsCreated, 1);
+  EXPECT_TRUE(entered(*host->errors, "kvoutlookdx.dll-clsOutlookSynchronization-openSyncForm"));
+}
+
+TEST_F(WizardTest, OpenSynchFormWithoutARegisteredFormReportsAndReturns) {
+  c().openSynchForm();
+  ASSERT_EQ(host->errors->errors.size(), 1u);
+  EXPECT_EQ(host->errors->errors[0].number(), kCannotCreateObject);
+  EXPECT_EQ(host->errors->errorLocations[0], "kvoutlookdx.dll-clsOutlookSynchronization-openSyncForm");
+  EXPECT_EQ(apartment().currentWizard, nullptr);
+}
+
+}  // namespace
+}  // namespace dossync
