@@ -1,0 +1,69 @@
+#!/usr/bin/env bash
+# End-to-end checks of "dossync sync" on real files: a host database, a synchronisation
+# database and a vCard store.
+set -uo pipefail
+bin=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+passed=0 failed=0
+ok() { passed=$((passed + 1)); }
+bad() { failed=$((failed + 1)); echo "FAIL $*"; }
+same() { [[ "$2" == "$3" ]] && ok || bad "$1: got '$2', wanted '$3'"; }
+
+h="$work/h.db" s="$work/s.db" o="vdir:$work/ol"
+cards="$work/ol/default/contacts"
+"$bin" init-host "$h" >/dev/null
+sqlite3 "$h" "INSERT INTO Companies (CompanyID, CompanyName, OfficeNumber, Email) VALUES
+  (1, 'Alpha Ltd', '111', 'a@alpha'), (2, 'Beta Ltd', '222', 'b@beta'), (3, 'Gamma Ltd', '333', '');
+  INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, FirstName, LastName, DefaultContact, Gender, Birthday)
+  VALUES (10, 1, 'Ann Alpha', 'Ann', 'Alpha', 1, 'FEMALE', '1970-03-05'), (11, NULL, 'Loose Lee', 'Loose', 'Lee', 0, '', NULL);"
+sync() { "$bin" sync --host-db "$h" --sync-db "$s" --outlook "$o" --no-progress "$@"; }
+count() { ls "$cards" 2>/dev/null | grep -c '\.vcf$'; }
+q() { sqlite3 "$s" "$1"; }
+
+# Direction 1 and the contact-only types 3 and 4 change nothing.
+out=$(sync --direction 1 --select all); same "direction 1 exit" $? 0
+same "direction 1 walks nothing" "$(count)" 0
+for t in 3 4; do sync --info $t >/dev/null; same "info $t changes nothing" "$(count)$(q 'SELECT count(*) FROM OutlookSync;')" "00"; done
+
+# Companies 1 and 3 chosen: two new items; company 2 is paired with nothing.
+out=$(sync --select 1,3); same "sync exit" $? 0
+[[ "$out" == "rows walked 3, items created 2, items updated 0, mapping rows saved 3, errors 0, seconds "* ]] && ok || bad "summary: $out"
+same "two cards" "$(count)" 2
+same "unselected company mapped with an empty id" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 2;")" ""
+alpha=$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")
+json=$("$bin" contacts show "$alpha" --outlook "$o" --json)
+for want in '"FileAs": "Alpha Ltd"' '"FullName": "Ann Alpha"' '"Gender": 1' '"Birthday": "1970-03-05"' '"Categories": "Business"' '"BusinessTelephoneNumber": "111"'; do
+  [[ "$json" == *"$want"* ]] && ok || bad "transferred item lacks $want"
+done
+
+# An existing item is updated in place and keeps what the transfer does not write.
+echo "{\"EntryID\": \"$alpha\", \"Body\": \"call on Mondays\", \"Email1Address\": \"stale@x\"}" |
+  "$bin" contacts put --outlook "$o" --json - >/dev/null
+sqlite3 "$h" "UPDATE Companies SET Email = '' WHERE CompanyID = 1;"
+out=$(sync --select 1)
+json=$("$bin" contacts show "$alpha" --outlook "$o" --json)
+[[ "$json" == *'"Body": "call on Mondays"'* ]] && ok || bad "Body lost on update"
+[[ "$json" == *'"Email1Address": ""'* ]] && ok || bad "empty host e-mail did not clear Outlook's"
+same "no new card on update" "$(count)" 2
+
+# Information type 7 walks the contacts.
+out=$(sync --info 7 --select 11)
+same "contact walk pairs every contact" "$(q 'SELECT count(*) FROM OutlookSync WHERE ContactNum IS NOT NULL;')" 2
+same "contact card made" "$(count)" 3
+
+# Errors: reported with their location; --on-error exit ends with code 3.
+sqlite3 "$h" "UPDATE Contacts SET Birthday = 'someday' WHERE ContactID = 10;"
+sync --select 1 >/dev/null 2>"$work/err"; same "leave exit code" $? 0
+grep -q "error 13: .*someday.*createNewDossieraCompanyWithDefaultContactInOutlook" "$work/err" && ok || { bad "error report"; cat "$work/err"; }
+sync --select 1 --on-error exit >/dev/null 2>&1; same "exit action exit code" $? 3
+
+# Start-up failures and usage.
+echo "junk junk junk junk junk junk junk junk" >"$work/junk.db"
+"$bin" sync --host-db "$work/junk.db" --sync-db "$s" --outlook "$o" >/dev/null 2>&1; same "junk host" $? 2
+"$bin" sync --host-db "$work/none.db" --sync-db "$s" --outlook "$o" >/dev/null 2>&1; same "missing host" $? 2
+"$bin" sync --host-db "$h" --sync-db "$s" --direction 5 >/dev/null 2>&1; same "bad direction" $? 64
+"$bin" sync --host-db "$h" --sync-db "$s" --outlook "imap:x" >/dev/null 2>&1; same "bad store" $? 64
+
+echo "sync cli: $passed passed, $failed failed"
+[[ $failed -eq 0 ]]
