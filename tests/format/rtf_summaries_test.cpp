@@ -1,0 +1,203 @@
+#include "format/rtf_summaries.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "core/apartment.h"
+#include "core/synchronization.h"
+#include "test_support.h"
+
+namespace dossync::format {
+namespace {
+
+std::string readGolden(const std::string& name) {
+  std::ifstream in(std::string(DOSSYNC_SOURCE_DIR) + "/tests/format/golden/" + name,
+                   std::ios::binary);
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+// Splits at LF, keeping each line's CR, so that a missing or extra CR shows in the message.
+std::vector<std::string> rawLines(const std::string& text) {
+  std::vector<std::string> lines;
+  size_t start = 0;
+  while (start <= text.size()) {
+    size_t lf = text.find('\n', start);
+    lines.push_back(text.substr(start, lf == std::string::npos ? std::string::npos : lf - start));
+    if (lf == std::string::npos) break;
+    start = lf + 1;
+  }
+  return lines;
+}
+
+std::string visible(const std::string& line) {
+  std::string out;
+  for (char c : line) out += c == '\r' ? std::string("<CR>") : std::string(1, c);
+  return "[" + out + "]";
+}
+
+// The summary against the golden file, byte for byte; a mismatch names the first differing
+// line and shows both versions of it.
+::testing::AssertionResult matchesGolden(const std::string& actual, const std::string& name) {
+  std::string golden = readGolden(name);
+  if (golden.empty()) return ::testing::AssertionFailure() << "golden file " << name << " missing";
+  if (actual == golden) return ::testing::AssertionSuccess();
+  auto want = rawLines(golden), got = rawLines(actual);
+  for (size_t i = 0; i < std::max(want.size(), got.size()); ++i) {
+    std::string w = i < want.size() ? visible(want[i]) : "<no line>";
+    std::string g = i < got.size() ? visible(got[i]) : "<no line>";
+    if (w != g)
+      return ::testing::AssertionFailure() << name << " differs first at line " << i + 1
+                                           << "\n  golden: " << w << "\n  actual: " << g;
+  }
+  return ::testing::AssertionFailure() << name << " differs";  // not reached
+}
+
+class SummaryTest : public testing::ApartmentTest {
+ protected:
+  void SetUp() override {
+    ApartmentTest::SetUp();
+    host = testing::makeHostDatabase(dir);
+    component = std::make_unique<clsOutlookSynchronization>();
+    component->setErrorClass(errors);
+    component->setMainDatabaseLocation(host);
+    ASSERT_TRUE(component->mainDatabaseOpen());
+  }
+  void sql(const std::string& text) { testing::execSql(host, text); }
+  std::string column(const std::string& query) {
+    auto rows = testing::querySql(host, query);
+    return rows.empty() ? "<no row>" : rows[0];
+  }
+
+  std::string host;
+  std::shared_ptr<testing::RecordingErrorService> errors =
+      std::make_shared<testing::RecordingErrorService>();
+  std::unique_ptr<clsOutlookSynchronization> component;
+};
+
+TEST_F(SummaryTest, ContactWithEveryGroup) {
+  sql("INSERT INTO CustomAddressFields (ContactLabel1, ContactLabel2, ContactLabel3) VALUES "
+      "('Favourite colour', 'Unused', 'Meeting day');"
+      "INSERT INTO Contacts (ContactID, DefaultContact, DisplayName, BusinessName, "
+      "BusinessJobTitle, BusinessDepartment, BusinessOffice, BusinessPhone_Main, "
+      "BusinessPhone_Cell, BusinessPhone_Fax, BusinessPhone_Pager, BusinessEmail, BusinessWebSite, "
+      "BusinessAddress, BusinessCity, BusinessProvince, BusinessPostalCode, BusinessCountry, "
+      "SocialInsuranceNumber, EmployeeType, Custom1, Custom3, Notes) VALUES (5, 1, 'Jane Q. "
+      "Smith', "
+      "'Acme Holdings Ltd.', 'Controller', 'Finance', 'Head Office', '613-555-0100', "
+      "'613-555-0101', '613-555-0102', '613-555-0103', 'jane@acme.example', 'www.acme.example', "
+      "'100 Main Street', 'Ottawa', 'ON', 'K1A 0B1', 'Canada', '046 454 286', 'Full time', 'Blue', "
+      "'Tuesday', 'First line' || char(13, 10) || 'Second line' || char(13, 10, 13, 10) || "
+      "'After a blank line');");
+  std::string text = saveContactBusinessRTF(5);
+  EXPECT_TRUE(matchesGolden(text, "full_contact.rtf"));
+  EXPECT_EQ(column("SELECT BusinessNotes FROM Contacts WHERE ContactID = 5;"), text);
+  EXPECT_TRUE(errors->errors.empty());
+}
+
+TEST_F(SummaryTest, InheritedCompanyAddressReplacesTheContactsOwn) {
+  sql("INSERT INTO Companies (CompanyID, CompanyName, Address, City, Province, PostalCode, "
+      "Country) VALUES (3, 'Wu Trading', '1 Bay Street' || char(13, 10) || 'Suite 200', "
+      "'Toronto', 'ON', 'M5J 2N8', 'CANADA');"
+      "INSERT INTO Contacts (ContactID, CompanyNum, DefaultContact, InheritCompanyInfo, "
+      "DisplayName, BusinessAddress, BusinessCity, BusinessCountry) VALUES (7, 3, 1, 1, 'Sam Wu', "
+      "'9 Elm Road', 'Kingston', 'Jamaica');");
+  EXPECT_TRUE(matchesGolden(saveContactBusinessRTF(7), "inherited_address.rtf"));
+  // Inheriting from a company that is not there falls back to the contact's own address.
+  sql("INSERT INTO Contacts (ContactID, CompanyNum, InheritCompanyInfo, DisplayName, "
+      "BusinessAddress) VALUES (8, 99, 1, 'Lost', 'Own Street'), (9, NULL, 1, 'Free', 'Own "
+      "Lane');");
+  EXPECT_EQ(createBusinessContactAddress(8, true), "Lost\\par \r\nOwn Street\\par \r\n");
+  EXPECT_EQ(createBusinessContactAddress(9, true), "Free\\par \r\nOwn Lane\\par \r\n");
+  EXPECT_EQ(createBusinessContactAddress(404, true), "");
+}
+
+TEST_F(SummaryTest, OnlyForeignCountriesGetACountryLine) {
+  sql("INSERT INTO Contacts (ContactID, DisplayName, BusinessName, BusinessAddress, BusinessCity, "
+      "BusinessPostalCode, BusinessCountry) VALUES (10, 'Hans Muller', 'Muller GmbH', "
+      "'Hauptstrasse 5', 'Berlin', '10115', 'Germany');");
+  EXPECT_TRUE(matchesGolden(saveContactBusinessRTF(10), "foreign_country.rtf"));
+  for (std::string country : {"Canada", "canada", "CANADA", "ca", "Can", "cDa"}) {
+    SCOPED_TRACE(country);
+    sql("DELETE FROM Contacts; INSERT INTO Contacts (ContactID, DisplayName, BusinessAddress, "
+        "BusinessCity, BusinessProvince, BusinessPostalCode, BusinessCountry) VALUES (11, "
+        "'Lou Tremblay', '12 Rue Principale', 'Gatineau', 'QC', 'J8X 1A1', '" +
+        country + "');");
+    EXPECT_TRUE(matchesGolden(saveContactBusinessRTF(11), "domestic_country.rtf"));
+  }
+  // Words that merely contain a domestic word are foreign.
+  AddressParts parts{"", "", "", "Niagara", "", "", "Canadas"};
+  EXPECT_EQ(createAddress(parts, true, true), "Niagara\\par \r\nCanadas");
+}
+
+TEST_F(SummaryTest, ValuesAreStoredUnescaped) {
+  sql("INSERT INTO Contacts (ContactID, DisplayName, Notes) VALUES "
+      "(12, 'Brace {Inc} \\ Co', 'C:\\temp\\{draft}');");
+  std::string text = saveContactBusinessRTF(12);
+  EXPECT_TRUE(matchesGolden(text, "unescaped_values.rtf"));
+  EXPECT_EQ(column("SELECT BusinessNotes FROM Contacts WHERE ContactID = 12;"), text);
+}
+
+TEST_F(SummaryTest, NameOnlyAndNoDefaultSummariesOfACompany) {
+  sql("INSERT INTO Companies (CompanyID, CompanyName, ContactNotes) VALUES (1, 'Co', 'old');"
+      "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName) VALUES (6, 1, 'Pat Lee');");
+  EXPECT_TRUE(matchesGolden(saveNoDefaultComment(), "no_default.rtf"));
+
+  saveCompanyContactRTF(1, 6);  // a contact with only a name
+  EXPECT_TRUE(matchesGolden(column("SELECT ContactNotes FROM Companies;"), "name_only.rtf"));
+  EXPECT_TRUE(matchesGolden(column("SELECT BusinessNotes FROM Contacts;"), "name_only.rtf"));
+
+  saveCompanyContactRTF(1, -7);  // any negative contact means no default
+  EXPECT_TRUE(matchesGolden(column("SELECT ContactNotes FROM Companies;"), "no_default.rtf"));
+
+  // A contact that does not exist leaves an empty summary behind.
+  saveCompanyContactRTF(1, 0);
+  EXPECT_EQ(column("SELECT ContactNotes FROM Companies;"), "");
+
+  // An unknown company is left alone.
+  saveCompanyContactRTF(2, -1);
+  EXPECT_EQ(column("SELECT count(*) FROM Companies;"), "1");
+  EXPECT_TRUE(errors->errors.empty());
+}
+
+TEST_F(SummaryTest, AddressBlockLayout) {
+  AddressParts full{"Acme", "Jane", "1 Main St", "Ottawa", "ON", "K1A 0B1", "France"};
+  EXPECT_EQ(createAddress(full, true, true),
+            "Acme\\par \r\n1 Main St\\par \r\nOttawa, ON  K1A 0B1\\par \r\nFrance");
+  // The display name stands in only for a missing business name, and only when asked for.
+  AddressParts noBusiness{"", "Jane", "1 Main St", "", "", "", ""};
+  EXPECT_EQ(createAddress(noBusiness, true, true), "Jane\\par \r\n1 Main St\\par \r\n");
+  EXPECT_EQ(createAddress(noBusiness, false, true), "1 Main St\\par \r\n");
+  // Separators only between parts that are there; none at all without separators.
+  EXPECT_EQ(createAddress({"", "", "", "", "ON", "K1A 0B1", ""}, true, true), "ON  K1A 0B1");
+  EXPECT_EQ(createAddress({"", "", "", "Ottawa", "", "K1A 0B1", ""}, true, true),
+            "Ottawa  K1A 0B1");
+  EXPECT_EQ(createAddress({"", "", "", "", "", "K1A 0B1", ""}, true, true), "K1A 0B1");
+  EXPECT_EQ(createAddress({"", "", "", "Ottawa", "ON", "K1A", ""}, true, false), "OttawaONK1A");
+  // Names alone make no address.
+  EXPECT_EQ(createAddress({"Acme", "Jane", "", "", "", "", ""}, true, true), "");
+  // A foreign country alone still gets its line after the empty locality.
+  EXPECT_EQ(createAddress({"", "", "", "", "", "", "Peru"}, true, true), "\\par \r\nPeru");
+  // Only CR LF pairs become paragraph ends.
+  EXPECT_EQ(convertToRTF("a\r\nlone\nfeed\r"), "a\\par \r\nlone\nfeed\r");
+}
+
+TEST_F(SummaryTest, MissingContactOrClosedDatabaseWritesNothing) {
+  sql("INSERT INTO Contacts (ContactID, DisplayName, BusinessNotes) VALUES (6, 'Pat Lee', 'keep');"
+      "INSERT INTO Companies (CompanyID, ContactNotes) VALUES (1, 'keep');");
+  EXPECT_EQ(saveContactBusinessRTF(404), "");
+  EXPECT_TRUE(validContactID(6));
+  EXPECT_FALSE(validCompanyID(0));
+
+  apartment().hostDb->closeDatabase();
+  EXPECT_EQ(saveContactBusinessRTF(6), "");
+  saveCompanyContactRTF(1, -1);
+  EXPECT_FALSE(validContactID(6));
+  EXPECT_EQ(column("SELECT BusinessNotes FROM Contacts;"), "keep");
+  EXPECT_EQ(column("SELECT ContactNotes FROM Companies;"), "keep");
+  EXPECT_TRUE(errors->errors.empty());
+}
+
+}  // namespace
+}  // namespace dossync::format
