@@ -1,0 +1,172 @@
+#include "hostdb/new_records.h"
+
+#include <array>
+#include <optional>
+#include <vector>
+
+#include "core/apartment.h"
+#include "core/value.h"
+#include "hostdb/default_contacts.h"
+#include "hostdb/lookups.h"
+#include "hostdb/recordset.h"
+
+namespace dossync::hostdb {
+namespace {
+
+const std::string kDbLoc = "Dossiera.exe-modDatabaseFunctions-";
+
+// The detail tables every client has, each keyed by the client's ClientDataID, in the order the
+// rows are added: statement, key column.
+struct DetailTable {
+  const char* sql;
+  const char* key;
+};
+constexpr std::array<DetailTable, 8> kDetailTables = {{
+    {"SELECT AccountingServices.* FROM AccountingServices;", "AccountingServicesID"},
+    {"SELECT ClientOptions.* FROM ClientOptions;", "ClientOptionsID"},
+    {"SELECT ClientNotes.* FROM ClientNotes;", "ClientNotesID"},
+    {"SELECT CorpTaxInfo.* FROM CorpTaxInfo;", "CorpTaxInfoID"},
+    {"SELECT LawInfo.* FROM LawInfo;", "LawInfoID"},
+    {"SELECT OtherInfo.* FROM OtherInfo;", "OtherInfoID"},
+    {"SELECT SoftwareInfo.* FROM SoftwareInfo;", "SoftwareInfoID"},
+    {"SELECT WSIB_EHTInfo.* FROM WSIB_EHTInfo;", "WSIB_EHTInfoID"},
+}};
+
+// First words taken for a title, compared in upper case.
+constexpr std::array<const char*, 17> kTitles = {
+    "MR",    "MR.", "MRS",  "MRS.", "MS",  "MS.",  "MISS", "MISS.", "MLLE",
+    "MLLE.", "MME", "MME.", "SIR",  "REV", "REV.", "DR",   "DR.",
+};
+
+bool isTitle(const std::string& word) {
+  std::string upper = value::upper(word);
+  for (const char* title : kTitles)
+    if (upper == title) return true;
+  return false;
+}
+
+IDataAccess* openHost() {
+  auto& db = apartment().hostDb;
+  return db && db->isDatabaseOpen() ? db.get() : nullptr;
+}
+
+}  // namespace
+
+int32_t addNewEntry() {
+  ErrorFrame f(kDbLoc + "addNewEntry");
+  int32_t result = 0;
+  IDataAccess* db = openHost();
+  if (!db) return result;
+  int32_t companyID = 0;
+  f.step([&] {
+    Recordset companies(*db, "SELECT Companies.* FROM Companies;", kLockOptimistic);
+    companies.addNew();
+    companies.set("CompanyName", "");
+    companies.set("CategoryNum", value::fromLong(getAddressBookDossieraCategory()));
+    companyID = value::toLong(companies.read("CompanyID"));
+    companies.save();
+  });
+  f.step([&] {
+    Recordset clients(*db, "SELECT ClientData.* FROM ClientData;", kLockOptimistic);
+    clients.addNew();
+    clients.set("CompanyIDNum", value::fromLong(companyID));
+    clients.save();
+    result = value::toLong(clients.read("ClientDataID"));
+  });
+  for (const DetailTable& table : kDetailTables) {
+    f.step([&] {
+      Recordset rs(*db, table.sql, kLockOptimistic);
+      rs.addNew();
+      rs.set(table.key, value::fromLong(result));
+      rs.save();
+    });
+  }
+  return result;
+}
+
+int32_t addPersonnel(const std::string& name, std::optional<int32_t> category,
+                     std::optional<int32_t> companyNum) {
+  ErrorFrame f(kDbLoc + "addPersonnel");
+  int32_t result = 0;
+  IDataAccess* db = openHost();
+  if (!db) return result;
+  if (value::isBlank(name)) return -1;
+  std::string companyText;
+  f.step([&] {
+    Recordset contacts(*db, "SELECT Contacts.* FROM Contacts;", kLockOptimistic);
+    Recordset companies(*db, "SELECT Companies.* FROM Companies;");
+    contacts.addNew();
+    PersonName parts = splitPersonName(name);
+    contacts.set("NamePrefix", parts.namePrefix);
+    contacts.set("FirstName", parts.firstName);
+    contacts.set("MiddleName", parts.middleName);
+    contacts.set("LastName", parts.lastName);
+    contacts.set("DisplayName", parts.displayName);
+    if (category) contacts.set("CategoryNum", value::fromLong(*category));
+    if (companyNum) {
+      contacts.set("CompanyNum", value::fromLong(*companyNum));
+      if (companies.find("CompanyID", *companyNum)) {
+        contacts.set("BusinessName", companies.read("CompanyName"));
+        contacts.set("InheritCompanyInfo", "True");
+      }
+    }
+    result = value::toLong(contacts.read("ContactID"));
+    companyText = contacts.read("CompanyNum");
+    contacts.save();
+  });
+  f.step([&] {
+    if (!value::isBlank(companyText) && value::isNumeric(companyText))
+      checkForDefault(value::toLong(companyText), true);
+  });
+  return result;
+}
+
+PersonName splitPersonName(const std::string& name) {
+  ErrorFrame f(kDbLoc + "addPersonnel");
+  PersonName result;
+  f.step([&] {
+    if (value::isBlank(name)) return;
+    // Cut at single blanks from the left; the fourth word keeps the rest.
+    std::vector<std::string> words;
+    size_t start = 0;
+    while (words.size() < 3) {
+      size_t blank = name.find(' ', start);
+      if (blank == std::string::npos) break;
+      words.push_back(name.substr(start, blank - start));
+      start = blank + 1;
+    }
+    words.push_back(name.substr(start));
+
+    size_t first = 0;
+    if (isTitle(words[0])) {
+      result.namePrefix = words[0];
+      first = 1;
+    }
+    const size_t count = words.size() - first;  // words after the title, if any
+    auto word = [&](size_t i) { return words[first + i]; };
+    if (first == 1) {
+      if (count == 1) {
+        result.lastName = word(0);
+      } else if (count == 2) {
+        result.firstName = word(0);
+        result.lastName = word(1);
+      } else if (count == 3) {
+        result.firstName = word(0);
+        result.middleName = word(1);
+        result.lastName = word(2);
+      }
+    } else {
+      result.firstName = word(0);
+      if (count == 2) {
+        result.lastName = word(1);
+      } else if (count >= 3) {
+        result.middleName = word(1);
+        result.lastName = count == 3 ? word(2) : word(2) + " " + word(3);
+      }
+    }
+    result.displayName = name;
+  });
+  return result;
+}
+
+}  // namespace dossync::hostdb
