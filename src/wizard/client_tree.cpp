@@ -41,8 +41,11 @@ bool isSet(const std::string& flag) {
   return b && *b;
 }
 
-// The identifier after the prefix of a key ("Company:12" -> "12").
-std::string idOf(const std::string& key) { return key.size() > 8 ? key.substr(8) : ""; }
+// The identifier after the prefix of a key ("Category:12" -> "12").
+std::string idOf(const std::string& key) {
+  size_t colon = key.find(':');
+  return colon == std::string::npos ? "" : key.substr(colon + 1);
+}
 
 }  // namespace
 

@@ -1,0 +1,277 @@
+// The two tree builders: the host address book in each of its modes, and the Outlook contacts.
+#include "wizard/client_tree.h"
+#include "wizard/outlook_tree.h"
+#include "wizard_fixture.h"
+
+namespace dossync {
+namespace {
+
+using wizard::TreeView;
+
+std::string dump(TreeView& t) {
+  std::string out;
+  std::function<void(int32_t, int)> walk = [&](int32_t i, int depth) {
+    const wizard::TreeNode& n = t.node(i);
+    out += std::string(static_cast<size_t>(depth) * 2, ' ') + n.key + " " + n.text + " " +
+           std::to_string(n.image) + (n.bold ? " b" : "") + (n.expanded ? " e" : "") +
+           (t.selectedIndex() == i ? " s" : "") + "\n";
+    for (int32_t c : n.children) walk(c, depth + 1);
+  };
+  for (int32_t i : t.topLevel()) walk(i, 0);
+  return out;
+}
+
+class ClientTreeTest : public testing::ApartmentTest {
+ protected:
+  void SetUp() override {
+    ApartmentTest::SetUp();
+    host = std::make_unique<testing::Host>(dir);
+    testing::fillAddressBook(host->hostPath);
+    builder.treeViewControl = tree;
+    builder.imageListControl = std::make_shared<wizard::ImageList>();
+    builder.incProgressBar = [this](int32_t n) { progress.push_back(n); };
+  }
+  std::unique_ptr<testing::Host> host;
+  std::shared_ptr<TreeView> tree = std::make_shared<TreeView>();
+  wizard::clsPopulateClientTree builder;
+  std::vector<int32_t> progress;
+};
+
+TEST_F(ClientTreeTest, TheAddressBookWithNestedCategoriesAndAssociates) {
+  EXPECT_EQ(builder.getRecordCount(), 4 + 5);
+  builder.populateAddressBookTree();
+  EXPECT_EQ(dump(*tree),
+            "Main Address Book 7 b e\n"
+            "  Category:1 Clients 7 b e\n"
+            "    Category:2 Corporations 7 b e\n"
+            "      Category:3 Holding 7 b e\n"
+            "        Company:12 Beta Inc 1\n"
+            "      Company:10 Acme Ltd 1\n"
+            "        Company:11 Acme Sub 1\n"
+            "  Category:4 Suppliers 7 b e\n"
+            "    Company:14 Delta 1\n"
+            "  Company:13 Gamma 1\n");
+  EXPECT_EQ(progress, (std::vector<int32_t>{1, 2, 3, 4, 5, 6, 7, 8, 9}));
+  EXPECT_EQ(tree->imageList(), builder.imageListControl);
+  EXPECT_EQ(tree->indentation(), 19);
+}
+
+TEST_F(ClientTreeTest, ContactsWithTheirImagesAndPlaces) {
+  builder.showContacts = true;
+  builder.expandAllCompanies = true;
+  EXPECT_EQ(builder.getRecordCount(), 4 + 5 + 5);
+  builder.populateAddressBookTree();
+  EXPECT_EQ(dump(*tree),
+            "Main Address Book 7 b e\n"
+            "  Category:1 Clients 7 b e\n"
+            "    Category:2 Corporations 7 b e\n"
+            "      Category:3 Holding 7 b e\n"
+            "        Company:12 Beta Inc 1 e\n"
+            "          Contact:22 Carl 3\n"
+            "      Company:10 Acme Ltd 1 e\n"
+            "        Company:11 Acme Sub 1 e\n"
+            "        Contact:20 Ann 3\n"
+            "        Contact:21 Bob 8\n"
+            "  Category:4 Suppliers 7 b e\n"
+            "    Company:14 Delta 1 e\n"
+            "    Contact:23 Dora 8\n"
+            "  Company:13 Gamma 1 e\n"
+            "  Contact:24 Eve 8\n");
+}
+
+TEST_F(ClientTreeTest, ShownClientsOnlyHaveNoRootAndNoCategories) {
+  builder.setShowOnlyDossieraCompanies(true);
+  // Counted by the short statement (Gamma has no detail rows but is shown), filled by the
+  // long one, which needs every detail row.
+  EXPECT_EQ(builder.getRecordCount(), 3);
+  builder.populateAddressBookTree();
+  EXPECT_EQ(dump(*tree), "Company:10 Acme Ltd 1\nCompany:12 Beta Inc 1\n");
+
+  builder.setShowOnlyDossieraCompanies(false);
+  builder.showOnlyDossieraCompaniesAndContacts = true;
+  builder.expandAllCompanies = true;
+  EXPECT_EQ(builder.getRecordCount(), 3 + 5);
+  builder.populateAddressBookTree();
+  EXPECT_EQ(dump(*tree),
+            "Company:10 Acme Ltd 1 e\n  Contact:20 Ann 3\n  Contact:21 Bob 8\n"
+            "Company:12 Beta Inc 1 e\n  Contact:22 Carl 3\n");
+}
+
+TEST_F(ClientTreeTest, SettingShownCompaniesOnlySwitchesContactsAndExpansionOff) {
+  builder.showContacts = true;
+  builder.expandAllCompanies = true;
+  builder.setShowOnlyDossieraCompanies(true);
+  EXPECT_FALSE(builder.showContacts);
+  EXPECT_FALSE(builder.expandAllCompanies);
+}
+
+TEST_F(ClientTreeTest, CategoriesOnly) {
+  builder.showOnlyCategories = true;
+  builder.showContacts = true;
+  EXPECT_EQ(builder.getRecordCount(), 4);
+  builder.populateAddressBookTree();
+  EXPECT_EQ(tree->count(), 5);
+  EXPECT_EQ(tree->find("Company:10"), nullptr);
+}
+
+TEST_F(ClientTreeTest, SelectionByNodeNameOrHostCategory) {
+  builder.hostCategory = 3;
+  builder.populateAddressBookTree();
+  EXPECT_EQ(builder.currentlySelectedNodeName, "Category:3");
+  EXPECT_EQ(tree->node(tree->selectedIndex()).key, "Category:3");
+  EXPECT_EQ(builder.getSelectedNodeType(), "Category");
+  EXPECT_EQ(builder.getSelectedNodeID(), "3");
+  EXPECT_EQ(builder.getSelectedCategoryID(), 3);
+
+  builder.currentlySelectedNodeName = "Company:11";
+  builder.populateAddressBookTree();
+  const wizard::TreeNode& sub = tree->node(tree->selectedIndex());
+  EXPECT_EQ(sub.key, "Company:11");
+  EXPECT_TRUE(sub.expanded);  // a selected company is expanded even without expandAllCompanies
+  EXPECT_FALSE(tree->find("Company:10")->expanded);
+  EXPECT_EQ(builder.getSelectedNodeType(), "Company");
+  EXPECT_EQ(builder.getSelectedCategoryID(), 3);
+
+  builder.showContacts = true;
+  builder.currentlySelectedNodeName = "Contact:23";
+  builder.populateAddressBookTree();
+  EXPECT_EQ(builder.getSelectedNodeType(), "Contact");
+  EXPECT_EQ(builder.getSelectedCategoryID(), 4);
+  tree->select(tree->find("Main")->index);
+  EXPECT_EQ(builder.getSelectedNodeType(), "AddressBook");
+}
+
+TEST_F(ClientTreeTest, AnEmptyAddressBookLeavesTheTreeUntouched) {
+  testing::execSql(host->hostPath, "DELETE FROM Categories; DELETE FROM Companies;");
+  tree->add("", wizard::tvwChild, "Old", "kept");
+  EXPECT_EQ(builder.getRecordCount(), 0);
+  builder.populateAddressBookTree();
+  EXPECT_EQ(dump(*tree), "Old kept 0\n");
+}
+
+TEST_F(ClientTreeTest, ARefusedNodeEndsTheFillWithWhatWasAdded) {
+  // Alpha, after Acme in name order, names a category that does not exist.
+  testing::execSql(host->hostPath, "INSERT INTO Companies (CompanyID, CompanyName, CategoryNum) VALUES (30, 'Alpha', 99);");
+  builder.populateAddressBookTree();
+  ASSERT_EQ(host->errors->errors.size(), 1u);
+  EXPECT_EQ(host->errors->errors[0].number(), wizard::kTreeElementNotFound);
+  EXPECT_EQ(host->errors->errorLocations[0], "Contactory.exe-clsPopulateClientTree-populateAddressBookTree");
+  EXPECT_EQ(tree->count(), 7) << dump(*tree);  // root, categories, Acme and its associate
+  EXPECT_NE(tree->find("Company:11"), nullptr);
+  EXPECT_EQ(tree->find("Company:12"), nullptr);
+}
+
+// ---- The Outlook contact tree, over a contacts folder made up in the test.
+
+class FakeContact : public outlook::ContactItem {
+ public:
+  FakeContact(std::string id, std::string fileAs, std::string categories)
+      : id_(std::move(id)), fileAs_(std::move(fileAs)), categories_(std::move(categories)) {}
+  std::string EntryID() const override { return id_; }
+  void Save() override {}
+  std::string get(outlook::ContactProperty p) const override {
+    if (p == outlook::ContactProperty::FileAs) return fileAs_;
+    if (p == outlook::ContactProperty::FullName) return "Full " + id_;
+    if (p == outlook::ContactProperty::Categories) return categories_;
+    return "";
+  }
+  void set(outlook::ContactProperty, const std::string&) override {}
+  int32_t Gender() const override { return 0; }
+  void setGender(int32_t) override {}
+  value::Date Birthday() const override { return outlook::kNoDate; }
+  void setBirthday(const value::Date&) override {}
+  value::Date Anniversary() const override { return outlook::kNoDate; }
+  void setAnniversary(const value::Date&) override {}
+
+ private:
+  std::string id_, fileAs_, categories_;
+};
+
+class FakeList : public outlook::Item {
+ public:
+  int32_t Class() const override { return outlook::olDistributionList; }
+  std::string EntryID() const override { return "LIST"; }
+  void Save() override {}
+};
+
+class FakeItems : public outlook::Items {
+ public:
+  std::vector<outlook::ItemPtr> items;
+  int32_t Count() override { return static_cast<int32_t>(items.size()); }
+  outlook::ItemPtr Item(int32_t i) override { return items.at(static_cast<size_t>(i - 1)); }
+  outlook::ItemPtr Find(const std::string&) override { return nullptr; }
+};
+
+class FakeFolder : public outlook::MAPIFolder {
+ public:
+  std::shared_ptr<FakeItems> items = std::make_shared<FakeItems>();
+  std::shared_ptr<outlook::Items> Items() override { return items; }
+  std::string StoreID() const override { return "S"; }
+};
+
+class FakeNameSpace : public outlook::NameSpace {
+ public:
+  std::shared_ptr<FakeFolder> folder = std::make_shared<FakeFolder>();
+  void Logon(std::optional<std::string>, std::optional<std::string>, std::optional<bool>,
+             std::optional<bool>) override {}
+  std::shared_ptr<outlook::MAPIFolder> GetDefaultFolder(int32_t) override { return folder; }
+  outlook::ItemPtr GetItemFromID(const std::string&, const std::string&) override { return nullptr; }
+};
+
+class OutlookTreeTest : public testing::ApartmentTest {
+ protected:
+  void SetUp() override {
+    ApartmentTest::SetUp();
+    host = std::make_unique<testing::Host>(dir);  // registers the (silent) progress dialog
+    auto& items = ns->folder->items->items;
+    items.push_back(std::make_shared<FakeContact>("A", "Ann", "Friends"));
+    items.push_back(std::make_shared<FakeList>());
+    items.push_back(std::make_shared<FakeContact>("B", "", ""));
+    items.push_back(std::make_shared<FakeContact>("C", "Cid", "Friends, Work"));
+    items.push_back(std::make_shared<FakeContact>("D", "Dee", "Friends"));
+    builder.OutlookNameSpace = ns;
+    builder.treeViewControl = tree;
+    builder.incProgressBar = [this](int32_t n) { progress.push_back(n); };
+  }
+  std::unique_ptr<testing::Host> host;
+  std::shared_ptr<FakeNameSpace> ns = std::make_shared<FakeNameSpace>();
+  std::shared_ptr<TreeView> tree = std::make_shared<TreeView>();
+  wizard::clsOutlookContactTree builder;
+  std::vector<int32_t> progress;
+};
+
+TEST_F(OutlookTreeTest, ContactsGroupedByTheirWholeCategoryText) {
+  EXPECT_EQ(builder.getRecordCount(), 4);  // the distribution list is not counted
+  EXPECT_EQ(builder.categories(), (std::vector<std::string>{"Friends", "Friends, Work"}));
+  builder.populateOutlookTree();
+  EXPECT_EQ(dump(*tree),
+            "Main Outlook Contacts 7 b e s\n"
+            "  Category:Friends Friends 7\n"
+            "    Contact:A Ann 1\n"
+            "    Contact:D Dee 1\n"
+            "  Category:Friends, Work Friends, Work 7\n"
+            "    Contact:C Cid 1\n"
+            "  Contact:B Full B 1\n");
+  EXPECT_EQ(tree->find("Contact:B")->selectedImage, 2);
+  EXPECT_EQ(tree->find("Contact:A")->selectedImage, 1);
+  EXPECT_EQ(progress, (std::vector<int32_t>{1, 2, 3, 4, 5, 6}));
+  EXPECT_TRUE(host->errors->errors.empty());
+}
+
+TEST_F(OutlookTreeTest, WithoutProgressNoEventsAndCategoriesOnlyStopsEarly) {
+  builder.showProgress = false;
+  builder.showOnlyCategories = true;
+  builder.populateOutlookTree();
+  EXPECT_EQ(tree->count(), 3);
+  EXPECT_TRUE(progress.empty());
+}
+
+TEST_F(OutlookTreeTest, WithoutOutlookTheTreeHoldsOnlyItsRoot) {
+  builder.OutlookNameSpace = nullptr;
+  builder.populateOutlookTree();
+  EXPECT_EQ(dump(*tree), "Main Outlook Contacts 7 b e s\n");
+  EXPECT_FALSE(host->errors->errors.empty());
+}
+
+}  // namespace
+}  // namespace dossync
