@@ -84,15 +84,13 @@ void ContactFolder::scan() {
   if (ec) warn_("Cannot list the contact folder " + dir_.string() + ": " + ec.message());
   std::sort(names.begin(), names.end());
 
-  std::vector<Entry> fresh;
+  std::map<std::string, Entry> fresh;
   std::map<std::string, Stamp> reported;
   for (const auto& name : names) {
     auto stamp = stampOf(name);
     if (!stamp) continue;
-    auto old = std::lower_bound(entries_.begin(), entries_.end(), name,
-                                [](const Entry& e, const std::string& n) { return e.file < n; });
-    if (old != entries_.end() && old->file == name && old->stamp == *stamp) {
-      fresh.push_back(*old);
+    if (auto old = entries_.find(name); old != entries_.end() && old->second.stamp == *stamp) {
+      fresh.emplace(name, old->second);
       continue;
     }
     if (auto r = reported_.find(name); r != reported_.end() && r->second == *stamp) {
@@ -108,10 +106,11 @@ void ContactFolder::scan() {
       }
       continue;
     }
-    fresh.push_back(entryFor(name, *card, *stamp));
+    fresh.emplace(name, entryFor(name, *card, *stamp));
   }
   entries_ = std::move(fresh);
   reported_ = std::move(reported);
+  orderStale_ = true;
   rebuildMaps();
 }
 
@@ -158,34 +157,44 @@ ContactFolder::Entry ContactFolder::entryFor(const std::string& file, const Vcar
 void ContactFolder::rebuildMaps() {
   filesById_.clear();
   filesByFileAs_.clear();
-  for (const auto& e : entries_) {
-    filesById_[e.entryId].insert(e.file);
-    if (e.cls == outlook::olContact) filesByFileAs_[e.fileAs].insert(e.file);
+  for (const auto& [file, e] : entries_) {
+    filesById_[e.entryId].insert(file);
+    if (e.cls == outlook::olContact) filesByFileAs_[e.fileAs].insert(file);
   }
 }
 
+void ContactFolder::unmap(const Entry& e) {
+  auto remove = [&](auto& map, const std::string& key) {
+    auto it = map.find(key);
+    if (it == map.end()) return;
+    it->second.erase(e.file);
+    if (it->second.empty()) map.erase(it);
+  };
+  remove(filesById_, e.entryId);
+  if (e.cls == outlook::olContact) remove(filesByFileAs_, e.fileAs);
+}
+
+// Updating a known file keeps its place (and costs a look-up); a new file or a removed one
+// makes the walk order be made again when next needed.
 void ContactFolder::put(Entry entry) {
-  drop(entry.file);
-  auto at = std::lower_bound(entries_.begin(), entries_.end(), entry.file,
-                             [](const Entry& e, const std::string& n) { return e.file < n; });
-  filesById_[entry.entryId].insert(entry.file);
-  if (entry.cls == outlook::olContact) filesByFileAs_[entry.fileAs].insert(entry.file);
-  entries_.insert(at, std::move(entry));
+  auto it = entries_.find(entry.file);
+  if (it != entries_.end()) {
+    unmap(it->second);
+    it->second = std::move(entry);
+  } else {
+    it = entries_.emplace(entry.file, std::move(entry)).first;
+    orderStale_ = true;
+  }
+  filesById_[it->second.entryId].insert(it->first);
+  if (it->second.cls == outlook::olContact) filesByFileAs_[it->second.fileAs].insert(it->first);
 }
 
 void ContactFolder::drop(const std::string& file) {
-  auto at = std::lower_bound(entries_.begin(), entries_.end(), file,
-                             [](const Entry& e, const std::string& n) { return e.file < n; });
-  if (at == entries_.end() || at->file != file) return;
-  auto unmap = [&](auto& map, const std::string& key) {
-    auto it = map.find(key);
-    if (it == map.end()) return;
-    it->second.erase(file);
-    if (it->second.empty()) map.erase(it);
-  };
-  unmap(filesById_, at->entryId);
-  if (at->cls == outlook::olContact) unmap(filesByFileAs_, at->fileAs);
-  entries_.erase(at);
+  auto it = entries_.find(file);
+  if (it == entries_.end()) return;
+  unmap(it->second);
+  entries_.erase(it);
+  orderStale_ = true;
 }
 
 // After reading a file found through the index: note what it holds now.
@@ -213,7 +222,12 @@ outlook::ItemPtr ContactFolder::itemAt(size_t index) {
                        "Item " + std::to_string(index + 1) + " is out of range: " + dir_.string() +
                            " holds " + std::to_string(entries_.size()) + " items",
                        "vdir");
-  std::string file = entries_[index].file;
+  if (orderStale_) {
+    order_.clear();
+    for (const auto& entry : entries_) order_.push_back(entry.first);
+    orderStale_ = false;
+  }
+  std::string file = order_[index];
   std::string problem;
   auto card = read(file, &problem);
   if (!card) {

@@ -75,6 +75,7 @@ class ContactFolder : public std::enable_shared_from_this<ContactFolder> {
   outlook::ItemPtr makeItem(const std::string& file, Vcard card);
   void put(Entry entry);
   void drop(const std::string& file);
+  void unmap(const Entry& entry);
   void refreshEntry(const std::string& file, const std::optional<Vcard>& card,
                     const std::string& problem);
   void rebuildMaps();
@@ -85,7 +86,9 @@ class ContactFolder : public std::enable_shared_from_this<ContactFolder> {
 
   bool built_ = false;
   std::optional<std::filesystem::file_time_type> dirTime_;
-  std::vector<Entry> entries_;  // sorted by file name
+  std::map<std::string, Entry> entries_;  // by file name
+  std::vector<std::string> order_;        // the walk: file names in order, made when needed
+  bool orderStale_ = true;
   std::unordered_map<std::string, std::set<std::string>> filesById_;
   std::unordered_map<std::string, std::set<std::string>> filesByFileAs_;
   std::map<std::string, Stamp> reported_;  // malformed files already warned about
