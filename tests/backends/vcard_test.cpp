@@ -271,6 +271,12 @@ TEST(VcardMappingTest, SecondPhoneAndEmailSlotsStayPutWhenTheFirstIsRemoved) {
   EXPECT_EQ(again.get(ContactProperty::Business2TelephoneNumber), "2");
   EXPECT_EQ(again.get(ContactProperty::Email1Address), "z@x");
   EXPECT_EQ(again.get(ContactProperty::Email3Address), "c@x");
+  // The emptied entries are gone, not left behind empty.
+  for (const auto& prop : again.vcard().properties) {
+    if (prop.is("TEL") || prop.is("EMAIL")) {
+      EXPECT_FALSE(prop.rawValue().empty()) << prop.line();
+    }
+  }
 }
 
 TEST(VcardMappingTest, RemovingAFieldDoesNotLetAnExtraPropertyTakeItsPlace) {

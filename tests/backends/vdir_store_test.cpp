@@ -125,6 +125,7 @@ TEST_F(VdirStoreTest, StoreIdsAreStableAndItemsAreOnlyFoundInTheirOwnStore) {
   session(again)->Logon("b", {}, {}, {});
   std::string storeB = session(again)->GetDefaultFolder(outlook::olFolderContacts)->StoreID();
   EXPECT_NE(storeA, storeB);
+  EXPECT_EQ(session(app)->GetItemFromID(item->EntryID(), storeB), nullptr);  // app is still on a
   EXPECT_EQ(session(again)->GetItemFromID(item->EntryID(), storeA), nullptr);
   EXPECT_EQ(session(again)->GetItemFromID(item->EntryID(), storeB), nullptr);
   EXPECT_EQ(session(again)->GetItemFromID("no-such-id", storeB), nullptr);
@@ -198,6 +199,21 @@ TEST_F(VdirStoreTest, SaveFilesAnUnnamedContactAsOutlookDoes) {
     EXPECT_EQ(back->JobTitle(), "");
     EXPECT_EQ(back->Email1Address(), "");
   }
+}
+
+TEST_F(VdirStoreTest, TheSessionsOwnSavesAreSeenByItsLookUps) {
+  auto app = open();
+  auto items = contacts(app);
+  EXPECT_EQ(items->Count(), 0);  // index built
+  auto c = saved(app, "First name");
+  EXPECT_EQ(items->Count(), 1);
+  ASSERT_NE(find(items, "First name"), nullptr);
+  EXPECT_NE(session(app)->GetItemFromID(c->EntryID(), ""), nullptr);
+  c->setFileAs("Second name");
+  c->Save();
+  EXPECT_EQ(find(items, "First name"), nullptr);
+  ASSERT_NE(find(items, "Second name"), nullptr);
+  EXPECT_EQ(find(items, "Second name")->EntryID(), c->EntryID());
 }
 
 TEST_F(VdirStoreTest, EntryIdStaysAcrossRenamesAndRuns) {
@@ -285,7 +301,9 @@ TEST_F(VdirStoreTest, MalformedFilesAreReportedOnceAndSkipped) {
   for (int i = 1; i <= items->Count(); ++i) EXPECT_EQ(items->Item(i)->Class(), outlook::olContact);
   EXPECT_NE(find(items, "Omega"), nullptr);
   EXPECT_EQ(find(items, "broken"), nullptr);
-  contacts(fresh)->Count();
+  // A rescan (the folder changed) does not report the same bad files again.
+  writeFile(contactsDir() / "new.vcf", card("UID:new\r\nFN:New\r\n"));
+  EXPECT_EQ(contacts(fresh)->Count(), 3);
   ASSERT_EQ(warnings.size(), 2u);
   std::sort(warnings.begin(), warnings.end());
   EXPECT_NE(warnings[0].find((contactsDir() / "broken.vcf").string()), std::string::npos);
@@ -367,7 +385,9 @@ TEST_F(VdirStoreTest, LookUpsUseTheIndexAndSeeOtherProgramsThroughIdsAndFolderCh
 
 TEST_F(VdirStoreTest, ContactGroupsAreWalkedAsDistributionLists) {
   auto app = open();
-  saved(app, "Person");
+  session(app)->GetDefaultFolder(outlook::olFolderContacts);  // makes the folders
+  writeFile(contactsDir() / "p.vcf", card("UID:p\r\nFN:P\r\nX-DOSSYNC-FILEAS:Person\r\n"));
+  // A group filed under the same name, first in file order.
   writeFile(contactsDir() / "g1.vcf", card("UID:g1\r\nKIND:group\r\nFN:Partners\r\n"
                                            "X-DOSSYNC-FILEAS:Person\r\n"));
   writeFile(contactsDir() / "g2.vcf",
