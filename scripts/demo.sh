@@ -9,6 +9,26 @@ mkdir -p "$demo"
 if [[ ! -f "$demo/host.db" ]]; then
   "$bin" demo-data "$demo/host.db" --companies 200 --seed 7
 fi
+if [[ "${2:-}" == "reverse" ]]; then
+  ids=()
+  while read -r json; do
+    ids+=("$(echo "$json" | "$bin" contacts put --outlook "vdir:$demo/outlook" --json -)")
+  done <<'JSON'
+{"FullName": "Ms. Nora Field", "Title": "Ms.", "FirstName": "Nora", "LastName": "Field", "CompanyName": "Field & Stream Outfitters", "BusinessAddressCity": "Halifax", "BusinessAddressState": "NS", "BusinessTelephoneNumber": "(902) 555-0142", "Email1Address": "info@fieldstream.ca", "Email2Address": "nora@fieldstream.ca", "Gender": 1}
+{"FullName": "Omar Haddad", "FirstName": "Omar", "LastName": "Haddad", "CompanyName": "Haddad Imports Ltd.", "BusinessAddressCity": "Montréal", "BusinessAddressState": "QC", "JobTitle": "Owner", "Gender": 2, "Birthday": "1975-06-14"}
+{"FullName": "Dr. Lena Park", "Title": "Dr.", "FirstName": "Lena", "LastName": "Park", "CompanyName": "Park Family Dental", "BusinessAddressCity": "Vancouver", "BusinessAddressState": "BC", "Email1Address": "front@parkdental.ca"}
+JSON
+  selection=$(IFS=,; echo "${ids[*]}")
+  echo "Put ${#ids[@]} contacts into $demo/outlook; bringing them into $demo/host.db ..."
+  "$bin" sync --host-db "$demo/host.db" --sync-db "$demo/sync.db" --outlook "vdir:$demo/outlook" \
+    --direction 3 --select "$selection"
+  echo
+  echo "Created in the practice (company | default contact | client record):"
+  sqlite3 -separator ' | ' "$demo/host.db" "SELECT k.CompanyName, c.DisplayName, d.ClientDataID
+    FROM Companies k JOIN Contacts c ON c.CompanyNum = k.CompanyID AND c.DefaultContact = 1
+    JOIN ClientData d ON d.CompanyIDNum = k.CompanyID ORDER BY k.CompanyID DESC LIMIT ${#ids[@]};"
+  exit 0
+fi
 echo "Synchronising every company of $demo/host.db with its default contact into $demo/outlook ..."
 "$bin" sync --host-db "$demo/host.db" --sync-db "$demo/sync.db" --outlook "vdir:$demo/outlook" \
   --direction 2 --info 1 --select all

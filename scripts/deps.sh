@@ -5,7 +5,7 @@ set -euo pipefail
 
 BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libsqlite3-dev libgtest-dev libcli11-dev
   nlohmann-json3-dev qt6-base-dev libgl-dev)
-TEST_PACKAGES=(sqlite3 python3 python3-vobject khard)
+TEST_PACKAGES=(python3 python3-vobject khard)
 
 want=("${BUILD_PACKAGES[@]}")
 [[ "${1:-}" == "--test" ]] && want+=("${TEST_PACKAGES[@]}")

@@ -1,13 +1,142 @@
-// One Outlook contact -> a host company with its default contact.
+// One Outlook contact -> a host company (its business half) with a contact of that company
+// (its personal half). Creates the company (with its client record) and the contact when they
+// do not exist, overwrites their columns, and pairs both with the item.
+#include "core/value.h"
+#include "hostdb/lookups.h"
+#include "hostdb/new_records.h"
 #include "transfer/transfer_support.h"
 
 namespace dossync {
 
+using P = outlook::ContactProperty;
+
+namespace {
+
+struct Column {
+  P property;
+  const char* column;
+};
+
+constexpr Column kCompanyRow[] = {
+    {P::CompanyName, "CompanyName"},          {P::BusinessAddressStreet, "Address"},
+    {P::BusinessAddressCity, "City"},         {P::BusinessAddressState, "Province"},
+    {P::BusinessAddressPostalCode, "PostalCode"}, {P::BusinessAddressCountry, "Country"},
+    {P::BusinessTelephoneNumber, "OfficeNumber"}, {P::BusinessFaxNumber, "FaxNumber"},
+    {P::Email1Address, "Email"},              {P::WebPage, "WebSite"}};
+
+// The contact row up to Gender; the dates and the business columns follow it.
+constexpr Column kContactNames[] = {
+    {P::Title, "NamePrefix"},         {P::FirstName, "FirstName"},
+    {P::MiddleName, "MiddleName"},    {P::LastName, "LastName"},
+    {P::Suffix, "NameSuffix"},        {P::FullName, "DisplayName"},
+    {P::Email3Address, "PersonalEmail"}, {P::HomeTelephoneNumber, "HomePhone_Main"},
+    {P::Home2TelephoneNumber, "HomePhone_Cell"}, {P::HomeFaxNumber, "HomePhone_Fax"},
+    {P::HomeAddressStreet, "HomeAddress"}, {P::HomeAddressCity, "HomeCity"},
+    {P::HomeAddressState, "HomeProvince"}, {P::HomeAddressPostalCode, "HomePostalCode"},
+    {P::HomeAddressCountry, "HomeCountry"}, {P::Spouse, "SpouseName"},
+    {P::Children, "Children"}};
+
+constexpr Column kContactBusiness[] = {{P::JobTitle, "BusinessJobTitle"},
+                                       {P::Department, "BusinessDepartment"},
+                                       {P::OfficeLocation, "BusinessOffice"},
+                                       {P::Business2TelephoneNumber, "BusinessPhone_Cell"},
+                                       {P::Email2Address, "BusinessEmail"}};
+
+// An Outlook date as the host stores it, or nothing for Outlook's "none".
+std::optional<std::string> hostDate(const value::Date& d) {
+  if (d == outlook::kNoDate || d.year == 0) return std::nullopt;
+  return value::toText(value::toDate(value::formatMmmDYyyy(d)));
+}
+
+}  // namespace
+
 int32_t clsOutlookSynchronization::createNewOutlookCompanyWithDefaultContactInDossiera(
     std::string outlookEntryID, int32_t companyID) {
   ErrorFrame f(std::string(kSyncLocation) + "createNewOutlookCompanyWithDefaultContactInDossiera");
+  int32_t result = 0;
+  outlook::ContactItemPtr item;
+  hostdb::IDataAccess* db = nullptr;
+
+  f.step([&] {
+    auto folder = contactsFolder();
+    std::string storeID = folder->StoreID();
+    if (!value::isBlank(outlookEntryID))
+      item = std::dynamic_pointer_cast<outlook::ContactItem>(
+          outlookNameSpace_->GetItemFromID(outlookEntryID, storeID));
+    db = transfer::openHostDatabase();
+  });
+
+  std::unique_ptr<hostdb::Recordset> company;
+  bool companyFound = false;
+  if (item && db) {
+    f.step([&] {
+      bool found = false;
+      {
+        hostdb::Recordset existing(*db, "SELECT Companies.* FROM Companies;");
+        if (companyID >= 0) found = existing.find("CompanyID", companyID);
+      }
+      if (found) {
+        ++counters_.companiesUpdated;
+      } else {
+        companyID = hostdb::getCompanyIDFromClientDataID(hostdb::addNewEntry());
+        ++counters_.companiesCreated;
+      }
+    });
+    f.step([&] {
+      company = std::make_unique<hostdb::Recordset>(*db, "SELECT Companies.* FROM Companies;",
+                                                    hostdb::kLockOptimistic);
+      companyFound = company->find("CompanyID", companyID);
+    });
+  }
+
+  if (companyFound) {
+    f.step([&] { showStatus(item->CompanyName()); });
+    for (const Column& c : kCompanyRow)
+      f.step([&] { company->write(c.column, item->get(c.property)); });
+
+    int32_t contactID = -1;
+    std::unique_ptr<hostdb::Recordset> contact;
+    bool contactFound = false;
+    f.step([&] {
+      hostdb::Recordset existing(*db, "SELECT Contacts.* FROM Contacts;");
+      contactID = getOutlookContactID(outlookEntryID);
+      if (!existing.find("ContactID", contactID)) {
+        contactID = hostdb::addPersonnel(item->FullName(), std::nullopt, companyID);
+        ++counters_.contactsCreated;
+      }
+    });
+    f.step([&] {
+      contact = std::make_unique<hostdb::Recordset>(*db, "SELECT Contacts.* FROM Contacts;",
+                                                    hostdb::kLockOptimistic);
+      contactFound = contact->find("ContactID", contactID);
+    });
+    if (contactFound) {
+      hostdb::Recordset& c = *contact;
+      for (const Column& col : kContactNames)
+        f.step([&] { c.write(col.column, item->get(col.property)); });
+      f.step([&] {
+        int32_t gender = item->Gender();
+        if (gender == outlook::olMale) c.write("Gender", "Male");
+        if (gender == outlook::olFemale) c.write("Gender", "Female");
+      });
+      f.step([&] {
+        if (auto d = hostDate(item->Birthday())) c.write("Birthday", *d);
+      });
+      f.step([&] {
+        if (auto d = hostDate(item->Anniversary())) c.write("Anniversary", *d);
+      });
+      for (const Column& col : kContactBusiness)
+        f.step([&] { c.write(col.column, item->get(col.property)); });
+      f.step([&] { saveOutlookContactID(outlookEntryID, contactID); });
+    }
+    f.step([&] {
+      contact.reset();
+      result = companyID;
+      saveOutlookCompanyID(outlookEntryID, companyID);
+    });
+  }
   refreshData_ = true;
-  return 0;
+  return result;
 }
 
 }  // namespace dossync
