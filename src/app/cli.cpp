@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <ostream>
 
+#include "app/cmd_wizard.h"
 #include "app/commands.h"
 #include "app/console_services.h"
 #include "app/demo_data.h"
@@ -135,6 +136,9 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   syncCmd->add_option("--on-error", sync.onError, "What an error does: leave, resume or exit")
       ->check(CLI::IsMember({"leave", "resume", "exit"}));
 
+  WizardCommand wizard;
+  addWizardCommand(app, wizard);
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -158,6 +162,7 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
     return runContacts(contacts, out, err);
   }
   if (*syncCmd) return runSync(sync, out, err);
+  if (*wizard.command) return runWizard(wizard.options, out, err);
   return kExitUsage;
 }
 

@@ -71,7 +71,7 @@ void frmWizard::buildControls() {
   Control& welcome = add(K::Label, "lblStep", 0, "Welcome to the MS Outlook Synchronization Wizard",
                          x, 22, w, 26, "fraStep", 0);
   welcome.bold = true;
-  welcome.fontSize = 13;
+  welcome.fontSize = 11;
   add(K::Label, "Label1", -1,
       "This wizard allows you to quickly synchronize your client's information with Microsoft "
       "Outllook",

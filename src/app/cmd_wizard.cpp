@@ -1,0 +1,130 @@
+#include "app/cmd_wizard.h"
+
+#include <CLI/CLI.hpp>
+
+#include <filesystem>
+#include <ostream>
+
+#include "app/commands.h"
+#include "app/console_services.h"
+#include "app/demo_data.h"
+#include "app/outlook_wiring.h"
+#include "backends/sqlite/host_database.h"
+#include "core/synchronization.h"
+#include "wizard_qt/qt_services.h"
+#include "wizard_qt/wizard_app.h"
+
+namespace dossync::app {
+namespace {
+
+// A handful of Outlook contacts in a few categories, for the Outlook side of the pictures.
+void fillDemoOutlook(clsOutlookSynchronization& c) {
+  if (!c.StartOutlook()) return;
+  struct Demo { const char *fileAs, *category; };
+  const Demo demo[] = {
+      {"Abbott, Grace", "Clients"},      {"Baker & Sons Ltd", "Clients"},
+      {"Chen, Wei", "Clients, Tax"},     {"Dupont, Marie", "Suppliers"},
+      {"Evergreen Landscaping", "Suppliers"}, {"Fischer, Jonas", "Clients"},
+      {"Garcia, Lucia", ""},            {"Harbour Printing", "Suppliers"},
+      {"Ito, Kenji", "Clients, Tax"},    {"Jensen, Ole", ""},
+  };
+  for (const Demo& d : demo) {
+    auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
+        c.outlookApplication()->CreateItem(outlook::olContactItem));
+    if (!item) continue;
+    item->setFileAs(d.fileAs);
+    item->setCategories(d.category);
+    item->Save();
+  }
+  c.StopOutlook();
+}
+
+}  // namespace
+
+void addWizardCommand(CLI::App& app, WizardCommand& wizard) {
+  WizardOptions& o = wizard.options;
+  CLI::App* cmd = app.add_subcommand(
+      "wizard", "Open the synchronisation wizard, or render its steps to PNG files offscreen");
+  cmd->add_option("--host-db", o.hostDb, "The host database");
+  cmd->add_option("--sync-db", o.syncDb, "The synchronisation database (created when needed)");
+  cmd->add_option("--outlook", o.outlook,
+                  "The Outlook store: vdir:DIR (default: vdir under $XDG_DATA_HOME/dossync/outlook)");
+  cmd->add_option("--data-file", o.dataFile, "The host data file's unique id");
+  cmd->add_option("--company-list", o.companyList,
+                  "Which host list to choose from: 1 shown clients, 2 the whole address book")
+      ->check(CLI::IsMember({1, 2}));
+  cmd->add_option("--screenshots", o.screenshots,
+                  "Render the steps offscreen into this folder instead of opening the wizard "
+                  "(a demonstration practice when no --host-db is given)");
+  wizard.command = cmd;
+}
+
+int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) {
+  WizardOptions o = given;
+  bool offscreen = !o.screenshots.empty();
+  if (!offscreen && (o.hostDb.empty() || o.syncDb.empty())) {
+    err << "dossync: wizard needs --host-db and --sync-db (or --screenshots DIR)\n";
+    return kExitUsage;
+  }
+  std::filesystem::path demoDir;
+  bool demo = offscreen && o.hostDb.empty();
+  try {
+    if (demo) {
+      demoDir = std::filesystem::temp_directory_path() /
+                ("dossync-wizard-" + std::to_string(::getpid()));
+      std::filesystem::create_directories(demoDir);
+      o.hostDb = (demoDir / "host.db").string();
+      o.syncDb = (demoDir / "sync.db").string();
+      o.outlook = "vdir:" + (demoDir / "outlook").string();
+      sqlite::createHostDatabase(o.hostDb);
+      DemoOptions practice;
+      practice.companies = 40;
+      practice.seed = 7;
+      fillDemoPractice(o.hostDb, practice);
+    } else if (offscreen && o.syncDb.empty()) {
+      std::filesystem::create_directories(o.screenshots);
+      o.syncDb = (std::filesystem::path(o.screenshots) / "sync.db").string();
+    }
+    registerOutlook(o.outlook);
+  } catch (const RuntimeError& e) {
+    err << "dossync: " << e.description() << "\n";
+    return kExitUsage;
+  }
+
+  int code = qt::withQtApplication(offscreen, [&] {
+    auto errors = std::make_shared<ConsoleErrorService>(err);
+    auto messages = std::make_shared<qt::QtMessageBox>();
+    if (offscreen) messages->setAutomatic(false);
+    auto component = std::make_unique<clsOutlookSynchronization>();
+    bool exitRequested = false;
+    component->subscribeExitProgram([&] { exitRequested = true; });
+    component->setErrorClass(errors);
+    component->setMsgboxClass(messages);
+    component->setDataFileUniqueID(o.dataFile);
+    component->setMainDatabaseLocation(o.hostDb);
+    component->setSyncDatabaseLocation(o.syncDb);
+    if (component->FailedToInitializeFlag()) return kExitInitFailed;
+    if (!component->mainDatabaseOpen()) {
+      err << "dossync: the host database " << o.hostDb << " does not exist\n";
+      return kExitInitFailed;
+    }
+    component->setCompanyList(o.companyList);
+    component->setDisplayLoginDialog(false);
+    if (offscreen) {
+      if (demo) fillDemoOutlook(*component);
+      auto files = qt::renderScreenshots(*component, o.screenshots);
+      for (const auto& f : files) out << f << "\n";
+      if (files.empty()) return kExitFailure;
+    } else {
+      qt::runWizardWindow(*component);
+    }
+    return exitRequested ? kExitProgram : kExitOk;
+  });
+  if (demo) {
+    std::error_code ec;
+    std::filesystem::remove_all(demoDir, ec);
+  }
+  return code;
+}
+
+}  // namespace dossync::app
