@@ -1,5 +1,6 @@
 // The synchronisation driver: walks the host's companies or contacts (or the chosen Outlook
 // contacts), hands each chosen record to its transfer and records every pairing.
+#include "engine/driver.h"
 #include "core/apartment.h"
 #include "core/platform.h"
 #include "core/progress.h"
