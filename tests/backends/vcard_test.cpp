@@ -109,11 +109,6 @@ TEST(VcardSyntaxTest, EscapingRoundTripsAnyText) {
   EXPECT_EQ(unescapeText("x\\Ny\\:z\\q"), "x\ny:z\\q");  // \N and \: from other programs
 }
 
-TEST(VcardSyntaxTest, SplitsOnlyAtUnescapedSeparators) {
-  EXPECT_EQ(splitRaw("a\\;b;c;;", ';'), (std::vector<std::string>{"a\\;b", "c", "", ""}));
-  EXPECT_EQ(splitRaw("", ';'), (std::vector<std::string>{""}));
-}
-
 TEST(VcardSyntaxTest, RejectsMalformedCardsNamingTheLine) {
   struct Case {
     const char* text;
@@ -359,12 +354,6 @@ TEST(VcardMappingTest, DatesAndGenderRoundTripAndNoneRemoves) {
     EXPECT_EQ(other.birthday(), want) << raw;
     EXPECT_NE(other.text().find("BDAY:" + raw), std::string::npos);
   }
-}
-
-TEST(VcardMappingTest, RecognisesContactGroups) {
-  EXPECT_TRUE(isGroupCard(parseVcard("BEGIN:VCARD\nKIND:group\nEND:VCARD\n")));
-  EXPECT_TRUE(isGroupCard(parseVcard("BEGIN:VCARD\nX-ADDRESSBOOKSERVER-KIND:Group\nEND:VCARD\n")));
-  EXPECT_FALSE(isGroupCard(parseVcard("BEGIN:VCARD\nKIND:individual\nEND:VCARD\n")));
 }
 
 // ---- The writer's exact output ------------------------------------------------------------
