@@ -105,7 +105,7 @@ TEST_F(VdirStoreTest, LogonTakesTheDefaultProfileAndCreatesMissingOnes) {
   EXPECT_THROW(session(app)->Logon("../escape", {}, {}, {}), RuntimeError);
   EXPECT_THROW(app->GetNamespace("IMAP"), RuntimeError);
   EXPECT_THROW(session(app)->GetDefaultFolder(6), RuntimeError);
-  EXPECT_THROW(app->CreateItem(outlook::olMailItem), RuntimeError);
+  EXPECT_THROW(app->CreateItem(99), RuntimeError);  // no such item type
   EXPECT_EQ(session(app)->GetDefaultFolder(outlook::olFolderCalendar)->Items()->Count(), 0);
 }
 
