@@ -20,6 +20,9 @@ constexpr std::array<const char*, 12> kMonthNames = {
 
 bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
+// ASCII upper case: the text rules never depend on the C locale.
+char asciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+
 bool isLeap(int y) { return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0; }
 
 int daysIn(int y, int m) {
@@ -131,16 +134,14 @@ std::string trim(std::string_view text) {
 
 std::string upper(std::string_view text) {
   std::string out(text);
-  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  for (char& c : out) c = asciiUpper(c);
   return out;
 }
 
 bool equalsIgnoreCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i) {
-    if (std::toupper(static_cast<unsigned char>(a[i])) !=
-        std::toupper(static_cast<unsigned char>(b[i])))
-      return false;
+    if (asciiUpper(a[i]) != asciiUpper(b[i])) return false;
   }
   return true;
 }

@@ -60,5 +60,39 @@ q() { sqlite3 "$work/d1.db" "$1"; }
 [[ $(q "SELECT count(*) FROM Contacts WHERE CompanyNum IS NULL;") -ge 1 ]] && passed=$((passed + 1)) || { failed=$((failed + 1)); echo "FAIL loose contacts"; }
 [[ $(q "SELECT count(*) FROM Categories WHERE CategoryNum IN (SELECT CategoryID FROM Categories WHERE CategoryNum IS NOT NULL);") -ge 1 ]] && passed=$((passed + 1)) || { failed=$((failed + 1)); echo "FAIL nested categories"; }
 
+# contacts put then show gives back every property exactly, and another process sees it.
+store="vdir:$work/store"
+cat >"$work/contact.json" <<'JSON'
+{"Title": "Dr.", "FirstName": "Zoë", "MiddleName": "Q.", "LastName": "O'Brien; Jr, \\ \"x\"", "Suffix": "III",
+ "FullName": "Dr. Zoë Q. O'Brien", "FileAs": "[O'Brien] \"Zoë\"", "CompanyName": "Acme; Inc., Ltd.",
+ "JobTitle": "CFO", "Department": "Finance", "OfficeLocation": "4th floor", "Categories": "Business, VIP",
+ "Email1Address": "z@acme.ca", "Email2Address": "zoe@home.ca", "Email3Address": "z3@x.ca",
+ "BusinessTelephoneNumber": "+1 613 555 0100", "Business2TelephoneNumber": "555-0101", "BusinessFaxNumber": "555-0102",
+ "HomeTelephoneNumber": "555-0200", "Home2TelephoneNumber": "555-0201", "HomeFaxNumber": "555-0202",
+ "MobileTelephoneNumber": "555-0300", "BusinessAddressStreet": "1 Main St\r\nSuite 5", "BusinessAddressCity": "Ottawa",
+ "BusinessAddressState": "ON", "BusinessAddressPostalCode": "K1A 0B1", "BusinessAddressCountry": "Canada",
+ "HomeAddressStreet": "2 Side St", "HomeAddressCity": "Québec", "HomeAddressState": "QC",
+ "HomeAddressPostalCode": "G1A 1A1", "HomeAddressCountry": "", "WebPage": "https://acme.ca/a;b,c",
+ "Spouse": "Sam", "Children": "Ann, Bob", "Body": "  leading and trailing  \nsecond line", "Gender": 1,
+ "Birthday": "1970-03-05", "Anniversary": "1999-12-31"}
+JSON
+id=$("$bin" contacts put --outlook "$store" --json "$work/contact.json")
+check contacts-show 0 "$bin" contacts show "$id" --outlook "$store" --json
+if /usr/bin/python3 - "$work/contact.json" "$work/out" "$id" <<'PY'
+import json, sys
+want = json.load(open(sys.argv[1])); got = json.load(open(sys.argv[2]))
+assert got.pop("EntryID") == sys.argv[3] and got.pop("Class") == 40
+bad = {k: (v, got.get(k)) for k, v in want.items() if got.get(k) != v}
+assert not bad, bad
+PY
+then passed=$((passed + 1)); else failed=$((failed + 1)); echo "FAIL contacts round trip"; fi
+check contacts-list 0 "$bin" contacts list --outlook "$store"
+expect_in contacts-list-id "$work/out" "$id"
+check contacts-delete 0 "$bin" contacts delete "$id" --outlook "$store"
+check contacts-show-deleted 1 "$bin" contacts show "$id" --outlook "$store"
+echo '{"Nickname": "x"}' >"$work/bad.json"
+check contacts-unknown-property 1 "$bin" contacts put --outlook "$store" --json "$work/bad.json"
+expect_in contacts-unknown-property-named "$work/err" "Nickname"
+
 echo "cli: $passed passed, $failed failed"
 [[ $failed -eq 0 ]]

@@ -54,7 +54,9 @@ int32_t SqliteDataAccess::openRecordset(const std::string& sql, int32_t cursorKi
     throw RuntimeError(kObjectClosed, "Operation is not allowed when the object is closed: no "
                                       "database is open for \"" + sql + "\"");
   std::unique_ptr<Recordset> rs;
-  auto q = parseTableQuery(sql);
+  auto shape = shapes_.find(sql);
+  if (shape == shapes_.end()) shape = shapes_.emplace(sql, parseTableQuery(sql)).first;
+  const std::optional<TableQuery>& q = shape->second;
   std::shared_ptr<const TableInfo> table = q ? db_->table(q->table) : nullptr;
   if (table) {
     rs = std::make_unique<TableRecordset>(*db_, table, *q, lockKind == hostdb::kLockReadOnly);

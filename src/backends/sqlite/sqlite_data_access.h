@@ -19,9 +19,12 @@
 #pragma once
 
 #include <map>
+#include <optional>
+#include <unordered_map>
 #include <memory>
 #include <string>
 
+#include "backends/sqlite/recordset.h"
 #include "backends/sqlite/sqlite_db.h"
 #include "hostdb/data_access.h"
 #include "store/catalog.h"
@@ -78,6 +81,8 @@ class SqliteDataAccess : public hostdb::IDataAccess {
   std::string lastError_;
   std::unique_ptr<Database> db_;
   std::map<int32_t, std::unique_ptr<Recordset>> recordsets_;
+  // Statements come back again and again (a look-up per row): their shape is worked out once.
+  std::unordered_map<std::string, std::optional<TableQuery>> shapes_;
   int32_t nextHandle_ = 1;
 };
 

@@ -41,9 +41,13 @@ ColumnInfo describeColumn(const std::string& name, const std::string& declaredTy
   return c;
 }
 
-int TableInfo::find(const std::string& field) const {
-  auto it = byUpperName.find(value::upper(field));
-  return it == byUpperName.end() ? -1 : it->second;
+bool CaseInsensitiveEqual::operator()(std::string_view a, std::string_view b) const {
+  return value::equalsIgnoreCase(a, b);
+}
+
+int TableInfo::find(std::string_view field) const {
+  auto it = byName.find(field);
+  return it == byName.end() ? -1 : it->second;
 }
 
 Stored toStored(const std::string& table, const ColumnInfo& column, const std::string& text) {
@@ -319,7 +323,7 @@ std::shared_ptr<const TableInfo> Database::table(const std::string& name) {
       c.autoKey = autoIncrement;
       info->keyColumn = static_cast<int>(info->columns.size());
     }
-    info->byUpperName.emplace(value::upper(c.name), static_cast<int>(info->columns.size()));
+    info->byName.emplace(c.name, static_cast<int>(info->columns.size()));
     info->columns.push_back(std::move(c));
   }
   if (!any) return nullptr;

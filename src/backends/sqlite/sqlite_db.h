@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -30,13 +31,27 @@ struct ColumnInfo {
 
 ColumnInfo describeColumn(const std::string& name, const std::string& declaredType);
 
+// Field names compare without regard to case, as Jet's do; look-ups take any string type.
+struct CaseInsensitiveHash {
+  using is_transparent = void;
+  size_t operator()(std::string_view s) const {
+    size_t h = 1469598103934665603ULL;
+    for (char c : s) h = (h ^ static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 32 : c)) * 1099511628211ULL;
+    return h;
+  }
+};
+struct CaseInsensitiveEqual {
+  using is_transparent = void;
+  bool operator()(std::string_view a, std::string_view b) const;
+};
+
 struct TableInfo {
   std::string name;
   std::vector<ColumnInfo> columns;
   int keyColumn = -1;  // the INTEGER PRIMARY KEY column (the rowid), if any
   // autoKey on that column: the table numbers it itself (AUTOINCREMENT); otherwise callers set it.
-  std::unordered_map<std::string, int> byUpperName;
-  int find(const std::string& field) const;  // -1 when absent; case-insensitive
+  std::unordered_map<std::string, int, CaseInsensitiveHash, CaseInsensitiveEqual> byName;
+  int find(std::string_view field) const;  // -1 when absent; case-insensitive
 };
 
 // A stored value: NULL, an integer, a real or a text.
