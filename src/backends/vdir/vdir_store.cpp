@@ -10,7 +10,9 @@
 
 #include "backends/vdir/contact_folder.h"
 #include "backends/vdir/entry_id.h"
+#include "backends/vdir/vdir_calendar.h"
 #include "backends/vdir/vdir_items.h"
+#include "backends/vdir/vdir_mail.h"
 #include "core/error.h"
 
 namespace fs = std::filesystem;
@@ -198,6 +200,11 @@ class VdirApplication final : public outlook::Application {
 
   outlook::ItemPtr CreateItem(int32_t itemType) override {
     if (itemType == outlook::olContactItem) return session_->current()->newContact();
+    // The profile's folder is the one that holds its contacts/.
+    if (itemType == outlook::olMailItem)
+      return makeVdirMailItem(session_->current()->dir().parent_path());
+    if (itemType == outlook::olAppointmentItem)
+      return makeVdirAppointmentItem(session_->current()->dir().parent_path());
     throw RuntimeError(
         kOutlookOperationFailed,
         "The vCard folder store cannot make items of type " + std::to_string(itemType) + " yet",
