@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <ostream>
 
+#include "app/cmd_mail.h"
 #include "app/cmd_wizard.h"
 #include "app/commands.h"
 #include "app/console_services.h"
@@ -138,6 +139,7 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
 
   WizardCommand wizard;
   addWizardCommand(app, wizard);
+  MailCommands mail(app);
 
   try {
     app.parse(argc, argv);
@@ -163,6 +165,7 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   }
   if (*syncCmd) return runSync(sync, out, err);
   if (*wizard.command) return runWizard(wizard.options, out, err);
+  if (auto code = mail.run(out, err)) return *code;
   return kExitUsage;
 }
 
