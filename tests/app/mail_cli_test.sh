@@ -138,6 +138,18 @@ draft=${out#Draft saved: }
 has "draft is marked unsent" "$(cat "$draft")" "X-Unsent: 1"
 has "draft keeps its Bcc" "$(cat "$draft")" "Bcc: hidden@example.org"
 
+# With a desktop the draft is handed to xdg-open (a stand-in here that notes what it got).
+mkdir -p "$work/bin"
+printf '#!/bin/sh\nprintf "%%s" "$1" >"%s/opened.tmp" && mv "%s/opened.tmp" "%s/opened"\n' \
+  "$work" "$work" "$work" >"$work/bin/xdg-open"
+chmod +x "$work/bin/xdg-open"
+out=$(DISPLAY=:99 PATH="$work/bin:$PATH" "$bin" mail --outlook "$o" --to jane@example.org \
+  --subject Opened --body b --display)
+for _ in $(seq 50); do [[ -f "$work/opened" ]] && break; sleep 0.1; done
+draft=${out#Draft saved and opened: }
+[[ "$out" == "Draft saved and opened: "*.eml ]] && ok || bad "opened draft: $out"
+same "xdg-open got the draft" "$(cat "$work/opened" 2>/dev/null)" "$draft"
+
 # An appointment through the component, read back by an independent iCalendar parser.
 out=$("$bin" appointment --outlook "$o" --start "2025-03-14 09:30" --end "2025-03-14 10:45" \
   --subject "Year-end review — Müller" --location "Room 2, Main St; 3rd floor")
