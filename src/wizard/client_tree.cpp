@@ -64,6 +64,7 @@ void clsPopulateClientTree::readCompanies(const std::string& sql) {
   for (; !rs.eof(); rs.next()) {
     companies_.push_back({rs.read("CompanyID"), rs.read("CompanyName"), rs.read("CategoryNum"),
                           rs.read("CompanyNum")});
+    apartment().doEvents();
   }
 }
 
@@ -89,6 +90,7 @@ int32_t clsPopulateClientTree::getRecordCount() {
       for (; !rs.eof(); rs.next()) {
         contacts_.push_back({rs.read("ContactID"), rs.read("DisplayName"), rs.read("CompanyNum"),
                              rs.read("CategoryNum"), isSet(rs.read("DefaultContact"))});
+        apartment().doEvents();
       }
     }
     count = static_cast<int32_t>(categories_.size() + companies_.size() + contacts_.size());

@@ -20,6 +20,8 @@
 //  - incProgressBar is raised after every category, company and contact node, with the number
 //    of such nodes added so far (the root is not counted).
 //  - The indentation is 19 pixels.
+//  - Reading the host's rows calls the platform's message pump once per row, like every long
+//    walk of the component, so the window stays alive while large books are counted.
 // A node the tree refuses (a parent that is not in the tree, a key already there) is an error
 // of the procedure adding it: it is reported and that procedure ends, keeping what it added.
 // Thread use: the apartment's one thread.
