@@ -286,6 +286,13 @@ std::shared_ptr<outlook::ContactItem> ContactFolder::newContact() {
 void ContactFolder::store(const std::string& file, const Vcard& card) {
   std::string text = writeVcard(card);
   fs::path target = dir_ / file;
+  // A card saved without a change is left alone: no new file, nothing for other tools to sync.
+  if (FILE* old = std::fopen(target.c_str(), "rb")) {
+    std::string existing(text.size() + 1, '\0');
+    size_t n = std::fread(existing.data(), 1, existing.size(), old);
+    std::fclose(old);
+    if (n == text.size() && existing.compare(0, n, text) == 0) return;
+  }
   auto before = dirTime();
   bool current = built_ && before && before == dirTime_;
 
