@@ -8,6 +8,7 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -98,7 +99,9 @@ int main(int argc, char** argv) {
     app::registerOutlook("vdir:" + (dir / "outlook").string());
     double fresh = syncOnce(dir, n);
     double again = syncOnce(dir, n);
-    double floor = ioFloor(dir / "floor", n);
+    // The disk's speed varies with whatever else the machine does: the floor is the best of three.
+    double floor = 1e9;
+    for (int k = 0; k < 3; ++k) floor = std::min(floor, ioFloor(dir / ("floor" + std::to_string(k)), n));
     std::printf("%8d %12.0f %12.0f %12.3f %10.2f %10.2f", n, n / fresh, n / again, floor,
                 fresh / floor, again / floor);
     if (previous > 0) std::printf("   growth x%.2f", fresh / previous);
