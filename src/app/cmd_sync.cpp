@@ -7,6 +7,7 @@
 
 #include "app/commands.h"
 #include "app/console_services.h"
+#include "app/host_component.h"
 #include "app/outlook_wiring.h"
 #include "app/terminal_progress.h"
 #include "core/apartment.h"
@@ -64,19 +65,10 @@ int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
   registerTerminalProgress(!o.noProgress);
   auto errors = std::make_shared<ConsoleErrorService>(err, actionFor(o.onError));
   auto messages = std::make_shared<ConsoleMessageBox>(err);
-  auto component = std::make_unique<clsOutlookSynchronization>();
-  bool exitRequested = false;
-  component->subscribeExitProgram([&] { exitRequested = true; });
-  component->setErrorClass(errors);
-  component->setMsgboxClass(messages);
-  component->setDataFileUniqueID(o.dataFile);
-  component->setMainDatabaseLocation(o.hostDb);
-  component->setSyncDatabaseLocation(o.syncDb);
-  if (component->FailedToInitializeFlag()) return kExitInitFailed;
-  if (!component->mainDatabaseOpen()) {
-    err << "dossync: the host database " << o.hostDb << " does not exist\n";
-    return kExitInitFailed;
-  }
+  HostComponent host;
+  if (int code = openHostComponent(host, errors, messages, o.dataFile, o.hostDb, o.syncDb, err))
+    return code;
+  auto& component = host.component;
 
   component->setSchemeID(o.scheme);
   component->setSyncDirectionType(o.direction);
@@ -125,7 +117,7 @@ int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
         << n.companiesUpdated << ", contacts created " << n.contactsCreated;
   }
   out << "\n";
-  return exitRequested ? kExitProgram : kExitOk;
+  return host.exitRequested ? kExitProgram : kExitOk;
 }
 
 }  // namespace dossync::app

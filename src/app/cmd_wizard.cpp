@@ -7,6 +7,7 @@
 
 #include "app/commands.h"
 #include "app/console_services.h"
+#include "app/host_component.h"
 #include "app/demo_data.h"
 #include "app/outlook_wiring.h"
 #include "backends/sqlite/host_database.h"
@@ -95,19 +96,10 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
     auto errors = std::make_shared<ConsoleErrorService>(err);
     auto messages = std::make_shared<qt::QtMessageBox>();
     if (offscreen) messages->setAutomatic(false);
-    auto component = std::make_unique<clsOutlookSynchronization>();
-    bool exitRequested = false;
-    component->subscribeExitProgram([&] { exitRequested = true; });
-    component->setErrorClass(errors);
-    component->setMsgboxClass(messages);
-    component->setDataFileUniqueID(o.dataFile);
-    component->setMainDatabaseLocation(o.hostDb);
-    component->setSyncDatabaseLocation(o.syncDb);
-    if (component->FailedToInitializeFlag()) return kExitInitFailed;
-    if (!component->mainDatabaseOpen()) {
-      err << "dossync: the host database " << o.hostDb << " does not exist\n";
-      return kExitInitFailed;
-    }
+    HostComponent host;
+    if (int code = openHostComponent(host, errors, messages, o.dataFile, o.hostDb, o.syncDb, err))
+      return code;
+    auto& component = host.component;
     component->setCompanyList(o.companyList);
     component->setDisplayLoginDialog(false);
     if (offscreen) {
@@ -118,7 +110,7 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
     } else {
       qt::runWizardWindow(*component);
     }
-    return exitRequested ? kExitProgram : kExitOk;
+    return host.exitRequested ? kExitProgram : kExitOk;
   });
   if (demo) {
     std::error_code ec;

@@ -76,15 +76,7 @@ std::string clsOutlookSynchronization::createNewDossieraCompanyWithDefaultContac
   if (haveDefault) {
     hostdb::Recordset& c = *contacts;
     for (const Field& fld : kContactPersonal) copy(c, fld.column, fld.property);
-    f.step([&] { item.setGender(transfer::genderFromHost(c.read("Gender"))); });
-    f.step([&] {
-      std::string b = c.read("Birthday");
-      if (!value::isBlank(b)) item.setBirthday(transfer::dateFromHost(b));
-    });
-    f.step([&] {
-      std::string a = c.read("Anniversary");
-      if (!value::isBlank(a)) item.setAnniversary(transfer::dateFromHost(a));
-    });
+    transfer::copyGenderAndDates(f, item, c);
     copy(c, "BusinessJobTitle", P::JobTitle);
     copy(c, "BusinessDepartment", P::Department);
     copy(c, "BusinessOffice", P::OfficeLocation);

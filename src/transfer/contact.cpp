@@ -47,15 +47,7 @@ std::string clsOutlookSynchronization::createNewDossieraContactInOutlook(
   copy("HomeCountry", P::HomeAddressCountry);
   copy("SpouseName", P::Spouse);
   copy("Children", P::Children);
-  f.step([&] { item.setGender(transfer::genderFromHost(c.read("Gender"))); });
-  f.step([&] {
-    std::string b = c.read("Birthday");
-    if (!value::isBlank(b)) item.setBirthday(transfer::dateFromHost(b));
-  });
-  f.step([&] {
-    std::string a = c.read("Anniversary");
-    if (!value::isBlank(a)) item.setAnniversary(transfer::dateFromHost(a));
-  });
+  transfer::copyGenderAndDates(f, item, c);
 
   // Business fields.
   copy("BusinessName", P::CompanyName);

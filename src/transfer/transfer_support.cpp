@@ -38,6 +38,18 @@ value::Date dateFromHost(const std::string& text) {
   return value::toDate(value::formatAsMmmDYyyy(text));
 }
 
+void copyGenderAndDates(ErrorFrame& f, outlook::ContactItem& item, hostdb::Recordset& c) {
+  f.step([&] { item.setGender(genderFromHost(c.read("Gender"))); });
+  f.step([&] {
+    std::string b = c.read("Birthday");
+    if (!value::isBlank(b)) item.setBirthday(dateFromHost(b));
+  });
+  f.step([&] {
+    std::string a = c.read("Anniversary");
+    if (!value::isBlank(a)) item.setAnniversary(dateFromHost(a));
+  });
+}
+
 hostdb::IDataAccess* openHostDatabase() {
   auto& db = apartment().hostDb;
   return db && db->isDatabaseOpen() ? db.get() : nullptr;

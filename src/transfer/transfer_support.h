@@ -25,6 +25,10 @@ int32_t genderFromHost(const std::string& text);
 // A host date text through "mmm d, yyyy" to a date (RuntimeError 13 when it is no date).
 value::Date dateFromHost(const std::string& text);
 
+// Gender, Birthday and Anniversary of a host contact row, each a step of the caller's frame:
+// a blank date leaves the item's as it was.
+void copyGenderAndDates(ErrorFrame& f, outlook::ContactItem& item, hostdb::Recordset& contact);
+
 // The host database, or nullptr when it is not open.
 hostdb::IDataAccess* openHostDatabase();
 
