@@ -4,7 +4,9 @@
 //   ROOT/default-profile          optional; its first line names the default profile
 //   ROOT/<profile>/store-id       the profile's StoreID, made once (32 hex digits)
 //   ROOT/<profile>/contacts/      one <UID>.vcf per contact or contact group
-//   ROOT/<profile>/calendar/      one .ics per appointment (made, not used yet)
+//   ROOT/<profile>/calendar/      one .ics per appointment sent (AppointmentItem::Send)
+//   ROOT/<profile>/account.json   the SMTP account mail goes out through (mail_account.h)
+//   ROOT/<profile>/drafts/, outbox/  displayed mail, and mail that could not be delivered
 //
 // Session: Application::GetNamespace("MAPI") answers the one session. Logon(profile) with an
 // empty or omitted profile takes the default profile (named in ROOT/default-profile, else
@@ -13,8 +15,9 @@
 //
 // Items: GetDefaultFolder(10) is the contacts folder (class 40 contacts, class 69 contact
 // groups: cards with KIND:group or X-ADDRESSBOOKSERVER-KIND:group); GetDefaultFolder(9) the
-// calendar, empty for now. CreateItem(2) makes an unsaved contact of the session's profile;
-// other item types throw. Items::Find understands only `[FileAs] = "NAME"` (NAME is everything
+// calendar (its Items list nothing yet). CreateItem(2) makes an unsaved contact of the
+// session's profile, CreateItem(0) a mail item (vdir_mail.h), CreateItem(1) an appointment
+// (vdir_calendar.h); other item types throw. Items::Find understands only `[FileAs] = "NAME"` (NAME is everything
 // between the first and the last double quote, taken literally; exact comparison).
 // Save writes the whole file atomically (temporary file in the same folder, then rename). An
 // empty FileAs is filled on Save as Outlook does: "LastName, FirstName" (or the one set), else
