@@ -5,6 +5,7 @@
 #include "core/apartment.h"
 #include "core/value.h"
 #include "format/rtf_summaries.h"
+#include "hostdb/host_database.h"
 #include "hostdb/recordset.h"
 
 namespace dossync::format {
@@ -13,11 +14,6 @@ namespace {
 const std::string kFormatLocation = "kvAddress.dll-clsFormatAddresses-";
 const char* kContactsSql = "SELECT Contacts.* FROM Contacts;";
 const char* kCompaniesSql = "SELECT Companies.* FROM Companies;";
-
-hostdb::IDataAccess* openHost() {
-  auto& db = apartment().hostDb;
-  return db && db->isDatabaseOpen() ? db.get() : nullptr;
-}
 
 // An address in one of these countries is domestic and gets no country line.
 constexpr std::array<const char*, 4> kDomesticCountries = {"CANADA", "CA", "CAN", "CDA"};
@@ -34,7 +30,7 @@ bool exists(const std::string& procedure, const char* sql, const char* key, int3
   bool result = false;
   f.step([&] {
     if (id < 1) return;
-    if (hostdb::IDataAccess* db = openHost()) {
+    if (hostdb::IDataAccess* db = hostdb::openHostDatabase()) {
       hostdb::Recordset rs(*db, sql);
       result = rs.find(key, id);
     }
@@ -106,7 +102,7 @@ std::string createBusinessContactAddress(int32_t contactID, bool separators) {
   ErrorFrame f(kFormatLocation + "createBusinessContactAddress");
   std::string result;
   f.step([&] {
-    hostdb::IDataAccess* db = openHost();
+    hostdb::IDataAccess* db = hostdb::openHostDatabase();
     if (!db) return;
     hostdb::Recordset contact(*db, kContactsSql);
     if (!contact.find("ContactID", contactID)) return;

@@ -7,6 +7,7 @@
 #include "core/apartment.h"
 #include "core/value.h"
 #include "format/rtf_summaries.h"
+#include "hostdb/host_database.h"
 #include "hostdb/recordset.h"
 
 namespace dossync::format {
@@ -49,11 +50,6 @@ const std::vector<Line> kPersonalGroup = {
 const char* const kNotesHeading = R"(\b Notes:\b0\par)";
 const char* const kNoDefault = R"(\b No Default Contact Selected.\b0  )";
 
-hostdb::IDataAccess* openHost() {
-  auto& db = apartment().hostDb;
-  return db && db->isDatabaseOpen() ? db.get() : nullptr;
-}
-
 // Appends the lines of a group whose columns are not blank, and a blank line after them when
 // there was at least one.
 void appendGroup(std::string& text, hostdb::Recordset& contact, const std::vector<Line>& group) {
@@ -84,7 +80,7 @@ std::string saveContactBusinessRTF(int32_t contactID) {
   std::string text;
   f.step([&] {
     if (!validContactID(contactID)) return;
-    hostdb::IDataAccess* db = openHost();
+    hostdb::IDataAccess* db = hostdb::openHostDatabase();
     if (!db) return;
     contact.emplace(*db, "SELECT Contacts.* FROM Contacts;", hostdb::kLockOptimistic);
     labels.emplace(*db, "SELECT CustomAddressFields.* FROM CustomAddressFields;");
@@ -138,7 +134,7 @@ void saveCompanyContactRTF(int32_t companyID, int32_t contactID) {
   ErrorFrame f(kFormatLocation + "saveCompanyContactRTF");
   f.step([&] {
     if (!validCompanyID(companyID)) return;
-    hostdb::IDataAccess* db = openHost();
+    hostdb::IDataAccess* db = hostdb::openHostDatabase();
     if (!db) return;
     hostdb::Recordset rs(*db, "SELECT Companies.* FROM Companies;", hostdb::kLockOptimistic);
     if (!rs.find("CompanyID", companyID)) return;

@@ -7,6 +7,7 @@
 #include "core/value.h"
 #include "format/rtf_summaries.h"
 #include "hostdb/lookups.h"
+#include "hostdb/host_database.h"
 #include "hostdb/recordset.h"
 
 namespace dossync::hostdb {
@@ -68,17 +69,12 @@ constexpr std::array<const char*, 44> kLookupFields = {
 // The schedule type of a custom column that shows a contact's value.
 constexpr int16_t kContactLookupType = 3;
 
-IDataAccess* openHost() {
-  auto& db = apartment().hostDb;
-  return db && db->isDatabaseOpen() ? db.get() : nullptr;
-}
-
 }  // namespace
 
 int32_t checkForDefault(int32_t companyID, bool setDefault) {
   ErrorFrame f(kDbLoc + "checkForDefault");
   int32_t result = -1;
-  IDataAccess* db = openHost();
+  IDataAccess* db = openHostDatabase();
   if (!db) return result;
   std::optional<Recordset> rs;
   bool decided = false;
@@ -110,7 +106,7 @@ int32_t checkForDefault(int32_t companyID, bool setDefault) {
 
 void setContactAsDefault(int32_t contactID) {
   ErrorFrame f(kDbLoc + "setContactAsDefault");
-  IDataAccess* db = openHost();
+  IDataAccess* db = openHostDatabase();
   if (!db) return;
   std::optional<Recordset> rs;
   bool found = false;
@@ -150,7 +146,7 @@ void setContactAsDefault(int32_t contactID) {
 
 void setNoContactAsDefault(int32_t companyID) {
   ErrorFrame f(kDbLoc + "setNoContactAsDefault");
-  if (!openHost()) return;
+  if (!openHostDatabase()) return;
   f.step([&] { updateDefaultContactInfo(companyID); });
   f.step([&] { format::saveCompanyContactRTF(companyID, -1); });
 }
@@ -158,7 +154,7 @@ void setNoContactAsDefault(int32_t companyID) {
 void updateDefaultContactInfo(int32_t companyID) {
   ErrorFrame f(kDbLoc + "updateDefaultContactInfo");
   f.step([&] {
-    IDataAccess* db = openHost();
+    IDataAccess* db = openHostDatabase();
     if (!db) return;
     Recordset contacts(*db, kContacts);
     Recordset companies(*db, kCompanies, kLockOptimistic);
@@ -194,7 +190,7 @@ bool isContactLookupField(const std::string& fieldName) {
 
 void changeDefaultContactChangeLookupFieldValue(int32_t contactID) {
   ErrorFrame f(kScheduleLoc + "changeDefaultContactChangeLookupFieldValue");
-  IDataAccess* db = openHost();
+  IDataAccess* db = openHostDatabase();
   if (!db) return;
   apartment().setMousePointer(kPointerHourglass);
   std::array<std::string, 5> lookup, values;

@@ -2,6 +2,7 @@
 
 #include "core/apartment.h"
 #include "core/value.h"
+#include "hostdb/host_database.h"
 #include "hostdb/recordset.h"
 
 namespace dossync::hostdb {
@@ -30,11 +31,6 @@ struct ChainDepth {
   ~ChainDepth() { --tChainDepth; }
 };
 
-IDataAccess* openHost() {
-  auto& db = apartment().hostDb;
-  return db && db->isDatabaseOpen() ? db.get() : nullptr;
-}
-
 // Opens sql read-only, finds key = value, and answers the text of the column, or nothing.
 std::optional<std::string> lookUp(IDataAccess& db, const char* sql, const std::string& key,
                                   int32_t value, const std::string& column) {
@@ -54,7 +50,7 @@ int32_t keyLookUp(const std::string& name, const char* sql, const std::string& k
   ErrorFrame f(kDbLoc + name);
   int32_t result = -1;
   f.step([&] {
-    if (IDataAccess* db = openHost()) result = toKey(lookUp(*db, sql, key, value, column), -1);
+    if (IDataAccess* db = openHostDatabase()) result = toKey(lookUp(*db, sql, key, value, column), -1);
   });
   return result;
 }
@@ -64,7 +60,7 @@ bool exists(const std::string& name, const char* sql, const std::string& key, in
   bool result = false;
   f.step([&] {
     if (value < 1) return;
-    if (IDataAccess* db = openHost()) {
+    if (IDataAccess* db = openHostDatabase()) {
       Recordset rs(*db, sql);
       result = rs.find(key, value);
     }
@@ -87,7 +83,7 @@ int32_t getClientDataIDFromContactID(int32_t contactID) {
   ErrorFrame f(kDbLoc + "getClientDataIDFromContactID");
   int32_t result = -1;
   f.step([&] {
-    IDataAccess* db = openHost();
+    IDataAccess* db = openHostDatabase();
     if (!db) return;
     int32_t companyID = getCompanyIDFromContactID(contactID);
     if (validCompanyID(companyID))
@@ -100,7 +96,7 @@ int32_t getDefaultContactIDFromCompanyID(int32_t companyID) {
   ErrorFrame f(kDbLoc + "getDefaultContactIDFromCompanyID");
   int32_t result = -1;
   f.step([&] {
-    IDataAccess* db = openHost();
+    IDataAccess* db = openHostDatabase();
     if (!db) return;
     Recordset rs(*db, kContacts);
     rs.find("CompanyNum", companyID);
@@ -120,7 +116,7 @@ std::string getCompanyNameFromCompanyID(int32_t companyID) {
   ErrorFrame f(kDbLoc + "getCompanyNameFromCompanyID");
   std::string result;
   f.step([&] {
-    if (IDataAccess* db = openHost())
+    if (IDataAccess* db = openHostDatabase())
       result = lookUp(*db, kCompanies, "CompanyID", companyID, "CompanyName").value_or("");
   });
   return result;
@@ -130,7 +126,7 @@ std::string getContactNameFromContactID(int32_t contactID) {
   ErrorFrame f(kDbLoc + "getContactNameFromContactID");
   std::string result;
   f.step([&] {
-    if (IDataAccess* db = openHost())
+    if (IDataAccess* db = openHostDatabase())
       result = lookUp(*db, kCompanies, "ContactID", contactID, "DisplayName").value_or("");
   });
   return result;
@@ -150,7 +146,7 @@ bool doesThisCategoryBelongToCategory(int32_t categoryID, int32_t& ancestorID) {
   ErrorFrame f(kCatLoc + "doesThisCategoryBelongToCategory");
   bool result = false;
   f.step([&] {
-    IDataAccess* db = openHost();
+    IDataAccess* db = openHostDatabase();
     if (!db) return;
     ChainDepth depth;
     Recordset rs(*db, kCategories, kLockOptimistic);
@@ -171,7 +167,7 @@ bool doesThisCompanyBelongToCategory(int32_t companyID, int32_t& categoryID) {
   ErrorFrame f(kCatLoc + "doesThisCompanyBelongToCategory");
   bool result = false;
   f.step([&] {
-    IDataAccess* db = openHost();
+    IDataAccess* db = openHostDatabase();
     if (!db) return;
     ChainDepth depth;
     Recordset rs(*db, kCompanies);
@@ -192,7 +188,7 @@ bool doesThisContactBelongToCategory(int32_t contactID, int32_t& categoryID) {
   ErrorFrame f(kCatLoc + "doesThisContactBelongToCategory");
   bool result = false;
   f.step([&] {
-    IDataAccess* db = openHost();
+    IDataAccess* db = openHostDatabase();
     if (!db) return;
     Recordset rs(*db, kContacts);
     if (!rs.find("ContactID", contactID)) return;
@@ -212,7 +208,7 @@ int32_t getAddressBookDossieraCategory() {
   ErrorFrame f(kCatLoc + "getAddressBookDossieraCategory");
   int32_t result = 0;
   f.step([&] {
-    IDataAccess* db = openHost();
+    IDataAccess* db = openHostDatabase();
     if (!db) return;
     Recordset rs(*db, kHostCategory, kLockOptimistic);
     if (rs.hasRow()) {
@@ -230,7 +226,7 @@ std::string getAddressBookCategoryName() {
   ErrorFrame f(kCatLoc + "getAddressBookCategoryName");
   std::string result;
   f.step([&] {
-    IDataAccess* db = openHost();
+    IDataAccess* db = openHostDatabase();
     if (!db) return;
     Recordset rs(*db, kHostCategory);
     if (rs.hasRow() && !value::isBlank(rs.read("CategoryName"))) {
@@ -247,7 +243,7 @@ std::string getAddressBookCategoryName() {
 int32_t createNewHostCategory(const std::string& categoryName) {
   ErrorFrame f(kCatLoc + "createNewHostCategory");
   f.step([&] {
-    IDataAccess* db = openHost();
+    IDataAccess* db = openHostDatabase();
     if (!db) return;
     std::string name = value::isBlank(categoryName) ? kHostCategoryDefaultName : categoryName;
     std::string id;

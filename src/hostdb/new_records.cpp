@@ -8,6 +8,7 @@
 #include "core/value.h"
 #include "hostdb/default_contacts.h"
 #include "hostdb/lookups.h"
+#include "hostdb/host_database.h"
 #include "hostdb/recordset.h"
 
 namespace dossync::hostdb {
@@ -45,17 +46,12 @@ bool isTitle(const std::string& word) {
   return false;
 }
 
-IDataAccess* openHost() {
-  auto& db = apartment().hostDb;
-  return db && db->isDatabaseOpen() ? db.get() : nullptr;
-}
-
 }  // namespace
 
 int32_t addNewEntry() {
   ErrorFrame f(kDbLoc + "addNewEntry");
   int32_t result = 0;
-  IDataAccess* db = openHost();
+  IDataAccess* db = openHostDatabase();
   if (!db) return result;
   int32_t companyID = 0;
   f.step([&] {
@@ -88,7 +84,7 @@ int32_t addPersonnel(const std::string& name, std::optional<int32_t> category,
                      std::optional<int32_t> companyNum) {
   ErrorFrame f(kDbLoc + "addPersonnel");
   int32_t result = 0;
-  IDataAccess* db = openHost();
+  IDataAccess* db = openHostDatabase();
   if (!db) return result;
   if (value::isBlank(name)) return -1;
   std::string companyText;

@@ -50,11 +50,6 @@ void copyGenderAndDates(ErrorFrame& f, outlook::ContactItem& item, hostdb::Recor
   });
 }
 
-hostdb::IDataAccess* openHostDatabase() {
-  auto& db = apartment().hostDb;
-  return db && db->isDatabaseOpen() ? db.get() : nullptr;
-}
-
 std::string saveItem(clsOutlookSynchronization& c, OpenedItem& opened) {
   opened.item->Save();
   if (opened.existing) {

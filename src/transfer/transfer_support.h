@@ -7,6 +7,7 @@
 
 #include "core/synchronization.h"
 #include "hostdb/data_access.h"
+#include "hostdb/host_database.h"
 #include "hostdb/recordset.h"
 #include "outlook/object_model.h"
 
@@ -29,8 +30,6 @@ value::Date dateFromHost(const std::string& text);
 // a blank date leaves the item's as it was.
 void copyGenderAndDates(ErrorFrame& f, outlook::ContactItem& item, hostdb::Recordset& contact);
 
-// The host database, or nullptr when it is not open.
-hostdb::IDataAccess* openHostDatabase();
 
 // Saves the item, counts it as created or updated and answers its EntryID.
 std::string saveItem(clsOutlookSynchronization& c, OpenedItem& opened);
