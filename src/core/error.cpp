@@ -26,11 +26,9 @@ ErrorFrame::~ErrorFrame() {
   }
 }
 
-bool ErrorFrame::step(const std::function<void()>& body) {
-  if (leaving_) return false;
+void ErrorFrame::handleCurrentException() {
   try {
-    body();
-    return true;
+    throw;
   } catch (const RuntimeError& e) {
     handle(e);
   } catch (const std::bad_alloc&) {
@@ -40,7 +38,6 @@ bool ErrorFrame::step(const std::function<void()>& body) {
   } catch (...) {
     handle(RuntimeError(kInvalidProcedureCall, "Unknown failure", location_));
   }
-  return false;
 }
 
 void ErrorFrame::handle(const RuntimeError& error) {

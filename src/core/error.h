@@ -95,12 +95,23 @@ class ErrorFrame {
   ErrorFrame& operator=(const ErrorFrame&) = delete;
 
   // Runs one step unless the procedure is leaving. Answers true when the step ran to its end.
-  bool step(const std::function<void()>& body);
+  template <class Body>
+  bool step(Body&& body) {
+    if (leaving_) return false;
+    try {
+      body();
+      return true;
+    } catch (...) {
+      handleCurrentException();
+    }
+    return false;
+  }
   // True once an error made the procedure leave: callers stop their loops on it.
   bool leaving() const { return leaving_; }
   const std::string& location() const { return location_; }
 
  private:
+  void handleCurrentException();
   void handle(const RuntimeError& error);
 
   std::string location_;
