@@ -14,11 +14,7 @@ cleanup() {
   rm -rf "$work"
 }
 trap cleanup EXIT
-passed=0 failed=0
-ok() { passed=$((passed + 1)); }
-bad() { failed=$((failed + 1)); echo "FAIL $*"; }
-same() { [[ "$2" == "$3" ]] && ok || bad "$1: got '$2', wanted '$3'"; }
-has() { [[ "$2" == *"$3"* ]] && ok || bad "$1: '$3' not in: $2"; }
+source "$(dirname "$0")/check_lib.sh"
 # No desktop: --display must not try to open anything.
 unset DISPLAY WAYLAND_DISPLAY
 
@@ -172,5 +168,4 @@ same "appointment as read by python3-icalendar" "$got" \
 [[ $? -ne 0 ]] && ok || bad "appointment ending before it starts: exit 0"
 has "appointment error located" "$(cat "$work/err")" "clsOutlookSynchronization-CreateAppointment"
 
-echo "mail cli: $passed passed, $failed failed"
-[[ $failed -eq 0 ]]
+finish "mail cli"

@@ -4,10 +4,7 @@ set -uo pipefail
 bin=$1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-passed=0 failed=0
-ok() { passed=$((passed + 1)); }
-bad() { failed=$((failed + 1)); echo "FAIL $*"; }
-same() { [[ "$2" == "$3" ]] && ok || bad "$1: got '$2', wanted '$3'"; }
+source "$(dirname "$0")/check_lib.sh"
 
 h="$work/h.db" s="$work/s.db" o="vdir:$work/ol"
 "$bin" init-host "$h" >/dev/null
@@ -58,5 +55,4 @@ out=$(sync --select all); same "all exit" $? 0
 same "Ann's company" "$(hq "SELECT count(*) FROM Companies WHERE CompanyName = 'Ann Co';")" 1
 same "Ann is its default contact" "$(hq "SELECT c.DefaultContact FROM Contacts c JOIN Companies k ON k.CompanyID = c.CompanyNum WHERE k.CompanyName = 'Ann Co';")" 1
 
-echo "reverse cli: $passed passed, $failed failed"
-[[ $failed -eq 0 ]]
+finish "reverse cli"

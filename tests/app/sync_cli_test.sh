@@ -5,10 +5,7 @@ set -uo pipefail
 bin=$1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-passed=0 failed=0
-ok() { passed=$((passed + 1)); }
-bad() { failed=$((failed + 1)); echo "FAIL $*"; }
-same() { [[ "$2" == "$3" ]] && ok || bad "$1: got '$2', wanted '$3'"; }
+source "$(dirname "$0")/check_lib.sh"
 
 h="$work/h.db" s="$work/s.db" o="vdir:$work/ol"
 cards="$work/ol/default/contacts"
@@ -65,5 +62,4 @@ echo "junk junk junk junk junk junk junk junk" >"$work/junk.db"
 "$bin" sync --host-db "$h" --sync-db "$s" --direction 5 >/dev/null 2>&1; same "bad direction" $? 64
 "$bin" sync --host-db "$h" --sync-db "$s" --outlook "imap:x" >/dev/null 2>&1; same "bad store" $? 64
 
-echo "sync cli: $passed passed, $failed failed"
-[[ $failed -eq 0 ]]
+finish "sync cli"
