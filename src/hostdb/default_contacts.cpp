@@ -13,10 +13,7 @@
 namespace dossync::hostdb {
 namespace {
 
-const std::string kDbLoc = "Dossiera.exe-modDatabaseFunctions-";
 const std::string kScheduleLoc = "Dossiera.exe-modScheduleCustom-";
-const char* kContacts = "SELECT Contacts.* FROM Contacts;";
-const char* kCompanies = "SELECT Companies.* FROM Companies;";
 
 // The Contacts columns a schedule column may show, in the order they are tested.
 constexpr std::array<const char*, 44> kLookupFields = {
@@ -72,7 +69,7 @@ constexpr int16_t kContactLookupType = 3;
 }  // namespace
 
 int32_t checkForDefault(int32_t companyID, bool setDefault) {
-  ErrorFrame f(kDbLoc + "checkForDefault");
+  ErrorFrame f(std::string(kDbLoc) + "checkForDefault");
   int32_t result = -1;
   IDataAccess* db = openHostDatabase();
   if (!db) return result;
@@ -105,7 +102,7 @@ int32_t checkForDefault(int32_t companyID, bool setDefault) {
 }
 
 void setContactAsDefault(int32_t contactID) {
-  ErrorFrame f(kDbLoc + "setContactAsDefault");
+  ErrorFrame f(std::string(kDbLoc) + "setContactAsDefault");
   IDataAccess* db = openHostDatabase();
   if (!db) return;
   std::optional<Recordset> rs;
@@ -145,14 +142,14 @@ void setContactAsDefault(int32_t contactID) {
 }
 
 void setNoContactAsDefault(int32_t companyID) {
-  ErrorFrame f(kDbLoc + "setNoContactAsDefault");
+  ErrorFrame f(std::string(kDbLoc) + "setNoContactAsDefault");
   if (!openHostDatabase()) return;
   f.step([&] { updateDefaultContactInfo(companyID); });
   f.step([&] { format::saveCompanyContactRTF(companyID, -1); });
 }
 
 void updateDefaultContactInfo(int32_t companyID) {
-  ErrorFrame f(kDbLoc + "updateDefaultContactInfo");
+  ErrorFrame f(std::string(kDbLoc) + "updateDefaultContactInfo");
   f.step([&] {
     IDataAccess* db = openHostDatabase();
     if (!db) return;

@@ -9,4 +9,12 @@ namespace dossync::hostdb {
 
 IDataAccess* openHostDatabase();
 
+// The whole-table statements the host procedures open, and their error-location prefix.
+inline constexpr const char* kCompanies = "SELECT Companies.* FROM Companies;";
+inline constexpr const char* kContacts = "SELECT Contacts.* FROM Contacts;";
+inline constexpr const char* kClientData = "SELECT ClientData.* FROM ClientData;";
+inline constexpr const char* kCategories = "SELECT Categories.* FROM Categories;";
+inline constexpr const char* kHostCategory = "SELECT HostCategory.* FROM HostCategory;";
+inline constexpr const char* kDbLoc = "Dossiera.exe-modDatabaseFunctions-";
+
 }  // namespace dossync::hostdb

@@ -8,13 +8,7 @@
 namespace dossync::hostdb {
 namespace {
 
-const std::string kDbLoc = "Dossiera.exe-modDatabaseFunctions-";
 const std::string kCatLoc = "Dossiera.exe-modDossiera.exe-";
-const char* kCompanies = "SELECT Companies.* FROM Companies;";
-const char* kContacts = "SELECT Contacts.* FROM Contacts;";
-const char* kClientData = "SELECT ClientData.* FROM ClientData;";
-const char* kCategories = "SELECT Categories.* FROM Categories;";
-const char* kHostCategory = "SELECT HostCategory.* FROM HostCategory;";
 
 // How deep a parent chain may go before it is taken for a cycle.
 constexpr int kMaxChainDepth = 1000;
@@ -47,7 +41,7 @@ int32_t toKey(const std::optional<std::string>& text, int32_t fallback) {
 
 int32_t keyLookUp(const std::string& name, const char* sql, const std::string& key, int32_t value,
                   const std::string& column) {
-  ErrorFrame f(kDbLoc + name);
+  ErrorFrame f(std::string(kDbLoc) + name);
   int32_t result = -1;
   f.step([&] {
     if (IDataAccess* db = openHostDatabase()) result = toKey(lookUp(*db, sql, key, value, column), -1);
@@ -56,7 +50,7 @@ int32_t keyLookUp(const std::string& name, const char* sql, const std::string& k
 }
 
 bool exists(const std::string& name, const char* sql, const std::string& key, int32_t value) {
-  ErrorFrame f(kDbLoc + name);
+  ErrorFrame f(std::string(kDbLoc) + name);
   bool result = false;
   f.step([&] {
     if (value < 1) return;
@@ -80,7 +74,7 @@ int32_t getCompanyIDFromClientDataID(int32_t clientDataID) {
 }
 
 int32_t getClientDataIDFromContactID(int32_t contactID) {
-  ErrorFrame f(kDbLoc + "getClientDataIDFromContactID");
+  ErrorFrame f(std::string(kDbLoc) + "getClientDataIDFromContactID");
   int32_t result = -1;
   f.step([&] {
     IDataAccess* db = openHostDatabase();
@@ -93,7 +87,7 @@ int32_t getClientDataIDFromContactID(int32_t contactID) {
 }
 
 int32_t getDefaultContactIDFromCompanyID(int32_t companyID) {
-  ErrorFrame f(kDbLoc + "getDefaultContactIDFromCompanyID");
+  ErrorFrame f(std::string(kDbLoc) + "getDefaultContactIDFromCompanyID");
   int32_t result = -1;
   f.step([&] {
     IDataAccess* db = openHostDatabase();
@@ -113,7 +107,7 @@ int32_t getDefaultContactIDFromCompanyID(int32_t companyID) {
 }
 
 std::string getCompanyNameFromCompanyID(int32_t companyID) {
-  ErrorFrame f(kDbLoc + "getCompanyNameFromCompanyID");
+  ErrorFrame f(std::string(kDbLoc) + "getCompanyNameFromCompanyID");
   std::string result;
   f.step([&] {
     if (IDataAccess* db = openHostDatabase())
@@ -123,7 +117,7 @@ std::string getCompanyNameFromCompanyID(int32_t companyID) {
 }
 
 std::string getContactNameFromContactID(int32_t contactID) {
-  ErrorFrame f(kDbLoc + "getContactNameFromContactID");
+  ErrorFrame f(std::string(kDbLoc) + "getContactNameFromContactID");
   std::string result;
   f.step([&] {
     if (IDataAccess* db = openHostDatabase())

@@ -14,7 +14,6 @@
 namespace dossync::hostdb {
 namespace {
 
-const std::string kDbLoc = "Dossiera.exe-modDatabaseFunctions-";
 
 // The detail tables every client has, each keyed by the client's ClientDataID, in the order the
 // rows are added: statement, key column.
@@ -49,7 +48,7 @@ bool isTitle(const std::string& word) {
 }  // namespace
 
 int32_t addNewEntry() {
-  ErrorFrame f(kDbLoc + "addNewEntry");
+  ErrorFrame f(std::string(kDbLoc) + "addNewEntry");
   int32_t result = 0;
   IDataAccess* db = openHostDatabase();
   if (!db) return result;
@@ -82,7 +81,7 @@ int32_t addNewEntry() {
 
 int32_t addPersonnel(const std::string& name, std::optional<int32_t> category,
                      std::optional<int32_t> companyNum) {
-  ErrorFrame f(kDbLoc + "addPersonnel");
+  ErrorFrame f(std::string(kDbLoc) + "addPersonnel");
   int32_t result = 0;
   IDataAccess* db = openHostDatabase();
   if (!db) return result;
@@ -118,7 +117,7 @@ int32_t addPersonnel(const std::string& name, std::optional<int32_t> category,
 }
 
 PersonName splitPersonName(const std::string& name) {
-  ErrorFrame f(kDbLoc + "addPersonnel");
+  ErrorFrame f(std::string(kDbLoc) + "addPersonnel");
   PersonName result;
   f.step([&] {
     if (value::isBlank(name)) return;
