@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <unordered_set>
 #include <cstdio>
 #include <vector>
 
@@ -160,12 +161,21 @@ DemoSummary fillDemoPractice(const std::string& path, const DemoOptions& options
           integer(3), integer(3), integer(3), integer(1), integer(0)});
 
   std::vector<int64_t> companyIds;
+  std::unordered_set<std::string> usedNames;
   for (int32_t n = 0; n < options.companies; ++n) {
     const City& c = r.pick(kCities);
+    bool foreign = r.chance(8);
     std::string name = std::string(r.pick(kNameWords)) + " " + r.pick(kTrades) + " " + r.pick(kSuffixes);
     if (r.chance(30)) name = std::string(r.pick(kNameWords)) + " " + name;
+    // A practice knows each of its clients by its own name: a name already taken gets the
+    // company's city, then a branch number.
+    if (!usedNames.insert(name).second) {
+      std::string base = name + " (" + (foreign ? "Buffalo" : c.city) + ")";
+      name = base;
+      for (int branch = 2; !usedNames.insert(name).second; ++branch)
+        name = base + " " + std::to_string(branch);
+    }
     std::string domain = slug(name).substr(0, 18) + ".ca";
-    bool foreign = r.chance(8);
     std::optional<int64_t> associateOf;
     if (!companyIds.empty() && r.chance(10)) associateOf = companyIds[r.next() % companyIds.size()];
     // An associate usually takes its parent's place in the tree.

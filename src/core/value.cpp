@@ -125,25 +125,19 @@ std::optional<Date> parseMonthName(std::string_view t) {
 
 bool isBlank(std::string_view text) { return text.empty(); }
 
-std::string trim(std::string_view text) {
+std::string_view trimmed(std::string_view text) {
   size_t b = 0, e = text.size();
   while (b < e && isSpace(text[b])) ++b;
   while (e > b && isSpace(text[e - 1])) --e;
-  return std::string(text.substr(b, e - b));
+  return text.substr(b, e - b);
 }
+
+std::string trim(std::string_view text) { return std::string(trimmed(text)); }
 
 std::string upper(std::string_view text) {
   std::string out(text);
   for (char& c : out) c = asciiUpper(c);
   return out;
-}
-
-bool equalsIgnoreCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    if (asciiUpper(a[i]) != asciiUpper(b[i])) return false;
-  }
-  return true;
 }
 
 size_t characterCount(std::string_view utf8) {

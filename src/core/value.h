@@ -46,7 +46,19 @@ Date now();
 
 std::string upper(std::string_view text);
 std::string trim(std::string_view text);
-bool equalsIgnoreCase(std::string_view a, std::string_view b);
+std::string_view trimmed(std::string_view text);  // trim without a copy
+// ASCII letters compare without regard to case; everything else exactly.
+inline bool equalsIgnoreCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    char x = a[i], y = b[i];
+    if (x == y) continue;
+    if (x >= 'a' && x <= 'z') x = static_cast<char>(x - 'a' + 'A');
+    if (y >= 'a' && y <= 'z') y = static_cast<char>(y - 'a' + 'A');
+    if (x != y) return false;
+  }
+  return true;
+}
 size_t characterCount(std::string_view utf8);
 
 }  // namespace dossync::value

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <map>
 #include <optional>
 #include <span>
 #include <vector>
@@ -45,8 +44,11 @@ std::string replaceAll(std::string_view t, std::string_view from, std::string_vi
 }
 
 bool isCrlfMode(const VcardProperty& p) {
-  for (const auto& v : p.paramValues(kEolParam)) {
-    if (value::equalsIgnoreCase(v, "CRLF")) return true;
+  for (const auto& param : p.params()) {
+    if (!value::equalsIgnoreCase(param.name, kEolParam)) continue;
+    for (const auto& v : param.values) {
+      if (value::equalsIgnoreCase(v, "CRLF")) return true;
+    }
   }
   return false;
 }
@@ -154,46 +156,95 @@ bool isSecondSlot(CP p) {
 }
 
 std::optional<CP> taggedSlot(const VcardProperty& p, std::span<const CP> slots) {
-  auto tags = p.paramValues(kFieldParam);
-  if (tags.empty()) return std::nullopt;
+  const std::string* tag = p.paramValue(kFieldParam);
+  if (!tag) return std::nullopt;
   for (CP slot : slots) {
-    if (value::equalsIgnoreCase(tags.front(), outlook::propertyName(slot))) return slot;
+    if (value::equalsIgnoreCase(*tag, outlook::propertyName(slot))) return slot;
   }
   return std::nullopt;
 }
 
-std::vector<CP> phoneCandidates(const VcardProperty& p) {
-  for (const char* other : {"PAGER", "CAR", "VIDEO", "MODEM", "ISDN", "BBS", "TEXTPHONE"}) {
-    if (p.hasType(other)) return {};
-  }
-  bool work = p.hasType("WORK"), home = p.hasType("HOME");
-  if (p.hasType("FAX")) return {home && !work ? CP::HomeFaxNumber : CP::BusinessFaxNumber};
-  if (p.hasType("CELL")) return {CP::MobileTelephoneNumber};
-  if (work) return {CP::BusinessTelephoneNumber, CP::Business2TelephoneNumber};
-  if (home) return {CP::HomeTelephoneNumber, CP::Home2TelephoneNumber};
+// The slots an untagged telephone may fill, the first free one taken.
+struct Candidates {
+  std::array<CP, 2> slot{};
+  size_t count = 0;
+};
+
+Candidates phoneCandidates(const VcardProperty& p) {
+  uint32_t types = p.typeMask();
+  if (types & (kTypePager | kTypeCar | kTypeVideo | kTypeModem | kTypeIsdn | kTypeBbs |
+               kTypeTextphone))
+    return {};
+  bool work = types & kTypeWork, home = types & kTypeHome;
+  if (types & kTypeFax) return {{home && !work ? CP::HomeFaxNumber : CP::BusinessFaxNumber}, 1};
+  if (types & kTypeCell) return {{CP::MobileTelephoneNumber}, 1};
+  if (work) return {{CP::BusinessTelephoneNumber, CP::Business2TelephoneNumber}, 2};
+  if (home) return {{CP::HomeTelephoneNumber, CP::Home2TelephoneNumber}, 2};
   return {};
 }
 
-// Which TEL (phone) or EMAIL property fills which slot: tagged ones first, then the others by
-// type in card order. A second property tagged for a taken slot fills none.
-std::map<CP, size_t> assignSlots(const Vcard& card, bool phone) {
-  std::span<const CP> slots = phone ? std::span<const CP>(kPhoneSlots) : kEmailSlots;
-  std::map<CP, size_t> out;
-  std::vector<size_t> untagged;
-  for (size_t i = 0; i < card.properties.size(); ++i) {
-    const auto& p = card.properties[i];
-    if (!p.is(phone ? "TEL" : "EMAIL")) continue;
-    if (auto slot = taggedSlot(p, slots)) {
-      out.emplace(*slot, i);
-    } else {
-      untagged.push_back(i);
+// Which property fills each telephone or e-mail slot (by the slot's place in its list).
+class SlotMap {
+ public:
+  static constexpr size_t kNone = static_cast<size_t>(-1);
+  explicit SlotMap(std::span<const CP> slots) : slots_(slots) { at_.fill(kNone); }
+  bool contains(CP slot) const { return (*this)[slot] != kNone; }
+  size_t operator[](CP slot) const {
+    for (size_t i = 0; i < slots_.size(); ++i) {
+      if (slots_[i] == slot) return at_[i];
+    }
+    return kNone;
+  }
+  bool claim(CP slot, size_t index) {
+    for (size_t i = 0; i < slots_.size(); ++i) {
+      if (slots_[i] != slot) continue;
+      if (at_[i] != kNone) return false;
+      at_[i] = index;
+      return true;
+    }
+    return false;
+  }
+  template <class F>
+  void forEach(F f) const {
+    for (size_t i = 0; i < slots_.size(); ++i) {
+      if (at_[i] != kNone) f(slots_[i], at_[i]);
     }
   }
-  for (size_t i : untagged) {
-    std::vector<CP> candidates = phone ? phoneCandidates(card.properties[i])
-                                       : std::vector<CP>(kEmailSlots.begin(), kEmailSlots.end());
-    for (CP c : candidates) {
-      if (out.emplace(c, i).second) break;
+
+ private:
+  std::span<const CP> slots_;
+  std::array<size_t, kPhoneSlots.size()> at_;
+};
+
+// Which TEL (phone) or EMAIL property fills which slot: tagged ones first, then the others by
+// type in card order. A second property tagged for a taken slot fills none.
+SlotMap assignSlots(const Vcard& card, bool phone) {
+  std::span<const CP> slots = phone ? std::span<const CP>(kPhoneSlots) : kEmailSlots;
+  SlotMap out(slots);
+  std::string_view name = phone ? "TEL" : "EMAIL";
+  bool untagged = false;
+  for (size_t i = 0; i < card.properties.size(); ++i) {
+    const auto& p = card.properties[i];
+    if (!p.is(name)) continue;
+    if (auto slot = taggedSlot(p, slots)) {
+      out.claim(*slot, i);
+    } else {
+      untagged = true;
+    }
+  }
+  if (!untagged) return out;
+  for (size_t i = 0; i < card.properties.size(); ++i) {
+    const auto& p = card.properties[i];
+    if (!p.is(name) || taggedSlot(p, slots)) continue;
+    if (phone) {
+      Candidates c = phoneCandidates(p);
+      for (size_t k = 0; k < c.count; ++k) {
+        if (out.claim(c.slot[k], i)) break;
+      }
+    } else {
+      for (CP c : kEmailSlots) {
+        if (out.claim(c, i)) break;
+      }
     }
   }
   return out;
@@ -201,11 +252,11 @@ std::map<CP, size_t> assignSlots(const Vcard& card, bool phone) {
 
 void tagSecondSlots(Vcard& card, bool phone) {
   std::span<const CP> slots = phone ? std::span<const CP>(kPhoneSlots) : kEmailSlots;
-  for (auto [slot, index] : assignSlots(card, phone)) {
+  assignSlots(card, phone).forEach([&](CP slot, size_t index) {
     auto& p = card.properties[index];
     if (isSecondSlot(slot) && taggedSlot(p, slots) != slot)
       p.setParam(kFieldParam, {outlook::propertyName(slot)});
-  }
+  });
 }
 
 std::vector<std::string> slotTypes(CP slot) {
@@ -229,7 +280,7 @@ std::vector<std::string> slotTypes(CP slot) {
 
 // Where a new property goes: before the first property that comes after it in this order, so
 // a card made here reads in the same order whatever order its properties were set in.
-constexpr std::array<const char*, 21> kOrder = {"VERSION",
+constexpr std::array<std::string_view, 21> kOrder = {"VERSION",
                                                 "PRODID",
                                                 "UID",
                                                 "FN",
@@ -251,14 +302,16 @@ constexpr std::array<const char*, 21> kOrder = {"VERSION",
                                                 "X-DOSSYNC-CATEGORIES",
                                                 "NOTE"};
 
-std::optional<int> rankOf(const VcardProperty& p) {
+std::optional<int> computeRank(const VcardProperty& p) {
   for (size_t i = 0; i < kOrder.size(); ++i) {
     if (!p.is(kOrder[i])) continue;
     int sub = 0;
     if (p.is("TEL")) {
       auto slot = taggedSlot(p, kPhoneSlots);
-      auto candidates = phoneCandidates(p);
-      if (!slot && !candidates.empty()) slot = candidates.front();
+      if (!slot) {
+        Candidates c = phoneCandidates(p);
+        if (c.count > 0) slot = c.slot[0];
+      }
       sub = slot ? static_cast<int>(std::find(kPhoneSlots.begin(), kPhoneSlots.end(), *slot) -
                                     kPhoneSlots.begin())
                  : 99;
@@ -266,11 +319,20 @@ std::optional<int> rankOf(const VcardProperty& p) {
       auto slot = taggedSlot(p, kEmailSlots);
       sub = slot ? static_cast<int>(*slot) - static_cast<int>(CP::Email1Address) : 0;
     } else if (p.is("ADR")) {
-      sub = p.hasType("WORK") ? 0 : p.hasType("HOME") ? 1 : 2;
+      sub = p.typeMask() & kTypeWork ? 0 : p.typeMask() & kTypeHome ? 1 : 2;
     }
     return static_cast<int>(i) * 100 + sub;
   }
   return std::nullopt;
+}
+
+constexpr int kUnranked = -1;
+
+std::optional<int> rankOf(const VcardProperty& p) {
+  if (auto memo = p.memo()) return *memo == kUnranked ? std::nullopt : std::optional<int>(*memo);
+  auto rank = computeRank(p);
+  p.setMemo(rank.value_or(kUnranked));
+  return rank;
 }
 
 VcardProperty& insertProperty(Vcard& card, VcardProperty p) {
@@ -624,9 +686,8 @@ std::string ContactCard::get(CP p) const {
     }
     case Kind::Phone:
     case Kind::Email: {
-      auto slots = assignSlots(card_, f.kind == Kind::Phone);
-      auto it = slots.find(p);
-      return it == slots.end() ? std::string() : wholeText(card_.properties[it->second]);
+      size_t at = assignSlots(card_, f.kind == Kind::Phone)[p];
+      return at == SlotMap::kNone ? std::string() : wholeText(card_.properties[at]);
     }
     case Kind::Categories:
       return getCategories(card_);
@@ -657,15 +718,14 @@ void ContactCard::set(CP p, const std::string& text) {
     case Kind::Email: {
       bool phone = f.kind == Kind::Phone;
       tagSecondSlots(card_, phone);
-      auto slots = assignSlots(card_, phone);
-      auto it = slots.find(p);
-      if (it != slots.end()) {
+      size_t at = assignSlots(card_, phone)[p];
+      if (at != SlotMap::kNone) {
         if (text.empty()) {
           bool erased = eraseUnlessReplaced(
-              card_, it->second, [&](const Vcard& c) { return assignSlots(c, phone).contains(p); });
-          if (!erased) setWholeText(card_.properties[it->second], "");
+              card_, at, [&](const Vcard& c) { return assignSlots(c, phone).contains(p); });
+          if (!erased) setWholeText(card_.properties[at], "");
         } else {
-          setWholeText(card_.properties[it->second], text);
+          setWholeText(card_.properties[at], text);
         }
       } else {
         VcardProperty prop(phone ? "TEL" : "EMAIL", "");

@@ -65,18 +65,38 @@ bool VcardProperty::hasParam(std::string_view name) const {
                      [&](const VcardParam& p) { return value::equalsIgnoreCase(p.name, name); });
 }
 
-bool VcardProperty::hasType(std::string_view type) const {
+const std::string* VcardProperty::paramValue(std::string_view name) const {
   for (const auto& p : params_) {
+    if (!p.values.empty() && value::equalsIgnoreCase(p.name, name)) return &p.values.front();
+  }
+  return nullptr;
+}
+
+namespace {
+
+constexpr std::string_view kCommonTypes[] = {"WORK",  "HOME",  "CELL", "FAX",      "VOICE",
+                                             "PAGER", "CAR",   "VIDEO", "MODEM",   "ISDN",
+                                             "BBS",   "TEXTPHONE", "INTERNET", "PREF"};
+
+int commonTypeIndex(std::string_view type) {
+  for (size_t i = 0; i < std::size(kCommonTypes); ++i) {
+    if (value::equalsIgnoreCase(kCommonTypes[i], type)) return static_cast<int>(i);
+  }
+  return -1;
+}
+
+// Calls `each` with every type the property lists, in any of TYPE's spellings (TYPE=a,b;
+// TYPE=c; a quoted "a,b"; bare 2.1 types), until it answers true.
+template <class Each>
+bool anyType(const std::vector<VcardParam>& params, Each each) {
+  for (const auto& p : params) {
     if (!p.name.empty() && !value::equalsIgnoreCase(p.name, "TYPE")) continue;
     for (const auto& v : p.values) {
-      // A quoted "work,voice" is one value holding several types.
       size_t start = 0;
       while (start <= v.size()) {
         size_t comma = v.find(',', start);
         if (comma == std::string::npos) comma = v.size();
-        if (value::equalsIgnoreCase(value::trim(std::string_view(v).substr(start, comma - start)),
-                                    type))
-          return true;
+        if (each(value::trimmed(std::string_view(v).substr(start, comma - start)))) return true;
         start = comma + 1;
       }
     }
@@ -84,25 +104,53 @@ bool VcardProperty::hasType(std::string_view type) const {
   return false;
 }
 
+}  // namespace
+
+bool VcardProperty::hasType(std::string_view type) const {
+  int common = commonTypeIndex(type);
+  if (common < 0)
+    return anyType(params_, [&](std::string_view t) { return value::equalsIgnoreCase(t, type); });
+  return (typeMask() >> common) & 1u;
+}
+
+uint32_t VcardProperty::typeMask() const {
+  if (!typesKnown_) {
+    typeMask_ = 0;
+    anyType(params_, [&](std::string_view t) {
+      int i = commonTypeIndex(t);
+      if (i >= 0) typeMask_ |= 1u << i;
+      return false;
+    });
+    typesKnown_ = true;
+  }
+  return typeMask_;
+}
+
 void VcardProperty::setGroup(std::string group) {
   group_ = std::move(group);
   source_.clear();
+  memo_.reset();
 }
 
 void VcardProperty::setRawValue(std::string raw) {
   value_ = std::move(raw);
   source_.clear();
+  memo_.reset();
 }
 
 void VcardProperty::setParam(const std::string& name, std::vector<std::string> values) {
   removeParam(name);
   params_.push_back({name, std::move(values)});
+  typesKnown_ = false;
+  memo_.reset();
 }
 
 void VcardProperty::removeParam(std::string_view name) {
   std::erase_if(params_,
                 [&](const VcardParam& p) { return value::equalsIgnoreCase(p.name, name); });
   source_.clear();
+  typesKnown_ = false;
+  memo_.reset();
 }
 
 std::string VcardProperty::line() const {

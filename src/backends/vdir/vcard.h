@@ -16,11 +16,21 @@
 // Pure functions and plain values; safe on any thread.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace dossync::vdir {
+
+// The common TYPE values as bits of VcardProperty::typeMask.
+enum : uint32_t {
+  kTypeWork = 1u << 0, kTypeHome = 1u << 1, kTypeCell = 1u << 2, kTypeFax = 1u << 3,
+  kTypeVoice = 1u << 4, kTypePager = 1u << 5, kTypeCar = 1u << 6, kTypeVideo = 1u << 7,
+  kTypeModem = 1u << 8, kTypeIsdn = 1u << 9, kTypeBbs = 1u << 10, kTypeTextphone = 1u << 11,
+  kTypeInternet = 1u << 12, kTypePref = 1u << 13
+};
 
 struct VcardParam {
   std::string name;                 // as written; "" for a bare vCard 2.1 type such as WORK
@@ -43,9 +53,18 @@ class VcardProperty {
 
   // The values of every parameter of that name (case-insensitive), in order.
   std::vector<std::string> paramValues(std::string_view name) const;
+  // The first value of the first parameter of that name, or nullptr.
+  const std::string* paramValue(std::string_view name) const;
   bool hasParam(std::string_view name) const;
   // Whether TYPE (in any of its spellings, including bare 2.1 types) lists `type`.
   bool hasType(std::string_view type) const;
+  // The common types it lists, as bits (kTypeWork | ...), found once per parameter edit.
+  uint32_t typeMask() const;
+
+  // A number the caller keeps with the property while it stays unchanged (the contact card
+  // keeps its sort rank there); every edit forgets it.
+  std::optional<int> memo() const { return memo_; }
+  void setMemo(int memo) const { memo_ = memo; }
 
   // Editing forgets the line as read: the property is then written from its parts.
   void setGroup(std::string group);
@@ -70,6 +89,10 @@ class VcardProperty {
   std::vector<VcardParam> params_;
   std::string value_;
   std::string source_;
+  // The common TYPE values, found once per parameter edit (hasType is asked often).
+  mutable uint32_t typeMask_ = 0;
+  mutable bool typesKnown_ = false;
+  mutable std::optional<int> memo_;
 };
 
 struct Vcard {
