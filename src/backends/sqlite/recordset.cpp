@@ -97,19 +97,17 @@ TableRecordset::TableRecordset(Database& db, std::shared_ptr<const TableInfo> ta
   rowSql_ = "SELECT * FROM " + t + " WHERE rowid = ?1;";
   if (!q.orderBy.empty()) {
     ordered_ = true;
-    Statement st(db.handle(),
+    Statement st(db,
                  "SELECT rowid FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
-                     " ORDER BY " + q.orderBy + ", rowid;",
-                 db.path());
+                     " ORDER BY " + q.orderBy + ", rowid;");
     while (st.step()) order_.push_back(st.columnInt(0));
     index_ = 0;
     moveTo(order_.empty() ? std::nullopt : std::optional<int64_t>(order_[0]));
-  } else {
-    moveAfter(std::numeric_limits<int64_t>::min());
   }
 }
 
-void TableRecordset::moveTo(std::optional<int64_t> rowid) {
+void TableRecordset::moveTo(std::optional<int64_t> rowid) const {
+  positioned_ = true;
   cacheValid_ = false;
   if (rowid) {
     state_ = State::Row;
@@ -119,13 +117,14 @@ void TableRecordset::moveTo(std::optional<int64_t> rowid) {
   }
 }
 
-void TableRecordset::moveAfter(int64_t rowid) {
+void TableRecordset::moveAfter(int64_t rowid) const {
   StatementUse st(db_.cached(nextSql_));
   st->bind(1, rowid);
   moveTo(st->step() ? std::optional<int64_t>(st->columnInt(0)) : std::nullopt);
 }
 
 void TableRecordset::moveNext() {
+  position();
   if (state_ == State::Pending) {  // a pending new row is dropped, as a move cancels it
     state_ = stateBeforeAdd_;
     rowid_ = rowidBeforeAdd_;
@@ -157,6 +156,7 @@ void TableRecordset::requireWritable() const {
 }
 
 void TableRecordset::requireRow() const {
+  position();
   if (state_ != State::Row)
     throw RuntimeError(kNoCurrentRecord,
                        "Either BOF or EOF is True, or the current record of " + table_.name +
@@ -206,6 +206,7 @@ void TableRecordset::write(const std::string& field, const std::string& value) {
 
 void TableRecordset::addNew() {
   requireWritable();
+  position();
   if (state_ != State::Pending) {
     stateBeforeAdd_ = state_;
     rowidBeforeAdd_ = rowid_;
@@ -325,6 +326,7 @@ bool TableRecordset::findFirst(const std::string& field, const std::string& valu
 }
 
 void TableRecordset::findNext() {
+  position();
   if (findColumn_ < 0 || state_ == State::End) {
     moveTo(std::nullopt);
     return;
@@ -345,7 +347,7 @@ void TableRecordset::deleteCurrent() {
 // ---- ResultRecordset
 
 ResultRecordset::ResultRecordset(Database& db, const std::string& sql) : sql_(sql) {
-  Statement st(db.handle(), sql, db.path());
+  Statement st(db, sql);
   int n = st.columnCount();
   for (int i = 0; i < n; ++i) columns_.push_back(describeColumn(st.columnName(i), st.columnDeclType(i)));
   while (st.step()) {

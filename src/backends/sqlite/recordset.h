@@ -2,6 +2,7 @@
 // result read whole into memory (ResultRecordset). See sqlite_data_access.h for the costs.
 #pragma once
 
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,8 +42,14 @@ class TableRecordset : public Recordset {
  public:
   TableRecordset(Database& db, std::shared_ptr<const TableInfo> table, const TableQuery& query,
                  bool readOnly);
-  bool isEOF() const override { return state_ == State::End; }
-  bool hasCurrentRow() const override { return state_ == State::Row || state_ == State::Pending; }
+  bool isEOF() const override {
+    position();
+    return state_ == State::End;
+  }
+  bool hasCurrentRow() const override {
+    position();
+    return state_ == State::Row || state_ == State::Pending;
+  }
   void moveNext() override;
   std::string read(const std::string& field) override;
   void write(const std::string& field, const std::string& value) override;
@@ -58,8 +65,13 @@ class TableRecordset : public Recordset {
   const ColumnInfo& column(const std::string& field) const;
   void requireWritable() const;
   void requireRow() const;
-  void moveTo(std::optional<int64_t> rowid);
-  void moveAfter(int64_t rowid);
+  // A cursor without ORDER BY finds its first row when first used: most are opened only to
+  // find a row or add one.
+  void position() const {
+    if (!positioned_) moveAfter(std::numeric_limits<int64_t>::min());
+  }
+  void moveTo(std::optional<int64_t> rowid) const;
+  void moveAfter(int64_t rowid) const;
   void loadRow();
   std::optional<int64_t> findFrom(bool next);
 
@@ -73,9 +85,10 @@ class TableRecordset : public Recordset {
   size_t index_ = 0;
   std::unordered_map<int64_t, size_t> position_;
 
-  State state_ = State::End;
-  int64_t rowid_ = 0;
-  bool cacheValid_ = false;
+  mutable bool positioned_ = false;
+  mutable State state_ = State::End;
+  mutable int64_t rowid_ = 0;
+  mutable bool cacheValid_ = false;
   std::vector<Stored> cache_;
 
   State stateBeforeAdd_ = State::End;

@@ -20,6 +20,7 @@ bool SqliteDataAccess::openDatabase(int32_t mode) {
   lastError_.clear();
   try {
     db_ = std::make_unique<Database>(location_, false);
+    db_->setSnapshotReads(true);
     return true;
   } catch (const RuntimeError& e) {
     lastError_ = e.description();
@@ -54,14 +55,19 @@ int32_t SqliteDataAccess::openRecordset(const std::string& sql, int32_t cursorKi
     throw RuntimeError(kObjectClosed, "Operation is not allowed when the object is closed: no "
                                       "database is open for \"" + sql + "\"");
   std::unique_ptr<Recordset> rs;
-  auto shape = shapes_.find(sql);
-  if (shape == shapes_.end()) shape = shapes_.emplace(sql, parseTableQuery(sql)).first;
-  const std::optional<TableQuery>& q = shape->second;
-  std::shared_ptr<const TableInfo> table = q ? db_->table(q->table) : nullptr;
-  if (table) {
-    rs = std::make_unique<TableRecordset>(*db_, table, *q, lockKind == hostdb::kLockReadOnly);
-  } else {
-    rs = std::make_unique<ResultRecordset>(*db_, sql);
+  try {
+    auto shape = shapes_.find(sql);
+    if (shape == shapes_.end()) shape = shapes_.emplace(sql, parseTableQuery(sql)).first;
+    const std::optional<TableQuery>& q = shape->second;
+    std::shared_ptr<const TableInfo> table = q ? db_->table(q->table) : nullptr;
+    if (table) {
+      rs = std::make_unique<TableRecordset>(*db_, table, *q, lockKind == hostdb::kLockReadOnly);
+    } else {
+      rs = std::make_unique<ResultRecordset>(*db_, sql);
+    }
+  } catch (...) {
+    if (recordsets_.empty()) db_->endSnapshot();
+    throw;
   }
   int32_t handle = nextHandle_++;
   if (nextHandle_ <= 0) nextHandle_ = 1;
@@ -69,9 +75,11 @@ int32_t SqliteDataAccess::openRecordset(const std::string& sql, int32_t cursorKi
   return handle;
 }
 
+// With no recordset left open, the next read sees every other program's latest writes.
 void SqliteDataAccess::closeRecordset(int32_t handle) {
   recordset(handle);
   recordsets_.erase(handle);
+  if (recordsets_.empty()) db_->endSnapshot();
 }
 
 bool SqliteDataAccess::isEOF(int32_t handle) { return recordset(handle).isEOF(); }
@@ -137,10 +145,9 @@ Database& SqliteCatalog::active() {
 
 std::vector<std::string> SqliteCatalog::tableNames() {
   Database& db = active();
-  Statement st(db.handle(),
+  Statement st(db,
                "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' "
-               "ORDER BY name;",
-               db.path());
+               "ORDER BY name;");
   std::vector<std::string> names;
   while (st.step()) names.push_back(st.column(0).s);
   return names;

@@ -13,6 +13,9 @@
 //   use a hash index built at the first find on a field.
 // Writes: lock kinds 2-4 write each field at once (its own transaction); a pending new row is
 // held in memory and inserted by saveNew with the auto-number key reserved at addNew.
+// Reads between two writes share one read transaction (for at most 100 ms, and never past the
+// closing of the last open recordset), so a walk does not pay a transaction per statement; a
+// write first ends that snapshot, so it sees and commits against the latest data.
 // Text longer than a VARCHAR(n) column's n characters is refused (RuntimeError 3163, naming
 // table, column and size), as Jet does. Booleans read "True"/"False"; dates read in the
 // default text form.

@@ -16,6 +16,17 @@ std::string quoteIdentifier(const std::string& name) {
   return out + "\"";
 }
 
+namespace {
+std::string quoteText(const std::string& text) {
+  std::string out = "'";
+  for (char c : text) {
+    if (c == '\'') out += '\'';
+    out += c;
+  }
+  return out + "'";
+}
+}  // namespace
+
 ColumnInfo describeColumn(const std::string& name, const std::string& declaredType) {
   ColumnInfo c;
   c.name = name;
@@ -140,15 +151,15 @@ std::string fromStored(const ColumnInfo& column, const Stored& v) {
 
 // ---- Statement
 
-Statement::Statement(sqlite3* db, const std::string& sql, const std::string& dbPath)
-    : db_(db), sql_(sql), dbPath_(dbPath) {
+Statement::Statement(Database& db, const std::string& sql)
+    : owner_(db), db_(db.handle()), sql_(sql) {
   if (sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &stmt_, nullptr) !=
       SQLITE_OK) {
     std::string msg = sqlite3_errmsg(db_);
     sqlite3_finalize(stmt_);
     stmt_ = nullptr;
     throw RuntimeError(kStatementFailed,
-                       "Cannot run \"" + sql + "\" on '" + dbPath_ + "': " + msg);
+                       "Cannot run \"" + sql + "\" on '" + owner_.path() + "': " + msg);
   }
 }
 
@@ -172,8 +183,11 @@ void Statement::bind(int index, const std::string& v) {
 }
 
 bool Statement::step() {
+  if (!running_) owner_.beforeStatement(stmt_);
+  running_ = true;
   int rc = sqlite3_step(stmt_);
   if (rc == SQLITE_ROW) return true;
+  running_ = false;
   if (rc == SQLITE_DONE) return false;
   std::string msg = sqlite3_errmsg(db_);
   sqlite3_reset(stmt_);
@@ -182,10 +196,11 @@ bool Statement::step() {
                  : rc == SQLITE_NOTADB                      ? kNotADatabase
                  : rc == SQLITE_IOERR                       ? kDiskIO
                                                             : kStatementFailed;
-  throw RuntimeError(code, "\"" + sql_ + "\" failed on '" + dbPath_ + "': " + msg);
+  throw RuntimeError(code, "\"" + sql_ + "\" failed on '" + owner_.path() + "': " + msg);
 }
 
 void Statement::reset() {
+  running_ = false;
   sqlite3_reset(stmt_);
   sqlite3_clear_bindings(stmt_);
 }
@@ -229,12 +244,15 @@ std::string Statement::columnDeclType(int i) const {
 // ---- Database
 
 Database::Database(const std::string& path, bool create) : path_(path) {
-  int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0);
+  // Connections are used by one thread each: no statistics to keep under a lock.
+  static const bool configured = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0) == SQLITE_OK;
+  (void)configured;
+  int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
   int rc = sqlite3_open_v2(path.c_str(), &db_, flags, nullptr);
   if (rc != SQLITE_OK && !create) {
     sqlite3_close(db_);
     db_ = nullptr;
-    rc = sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READONLY, nullptr);
+    rc = sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX, nullptr);
     readOnly_ = rc == SQLITE_OK;
   }
   if (rc != SQLITE_OK) {
@@ -255,9 +273,14 @@ Database::Database(const std::string& path, bool create) : path_(path) {
                        "Cannot open database '" + path + "': " + msg);
   }
   sqlite3_exec(db_, "PRAGMA synchronous=NORMAL;", nullptr, nullptr, nullptr);
+  Statement mode(*this, "PRAGMA journal_mode;");
+  wal_ = mode.step() && value::equalsIgnoreCase(mode.column(0).s, "wal");
 }
 
 Database::~Database() {
+  endSnapshot();
+  sqlite3_finalize(begin_);
+  sqlite3_finalize(commit_);
   statements_.clear();
   sqlite3_close(db_);
 }
@@ -266,7 +289,42 @@ void Database::fail(int32_t code, const std::string& what) const {
   throw RuntimeError(code, what + " ('" + path_ + "': " + sqlite3_errmsg(db_) + ")");
 }
 
+void Database::setSnapshotReads(bool on) {
+  if (!on) endSnapshot();
+  snapshotReads_ = on;
+}
+
+bool Database::runRaw(sqlite3_stmt*& statement, const char* sql) {
+  if (!statement && sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr) != SQLITE_OK) return false;
+  int rc = sqlite3_step(statement);
+  sqlite3_reset(statement);
+  return rc == SQLITE_DONE;
+}
+
+void Database::endSnapshot() {
+  if (!snapshotOpen_) return;
+  snapshotOpen_ = false;
+  // Only reads ran in it, so it commits (or, should anything go wrong, rolls back) to nothing.
+  if (!runRaw(commit_, "COMMIT;") && !sqlite3_get_autocommit(db_))
+    sqlite3_exec(db_, "ROLLBACK;", nullptr, nullptr, nullptr);
+}
+
+void Database::beforeStatement(sqlite3_stmt* statement) {
+  if (!snapshotReads_ || !wal_) return;
+  bool reads = sqlite3_stmt_readonly(statement) != 0;
+  if (snapshotOpen_) {
+    if (reads && std::chrono::steady_clock::now() - snapshotStart_ < kSnapshotAge) return;
+    endSnapshot();
+  }
+  if (!reads || !sqlite3_get_autocommit(db_)) return;  // a write, or the caller's own transaction
+  if (runRaw(begin_, "BEGIN;")) {
+    snapshotOpen_ = true;
+    snapshotStart_ = std::chrono::steady_clock::now();
+  }
+}
+
 void Database::exec(const std::string& sql) {
+  endSnapshot();
   char* err = nullptr;
   if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &err) != SQLITE_OK) {
     std::string msg = err ? err : "failed";
@@ -278,7 +336,7 @@ void Database::exec(const std::string& sql) {
 Statement& Database::cached(const std::string& sql) {
   auto it = statements_.find(sql);
   if (it != statements_.end()) return *it->second;
-  auto st = std::make_unique<Statement>(db_, sql, path_);
+  auto st = std::make_unique<Statement>(*this, sql);
   return *statements_.emplace(sql, std::move(st)).first->second;
 }
 
@@ -289,10 +347,8 @@ std::shared_ptr<const TableInfo> Database::table(const std::string& name) {
   auto info = std::make_shared<TableInfo>();
   bool autoIncrement = false;
   {
-    Statement n(db_,
-                "SELECT type, name, sql FROM sqlite_master WHERE type IN ('table', 'view') AND "
-                "name = ?1 COLLATE NOCASE;",
-                path_);
+    Statement n(*this, "SELECT type, name, sql FROM sqlite_master WHERE type IN ('table', 'view') AND "
+                "name = ?1 COLLATE NOCASE;");
     n.bind(1, name);
     if (!n.step()) return nullptr;
     std::string sql = n.column(2).s;
@@ -313,7 +369,7 @@ std::shared_ptr<const TableInfo> Database::table(const std::string& name) {
     info->name = n.column(1).s;
     autoIncrement = value::upper(sql).find("AUTOINCREMENT") != std::string::npos;
   }
-  Statement st(db_, "PRAGMA table_info(" + quoteIdentifier(info->name) + ");", path_);
+  Statement st(*this, "PRAGMA table_info(" + quoteIdentifier(info->name) + ");");
   bool any = false;
   while (st.step()) {
     any = true;
@@ -339,15 +395,16 @@ void Database::ensureIndex(const TableInfo& table, const ColumnInfo& column) {
   if (column.autoKey || readOnly_) return;
   std::string key = value::upper(table.name) + "." + value::upper(column.name);
   if (!indexed_.insert(key).second) return;
-  Statement list(db_, "PRAGMA index_list(" + quoteIdentifier(table.name) + ");", path_);
+  Statement list(*this, "PRAGMA index_list(" + quoteIdentifier(table.name) + ");");
   std::vector<std::string> indexes;
   while (list.step()) indexes.push_back(list.column(1).s);
   for (const std::string& idx : indexes) {
-    Statement info(db_, "PRAGMA index_info(" + quoteIdentifier(idx) + ");", path_);
+    Statement info(*this, "PRAGMA index_info(" + quoteIdentifier(idx) + ");");
     if (info.step() && info.columnInt(0) == 0 && value::equalsIgnoreCase(info.column(2).s, column.name))
       return;
   }
   std::string name = "dossync_ix_" + table.name + "_" + column.name;
+  endSnapshot();
   sqlite3_exec(db_,
                ("CREATE INDEX IF NOT EXISTS " + quoteIdentifier(name) + " ON " +
                 quoteIdentifier(table.name) + "(" + quoteIdentifier(column.name) + ");")
@@ -356,17 +413,12 @@ void Database::ensureIndex(const TableInfo& table, const ColumnInfo& column) {
 }
 
 int64_t Database::reserveKey(const TableInfo& table) {
-  int64_t top = 0;
-  {
-    StatementUse st(cached("SELECT max(rowid) FROM " + quoteIdentifier(table.name) + ";"));
-    if (st->step()) top = st->columnInt(0);
-  }
-  Statement has(db_, "SELECT 1 FROM sqlite_master WHERE name = 'sqlite_sequence';", path_);
-  if (has.step()) {
-    StatementUse seq(cached("SELECT seq FROM sqlite_sequence WHERE name = ?1;"));
-    seq->bind(1, table.name);
-    if (seq->step()) top = std::max(top, seq->columnInt(0));
-  }
+  // An AUTOINCREMENT table has its row in sqlite_sequence (made with the first such table): the
+  // next number is above both that and every key in use.
+  StatementUse st(cached("SELECT max(coalesce((SELECT max(rowid) FROM " + quoteIdentifier(table.name) +
+                         "), 0), coalesce((SELECT seq FROM sqlite_sequence WHERE name = " +
+                         quoteText(table.name) + "), 0));"));
+  int64_t top = st->step() ? st->columnInt(0) : 0;
   int64_t& reserved = reserved_[value::upper(table.name)];
   reserved = std::max(reserved, top) + 1;
   return reserved;

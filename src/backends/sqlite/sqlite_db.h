@@ -6,6 +6,7 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -67,9 +68,11 @@ struct Stored {
 Stored toStored(const std::string& table, const ColumnInfo& column, const std::string& text);
 std::string fromStored(const ColumnInfo& column, const Stored& value);
 
+class Database;
+
 class Statement {
  public:
-  Statement(sqlite3* db, const std::string& sql, const std::string& dbPath);
+  Statement(Database& db, const std::string& sql);
   ~Statement();
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
@@ -87,10 +90,11 @@ class Statement {
   const std::string& sql() const { return sql_; }
 
  private:
+  Database& owner_;
   sqlite3* db_;
   sqlite3_stmt* stmt_ = nullptr;
   std::string sql_;
-  std::string dbPath_;
+  bool running_ = false;  // stepped since the last reset
 };
 
 // Resets a cached statement when the scope ends.
@@ -127,6 +131,15 @@ class Database {
   int64_t reserveKey(const TableInfo& table);
   [[noreturn]] void fail(int32_t code, const std::string& what) const;
 
+  // Read snapshots: while on, consecutive reads share one read transaction instead of one
+  // each, for at most kSnapshotAge; a write (or exec) ends it first, so every write still
+  // commits on its own. Only in WAL mode, where a reader never blocks a writer. Off by default;
+  // the data access object turns it on and ends the snapshot when its last recordset closes.
+  static constexpr std::chrono::milliseconds kSnapshotAge{100};
+  void setSnapshotReads(bool on);
+  void endSnapshot();
+  void beforeStatement(sqlite3_stmt* statement);  // Statement::step calls it on a first step
+
  private:
   sqlite3* db_ = nullptr;
   std::string path_;
@@ -135,6 +148,13 @@ class Database {
   std::unordered_map<std::string, std::shared_ptr<const TableInfo>> tables_;
   std::unordered_set<std::string> indexed_;
   std::unordered_map<std::string, int64_t> reserved_;
+  bool runRaw(sqlite3_stmt*& statement, const char* sql);  // BEGIN and COMMIT, kept prepared
+  sqlite3_stmt* begin_ = nullptr;
+  sqlite3_stmt* commit_ = nullptr;
+  bool wal_ = false;
+  bool snapshotReads_ = false;
+  bool snapshotOpen_ = false;
+  std::chrono::steady_clock::time_point snapshotStart_;
 };
 
 std::string quoteIdentifier(const std::string& name);

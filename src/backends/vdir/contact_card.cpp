@@ -670,7 +670,9 @@ ContactCard::ContactCard() {
   card_.properties.emplace_back("N", ";;;;");
 }
 
-std::string ContactCard::get(CP p) const {
+std::string ContactCard::get(CP p) const { return contactProperty(card_, p); }
+
+std::string contactProperty(const Vcard& card_, CP p) {
   Field f = fieldOf(p);
   switch (f.kind) {
     case Kind::Text: {

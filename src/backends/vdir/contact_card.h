@@ -51,6 +51,9 @@ class ContactCard {
   Vcard card_;
 };
 
+// What ContactCard(card).get(p) answers, without a copy of the card.
+std::string contactProperty(const Vcard& card, outlook::ContactProperty p);
+
 // The card's UID as text ("" when it has none).
 std::string cardUid(const Vcard& card);
 

@@ -149,7 +149,7 @@ ContactFolder::Entry ContactFolder::entryFor(const std::string& file, const Vcar
   e.entryId = entryIdFor(cardUid(card), file);
   e.cls = isGroupCard(card) ? outlook::olDistributionList : outlook::olContact;
   if (e.cls == outlook::olContact)
-    e.fileAs = ContactCard(card).get(outlook::ContactProperty::FileAs);
+    e.fileAs = contactProperty(card, outlook::ContactProperty::FileAs);
   e.stamp = stamp;
   return e;
 }
@@ -250,7 +250,7 @@ outlook::ItemPtr ContactFolder::findByFileAs(const std::string& fileAs) {
     auto card = read(file, &problem);
     refreshEntry(file, card, problem);
     if (card && !isGroupCard(*card) &&
-        ContactCard(*card).get(outlook::ContactProperty::FileAs) == fileAs)
+        contactProperty(*card, outlook::ContactProperty::FileAs) == fileAs)
       return makeItem(file, std::move(*card));
   }
   return nullptr;
