@@ -25,6 +25,8 @@ struct Apartment {
   std::shared_ptr<IMessageBox> msgBox;
   bool msgBoxSet = false;
   std::shared_ptr<IHostUi> hostUi = std::make_shared<IHostUi>();
+  // Procedures (error frames) running on this thread; back at 0, the databases go idle.
+  int32_t procedureDepth = 0;
 
   FileUtil& fileUtil();
   GeneralUtil& generalUtil();

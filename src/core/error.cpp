@@ -9,6 +9,7 @@ namespace dossync {
 
 ErrorFrame::ErrorFrame(std::string location) : location_(std::move(location)) {
   Apartment& a = apartment();
+  ++a.procedureDepth;
   if (a.errorServiceSet && a.errorService) {
     a.errorService->enterProcedure(location_);
     entered_ = true;
@@ -22,6 +23,13 @@ ErrorFrame::~ErrorFrame() {
       a.errorService->leaveProcedure();
     } catch (...) {
       // A failing error service must not take the host down.
+    }
+  }
+  if (--a.procedureDepth == 0) {
+    try {
+      if (a.hostDb) a.hostDb->idle();
+      if (a.syncDb) a.syncDb->idle();
+    } catch (...) {
     }
   }
 }

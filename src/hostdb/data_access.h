@@ -63,6 +63,10 @@ class IDataAccess : public Object {
   virtual bool findFirst(int32_t handle, const std::string& field, const std::string& value) = 0;
   virtual void findNext(int32_t handle) = 0;
   virtual void deleteCurrent(int32_t handle) = 0;
+
+  // Lets go of any read snapshot, as DAO's Idle does: the next read sees every other
+  // program's latest writes. Called when the outermost procedure returns.
+  virtual void idle() {}
 };
 
 using DataAccessPtr = std::shared_ptr<IDataAccess>;

@@ -88,18 +88,21 @@ std::optional<TableQuery> parseTableQuery(const std::string& statement) {
 
 // ---- TableRecordset
 
-TableRecordset::TableRecordset(Database& db, std::shared_ptr<const TableInfo> table,
-                               const TableQuery& q, bool readOnly)
-    : db_(db), tableInfo_(std::move(table)), table_(*tableInfo_), readOnly_(readOnly) {
-  std::string t = quoteIdentifier(table_.name);
-  wherePrefix_ = q.where.empty() ? "" : "(" + q.where + ") AND ";
-  nextSql_ = "SELECT rowid FROM " + t + " WHERE " + wherePrefix_ + "rowid > ?1 ORDER BY rowid LIMIT 1;";
-  rowSql_ = "SELECT * FROM " + t + " WHERE rowid = ?1;";
-  if (!q.orderBy.empty()) {
+CursorShape::CursorShape(std::shared_ptr<const TableInfo> info, const TableQuery& q)
+    : table(std::move(info)) {
+  std::string t = quoteIdentifier(table->name);
+  wherePrefix = q.where.empty() ? "" : "(" + q.where + ") AND ";
+  nextSql = "SELECT rowid FROM " + t + " WHERE " + wherePrefix + "rowid > ?1 ORDER BY rowid LIMIT 1;";
+  if (!q.orderBy.empty())
+    orderSql = "SELECT rowid FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) + " ORDER BY " +
+               q.orderBy + ", rowid;";
+}
+
+TableRecordset::TableRecordset(Database& db, std::shared_ptr<CursorShape> shape, bool readOnly)
+    : db_(db), shape_(std::move(shape)), table_(*shape_->table), readOnly_(readOnly) {
+  if (!shape_->orderSql.empty()) {
     ordered_ = true;
-    Statement st(db,
-                 "SELECT rowid FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
-                     " ORDER BY " + q.orderBy + ", rowid;");
+    Statement st(db, shape_->orderSql);
     while (st.step()) order_.push_back(st.columnInt(0));
     index_ = 0;
     moveTo(order_.empty() ? std::nullopt : std::optional<int64_t>(order_[0]));
@@ -118,7 +121,7 @@ void TableRecordset::moveTo(std::optional<int64_t> rowid) const {
 }
 
 void TableRecordset::moveAfter(int64_t rowid) const {
-  StatementUse st(db_.cached(nextSql_));
+  StatementUse st(db_.cached(shape_->nextSql));
   st->bind(1, rowid);
   moveTo(st->step() ? std::optional<int64_t>(st->columnInt(0)) : std::nullopt);
 }
@@ -163,16 +166,56 @@ void TableRecordset::requireRow() const {
                            " has been deleted");
 }
 
-void TableRecordset::loadRow() {
-  if (cacheValid_) return;
-  StatementUse st(db_.cached(rowSql_));
-  st->bind(1, rowid_);
-  if (!st->step())
-    throw RuntimeError(kNoCurrentRecord,
-                       "The current record of " + table_.name + " has been deleted");
-  cache_.clear();
-  for (size_t i = 0; i < table_.columns.size(); ++i) cache_.push_back(st->column(static_cast<int>(i)));
-  cacheValid_ = true;
+void CursorShape::want(int column) {
+  if (isWanted.empty()) isWanted.assign(table->columns.size(), false);
+  if (isWanted[static_cast<size_t>(column)]) return;
+  isWanted[static_cast<size_t>(column)] = true;
+  wanted.push_back(column);
+  wantedSql = "SELECT ";
+  for (size_t k = 0; k < wanted.size(); ++k) {
+    if (k > 0) wantedSql += ", ";
+    wantedSql += quoteIdentifier(table->columns[static_cast<size_t>(wanted[k])].name);
+  }
+  wantedSql += " FROM " + quoteIdentifier(table->name) + " WHERE rowid = ?1;";
+}
+
+// The current row's column, read (with every other column this query reads) unless the row
+// already holds it: this recordset's own copy, or one read in the same snapshot.
+void TableRecordset::loadColumn(size_t column) {
+  if (!cacheValid_) {
+    row_ = nullptr;
+    if (auto* memo = db_.memo()) {
+      auto table = memo->rows.find(&table_);
+      if (table != memo->rows.end()) {
+        auto it = table->second.find(rowid_);
+        if (it != table->second.end()) row_ = it->second;
+      }
+    }
+    if (!row_) {
+      row_ = std::make_shared<Database::LoadedRow>();
+      row_->values.resize(table_.columns.size());
+      row_->loaded.assign(table_.columns.size(), false);
+    }
+    cacheValid_ = true;
+  }
+  if (row_->loaded[column]) return;
+  shape_->want(static_cast<int>(column));
+  {
+    StatementUse st(db_.cached(shape_->wantedSql));
+    st->bind(1, rowid_);
+    if (!st->step()) {
+      cacheValid_ = false;
+      throw RuntimeError(kNoCurrentRecord,
+                         "The current record of " + table_.name + " has been deleted");
+    }
+    for (size_t k = 0; k < shape_->wanted.size(); ++k) {
+      auto c = static_cast<size_t>(shape_->wanted[k]);
+      if (row_->loaded[c]) continue;
+      row_->values[c] = st->column(static_cast<int>(k));
+      row_->loaded[c] = true;
+    }
+  }
+  if (auto* memo = db_.memo()) memo->rows[&table_].emplace(rowid_, row_);
 }
 
 std::string TableRecordset::read(const std::string& field) {
@@ -183,8 +226,8 @@ std::string TableRecordset::read(const std::string& field) {
     return fromStored(c, pending_[i].value_or(Stored{}));
   }
   requireRow();
-  loadRow();
-  return fromStored(c, cache_[i]);
+  loadColumn(i);
+  return fromStored(c, row_->values[i]);
 }
 
 void TableRecordset::write(const std::string& field, const std::string& value) {
@@ -260,13 +303,29 @@ void TableRecordset::saveNew() {
 }
 
 std::optional<int64_t> TableRecordset::findFrom(bool next) {
-  StatementUse st(db_.cached(findSql_));
-  st->bind(1, findValue_);
   if (!ordered_) {
-    st->bind(2, next ? rowid_ : std::numeric_limits<int64_t>::min());
-    if (st->step()) return st->columnInt(0);
-    return std::nullopt;
+    int64_t after = next ? rowid_ : std::numeric_limits<int64_t>::min();
+    std::string key;
+    if (db_.snapshotReads()) {
+      key = *findSql_ + '\x1f' + std::to_string(after) + '\x1f' +
+            (findValue_.type == Stored::Int ? std::to_string(findValue_.i) : findValue_.s);
+      if (auto* memo = db_.memo()) {
+        auto it = memo->finds.find(key);
+        if (it != memo->finds.end()) return it->second;
+      }
+    }
+    std::optional<int64_t> found;
+    {
+      StatementUse st(db_.cached(*findSql_));
+      st->bind(1, findValue_);
+      st->bind(2, after);
+      if (st->step()) found = st->columnInt(0);
+    }
+    if (auto* memo = db_.memo(); memo && !key.empty()) memo->finds.emplace(std::move(key), found);
+    return found;
   }
+  StatementUse st(db_.cached(*findSql_));
+  st->bind(1, findValue_);
   if (position_.empty()) {
     for (size_t i = 0; i < order_.size(); ++i) position_.emplace(order_[i], i);
   }
@@ -293,34 +352,36 @@ bool TableRecordset::findFirst(const std::string& field, const std::string& valu
     return false;
   }
   const ColumnInfo& c = table_.columns[static_cast<size_t>(i)];
-  db_.ensureIndex(table_, c);
   findColumn_ = i;
-  std::string q = quoteIdentifier(c.name);
-  std::string match;
   findValue_ = Stored{Stored::Text, 0, 0, value};
-  switch (c.kind) {
-    case ColumnKind::Boolean:
-      if (auto b = value::parseBoolean(value)) findValue_ = Stored{Stored::Int, *b ? 1 : 0, 0, {}};
-      match = q + " = ?1";
-      break;
-    case ColumnKind::DateTime:
-      if (auto d = value::parseDate(value)) findValue_.s = value::toText(*d);
-      match = q + " = ?1";
-      break;
-    case ColumnKind::Text:
-    case ColumnKind::Memo:
-      match = q + " = ?1 AND " + q + " = ?1 COLLATE BINARY";
-      break;
-    default:
-      match = q + " = ?1 AND CAST(" + q + " AS TEXT) = ?1 COLLATE BINARY";
+  if (c.kind == ColumnKind::Boolean) {
+    if (auto b = value::parseBoolean(value)) findValue_ = Stored{Stored::Int, *b ? 1 : 0, 0, {}};
+  } else if (c.kind == ColumnKind::DateTime) {
+    if (auto d = value::parseDate(value)) findValue_.s = value::toText(*d);
   }
-  std::string t = quoteIdentifier(table_.name);
-  if (ordered_) {
-    findSql_ = "SELECT rowid FROM " + t + " WHERE " + wherePrefix_ + match + ";";
-  } else {
-    findSql_ = "SELECT rowid FROM " + t + " WHERE " + wherePrefix_ + match +
-               " AND rowid > ?2 ORDER BY rowid LIMIT 1;";
+  auto known = shape_->findSql.find(i);
+  if (known == shape_->findSql.end()) {
+    db_.ensureIndex(table_, c);
+    std::string q = quoteIdentifier(c.name);
+    std::string match;
+    switch (c.kind) {
+      case ColumnKind::Boolean:
+      case ColumnKind::DateTime:
+        match = q + " = ?1";
+        break;
+      case ColumnKind::Text:
+      case ColumnKind::Memo:
+        match = q + " = ?1 AND " + q + " = ?1 COLLATE BINARY";
+        break;
+      default:
+        match = q + " = ?1 AND CAST(" + q + " AS TEXT) = ?1 COLLATE BINARY";
+    }
+    std::string sql = "SELECT rowid FROM " + quoteIdentifier(table_.name) + " WHERE " +
+                      shape_->wherePrefix + match +
+                      (ordered_ ? ";" : " AND rowid > ?2 ORDER BY rowid LIMIT 1;");
+    known = shape_->findSql.emplace(i, std::move(sql)).first;
   }
+  findSql_ = &known->second;
   moveTo(findFrom(false));
   return state_ == State::Row;
 }

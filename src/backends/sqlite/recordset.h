@@ -22,6 +22,22 @@ struct TableQuery {
 // Answers the parts when the statement has that form.
 std::optional<TableQuery> parseTableQuery(const std::string& sql);
 
+// The statements a cursor on one query runs, written once per query and table description.
+struct CursorShape {
+  CursorShape(std::shared_ptr<const TableInfo> table, const TableQuery& query);
+  std::shared_ptr<const TableInfo> table;
+  std::string wherePrefix;  // "(where) AND " or ""
+  std::string nextSql;      // the next row after ?1
+  std::string orderSql;     // every rowid in order; "" without ORDER BY
+  std::unordered_map<int, std::string> findSql;  // by column, made at the first find on it
+  // The columns this query's callers read: a row is read with just those (most callers read a
+  // few of many columns); a column read for the first time joins them.
+  std::vector<int> wanted;
+  std::vector<bool> isWanted;
+  std::string wantedSql;
+  void want(int column);
+};
+
 class Recordset {
  public:
   virtual ~Recordset() = default;
@@ -40,8 +56,7 @@ class Recordset {
 
 class TableRecordset : public Recordset {
  public:
-  TableRecordset(Database& db, std::shared_ptr<const TableInfo> table, const TableQuery& query,
-                 bool readOnly);
+  TableRecordset(Database& db, std::shared_ptr<CursorShape> shape, bool readOnly);
   bool isEOF() const override {
     position();
     return state_ == State::End;
@@ -72,14 +87,13 @@ class TableRecordset : public Recordset {
   }
   void moveTo(std::optional<int64_t> rowid) const;
   void moveAfter(int64_t rowid) const;
-  void loadRow();
+  void loadColumn(size_t column);
   std::optional<int64_t> findFrom(bool next);
 
   Database& db_;
-  std::shared_ptr<const TableInfo> tableInfo_;
+  std::shared_ptr<CursorShape> shape_;
   const TableInfo& table_;
   bool readOnly_;
-  std::string nextSql_, rowSql_, wherePrefix_;
   bool ordered_ = false;
   std::vector<int64_t> order_;
   size_t index_ = 0;
@@ -89,7 +103,7 @@ class TableRecordset : public Recordset {
   mutable State state_ = State::End;
   mutable int64_t rowid_ = 0;
   mutable bool cacheValid_ = false;
-  std::vector<Stored> cache_;
+  Database::SnapshotMemo::Row row_;
 
   State stateBeforeAdd_ = State::End;
   int64_t rowidBeforeAdd_ = 0;
@@ -98,7 +112,7 @@ class TableRecordset : public Recordset {
 
   int findColumn_ = -1;
   Stored findValue_;
-  std::string findSql_;
+  const std::string* findSql_ = nullptr;
 };
 
 class ResultRecordset : public Recordset {

@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "backends/sqlite/recordset.h"
+#include "core/apartment.h"
 #include "core/platform.h"
 
 namespace dossync::sqlite {
@@ -56,12 +57,14 @@ int32_t SqliteDataAccess::openRecordset(const std::string& sql, int32_t cursorKi
                                       "database is open for \"" + sql + "\"");
   std::unique_ptr<Recordset> rs;
   try {
-    auto shape = shapes_.find(sql);
-    if (shape == shapes_.end()) shape = shapes_.emplace(sql, parseTableQuery(sql)).first;
-    const std::optional<TableQuery>& q = shape->second;
-    std::shared_ptr<const TableInfo> table = q ? db_->table(q->table) : nullptr;
+    auto it = shapes_.find(sql);
+    if (it == shapes_.end()) it = shapes_.emplace(sql, Shape{parseTableQuery(sql), nullptr}).first;
+    Shape& shape = it->second;
+    std::shared_ptr<const TableInfo> table = shape.query ? db_->table(shape.query->table) : nullptr;
     if (table) {
-      rs = std::make_unique<TableRecordset>(*db_, table, *q, lockKind == hostdb::kLockReadOnly);
+      if (!shape.cursor || shape.cursor->table != table)
+        shape.cursor = std::make_shared<CursorShape>(table, *shape.query);
+      rs = std::make_unique<TableRecordset>(*db_, shape.cursor, lockKind == hostdb::kLockReadOnly);
     } else {
       rs = std::make_unique<ResultRecordset>(*db_, sql);
     }
@@ -75,11 +78,15 @@ int32_t SqliteDataAccess::openRecordset(const std::string& sql, int32_t cursorKi
   return handle;
 }
 
-// With no recordset left open, the next read sees every other program's latest writes.
+// Outside any procedure, a read snapshot ends with the last open recordset.
 void SqliteDataAccess::closeRecordset(int32_t handle) {
   recordset(handle);
   recordsets_.erase(handle);
-  if (recordsets_.empty()) db_->endSnapshot();
+  if (recordsets_.empty() && apartment().procedureDepth == 0) db_->endSnapshot();
+}
+
+void SqliteDataAccess::idle() {
+  if (db_) db_->endSnapshot();
 }
 
 bool SqliteDataAccess::isEOF(int32_t handle) { return recordset(handle).isEOF(); }

@@ -14,8 +14,9 @@
 // Writes: lock kinds 2-4 write each field at once (its own transaction); a pending new row is
 // held in memory and inserted by saveNew with the auto-number key reserved at addNew.
 // Reads between two writes share one read transaction (for at most 100 ms, and never past the
-// closing of the last open recordset), so a walk does not pay a transaction per statement; a
-// write first ends that snapshot, so it sees and commits against the latest data.
+// return of the outermost procedure: idle(); outside procedures, never past the closing of the
+// last open recordset), so a walk does not pay a transaction per statement; a write first ends
+// that snapshot, so it sees and commits against the latest data.
 // Text longer than a VARCHAR(n) column's n characters is refused (RuntimeError 3163, naming
 // table, column and size), as Jet does. Booleans read "True"/"False"; dates read in the
 // default text form.
@@ -67,6 +68,7 @@ class SqliteDataAccess : public hostdb::IDataAccess {
   bool findFirst(int32_t handle, const std::string& field, const std::string& value) override;
   void findNext(int32_t handle) override;
   void deleteCurrent(int32_t handle) override;
+  void idle() override;
 
   // Open recordsets (for tests and leak reports).
   size_t openRecordsetCount() const { return recordsets_.size(); }
@@ -85,7 +87,11 @@ class SqliteDataAccess : public hostdb::IDataAccess {
   std::unique_ptr<Database> db_;
   std::map<int32_t, std::unique_ptr<Recordset>> recordsets_;
   // Statements come back again and again (a look-up per row): their shape is worked out once.
-  std::unordered_map<std::string, std::optional<TableQuery>> shapes_;
+  struct Shape {
+    std::optional<TableQuery> query;      // nullopt: not a one-table statement
+    std::shared_ptr<CursorShape> cursor;  // for the table description it was made with
+  };
+  std::unordered_map<std::string, Shape> shapes_;
   int32_t nextHandle_ = 1;
 };
 

@@ -301,9 +301,20 @@ bool Database::runRaw(sqlite3_stmt*& statement, const char* sql) {
   return rc == SQLITE_DONE;
 }
 
+Database::SnapshotMemo* Database::memo() {
+  if (!snapshotOpen_) return nullptr;
+  if (std::chrono::steady_clock::now() - snapshotStart_ >= kSnapshotAge) {
+    endSnapshot();
+    return nullptr;
+  }
+  return &memo_;
+}
+
 void Database::endSnapshot() {
   if (!snapshotOpen_) return;
   snapshotOpen_ = false;
+  memo_.rows.clear();
+  memo_.finds.clear();
   // Only reads ran in it, so it commits (or, should anything go wrong, rolls back) to nothing.
   if (!runRaw(commit_, "COMMIT;") && !sqlite3_get_autocommit(db_))
     sqlite3_exec(db_, "ROLLBACK;", nullptr, nullptr, nullptr);

@@ -137,8 +137,24 @@ class Database {
   // the data access object turns it on and ends the snapshot when its last recordset closes.
   static constexpr std::chrono::milliseconds kSnapshotAge{100};
   void setSnapshotReads(bool on);
+  bool snapshotReads() const { return snapshotReads_ && wal_; }
   void endSnapshot();
   void beforeStatement(sqlite3_stmt* statement);  // Statement::step calls it on a first step
+
+  // What was read inside the current snapshot, kept until it ends: the same row or the same
+  // find asked again (as each procedure looks its record up anew) costs no statement.
+  // A row read in part: the columns asked for so far.
+  struct LoadedRow {
+    std::vector<Stored> values;  // by column
+    std::vector<bool> loaded;
+  };
+  struct SnapshotMemo {
+    using Row = std::shared_ptr<LoadedRow>;
+    std::unordered_map<const TableInfo*, std::unordered_map<int64_t, Row>> rows;
+    std::unordered_map<std::string, std::optional<int64_t>> finds;
+  };
+  // The memo while a snapshot is open and young enough to go on; nullptr otherwise.
+  SnapshotMemo* memo();
 
  private:
   sqlite3* db_ = nullptr;
@@ -155,6 +171,7 @@ class Database {
   bool snapshotReads_ = false;
   bool snapshotOpen_ = false;
   std::chrono::steady_clock::time_point snapshotStart_;
+  SnapshotMemo memo_;
 };
 
 std::string quoteIdentifier(const std::string& name);

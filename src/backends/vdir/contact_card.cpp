@@ -93,8 +93,11 @@ std::string wholeText(const VcardProperty& p) {
   return decodeText(p.rawValue(), isCrlfMode(p));
 }
 
+bool hasBreak(std::string_view t) { return t.find_first_of("\r\n") != std::string_view::npos; }
+
 void setWholeText(VcardProperty& p, const std::string& text) {
-  bool crlf = chooseCrlf({text}, isCrlfMode(p));
+  bool current = isCrlfMode(p);
+  bool crlf = hasBreak(text) ? chooseCrlf({text}, current) : current;
   p.setRawValue(encodeText(text, crlf));
   setEolParam(p, crlf);
 }
@@ -125,10 +128,17 @@ void setComponentText(VcardProperty& p, size_t k, const std::string& text) {
   // N and ADR are written with all their components, as readers expect.
   size_t least = p.is("N") ? 5 : p.is("ADR") ? 7 : k + 1;
   if (raws.size() < std::max(least, k + 1)) raws.resize(std::max(least, k + 1));
+  bool crlf = isCrlfMode(p);
+  // Without a break in the new text or an escape in the others, the mode cannot change.
+  if (!hasBreak(text) && p.rawValue().find('\\') == std::string::npos) {
+    raws[k] = encodeText(text, crlf);
+    p.setRawValue(join(raws, ";"));
+    setEolParam(p, crlf);
+    return;
+  }
   for (auto& r : raws) {
     if (endsWithLoneBackslash(r)) r += '\\';
   }
-  bool crlf = isCrlfMode(p);
   std::vector<std::string> texts;
   for (const auto& r : raws) texts.push_back(decodeText(r, crlf));
   texts[k] = text;

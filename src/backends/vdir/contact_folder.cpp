@@ -1,5 +1,9 @@
 #include "backends/vdir/contact_folder.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -55,14 +59,13 @@ std::optional<fs::file_time_type> ContactFolder::dirTime() const {
 }
 
 std::optional<ContactFolder::Stamp> ContactFolder::stampOf(const std::string& file) const {
-  std::error_code ec;
-  fs::path p = dir_ / file;
-  if (!fs::is_regular_file(p, ec)) return std::nullopt;
+  struct stat st {};
+  if (::stat((dir_ / file).c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
   Stamp s;
-  s.time = fs::last_write_time(p, ec);
-  if (ec) return std::nullopt;
-  s.size = fs::file_size(p, ec);
-  if (ec) return std::nullopt;
+  s.inode = st.st_ino;
+  s.seconds = st.st_mtim.tv_sec;
+  s.nanoseconds = st.st_mtim.tv_nsec;
+  s.size = static_cast<uint64_t>(st.st_size);
   return s;
 }
 
@@ -283,31 +286,38 @@ std::shared_ptr<outlook::ContactItem> ContactFolder::newContact() {
   return std::make_shared<VdirContactItem>(shared_from_this(), "", std::move(card));
 }
 
-void ContactFolder::store(const std::string& file, const Vcard& card) {
+void ContactFolder::store(const std::string& file, const Vcard& card, bool isNew) {
   std::string text = writeVcard(card);
   fs::path target = dir_ / file;
   // A card saved without a change is left alone: no new file, nothing for other tools to sync.
-  if (FILE* old = std::fopen(target.c_str(), "rb")) {
-    std::string existing(text.size() + 1, '\0');
-    size_t n = std::fread(existing.data(), 1, existing.size(), old);
-    std::fclose(old);
-    if (n == text.size() && existing.compare(0, n, text) == 0) return;
+  if (!isNew) {
+    if (FILE* old = std::fopen(target.c_str(), "rb")) {
+      std::string existing(text.size() + 1, '\0');
+      size_t n = std::fread(existing.data(), 1, existing.size(), old);
+      std::fclose(old);
+      if (n == text.size() && existing.compare(0, n, text) == 0) return;
+    }
   }
   auto before = dirTime();
   bool current = built_ && before && before == dirTime_;
 
   fs::path temp = dir_ / ("." + file + "." + randomHex(8) + ".tmp");
-  FILE* f = std::fopen(temp.c_str(), "wb");
-  if (!f) throw ioError("Cannot write contact file " + target.string(), errno);
-  bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
-  ok = std::fflush(f) == 0 && ok;
-  int err = errno;
-  ok = std::fclose(f) == 0 && ok;
-  if (ok && std::rename(temp.c_str(), target.c_str()) != 0) {
-    err = errno;
-    ok = false;
+  int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);  // umask applies
+  if (fd < 0) throw ioError("Cannot write contact file " + target.string(), errno);
+  int err = 0;
+  for (size_t done = 0; done < text.size() && err == 0;) {
+    ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+    if (n > 0) {
+      done += static_cast<size_t>(n);
+    } else if (n < 0 && errno != EINTR) {
+      err = errno;
+    } else if (n == 0) {
+      err = EIO;
+    }
   }
-  if (!ok) {
+  if (::close(fd) != 0 && err == 0) err = errno;
+  if (err == 0 && std::rename(temp.c_str(), target.c_str()) != 0) err = errno;
+  if (err != 0) {
     std::remove(temp.c_str());
     throw ioError("Cannot write contact file " + target.string(), err);
   }

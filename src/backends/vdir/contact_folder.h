@@ -46,15 +46,18 @@ class ContactFolder : public std::enable_shared_from_this<ContactFolder> {
   std::shared_ptr<outlook::ContactItem> newContact();
 
   // For the items: write the card atomically under `file` and note it in the index.
-  void store(const std::string& file, const Vcard& card);
+  // Writes the card (a temporary file renamed over the old one); a card read back unchanged is
+  // left alone. `isNew`: the caller just saw there is no such file.
+  void store(const std::string& file, const Vcard& card, bool isNew = false);
   void remove(const std::string& file);
   bool exists(const std::string& file) const;
   std::string pathOf(const std::string& file) const { return (dir_ / file).string(); }
 
  private:
-  struct Stamp {
-    std::filesystem::file_time_type time;
-    uintmax_t size = 0;
+  struct Stamp {  // what tells a file changed: its inode, time and size
+    uint64_t inode = 0;
+    int64_t seconds = 0, nanoseconds = 0;
+    uint64_t size = 0;
     bool operator==(const Stamp&) const = default;
   };
   struct Entry {

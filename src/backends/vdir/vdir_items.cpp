@@ -36,12 +36,13 @@ std::string VdirContactItem::FilePath() const {
 void VdirContactItem::Save() {
   if (deleted_) throw deletedError(FilePath());
   if (FileAs().empty()) setFileAs(defaultFileAs(*this));
-  if (file_.empty()) {
+  bool isNew = file_.empty();
+  if (isNew) {
     // A made item's UID is fresh; a clash with an existing file would need a new one.
     while (folder_->exists(card_.uid() + ".vcf")) card_.setUid(newUid());
     file_ = card_.uid() + ".vcf";
   }
-  folder_->store(file_, card_.vcard());
+  folder_->store(file_, card_.vcard(), isNew);
 }
 
 void VdirContactItem::Delete() {
