@@ -4,6 +4,8 @@
 
 #include <fstream>
 
+#include "core/apartment.h"
+#include "core/value.h"
 #include "test_support.h"
 
 namespace dossync::sqlite {
@@ -164,6 +166,55 @@ TEST_F(DataAccessTest, WritesAreStoredAtOnce) {
   EXPECT_EQ(errorOf([&] { db.writeField(h, "NoSuchField", "x"); }), kItemNotFound);
   EXPECT_EQ(errorOf([&] { db.writeField(h, "CategoryNum", "twelve"); }), kTypeMismatch);
   EXPECT_EQ(errorOf([&] { db.writeField(h, "CompanyID", "99"); }), kFieldNotUpdatable);
+}
+
+// Reads share a snapshot while a procedure runs; what another program wrote shows once the
+// outermost procedure has returned (or, outside procedures, once no recordset is open), and this
+// connection's own writes show at once.
+TEST_F(DataAccessTest, OthersWritesShowWhenIdleOwnWritesAtOnce) {
+  apartment().hostDb = std::shared_ptr<hostdb::IDataAccess>(&db, [](hostdb::IDataAccess*) {});
+  auto nameOf = [&](const std::string& id) {
+    int32_t h = open("SELECT Companies.* FROM Companies;");
+    db.findFirst(h, "CompanyID", id);
+    std::string name = db.readField(h, "CompanyName");
+    db.closeRecordset(h);
+    return name;
+  };
+  EXPECT_EQ(nameOf("1"), "Zeta Ltd.");
+  testing::execSql(path, "UPDATE Companies SET CompanyName = 'Zeta Two' WHERE CompanyID = 1;");
+  EXPECT_EQ(nameOf("1"), "Zeta Two");  // no procedure running: the last close let go
+
+  {
+    ErrorFrame procedure("test:outer");
+    EXPECT_EQ(nameOf("5"), "Beta Co.");
+    int32_t w = open("SELECT Companies.* FROM Companies;", kLockOptimistic);
+    db.findFirst(w, "CompanyID", "5");
+    db.writeField(w, "CompanyName", "Beta Renamed");
+    db.closeRecordset(w);
+    EXPECT_EQ(nameOf("5"), "Beta Renamed");  // our own write, inside the same procedure
+  }
+  testing::execSql(path, "UPDATE Companies SET CompanyName = 'Beta Three' WHERE CompanyID = 5;");
+  EXPECT_EQ(nameOf("5"), "Beta Three");  // the procedure returned: idle
+  resetApartment();
+}
+
+// A row is read with the columns its query's callers use; the first read of another column
+// reads that one too, and a row deleted meanwhile is reported as deleted.
+TEST_F(DataAccessTest, ColumnsReadLaterAndRowsDeletedMeanwhile) {
+  int32_t h = open("SELECT Contacts.* FROM Contacts WHERE CompanyNum = 1;");
+  EXPECT_EQ(db.readField(h, "DisplayName"), "Ann");
+  EXPECT_EQ(db.readField(h, "Birthday"), value::toText(value::toDate("1970-03-05")));
+  db.moveNext(h);
+  EXPECT_EQ(db.readField(h, "DefaultContact"), "True");
+  EXPECT_EQ(db.readField(h, "DisplayName"), "Bob");
+  db.closeRecordset(h);
+
+  h = open("SELECT Contacts.* FROM Contacts WHERE CompanyNum = 1;");
+  EXPECT_EQ(db.readField(h, "DisplayName"), "Ann");
+  int32_t w = open("SELECT Contacts.* FROM Contacts;", kLockOptimistic);
+  db.findFirst(w, "ContactID", "10");
+  db.deleteCurrent(w);
+  EXPECT_EQ(errorOf([&] { db.readField(h, "CompanyNum"); }), kNoCurrentRecord);
 }
 
 TEST_F(DataAccessTest, TextLongerThanItsColumnIsRefusedNamingTableColumnAndSize) {
