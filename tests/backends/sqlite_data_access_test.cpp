@@ -265,16 +265,29 @@ TEST_F(DataAccessTest, NewRowsKnowTheirKeyBeforeTheyAreSaved) {
   db.setNewField(h, "CompanyName", "");
   db.setNewField(h, "CategoryNum", "3");
   EXPECT_EQ(db.readField(h, "CategoryNum"), "3");
-  // A second recordset adding to the same table meanwhile gets the next key.
+  // A second recordset adding to the same table meanwhile gets the next key, and so does a
+  // third whose key nobody asked for, saved before the others.
   int32_t other = open("SELECT Companies.* FROM Companies;", kLockOptimistic);
   db.addNew(other);
   EXPECT_EQ(db.readField(other, "CompanyID"), "7");
+  int32_t third = open("SELECT Companies.* FROM Companies;", kLockOptimistic);
+  db.addNew(third);
+  db.saveNew(third);
+  EXPECT_EQ(db.readField(third, "CompanyID"), "8");
   db.saveNew(h);
   EXPECT_EQ(db.readField(h, "CompanyID"), key);
   db.saveNew(other);
   EXPECT_EQ(testing::querySql(path, "SELECT CompanyID FROM Companies ORDER BY 1;"),
-            (std::vector<std::string>{"1", "2", "5", "6", "7"}));
+            (std::vector<std::string>{"1", "2", "5", "6", "7", "8"}));
   EXPECT_EQ(testing::querySql(path, "SELECT CompanyName FROM Companies WHERE CompanyID=6;")[0], "");
+  // Without a key handed out ahead, the insert numbers the row.
+  int32_t category = open("SELECT Categories.* FROM Categories;", kLockOptimistic);
+  db.addNew(category);
+  db.setNewField(category, "CategoryName", "Suppliers");
+  db.saveNew(category);
+  EXPECT_EQ(db.readField(category, "CategoryName"), "Suppliers");
+  EXPECT_EQ(db.readField(category, "CategoryID"),
+            testing::querySql(path, "SELECT max(CategoryID) FROM Categories;")[0]);
   // Detail tables take the key the caller gives.
   int32_t d = open("SELECT LawInfo.* FROM LawInfo;", kLockOptimistic);
   db.addNew(d);

@@ -222,7 +222,11 @@ std::string TableRecordset::read(const std::string& field) {
   const ColumnInfo& c = column(field);
   size_t i = static_cast<size_t>(&c - table_.columns.data());
   if (state_ == State::Pending) {
-    if (c.autoKey) return std::to_string(reservedKey_);
+    if (c.autoKey) {
+      // The new row's number, reserved the first time it is asked for (else the insert draws it).
+      if (reservedKey_ == 0) reservedKey_ = db_.reserveKey(table_);
+      return std::to_string(reservedKey_);
+    }
     return fromStored(c, pending_[i].value_or(Stored{}));
   }
   requireRow();
@@ -256,8 +260,7 @@ void TableRecordset::addNew() {
   }
   state_ = State::Pending;
   pending_.assign(table_.columns.size(), std::nullopt);
-  bool numbered = table_.keyColumn >= 0 && table_.columns[static_cast<size_t>(table_.keyColumn)].autoKey;
-  reservedKey_ = numbered ? db_.reserveKey(table_) : 0;
+  reservedKey_ = 0;
 }
 
 void TableRecordset::setNew(const std::string& field, const std::string& value) {
@@ -272,12 +275,16 @@ void TableRecordset::setNew(const std::string& field, const std::string& value) 
 void TableRecordset::saveNew() {
   if (state_ != State::Pending)
     throw RuntimeError(kNoCurrentRecord, "No new row of " + table_.name + " to save");
+  // Once a number of this table was handed out ahead, every new row takes the next one that
+  // way, so a row the database would number cannot take a number promised to another.
+  bool numbered = table_.keyColumn >= 0 && table_.columns[static_cast<size_t>(table_.keyColumn)].autoKey;
+  if (numbered && reservedKey_ == 0 && db_.hasReservedKeys(table_)) reservedKey_ = db_.reserveKey(table_);
   std::string cols, params;
   std::vector<Stored> values;
   for (size_t i = 0; i < table_.columns.size(); ++i) {
     const ColumnInfo& c = table_.columns[i];
     std::optional<Stored> v = pending_[i];
-    if (c.autoKey) v = Stored{Stored::Int, reservedKey_, 0, {}};
+    if (c.autoKey && reservedKey_ != 0) v = Stored{Stored::Int, reservedKey_, 0, {}};
     if (!v && c.kind == ColumnKind::Boolean) v = Stored{Stored::Int, 0, 0, {}};
     if (!v) continue;
     if (!cols.empty()) cols += ", ", params += ", ";

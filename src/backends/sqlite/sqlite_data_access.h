@@ -12,7 +12,8 @@
 //   Any other statement (joins) is read whole into memory at open and is read-only; its finds
 //   use a hash index built at the first find on a field.
 // Writes: lock kinds 2-4 write each field at once (its own transaction); a pending new row is
-// held in memory and inserted by saveNew with the auto-number key reserved at addNew.
+// held in memory and inserted by saveNew; its auto-number key is reserved when first read
+// before the save (and from then on for every new row of that table), else drawn by the insert.
 // Reads between two writes share one read transaction (for at most 100 ms, and never past the
 // return of the outermost procedure: idle(); outside procedures, never past the closing of the
 // last open recordset), so a walk does not pay a transaction per statement; a write first ends

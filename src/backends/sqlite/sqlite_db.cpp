@@ -423,6 +423,10 @@ void Database::ensureIndex(const TableInfo& table, const ColumnInfo& column) {
                nullptr, nullptr, nullptr);  // best effort: a locked or read-only file still works
 }
 
+bool Database::hasReservedKeys(const TableInfo& table) const {
+  return reserved_.count(value::upper(table.name)) > 0;
+}
+
 int64_t Database::reserveKey(const TableInfo& table) {
   // An AUTOINCREMENT table has its row in sqlite_sequence (made with the first such table): the
   // next number is above both that and every key in use.

@@ -128,7 +128,9 @@ class Database {
   std::shared_ptr<const TableInfo> table(const std::string& name);
   void forgetSchema();
   void ensureIndex(const TableInfo& table, const ColumnInfo& column);
+  // The next auto-number of the table, promised to a new row before it is inserted.
   int64_t reserveKey(const TableInfo& table);
+  bool hasReservedKeys(const TableInfo& table) const;
   [[noreturn]] void fail(int32_t code, const std::string& what) const;
 
   // Read snapshots: while on, consecutive reads share one read transaction instead of one
