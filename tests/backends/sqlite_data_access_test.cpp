@@ -195,6 +195,20 @@ TEST_F(DataAccessTest, OthersWritesShowWhenIdleOwnWritesAtOnce) {
   }
   testing::execSql(path, "UPDATE Companies SET CompanyName = 'Beta Three' WHERE CompanyID = 5;");
   EXPECT_EQ(nameOf("5"), "Beta Three");  // the procedure returned: idle
+
+  {
+    // A write after another program's, made while this connection still reads its snapshot,
+    // is stored all the same, at once.
+    ErrorFrame procedure("test:outer");
+    int32_t w = open("SELECT Companies.* FROM Companies;", kLockOptimistic);
+    db.findFirst(w, "CompanyID", "2");
+    EXPECT_EQ(db.readField(w, "CompanyName"), "acme Inc.");
+    testing::execSql(path, "UPDATE Companies SET CompanyName = 'Zeta Four' WHERE CompanyID = 1;");
+    db.writeField(w, "CompanyName", "Acme Four");
+    EXPECT_EQ(testing::querySql(path, "SELECT CompanyName FROM Companies ORDER BY CompanyID;"),
+              (std::vector<std::string>{"Zeta Four", "Acme Four", "Beta Three"}));
+    db.closeRecordset(w);
+  }
   resetApartment();
 }
 

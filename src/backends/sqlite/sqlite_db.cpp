@@ -183,13 +183,26 @@ void Statement::bind(int index, const std::string& v) {
 }
 
 bool Statement::step() {
-  if (!running_) owner_.beforeStatement(stmt_);
+  bool first = !running_;
+  bool inSnapshot = first && owner_.beforeStatement(stmt_);
   running_ = true;
   int rc = sqlite3_step(stmt_);
+  std::string msg;
+  if (inSnapshot && rc != SQLITE_ROW) {
+    // A write made inside the read snapshot commits at once. When another connection wrote
+    // since the snapshot began, the write cannot join it: it runs again on its own.
+    if (rc != SQLITE_DONE) msg = sqlite3_errmsg(db_);
+    owner_.endSnapshot();
+    if ((rc & 0xff) == SQLITE_BUSY) {
+      sqlite3_reset(stmt_);
+      rc = sqlite3_step(stmt_);
+      msg.clear();
+    }
+  }
   if (rc == SQLITE_ROW) return true;
   running_ = false;
   if (rc == SQLITE_DONE) return false;
-  std::string msg = sqlite3_errmsg(db_);
+  if (msg.empty()) msg = sqlite3_errmsg(db_);
   sqlite3_reset(stmt_);
   int32_t code = (rc == SQLITE_BUSY || rc == SQLITE_LOCKED) ? kDatabaseLocked
                  : rc == SQLITE_READONLY                    ? kNotUpdatable
@@ -320,18 +333,25 @@ void Database::endSnapshot() {
     sqlite3_exec(db_, "ROLLBACK;", nullptr, nullptr, nullptr);
 }
 
-void Database::beforeStatement(sqlite3_stmt* statement) {
-  if (!snapshotReads_ || !wal_) return;
+bool Database::beforeStatement(sqlite3_stmt* statement) {
+  if (!snapshotReads_ || !wal_) return false;
   bool reads = sqlite3_stmt_readonly(statement) != 0;
   if (snapshotOpen_) {
-    if (reads && std::chrono::steady_clock::now() - snapshotStart_ < kSnapshotAge) return;
+    bool young = std::chrono::steady_clock::now() - snapshotStart_ < kSnapshotAge;
+    if (reads && young) return false;
+    if (!reads && young) {
+      memo_.rows.clear();  // what the write changes must not be answered from the memo
+      memo_.finds.clear();
+      return true;
+    }
     endSnapshot();
   }
-  if (!reads || !sqlite3_get_autocommit(db_)) return;  // a write, or the caller's own transaction
+  if (!reads || !sqlite3_get_autocommit(db_)) return false;  // a write, or the caller's own
   if (runRaw(begin_, "BEGIN;")) {
     snapshotOpen_ = true;
     snapshotStart_ = std::chrono::steady_clock::now();
   }
+  return false;
 }
 
 void Database::exec(const std::string& sql) {

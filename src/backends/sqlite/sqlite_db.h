@@ -134,14 +134,17 @@ class Database {
   [[noreturn]] void fail(int32_t code, const std::string& what) const;
 
   // Read snapshots: while on, consecutive reads share one read transaction instead of one
-  // each, for at most kSnapshotAge; a write (or exec) ends it first, so every write still
-  // commits on its own. Only in WAL mode, where a reader never blocks a writer. Off by default;
+  // each, for at most kSnapshotAge; a write joins it and commits it at once (or, when another
+  // connection wrote meanwhile, runs on its own after it), so every write still commits when it
+  // is made; exec ends the snapshot first. Only in WAL mode, where a reader never blocks a writer. Off by default;
   // the data access object turns it on and ends the snapshot when its last recordset closes.
   static constexpr std::chrono::milliseconds kSnapshotAge{100};
   void setSnapshotReads(bool on);
   bool snapshotReads() const { return snapshotReads_ && wal_; }
   void endSnapshot();
-  void beforeStatement(sqlite3_stmt* statement);  // Statement::step calls it on a first step
+  // Statement::step calls it on a first step; true: a write that runs inside the snapshot, which
+  // the caller then ends (committing the write).
+  bool beforeStatement(sqlite3_stmt* statement);
 
   // What was read inside the current snapshot, kept until it ends: the same row or the same
   // find asked again (as each procedure looks its record up anew) costs no statement.
