@@ -25,14 +25,9 @@ char asciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a
 
 bool isLeap(int y) { return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0; }
 
-int daysIn(int y, int m) {
-  static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  return m == 2 && isLeap(y) ? 29 : kDays[m - 1];
-}
-
 bool valid(const Date& d) {
   return d.year >= 100 && d.year <= 9999 && d.month >= 1 && d.month <= 12 && d.day >= 1 &&
-         d.day <= daysIn(d.year, d.month) && d.hour >= 0 && d.hour < 24 && d.minute >= 0 &&
+         d.day <= daysInMonth(d.year, d.month) && d.hour >= 0 && d.hour < 24 && d.minute >= 0 &&
          d.minute < 60 && d.second >= 0 && d.second < 60;
 }
 
@@ -196,6 +191,11 @@ bool toBoolean(std::string_view text) {
 }
 
 std::string fromBoolean(bool value) { return value ? "True" : "False"; }
+
+int daysInMonth(int y, int m) {
+  static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  return m == 2 && isLeap(y) ? 29 : kDays[m - 1];
+}
 
 std::optional<Date> parseDate(std::string_view text) {
   std::string t = trim(text);

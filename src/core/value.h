@@ -35,6 +35,7 @@ struct Date {
   auto operator<=>(const Date&) const = default;
 };
 
+int daysInMonth(int year, int month);  // month 1-12, leap years counted
 std::optional<Date> parseDate(std::string_view text);
 bool isDate(std::string_view text);
 Date toDate(std::string_view text);  // throws type mismatch (13)

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <optional>
 #include <span>
 #include <vector>
@@ -583,15 +582,9 @@ bool isNoDate(const value::Date& d) {
   return d == outlook::kNoDate || (d.year == 0 && d.month == 0 && d.day == 0);
 }
 
-int daysIn(int y, int m) {
-  static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
-  return m == 2 && leap ? 29 : kDays[m - 1];
-}
-
 bool validDate(const value::Date& d) {
   return d.year >= 1 && d.year <= 9999 && d.month >= 1 && d.month <= 12 && d.day >= 1 &&
-         d.day <= daysIn(d.year, d.month) && d.hour >= 0 && d.hour < 24 && d.minute >= 0 &&
+         d.day <= value::daysInMonth(d.year, d.month) && d.hour >= 0 && d.hour < 24 && d.minute >= 0 &&
          d.minute < 60 && d.second >= 0 && d.second < 60;
 }
 
@@ -635,15 +628,11 @@ std::optional<value::Date> parseVcardDate(std::string_view s) {
   return d;
 }
 
+// ISO 8601: the default text form with a T between date and time.
 std::string formatVcardDate(const value::Date& d) {
-  char buf[32];
-  if (d.hasTime()) {
-    std::snprintf(buf, sizeof buf, "%04d-%02d-%02dT%02d:%02d:%02d", d.year, d.month, d.day, d.hour,
-                  d.minute, d.second);
-  } else {
-    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d", d.year, d.month, d.day);
-  }
-  return buf;
+  std::string text = value::toText(d);
+  if (d.hasTime()) text[10] = 'T';
+  return text;
 }
 
 value::Date getDate(const Vcard& card, std::span<const char* const> names) {
