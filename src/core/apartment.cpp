@@ -10,7 +10,16 @@ Apartment& apartment() {
   return *tApartment;
 }
 
-void resetApartment() { tApartment.reset(); }
+void resetApartment() {
+  tApartment.reset();
+}
+
+void Apartment::finishWhenIdle(const std::shared_ptr<IdleTask>& task) {
+  for (const auto& known : idleTasks) {
+    if (known.lock() == task) return;
+  }
+  idleTasks.push_back(task);
+}
 
 FileUtil& Apartment::fileUtil() {
   if (!fileUtil_) fileUtil_ = std::make_unique<FileUtil>();

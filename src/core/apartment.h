@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "core/error.h"
 #include "core/services.h"
@@ -13,6 +14,14 @@
 namespace dossync {
 
 class clsOutlookSynchronization;
+
+// Work a back end does behind the procedures' back (say, files still being written), finished
+// when the outermost procedure returns; what fails then is that procedure's error.
+class IdleTask {
+ public:
+  virtual ~IdleTask() = default;
+  virtual void finish() = 0;
+};
 
 struct Apartment {
   hostdb::DataAccessPtr hostDb;  // the host (main) database
@@ -27,6 +36,9 @@ struct Apartment {
   std::shared_ptr<IHostUi> hostUi = std::make_shared<IHostUi>();
   // Procedures (error frames) running on this thread; back at 0, the databases go idle.
   int32_t procedureDepth = 0;
+  // Finished, and forgotten, when the outermost procedure returns. Adding one twice adds it once.
+  void finishWhenIdle(const std::shared_ptr<IdleTask>& task);
+  std::vector<std::weak_ptr<IdleTask>> idleTasks;
 
   FileUtil& fileUtil();
   GeneralUtil& generalUtil();

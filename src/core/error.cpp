@@ -18,6 +18,21 @@ ErrorFrame::ErrorFrame(std::string location) : location_(std::move(location)) {
 
 ErrorFrame::~ErrorFrame() {
   Apartment& a = apartment();
+  // The outermost procedure is returning: what the back ends left to do in the background is
+  // done now, and a failure of it is this procedure's.
+  if (a.procedureDepth == 1) {
+    auto tasks = std::move(a.idleTasks);
+    a.idleTasks.clear();
+    for (const auto& weak : tasks) {
+      auto task = weak.lock();
+      if (!task) continue;
+      try {
+        task->finish();
+      } catch (...) {
+        handleCurrentException();
+      }
+    }
+  }
   if (entered_ && a.errorServiceSet && a.errorService) {
     try {
       a.errorService->leaveProcedure();

@@ -7,6 +7,7 @@
 #include <set>
 
 #include "backends/vdir/vdir_store.h"
+#include "core/apartment.h"
 #include "core/error.h"
 #include "test_support.h"
 
@@ -463,6 +464,60 @@ TEST_F(VdirStoreTest, SavingLeavesOnlyCardFilesBehind) {
     EXPECT_EQ(e.path().extension(), ".vcf") << e.path();
     EXPECT_NE(e.path().filename().string()[0], '.') << e.path();
   }
+}
+
+// Inside a procedure a save is written behind the caller's back; everything is on disk when the
+// outermost procedure returns, and a write that failed is that procedure's error.
+TEST_F(VdirStoreTest, SavesInAProcedureAreOnDiskWhenItReturnsAndFailuresAreItsErrors) {
+  resetApartment();
+  auto errors = std::make_shared<testing::RecordingErrorService>();
+  apartment().errorService = errors;
+  apartment().errorServiceSet = true;
+  auto app = open();
+  std::vector<std::string> ids;
+  {
+    ErrorFrame outer("Test.outer");
+    outer.step([&] {
+      for (int i = 0; i < 40; ++i)
+        ids.push_back(saved(app, "Name " + std::to_string(i))->EntryID());
+      // The same session reads its own saves at once, written or not.
+      auto again = std::dynamic_pointer_cast<ContactItem>(session(app)->GetItemFromID(ids[7], ""));
+      ASSERT_NE(again, nullptr);
+      EXPECT_EQ(again->FileAs(), "Name 7");
+      again->setFileAs("Name 7b");
+      again->Save();
+    });
+  }
+  EXPECT_TRUE(errors->errors.empty());
+  auto other = open();
+  for (const auto& id : ids) EXPECT_NE(session(other)->GetItemFromID(id, ""), nullptr) << id;
+  auto seventh = std::dynamic_pointer_cast<ContactItem>(session(other)->GetItemFromID(ids[7], ""));
+  EXPECT_EQ(seventh->FileAs(), "Name 7b");
+
+  // A file that cannot be replaced (a folder took its name): the save answers, the procedure
+  // reports the failure naming the file as it returns, and the next save fails on its own.
+  auto c = saved(app, "Blocked");
+  fs::path file = contactsDir() / (c->EntryID() + ".vcf");
+  fs::remove(file);
+  fs::create_directory(file);
+  {
+    ErrorFrame outer("Test.blocked");
+    EXPECT_TRUE(outer.step([&] {
+      c->setFileAs("Blocked 2");
+      c->Save();
+    }));
+  }
+  ASSERT_EQ(errors->errors.size(), 1u);
+  EXPECT_EQ(errors->errorLocations[0], "Test.blocked");
+  EXPECT_NE(errors->errors[0].description().find(file.string()), std::string::npos)
+      << errors->errors[0].description();
+  {
+    ErrorFrame outer("Test.again");
+    EXPECT_FALSE(outer.step([&] { c->Save(); }));
+  }
+  ASSERT_EQ(errors->errors.size(), 2u);
+  EXPECT_EQ(errors->errorLocations[1], "Test.again");
+  resetApartment();
 }
 
 }  // namespace

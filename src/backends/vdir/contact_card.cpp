@@ -92,7 +92,9 @@ std::string wholeText(const VcardProperty& p) {
   return decodeText(p.rawValue(), isCrlfMode(p));
 }
 
-bool hasBreak(std::string_view t) { return t.find_first_of("\r\n") != std::string_view::npos; }
+bool hasBreak(std::string_view t) {
+  return t.find_first_of("\r\n") != std::string_view::npos;
+}
 
 void setWholeText(VcardProperty& p, const std::string& text) {
   bool current = isCrlfMode(p);
@@ -102,13 +104,17 @@ void setWholeText(VcardProperty& p, const std::string& text) {
 }
 
 std::string componentText(const VcardProperty& p, size_t k) {
-  auto parts = splitRaw(p.rawValue(), ';');
-  return k < parts.size() ? decodeText(parts[k], isCrlfMode(p)) : std::string();
+  std::string_view raw = rawPart(p.rawValue(), ';', k);
+  return raw.empty() ? std::string() : decodeText(raw, isCrlfMode(p));
 }
 
 bool allComponentsEmpty(const VcardProperty& p) {
-  auto parts = splitRaw(p.rawValue(), ';');
-  return std::all_of(parts.begin(), parts.end(), [](const std::string& s) { return s.empty(); });
+  bool empty = true;
+  forEachRawPart(p.rawValue(), ';', [&](std::string_view part) {
+    empty = part.empty();
+    return empty;
+  });
+  return empty;
 }
 
 // A raw text ending in an unpaired backslash (which reads as a backslash) would escape the
@@ -123,18 +129,26 @@ bool endsWithLoneBackslash(std::string_view raw) {
 // Component k becomes `text`; the other components keep their raw text unless the line-break
 // mode of the property has to change.
 void setComponentText(VcardProperty& p, size_t k, const std::string& text) {
-  auto raws = splitRaw(p.rawValue(), ';');
   // N and ADR are written with all their components, as readers expect.
-  size_t least = p.is("N") ? 5 : p.is("ADR") ? 7 : k + 1;
-  if (raws.size() < std::max(least, k + 1)) raws.resize(std::max(least, k + 1));
+  size_t least = std::max(p.is("N") ? size_t{5} : p.is("ADR") ? size_t{7} : 0, k + 1);
   bool crlf = isCrlfMode(p);
-  // Without a break in the new text or an escape in the others, the mode cannot change.
-  if (!hasBreak(text) && p.rawValue().find('\\') == std::string::npos) {
-    raws[k] = encodeText(text, crlf);
-    p.setRawValue(join(raws, ";"));
+  const std::string& old = p.rawValue();
+  // Without a break in the new text or an escape in the others, the mode cannot change: the
+  // component is replaced where it stands (no escapes, so every ';' separates).
+  if (!hasBreak(text) && old.find('\\') == std::string::npos) {
+    size_t count = static_cast<size_t>(std::count(old.begin(), old.end(), ';')) + 1;
+    std::string raw = old;
+    if (count < least) raw.append(least - count, ';');
+    size_t begin = 0;
+    for (size_t i = 0; i < k; ++i) begin = raw.find(';', begin) + 1;
+    size_t end = std::min(raw.find(';', begin), raw.size());
+    raw.replace(begin, end - begin, encodeText(text, crlf));
+    p.setRawValue(std::move(raw));
     setEolParam(p, crlf);
     return;
   }
+  auto raws = splitRaw(old, ';');
+  if (raws.size() < least) raws.resize(least);
   for (auto& r : raws) {
     if (endsWithLoneBackslash(r)) r += '\\';
   }
@@ -181,8 +195,8 @@ struct Candidates {
 
 Candidates phoneCandidates(const VcardProperty& p) {
   uint32_t types = p.typeMask();
-  if (types & (kTypePager | kTypeCar | kTypeVideo | kTypeModem | kTypeIsdn | kTypeBbs |
-               kTypeTextphone))
+  if (types &
+      (kTypePager | kTypeCar | kTypeVideo | kTypeModem | kTypeIsdn | kTypeBbs | kTypeTextphone))
     return {};
   bool work = types & kTypeWork, home = types & kTypeHome;
   if (types & kTypeFax) return {{home && !work ? CP::HomeFaxNumber : CP::BusinessFaxNumber}, 1};
@@ -259,9 +273,10 @@ SlotMap assignSlots(const Vcard& card, bool phone) {
   return out;
 }
 
-void tagSecondSlots(Vcard& card, bool phone) {
+// Tagging keeps every property in the slot it fills (`filled`, the card's slots now).
+void tagSecondSlots(Vcard& card, bool phone, const SlotMap& filled) {
   std::span<const CP> slots = phone ? std::span<const CP>(kPhoneSlots) : kEmailSlots;
-  assignSlots(card, phone).forEach([&](CP slot, size_t index) {
+  filled.forEach([&](CP slot, size_t index) {
     auto& p = card.properties[index];
     if (isSecondSlot(slot) && taggedSlot(p, slots) != slot)
       p.setParam(kFieldParam, {outlook::propertyName(slot)});
@@ -290,26 +305,26 @@ std::vector<std::string> slotTypes(CP slot) {
 // Where a new property goes: before the first property that comes after it in this order, so
 // a card made here reads in the same order whatever order its properties were set in.
 constexpr std::array<std::string_view, 21> kOrder = {"VERSION",
-                                                "PRODID",
-                                                "UID",
-                                                "FN",
-                                                "N",
-                                                "X-DOSSYNC-FILEAS",
-                                                "ORG",
-                                                "TITLE",
-                                                "X-DOSSYNC-OFFICE",
-                                                "TEL",
-                                                "EMAIL",
-                                                "ADR",
-                                                "URL",
-                                                "BDAY",
-                                                "X-ANNIVERSARY",
-                                                "X-GENDER",
-                                                "X-SPOUSE",
-                                                "X-DOSSYNC-CHILDREN",
-                                                "CATEGORIES",
-                                                "X-DOSSYNC-CATEGORIES",
-                                                "NOTE"};
+                                                     "PRODID",
+                                                     "UID",
+                                                     "FN",
+                                                     "N",
+                                                     "X-DOSSYNC-FILEAS",
+                                                     "ORG",
+                                                     "TITLE",
+                                                     "X-DOSSYNC-OFFICE",
+                                                     "TEL",
+                                                     "EMAIL",
+                                                     "ADR",
+                                                     "URL",
+                                                     "BDAY",
+                                                     "X-ANNIVERSARY",
+                                                     "X-GENDER",
+                                                     "X-SPOUSE",
+                                                     "X-DOSSYNC-CHILDREN",
+                                                     "CATEGORIES",
+                                                     "X-DOSSYNC-CATEGORIES",
+                                                     "NOTE"};
 
 std::optional<int> computeRank(const VcardProperty& p) {
   for (size_t i = 0; i < kOrder.size(); ++i) {
@@ -412,9 +427,19 @@ enum class Kind { Text, Name, Org, BusinessAddress, HomeAddress, Phone, Email, C
 
 struct Field {
   Kind kind;
-  size_t component = 0;                 // Name, Org, addresses
-  std::vector<const char*> names = {};  // Text: the property's names, the one written first
+  size_t component = 0;                     // Name, Org, addresses
+  std::span<const char* const> names = {};  // Text: the property's names, the one written first
 };
+
+constexpr std::array<const char*, 1> kFn = {"FN"};
+constexpr std::array<const char*, 2> kFileAs = {"X-DOSSYNC-FILEAS", "X-EVOLUTION-FILE-AS"};
+constexpr std::array<const char*, 1> kTitle = {"TITLE"};
+constexpr std::array<const char*, 1> kOffice = {"X-DOSSYNC-OFFICE"};
+constexpr std::array<const char*, 1> kUrl = {"URL"};
+constexpr std::array<const char*, 3> kSpouse = {"X-SPOUSE", "X-EVOLUTION-SPOUSE",
+                                                "X-DOSSYNC-SPOUSE"};
+constexpr std::array<const char*, 1> kChildren = {"X-DOSSYNC-CHILDREN"};
+constexpr std::array<const char*, 1> kNote = {"NOTE"};
 
 Field fieldOf(CP p) {
   switch (p) {
@@ -429,17 +454,17 @@ Field fieldOf(CP p) {
     case CP::Suffix:
       return {Kind::Name, 4};
     case CP::FullName:
-      return {Kind::Text, 0, {"FN"}};
+      return {Kind::Text, 0, kFn};
     case CP::FileAs:
-      return {Kind::Text, 0, {"X-DOSSYNC-FILEAS", "X-EVOLUTION-FILE-AS"}};
+      return {Kind::Text, 0, kFileAs};
     case CP::CompanyName:
       return {Kind::Org, 0};
     case CP::Department:
       return {Kind::Org, 1};
     case CP::JobTitle:
-      return {Kind::Text, 0, {"TITLE"}};
+      return {Kind::Text, 0, kTitle};
     case CP::OfficeLocation:
-      return {Kind::Text, 0, {"X-DOSSYNC-OFFICE"}};
+      return {Kind::Text, 0, kOffice};
     case CP::Categories:
       return {Kind::Categories};
     case CP::Email1Address:
@@ -475,13 +500,13 @@ Field fieldOf(CP p) {
     case CP::HomeAddressCountry:
       return {Kind::HomeAddress, 6};
     case CP::WebPage:
-      return {Kind::Text, 0, {"URL"}};
+      return {Kind::Text, 0, kUrl};
     case CP::Spouse:
-      return {Kind::Text, 0, {"X-SPOUSE", "X-EVOLUTION-SPOUSE", "X-DOSSYNC-SPOUSE"}};
+      return {Kind::Text, 0, kSpouse};
     case CP::Children:
-      return {Kind::Text, 0, {"X-DOSSYNC-CHILDREN"}};
+      return {Kind::Text, 0, kChildren};
     case CP::Body:
-      return {Kind::Text, 0, {"NOTE"}};
+      return {Kind::Text, 0, kNote};
   }
   throw RuntimeError(kInvalidProcedureCall, "Unknown contact property", "vdir");
 }
@@ -584,8 +609,8 @@ bool isNoDate(const value::Date& d) {
 
 bool validDate(const value::Date& d) {
   return d.year >= 1 && d.year <= 9999 && d.month >= 1 && d.month <= 12 && d.day >= 1 &&
-         d.day <= value::daysInMonth(d.year, d.month) && d.hour >= 0 && d.hour < 24 && d.minute >= 0 &&
-         d.minute < 60 && d.second >= 0 && d.second < 60;
+         d.day <= value::daysInMonth(d.year, d.month) && d.hour >= 0 && d.hour < 24 &&
+         d.minute >= 0 && d.minute < 60 && d.second >= 0 && d.second < 60;
 }
 
 // yyyy-mm-dd or yyyymmdd, optionally followed by Thh:mm[:ss] or Thhmm[ss] and a zone (ignored).
@@ -669,7 +694,9 @@ ContactCard::ContactCard() {
   card_.properties.emplace_back("N", ";;;;");
 }
 
-std::string ContactCard::get(CP p) const { return contactProperty(card_, p); }
+std::string ContactCard::get(CP p) const {
+  return contactProperty(card_, p);
+}
 
 std::string contactProperty(const Vcard& card_, CP p) {
   Field f = fieldOf(p);
@@ -697,8 +724,9 @@ std::string contactProperty(const Vcard& card_, CP p) {
 }
 
 void ContactCard::set(CP p, const std::string& text) {
-  if (get(p) == text) return;  // untouched properties keep their lines as read
   Field f = fieldOf(p);
+  // Untouched properties keep their lines as read.
+  if (f.kind != Kind::Phone && f.kind != Kind::Email && get(p) == text) return;
   switch (f.kind) {
     case Kind::Text:
       setAliased(card_, f.names, text, p == CP::FullName);
@@ -718,8 +746,10 @@ void ContactCard::set(CP p, const std::string& text) {
     case Kind::Phone:
     case Kind::Email: {
       bool phone = f.kind == Kind::Phone;
-      tagSecondSlots(card_, phone);
-      size_t at = assignSlots(card_, phone)[p];
+      SlotMap filled = assignSlots(card_, phone);
+      size_t at = filled[p];
+      if ((at == SlotMap::kNone ? std::string() : wholeText(card_.properties[at])) == text) return;
+      tagSecondSlots(card_, phone, filled);
       if (at != SlotMap::kNone) {
         if (text.empty()) {
           bool erased = eraseUnlessReplaced(

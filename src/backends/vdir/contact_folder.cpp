@@ -34,7 +34,16 @@ RuntimeError ioError(const std::string& what, int err) {
 }  // namespace
 
 ContactFolder::ContactFolder(fs::path dir, std::string storeId, WarnFunction warn)
-    : dir_(std::move(dir)), storeId_(std::move(storeId)), warn_(std::move(warn)) {}
+    : dir_(std::move(dir)), storeId_(std::move(storeId)), warn_(std::move(warn)), writer_(dir_) {}
+
+ContactFolder::~ContactFolder() {
+  try {
+    flush();
+  } catch (const RuntimeError& e) {
+    if (warn_) warn_(e.description());
+  } catch (...) {
+  }
+}
 
 int32_t ContactFolder::count() {
   ensureIndex();
@@ -47,26 +56,16 @@ void ContactFolder::ensureIndex() {
   built_ = true;
 }
 
+// While our own cards are being written the folder's time says nothing about others' changes;
+// they show once the writer is done.
 void ContactFolder::refreshIfChanged() {
-  if (built_ && dirTime() != dirTime_) scan();
-}
-
-std::optional<fs::file_time_type> ContactFolder::dirTime() const {
-  std::error_code ec;
-  auto t = fs::last_write_time(dir_, ec);
-  if (ec) return std::nullopt;
-  return t;
+  if (!built_ || writer_.busy()) return;
+  settle();
+  if (writer_.dirTime() != writer_.knownDirTime()) scan();
 }
 
 std::optional<ContactFolder::Stamp> ContactFolder::stampOf(const std::string& file) const {
-  struct stat st {};
-  if (::stat((dir_ / file).c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
-  Stamp s;
-  s.inode = st.st_ino;
-  s.seconds = st.st_mtim.tv_sec;
-  s.nanoseconds = st.st_mtim.tv_nsec;
-  s.size = static_cast<uint64_t>(st.st_size);
-  return s;
+  return stampOfFile(dir_ / file);
 }
 
 bool ContactFolder::exists(const std::string& file) const {
@@ -74,10 +73,60 @@ bool ContactFolder::exists(const std::string& file) const {
   return fs::exists(dir_ / file, ec);
 }
 
+bool ContactFolder::taken(const std::string& file) const {
+  if (inFlight_.count(file) || entries_.count(file)) return true;
+  return !built_ && exists(file);  // once the index is built, a file made since fails the save
+}
+
+void ContactFolder::settle() {
+  for (const auto& result : writer_.collect()) apply(result);
+}
+
+void ContactFolder::apply(const CardWriter::Result& result) {
+  bool last = true;
+  if (auto it = inFlight_.find(result.file); it != inFlight_.end()) {
+    last = --it->second == 0;
+    if (last) inFlight_.erase(it);
+  }
+  if (result.error) {
+    failed_.push_back(*result.error);
+    writeAtOnce_ = true;
+    // What the index says of that file is unsure now: a new one is not there, an old one is
+    // read again when next found or scanned (its stamp stays unknown).
+    if (result.isNew && last) drop(result.file);
+    return;
+  }
+  if (!last) return;
+  if (auto it = entries_.find(result.file); it != entries_.end() && result.stamp)
+    it->second.stamp = *result.stamp;
+}
+
+void ContactFolder::awaitWrite(const std::string& file) {
+  if (!inFlight_.count(file)) return;
+  writer_.drain();
+  settle();
+}
+
+void ContactFolder::flush() {
+  writer_.drain();
+  settle();
+  if (failed_.empty()) return;
+  RuntimeError first = failed_.front();
+  size_t more = failed_.size() - 1;
+  failed_.clear();
+  if (more == 0) throw first;
+  throw RuntimeError(first.number(),
+                     first.description() + " (and " + std::to_string(more) +
+                         " more contact files could not be written)",
+                     first.source());
+}
+
 // Every *.vcf of the folder, rereading only files whose time or size changed since the last
 // scan. The folder's time is taken first, so a change made during the scan shows next time.
 void ContactFolder::scan() {
-  dirTime_ = dirTime();
+  writer_.drain();
+  settle();
+  writer_.setKnownDirTime(writer_.dirTime());
   std::vector<std::string> names;
   std::error_code ec;
   for (fs::directory_iterator it(dir_, ec), end; !ec && it != end; it.increment(ec)) {
@@ -118,6 +167,7 @@ void ContactFolder::scan() {
 }
 
 std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* problem) {
+  awaitWrite(file);
   fs::path p = dir_ / file;
   std::error_code ec;
   if (!fs::is_regular_file(p, ec)) return std::nullopt;  // gone, or not a file
@@ -287,55 +337,33 @@ std::shared_ptr<outlook::ContactItem> ContactFolder::newContact() {
 }
 
 void ContactFolder::store(const std::string& file, const Vcard& card, bool isNew) {
+  settle();
   std::string text = writeVcard(card);
-  fs::path target = dir_ / file;
-  // A card saved without a change is left alone: no new file, nothing for other tools to sync.
-  if (!isNew) {
-    if (FILE* old = std::fopen(target.c_str(), "rb")) {
-      std::string existing(text.size() + 1, '\0');
-      size_t n = std::fread(existing.data(), 1, existing.size(), old);
-      std::fclose(old);
-      if (n == text.size() && existing.compare(0, n, text) == 0) return;
-    }
+  Apartment& a = apartment();
+  if (writeAtOnce_ || a.procedureDepth == 0) {
+    auto result = writer_.writeNow(file, text, isNew);
+    if (result.error) throw *result.error;
+    writeAtOnce_ = !failed_.empty();
+    if (built_ && result.stamp) put(entryFor(file, card, *result.stamp));
+    return;
   }
-  auto before = dirTime();
-  bool current = built_ && before && before == dirTime_;
-
-  fs::path temp = dir_ / ("." + file + "." + randomHex(8) + ".tmp");
-  int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);  // umask applies
-  if (fd < 0) throw ioError("Cannot write contact file " + target.string(), errno);
-  int err = 0;
-  for (size_t done = 0; done < text.size() && err == 0;) {
-    ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-    if (n > 0) {
-      done += static_cast<size_t>(n);
-    } else if (n < 0 && errno != EINTR) {
-      err = errno;
-    } else if (n == 0) {
-      err = EIO;
-    }
-  }
-  if (::close(fd) != 0 && err == 0) err = errno;
-  if (err == 0 && std::rename(temp.c_str(), target.c_str()) != 0) err = errno;
-  if (err != 0) {
-    std::remove(temp.c_str());
-    throw ioError("Cannot write contact file " + target.string(), err);
-  }
-
-  if (!built_) return;
-  if (auto stamp = stampOf(file)) put(entryFor(file, card, *stamp));
-  if (current) dirTime_ = dirTime();  // our own change; others' still show
+  a.finishWhenIdle(shared_from_this());
+  writer_.submit(file, std::move(text), isNew);
+  ++inFlight_[file];
+  if (built_) put(entryFor(file, card, Stamp{}));
 }
 
 void ContactFolder::remove(const std::string& file) {
+  writer_.drain();
+  settle();
   fs::path target = dir_ / file;
-  auto before = dirTime();
-  bool current = built_ && before && before == dirTime_;
+  auto before = writer_.dirTime();
+  bool current = built_ && before && before == writer_.knownDirTime();
   if (std::remove(target.c_str()) != 0 && errno != ENOENT)
     throw ioError("Cannot delete contact file " + target.string(), errno);
   if (!built_) return;
   drop(file);
-  if (current) dirTime_ = dirTime();
+  if (current) writer_.setKnownDirTime(writer_.dirTime());
 }
 
 }  // namespace dossync::vdir

@@ -9,7 +9,15 @@
 //   - refreshIfChanged() (called whenever the folder object is handed out) rereads the files
 //     whose time or size changed when the folder's own modification time moved.
 // Order of the walk: by file name (bytes), which is stable across runs.
-// Thread use: the apartment's one thread.
+//
+// Saves made while a procedure of the component runs are written behind its back
+// (card_writer.h), in order, and all of them are done when its outermost procedure returns
+// (the folder is an IdleTask of the apartment): store() answers once the card is in the index,
+// and reading a card still being written waits for it. A write that fails is that procedure's
+// error (or, should the folder close first, reported through `warn`); from then on saves are
+// written at once, so that each later failure shows on its own item. Saves made outside any
+// procedure are written at once.
+// Thread use: the apartment's one thread (and the writer's own thread inside).
 #pragma once
 
 #include <cstdint>
@@ -23,16 +31,19 @@
 #include <unordered_map>
 #include <vector>
 
+#include "backends/vdir/card_writer.h"
 #include "backends/vdir/vcard.h"
+#include "core/apartment.h"
 #include "outlook/object_model.h"
 
 namespace dossync::vdir {
 
 using WarnFunction = std::function<void(const std::string&)>;
 
-class ContactFolder : public std::enable_shared_from_this<ContactFolder> {
+class ContactFolder : public IdleTask, public std::enable_shared_from_this<ContactFolder> {
  public:
   ContactFolder(std::filesystem::path dir, std::string storeId, WarnFunction warn);
+  ~ContactFolder();
 
   const std::filesystem::path& dir() const { return dir_; }
   const std::string& storeId() const { return storeId_; }
@@ -46,20 +57,20 @@ class ContactFolder : public std::enable_shared_from_this<ContactFolder> {
   std::shared_ptr<outlook::ContactItem> newContact();
 
   // For the items: write the card atomically under `file` and note it in the index.
-  // Writes the card (a temporary file renamed over the old one); a card read back unchanged is
-  // left alone. `isNew`: the caller just saw there is no such file.
+  // Writes the card (a temporary file renamed over the old one); a file that holds the same
+  // text already is left alone. `isNew`: a name no card has (see taken()).
   void store(const std::string& file, const Vcard& card, bool isNew = false);
   void remove(const std::string& file);
-  bool exists(const std::string& file) const;
+  bool exists(const std::string& file) const;  // on disk
+  // A name a new card must not take: a file known here, one being written, or one on disk.
+  bool taken(const std::string& file) const;
+  // Waits until every card handed to store() is written; throws the failures not reported yet.
+  void flush();
+  void finish() override { flush(); }
   std::string pathOf(const std::string& file) const { return (dir_ / file).string(); }
 
  private:
-  struct Stamp {  // what tells a file changed: its inode, time and size
-    uint64_t inode = 0;
-    int64_t seconds = 0, nanoseconds = 0;
-    uint64_t size = 0;
-    bool operator==(const Stamp&) const = default;
-  };
+  using Stamp = FileStamp;  // zero while the card is being written
   struct Entry {
     std::string file;
     std::string entryId;
@@ -73,7 +84,6 @@ class ContactFolder : public std::enable_shared_from_this<ContactFolder> {
   // The card in that file; nullopt when it is gone, or (with *problem set) unreadable or bad.
   std::optional<Vcard> read(const std::string& file, std::string* problem);
   std::optional<Stamp> stampOf(const std::string& file) const;
-  std::optional<std::filesystem::file_time_type> dirTime() const;
   Entry entryFor(const std::string& file, const Vcard& card, Stamp stamp) const;
   outlook::ItemPtr makeItem(const std::string& file, Vcard card);
   void put(Entry entry);
@@ -82,19 +92,25 @@ class ContactFolder : public std::enable_shared_from_this<ContactFolder> {
   void refreshEntry(const std::string& file, const std::optional<Vcard>& card,
                     const std::string& problem);
   void rebuildMaps();
+  void settle();  // takes in what the writer finished
+  void apply(const CardWriter::Result& result);
+  void awaitWrite(const std::string& file);
 
   std::filesystem::path dir_;
   std::string storeId_;
   WarnFunction warn_;
 
   bool built_ = false;
-  std::optional<std::filesystem::file_time_type> dirTime_;
   std::map<std::string, Entry> entries_;  // by file name
   std::vector<std::string> order_;        // the walk: file names in order, made when needed
   bool orderStale_ = true;
   std::unordered_map<std::string, std::set<std::string>> filesById_;
   std::unordered_map<std::string, std::set<std::string>> filesByFileAs_;
   std::map<std::string, Stamp> reported_;  // malformed files already warned about
+  CardWriter writer_;
+  std::unordered_map<std::string, int> inFlight_;  // files with writes not taken in yet
+  std::vector<RuntimeError> failed_;               // failed writes not reported yet
+  bool writeAtOnce_ = false;                       // after a failure, until a write succeeds
 };
 
 }  // namespace dossync::vdir

@@ -47,10 +47,6 @@ bool isMarker(std::string_view line, std::string_view marker) {
 
 }  // namespace
 
-bool VcardProperty::is(std::string_view name) const {
-  return value::equalsIgnoreCase(name_, name);
-}
-
 std::vector<std::string> VcardProperty::paramValues(std::string_view name) const {
   std::vector<std::string> out;
   for (const auto& p : params_) {
@@ -74,8 +70,8 @@ const std::string* VcardProperty::paramValue(std::string_view name) const {
 
 namespace {
 
-constexpr std::string_view kCommonTypes[] = {"WORK",  "HOME",  "CELL", "FAX",      "VOICE",
-                                             "PAGER", "CAR",   "VIDEO", "MODEM",   "ISDN",
+constexpr std::string_view kCommonTypes[] = {"WORK",  "HOME",      "CELL",     "FAX",   "VOICE",
+                                             "PAGER", "CAR",       "VIDEO",    "MODEM", "ISDN",
                                              "BBS",   "TEXTPHONE", "INTERNET", "PREF"};
 
 int commonTypeIndex(std::string_view type) {
@@ -321,8 +317,9 @@ std::string writeVcard(const Vcard& card) {
 }
 
 std::string escapeText(std::string_view text) {
+  if (text.find_first_of("\\,;\n\r") == std::string_view::npos) return std::string(text);
   std::string out;
-  out.reserve(text.size());
+  out.reserve(text.size() + 8);
   for (char c : text) {
     switch (c) {
       case '\\':
@@ -348,6 +345,7 @@ std::string escapeText(std::string_view text) {
 }
 
 std::string unescapeText(std::string_view raw) {
+  if (raw.find('\\') == std::string_view::npos) return std::string(raw);
   std::string out;
   out.reserve(raw.size());
   for (size_t i = 0; i < raw.size(); ++i) {
@@ -380,18 +378,23 @@ std::string unescapeText(std::string_view raw) {
 }
 
 std::vector<std::string> splitRaw(std::string_view raw, char sep) {
-  std::vector<std::string> parts(1);
-  for (size_t i = 0; i < raw.size(); ++i) {
-    if (raw[i] == '\\' && i + 1 < raw.size()) {
-      parts.back() += raw[i];
-      parts.back() += raw[++i];
-    } else if (raw[i] == sep) {
-      parts.emplace_back();
-    } else {
-      parts.back() += raw[i];
-    }
-  }
+  std::vector<std::string> parts;
+  forEachRawPart(raw, sep, [&](std::string_view part) {
+    parts.emplace_back(part);
+    return true;
+  });
   return parts;
+}
+
+std::string_view rawPart(std::string_view raw, char sep, size_t k) {
+  std::string_view found;
+  size_t i = 0;
+  forEachRawPart(raw, sep, [&](std::string_view part) {
+    if (i++ < k) return true;
+    found = part;
+    return false;
+  });
+  return found;
 }
 
 }  // namespace dossync::vdir

@@ -16,20 +16,33 @@
 // Pure functions and plain values; safe on any thread.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "core/value.h"
+
 namespace dossync::vdir {
 
 // The common TYPE values as bits of VcardProperty::typeMask.
 enum : uint32_t {
-  kTypeWork = 1u << 0, kTypeHome = 1u << 1, kTypeCell = 1u << 2, kTypeFax = 1u << 3,
-  kTypeVoice = 1u << 4, kTypePager = 1u << 5, kTypeCar = 1u << 6, kTypeVideo = 1u << 7,
-  kTypeModem = 1u << 8, kTypeIsdn = 1u << 9, kTypeBbs = 1u << 10, kTypeTextphone = 1u << 11,
-  kTypeInternet = 1u << 12, kTypePref = 1u << 13
+  kTypeWork = 1u << 0,
+  kTypeHome = 1u << 1,
+  kTypeCell = 1u << 2,
+  kTypeFax = 1u << 3,
+  kTypeVoice = 1u << 4,
+  kTypePager = 1u << 5,
+  kTypeCar = 1u << 6,
+  kTypeVideo = 1u << 7,
+  kTypeModem = 1u << 8,
+  kTypeIsdn = 1u << 9,
+  kTypeBbs = 1u << 10,
+  kTypeTextphone = 1u << 11,
+  kTypeInternet = 1u << 12,
+  kTypePref = 1u << 13
 };
 
 struct VcardParam {
@@ -49,7 +62,7 @@ class VcardProperty {
   const std::vector<VcardParam>& params() const { return params_; }
   const std::string& rawValue() const { return value_; }
   // Whether the property has that name, whatever the case.
-  bool is(std::string_view name) const;
+  bool is(std::string_view name) const { return value::equalsIgnoreCase(name_, name); }
 
   // The values of every parameter of that name (case-insensitive), in order.
   std::vector<std::string> paramValues(std::string_view name) const;
@@ -121,5 +134,21 @@ std::string escapeText(std::string_view text);
 std::string unescapeText(std::string_view raw);
 // Splits a raw value at every `sep` that is not escaped; the parts stay raw.
 std::vector<std::string> splitRaw(std::string_view raw, char sep);
+// The same parts handed to `f` one by one as views into `raw`, until f answers false.
+template <class F>
+void forEachRawPart(std::string_view raw, char sep, F&& f) {
+  size_t start = 0;
+  for (size_t i = 0; i < raw.size(); ++i) {
+    if (raw[i] == '\\') {
+      ++i;  // the escaped character, whatever it is
+    } else if (raw[i] == sep) {
+      if (!f(raw.substr(start, i - start))) return;
+      start = i + 1;
+    }
+  }
+  f(raw.substr(std::min(start, raw.size())));
+}
+// Part k of the raw value (empty when there are fewer parts).
+std::string_view rawPart(std::string_view raw, char sep, size_t k);
 
 }  // namespace dossync::vdir

@@ -38,8 +38,8 @@ void VdirContactItem::Save() {
   if (FileAs().empty()) setFileAs(defaultFileAs(*this));
   bool isNew = file_.empty();
   if (isNew) {
-    // A made item's UID is fresh; a clash with an existing file would need a new one.
-    while (folder_->exists(card_.uid() + ".vcf")) card_.setUid(newUid());
+    // A made item's UID is fresh; a clash with a known file would need a new one.
+    while (folder_->taken(card_.uid() + ".vcf")) card_.setUid(newUid());
     file_ = card_.uid() + ".vcf";
   }
   folder_->store(file_, card_.vcard(), isNew);

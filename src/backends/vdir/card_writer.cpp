@@ -1,0 +1,201 @@
+#include "backends/vdir/card_writer.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "backends/vdir/entry_id.h"
+
+namespace fs = std::filesystem;
+
+namespace dossync::vdir {
+namespace {
+
+FileStamp stampOf(const struct stat& st) {
+  FileStamp s;
+  s.inode = st.st_ino;
+  s.seconds = st.st_mtim.tv_sec;
+  s.nanoseconds = st.st_mtim.tv_nsec;
+  s.size = static_cast<uint64_t>(st.st_size);
+  return s;
+}
+
+RuntimeError writeError(const fs::path& target, int err) {
+  int32_t number = kOutlookOperationFailed;
+  if (err == EACCES || err == EPERM || err == EROFS) number = kPermissionDenied;
+  if (err == ENOENT || err == ENOTDIR) number = kPathNotFound;
+  if (err == EEXIST) number = kFileAlreadyExists;
+  return RuntimeError(
+      number, "Cannot write contact file " + target.string() + ": " + std::strerror(err), "vdir");
+}
+
+// True when the file holds exactly `text`; its stamp in *stamp.
+bool holds(const fs::path& target, const std::string& text, std::optional<FileStamp>* stamp) {
+  int fd = ::open(target.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  std::string existing(text.size() + 1, '\0');
+  size_t n = 0;
+  for (ssize_t got;
+       n < existing.size() && (got = ::read(fd, existing.data() + n, existing.size() - n)) != 0;) {
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      break;
+    }
+    n += static_cast<size_t>(got);
+  }
+  struct stat st {};
+  bool same = n == text.size() && existing.compare(0, n, text) == 0 && ::fstat(fd, &st) == 0 &&
+              S_ISREG(st.st_mode);
+  ::close(fd);
+  if (same) *stamp = stampOf(st);
+  return same;
+}
+
+// Moves the temporary file into place; a new file must not replace one that appeared meanwhile.
+int moveIntoPlace(const fs::path& temp, const fs::path& target, bool isNew) {
+  if (isNew) {
+    if (::renameat2(AT_FDCWD, temp.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0)
+      return 0;
+    if (errno != EINVAL && errno != ENOSYS) return errno;  // the file system may not know it
+  }
+  return std::rename(temp.c_str(), target.c_str()) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+std::optional<FileStamp> stampOfFile(const fs::path& path) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
+  return stampOf(st);
+}
+
+CardWriter::CardWriter(fs::path dir) : dir_(std::move(dir)) {}
+
+CardWriter::~CardWriter() {
+  {
+    std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  work_.notify_all();
+  if (thread_.joinable()) thread_.join();
+}
+
+void CardWriter::submit(std::string file, std::string text, bool isNew) {
+  std::unique_lock lock(mutex_);
+  if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
+  room_.wait(lock, [&] { return queue_.size() < kMaxQueued; });
+  queue_.push_back(Job{std::move(file), std::move(text), isNew});
+  work_.notify_one();
+}
+
+CardWriter::Result CardWriter::writeNow(std::string file, std::string text, bool isNew) {
+  drain();
+  return write(Job{std::move(file), std::move(text), isNew});
+}
+
+bool CardWriter::busy() const {
+  std::lock_guard lock(mutex_);
+  return writing_ || !queue_.empty();
+}
+
+void CardWriter::drain() {
+  std::unique_lock lock(mutex_);
+  room_.wait(lock, [&] { return !writing_ && queue_.empty(); });
+}
+
+std::vector<CardWriter::Result> CardWriter::collect() {
+  std::lock_guard lock(mutex_);
+  std::vector<Result> out;
+  out.swap(done_);
+  return out;
+}
+
+CardWriter::DirTime CardWriter::knownDirTime() const {
+  std::lock_guard lock(mutex_);
+  return known_;
+}
+
+void CardWriter::setKnownDirTime(DirTime time) {
+  std::lock_guard lock(mutex_);
+  known_ = time;
+}
+
+CardWriter::DirTime CardWriter::dirTime() const {
+  std::error_code ec;
+  auto t = fs::last_write_time(dir_, ec);
+  if (ec) return std::nullopt;
+  return t;
+}
+
+void CardWriter::run() {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    work_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
+    if (queue_.empty()) return;  // stopping, and every job is done
+    Job job = std::move(queue_.front());
+    queue_.pop_front();
+    writing_ = true;
+    lock.unlock();
+    Result result = write(job);
+    lock.lock();
+    done_.push_back(std::move(result));
+    writing_ = false;
+    room_.notify_all();
+  }
+}
+
+CardWriter::Result CardWriter::write(const Job& job) {
+  Result result;
+  result.file = job.file;
+  result.isNew = job.isNew;
+  fs::path target = dir_ / job.file;
+  // A card saved without a change is left alone: no new file, nothing for other tools to sync.
+  if (!job.isNew && holds(target, job.text, &result.stamp)) return result;
+
+  DirTime before = dirTime();
+  bool current;
+  {
+    std::lock_guard lock(mutex_);
+    current = before && before == known_;
+  }
+  fs::path temp = dir_ / ("." + job.file + "." + randomHex(8) + ".tmp");
+  int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);  // umask applies
+  if (fd < 0) {
+    result.error = writeError(target, errno);
+    return result;
+  }
+  int err = 0;
+  for (size_t done = 0; done < job.text.size() && err == 0;) {
+    ssize_t n = ::write(fd, job.text.data() + done, job.text.size() - done);
+    if (n > 0) {
+      done += static_cast<size_t>(n);
+    } else if (n < 0 && errno != EINTR) {
+      err = errno;
+    } else if (n == 0) {
+      err = EIO;
+    }
+  }
+  // Renaming keeps the inode, the time and the size: the stamp taken now is the file's.
+  struct stat st {};
+  if (err == 0 && ::fstat(fd, &st) != 0) err = errno;
+  if (::close(fd) != 0 && err == 0) err = errno;
+  if (err == 0) err = moveIntoPlace(temp, target, job.isNew);
+  if (err != 0) {
+    std::remove(temp.c_str());
+    result.error = writeError(target, err);
+    return result;
+  }
+  result.stamp = stampOf(st);
+  if (current) {
+    DirTime after = dirTime();
+    std::lock_guard lock(mutex_);
+    if (known_ == before) known_ = after;  // our own change; others' still show
+  }
+  return result;
+}
+
+}  // namespace dossync::vdir

@@ -1,0 +1,92 @@
+// Writes the card files of one folder behind the caller's back, so that saving a contact costs
+// the caller no disk time. Files are written in the order they were handed in, each whole: a
+// temporary file beside it, then renamed over it (a new file never replaces one that appeared
+// meanwhile). A file that already holds exactly the new text is left alone.
+//
+// The owner hands in jobs and collects what became of each: the file's stamp as written, or a
+// RuntimeError naming the file and the system's reason. The folder's own modification time is
+// followed across the writes (knownDirTime), so the owner can tell others' changes from its own.
+//
+// Ownership: the owner keeps the writer; the destructor finishes every job first.
+// Thread use: one owner thread calls everything; one writer thread of its own, started on the
+// first job.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/error.h"
+
+namespace dossync::vdir {
+
+// What tells that a file changed: its inode, modification time and size.
+struct FileStamp {
+  uint64_t inode = 0;
+  int64_t seconds = 0, nanoseconds = 0;
+  uint64_t size = 0;
+  bool operator==(const FileStamp&) const = default;
+};
+
+// The stamp of a regular file; nullopt when there is none.
+std::optional<FileStamp> stampOfFile(const std::filesystem::path& path);
+
+class CardWriter {
+ public:
+  struct Result {
+    std::string file;
+    bool isNew = false;
+    std::optional<FileStamp> stamp;  // set when the file holds the text now
+    std::optional<RuntimeError> error;
+  };
+
+  explicit CardWriter(std::filesystem::path dir);
+  ~CardWriter();
+  CardWriter(const CardWriter&) = delete;
+  CardWriter& operator=(const CardWriter&) = delete;
+
+  // Queues `text` for `file` (a name in the folder). `isNew`: no such file is known, so there is
+  // nothing to compare with and nothing to replace. Waits while many jobs are queued already.
+  void submit(std::string file, std::string text, bool isNew);
+  // Writes `text` at once on the caller's thread, after every queued job.
+  Result writeNow(std::string file, std::string text, bool isNew);
+  bool busy() const;              // jobs queued or being written
+  void drain();                   // waits until no job is left
+  std::vector<Result> collect();  // what became of the jobs finished since the last collect
+
+  // The folder's modification time as of the last write here, kept only while nobody else
+  // changed the folder; the owner sets it when it reads the folder.
+  using DirTime = std::optional<std::filesystem::file_time_type>;
+  DirTime knownDirTime() const;
+  void setKnownDirTime(DirTime time);
+  DirTime dirTime() const;  // the folder's time now
+
+ private:
+  struct Job {
+    std::string file, text;
+    bool isNew;
+  };
+  static constexpr size_t kMaxQueued = 512;
+
+  void run();
+  Result write(const Job& job);
+
+  std::filesystem::path dir_;
+  mutable std::mutex mutex_;
+  std::condition_variable work_;  // the writer waits for jobs
+  std::condition_variable room_;  // the owner waits for room in the queue, or for the end
+  std::deque<Job> queue_;
+  bool writing_ = false;
+  bool stopping_ = false;
+  std::vector<Result> done_;
+  DirTime known_;
+  std::thread thread_;
+};
+
+}  // namespace dossync::vdir
