@@ -9,7 +9,9 @@
 namespace dossync::sqlite {
 namespace {
 
-bool isWordChar(char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_'; }
+bool isWordChar(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
+}
 
 // Position of a keyword (upper case, surrounded by blanks) outside quotes, or npos.
 size_t findKeyword(const std::string& s, const std::string& keyword, size_t from = 0) {
@@ -34,8 +36,8 @@ size_t findKeyword(const std::string& s, const std::string& keyword, size_t from
 
 std::string identifier(std::string text) {
   text = value::trim(text);
-  if (text.size() >= 2 && ((text.front() == '[' && text.back() == ']') ||
-                           (text.front() == '"' && text.back() == '"')))
+  if (text.size() >= 2 &&
+      ((text.front() == '[' && text.back() == ']') || (text.front() == '"' && text.back() == '"')))
     text = text.substr(1, text.size() - 2);
   return text;
 }
@@ -70,7 +72,8 @@ std::optional<TableQuery> parseTableQuery(const std::string& statement) {
   bool first = true;
   while (start <= list.size()) {
     size_t comma = list.find(',', start);
-    std::string item = value::trim(list.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
+    std::string item = value::trim(
+        list.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
     size_t dot = item.find('.');
     if (dot == std::string::npos) {
       if (!(first && item == "*")) return std::nullopt;
@@ -92,10 +95,11 @@ CursorShape::CursorShape(std::shared_ptr<const TableInfo> info, const TableQuery
     : table(std::move(info)) {
   std::string t = quoteIdentifier(table->name);
   wherePrefix = q.where.empty() ? "" : "(" + q.where + ") AND ";
-  nextSql = "SELECT rowid FROM " + t + " WHERE " + wherePrefix + "rowid > ?1 ORDER BY rowid LIMIT 1;";
+  nextSql =
+      "SELECT rowid FROM " + t + " WHERE " + wherePrefix + "rowid > ?1 ORDER BY rowid LIMIT 1;";
   if (!q.orderBy.empty())
-    orderSql = "SELECT rowid FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) + " ORDER BY " +
-               q.orderBy + ", rowid;";
+    orderSql = "SELECT rowid FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
+               " ORDER BY " + q.orderBy + ", rowid;";
 }
 
 TableRecordset::TableRecordset(Database& db, std::shared_ptr<CursorShape> shape, bool readOnly)
@@ -134,8 +138,8 @@ void TableRecordset::moveNext() {
     pending_.clear();
   }
   if (state_ == State::End)
-    throw RuntimeError(kNoCurrentRecord, "Either BOF or EOF is True: no row after the last one of " +
-                                             table_.name);
+    throw RuntimeError(kNoCurrentRecord,
+                       "Either BOF or EOF is True: no row after the last one of " + table_.name);
   if (ordered_) {
     ++index_;
     moveTo(index_ < order_.size() ? std::optional<int64_t>(order_[index_]) : std::nullopt);
@@ -161,9 +165,8 @@ void TableRecordset::requireWritable() const {
 void TableRecordset::requireRow() const {
   position();
   if (state_ != State::Row)
-    throw RuntimeError(kNoCurrentRecord,
-                       "Either BOF or EOF is True, or the current record of " + table_.name +
-                           " has been deleted");
+    throw RuntimeError(kNoCurrentRecord, "Either BOF or EOF is True, or the current record of " +
+                                             table_.name + " has been deleted");
 }
 
 void CursorShape::want(int column) {
@@ -240,11 +243,13 @@ void TableRecordset::write(const std::string& field, const std::string& value) {
   const ColumnInfo& c = column(field);
   requireRow();
   if (c.autoKey)
-    throw RuntimeError(kFieldNotUpdatable, "Field cannot be updated: " + table_.name + "." + c.name +
-                                               " is the auto-number key");
+    throw RuntimeError(kFieldNotUpdatable, "Field cannot be updated: " + table_.name + "." +
+                                               c.name + " is the auto-number key");
   Stored v = toStored(table_.name, c, value);
+  // A field that holds the value already is left alone: nothing to write, nothing to commit.
   StatementUse st(db_.cached("UPDATE " + quoteIdentifier(table_.name) + " SET " +
-                             quoteIdentifier(c.name) + " = ?1 WHERE rowid = ?2;"));
+                             quoteIdentifier(c.name) + " = ?1 WHERE rowid = ?2 AND " +
+                             quoteIdentifier(c.name) + " IS NOT ?1;"));
   st->bind(1, v);
   st->bind(2, rowid_);
   st->step();
@@ -267,8 +272,8 @@ void TableRecordset::setNew(const std::string& field, const std::string& value) 
   if (state_ != State::Pending) return write(field, value);
   const ColumnInfo& c = column(field);
   if (c.autoKey)
-    throw RuntimeError(kFieldNotUpdatable, "Field cannot be updated: " + table_.name + "." + c.name +
-                                               " is the auto-number key");
+    throw RuntimeError(kFieldNotUpdatable, "Field cannot be updated: " + table_.name + "." +
+                                               c.name + " is the auto-number key");
   pending_[static_cast<size_t>(&c - table_.columns.data())] = toStored(table_.name, c, value);
 }
 
@@ -277,8 +282,10 @@ void TableRecordset::saveNew() {
     throw RuntimeError(kNoCurrentRecord, "No new row of " + table_.name + " to save");
   // Once a number of this table was handed out ahead, every new row takes the next one that
   // way, so a row the database would number cannot take a number promised to another.
-  bool numbered = table_.keyColumn >= 0 && table_.columns[static_cast<size_t>(table_.keyColumn)].autoKey;
-  if (numbered && reservedKey_ == 0 && db_.hasReservedKeys(table_)) reservedKey_ = db_.reserveKey(table_);
+  bool numbered =
+      table_.keyColumn >= 0 && table_.columns[static_cast<size_t>(table_.keyColumn)].autoKey;
+  if (numbered && reservedKey_ == 0 && db_.hasReservedKeys(table_))
+    reservedKey_ = db_.reserveKey(table_);
   std::string cols, params;
   std::vector<Stored> values;
   for (size_t i = 0; i < table_.columns.size(); ++i) {
@@ -292,8 +299,9 @@ void TableRecordset::saveNew() {
     params += "?" + std::to_string(values.size() + 1);
     values.push_back(*v);
   }
-  std::string sql = "INSERT INTO " + quoteIdentifier(table_.name) +
-                    (cols.empty() ? " DEFAULT VALUES;" : " (" + cols + ") VALUES (" + params + ");");
+  std::string sql =
+      "INSERT INTO " + quoteIdentifier(table_.name) +
+      (cols.empty() ? " DEFAULT VALUES;" : " (" + cols + ") VALUES (" + params + ");");
   {
     StatementUse st(db_.cached(sql));
     for (size_t i = 0; i < values.size(); ++i) st->bind(static_cast<int>(i + 1), values[i]);
@@ -340,7 +348,8 @@ std::optional<int64_t> TableRecordset::findFrom(bool next) {
   size_t floor = next ? index_ + 1 : 0;
   while (st->step()) {
     auto it = position_.find(st->columnInt(0));
-    if (it != position_.end() && it->second >= floor && (!best || it->second < *best)) best = it->second;
+    if (it != position_.end() && it->second >= floor && (!best || it->second < *best))
+      best = it->second;
   }
   if (!best) return std::nullopt;
   index_ = *best;
@@ -417,7 +426,8 @@ void TableRecordset::deleteCurrent() {
 ResultRecordset::ResultRecordset(Database& db, const std::string& sql) : sql_(sql) {
   Statement st(db, sql);
   int n = st.columnCount();
-  for (int i = 0; i < n; ++i) columns_.push_back(describeColumn(st.columnName(i), st.columnDeclType(i)));
+  for (int i = 0; i < n; ++i)
+    columns_.push_back(describeColumn(st.columnName(i), st.columnDeclType(i)));
   while (st.step()) {
     std::vector<Stored> row;
     row.reserve(static_cast<size_t>(n));
@@ -427,8 +437,8 @@ ResultRecordset::ResultRecordset(Database& db, const std::string& sql) : sql_(sq
 }
 
 void ResultRecordset::readOnly() const {
-  throw RuntimeError(kNotUpdatable, "Current Recordset does not support updating: \"" + sql_ +
-                                        "\" is read-only");
+  throw RuntimeError(kNotUpdatable,
+                     "Current Recordset does not support updating: \"" + sql_ + "\" is read-only");
 }
 
 int ResultRecordset::column(const std::string& field) const {
@@ -457,7 +467,8 @@ std::optional<size_t> ResultRecordset::findFrom(size_t start) {
   auto& byValue = hash_[findColumn_];
   if (byValue.empty()) {
     for (size_t r = 0; r < rows_.size(); ++r)
-      byValue[fromStored(columns_[static_cast<size_t>(findColumn_)], rows_[r][static_cast<size_t>(findColumn_)])]
+      byValue[fromStored(columns_[static_cast<size_t>(findColumn_)],
+                         rows_[r][static_cast<size_t>(findColumn_)])]
           .push_back(r);
   }
   auto it = byValue.find(findValue_);

@@ -169,22 +169,36 @@ void ContactFolder::scan() {
 std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* problem) {
   awaitWrite(file);
   fs::path p = dir_ / file;
-  std::error_code ec;
-  if (!fs::is_regular_file(p, ec)) return std::nullopt;  // gone, or not a file
-  FILE* f = std::fopen(p.c_str(), "rb");
-  if (!f) {
+  int fd = ::open(p.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
     int err = errno;
-    if (err != ENOENT && problem)
+    if (err != ENOENT && err != ENOTDIR && problem)
       *problem = "Cannot read contact file " + p.string() + ": " + std::strerror(err);
     return std::nullopt;
   }
-  std::string text;
-  char buf[1 << 16];
-  for (size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) text.append(buf, n);
-  bool failed = std::ferror(f) != 0;
-  std::fclose(f);
-  if (failed) {
-    if (problem) *problem = "Cannot read contact file " + p.string();
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {  // not a file
+    ::close(fd);
+    return std::nullopt;
+  }
+  std::string text(static_cast<size_t>(st.st_size), '\0');
+  size_t n = 0;
+  int err = 0;
+  for (;;) {
+    if (n == text.size()) text.resize(text.size() + 4096);  // it may have grown
+    ssize_t got = ::read(fd, text.data() + n, text.size() - n);
+    if (got == 0) break;
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      err = errno;
+      break;
+    }
+    n += static_cast<size_t>(got);
+  }
+  ::close(fd);
+  text.resize(n);
+  if (err != 0) {
+    if (problem) *problem = "Cannot read contact file " + p.string() + ": " + std::strerror(err);
     return std::nullopt;
   }
   try {
@@ -310,6 +324,13 @@ outlook::ItemPtr ContactFolder::findByFileAs(const std::string& fileAs) {
 }
 
 outlook::ItemPtr ContactFolder::findById(const std::string& entryId) {
+  // A plain UID names its file: before the index is built, that file alone may answer.
+  if (!built_ && isPlainUid(entryId)) {
+    std::string direct = entryId + ".vcf";
+    auto card = read(direct, nullptr);
+    if (card && entryIdFor(cardUid(*card), direct) == entryId)
+      return makeItem(direct, std::move(*card));
+  }
   ensureIndex();
   std::vector<std::string> files;
   if (auto it = filesById_.find(entryId); it != filesById_.end())
