@@ -1,11 +1,31 @@
 #include "core/error.h"
 
 #include <exception>
+#include <vector>
 
 #include "core/apartment.h"
 #include "core/synchronization.h"
 
 namespace dossync {
+namespace {
+
+// The databases go idle: read snapshots end and grouped writes are committed. What could not
+// be committed is answered, not thrown.
+std::vector<RuntimeError> idleDatabases(Apartment& a) {
+  std::vector<RuntimeError> failed;
+  for (hostdb::IDataAccess* db : {a.hostDb.get(), a.syncDb.get()}) {
+    if (!db) continue;
+    try {
+      db->idle();
+    } catch (const RuntimeError& e) {
+      failed.push_back(e);
+    } catch (...) {
+    }
+  }
+  return failed;
+}
+
+}  // namespace
 
 ErrorFrame::ErrorFrame(std::string location) : location_(std::move(location)) {
   Apartment& a = apartment();
@@ -32,6 +52,7 @@ ErrorFrame::~ErrorFrame() {
         handleCurrentException();
       }
     }
+    for (const auto& e : idleDatabases(a)) report(e);
   }
   if (entered_ && a.errorServiceSet && a.errorService) {
     try {
@@ -40,13 +61,7 @@ ErrorFrame::~ErrorFrame() {
       // A failing error service must not take the host down.
     }
   }
-  if (--a.procedureDepth == 0) {
-    try {
-      if (a.hostDb) a.hostDb->idle();
-      if (a.syncDb) a.syncDb->idle();
-    } catch (...) {
-    }
-  }
+  --a.procedureDepth;
 }
 
 void ErrorFrame::handleCurrentException() {
@@ -63,7 +78,14 @@ void ErrorFrame::handleCurrentException() {
   }
 }
 
+// Nothing is left uncommitted while the host tells the user.
 void ErrorFrame::handle(const RuntimeError& error) {
+  auto failed = idleDatabases(apartment());
+  report(error);
+  for (const auto& e : failed) report(e);
+}
+
+void ErrorFrame::report(const RuntimeError& error) {
   Apartment& a = apartment();
   int32_t action = kActionLeave;
   if (a.errorServiceSet && a.errorService) {

@@ -113,6 +113,7 @@ class ErrorFrame {
  private:
   void handleCurrentException();
   void handle(const RuntimeError& error);
+  void report(const RuntimeError& error);  // record, report, choose and apply the action
 
   std::string location_;
   bool entered_ = false;

@@ -65,8 +65,12 @@ class IDataAccess : public Object {
   virtual void deleteCurrent(int32_t handle) = 0;
 
   // Lets go of any read snapshot, as DAO's Idle does: the next read sees every other
-  // program's latest writes. Called when the outermost procedure returns.
+  // program's latest writes. Called when the outermost procedure returns (and before an error
+  // is reported); throws what could not be committed.
   virtual void idle() {}
+  // For a database only this program writes: writes made inside a procedure may be committed
+  // together, at the latest by idle(). A run killed meanwhile loses them.
+  virtual void groupWrites(bool) {}
 };
 
 using DataAccessPtr = std::shared_ptr<IDataAccess>;

@@ -19,7 +19,8 @@ store::ColumnDef integer(const std::string& name) {
   return {name, store::adInteger, 0, {{"NullAble", true}}};
 }
 store::ColumnDef text(const std::string& name, int32_t size) {
-  return {name, store::adVarWChar, size, {{"NullAble", true}, {"Jet OLEDB:Allow Zero Length", true}}};
+  return {
+      name, store::adVarWChar, size, {{"NullAble", true}, {"Jet OLEDB:Allow Zero Length", true}}};
 }
 store::ColumnDef date(const std::string& name) {
   return {name, store::adDate, 0, {{"NullAble", true}}};
@@ -75,8 +76,8 @@ void clsOutlookSynchronization::createOutlookSyncDatabase(const std::string& pat
   });
   f.step([&] {
     auto catalog = platform::create<store::ICatalog>(platform::kAdoxCatalog);
-    catalog->create("Provider=Microsoft.Jet.OLEDB.4.0;" + std::string("Data Source=") + temp +
-                    ";" + "Jet OLEDB:Database Password=;" + "Jet OLEDB:Engine Type=5;");
+    catalog->create("Provider=Microsoft.Jet.OLEDB.4.0;" + std::string("Data Source=") + temp + ";" +
+                    "Jet OLEDB:Database Password=;" + "Jet OLEDB:Engine Type=5;");
   });
   f.step([&] { files.copyFile(temp, path); });
   f.step([&] { files.deleteFile(temp); });
@@ -162,7 +163,10 @@ void clsOutlookSynchronization::openOutlookSyncDatabase(const std::string& path)
             3, self(), 0, 0, 101);
       }
       failedToInitialize_ = true;
+      return;
     }
+    // Only dossync writes this database: a run's pairings may be committed a few at a time.
+    db->groupWrites(true);
   });
 }
 

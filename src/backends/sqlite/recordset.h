@@ -26,9 +26,9 @@ std::optional<TableQuery> parseTableQuery(const std::string& sql);
 struct CursorShape {
   CursorShape(std::shared_ptr<const TableInfo> table, const TableQuery& query);
   std::shared_ptr<const TableInfo> table;
-  std::string wherePrefix;  // "(where) AND " or ""
-  std::string nextSql;      // the next row after ?1
-  std::string orderSql;     // every rowid in order; "" without ORDER BY
+  std::string wherePrefix;                       // "(where) AND " or ""
+  std::string nextSql;                           // the next row after ?1
+  std::string orderSql;                          // every rowid in order; "" without ORDER BY
   std::unordered_map<int, std::string> findSql;  // by column, made at the first find on it
   // The columns this query's callers read: a row is read with just those (most callers read a
   // few of many columns); a column read for the first time joins them.

@@ -10,7 +10,13 @@ namespace dossync::sqlite {
 
 SqliteDataAccess::SqliteDataAccess() = default;
 
-SqliteDataAccess::~SqliteDataAccess() { closeDatabase(); }
+SqliteDataAccess::~SqliteDataAccess() {
+  try {
+    closeDatabase();
+  } catch (const RuntimeError&) {
+    // Nobody left to tell; grouped writes are committed by idle() and closeDatabase() first.
+  }
+}
 
 void SqliteDataAccess::setErrorService(std::shared_ptr<IErrorService> service) {
   errorService_ = std::move(service);
@@ -38,23 +44,37 @@ bool SqliteDataAccess::openDatabase(int32_t mode) {
 
 void SqliteDataAccess::closeDatabase() {
   recordsets_.clear();
-  db_.reset();
+  if (!db_) return;
+  std::unique_ptr<Database> db = std::move(db_);
+  db->endSnapshot();  // commits grouped writes, or says why not
+}
+
+void SqliteDataAccess::groupWrites(bool on) {
+  groupWrites_ = on;
+  if (!on && db_) db_->setGroupWrites(false);
+}
+
+void SqliteDataAccess::beforeWrite() {
+  if (db_) db_->setGroupWrites(groupWrites_ && apartment().procedureDepth > 0);
 }
 
 Recordset& SqliteDataAccess::recordset(int32_t handle) {
   auto it = recordsets_.find(handle);
   if (it == recordsets_.end())
-    throw RuntimeError(kObjectClosed, "Operation is not allowed when the object is closed: "
-                                      "recordset handle " + std::to_string(handle) +
-                                          " is not open");
+    throw RuntimeError(kObjectClosed,
+                       "Operation is not allowed when the object is closed: "
+                       "recordset handle " +
+                           std::to_string(handle) + " is not open");
   return *it->second;
 }
 
 int32_t SqliteDataAccess::openRecordset(const std::string& sql, int32_t cursorKind,
                                         int32_t lockKind, bool, const std::string&) {
   if (!db_)
-    throw RuntimeError(kObjectClosed, "Operation is not allowed when the object is closed: no "
-                                      "database is open for \"" + sql + "\"");
+    throw RuntimeError(kObjectClosed,
+                       "Operation is not allowed when the object is closed: no "
+                       "database is open for \"" +
+                           sql + "\"");
   std::unique_ptr<Recordset> rs;
   try {
     auto it = shapes_.find(sql);
@@ -89,9 +109,15 @@ void SqliteDataAccess::idle() {
   if (db_) db_->endSnapshot();
 }
 
-bool SqliteDataAccess::isEOF(int32_t handle) { return recordset(handle).isEOF(); }
-bool SqliteDataAccess::hasCurrentRow(int32_t handle) { return recordset(handle).hasCurrentRow(); }
-void SqliteDataAccess::moveNext(int32_t handle) { recordset(handle).moveNext(); }
+bool SqliteDataAccess::isEOF(int32_t handle) {
+  return recordset(handle).isEOF();
+}
+bool SqliteDataAccess::hasCurrentRow(int32_t handle) {
+  return recordset(handle).hasCurrentRow();
+}
+void SqliteDataAccess::moveNext(int32_t handle) {
+  recordset(handle).moveNext();
+}
 
 std::string SqliteDataAccess::readField(int32_t handle, const std::string& field) {
   return recordset(handle).read(field);
@@ -99,25 +125,41 @@ std::string SqliteDataAccess::readField(int32_t handle, const std::string& field
 
 void SqliteDataAccess::writeField(int32_t handle, const std::string& field,
                                   const std::string& value, bool) {
-  recordset(handle).write(field, value);
+  Recordset& rs = recordset(handle);
+  beforeWrite();
+  rs.write(field, value);
 }
 
-void SqliteDataAccess::addNew(int32_t handle) { recordset(handle).addNew(); }
+void SqliteDataAccess::addNew(int32_t handle) {
+  recordset(handle).addNew();
+}
 
 void SqliteDataAccess::setNewField(int32_t handle, const std::string& field,
                                    const std::string& value) {
-  recordset(handle).setNew(field, value);
+  Recordset& rs = recordset(handle);
+  beforeWrite();
+  rs.setNew(field, value);
 }
 
-void SqliteDataAccess::saveNew(int32_t handle) { recordset(handle).saveNew(); }
+void SqliteDataAccess::saveNew(int32_t handle) {
+  Recordset& rs = recordset(handle);
+  beforeWrite();
+  rs.saveNew();
+}
 
 bool SqliteDataAccess::findFirst(int32_t handle, const std::string& field,
                                  const std::string& value) {
   return recordset(handle).findFirst(field, value);
 }
 
-void SqliteDataAccess::findNext(int32_t handle) { recordset(handle).findNext(); }
-void SqliteDataAccess::deleteCurrent(int32_t handle) { recordset(handle).deleteCurrent(); }
+void SqliteDataAccess::findNext(int32_t handle) {
+  recordset(handle).findNext();
+}
+void SqliteDataAccess::deleteCurrent(int32_t handle) {
+  Recordset& rs = recordset(handle);
+  beforeWrite();
+  rs.deleteCurrent();
+}
 
 // ---- Connection and catalog
 
@@ -131,7 +173,8 @@ void SqliteConnection::open(const std::string& connectionString) {
 
 void SqliteCatalog::create(const std::string& connectionString) {
   std::string path = store::dataSourceOf(connectionString);
-  if (path.empty()) throw RuntimeError(kCannotOpenDatabase, "No Data Source in the connection string");
+  if (path.empty())
+    throw RuntimeError(kCannotOpenDatabase, "No Data Source in the connection string");
   if (std::filesystem::exists(path))
     throw RuntimeError(kFileAlreadyExists, "Database '" + path + "' already exists");
   Database db(path, true);
@@ -145,8 +188,9 @@ void SqliteCatalog::setActiveConnection(std::shared_ptr<store::IConnection> conn
 
 Database& SqliteCatalog::active() {
   if (!connection_ || !connection_->database())
-    throw RuntimeError(kObjectClosed, "Operation is not allowed when the object is closed: the "
-                                      "catalog has no open connection");
+    throw RuntimeError(kObjectClosed,
+                       "Operation is not allowed when the object is closed: the "
+                       "catalog has no open connection");
   return *connection_->database();
 }
 
@@ -163,7 +207,8 @@ std::vector<std::string> SqliteCatalog::tableNames() {
 void SqliteCatalog::appendTable(const store::TableDef& table) {
   Database& db = active();
   if (db.table(table.name))
-    throw RuntimeError(kTableExists, "Table '" + table.name + "' already exists in '" + db.path() + "'");
+    throw RuntimeError(kTableExists,
+                       "Table '" + table.name + "' already exists in '" + db.path() + "'");
   std::string sql = "CREATE TABLE " + quoteIdentifier(table.name) + " (";
   bool first = true;
   for (const store::ColumnDef& c : table.columns) {
@@ -175,11 +220,21 @@ void SqliteCatalog::appendTable(const store::TableDef& table) {
       continue;
     }
     switch (c.type) {
-      case store::adInteger: sql += "INTEGER"; break;
-      case store::adDate: sql += "DATETIME"; break;
-      case store::adBoolean: sql += "BOOLEAN"; break;
-      case store::adVarWChar: sql += "VARCHAR(" + std::to_string(c.definedSize) + ")"; break;
-      default: sql += "TEXT"; break;
+      case store::adInteger:
+        sql += "INTEGER";
+        break;
+      case store::adDate:
+        sql += "DATETIME";
+        break;
+      case store::adBoolean:
+        sql += "BOOLEAN";
+        break;
+      case store::adVarWChar:
+        sql += "VARCHAR(" + std::to_string(c.definedSize) + ")";
+        break;
+      default:
+        sql += "TEXT";
+        break;
     }
     if (!c.property("NullAble")) sql += " NOT NULL";
   }

@@ -17,17 +17,20 @@
 // Reads between two writes share one read transaction (for at most 100 ms, and never past the
 // return of the outermost procedure: idle(); outside procedures, never past the closing of the
 // last open recordset), so a walk does not pay a transaction per statement; a write first ends
-// that snapshot, so it sees and commits against the latest data.
+// that snapshot, so it sees and commits against the latest data. With groupWrites(true) (a
+// database only this program writes), writes made inside a procedure are committed together
+// instead, with the snapshot: at most 100 ms after the first of them, and when the outermost
+// procedure returns (idle(), which then throws what could not be committed).
 // Text longer than a VARCHAR(n) column's n characters is refused (RuntimeError 3163, naming
 // table, column and size), as Jet does. Booleans read "True"/"False"; dates read in the
 // default text form.
 #pragma once
 
 #include <map>
-#include <optional>
-#include <unordered_map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <unordered_map>
 
 #include "backends/sqlite/recordset.h"
 #include "backends/sqlite/sqlite_db.h"
@@ -70,6 +73,7 @@ class SqliteDataAccess : public hostdb::IDataAccess {
   void findNext(int32_t handle) override;
   void deleteCurrent(int32_t handle) override;
   void idle() override;
+  void groupWrites(bool on) override;
 
   // Open recordsets (for tests and leak reports).
   size_t openRecordsetCount() const { return recordsets_.size(); }
@@ -77,6 +81,7 @@ class SqliteDataAccess : public hostdb::IDataAccess {
 
  private:
   Recordset& recordset(int32_t handle);
+  void beforeWrite();  // groups the write when asked to and inside a procedure
 
   std::shared_ptr<IErrorService> errorService_;
   std::string appName_;
@@ -85,6 +90,7 @@ class SqliteDataAccess : public hostdb::IDataAccess {
   int32_t cursorLocation_ = 0;
   int32_t accessMode_ = 0;
   std::string lastError_;
+  bool groupWrites_ = false;
   std::unique_ptr<Database> db_;
   std::map<int32_t, std::unique_ptr<Recordset>> recordsets_;
   // Statements come back again and again (a look-up per row): their shape is worked out once.

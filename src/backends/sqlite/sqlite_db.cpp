@@ -72,7 +72,8 @@ Stored toStored(const std::string& table, const ColumnInfo& column, const std::s
       if (column.size > 0 && value::characterCount(text) > static_cast<size_t>(column.size)) {
         throw RuntimeError(kFieldTooSmall,
                            "The field is too small to accept the amount of data you attempted "
-                           "to add: " + table + "." + column.name + " holds at most " +
+                           "to add: " +
+                               table + "." + column.name + " holds at most " +
                                std::to_string(column.size) + " characters, the value has " +
                                std::to_string(value::characterCount(text)));
       }
@@ -127,9 +128,12 @@ std::string realText(double r) {
 std::string fromStored(const ColumnInfo& column, const Stored& v) {
   if (column.kind == ColumnKind::Boolean) {
     switch (v.type) {
-      case Stored::Null: return "False";
-      case Stored::Int: return value::fromBoolean(v.i != 0);
-      case Stored::Real: return value::fromBoolean(v.r != 0);
+      case Stored::Null:
+        return "False";
+      case Stored::Int:
+        return value::fromBoolean(v.i != 0);
+      case Stored::Real:
+        return value::fromBoolean(v.r != 0);
       case Stored::Text: {
         auto b = value::parseBoolean(v.s);
         return b ? value::fromBoolean(*b) : v.s;
@@ -137,9 +141,12 @@ std::string fromStored(const ColumnInfo& column, const Stored& v) {
     }
   }
   switch (v.type) {
-    case Stored::Null: return "";
-    case Stored::Int: return std::to_string(v.i);
-    case Stored::Real: return realText(v.r);
+    case Stored::Null:
+      return "";
+    case Stored::Int:
+      return std::to_string(v.i);
+    case Stored::Real:
+      return realText(v.r);
     case Stored::Text:
       if (column.kind == ColumnKind::DateTime) {
         if (auto d = value::parseDate(v.s)) return value::toText(*d);
@@ -163,20 +170,30 @@ Statement::Statement(Database& db, const std::string& sql)
   }
 }
 
-Statement::~Statement() { sqlite3_finalize(stmt_); }
+Statement::~Statement() {
+  sqlite3_finalize(stmt_);
+}
 
 void Statement::bind(int index, const Stored& v) {
   switch (v.type) {
-    case Stored::Null: sqlite3_bind_null(stmt_, index); break;
-    case Stored::Int: sqlite3_bind_int64(stmt_, index, v.i); break;
-    case Stored::Real: sqlite3_bind_double(stmt_, index, v.r); break;
+    case Stored::Null:
+      sqlite3_bind_null(stmt_, index);
+      break;
+    case Stored::Int:
+      sqlite3_bind_int64(stmt_, index, v.i);
+      break;
+    case Stored::Real:
+      sqlite3_bind_double(stmt_, index, v.r);
+      break;
     case Stored::Text:
       sqlite3_bind_text(stmt_, index, v.s.data(), static_cast<int>(v.s.size()), SQLITE_TRANSIENT);
       break;
   }
 }
 
-void Statement::bind(int index, int64_t v) { sqlite3_bind_int64(stmt_, index, v); }
+void Statement::bind(int index, int64_t v) {
+  sqlite3_bind_int64(stmt_, index, v);
+}
 
 void Statement::bind(int index, const std::string& v) {
   sqlite3_bind_text(stmt_, index, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
@@ -189,14 +206,19 @@ bool Statement::step() {
   int rc = sqlite3_step(stmt_);
   std::string msg;
   if (inSnapshot && rc != SQLITE_ROW) {
-    // A write made inside the read snapshot commits at once. When another connection wrote
-    // since the snapshot began, the write cannot join it: it runs again on its own.
-    if (rc != SQLITE_DONE) msg = sqlite3_errmsg(db_);
-    owner_.endSnapshot();
-    if ((rc & 0xff) == SQLITE_BUSY) {
-      sqlite3_reset(stmt_);
-      rc = sqlite3_step(stmt_);
-      msg.clear();
+    // A write made inside the snapshot commits at once, or with the snapshot when writes are
+    // grouped. When another connection wrote since the snapshot began, the write cannot join
+    // it: it runs again on its own.
+    if (rc == SQLITE_DONE && owner_.groupsWrites()) {
+      owner_.noteGroupedWrite();
+    } else {
+      if (rc != SQLITE_DONE) msg = sqlite3_errmsg(db_);
+      owner_.endSnapshot();
+      if ((rc & 0xff) == SQLITE_BUSY) {
+        sqlite3_reset(stmt_);
+        rc = sqlite3_step(stmt_);
+        msg.clear();
+      }
     }
   }
   if (rc == SQLITE_ROW) return true;
@@ -218,12 +240,15 @@ void Statement::reset() {
   sqlite3_clear_bindings(stmt_);
 }
 
-int Statement::columnCount() const { return sqlite3_column_count(stmt_); }
+int Statement::columnCount() const {
+  return sqlite3_column_count(stmt_);
+}
 
 Stored Statement::column(int i) const {
   Stored v;
   switch (sqlite3_column_type(stmt_, i)) {
-    case SQLITE_NULL: break;
+    case SQLITE_NULL:
+      break;
     case SQLITE_INTEGER:
       v.type = Stored::Int;
       v.i = sqlite3_column_int64(stmt_, i);
@@ -242,7 +267,9 @@ Stored Statement::column(int i) const {
   return v;
 }
 
-int64_t Statement::columnInt(int i) const { return sqlite3_column_int64(stmt_, i); }
+int64_t Statement::columnInt(int i) const {
+  return sqlite3_column_int64(stmt_, i);
+}
 
 std::string Statement::columnName(int i) const {
   const char* n = sqlite3_column_name(stmt_, i);
@@ -291,7 +318,11 @@ Database::Database(const std::string& path, bool create) : path_(path) {
 }
 
 Database::~Database() {
-  endSnapshot();
+  try {
+    endSnapshot();
+  } catch (const RuntimeError&) {
+    // Closing without a caller to tell: the data access object commits before it closes.
+  }
   sqlite3_finalize(begin_);
   sqlite3_finalize(commit_);
   statements_.clear();
@@ -307,8 +338,15 @@ void Database::setSnapshotReads(bool on) {
   snapshotReads_ = on;
 }
 
+void Database::setGroupWrites(bool on) {
+  if (on == groupWrites_) return;
+  if (!on) endSnapshot();
+  groupWrites_ = on;
+}
+
 bool Database::runRaw(sqlite3_stmt*& statement, const char* sql) {
-  if (!statement && sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr) != SQLITE_OK) return false;
+  if (!statement && sqlite3_prepare_v2(db_, sql, -1, &statement, nullptr) != SQLITE_OK)
+    return false;
   int rc = sqlite3_step(statement);
   sqlite3_reset(statement);
   return rc == SQLITE_DONE;
@@ -328,9 +366,15 @@ void Database::endSnapshot() {
   snapshotOpen_ = false;
   memo_.rows.clear();
   memo_.finds.clear();
-  // Only reads ran in it, so it commits (or, should anything go wrong, rolls back) to nothing.
-  if (!runRaw(commit_, "COMMIT;") && !sqlite3_get_autocommit(db_))
-    sqlite3_exec(db_, "ROLLBACK;", nullptr, nullptr, nullptr);
+  int writes = groupedWrites_;
+  groupedWrites_ = 0;
+  if (runRaw(commit_, "COMMIT;")) return;
+  std::string msg = sqlite3_errmsg(db_);
+  if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK;", nullptr, nullptr, nullptr);
+  // A snapshot of reads only commits to nothing; grouped writes must not vanish unsaid.
+  if (writes > 0)
+    throw RuntimeError(kDiskIO, "The last " + std::to_string(writes) +
+                                    " changes could not be committed to '" + path_ + "': " + msg);
 }
 
 bool Database::beforeStatement(sqlite3_stmt* statement) {
@@ -346,12 +390,13 @@ bool Database::beforeStatement(sqlite3_stmt* statement) {
     }
     endSnapshot();
   }
-  if (!reads || !sqlite3_get_autocommit(db_)) return false;  // a write, or the caller's own
+  if (!sqlite3_get_autocommit(db_)) return false;  // the caller's own transaction
+  if (!reads && !groupWrites_) return false;       // a write on its own
   if (runRaw(begin_, "BEGIN;")) {
     snapshotOpen_ = true;
     snapshotStart_ = std::chrono::steady_clock::now();
   }
-  return false;
+  return !reads && snapshotOpen_;  // a grouped write opens the snapshot it joins
 }
 
 void Database::exec(const std::string& sql) {
@@ -378,7 +423,8 @@ std::shared_ptr<const TableInfo> Database::table(const std::string& name) {
   auto info = std::make_shared<TableInfo>();
   bool autoIncrement = false;
   {
-    Statement n(*this, "SELECT type, name, sql FROM sqlite_master WHERE type IN ('table', 'view') AND "
+    Statement n(*this,
+                "SELECT type, name, sql FROM sqlite_master WHERE type IN ('table', 'view') AND "
                 "name = ?1 COLLATE NOCASE;");
     n.bind(1, name);
     if (!n.step()) return nullptr;
@@ -431,7 +477,8 @@ void Database::ensureIndex(const TableInfo& table, const ColumnInfo& column) {
   while (list.step()) indexes.push_back(list.column(1).s);
   for (const std::string& idx : indexes) {
     Statement info(*this, "PRAGMA index_info(" + quoteIdentifier(idx) + ");");
-    if (info.step() && info.columnInt(0) == 0 && value::equalsIgnoreCase(info.column(2).s, column.name))
+    if (info.step() && info.columnInt(0) == 0 &&
+        value::equalsIgnoreCase(info.column(2).s, column.name))
       return;
   }
   std::string name = "dossync_ix_" + table.name + "_" + column.name;
@@ -450,9 +497,10 @@ bool Database::hasReservedKeys(const TableInfo& table) const {
 int64_t Database::reserveKey(const TableInfo& table) {
   // An AUTOINCREMENT table has its row in sqlite_sequence (made with the first such table): the
   // next number is above both that and every key in use.
-  StatementUse st(cached("SELECT max(coalesce((SELECT max(rowid) FROM " + quoteIdentifier(table.name) +
-                         "), 0), coalesce((SELECT seq FROM sqlite_sequence WHERE name = " +
-                         quoteText(table.name) + "), 0));"));
+  StatementUse st(cached(
+      "SELECT max(coalesce((SELECT max(rowid) FROM " + quoteIdentifier(table.name) +
+      "), 0), coalesce((SELECT seq FROM sqlite_sequence WHERE name = " + quoteText(table.name) +
+      "), 0));"));
   int64_t top = st->step() ? st->columnInt(0) : 0;
   int64_t& reserved = reserved_[value::upper(table.name)];
   reserved = std::max(reserved, top) + 1;

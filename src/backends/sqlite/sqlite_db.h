@@ -37,7 +37,8 @@ struct CaseInsensitiveHash {
   using is_transparent = void;
   size_t operator()(std::string_view s) const {
     size_t h = 1469598103934665603ULL;
-    for (char c : s) h = (h ^ static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 32 : c)) * 1099511628211ULL;
+    for (char c : s)
+      h = (h ^ static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 32 : c)) * 1099511628211ULL;
     return h;
   }
 };
@@ -136,11 +137,20 @@ class Database {
   // Read snapshots: while on, consecutive reads share one read transaction instead of one
   // each, for at most kSnapshotAge; a write joins it and commits it at once (or, when another
   // connection wrote meanwhile, runs on its own after it), so every write still commits when it
-  // is made; exec ends the snapshot first. Only in WAL mode, where a reader never blocks a writer. Off by default;
-  // the data access object turns it on and ends the snapshot when its last recordset closes.
+  // is made; exec ends the snapshot first. Only in WAL mode, where a reader never blocks a writer.
+  // Off by default; the data access object turns it on and ends the snapshot when its last
+  // recordset closes.
   static constexpr std::chrono::milliseconds kSnapshotAge{100};
   void setSnapshotReads(bool on);
   bool snapshotReads() const { return snapshotReads_ && wal_; }
+  // Grouped writes (with snapshot reads on): a write joins the snapshot, or opens one, and is
+  // committed with it when it ends (its age, endSnapshot), not at once. Turning them off
+  // commits what is pending.
+  void setGroupWrites(bool on);
+  bool groupsWrites() const { return groupWrites_; }
+  void noteGroupedWrite() { ++groupedWrites_; }
+  // Ends the snapshot, committing grouped writes; throws RuntimeError kDiskIO naming the file
+  // when they cannot be committed (they are lost then).
   void endSnapshot();
   // Statement::step calls it on a first step; true: a write that runs inside the snapshot, which
   // the caller then ends (committing the write).
@@ -175,6 +185,8 @@ class Database {
   bool wal_ = false;
   bool snapshotReads_ = false;
   bool snapshotOpen_ = false;
+  bool groupWrites_ = false;
+  int groupedWrites_ = 0;  // in the open snapshot
   std::chrono::steady_clock::time_point snapshotStart_;
   SnapshotMemo memo_;
 };

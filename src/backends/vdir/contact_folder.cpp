@@ -150,7 +150,7 @@ void ContactFolder::scan() {
       continue;
     }
     std::string problem;
-    auto card = read(name, &problem);
+    auto card = read(name, &problem, false);
     if (!card) {
       if (!problem.empty()) {
         warn_(problem);
@@ -166,7 +166,7 @@ void ContactFolder::scan() {
   rebuildMaps();
 }
 
-std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* problem) {
+std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* problem, bool keep) {
   awaitWrite(file);
   fs::path p = dir_ / file;
   int fd = ::open(p.c_str(), O_RDONLY | O_CLOEXEC);
@@ -180,6 +180,12 @@ std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* p
   if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {  // not a file
     ::close(fd);
     return std::nullopt;
+  }
+  Stamp stamp{static_cast<uint64_t>(st.st_ino), st.st_mtim.tv_sec, st.st_mtim.tv_nsec,
+              static_cast<uint64_t>(st.st_size)};
+  if (lastRead_ && lastRead_->file == file && lastRead_->stamp == stamp) {
+    ::close(fd);
+    return lastRead_->card;
   }
   std::string text(static_cast<size_t>(st.st_size), '\0');
   size_t n = 0;
@@ -202,7 +208,9 @@ std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* p
     return std::nullopt;
   }
   try {
-    return parseVcard(text);
+    Vcard card = parseVcard(text);
+    if (keep) lastRead_ = LastRead{file, stamp, card};
+    return card;
   } catch (const RuntimeError& e) {
     if (problem) *problem = "Skipped malformed contact file " + p.string() + ": " + e.description();
     return std::nullopt;

@@ -82,7 +82,9 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   void ensureIndex();
   void scan();
   // The card in that file; nullopt when it is gone, or (with *problem set) unreadable or bad.
-  std::optional<Vcard> read(const std::string& file, std::string* problem);
+  // The last card read for a look-up is kept: asked again while its file keeps its stamp (an
+  // item found by FileAs is then fetched by its entry id), it is not read and parsed again.
+  std::optional<Vcard> read(const std::string& file, std::string* problem, bool keep = true);
   std::optional<Stamp> stampOf(const std::string& file) const;
   Entry entryFor(const std::string& file, const Vcard& card, Stamp stamp) const;
   outlook::ItemPtr makeItem(const std::string& file, Vcard card);
@@ -107,6 +109,12 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   std::unordered_map<std::string, std::set<std::string>> filesById_;
   std::unordered_map<std::string, std::set<std::string>> filesByFileAs_;
   std::map<std::string, Stamp> reported_;  // malformed files already warned about
+  struct LastRead {
+    std::string file;
+    Stamp stamp;
+    Vcard card;
+  };
+  std::optional<LastRead> lastRead_;
   CardWriter writer_;
   std::unordered_map<std::string, int> inFlight_;  // files with writes not taken in yet
   std::vector<RuntimeError> failed_;               // failed writes not reported yet

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <deque>
 #include <utility>
 
 #include "core/error.h"
@@ -238,11 +239,14 @@ Vcard parseVcard(std::string_view text) {
   if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
 
   // Unfold: a physical line that starts with a blank or tab continues the one before it.
+  // Lines that were not folded stay views into the text.
   struct Logical {
-    std::string text;
+    std::string_view text;
     size_t number;
   };
   std::vector<Logical> lines;
+  lines.reserve(64);
+  std::deque<std::string> unfolded;  // the folded ones, joined (a deque keeps them in place)
   size_t pos = 0, number = 0;
   for (;;) {
     size_t nl = text.find('\n', pos);
@@ -251,15 +255,20 @@ Vcard parseVcard(std::string_view text) {
     if (!phys.empty() && phys.back() == '\r') phys.remove_suffix(1);
     if (!phys.empty() && (phys[0] == ' ' || phys[0] == '\t')) {
       if (lines.empty()) throw syntaxError(number, "continuation line with nothing to continue");
-      lines.back().text.append(phys.substr(1));
+      Logical& last = lines.back();
+      if (unfolded.empty() || last.text.data() != unfolded.back().data())
+        unfolded.emplace_back(last.text);
+      unfolded.back().append(phys.substr(1));
+      last.text = unfolded.back();
     } else {
-      lines.push_back({std::string(phys), number});
+      lines.push_back({phys, number});
     }
     if (nl == std::string_view::npos) break;
     pos = nl + 1;
   }
 
   Vcard card;
+  card.properties.reserve(lines.size());
   enum { kBefore, kInside, kAfter } state = kBefore;
   for (const auto& l : lines) {
     if (l.text.empty()) continue;

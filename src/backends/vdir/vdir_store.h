@@ -17,8 +17,8 @@
 // groups: cards with KIND:group or X-ADDRESSBOOKSERVER-KIND:group); GetDefaultFolder(9) the
 // calendar (its Items list nothing yet). CreateItem(2) makes an unsaved contact of the
 // session's profile, CreateItem(0) a mail item (vdir_mail.h), CreateItem(1) an appointment
-// (vdir_calendar.h); other item types throw. Items::Find understands only `[FileAs] = "NAME"` (NAME is everything
-// between the first and the last double quote, taken literally; exact comparison).
+// (vdir_calendar.h); other item types throw. Items::Find understands only `[FileAs] = "NAME"` (NAME
+// is everything between the first and the last double quote, taken literally; exact comparison).
 // Save writes the whole file atomically (temporary file in the same folder, then rename). An
 // empty FileAs is filled on Save as Outlook does: "LastName, FirstName" (or the one set), else
 // CompanyName, else FullName. EntryID: see entry_id.h. StoreID: ROOT/<profile>/store-id.
