@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include <fstream>
 
 #include "core/apartment.h"
@@ -99,8 +101,10 @@ TEST_F(DataAccessTest, WalkingAWholeTableInKeyOrder) {
 
 TEST_F(DataAccessTest, OrderByWhereAndFieldNamesInAnyCase) {
   int32_t h = open("SELECT Companies.* FROM Companies ORDER BY Companies.CompanyName;");
-  EXPECT_EQ(walk(h, "companyname"), (std::vector<std::string>{"acme Inc.", "Beta Co.", "Zeta Ltd."}));
-  int32_t w = open("SELECT Contacts.* FROM Contacts WHERE CompanyNum = 1 AND DisplayName <> 'Bob';");
+  EXPECT_EQ(walk(h, "companyname"),
+            (std::vector<std::string>{"acme Inc.", "Beta Co.", "Zeta Ltd."}));
+  int32_t w =
+      open("SELECT Contacts.* FROM Contacts WHERE CompanyNum = 1 AND DisplayName <> 'Bob';");
   EXPECT_EQ(walk(w, "DisplayName"), (std::vector<std::string>{"Ann", "Dee"}));
   EXPECT_EQ(errorOf([&] { open("SELECT Nothing.* FROM Nothing;"); }), kStatementFailed);
 }
@@ -139,10 +143,12 @@ TEST_F(DataAccessTest, FindFirstAndNextCompareExactTextAndMoveTheRow) {
 TEST_F(DataAccessTest, FindsUseAnIndexCreatedOnDemand) {
   int32_t h = open("SELECT Companies.* FROM Companies;");
   db.findFirst(h, "Email", "x@y");
-  auto idx = testing::querySql(path, "SELECT name FROM sqlite_master WHERE type='index' AND "
-                                     "tbl_name='Companies' AND sql LIKE '%Email%';");
+  auto idx = testing::querySql(path,
+                               "SELECT name FROM sqlite_master WHERE type='index' AND "
+                               "tbl_name='Companies' AND sql LIKE '%Email%';");
   EXPECT_EQ(idx.size(), 1u);
-  auto plan = testing::querySql(path, "EXPLAIN QUERY PLAN SELECT rowid FROM Companies WHERE Email = 'a';");
+  auto plan =
+      testing::querySql(path, "EXPLAIN QUERY PLAN SELECT rowid FROM Companies WHERE Email = 'a';");
   ASSERT_FALSE(plan.empty());
 }
 
@@ -161,8 +167,9 @@ TEST_F(DataAccessTest, WritesAreStoredAtOnce) {
   db.writeField(h, "CategoryNum", "");
   EXPECT_EQ(testing::querySql(path, "SELECT CompanyName FROM Companies WHERE CompanyID=2;")[0],
             "Acme Incorporated");
-  EXPECT_EQ(testing::querySql(path, "SELECT typeof(CategoryNum) FROM Companies WHERE CompanyID=2;")[0],
-            "null");
+  EXPECT_EQ(
+      testing::querySql(path, "SELECT typeof(CategoryNum) FROM Companies WHERE CompanyID=2;")[0],
+      "null");
   EXPECT_EQ(errorOf([&] { db.writeField(h, "NoSuchField", "x"); }), kItemNotFound);
   EXPECT_EQ(errorOf([&] { db.writeField(h, "CategoryNum", "twelve"); }), kTypeMismatch);
   EXPECT_EQ(errorOf([&] { db.writeField(h, "CompanyID", "99"); }), kFieldNotUpdatable);
@@ -209,6 +216,57 @@ TEST_F(DataAccessTest, OthersWritesShowWhenIdleOwnWritesAtOnce) {
               (std::vector<std::string>{"Zeta Four", "Acme Four", "Beta Three"}));
     db.closeRecordset(w);
   }
+  resetApartment();
+}
+
+// With grouped writes (the synchronisation database), writes inside a procedure are committed
+// together: others see them once the outermost procedure returns, or before an error is reported
+// to the host; outside procedures each write is stored at once.
+TEST_F(DataAccessTest, GroupedWritesCommitWhenTheProcedureReturnsOrAnErrorIsReported) {
+  db.groupWrites(true);
+  apartment().syncDb = std::shared_ptr<hostdb::IDataAccess>(&db, [](hostdb::IDataAccess*) {});
+  auto committed = [&] {
+    return testing::querySql(path, "SELECT CompanyName FROM Companies ORDER BY CompanyID;");
+  };
+  auto rename = [&](const std::string& id, const std::string& name) {
+    int32_t w = open("SELECT Companies.* FROM Companies;", kLockOptimistic);
+    db.findFirst(w, "CompanyID", id);
+    db.writeField(w, "CompanyName", name);
+    db.closeRecordset(w);
+  };
+  {
+    ErrorFrame procedure("test:outer");
+    rename("1", "Zeta Grouped");
+    rename("2", "Acme Grouped");
+    EXPECT_EQ(committed()[0], "Zeta Ltd.");  // not yet
+  }
+  EXPECT_EQ(committed(), (std::vector<std::string>{"Zeta Grouped", "Acme Grouped", "Beta Co."}));
+
+  rename("5", "Beta at once");
+  EXPECT_EQ(committed()[2], "Beta at once");
+
+  // The host's error service is called with nothing left uncommitted.
+  struct Checking : testing::RecordingErrorService {
+    std::function<void()> check;
+    void recordError(const RuntimeError& e) override {
+      check();
+      RecordingErrorService::recordError(e);
+    }
+  };
+  auto errors = std::make_shared<Checking>();
+  std::vector<std::string> seen;
+  errors->check = [&] { seen = committed(); };
+  apartment().errorService = errors;
+  apartment().errorServiceSet = true;
+  {
+    ErrorFrame procedure("test:outer");
+    procedure.step([&] {
+      rename("1", "Zeta Failing");
+      throw RuntimeError(kInvalidProcedureCall, "something else failed");
+    });
+  }
+  ASSERT_EQ(errors->errors.size(), 1u);
+  EXPECT_EQ(seen[0], "Zeta Failing");
   resetApartment();
 }
 
@@ -322,16 +380,17 @@ TEST_F(DataAccessTest, DeletingTheCurrentRowThenWalkingOn) {
 }
 
 TEST_F(DataAccessTest, TheHostsJoinsAndScheduleStatementRun) {
-  testing::execSql(path,
-                   "INSERT INTO ClientData (ClientDataID, CompanyIDNum, ShowThisClient) VALUES "
-                   "(1, 1, 1), (2, 2, 0), (3, 5, 1);"
-                   "INSERT INTO AccountingServices (AccountingServicesID) VALUES (1),(2),(3);"
-                   "INSERT INTO ClientOptions (ClientOptionsID) VALUES (1),(2),(3);"
-                   "INSERT INTO CorpTaxInfo (CorpTaxInfoID) VALUES (1),(2),(3);"
-                   "INSERT INTO LawInfo (LawInfoID) VALUES (1),(2),(3);"
-                   "INSERT INTO OtherInfo (OtherInfoID) VALUES (1),(2),(3);"
-                   "INSERT INTO WSIB_EHTInfo (WSIB_EHTInfoID) VALUES (1),(2),(3);"
-                   "INSERT INTO Schedule (ClientNum, Custom1) VALUES (3, 'a'), (3, 'b'), (1, 'c');");
+  testing::execSql(
+      path,
+      "INSERT INTO ClientData (ClientDataID, CompanyIDNum, ShowThisClient) VALUES "
+      "(1, 1, 1), (2, 2, 0), (3, 5, 1);"
+      "INSERT INTO AccountingServices (AccountingServicesID) VALUES (1),(2),(3);"
+      "INSERT INTO ClientOptions (ClientOptionsID) VALUES (1),(2),(3);"
+      "INSERT INTO CorpTaxInfo (CorpTaxInfoID) VALUES (1),(2),(3);"
+      "INSERT INTO LawInfo (LawInfoID) VALUES (1),(2),(3);"
+      "INSERT INTO OtherInfo (OtherInfoID) VALUES (1),(2),(3);"
+      "INSERT INTO WSIB_EHTInfo (WSIB_EHTInfoID) VALUES (1),(2),(3);"
+      "INSERT INTO Schedule (ClientNum, Custom1) VALUES (3, 'a'), (3, 'b'), (1, 'c');");
   int32_t visible = open(
       "SELECT ClientData.ShowThisClient, Companies.CompanyID, Companies.CategoryNum, "
       "Companies.CompanyNum, Companies.CompanyName FROM Companies INNER JOIN ClientData ON "
@@ -353,14 +412,16 @@ TEST_F(DataAccessTest, TheHostsJoinsAndScheduleStatementRun) {
   EXPECT_EQ(walk(full, "CompanyName"), (std::vector<std::string>{"Zeta Ltd."}));
   EXPECT_EQ(errorOf([&] { db.writeField(full, "CompanyName", "x"); }), kNotUpdatable);
 
-  int32_t s = open("SELECT Schedule.*, Schedule.ClientNum FROM Schedule WHERE Schedule.ClientNum = 3;",
-                   kLockOptimistic);
+  int32_t s =
+      open("SELECT Schedule.*, Schedule.ClientNum FROM Schedule WHERE Schedule.ClientNum = 3;",
+           kLockOptimistic);
   while (!db.isEOF(s)) {
     db.writeField(s, "Custom2", "Mar 5, 1970");
     db.moveNext(s);
   }
-  EXPECT_EQ(testing::querySql(path, "SELECT count(*) FROM Schedule WHERE Custom2 = 'Mar 5, 1970';")[0],
-            "2");
+  EXPECT_EQ(
+      testing::querySql(path, "SELECT count(*) FROM Schedule WHERE Custom2 = 'Mar 5, 1970';")[0],
+      "2");
 }
 
 }  // namespace
