@@ -312,6 +312,26 @@ TEST_F(VdirStoreTest, MalformedFilesAreReportedOnceAndSkipped) {
   EXPECT_NE(warnings[1].find("empty.vcf"), std::string::npos);
 }
 
+// A large folder is read by two threads; what each finds is the same as one would.
+TEST_F(VdirStoreTest, ALargeFolderIsIndexedWholeWithItsBadFilesReported) {
+  fs::create_directories(contactsDir());
+  for (int i = 0; i < 600; ++i) {
+    std::string n = std::to_string(i);
+    writeFile(contactsDir() / ("c" + n + ".vcf"),
+              card("UID:u" + n + "\r\nFN:N " + n + "\r\nX-DOSSYNC-FILEAS:File " + n + "\r\n"));
+  }
+  writeFile(contactsDir() / "c300x.vcf", "BEGIN:VCARD\r\nno colon\r\nEND:VCARD\r\n");
+  writeFile(contactsDir() / "c599x.vcf", "BEGIN:VCARD\r\n");
+  auto items = contacts(open());
+  EXPECT_EQ(items->Count(), 600);
+  for (int i : {0, 299, 300, 599}) {
+    auto c = find(items, "File " + std::to_string(i));
+    ASSERT_NE(c, nullptr) << i;
+    EXPECT_EQ(c->EntryID(), "u" + std::to_string(i));
+  }
+  EXPECT_EQ(warnings.size(), 2u);
+}
+
 TEST_F(VdirStoreTest, FindTakesTheNameBetweenTheOuterQuotesLiterally) {
   auto app = open();
   const std::vector<std::string> names = {

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <thread>
 
 #include "backends/vdir/contact_card.h"
 #include "backends/vdir/entry_id.h"
@@ -136,8 +137,17 @@ void ContactFolder::scan() {
   if (ec) warn_("Cannot list the contact folder " + dir_.string() + ": " + ec.message());
   std::sort(names.begin(), names.end());
 
+  // Files unchanged since the last scan keep their entries; the others are read, those of a
+  // large folder by two threads (reading and parsing touch nothing of the folder but its files).
+  struct Todo {
+    const std::string* name;
+    Stamp stamp;
+    std::optional<Entry> entry;
+    std::string problem;
+  };
   std::map<std::string, Entry> fresh;
   std::map<std::string, Stamp> reported;
+  std::vector<Todo> todo;
   for (const auto& name : names) {
     auto stamp = stampOf(name);
     if (!stamp) continue;
@@ -149,16 +159,26 @@ void ContactFolder::scan() {
       reported.emplace(name, *stamp);  // already reported, still the same bad file
       continue;
     }
-    std::string problem;
-    auto card = read(name, &problem, false);
-    if (!card) {
-      if (!problem.empty()) {
-        warn_(problem);
-        reported.emplace(name, *stamp);
-      }
-      continue;
+    todo.push_back(Todo{&name, *stamp, std::nullopt, {}});
+  }
+  auto readSome = [this, &todo](size_t from, size_t to) {
+    for (size_t i = from; i < to; ++i) {
+      auto card = read(*todo[i].name, &todo[i].problem, false);
+      if (card) todo[i].entry = entryFor(*todo[i].name, *card, todo[i].stamp);
     }
-    fresh.emplace(name, entryFor(name, *card, *stamp));
+  };
+  size_t half = todo.size() >= 256 ? todo.size() / 2 : todo.size();
+  std::thread helper;
+  if (half < todo.size()) helper = std::thread(readSome, half, todo.size());
+  readSome(0, half);
+  if (helper.joinable()) helper.join();
+  for (auto& t : todo) {
+    if (t.entry) {
+      fresh.emplace(*t.name, std::move(*t.entry));
+    } else if (!t.problem.empty()) {
+      warn_(t.problem);
+      reported.emplace(*t.name, t.stamp);
+    }
   }
   entries_ = std::move(fresh);
   reported_ = std::move(reported);
