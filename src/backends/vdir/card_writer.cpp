@@ -89,7 +89,7 @@ void CardWriter::submit(std::string file, std::string text, bool isNew) {
   if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
   room_.wait(lock, [&] { return queue_.size() < kMaxQueued; });
   queue_.push_back(Job{std::move(file), std::move(text), isNew});
-  work_.notify_one();
+  if (queue_.size() >= kBatch) work_.notify_one();
 }
 
 CardWriter::Result CardWriter::writeNow(std::string file, std::string text, bool isNew) {
@@ -104,7 +104,10 @@ bool CardWriter::busy() const {
 
 void CardWriter::drain() {
   std::unique_lock lock(mutex_);
+  urgent_ = true;
+  work_.notify_one();
   room_.wait(lock, [&] { return !writing_ && queue_.empty(); });
+  urgent_ = false;
 }
 
 std::vector<CardWriter::Result> CardWriter::collect() {
@@ -134,17 +137,21 @@ CardWriter::DirTime CardWriter::dirTime() const {
 void CardWriter::run() {
   std::unique_lock lock(mutex_);
   for (;;) {
-    work_.wait(lock, [&] { return stopping_ || !queue_.empty(); });
+    work_.wait(lock, [&] {
+      return stopping_ || (!queue_.empty() && (urgent_ || queue_.size() >= kBatch));
+    });
     if (queue_.empty()) return;  // stopping, and every job is done
-    Job job = std::move(queue_.front());
-    queue_.pop_front();
-    writing_ = true;
-    lock.unlock();
-    Result result = write(job);
-    lock.lock();
-    done_.push_back(std::move(result));
-    writing_ = false;
-    room_.notify_all();
+    while (!queue_.empty()) {
+      Job job = std::move(queue_.front());
+      queue_.pop_front();
+      writing_ = true;
+      lock.unlock();
+      Result result = write(job);
+      lock.lock();
+      done_.push_back(std::move(result));
+      writing_ = false;
+      room_.notify_all();
+    }
   }
 }
 

@@ -1,5 +1,6 @@
 // Writes the card files of one folder behind the caller's back, so that saving a contact costs
-// the caller no disk time. Files are written in the order they were handed in, each whole: a
+// the caller no disk time. Files are written in the order they were handed in, some dozens at a
+// time (or all that are left when the owner drains), each whole: a
 // temporary file beside it, then renamed over it (a new file never replaces one that appeared
 // meanwhile). A file that already holds exactly the new text is left alone.
 //
@@ -73,6 +74,9 @@ class CardWriter {
     bool isNew;
   };
   static constexpr size_t kMaxQueued = 512;
+  // Waking the writer costs a system call and a switch: it is woken for this many jobs at a
+  // time, or when the owner waits for the end.
+  static constexpr size_t kBatch = 64;
 
   void run();
   Result write(const Job& job);
@@ -84,6 +88,7 @@ class CardWriter {
   std::deque<Job> queue_;
   bool writing_ = false;
   bool stopping_ = false;
+  bool urgent_ = false;  // the owner waits for every job to be done
   std::vector<Result> done_;
   DirTime known_;
   std::thread thread_;
