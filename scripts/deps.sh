@@ -4,7 +4,8 @@
 set -euo pipefail
 
 BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libsqlite3-dev libgtest-dev libcli11-dev
-  nlohmann-json3-dev qt6-base-dev libgl-dev libcurl4-openssl-dev libgmime-3.0-dev libical-dev)
+  nlohmann-json3-dev qt6-base-dev libgl-dev libcurl4-openssl-dev libgmime-3.0-dev libical-dev
+  libmimalloc-dev)
 TEST_PACKAGES=(python3 python3-vobject khard python3-aiosmtpd python3-icalendar)
 
 want=("${BUILD_PACKAGES[@]}")
