@@ -136,10 +136,10 @@ class Database {
 
   // Read snapshots: while on, consecutive reads share one read transaction instead of one
   // each, for at most kSnapshotAge; a write joins it and commits it at once (or, when another
-  // connection wrote meanwhile, runs on its own after it), so every write still commits when it
-  // is made; exec ends the snapshot first. Only in WAL mode, where a reader never blocks a writer.
-  // Off by default; the data access object turns it on and ends the snapshot when its last
-  // recordset closes.
+  // connection wrote meanwhile, runs on its own after it), so every write commits when it is
+  // made unless writes are grouped (below); exec ends the snapshot first. Only in WAL mode,
+  // where a reader never blocks a writer. Off by default; the data access object turns it on
+  // and ends the snapshot when its last recordset closes.
   static constexpr std::chrono::milliseconds kSnapshotAge{100};
   void setSnapshotReads(bool on);
   bool snapshotReads() const { return snapshotReads_ && wal_; }
