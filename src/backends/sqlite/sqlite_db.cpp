@@ -7,25 +7,25 @@
 
 namespace dossync::sqlite {
 
-std::string quoteIdentifier(const std::string& name) {
-  std::string out = "\"";
-  for (char c : name) {
-    if (c == '"') out += '"';
+namespace {
+// The text between `quote`s, each quote inside doubled.
+std::string quoted(const std::string& text, char quote) {
+  std::string out(1, quote);
+  for (char c : text) {
+    if (c == quote) out += quote;
     out += c;
   }
-  return out + "\"";
+  return out + quote;
 }
 
-namespace {
 std::string quoteText(const std::string& text) {
-  std::string out = "'";
-  for (char c : text) {
-    if (c == '\'') out += '\'';
-    out += c;
-  }
-  return out + "'";
+  return quoted(text, '\'');
 }
 }  // namespace
+
+std::string quoteIdentifier(const std::string& name) {
+  return quoted(name, '"');
+}
 
 ColumnInfo describeColumn(const std::string& name, const std::string& declaredType) {
   ColumnInfo c;

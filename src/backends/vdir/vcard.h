@@ -28,22 +28,14 @@
 namespace dossync::vdir {
 
 // The common TYPE values as bits of VcardProperty::typeMask.
+// clang-format off
 enum : uint32_t {
-  kTypeWork = 1u << 0,
-  kTypeHome = 1u << 1,
-  kTypeCell = 1u << 2,
-  kTypeFax = 1u << 3,
-  kTypeVoice = 1u << 4,
-  kTypePager = 1u << 5,
-  kTypeCar = 1u << 6,
-  kTypeVideo = 1u << 7,
-  kTypeModem = 1u << 8,
-  kTypeIsdn = 1u << 9,
-  kTypeBbs = 1u << 10,
-  kTypeTextphone = 1u << 11,
-  kTypeInternet = 1u << 12,
-  kTypePref = 1u << 13
+  kTypeWork = 1u << 0, kTypeHome = 1u << 1, kTypeCell = 1u << 2, kTypeFax = 1u << 3,
+  kTypeVoice = 1u << 4, kTypePager = 1u << 5, kTypeCar = 1u << 6, kTypeVideo = 1u << 7,
+  kTypeModem = 1u << 8, kTypeIsdn = 1u << 9, kTypeBbs = 1u << 10, kTypeTextphone = 1u << 11,
+  kTypeInternet = 1u << 12, kTypePref = 1u << 13
 };
+// clang-format on
 
 struct VcardParam {
   std::string name;                 // as written; "" for a bare vCard 2.1 type such as WORK
