@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -13,6 +14,50 @@
 namespace fs = std::filesystem;
 
 namespace dossync::vdir {
+
+RuntimeError fileError(const std::string& what, int err) {
+  int32_t number = kOutlookOperationFailed;
+  if (err == EACCES || err == EPERM || err == EROFS) number = kPermissionDenied;
+  if (err == ENOENT || err == ENOTDIR) number = kPathNotFound;
+  if (err == EEXIST) number = kFileAlreadyExists;
+  return RuntimeError(number, what + ": " + std::strerror(err), "vdir");
+}
+
+int writeAll(int fd, std::string_view bytes) {
+  for (size_t done = 0; done < bytes.size();) {
+    ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (n > 0) {
+      done += static_cast<size_t>(n);
+    } else if (n == 0) {
+      return EIO;
+    } else if (errno != EINTR) {
+      return errno;
+    }
+  }
+  return 0;
+}
+
+int readAll(int fd, std::string* out, size_t expected, size_t limit) {
+  out->assign(std::min(expected, limit), '\0');
+  size_t n = 0;
+  for (;;) {
+    if (n == out->size()) {
+      if (n >= limit) break;
+      out->resize(std::min(limit, n + 4096));  // it may have grown
+    }
+    ssize_t got = ::read(fd, out->data() + n, out->size() - n);
+    if (got == 0) break;
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      int err = errno;
+      out->resize(n);
+      return err;
+    }
+    n += static_cast<size_t>(got);
+  }
+  out->resize(n);
+  return 0;
+}
 
 void writeFileAtomically(const fs::path& file, std::string_view bytes, bool privateFile) {
   auto failure = [&](const std::string& why) {
@@ -25,17 +70,10 @@ void writeFileAtomically(const fs::path& file, std::string_view bytes, bool priv
       file.parent_path() / ("." + file.filename().string() + "." + randomHex(8) + ".tmp");
   int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, privateFile ? 0600 : 0644);
   if (fd < 0) throw failure(std::strerror(errno));
-  size_t done = 0;
-  while (done < bytes.size()) {
-    ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      std::string why = std::strerror(errno);
-      ::close(fd);
-      fs::remove(temp, ec);
-      throw failure(why);
-    }
-    done += static_cast<size_t>(n);
+  if (int err = writeAll(fd, bytes); err != 0) {
+    ::close(fd);
+    fs::remove(temp, ec);
+    throw failure(std::strerror(err));
   }
   int synced = ::fsync(fd);
   int syncError = errno;

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "backends/vdir/atomic_file.h"
 #include "backends/vdir/entry_id.h"
 
 namespace fs = std::filesystem;
@@ -15,43 +16,20 @@ namespace fs = std::filesystem;
 namespace dossync::vdir {
 namespace {
 
-FileStamp stampOf(const struct stat& st) {
-  FileStamp s;
-  s.inode = st.st_ino;
-  s.seconds = st.st_mtim.tv_sec;
-  s.nanoseconds = st.st_mtim.tv_nsec;
-  s.size = static_cast<uint64_t>(st.st_size);
-  return s;
-}
-
 RuntimeError writeError(const fs::path& target, int err) {
-  int32_t number = kOutlookOperationFailed;
-  if (err == EACCES || err == EPERM || err == EROFS) number = kPermissionDenied;
-  if (err == ENOENT || err == ENOTDIR) number = kPathNotFound;
-  if (err == EEXIST) number = kFileAlreadyExists;
-  return RuntimeError(
-      number, "Cannot write contact file " + target.string() + ": " + std::strerror(err), "vdir");
+  return fileError("Cannot write contact file " + target.string(), err);
 }
 
 // True when the file holds exactly `text`; its stamp in *stamp.
 bool holds(const fs::path& target, const std::string& text, std::optional<FileStamp>* stamp) {
   int fd = ::open(target.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return false;
-  std::string existing(text.size() + 1, '\0');
-  size_t n = 0;
-  for (ssize_t got;
-       n < existing.size() && (got = ::read(fd, existing.data() + n, existing.size() - n)) != 0;) {
-    if (got < 0) {
-      if (errno == EINTR) continue;
-      break;
-    }
-    n += static_cast<size_t>(got);
-  }
+  std::string existing;  // one byte more than the text tells a longer file
   struct stat st {};
-  bool same = n == text.size() && existing.compare(0, n, text) == 0 && ::fstat(fd, &st) == 0 &&
-              S_ISREG(st.st_mode);
+  bool same = readAll(fd, &existing, text.size() + 1, text.size() + 1) == 0 && existing == text &&
+              ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
   ::close(fd);
-  if (same) *stamp = stampOf(st);
+  if (same) *stamp = fileStamp(st);
   return same;
 }
 
@@ -67,10 +45,15 @@ int moveIntoPlace(const fs::path& temp, const fs::path& target, bool isNew) {
 
 }  // namespace
 
+FileStamp fileStamp(const struct stat& st) {
+  return FileStamp{static_cast<uint64_t>(st.st_ino), st.st_mtim.tv_sec, st.st_mtim.tv_nsec,
+                   static_cast<uint64_t>(st.st_size)};
+}
+
 std::optional<FileStamp> stampOfFile(const fs::path& path) {
   struct stat st {};
   if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
-  return stampOf(st);
+  return fileStamp(st);
 }
 
 CardWriter::CardWriter(fs::path dir) : dir_(std::move(dir)) {}
@@ -175,17 +158,7 @@ CardWriter::Result CardWriter::write(const Job& job) {
     result.error = writeError(target, errno);
     return result;
   }
-  int err = 0;
-  for (size_t done = 0; done < job.text.size() && err == 0;) {
-    ssize_t n = ::write(fd, job.text.data() + done, job.text.size() - done);
-    if (n > 0) {
-      done += static_cast<size_t>(n);
-    } else if (n < 0 && errno != EINTR) {
-      err = errno;
-    } else if (n == 0) {
-      err = EIO;
-    }
-  }
+  int err = writeAll(fd, job.text);
   // Renaming keeps the inode, the time and the size: the stamp taken now is the file's.
   struct stat st {};
   if (err == 0 && ::fstat(fd, &st) != 0) err = errno;
@@ -196,7 +169,7 @@ CardWriter::Result CardWriter::write(const Job& job) {
     result.error = writeError(target, err);
     return result;
   }
-  result.stamp = stampOf(st);
+  result.stamp = fileStamp(st);
   if (current) {
     DirTime after = dirTime();
     std::lock_guard lock(mutex_);

@@ -13,6 +13,8 @@
 // first job.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -37,6 +39,7 @@ struct FileStamp {
 
 // The stamp of a regular file; nullopt when there is none.
 std::optional<FileStamp> stampOfFile(const std::filesystem::path& path);
+FileStamp fileStamp(const struct stat& st);
 
 class CardWriter {
  public:

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <thread>
 
+#include "backends/vdir/atomic_file.h"
 #include "backends/vdir/contact_card.h"
 #include "backends/vdir/entry_id.h"
 #include "backends/vdir/vdir_items.h"
@@ -23,13 +24,6 @@ namespace {
 bool isCardFile(const std::string& name) {
   if (name.size() <= 4 || name[0] == '.') return false;
   return value::equalsIgnoreCase(std::string_view(name).substr(name.size() - 4), ".vcf");
-}
-
-RuntimeError ioError(const std::string& what, int err) {
-  int32_t number = kOutlookOperationFailed;
-  if (err == EACCES || err == EPERM || err == EROFS) number = kPermissionDenied;
-  if (err == ENOENT || err == ENOTDIR) number = kPathNotFound;
-  return RuntimeError(number, what + ": " + std::strerror(err), "vdir");
 }
 
 }  // namespace
@@ -201,28 +195,14 @@ std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* p
     ::close(fd);
     return std::nullopt;
   }
-  Stamp stamp{static_cast<uint64_t>(st.st_ino), st.st_mtim.tv_sec, st.st_mtim.tv_nsec,
-              static_cast<uint64_t>(st.st_size)};
+  Stamp stamp = fileStamp(st);
   if (lastRead_ && lastRead_->file == file && lastRead_->stamp == stamp) {
     ::close(fd);
     return lastRead_->card;
   }
-  std::string text(static_cast<size_t>(st.st_size), '\0');
-  size_t n = 0;
-  int err = 0;
-  for (;;) {
-    if (n == text.size()) text.resize(text.size() + 4096);  // it may have grown
-    ssize_t got = ::read(fd, text.data() + n, text.size() - n);
-    if (got == 0) break;
-    if (got < 0) {
-      if (errno == EINTR) continue;
-      err = errno;
-      break;
-    }
-    n += static_cast<size_t>(got);
-  }
+  std::string text;
+  int err = readAll(fd, &text, static_cast<size_t>(st.st_size));
   ::close(fd);
-  text.resize(n);
   if (err != 0) {
     if (problem) *problem = "Cannot read contact file " + p.string() + ": " + std::strerror(err);
     return std::nullopt;
@@ -409,7 +389,7 @@ void ContactFolder::remove(const std::string& file) {
   auto before = writer_.dirTime();
   bool current = built_ && before && before == writer_.knownDirTime();
   if (std::remove(target.c_str()) != 0 && errno != ENOENT)
-    throw ioError("Cannot delete contact file " + target.string(), errno);
+    throw fileError("Cannot delete contact file " + target.string(), errno);
   if (!built_) return;
   drop(file);
   if (current) writer_.setKnownDirTime(writer_.dirTime());
