@@ -11,13 +11,15 @@
 //   <column>), so a find is an index look-up, never a scan. Finds compare exact text.
 //   Any other statement (joins) is read whole into memory at open and is read-only; its finds
 //   use a hash index built at the first find on a field.
-// Writes: lock kinds 2-4 write each field at once (its own transaction); a pending new row is
+// Writes: lock kinds 2-4 write each field at once (its own transaction unless writes are
+// grouped, below; a field that holds the value already is not written); a pending new row is
 // held in memory and inserted by saveNew; its auto-number key is reserved when first read
 // before the save (and from then on for every new row of that table), else drawn by the insert.
 // Reads between two writes share one read transaction (for at most 100 ms, and never past the
 // return of the outermost procedure: idle(); outside procedures, never past the closing of the
-// last open recordset), so a walk does not pay a transaction per statement; a write first ends
-// that snapshot, so it sees and commits against the latest data. With groupWrites(true) (a
+// last open recordset), so a walk does not pay a transaction per statement; a write joins that
+// snapshot and commits it at once (after another connection's write, it runs on its own against
+// the latest data). With groupWrites(true) (a
 // database only this program writes), writes made inside a procedure are committed together
 // instead, with the snapshot: at most 100 ms after the first of them, and when the outermost
 // procedure returns (idle(), which then throws what could not be committed).
