@@ -6,6 +6,10 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <cwctype>
+
+#include <locale.h>
+#include <wctype.h>
 
 #include "core/error.h"
 
@@ -133,6 +137,114 @@ std::string upper(std::string_view text) {
   std::string out(text);
   for (char& c : out) c = asciiUpper(c);
   return out;
+}
+
+namespace {
+// A byte that is not part of a valid UTF-8 sequence: kStray + the byte, beyond every code point.
+constexpr char32_t kStray = 0x110000;
+
+// The next code point of UTF-8 text at i, advancing i.
+char32_t nextCodePoint(std::string_view s, size_t& i) {
+  auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
+  unsigned char c = byte(i);
+  size_t len = c < 0x80 ? 1 : (c >> 5) == 0x6 ? 2 : (c >> 4) == 0xE ? 3 : (c >> 3) == 0x1E ? 4 : 0;
+  if (len == 1) {
+    ++i;
+    return c;
+  }
+  if (len == 0 || i + len > s.size()) {
+    ++i;
+    return kStray + c;
+  }
+  char32_t cp = c & (0xFF >> (len + 1));
+  for (size_t k = 1; k < len; ++k) {
+    if ((byte(i + k) & 0xC0) != 0x80) {
+      ++i;
+      return kStray + c;
+    }
+    cp = (cp << 6) | (byte(i + k) & 0x3F);
+  }
+  i += len;
+  return cp;
+}
+
+void appendUtf8(std::string& out, char32_t cp) {
+  if (cp < 0x80) {
+    out += static_cast<char>(cp);
+  } else if (cp < 0x800) {
+    out += static_cast<char>(0xC0 | (cp >> 6));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else if (cp < 0x10000) {
+    out += static_cast<char>(0xE0 | (cp >> 12));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (cp >> 18));
+    out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (cp & 0x3F));
+  }
+}
+
+// Unicode simple case folding through the C library's tables for UTF-8 (not the process's
+// locale, which may be "C"): lower case of the upper case, so that final sigma and long s fold
+// with their letters.
+char32_t foldCodePoint(char32_t cp) {
+  if (cp < 0x80) return cp >= 'A' && cp <= 'Z' ? cp + 32 : cp;
+  if (cp < 0xC0 || cp >= kStray) return cp;  // Latin-1 symbols and stray bytes have no case
+  static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(0));
+  if (!utf8) return cp;
+  auto wc = static_cast<wint_t>(cp);
+  return static_cast<char32_t>(towlower_l(towupper_l(wc, utf8), utf8));
+}
+
+bool isAscii(std::string_view s) {
+  for (char c : s)
+    if (static_cast<unsigned char>(c) >= 0x80) return false;
+  return true;
+}
+}  // namespace
+
+std::string foldCase(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (size_t i = 0; i < text.size();) {
+    if (static_cast<unsigned char>(text[i]) < 0x80) {
+      char c = text[i++];
+      out += c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+      continue;
+    }
+    char32_t cp = nextCodePoint(text, i);
+    if (cp >= kStray) {
+      out += static_cast<char>(cp - kStray);  // a stray byte stays as it is
+    } else {
+      appendUtf8(out, foldCodePoint(cp));
+    }
+  }
+  return out;
+}
+
+int compareText(std::string_view a, std::string_view b) {
+  size_t i = 0, j = 0;
+  while (i < a.size() && j < b.size()) {
+    char32_t x = foldCodePoint(nextCodePoint(a, i));
+    char32_t y = foldCodePoint(nextCodePoint(b, j));
+    if (x != y) return x < y ? -1 : 1;
+  }
+  if (i < a.size()) return 1;
+  if (j < b.size()) return -1;
+  return 0;
+}
+
+bool equalsIgnoreCase(std::string_view a, std::string_view b) {
+  if (a.size() == b.size() && isAscii(a) && isAscii(b)) {
+    for (size_t i = 0; i < a.size(); ++i) {
+      if (asciiUpper(a[i]) != asciiUpper(b[i])) return false;
+    }
+    return true;
+  }
+  if (isAscii(a) && isAscii(b)) return false;
+  return compareText(a, b) == 0;
 }
 
 size_t characterCount(std::string_view utf8) {

@@ -5,6 +5,7 @@
 //   toLong   numeric text -> 32-bit whole number, rounding halves to even; errors: type
 //            mismatch (13) for text that is not numeric, overflow (6) outside 32 bits
 //   Boolean  "True"/"False" in any case, or a number (0 is False, anything else True)
+//   text     compares without regard to case (foldCase, below)
 //   dates    parsed from ISO "yyyy-mm-dd[ hh:mm:ss]", "mmm d, yyyy" and "m/d/yyyy"; the default
 //            text form is ISO "yyyy-mm-dd", followed by " hh:mm:ss" only when there is a time
 // Pure functions; safe on any thread.
@@ -48,18 +49,16 @@ Date now();
 std::string upper(std::string_view text);
 std::string trim(std::string_view text);
 std::string_view trimmed(std::string_view text);  // trim without a copy
-// ASCII letters compare without regard to case; everything else exactly.
-inline bool equalsIgnoreCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    char x = a[i], y = b[i];
-    if (x == y) continue;
-    if (x >= 'a' && x <= 'z') x = static_cast<char>(x - 'a' + 'A');
-    if (y >= 'a' && y <= 'z') y = static_cast<char>(y - 'a' + 'A');
-    if (x != y) return false;
-  }
-  return true;
-}
+// The comparison rule of every find, filter and sort on text, the way the host's database engine
+// and Outlook compare: without regard to case, for every letter that has a case (É = é, Σ = σ),
+// accents still count (é != e). Text is UTF-8; a byte that is not part of a valid sequence
+// compares as itself.
+//   foldCase     the text every comparison is made on (also the key of a hash or index)
+//   compareText  <0, 0, >0 in the order of the folded texts (code point order)
+//   equalsIgnoreCase  compareText == 0, without building the folded texts for ASCII
+std::string foldCase(std::string_view text);
+int compareText(std::string_view a, std::string_view b);
+bool equalsIgnoreCase(std::string_view a, std::string_view b);
 size_t characterCount(std::string_view utf8);
 
 }  // namespace dossync::value
