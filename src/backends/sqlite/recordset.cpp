@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <limits>
+#include <set>
 
 #include "core/value.h"
 
@@ -89,6 +91,52 @@ std::optional<TableQuery> parseTableQuery(const std::string& statement) {
   return q;
 }
 
+std::string withTextOrder(const std::string& sql) {
+  size_t order = std::string::npos;
+  for (size_t at = findKeyword(sql, "ORDER BY"); at != std::string::npos;
+       at = findKeyword(sql, "ORDER BY", at + 1))
+    order = at;
+  if (order == std::string::npos) return sql;
+  size_t start = order + 8;
+  size_t end = sql.find_last_not_of("; \t\r\n");
+  end = end == std::string::npos || end < start ? start : end + 1;
+  // The terms, split at commas outside quotes and parentheses.
+  std::vector<std::string> terms;
+  int depth = 0;
+  char quote = 0;
+  size_t termStart = start;
+  for (size_t i = start; i <= end; ++i) {
+    char c = i < end ? sql[i] : ',';
+    if (quote) {
+      if (c == quote) quote = 0;
+    } else if (c == '\'' || c == '"' || c == '[') {
+      quote = c == '[' ? ']' : c;
+    } else if (c == '(') {
+      ++depth;
+    } else if (c == ')') {
+      --depth;
+    } else if (c == ',' && depth == 0) {
+      terms.push_back(value::trim(sql.substr(termStart, i - termStart)));
+      termStart = i + 1;
+    }
+  }
+  std::string out = sql.substr(0, start);
+  for (size_t k = 0; k < terms.size(); ++k) {
+    std::string term = terms[k];
+    std::string direction;
+    for (const char* word : {"ASC", "DESC"}) {
+      size_t at = findKeyword(term, word);
+      if (at != std::string::npos && at + std::char_traits<char>::length(word) == term.size()) {
+        direction = " " + term.substr(at);
+        term = value::trim(term.substr(0, at));
+      }
+    }
+    if (findKeyword(term, "COLLATE") == std::string::npos) term += " COLLATE dossync_text";
+    out += (k == 0 ? " " : ", ") + term + direction;
+  }
+  return out + sql.substr(end);
+}
+
 // ---- TableRecordset
 
 CursorShape::CursorShape(std::shared_ptr<const TableInfo> info, const TableQuery& q)
@@ -97,9 +145,11 @@ CursorShape::CursorShape(std::shared_ptr<const TableInfo> info, const TableQuery
   wherePrefix = q.where.empty() ? "" : "(" + q.where + ") AND ";
   nextSql =
       "SELECT rowid FROM " + t + " WHERE " + wherePrefix + "rowid > ?1 ORDER BY rowid LIMIT 1;";
+  holdsSql = "SELECT 1 FROM " + t + " WHERE " + wherePrefix + "rowid = ?1;";
   if (!q.orderBy.empty())
-    orderSql = "SELECT rowid FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
-               " ORDER BY " + q.orderBy + ", rowid;";
+    orderSql = withTextOrder("SELECT rowid FROM " + t +
+                             (q.where.empty() ? "" : " WHERE " + q.where) + " ORDER BY " +
+                             q.orderBy + ", rowid;");
 }
 
 TableRecordset::TableRecordset(Database& db, std::shared_ptr<CursorShape> shape, bool readOnly)
@@ -230,7 +280,8 @@ std::string TableRecordset::read(const std::string& field) {
       if (reservedKey_ == 0) reservedKey_ = db_.reserveKey(table_);
       return std::to_string(reservedKey_);
     }
-    return fromStored(c, pending_[i].value_or(Stored{}));
+    if (!pending_[i]) pending_[i] = db_.defaultValue(table_, static_cast<int>(i));
+    return fromStored(c, *pending_[i]);
   }
   requireRow();
   loadColumn(i);
@@ -254,6 +305,7 @@ void TableRecordset::write(const std::string& field, const std::string& value) {
   st->bind(2, rowid_);
   st->step();
   cacheValid_ = false;
+  db_.indexUpdate(table_, static_cast<int>(&c - table_.columns.data()), rowid_, v);
 }
 
 void TableRecordset::addNew() {
@@ -292,7 +344,10 @@ void TableRecordset::saveNew() {
     const ColumnInfo& c = table_.columns[i];
     std::optional<Stored> v = pending_[i];
     if (c.autoKey && reservedKey_ != 0) v = Stored{Stored::Int, reservedKey_, 0, {}};
-    if (!v && c.kind == ColumnKind::Boolean) v = Stored{Stored::Int, 0, 0, {}};
+    // A column left alone takes the database's default; a Yes/No column without one is False
+    // rather than Null, as the host's engine has it.
+    if (!v && c.kind == ColumnKind::Boolean && c.notNull && c.defaultSql.empty())
+      v = Stored{Stored::Int, 0, 0, {}};
     if (!v) continue;
     if (!cols.empty()) cols += ", ", params += ", ";
     cols += quoteIdentifier(c.name);
@@ -308,6 +363,7 @@ void TableRecordset::saveNew() {
     st->step();
   }
   int64_t rowid = reservedKey_ != 0 ? reservedKey_ : sqlite3_last_insert_rowid(db_.handle());
+  db_.indexInsert(table_, rowid);
   pending_.clear();
   if (ordered_) {
     order_.push_back(rowid);
@@ -317,37 +373,43 @@ void TableRecordset::saveNew() {
   moveTo(rowid);
 }
 
+bool TableRecordset::rowHolds(int64_t rowid) {
+  StatementUse st(db_.cached(shape_->holdsSql));
+  st->bind(1, rowid);
+  return st->step();
+}
+
+// Finds look rows up in the column's in-process index (the key column is the rowid itself),
+// then keep those this cursor shows: for an ordered cursor its list of rows, otherwise the rows
+// that meet its WHERE clause.
 std::optional<int64_t> TableRecordset::findFrom(bool next) {
-  if (!ordered_) {
-    int64_t after = next ? rowid_ : std::numeric_limits<int64_t>::min();
-    std::string key;
-    if (db_.snapshotReads()) {
-      key = *findSql_ + '\x1f' + std::to_string(after) + '\x1f' +
-            (findValue_.type == Stored::Int ? std::to_string(findValue_.i) : findValue_.s);
-      if (auto* memo = db_.memo()) {
-        auto it = memo->finds.find(key);
-        if (it != memo->finds.end()) return it->second;
-      }
-    }
-    std::optional<int64_t> found;
-    {
-      StatementUse st(db_.cached(*findSql_));
-      st->bind(1, findValue_);
-      st->bind(2, after);
-      if (st->step()) found = st->columnInt(0);
-    }
-    if (auto* memo = db_.memo(); memo && !key.empty()) memo->finds.emplace(std::move(key), found);
-    return found;
+  std::set<int64_t> single;
+  const std::set<int64_t>* candidates = nullptr;
+  if (findColumn_ == table_.keyColumn) {
+    int64_t id = 0;
+    const char* end = findKey_.data() + findKey_.size();
+    auto [p, ec] = std::from_chars(findKey_.data(), end, id);
+    if (ec == std::errc() && p == end && std::to_string(id) == findKey_) single.insert(id);
+    candidates = &single;
+  } else {
+    candidates = db_.columnIndex(table_, findColumn_).find(findKey_);
   }
-  StatementUse st(db_.cached(*findSql_));
-  st->bind(1, findValue_);
+  if (!candidates) return std::nullopt;
+  if (!ordered_) {
+    bool check = !shape_->wherePrefix.empty() || candidates == &single;
+    auto it = next ? candidates->upper_bound(rowid_) : candidates->begin();
+    for (; it != candidates->end(); ++it) {
+      if (!check || rowHolds(*it)) return *it;
+    }
+    return std::nullopt;
+  }
   if (position_.empty()) {
     for (size_t i = 0; i < order_.size(); ++i) position_.emplace(order_[i], i);
   }
   std::optional<size_t> best;
   size_t floor = next ? index_ + 1 : 0;
-  while (st->step()) {
-    auto it = position_.find(st->columnInt(0));
+  for (int64_t rowid : *candidates) {
+    auto it = position_.find(rowid);
     if (it != position_.end() && it->second >= floor && (!best || it->second < *best))
       best = it->second;
   }
@@ -361,43 +423,12 @@ bool TableRecordset::findFirst(const std::string& field, const std::string& valu
     state_ = stateBeforeAdd_;
     pending_.clear();
   }
-  int i = table_.find(field);
-  if (i < 0) {  // a field the table does not have matches no row
-    findColumn_ = -1;
+  findColumn_ = table_.find(field);
+  if (findColumn_ < 0) {  // a field the table does not have matches no row
     moveTo(std::nullopt);
     return false;
   }
-  const ColumnInfo& c = table_.columns[static_cast<size_t>(i)];
-  findColumn_ = i;
-  findValue_ = Stored{Stored::Text, 0, 0, value};
-  if (c.kind == ColumnKind::Boolean) {
-    if (auto b = value::parseBoolean(value)) findValue_ = Stored{Stored::Int, *b ? 1 : 0, 0, {}};
-  } else if (c.kind == ColumnKind::DateTime) {
-    if (auto d = value::parseDate(value)) findValue_.s = value::toText(*d);
-  }
-  auto known = shape_->findSql.find(i);
-  if (known == shape_->findSql.end()) {
-    db_.ensureIndex(table_, c);
-    std::string q = quoteIdentifier(c.name);
-    std::string match;
-    switch (c.kind) {
-      case ColumnKind::Boolean:
-      case ColumnKind::DateTime:
-        match = q + " = ?1";
-        break;
-      case ColumnKind::Text:
-      case ColumnKind::Memo:
-        match = q + " = ?1 AND " + q + " = ?1 COLLATE BINARY";
-        break;
-      default:
-        match = q + " = ?1 AND CAST(" + q + " AS TEXT) = ?1 COLLATE BINARY";
-    }
-    std::string sql = "SELECT rowid FROM " + quoteIdentifier(table_.name) + " WHERE " +
-                      shape_->wherePrefix + match +
-                      (ordered_ ? ";" : " AND rowid > ?2 ORDER BY rowid LIMIT 1;");
-    known = shape_->findSql.emplace(i, std::move(sql)).first;
-  }
-  findSql_ = &known->second;
+  findKey_ = findKey(table_.columns[static_cast<size_t>(findColumn_)], value);
   moveTo(findFrom(false));
   return state_ == State::Row;
 }
@@ -417,6 +448,7 @@ void TableRecordset::deleteCurrent() {
   StatementUse st(db_.cached("DELETE FROM " + quoteIdentifier(table_.name) + " WHERE rowid = ?1;"));
   st->bind(1, rowid_);
   st->step();
+  db_.indexDelete(table_, rowid_);
   state_ = State::Deleted;
   cacheValid_ = false;
 }
@@ -424,7 +456,7 @@ void TableRecordset::deleteCurrent() {
 // ---- ResultRecordset
 
 ResultRecordset::ResultRecordset(Database& db, const std::string& sql) : sql_(sql) {
-  Statement st(db, sql);
+  Statement st(db, withTextOrder(sql));
   int n = st.columnCount();
   for (int i = 0; i < n; ++i)
     columns_.push_back(describeColumn(st.columnName(i), st.columnDeclType(i)));
@@ -466,10 +498,11 @@ std::string ResultRecordset::read(const std::string& field) {
 std::optional<size_t> ResultRecordset::findFrom(size_t start) {
   auto& byValue = hash_[findColumn_];
   if (byValue.empty()) {
-    for (size_t r = 0; r < rows_.size(); ++r)
-      byValue[fromStored(columns_[static_cast<size_t>(findColumn_)],
-                         rows_[r][static_cast<size_t>(findColumn_)])]
-          .push_back(r);
+    const ColumnInfo& c = columns_[static_cast<size_t>(findColumn_)];
+    for (size_t r = 0; r < rows_.size(); ++r) {
+      if (auto key = findKey(c, rows_[r][static_cast<size_t>(findColumn_)]))
+        byValue[*key].push_back(r);
+    }
   }
   auto it = byValue.find(findValue_);
   if (it == byValue.end()) return std::nullopt;
@@ -480,7 +513,7 @@ std::optional<size_t> ResultRecordset::findFrom(size_t start) {
 
 bool ResultRecordset::findFirst(const std::string& field, const std::string& value) {
   findColumn_ = column(field);
-  findValue_ = value;
+  if (findColumn_ >= 0) findValue_ = findKey(columns_[static_cast<size_t>(findColumn_)], value);
   auto found = findColumn_ < 0 ? std::nullopt : findFrom(0);
   index_ = found ? *found : rows_.size();
   return found.has_value();

@@ -21,15 +21,18 @@ struct TableQuery {
 };
 // Answers the parts when the statement has that form.
 std::optional<TableQuery> parseTableQuery(const std::string& sql);
+// The statement with each term of its ORDER BY clause (if any) sorting text by the comparison
+// rule of finds (collation "dossync_text"): "apple Co" between "Acme" and "Beta".
+std::string withTextOrder(const std::string& sql);
 
 // The statements a cursor on one query runs, written once per query and table description.
 struct CursorShape {
   CursorShape(std::shared_ptr<const TableInfo> table, const TableQuery& query);
   std::shared_ptr<const TableInfo> table;
-  std::string wherePrefix;                       // "(where) AND " or ""
-  std::string nextSql;                           // the next row after ?1
-  std::string orderSql;                          // every rowid in order; "" without ORDER BY
-  std::unordered_map<int, std::string> findSql;  // by column, made at the first find on it
+  std::string wherePrefix;  // "(where) AND " or ""
+  std::string nextSql;      // the next row after ?1
+  std::string holdsSql;     // whether row ?1 exists and meets the WHERE clause
+  std::string orderSql;     // every rowid in order; "" without ORDER BY
   // The columns this query's callers read: a row is read with just those (most callers read a
   // few of many columns); a column read for the first time joins them.
   std::vector<int> wanted;
@@ -110,9 +113,10 @@ class TableRecordset : public Recordset {
   std::vector<std::optional<Stored>> pending_;
   int64_t reservedKey_ = 0;
 
+  bool rowHolds(int64_t rowid);  // for a find: the row exists and meets the WHERE clause
+
   int findColumn_ = -1;
-  Stored findValue_;
-  const std::string* findSql_ = nullptr;
+  std::string findKey_;  // folded
 };
 
 class ResultRecordset : public Recordset {

@@ -125,6 +125,20 @@ std::string realText(double r) {
 }
 }  // namespace
 
+std::optional<std::string> findKey(const ColumnInfo& column, const Stored& value) {
+  if (value.type == Stored::Null) return std::nullopt;
+  return value::foldCase(fromStored(column, value));
+}
+
+std::string findKey(const ColumnInfo& column, const std::string& text) {
+  if (column.kind == ColumnKind::Boolean) {
+    if (auto b = value::parseBoolean(text)) return value::foldCase(value::fromBoolean(*b));
+  } else if (column.kind == ColumnKind::DateTime) {
+    if (auto d = value::parseDate(text)) return value::foldCase(value::toText(*d));
+  }
+  return value::foldCase(text);
+}
+
 std::string fromStored(const ColumnInfo& column, const Stored& v) {
   if (column.kind == ColumnKind::Boolean) {
     switch (v.type) {
@@ -302,6 +316,14 @@ Database::Database(const std::string& path, bool create) : path_(path) {
     throw RuntimeError(kCannotOpenDatabase, "Cannot open database '" + path + "': " + msg);
   }
   sqlite3_busy_timeout(db_, 5000);
+  // ORDER BY on text sorts the way finds compare (the data access object adds the collation).
+  sqlite3_create_collation_v2(
+      db_, "dossync_text", SQLITE_UTF8, nullptr,
+      [](void*, int n1, const void* a, int n2, const void* b) {
+        return value::compareText({static_cast<const char*>(a), static_cast<size_t>(n1)},
+                                  {static_cast<const char*>(b), static_cast<size_t>(n2)});
+      },
+      nullptr);
   char* err = nullptr;
   rc = sqlite3_exec(db_, "SELECT count(*) FROM sqlite_master;", nullptr, nullptr, &err);
   if (rc != SQLITE_OK) {
@@ -365,13 +387,14 @@ void Database::endSnapshot() {
   if (!snapshotOpen_) return;
   snapshotOpen_ = false;
   memo_.rows.clear();
-  memo_.finds.clear();
   int writes = groupedWrites_;
   groupedWrites_ = 0;
   if (runRaw(commit_, "COMMIT;")) return;
   std::string msg = sqlite3_errmsg(db_);
   if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK;", nullptr, nullptr, nullptr);
-  // A snapshot of reads only commits to nothing; grouped writes must not vanish unsaid.
+  // A snapshot of reads only commits to nothing; grouped writes must not vanish unsaid, nor
+  // linger in the indexes.
+  if (writes > 0) indexes_.clear();
   if (writes > 0)
     throw RuntimeError(kDiskIO, "The last " + std::to_string(writes) +
                                     " changes could not be committed to '" + path_ + "': " + msg);
@@ -385,7 +408,6 @@ bool Database::beforeStatement(sqlite3_stmt* statement) {
     if (reads && young) return false;
     if (!reads && young) {
       memo_.rows.clear();  // what the write changes must not be answered from the memo
-      memo_.finds.clear();
       return true;
     }
     endSnapshot();
@@ -401,6 +423,7 @@ bool Database::beforeStatement(sqlite3_stmt* statement) {
 
 void Database::exec(const std::string& sql) {
   endSnapshot();
+  indexes_.clear();
   char* err = nullptr;
   if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &err) != SQLITE_OK) {
     std::string msg = err ? err : "failed";
@@ -451,6 +474,8 @@ std::shared_ptr<const TableInfo> Database::table(const std::string& name) {
   while (st.step()) {
     any = true;
     ColumnInfo c = describeColumn(st.column(1).s, st.column(2).s);
+    c.notNull = st.columnInt(3) != 0;
+    if (st.column(4).type != Stored::Null) c.defaultSql = st.column(4).s;
     bool pk = st.columnInt(5) == 1;
     if (pk && value::upper(c.declaredType) == "INTEGER") {
       c.autoKey = autoIncrement;
@@ -464,30 +489,76 @@ std::shared_ptr<const TableInfo> Database::table(const std::string& name) {
 }
 
 void Database::forgetSchema() {
+  indexes_.clear();
   tables_.clear();
-  indexed_.clear();
 }
 
-void Database::ensureIndex(const TableInfo& table, const ColumnInfo& column) {
-  if (column.autoKey || readOnly_) return;
-  std::string key = value::upper(table.name) + "." + value::upper(column.name);
-  if (!indexed_.insert(key).second) return;
-  Statement list(*this, "PRAGMA index_list(" + quoteIdentifier(table.name) + ");");
-  std::vector<std::string> indexes;
-  while (list.step()) indexes.push_back(list.column(1).s);
-  for (const std::string& idx : indexes) {
-    Statement info(*this, "PRAGMA index_info(" + quoteIdentifier(idx) + ");");
-    if (info.step() && info.columnInt(0) == 0 &&
-        value::equalsIgnoreCase(info.column(2).s, column.name))
-      return;
+Stored Database::defaultValue(const TableInfo& table, int column) {
+  const ColumnInfo& c = table.columns[static_cast<size_t>(column)];
+  if (c.defaultSql.empty()) return Stored{};
+  StatementUse st(cached("SELECT " + c.defaultSql + ";"));
+  return st->step() ? st->column(0) : Stored{};
+}
+
+uint64_t Database::dataVersion() {
+  StatementUse st(cached("PRAGMA data_version;"));
+  return st->step() ? static_cast<uint64_t>(st->columnInt(0)) : 0;
+}
+
+const ColumnIndex& Database::columnIndex(const TableInfo& table, int column) {
+  uint64_t version = dataVersion();
+  if (version != indexVersion_) {  // another connection wrote: every index is stale
+    indexes_.clear();
+    indexVersion_ = version;
   }
-  std::string name = "dossync_ix_" + table.name + "_" + column.name;
-  endSnapshot();
-  sqlite3_exec(db_,
-               ("CREATE INDEX IF NOT EXISTS " + quoteIdentifier(name) + " ON " +
-                quoteIdentifier(table.name) + "(" + quoteIdentifier(column.name) + ");")
-                   .c_str(),
-               nullptr, nullptr, nullptr);  // best effort: a locked or read-only file still works
+  auto& byColumn = indexes_[&table];
+  auto it = byColumn.find(column);
+  if (it != byColumn.end()) return it->second;
+  ColumnIndex& index = byColumn[column];
+  const ColumnInfo& c = table.columns[static_cast<size_t>(column)];
+  Statement scan(*this, "SELECT rowid, " + quoteIdentifier(c.name) + " FROM " +
+                            quoteIdentifier(table.name) + ";");
+  while (scan.step()) {
+    if (auto key = findKey(c, scan.column(1))) index.add(scan.columnInt(0), std::move(*key));
+  }
+  return index;
+}
+
+void Database::indexUpdate(const TableInfo& table, int column, int64_t rowid,
+                           const Stored& value) {
+  auto t = indexes_.find(&table);
+  if (t == indexes_.end()) return;
+  auto it = t->second.find(column);
+  if (it == t->second.end()) return;
+  if (auto key = findKey(table.columns[static_cast<size_t>(column)], value)) {
+    it->second.add(rowid, std::move(*key));
+  } else {
+    it->second.remove(rowid);
+  }
+}
+
+void Database::indexInsert(const TableInfo& table, int64_t rowid) {
+  auto t = indexes_.find(&table);
+  if (t == indexes_.end() || t->second.empty()) return;
+  // The row as stored, defaults included.
+  std::string sql = "SELECT ";
+  std::vector<int> columns;
+  for (auto& [column, index] : t->second) {
+    if (!columns.empty()) sql += ", ";
+    sql += quoteIdentifier(table.columns[static_cast<size_t>(column)].name);
+    columns.push_back(column);
+  }
+  StatementUse st(cached(sql + " FROM " + quoteIdentifier(table.name) + " WHERE rowid = ?1;"));
+  st->bind(1, rowid);
+  if (!st->step()) return;
+  for (size_t k = 0; k < columns.size(); ++k)
+    indexUpdate(table, columns[k], rowid, st->column(static_cast<int>(k)));
+}
+
+void Database::indexDelete(const TableInfo& table, int64_t rowid) {
+  auto t = indexes_.find(&table);
+  if (t == indexes_.end()) return;
+  for (auto& [column, index] : t->second) index.remove(rowid);
 }
 
 bool Database::hasReservedKeys(const TableInfo& table) const {

@@ -1,6 +1,8 @@
 // A SQLite connection shared by the data access object and the catalog: prepared-statement
-// cache, table descriptions (declared types, sizes, the auto-number key), on-demand indexes
-// and auto-number reservation. Errors become RuntimeError naming the database file.
+// cache, table descriptions (declared types, sizes, defaults, the auto-number key), the
+// in-process indexes that finds use (column_index.h: the file itself is never given an index),
+// the text collation "dossync_text" (value::compareText) for ORDER BY, and auto-number
+// reservation. Errors become RuntimeError naming the database file.
 // Thread use: one thread per connection.
 #pragma once
 
@@ -16,6 +18,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "backends/sqlite/column_index.h"
 #include "core/error.h"
 
 namespace dossync::sqlite {
@@ -28,6 +31,8 @@ struct ColumnInfo {
   ColumnKind kind = ColumnKind::Other;
   int32_t size = 0;  // characters; 0 = unlimited
   bool autoKey = false;
+  bool notNull = false;
+  std::string defaultSql;  // the declared DEFAULT expression; "" when none
 };
 
 ColumnInfo describeColumn(const std::string& name, const std::string& declaredType);
@@ -68,6 +73,10 @@ struct Stored {
 // stored value -> the text every reader sees.
 Stored toStored(const std::string& table, const ColumnInfo& column, const std::string& text);
 std::string fromStored(const ColumnInfo& column, const Stored& value);
+// What a find compares: the folded text a reader sees (nullopt for NULL, which no find
+// matches), and the folded form of a value asked for (Booleans and dates in their text form).
+std::optional<std::string> findKey(const ColumnInfo& column, const Stored& value);
+std::string findKey(const ColumnInfo& column, const std::string& text);
 
 class Database;
 
@@ -128,7 +137,16 @@ class Database {
   // The table's description, cached; nullptr when there is no such table.
   std::shared_ptr<const TableInfo> table(const std::string& name);
   void forgetSchema();
-  void ensureIndex(const TableInfo& table, const ColumnInfo& column);
+  // The value a column's declared default gives a new row (NULL without one).
+  Stored defaultValue(const TableInfo& table, int column);
+
+  // The in-process index of a column: built at its first use, and built anew once another
+  // connection has changed the file. This connection's own changes reach it through the three
+  // calls below, made after each change succeeded.
+  const ColumnIndex& columnIndex(const TableInfo& table, int column);
+  void indexUpdate(const TableInfo& table, int column, int64_t rowid, const Stored& value);
+  void indexInsert(const TableInfo& table, int64_t rowid);  // reads the row's indexed columns
+  void indexDelete(const TableInfo& table, int64_t rowid);
   // The next auto-number of the table, promised to a new row before it is inserted.
   int64_t reserveKey(const TableInfo& table);
   bool hasReservedKeys(const TableInfo& table) const;
@@ -156,8 +174,8 @@ class Database {
   // the caller then ends (committing the write).
   bool beforeStatement(sqlite3_stmt* statement);
 
-  // What was read inside the current snapshot, kept until it ends: the same row or the same
-  // find asked again (as each procedure looks its record up anew) costs no statement.
+  // What was read inside the current snapshot, kept until it ends: the same row asked for
+  // again (as each procedure looks its record up anew) costs no statement.
   // A row read in part: the columns asked for so far.
   struct LoadedRow {
     std::vector<Stored> values;  // by column
@@ -166,7 +184,6 @@ class Database {
   struct SnapshotMemo {
     using Row = std::shared_ptr<LoadedRow>;
     std::unordered_map<const TableInfo*, std::unordered_map<int64_t, Row>> rows;
-    std::unordered_map<std::string, std::optional<int64_t>> finds;
   };
   // The memo while a snapshot is open and young enough to go on; nullptr otherwise.
   SnapshotMemo* memo();
@@ -177,7 +194,9 @@ class Database {
   bool readOnly_ = false;
   std::unordered_map<std::string, std::unique_ptr<Statement>> statements_;
   std::unordered_map<std::string, std::shared_ptr<const TableInfo>> tables_;
-  std::unordered_set<std::string> indexed_;
+  std::unordered_map<const TableInfo*, std::unordered_map<int, ColumnIndex>> indexes_;
+  uint64_t indexVersion_ = 0;  // the file's data version the indexes are of
+  uint64_t dataVersion();
   std::unordered_map<std::string, int64_t> reserved_;
   bool runRaw(sqlite3_stmt*& statement, const char* sql);  // BEGIN and COMMIT, kept prepared
   sqlite3_stmt* begin_ = nullptr;
