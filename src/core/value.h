@@ -52,7 +52,7 @@ std::string_view trimmed(std::string_view text);  // trim without a copy
 // The comparison rule of every find, filter and sort on text, the way the host's database engine
 // and Outlook compare: without regard to case, for every letter that has a case (É = é, Σ = σ),
 // accents still count (é != e). Text is UTF-8; a byte that is not part of a valid sequence
-// compares as itself.
+// compares as itself, after every character.
 //   foldCase     the text every comparison is made on (also the key of a hash or index)
 //   compareText  <0, 0, >0 in the order of the folded texts (code point order)
 //   equalsIgnoreCase  compareText == 0, without building the folded texts for ASCII

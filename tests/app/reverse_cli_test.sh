@@ -10,6 +10,10 @@ h="$work/h.db" s="$work/s.db" o="vdir:$work/ol"
 "$bin" init-host "$h" >/dev/null
 hq() { sqlite3 "$h" "$1"; }
 sq() { sqlite3 "$s" "$1"; }
+schema() { hq "SELECT type, name, tbl_name, sql FROM sqlite_master ORDER BY name;" | md5sum; }
+# The host's own category under another case is the one new clients are filed in.
+hq "INSERT INTO Categories (CategoryName) VALUES ('DOSSIERA CLIENTS');"
+schema_before=$(schema)
 put() { "$bin" contacts put --outlook "$o" --json -; }
 sync() { "$bin" sync --host-db "$h" --sync-db "$s" --outlook "$o" --no-progress --direction 3 "$@"; }
 
@@ -26,7 +30,11 @@ out=$(sync --select "$jane"); same "exit" $? 0
 same "company" "$(hq "SELECT CompanyName || '|' || City || '|' || OfficeNumber || '|' || Email FROM Companies;")" \
   "Public Works Inc.|Ottawa|613-555-0100|info@public.ca"
 cid=$(hq "SELECT CompanyID FROM Companies;")
-same "client record" "$(hq "SELECT count(*) FROM ClientData WHERE CompanyIDNum = $cid;")" 1
+same "client record, shown, with the host's defaults" \
+  "$(hq "SELECT count(*) || '|' || ShowThisClient FROM ClientData WHERE CompanyIDNum = $cid;")" "1|1"
+same "client options take their defaults" "$(hq "SELECT SendReminders FROM ClientOptions;")" 1
+same "the existing category is reused" "$(hq "SELECT count(*) || '|' || max(CategoryID) FROM Categories;")" \
+  "1|$(hq "SELECT CategoryNum FROM HostCategory;")"
 client=$(hq "SELECT ClientDataID FROM ClientData WHERE CompanyIDNum = $cid;")
 for t in AccountingServices ClientOptions ClientNotes CorpTaxInfo LawInfo OtherInfo SoftwareInfo WSIB_EHTInfo; do
   same "$t row" "$(hq "SELECT count(*) FROM $t WHERE ${t}ID = $client;")" 1
@@ -54,5 +62,9 @@ put <<<'{"FullName": "mrs Ann", "CompanyName": "Ann Co"}' >/dev/null
 out=$(sync --select all); same "all exit" $? 0
 same "Ann's company" "$(hq "SELECT count(*) FROM Companies WHERE CompanyName = 'Ann Co';")" 1
 same "Ann is its default contact" "$(hq "SELECT c.DefaultContact FROM Contacts c JOIN Companies k ON k.CompanyID = c.CompanyNum WHERE k.CompanyName = 'Ann Co';")" 1
+
+# Neither direction touches the host's schema (no index, no table of ours).
+"$bin" sync --host-db "$h" --sync-db "$s" --outlook "$o" --no-progress --direction 2 --select all >/dev/null
+same "host schema untouched" "$(schema)" "$schema_before"
 
 finish "reverse cli"

@@ -76,4 +76,28 @@ TEST(Value, DateTextForms) {
 }
 
 }  // namespace
+// The one comparison rule: case folds for every letter that has a case, accents count, and
+// bytes that are not UTF-8 compare as themselves, after every character.
+TEST(Value, TextComparesWithoutRegardToCase) {
+  struct Case {
+    std::string a, b;
+    int order;
+  };
+  const Case cases[] = {
+      {"Acme Ltd", "ACME LTD", 0},       {"École Dupont", "ÉCOLE DUPONT", 0},
+      {"ΣΟΦΊΑ", "σοφία", 0},             {"straße", "STRASSE", 1},
+      {"Ecole", "École", -1},            {"apple Co", "Acme", 1},
+      {"apple Co", "Beta", -1},          {"ab", "ABC", -1},
+      {"\xff\xfe", "\xff\xfe", 0},       {"\xc3", "\xc3\xa9", 1},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.a + " / " + c.b);
+    EXPECT_EQ(value::compareText(c.a, c.b), c.order);
+    EXPECT_EQ(value::compareText(c.b, c.a), -c.order);
+    EXPECT_EQ(value::equalsIgnoreCase(c.a, c.b), c.order == 0);
+    EXPECT_EQ(value::foldCase(c.a) == value::foldCase(c.b), c.order == 0);
+  }
+  EXPECT_EQ(value::foldCase("ÀÉÎ Ltd \xff"), "àéî ltd \xff");
+}
+
 }  // namespace dossync::value

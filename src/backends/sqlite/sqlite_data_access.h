@@ -6,23 +6,28 @@
 //   a cursor on table T that holds only its position (a rowid), never a copy of the table. The
 //   current row is read by rowid when a field is asked for; walking asks for the next rowid.
 //   With ORDER BY, the ordered list of rowids is read once at open (the trees walk them all).
-//   findFirst/findNext run one query "field = value" restricted to the rows after the current
-//   one, and the first find on a column without an index creates one (dossync_ix_<table>_
-//   <column>), so a find is an index look-up, never a scan. Finds compare exact text.
+//   findFirst/findNext look the value up in an index of the column that this process keeps
+//   (column_index.h; the file itself is never given an index, nor any other change of schema),
+//   built by one scan at the first find on the column, kept up to date with this connection's
+//   writes and built anew after another connection's; the WHERE clause of the query is checked
+//   on the rows found. Finds compare text without regard to case (value::foldCase), and
+//   ORDER BY sorts text the same way (collation dossync_text).
 //   Any other statement (joins) is read whole into memory at open and is read-only; its finds
-//   use a hash index built at the first find on a field.
+//   use a hash index of folded text built at the first find on a field.
 // Writes: lock kinds 2-4 write each field at once (its own transaction unless writes are
 // grouped, below; a field that holds the value already is not written); a pending new row is
-// held in memory and inserted by saveNew; its auto-number key is reserved when first read
-// before the save (and from then on for every new row of that table), else drawn by the insert.
+// held in memory and inserted by saveNew with the columns that were set (the others take the
+// database's defaults, which reading the pending row already shows); its auto-number key is
+// reserved when first read before the save (and from then on for every new row of that
+// table), else drawn by the insert.
 // Reads between two writes share one read transaction (for at most 100 ms, and never past the
 // return of the outermost procedure: idle(); outside procedures, never past the closing of the
 // last open recordset), so a walk does not pay a transaction per statement; a write joins that
 // snapshot and commits it at once (after another connection's write, it runs on its own against
-// the latest data). With groupWrites(true) (a
-// database only this program writes), writes made inside a procedure are committed together
-// instead, with the snapshot: at most 100 ms after the first of them, and when the outermost
-// procedure returns (idle(), which then throws what could not be committed).
+// the latest data). With groupWrites(true) (a database only this program writes), writes made
+// inside a procedure are committed together instead, with the snapshot: at most 100 ms after
+// the first of them, and when the outermost procedure returns (idle(), which then throws what
+// could not be committed).
 // Text longer than a VARCHAR(n) column's n characters is refused (RuntimeError 3163, naming
 // table, column and size), as Jet does. Booleans read "True"/"False"; dates read in the
 // default text form.
