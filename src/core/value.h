@@ -39,8 +39,8 @@ struct Date {
 int daysInMonth(int year, int month);  // month 1-12, leap years counted
 std::optional<Date> parseDate(std::string_view text);
 bool isDate(std::string_view text);
-Date toDate(std::string_view text);  // throws type mismatch (13)
-std::string toText(const Date& date);  // the default text form
+Date toDate(std::string_view text);            // throws type mismatch (13)
+std::string toText(const Date& date);          // the default text form
 std::string formatMmmDYyyy(const Date& date);  // "Mar 5, 1970"
 // Format(text, "mmm d, yyyy"): the formatted date when the text is a date, else the text itself.
 std::string formatAsMmmDYyyy(std::string_view text);

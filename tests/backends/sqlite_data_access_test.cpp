@@ -158,14 +158,17 @@ TEST_F(DataAccessTest, AccentedLettersCompareAndSortWithoutRegardToCase) {
       "SELECT Categories.CategoryName, Companies.CompanyName FROM Categories INNER JOIN "
       "Companies ON Companies.CategoryNum = Categories.CategoryID ORDER BY "
       "Categories.CategoryName DESC, Companies.CompanyName;");
-  EXPECT_EQ(walk(j, "CompanyName"), (std::vector<std::string>{"acme Inc.", "Beta Co.", "Zeta Ltd."}));
+  EXPECT_EQ(walk(j, "CompanyName"),
+            (std::vector<std::string>{"acme Inc.", "Beta Co.", "Zeta Ltd."}));
   ASSERT_TRUE(db.findFirst(j, "CompanyName", "ZETA LTD."));
 }
 
 // Finds are answered from indexes this process keeps: the host's file is never given one, and
 // what this connection or another one writes is found at once.
 TEST_F(DataAccessTest, FindsAreIndexedInTheProcessNeverInTheHostsFile) {
-  auto schema = [&] { return testing::querySql(path, "SELECT type, name, sql FROM sqlite_master;"); };
+  auto schema = [&] {
+    return testing::querySql(path, "SELECT type, name, sql FROM sqlite_master;");
+  };
   const auto before = schema();
   int32_t h = open("SELECT Companies.* FROM Companies;", kLockOptimistic);
   EXPECT_FALSE(db.findFirst(h, "Email", "x@y"));
@@ -189,8 +192,9 @@ TEST_F(DataAccessTest, FindsAreIndexedInTheProcessNeverInTheHostsFile) {
   db.closeRecordset(h);
 
   // Another program's write shows once this one is idle.
-  testing::execSql(path, "INSERT INTO Companies (CompanyID, CompanyName) VALUES (40, 'Omega');"
-                         "UPDATE Companies SET CompanyName = 'Sigma' WHERE CompanyID = 5;");
+  testing::execSql(path,
+                   "INSERT INTO Companies (CompanyID, CompanyName) VALUES (40, 'Omega');"
+                   "UPDATE Companies SET CompanyName = 'Sigma' WHERE CompanyID = 5;");
   db.idle();
   h = open("SELECT Companies.* FROM Companies;");
   EXPECT_TRUE(db.findFirst(h, "CompanyName", "omega"));
@@ -223,8 +227,9 @@ TEST_F(DataAccessTest, NewRowsTakeTheDatabasesDefaults) {
   db.saveNew(flags);
   EXPECT_EQ(testing::querySql(path, "SELECT ShowThisClient FROM ClientData;")[0], "1");
   EXPECT_EQ(testing::querySql(path, "SELECT SendReminders FROM ClientOptions;")[0], "1");
-  EXPECT_EQ(testing::querySql(path, "SELECT Done || '/' || Note || '/' || typeof(Seen) FROM Flags;")[0],
-            "0/none/null");
+  EXPECT_EQ(
+      testing::querySql(path, "SELECT Done || '/' || Note || '/' || typeof(Seen) FROM Flags;")[0],
+      "0/none/null");
 }
 
 TEST_F(DataAccessTest, ReadOnlyRecordsetsRefuseWrites) {

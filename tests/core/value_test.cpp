@@ -19,8 +19,10 @@ int32_t errorOf(const std::function<void()>& f) {
 TEST(Value, BlankAndNumeric) {
   EXPECT_TRUE(isBlank(""));
   EXPECT_FALSE(isBlank(" "));
-  for (const char* yes : {"12", " 12 ", "-3", "+4", "0012", "1.5", ".5", "7."}) EXPECT_TRUE(isNumeric(yes)) << yes;
-  for (const char* no : {"", " ", "abc", "1e5", "1,000", "--1", "1.2.3", ".", "12a"}) EXPECT_FALSE(isNumeric(no)) << no;
+  for (const char* yes : {"12", " 12 ", "-3", "+4", "0012", "1.5", ".5", "7."})
+    EXPECT_TRUE(isNumeric(yes)) << yes;
+  for (const char* no : {"", " ", "abc", "1e5", "1,000", "--1", "1.2.3", ".", "12a"})
+    EXPECT_FALSE(isNumeric(no)) << no;
 }
 
 TEST(Value, WholeNumbersRoundHalfToEvenAndReportErrors) {
@@ -60,7 +62,8 @@ TEST(Value, DatesParseInEveryAcceptedForm) {
   EXPECT_EQ(toDate("03/05/1970"), march5);
   EXPECT_EQ(toDate("1970-03-05 14:30:00"), (Date{1970, 3, 5, 14, 30, 0}));
   EXPECT_EQ(toDate("3/5/1970 2:30 PM"), (Date{1970, 3, 5, 14, 30, 0}));
-  for (const char* bad : {"", "1970-02-30", "2023-02-29", "13/1/2000", "Foo 5, 1970", "1970", "5 Mar"})
+  for (const char* bad :
+       {"", "1970-02-30", "2023-02-29", "13/1/2000", "Foo 5, 1970", "1970", "5 Mar"})
     EXPECT_FALSE(isDate(bad)) << bad;
   EXPECT_TRUE(isDate("2024-02-29"));
   EXPECT_EQ(errorOf([] { toDate("not a date"); }), kTypeMismatch);
@@ -84,11 +87,11 @@ TEST(Value, TextComparesWithoutRegardToCase) {
     int order;
   };
   const Case cases[] = {
-      {"Acme Ltd", "ACME LTD", 0},       {"École Dupont", "ÉCOLE DUPONT", 0},
-      {"ΣΟΦΊΑ", "σοφία", 0},             {"straße", "STRASSE", 1},
-      {"Ecole", "École", -1},            {"apple Co", "Acme", 1},
-      {"apple Co", "Beta", -1},          {"ab", "ABC", -1},
-      {"\xff\xfe", "\xff\xfe", 0},       {"\xc3", "\xc3\xa9", 1},
+      {"Acme Ltd", "ACME LTD", 0}, {"École Dupont", "ÉCOLE DUPONT", 0},
+      {"ΣΟΦΊΑ", "σοφία", 0},       {"straße", "STRASSE", 1},
+      {"Ecole", "École", -1},      {"apple Co", "Acme", 1},
+      {"apple Co", "Beta", -1},    {"ab", "ABC", -1},
+      {"\xff\xfe", "\xff\xfe", 0}, {"\xc3", "\xc3\xa9", 1},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.a + " / " + c.b);

@@ -6,7 +6,7 @@ void ColumnIndex::add(int64_t rowid, std::string foldedKey) {
   remove(rowid);
   auto it = rows_.try_emplace(std::move(foldedKey)).first;
   it->second.insert(it->second.end(), rowid);  // rows mostly arrive in ascending order
-  keyOf_[rowid] = &it->first;  // node-based map: the key's address stays put
+  keyOf_[rowid] = &it->first;                  // node-based map: the key's address stays put
 }
 
 void ColumnIndex::remove(int64_t rowid) {

@@ -147,9 +147,9 @@ CursorShape::CursorShape(std::shared_ptr<const TableInfo> info, const TableQuery
       "SELECT rowid FROM " + t + " WHERE " + wherePrefix + "rowid > ?1 ORDER BY rowid LIMIT 1;";
   holdsSql = "SELECT 1 FROM " + t + " WHERE " + wherePrefix + "rowid = ?1;";
   if (!q.orderBy.empty())
-    orderSql = withTextOrder("SELECT rowid FROM " + t +
-                             (q.where.empty() ? "" : " WHERE " + q.where) + " ORDER BY " +
-                             q.orderBy + ", rowid;");
+    orderSql =
+        withTextOrder("SELECT rowid FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
+                      " ORDER BY " + q.orderBy + ", rowid;");
 }
 
 TableRecordset::TableRecordset(Database& db, std::shared_ptr<CursorShape> shape, bool readOnly)

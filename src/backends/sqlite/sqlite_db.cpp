@@ -386,6 +386,7 @@ Database::SnapshotMemo* Database::memo() {
 void Database::endSnapshot() {
   if (!snapshotOpen_) return;
   snapshotOpen_ = false;
+  versionSeen_ = false;
   memo_.rows.clear();
   int writes = groupedWrites_;
   groupedWrites_ = 0;
@@ -506,10 +507,14 @@ uint64_t Database::dataVersion() {
 }
 
 const ColumnIndex& Database::columnIndex(const TableInfo& table, int column) {
-  uint64_t version = dataVersion();
-  if (version != indexVersion_) {  // another connection wrote: every index is stale
-    indexes_.clear();
-    indexVersion_ = version;
+  // Inside a read snapshot no other connection's write can show: one look per snapshot.
+  if (!versionSeen_) {
+    uint64_t version = dataVersion();
+    versionSeen_ = snapshotOpen_;
+    if (version != indexVersion_) {  // another connection wrote: every index is stale
+      indexes_.clear();
+      indexVersion_ = version;
+    }
   }
   auto& byColumn = indexes_[&table];
   auto it = byColumn.find(column);
@@ -524,8 +529,7 @@ const ColumnIndex& Database::columnIndex(const TableInfo& table, int column) {
   return index;
 }
 
-void Database::indexUpdate(const TableInfo& table, int column, int64_t rowid,
-                           const Stored& value) {
+void Database::indexUpdate(const TableInfo& table, int column, int64_t rowid, const Stored& value) {
   auto t = indexes_.find(&table);
   if (t == indexes_.end()) return;
   auto it = t->second.find(column);

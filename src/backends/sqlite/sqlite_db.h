@@ -196,6 +196,7 @@ class Database {
   std::unordered_map<std::string, std::shared_ptr<const TableInfo>> tables_;
   std::unordered_map<const TableInfo*, std::unordered_map<int, ColumnIndex>> indexes_;
   uint64_t indexVersion_ = 0;  // the file's data version the indexes are of
+  bool versionSeen_ = false;   // indexVersion_ checked in the open snapshot
   uint64_t dataVersion();
   std::unordered_map<std::string, int64_t> reserved_;
   bool runRaw(sqlite3_stmt*& statement, const char* sql);  // BEGIN and COMMIT, kept prepared
