@@ -3,12 +3,14 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
 #include "backends/sqlite/host_database.h"
 #include "backends/sqlite/sqlite_data_access.h"
 #include "core/apartment.h"
+#include "core/platform.h"
 
 namespace dossync::testing {
 
@@ -91,6 +93,132 @@ std::vector<std::string> querySql(const std::string& path, const std::string& sq
   sqlite3_finalize(st);
   sqlite3_close(db);
   return out;
+}
+
+void ForwardingDataAccess::setErrorService(std::shared_ptr<IErrorService> s) {
+  real_->setErrorService(std::move(s));
+}
+void ForwardingDataAccess::setAppName(const std::string& n) {
+  real_->setAppName(n);
+}
+void ForwardingDataAccess::setConnectionKind(int32_t k) {
+  real_->setConnectionKind(k);
+}
+void ForwardingDataAccess::setDatabaseLocation(const std::string& p) {
+  real_->setDatabaseLocation(p);
+}
+void ForwardingDataAccess::setCursorLocation(int32_t l) {
+  real_->setCursorLocation(l);
+}
+void ForwardingDataAccess::setAccessMode(int32_t m) {
+  real_->setAccessMode(m);
+}
+bool ForwardingDataAccess::openDatabase(int32_t m) {
+  return real_->openDatabase(m);
+}
+void ForwardingDataAccess::closeDatabase() {
+  real_->closeDatabase();
+}
+std::string ForwardingDataAccess::lastError() const {
+  return real_->lastError();
+}
+bool ForwardingDataAccess::isEOF(int32_t h) {
+  before("isEOF", "");
+  return real_->isEOF(h);
+}
+bool ForwardingDataAccess::isDatabaseOpen() {
+  return real_->isDatabaseOpen();
+}
+int32_t ForwardingDataAccess::openRecordset(const std::string& sql, int32_t c, int32_t l, bool o,
+                                            const std::string& t) {
+  before("openRecordset", sql);
+  return real_->openRecordset(sql, c, l, o, t);
+}
+void ForwardingDataAccess::closeRecordset(int32_t h) {
+  real_->closeRecordset(h);
+}
+bool ForwardingDataAccess::hasCurrentRow(int32_t h) {
+  before("hasCurrentRow", "");
+  return real_->hasCurrentRow(h);
+}
+void ForwardingDataAccess::moveNext(int32_t h) {
+  before("moveNext", "");
+  real_->moveNext(h);
+}
+std::string ForwardingDataAccess::readField(int32_t h, const std::string& f) {
+  before("readField", f);
+  return real_->readField(h, f);
+}
+void ForwardingDataAccess::writeField(int32_t h, const std::string& f, const std::string& v,
+                                      bool o) {
+  before("writeField", f);
+  real_->writeField(h, f, v, o);
+}
+void ForwardingDataAccess::addNew(int32_t h) {
+  before("addNew", "");
+  real_->addNew(h);
+}
+void ForwardingDataAccess::setNewField(int32_t h, const std::string& f, const std::string& v) {
+  before("setNewField", f);
+  real_->setNewField(h, f, v);
+}
+void ForwardingDataAccess::saveNew(int32_t h) {
+  before("saveNew", "");
+  real_->saveNew(h);
+}
+bool ForwardingDataAccess::findFirst(int32_t h, const std::string& f, const std::string& v) {
+  before("findFirst", f);
+  return real_->findFirst(h, f, v);
+}
+void ForwardingDataAccess::findNext(int32_t h) {
+  before("findNext", "");
+  real_->findNext(h);
+}
+void ForwardingDataAccess::deleteCurrent(int32_t h) {
+  before("deleteCurrent", "");
+  real_->deleteCurrent(h);
+}
+
+void FaultyDataAccess::before(const char* call, const std::string& detail) {
+  if (call != call_ || detail.find(detail_) == std::string::npos) return;
+  if (skip_-- > 0) return;
+  ++failures;
+  throw RuntimeError(kDiskIO, std::string("Disk or network error in ") + call + " " + detail);
+}
+
+void RecordingProgress::note(const std::string& call) {
+  calls.push_back(call);
+  std::string name = call.substr(0, call.find(' '));
+  if (!failOn.empty() && name == failOn)
+    throw RuntimeError(kOutlookOperationFailed, "The progress dialog failed in " + name);
+}
+
+void RecordingProgress::setValue(int32_t v) {
+  if (!shown_) {
+    note("setValue " + std::to_string(v));
+  } else if (failOn == "setValue") {
+    throw RuntimeError(kOverflow, "The progress dialog refused the value " + std::to_string(v));
+  }
+  value_ = v;
+  highest = std::max(highest, v);
+}
+
+void RecordingProgress::show() {
+  note("show");
+  shown_ = true;
+  if (start_) start_();
+}
+
+void RecordingProgress::close() {
+  note("close");
+  closed = true;
+}
+
+std::shared_ptr<RecordingProgress> registerRecordingProgress(const std::string& failOn) {
+  auto dialog = std::make_shared<RecordingProgress>();
+  dialog->failOn = failOn;
+  platform::registerClass(kProgressDialogClass, [dialog] { return dialog; });
+  return dialog;
 }
 
 }  // namespace dossync::testing

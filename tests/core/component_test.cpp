@@ -92,14 +92,6 @@ TEST_F(ComponentTest, PropertiesRoundTrip) {
   EXPECT_EQ(c.SchemeID(), 12);  // the scheme number is not part of the reset
 }
 
-TEST_F(ComponentTest, ResetReportsUnderItsWizardLocation) {
-  clsOutlookSynchronization c;
-  attachServices(c);
-  c.resetOutlookSchemeToDefault();
-  EXPECT_EQ(errors->entered.back(), "kvlabeldx3.dll-frmWizard-resetOutlookSchemeToDefault");
-  EXPECT_EQ(errors->leaves, static_cast<int>(errors->entered.size()));
-}
-
 TEST_F(ComponentTest, MissingHostFileIsQuietlyNotOpen) {
   clsOutlookSynchronization c;
   attachServices(c);
