@@ -27,6 +27,9 @@ namespace {
 RuntimeError broken(const std::string& what) {
   return RuntimeError(kOutlookOperationFailed, "Outlook failed: " + what);
 }
+RuntimeError failed(const std::string& what) {
+  return RuntimeError(kInvalidProcedureCall, what + " failed");
+}
 
 // An Outlook whose logon or item creation can be made to fail, and whose mails fail in every
 // member.
@@ -76,14 +79,14 @@ class BrokenOutlook : public outlook::Application {
 
 class BrokenHostUi : public IHostUi {
  public:
-  void setMousePointer(int32_t) override { throw broken("MousePointer"); }
+  void setMousePointer(int32_t) override { throw failed("The mouse pointer"); }
 };
 
 class BrokenView : public wizard::IWizardView {
  public:
   void showModal(const ObjectPtr&) override {}
   void unload() override {}
-  void refresh() override { throw broken("Refresh"); }
+  void refresh() override { throw failed("Repainting"); }
 };
 
 struct Row {
@@ -404,7 +407,7 @@ TEST_F(ErrorLocationTest, TheTreeBuilders) {
     book = std::make_unique<wizard::clsPopulateClientTree>();
     book->treeViewControl = tree;
     book->incProgressBar = [&, key](int32_t) {
-      if (tree->node(tree->count()).key == key) throw broken("progress");
+      if (tree->node(tree->count()).key == key) throw failed("The progress handler");
     };
     book->populateAddressBookTree();
   };
