@@ -256,6 +256,8 @@ TEST_F(ErrorLocationTest, TheComponent) {
   expectEntered({
       {"kvlabeldx3.dll-frmWizard-resetOutlookSchemeToDefault",
        [&] { c().resetOutlookSchemeToDefault(); }},
+      {kSync + "MainDatabaseLocation", [&] { c().setMainDatabaseLocation(host->hostPath); }},
+      {kSync + "SyncDatabaseLocation", [&] { c().setSyncDatabaseLocation(host->syncPath); }},
       {kSync + "getRecordCount", [&] { c().getRecordCount(); }},
       {kSync + "StopOutlook", [&] { c().StopOutlook(); }},
   });
