@@ -82,35 +82,47 @@ std::vector<std::string> querySql(const std::string& path, const std::string& sq
 class ForwardingDataAccess : public hostdb::IDataAccess {
  public:
   explicit ForwardingDataAccess(hostdb::DataAccessPtr real) : real_(std::move(real)) {}
-  void setErrorService(std::shared_ptr<IErrorService> s) override;
-  void setAppName(const std::string& n) override;
-  void setConnectionKind(int32_t k) override;
-  void setDatabaseLocation(const std::string& p) override;
-  void setCursorLocation(int32_t l) override;
-  void setAccessMode(int32_t m) override;
-  bool openDatabase(int32_t m) override;
-  void closeDatabase() override;
-  std::string lastError() const override;
-  bool isEOF(int32_t h) override;
-  bool isDatabaseOpen() override;
+  void setErrorService(std::shared_ptr<IErrorService> s) override { real_->setErrorService(s); }
+  void setAppName(const std::string& n) override { real_->setAppName(n); }
+  void setConnectionKind(int32_t k) override { real_->setConnectionKind(k); }
+  void setDatabaseLocation(const std::string& p) override { real_->setDatabaseLocation(p); }
+  void setCursorLocation(int32_t l) override { real_->setCursorLocation(l); }
+  void setAccessMode(int32_t m) override { real_->setAccessMode(m); }
+  bool openDatabase(int32_t m) override { return real_->openDatabase(m); }
+  void closeDatabase() override { real_->closeDatabase(); }
+  std::string lastError() const override { return real_->lastError(); }
+  bool isEOF(int32_t h) override { return before("isEOF"), real_->isEOF(h); }
+  bool isDatabaseOpen() override { return real_->isDatabaseOpen(); }
   int32_t openRecordset(const std::string& sql, int32_t c, int32_t l, bool o,
-                        const std::string& t) override;
-  void closeRecordset(int32_t h) override;
-  bool hasCurrentRow(int32_t h) override;
-  void moveNext(int32_t h) override;
-  std::string readField(int32_t h, const std::string& f) override;
-  void writeField(int32_t h, const std::string& f, const std::string& v, bool o) override;
-  void addNew(int32_t h) override;
-  void setNewField(int32_t h, const std::string& f, const std::string& v) override;
-  void saveNew(int32_t h) override;
-  bool findFirst(int32_t h, const std::string& f, const std::string& v) override;
-  void findNext(int32_t h) override;
-  void deleteCurrent(int32_t h) override;
+                        const std::string& t) override {
+    return before("openRecordset", sql), real_->openRecordset(sql, c, l, o, t);
+  }
+  void closeRecordset(int32_t h) override { real_->closeRecordset(h); }
+  bool hasCurrentRow(int32_t h) override {
+    return before("hasCurrentRow"), real_->hasCurrentRow(h);
+  }
+  void moveNext(int32_t h) override { before("moveNext"), real_->moveNext(h); }
+  std::string readField(int32_t h, const std::string& f) override {
+    return before("readField", f), real_->readField(h, f);
+  }
+  void writeField(int32_t h, const std::string& f, const std::string& v, bool o) override {
+    before("writeField", f), real_->writeField(h, f, v, o);
+  }
+  void addNew(int32_t h) override { before("addNew"), real_->addNew(h); }
+  void setNewField(int32_t h, const std::string& f, const std::string& v) override {
+    before("setNewField", f), real_->setNewField(h, f, v);
+  }
+  void saveNew(int32_t h) override { before("saveNew"), real_->saveNew(h); }
+  bool findFirst(int32_t h, const std::string& f, const std::string& v) override {
+    return before("findFirst", f), real_->findFirst(h, f, v);
+  }
+  void findNext(int32_t h) override { before("findNext"), real_->findNext(h); }
+  void deleteCurrent(int32_t h) override { before("deleteCurrent"), real_->deleteCurrent(h); }
   void idle() override { real_->idle(); }
   void groupWrites(bool on) override { real_->groupWrites(on); }
 
  protected:
-  virtual void before(const char* call, const std::string& detail) {}
+  virtual void before(const char* call, const std::string& detail = "") {}
   hostdb::DataAccessPtr real_;
 };
 

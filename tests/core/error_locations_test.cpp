@@ -173,64 +173,33 @@ const std::string kSync = "kvoutlookdx.dll-clsOutlookSynchronization-";
 
 TEST_F(ErrorLocationTest, TheComponent) {
   auto select = [this] { c().companyCollection()->add("10", "", ""); };
+  auto noHost = [] { apartment().hostDb = nullptr; };
   auto noSync = [] { apartment().syncDb = nullptr; };
+  auto without = [](const char* cls) { platform::unregisterClass(cls); };
+  auto progressFailingIn = [this](const char* call) {
+    testing::registerRecordingProgress(call);
+    c().setShowProgress(true);
+  };
   value::Date start{2024, 5, 1, 9, 0, 0}, end{2024, 5, 1, 10, 0, 0};
   std::string subject = "Review", place = "Office";
   expectReportedAt({
       {kSync + "openMainDatabase",
-       [&] {
-         platform::unregisterClass(platform::kDataAccess);
-         c().openMainDatabase(host->hostPath);
-       }},
-      {kSync + "openSyncForm",
-       [&] {
-         platform::unregisterClass(kWizardFormClass);
-         c().openSynchForm();
-       }},
-      {kSync + "Synchronize",
-       [&] {
-         testing::registerRecordingProgress("setMessage");
-         c().setShowProgress(true);
-         c().Synchronize();
-       }},
+       [&] { without(platform::kDataAccess), c().openMainDatabase(host->hostPath); }},
+      {kSync + "openSyncForm", [&] { without(kWizardFormClass), c().openSynchForm(); }},
+      {kSync + "Synchronize", [&] { progressFailingIn("setMessage"), c().Synchronize(); }},
       {kSync + "outlookDialog_StartProgress",
-       [&] {
-         testing::registerRecordingProgress("close");
-         c().setShowProgress(true);
-         c().Synchronize();
-       }},
-      {kSync + "SynchronizeContacts",
-       [&] {
-         select();
-         apartment().hostDb = nullptr;
-         c().Synchronize();
-       }},
-      {kSync + "StartOutlook",
-       [&] {
-         brokenOutlook()->failLogon = true;
-         c().StartOutlook();
-       }},
+       [&] { progressFailingIn("close"), c().Synchronize(); }},
+      {kSync + "SynchronizeContacts", [&] { select(), noHost(), c().Synchronize(); }},
+      {kSync + "StartOutlook", [&] { brokenOutlook()->failLogon = true, c().StartOutlook(); }},
       {kSync + "createOutlookSyncDatabase",
-       [&] {
-         platform::unregisterClass(platform::kAdoxCatalog);
-         c().createOutlookSyncDatabase(dir.file("new.db"));
-       }},
+       [&] { without(platform::kAdoxCatalog), c().createOutlookSyncDatabase(dir.file("n.db")); }},
       {kSync + "createTables", [&] { c().createTables(host->syncPath); }},  // tables exist
       {kSync + "verifySyncDatabase",
-       [&] {
-         platform::unregisterClass(platform::kAdoConnection);
-         c().verifySyncDatabase(host->syncPath);
-       }},
+       [&] { without(platform::kAdoConnection), c().verifySyncDatabase(host->syncPath); }},
       {kSync + "doesTableExist",
-       [&] {
-         platform::unregisterClass(platform::kAdoxCatalog);
-         c().doesTableExist(nullptr);
-       }},
+       [&] { without(platform::kAdoxCatalog), c().doesTableExist(nullptr); }},
       {kSync + "openOutlookSyncDatabase",
-       [&] {
-         platform::unregisterClass(platform::kDataAccess);
-         c().openOutlookSyncDatabase(host->syncPath);
-       }},
+       [&] { without(platform::kDataAccess), c().openOutlookSyncDatabase(host->syncPath); }},
       {kSync + "getCompanyOutlookID", [&] { noSync(), c().getCompanyOutlookID(10); }},
       {kSync + "getContactOutlookID", [&] { noSync(), c().getContactOutlookID(20); }},
       {kSync + "getOutlookCompanyID", [&] { noSync(), c().getOutlookCompanyID("x"); }},
@@ -313,10 +282,7 @@ TEST_F(ErrorLocationTest, TheHostModules) {
       {address + "saveContactBusinessRTF",
        [&] { opening("CustomAddressFields"), format::saveContactBusinessRTF(20); }},
       {address + "saveCompanyContactRTF",
-       [&] {
-         failHost("writeField", "ContactNotes");
-         format::saveCompanyContactRTF(10, -1);
-       }},
+       [&] { failHost("writeField", "ContactNotes"), format::saveCompanyContactRTF(10, -1); }},
       {address + "createBusinessContactAddress",
        [&] { opening("Contacts"), format::createBusinessContactAddress(20, true); }},
       {address + "validContactID", [&] { opening("Contacts"), format::validContactID(20); }},
@@ -346,10 +312,7 @@ TEST_F(ErrorLocationTest, TheWizard) {
   };
   expectReportedAt({
       {w + "startWizard",
-       [&] {
-         apartment().hostUi = std::make_shared<BrokenHostUi>();
-         fresh().startWizard(c());
-       }},
+       [&] { apartment().hostUi = std::make_shared<BrokenHostUi>(), fresh().startWizard(c()); }},
       {w + "SetStep", [&] { fresh().SetStep(seven, zero); }},
       {w + "cmdNav_Click", [&] { fresh().cmdNav_Click(4); }},
       {w + "optSynchDirection_Click", [&] { fresh().optSynchDirection_Click(2); }},
@@ -429,19 +392,13 @@ TEST_F(ErrorLocationTest, TheTreeBuilders) {
   };
   const std::string fill = "Contactory.exe-clsPopulateClientTree-populateAddressBookTree";
   expectReportedAt({
-      {fill,
-       [&] {
-         apartment().hostDb = nullptr;
-         failAfter("none");
-       }},
+      {fill, [&] { apartment().hostDb = nullptr, failAfter("none"); }},
       {"kvoutlookdx4.dll-clsPopulateClientTree-addSubCategories", [&] { failAfter("Category:2"); }},
       {"kvoutlookdx4.dll-clsPopulateClientTree-addAssociateCompanies",
        [&] { failAfter("Company:11"); }},
       {"kvoutlookdx4.dll-frmContacts-getSelectedCategoryID",
        [&] {
-         selected("Company:10");
-         apartment().hostDb = nullptr;
-         book->getSelectedCategoryID();
+         selected("Company:10"), apartment().hostDb = nullptr, book->getSelectedCategoryID();
        }},
       {"Contactory.exe-clsOutlookContactTree-getRecordCount",
        [&] { wizard::clsOutlookContactTree().getRecordCount(); }},  // no Outlook namespace
@@ -461,19 +418,11 @@ TEST_F(ErrorLocationTest, TheTreeBuilders) {
 TEST_F(ErrorLocationTest, TheMailSender) {
   const std::string m = kSendMailLocation;
   clsOutlookSendMail mail;
-  auto withMail = [&] {
-    brokenOutlook();
-    mail.StartOutlook();
-    mail.CreateNewMail();
-  };
+  auto withMail = [&] { brokenOutlook(), mail.StartOutlook(), mail.CreateNewMail(); };
   expectReportedAt({
       {m + "StartOutlook", [&] { brokenOutlook()->failLogon = true, mail.StartOutlook("Office"); }},
       {m + "CreateNewMail",
-       [&] {
-         brokenOutlook()->failCreate = true;
-         mail.StartOutlook();
-         mail.CreateNewMail();
-       }},
+       [&] { brokenOutlook()->failCreate = true, mail.StartOutlook(), mail.CreateNewMail(); }},
       {m + "DisplayMail", [&] { withMail(), mail.DisplayMail(); }},
       {m + "SendMail", [&] { withMail(), mail.SendMail(); }},
       {m + "Attachment", [&] { withMail(), mail.Attachment("/tmp/x.pdf"); }},
