@@ -3,12 +3,14 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
 #include "backends/sqlite/host_database.h"
 #include "backends/sqlite/sqlite_data_access.h"
 #include "core/apartment.h"
+#include "core/platform.h"
 
 namespace dossync::testing {
 
@@ -91,6 +93,48 @@ std::vector<std::string> querySql(const std::string& path, const std::string& sq
   sqlite3_finalize(st);
   sqlite3_close(db);
   return out;
+}
+
+void FaultyDataAccess::before(const char* call, const std::string& detail) {
+  if (call != call_ || detail.find(detail_) == std::string::npos) return;
+  if (skip_-- > 0) return;
+  ++failures;
+  throw RuntimeError(kDiskIO, std::string("Disk or network error in ") + call + " " + detail);
+}
+
+void RecordingProgress::note(const std::string& call) {
+  calls.push_back(call);
+  std::string name = call.substr(0, call.find(' '));
+  if (!failOn.empty() && name == failOn)
+    throw RuntimeError(kOutlookOperationFailed, "The progress dialog failed in " + name);
+}
+
+void RecordingProgress::setValue(int32_t v) {
+  if (!shown_) {
+    note("setValue " + std::to_string(v));
+  } else if (failOn == "setValue") {
+    throw RuntimeError(kOverflow, "The progress dialog refused the value " + std::to_string(v));
+  }
+  value_ = v;
+  highest = std::max(highest, v);
+}
+
+void RecordingProgress::show() {
+  note("show");
+  shown_ = true;
+  if (start_) start_();
+}
+
+void RecordingProgress::close() {
+  note("close");
+  closed = true;
+}
+
+std::shared_ptr<RecordingProgress> registerRecordingProgress(const std::string& failOn) {
+  auto dialog = std::make_shared<RecordingProgress>();
+  dialog->failOn = failOn;
+  platform::registerClass(kProgressDialogClass, [dialog] { return dialog; });
+  return dialog;
 }
 
 }  // namespace dossync::testing

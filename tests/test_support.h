@@ -3,11 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "core/error.h"
+#include "core/progress.h"
 #include "core/services.h"
+#include "hostdb/data_access.h"
 
 namespace dossync::testing {
 
@@ -71,6 +75,118 @@ std::string makeHostDatabase(const TempDir& dir, const std::string& name = "host
 void execSql(const std::string& path, const std::string& sql);
 // The first column of every row of a query, as text ("" for NULL).
 std::vector<std::string> querySql(const std::string& path, const std::string& sql);
+
+// Forwards every call to a real data access object, calling before(call, detail) first: the
+// statement of openRecordset, the field of readField, writeField, setNewField and findFirst,
+// "" for the others. Tests override before() to watch or to fail calls.
+class ForwardingDataAccess : public hostdb::IDataAccess {
+ public:
+  explicit ForwardingDataAccess(hostdb::DataAccessPtr real) : real_(std::move(real)) {}
+  void setErrorService(std::shared_ptr<IErrorService> s) override { real_->setErrorService(s); }
+  void setAppName(const std::string& n) override { real_->setAppName(n); }
+  void setConnectionKind(int32_t k) override { real_->setConnectionKind(k); }
+  void setDatabaseLocation(const std::string& p) override { real_->setDatabaseLocation(p); }
+  void setCursorLocation(int32_t l) override { real_->setCursorLocation(l); }
+  void setAccessMode(int32_t m) override { real_->setAccessMode(m); }
+  bool openDatabase(int32_t m) override { return real_->openDatabase(m); }
+  void closeDatabase() override { real_->closeDatabase(); }
+  std::string lastError() const override { return real_->lastError(); }
+  bool isEOF(int32_t h) override { return before("isEOF"), real_->isEOF(h); }
+  bool isDatabaseOpen() override { return real_->isDatabaseOpen(); }
+  int32_t openRecordset(const std::string& sql, int32_t c, int32_t l, bool o,
+                        const std::string& t) override {
+    return before("openRecordset", sql), real_->openRecordset(sql, c, l, o, t);
+  }
+  void closeRecordset(int32_t h) override { real_->closeRecordset(h); }
+  bool hasCurrentRow(int32_t h) override {
+    return before("hasCurrentRow"), real_->hasCurrentRow(h);
+  }
+  void moveNext(int32_t h) override { before("moveNext"), real_->moveNext(h); }
+  std::string readField(int32_t h, const std::string& f) override {
+    return before("readField", f), real_->readField(h, f);
+  }
+  void writeField(int32_t h, const std::string& f, const std::string& v, bool o) override {
+    before("writeField", f), real_->writeField(h, f, v, o);
+  }
+  void addNew(int32_t h) override { before("addNew"), real_->addNew(h); }
+  void setNewField(int32_t h, const std::string& f, const std::string& v) override {
+    before("setNewField", f), real_->setNewField(h, f, v);
+  }
+  void saveNew(int32_t h) override { before("saveNew"), real_->saveNew(h); }
+  bool findFirst(int32_t h, const std::string& f, const std::string& v) override {
+    return before("findFirst", f), real_->findFirst(h, f, v);
+  }
+  void findNext(int32_t h) override { before("findNext"), real_->findNext(h); }
+  void deleteCurrent(int32_t h) override { before("deleteCurrent"), real_->deleteCurrent(h); }
+  void idle() override { real_->idle(); }
+  void groupWrites(bool on) override { real_->groupWrites(on); }
+
+ protected:
+  virtual void before(const char* call, const std::string& detail = "") {}
+  hostdb::DataAccessPtr real_;
+};
+
+// Fails one call with RuntimeError 3043: the first call named `call` whose detail contains
+// `detail`, after `skip` such calls have gone through.
+class FaultyDataAccess : public ForwardingDataAccess {
+ public:
+  FaultyDataAccess(hostdb::DataAccessPtr real, std::string call, std::string detail, int skip = 0)
+      : ForwardingDataAccess(std::move(real)),
+        call_(std::move(call)),
+        detail_(std::move(detail)),
+        skip_(skip) {}
+  int failures = 0;
+
+ protected:
+  void before(const char* call, const std::string& detail) override;
+
+ private:
+  std::string call_, detail_;
+  int skip_;
+};
+
+// A progress dialog that writes down its settings ("setMaximum 1", in call order), runs its
+// start handler when shown, and keeps its value. The call named by failOn throws instead.
+class RecordingProgress : public IProgressDialog {
+ public:
+  void setMessage(const std::string& text) override { note("setMessage " + text); }
+  void setStyle(int32_t v) override { note("setStyle " + std::to_string(v)); }
+  void setOwner(ObjectPtr owner) override {
+    this->owner = owner;
+    note("setOwner");
+  }
+  void setMinimum(int32_t v) override { note("setMinimum " + std::to_string(v)); }
+  void setMaximum(int32_t v) override {
+    note("setMaximum " + std::to_string(v));
+    maximum = v;
+  }
+  void setShowBar(bool v) override { note(std::string("setShowBar ") + (v ? "1" : "0")); }
+  void setValue(int32_t v) override;
+  void setSecondaryValue(int32_t v) override { note("setSecondaryValue " + std::to_string(v)); }
+  void setAllowCancel(bool v) override { note(std::string("setAllowCancel ") + (v ? "1" : "0")); }
+  void setNumber(int32_t v) override { note("setNumber " + std::to_string(v)); }
+  void setStartHandler(std::function<void()> h) override { start_ = std::move(h); }
+  void show() override;
+  int32_t value() const override { return value_; }
+  void setStatus(const std::string& text) override { statuses.push_back(text); }
+  void close() override;
+
+  std::string failOn;
+  std::vector<std::string> calls;  // settings, show and close; values only before show
+  std::vector<std::string> statuses;
+  ObjectPtr owner;
+  int32_t maximum = 0, highest = 0;
+  bool closed = false;
+
+ private:
+  void note(const std::string& call);
+  std::function<void()> start_;
+  int32_t value_ = 0;
+  bool shown_ = false;
+};
+
+// Registers one RecordingProgress as the host's progress dialog (every dialog made is this one).
+std::shared_ptr<RecordingProgress> registerRecordingProgress(const std::string& failOn = "");
 
 }  // namespace dossync::testing
 

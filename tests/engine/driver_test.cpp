@@ -119,9 +119,21 @@ TEST_F(DriverTest, InformationTypeSevenWalksTheContacts) {
 }
 
 TEST_F(DriverTest, ProgressRunsUnderTheDialogAndMayPassItsMaximum) {
+  auto dialog = testing::registerRecordingProgress();
+  auto window = std::make_shared<Object>();
+  c().setMDIForm(window);
   c().setShowProgress(true);
   select({5});
   c().Synchronize();
+  EXPECT_EQ(dialog->calls,
+            (std::vector<std::string>{
+                "setMessage Synchronizing Outlook information, please wait ...", "setStyle 1",
+                "setOwner", "setMinimum 0", "setMaximum 1", "setShowBar 1", "setValue 0",
+                "setSecondaryValue 0", "setAllowCancel 1", "setNumber 101", "show", "close"}));
+  EXPECT_EQ(dialog->owner, window);
+  // The maximum is the one selected record; the value moves once per row of the table.
+  EXPECT_EQ(dialog->value(), 6);
+  EXPECT_EQ(dialog->statuses, (std::vector<std::string>{"Synchronizing New Chosen"}));
   EXPECT_EQ(c().progressDialog(), nullptr);  // released afterwards
   EXPECT_NE(mapped(5), "");
   EXPECT_TRUE(host->errors->errors.empty()) << host->errors->errors[0].description();

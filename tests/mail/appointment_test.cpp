@@ -41,14 +41,6 @@ class CreateAppointmentTest : public testing::ApartmentTest {
   std::unique_ptr<testing::Host> host;
 };
 
-TEST_F(CreateAppointmentTest, BeforeTheSessionIsStartedTheErrorIsReported) {
-  create("Review", "Office");
-  ASSERT_EQ(host->errors->errors.size(), 1u);
-  EXPECT_EQ(host->errors->errors[0].number(), kObjectVariableNotSet);
-  EXPECT_EQ(host->errors->errorLocations[0],
-            "kvoutlookdx.dll-clsOutlookSynchronization-CreateAppointment");
-}
-
 TEST_F(CreateAppointmentTest, SendStoresOneEventInTheProfileCalendar) {
   host->component->setProfile("work");
   host->component->setDisplayLoginDialog(false);

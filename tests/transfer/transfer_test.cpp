@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "core/apartment.h"
 #include "core/synchronization.h"
 #include "test_support.h"
 
@@ -131,12 +132,21 @@ TEST_F(TransferTest, ContactWithInheritedCompanyAddressAndFallBackNumbers) {
   EXPECT_EQ(i->Categories(), "Business");
 
   // Not inherited: the contact's own address, and empty numbers clear Outlook's.
-  auto own = item(c().createNewDossieraContactInOutlook(11, ""));
+  std::string dated = existing([](outlook::ContactItem& i) {
+    i.setBirthday(value::Date{1960, 1, 1});
+    i.setAnniversary(value::Date{1990, 6, 2});
+    i.setBusinessFaxNumber("old fax");
+    i.setGender(outlook::olFemale);
+  });
+  auto own = item(c().createNewDossieraContactInOutlook(11, dated));
   EXPECT_EQ(own->BusinessAddressStreet(), "9 Side St");
   EXPECT_EQ(own->BusinessTelephoneNumber(), "555-BEA");
   EXPECT_EQ(own->BusinessFaxNumber(), "");
-  EXPECT_EQ(own->Birthday(), outlook::kNoDate);  // blank birthday leaves it as it was
-  EXPECT_EQ(item(c().createNewDossieraContactInOutlook(12, ""))->Gender(), outlook::olUnspecified);
+  EXPECT_EQ(own->Birthday(), (value::Date{1960, 1, 1}));  // blank dates leave Outlook's
+  EXPECT_EQ(own->Anniversary(), (value::Date{1990, 6, 2}));
+  // "M" is no gender: it is written as unspecified over Outlook's.
+  EXPECT_EQ(item(c().createNewDossieraContactInOutlook(12, dated))->Gender(),
+            outlook::olUnspecified);
 }
 
 TEST_F(TransferTest, InheritedBlankNumbersLeaveOutlooksValue) {
@@ -153,6 +163,103 @@ TEST_F(TransferTest, FileAsFollowsTheContactOnlyTypes) {
   EXPECT_EQ(item(c().createNewDossieraContactInOutlook(11, ""))->FileAs(), "Acme Inc.");
   c().setSyncInformationType(7);  // the driver's value: Outlook's own file-as name
   EXPECT_EQ(item(c().createNewDossieraContactInOutlook(11, ""))->FileAs(), "Jones, Bea");
+}
+
+// Outlook -> host: one item becomes a company with a contact of that company.
+class OutlookToHostTest : public TransferTest {
+ protected:
+  void SetUp() override {
+    TransferTest::SetUp();
+    jane = existing([](outlook::ContactItem& i) {
+      i.setFullName("Jane Jones");
+      i.setFirstName("Jane");
+      i.setCompanyName("Jones Ltd");
+    });
+  }
+  std::string q(const std::string& sql) {
+    auto rows = testing::querySql(host->hostPath, sql);
+    return rows.empty() ? "<none>" : rows[0];
+  }
+  // Runs the transfer with RefreshData cleared first; it must be set again whatever happens.
+  int32_t transfer(const std::string& entryID, int32_t companyID) {
+    c().setRefreshData(false);
+    int32_t result = c().createNewOutlookCompanyWithDefaultContactInDossiera(entryID, companyID);
+    EXPECT_TRUE(c().RefreshData());
+    return result;
+  }
+  std::string jane;  // an Outlook contact of "Jones Ltd"
+};
+
+TEST_F(OutlookToHostTest, NothingToTransferAnswersZeroAndWritesNothing) {
+  std::string before =
+      q("SELECT group_concat(CompanyName) FROM Companies;") + q("SELECT count(*) FROM Contacts;");
+  EXPECT_EQ(transfer("", 1), 0);
+  EXPECT_EQ(transfer("no such item", 1), 0);
+  auto hostDb = apartment().hostDb;
+  apartment().hostDb = nullptr;  // the host database is not open
+  EXPECT_EQ(transfer(jane, 1), 0);
+  apartment().hostDb = hostDb;
+  EXPECT_EQ(
+      q("SELECT group_concat(CompanyName) FROM Companies;") + q("SELECT count(*) FROM Contacts;"),
+      before);
+  EXPECT_TRUE(host->errors->errors.empty());
+}
+
+TEST_F(OutlookToHostTest, TheResultIsTheCompanyThatNowHoldsTheItem) {
+  struct Row {
+    int32_t companyID;
+    bool creates;  // a new client record, even beside a company of the same name
+  } rows[] = {{1, false}, {-1, true}, {99, true}};  // 99: a company that no longer exists
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.companyID);
+    std::string newest = q("SELECT max(CompanyID) FROM Companies;");
+    int32_t result = transfer(jane, row.companyID);
+    if (row.creates) {
+      EXPECT_EQ(std::to_string(result), q("SELECT max(CompanyID) FROM Companies;"));
+      EXPECT_GT(result, std::stoi(newest));
+      EXPECT_EQ(
+          q("SELECT count(*) FROM ClientData WHERE CompanyIDNum = " + std::to_string(result) + ";"),
+          "1");
+    } else {
+      EXPECT_EQ(result, row.companyID);
+      EXPECT_EQ(q("SELECT max(CompanyID) FROM Companies;"), newest);
+    }
+    EXPECT_EQ(
+        q("SELECT CompanyName FROM Companies WHERE CompanyID = " + std::to_string(result) + ";"),
+        "Jones Ltd");
+  }
+  EXPECT_TRUE(host->errors->errors.empty());
+}
+
+TEST_F(OutlookToHostTest, GenderAndDatesOutlookDoesNotHaveLeaveTheHostsValue) {
+  c().saveOutlookContactID(jane, 10);  // paired: contact 10 is updated in place
+  struct Row {
+    int32_t gender;
+    value::Date date;  // birthday and anniversary
+    const char* wantGender;
+    const char* wantDate;
+  } rows[] = {
+      {outlook::olUnspecified, outlook::kNoDate, "male", "1970-03-05"},
+      {outlook::olFemale, value::Date{1981, 2, 3}, "Female", "1981-02-03"},
+      {outlook::olMale, outlook::kNoDate, "Male", "1970-03-05"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.wantGender);
+    testing::execSql(host->hostPath,
+                     "UPDATE Contacts SET Gender = 'male', Birthday = '1970-03-05', "
+                     "Anniversary = '1970-03-05', FirstName = '' WHERE ContactID = 10;");
+    auto i = item(jane);
+    i->setGender(row.gender);
+    i->setBirthday(row.date);
+    i->setAnniversary(row.date);
+    i->Save();
+    transfer(jane, 1);
+    EXPECT_EQ(q("SELECT FirstName || '|' || Gender || '|' || Birthday || '|' || Anniversary "
+                "FROM Contacts WHERE ContactID = 10;"),
+              std::string("Jane|") + row.wantGender + "|" + row.wantDate + "|" + row.wantDate);
+  }
+  EXPECT_EQ(q("SELECT count(*) FROM Contacts;"), "4");
+  EXPECT_TRUE(host->errors->errors.empty());
 }
 
 }  // namespace
