@@ -69,15 +69,16 @@ TEST_F(SchemeTest, ReplacingAsksAndNoWritesNothingWhileYesAddsBesideTheOldRows) 
   save("Monthly");
   std::string id = q("SELECT SchemeID FROM OutlookScheme;")[0];
 
+  // Names compare without regard to case.
   host->messages->answer = false;
   form->control("txtContactsCategory").text = "Changed";
-  save("Monthly");
+  save("monthly");
   ASSERT_TRUE(shown().back().question);
   EXPECT_EQ(q("SELECT IFNULL(ContactsCategory, '') FROM OutlookScheme;")[0], "");
   EXPECT_EQ(q("SELECT COUNT(*) FROM OutlookSync;")[0], "1");
 
   host->messages->answer = true;
-  save("Monthly");
+  save("MONTHLY");
   EXPECT_EQ(lastMessage(), "The outlook scheme has been successfully saved.");
   EXPECT_EQ(q("SELECT SchemeID || '|' || DataFileID || '|' || ContactsCategory FROM OutlookScheme;"),
             (std::vector<std::string>{id + "|DF1|Changed"}));
