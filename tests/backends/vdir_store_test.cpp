@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -484,6 +485,48 @@ TEST_F(VdirStoreTest, SavingLeavesOnlyCardFilesBehind) {
     EXPECT_EQ(e.path().extension(), ".vcf") << e.path();
     EXPECT_NE(e.path().filename().string()[0], '.') << e.path();
   }
+}
+
+// A run killed between writing a card's temporary file and renaming it leaves the temporary
+// file behind; the next session to open the folder removes ours once they are old enough that
+// no writer can still be about to rename them, and nothing else.
+TEST_F(VdirStoreTest, OpeningAFolderRemovesOurOldTemporaryFilesOnly) {
+  fs::create_directories(contactsDir());
+  auto make = [&](const std::string& name, std::chrono::minutes age) {
+    fs::path p = contactsDir() / name;
+    writeFile(p, card("UID:x\r\nFN:x\r\n"));
+    fs::last_write_time(p, fs::file_time_type::clock::now() - age);
+    return p;
+  };
+  using std::chrono::minutes;
+  std::vector<fs::path> gone = {
+      make(".0123456789abcdef0123456789abcdef.vcf.0a1b2c3d.tmp", minutes(61)),
+      make(".chidi-okafor.VCF.ffffffff.tmp", minutes(60 * 24 * 30)),
+  };
+  std::vector<fs::path> kept = {
+      make(".0123456789abcdef0123456789abcdef.vcf.12345678.tmp", minutes(0)),  // being written
+      make(".fresh.vcf.0a1b2c3d.tmp", minutes(50)),
+      // Other programs' files, however old.
+      make("notes.tmp", minutes(600)),
+      make(".a.vcf.tmp", minutes(600)),
+      make(".a.vcf.0A1B2C3D.tmp", minutes(600)),
+      make(".a.vcf.0a1b2c3.tmp", minutes(600)),
+      make(".a.vcf.0a1b2c3d4.tmp", minutes(600)),
+      make(".a.txt.0a1b2c3d.tmp", minutes(600)),
+      make("..vcf.0a1b2c3d.tmp", minutes(600)),
+      make("a.vcf.0a1b2c3d.tmp", minutes(600)),
+      make(".a.vcf.0a1b2c3d.tmp.swp", minutes(600)),
+      make("kept.vcf", minutes(600)),
+  };
+  fs::create_directory(contactsDir() / ".dir.vcf.0a1b2c3d.tmp");
+  kept.push_back(contactsDir() / ".dir.vcf.0a1b2c3d.tmp");
+
+  auto app = open();
+  session(app)->Logon("default", {}, {}, {});
+  for (const auto& p : gone) EXPECT_FALSE(fs::exists(p)) << p;
+  for (const auto& p : kept) EXPECT_TRUE(fs::exists(p)) << p;
+  EXPECT_EQ(contacts(app)->Count(), 1);  // kept.vcf
+  EXPECT_TRUE(warnings.empty());
 }
 
 // Inside a procedure a save is written behind the caller's back; everything is on disk when the

@@ -21,15 +21,18 @@ namespace fs = std::filesystem;
 namespace dossync::vdir {
 namespace {
 
-bool isCardFile(const std::string& name) {
+bool isCardFile(std::string_view name) {
   if (name.size() <= 4 || name[0] == '.') return false;
-  return value::equalsIgnoreCase(std::string_view(name).substr(name.size() - 4), ".vcf");
+  return value::equalsIgnoreCase(name.substr(name.size() - 4), ".vcf");
 }
 
 }  // namespace
 
+// The temporary files of card writes that a killed run left behind go as the folder is opened.
 ContactFolder::ContactFolder(fs::path dir, std::string storeId, WarnFunction warn)
-    : dir_(std::move(dir)), storeId_(std::move(storeId)), warn_(std::move(warn)), writer_(dir_) {}
+    : dir_(std::move(dir)), storeId_(std::move(storeId)), warn_(std::move(warn)), writer_(dir_) {
+  removeStaleTemporaryFiles(dir_, [](std::string_view name) { return isCardFile(name); });
+}
 
 ContactFolder::~ContactFolder() {
   try {

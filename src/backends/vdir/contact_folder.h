@@ -1,6 +1,8 @@
 // One profile's contacts/ folder as a session sees it: the files, and an index over them so
 // that look-ups by entry id and by FileAs cost a hash look-up and one file read, not a walk.
 //
+// Opening the folder removes the temporary files of card writes that a killed run left behind
+// (atomic_file.h: ours only, and only those more than an hour old).
 // The index is built on first use by reading every *.vcf (hidden files and other names are
 // ignored; a file that does not parse is reported through `warn` once and left out). It is kept
 // up to date by this session's saves and deletes. Changes by other programs are picked up:
