@@ -227,7 +227,7 @@ ContactFolder::Entry ContactFolder::entryFor(const std::string& file, const Vcar
   e.entryId = entryIdFor(cardUid(card), file);
   e.cls = isGroupCard(card) ? outlook::olDistributionList : outlook::olContact;
   if (e.cls == outlook::olContact)
-    e.fileAs = contactProperty(card, outlook::ContactProperty::FileAs);
+    e.fileAsKey = value::foldCase(contactProperty(card, outlook::ContactProperty::FileAs));
   e.stamp = stamp;
   return e;
 }
@@ -237,7 +237,7 @@ void ContactFolder::rebuildMaps() {
   filesByFileAs_.clear();
   for (const auto& [file, e] : entries_) {
     filesById_[e.entryId].insert(file);
-    if (e.cls == outlook::olContact) filesByFileAs_[e.fileAs].insert(file);
+    if (e.cls == outlook::olContact) filesByFileAs_[e.fileAsKey].insert(file);
   }
 }
 
@@ -249,7 +249,7 @@ void ContactFolder::unmap(const Entry& e) {
     if (it->second.empty()) map.erase(it);
   };
   remove(filesById_, e.entryId);
-  if (e.cls == outlook::olContact) remove(filesByFileAs_, e.fileAs);
+  if (e.cls == outlook::olContact) remove(filesByFileAs_, e.fileAsKey);
 }
 
 // Updating a known file keeps its place (and costs a look-up); a new file or a removed one
@@ -264,7 +264,7 @@ void ContactFolder::put(Entry entry) {
     orderStale_ = true;
   }
   filesById_[it->second.entryId].insert(it->first);
-  if (it->second.cls == outlook::olContact) filesByFileAs_[it->second.fileAs].insert(it->first);
+  if (it->second.cls == outlook::olContact) filesByFileAs_[it->second.fileAsKey].insert(it->first);
 }
 
 void ContactFolder::drop(const std::string& file) {
@@ -320,7 +320,7 @@ outlook::ItemPtr ContactFolder::itemAt(size_t index) {
 
 outlook::ItemPtr ContactFolder::findByFileAs(const std::string& fileAs) {
   ensureIndex();
-  auto it = filesByFileAs_.find(fileAs);
+  auto it = filesByFileAs_.find(value::foldCase(fileAs));
   if (it == filesByFileAs_.end()) return nullptr;
   std::vector<std::string> files(it->second.begin(), it->second.end());
   for (const auto& file : files) {
@@ -328,7 +328,7 @@ outlook::ItemPtr ContactFolder::findByFileAs(const std::string& fileAs) {
     auto card = read(file, &problem);
     refreshEntry(file, card, problem);
     if (card && !isGroupCard(*card) &&
-        contactProperty(*card, outlook::ContactProperty::FileAs) == fileAs)
+        value::equalsIgnoreCase(contactProperty(*card, outlook::ContactProperty::FileAs), fileAs))
       return makeItem(file, std::move(*card));
   }
   return nullptr;

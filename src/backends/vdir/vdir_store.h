@@ -18,7 +18,8 @@
 // calendar (its Items list nothing yet). CreateItem(2) makes an unsaved contact of the
 // session's profile, CreateItem(0) a mail item (vdir_mail.h), CreateItem(1) an appointment
 // (vdir_calendar.h); other item types throw. Items::Find understands only `[FileAs] = "NAME"` (NAME
-// is everything between the first and the last double quote, taken literally; exact comparison).
+// is everything between the first and the last double quote, taken literally) and compares as
+// Outlook does, without regard to case (value::equalsIgnoreCase: É = é, but é != e).
 // Save writes the whole file atomically (temporary file in the same folder, then rename; those a
 // killed run left are removed when the folder is next opened, once an hour old). An empty FileAs
 // is filled on Save as Outlook does: "LastName, FirstName" (or the one set), else CompanyName,
