@@ -207,6 +207,82 @@ TEST_F(VdirStoreTest, SaveFilesAnUnnamedContactAsOutlookDoes) {
   }
 }
 
+// Address books list a card by its FN, and strict readers refuse an empty one. A contact
+// without a person name gets one from what it is filed under, marked as made so that Outlook
+// still sees no FullName; a company shows as a company.
+TEST_F(VdirStoreTest, EveryCardHasADisplayNameAndCompaniesShowAsCompanies) {
+  struct Case {
+    std::string full, first, company, fileAs, email, fnLine;
+    bool showsAsCompany;
+  } cases[] = {
+      {"", "", "Acme Ltd", "", "", "FN;X-DOSSYNC-DERIVED=TRUE:Acme Ltd", true},
+      {"", "", "Acme; Sons", "Acme (London)", "", "FN;X-DOSSYNC-DERIVED=TRUE:Acme (London)", true},
+      {"", "Ann", "Acme Ltd", "", "", "FN;X-DOSSYNC-DERIVED=TRUE:Ann", false},
+      {"", "", "", "", "info@acme.example", "FN;X-DOSSYNC-DERIVED=TRUE:info@acme.example", false},
+      {"", "", "", "", "", "FN;X-DOSSYNC-DERIVED=TRUE:(no name)", false},
+      {"Ann Lee", "", "Acme Ltd", "", "", "FN:Ann Lee", false},
+  };
+  auto app = open();
+  auto lines = [&](const std::shared_ptr<ContactItem>& c) {
+    auto all = unfoldedLines(readFile(dynamic_cast<VdirItem&>(*c).FilePath()));
+    return std::set<std::string>(all.begin(), all.end());
+  };
+  auto reread = [&](const std::shared_ptr<ContactItem>& c) {
+    auto back =
+        std::dynamic_pointer_cast<ContactItem>(session(open())->GetItemFromID(c->EntryID(), ""));
+    EXPECT_NE(back, nullptr);
+    return back;
+  };
+  for (const auto& k : cases) {
+    auto c = newContact(app);
+    c->setFullName(k.full);
+    c->setFirstName(k.first);
+    c->setCompanyName(k.company);
+    c->setFileAs(k.fileAs);
+    c->setEmail1Address(k.email);
+    c->Save();
+    auto written = lines(c);
+    EXPECT_TRUE(written.count(k.fnLine)) << k.fnLine;
+    EXPECT_EQ(written.count("X-ABShowAs:COMPANY"), k.showsAsCompany ? 1u : 0u) << k.fnLine;
+    auto back = reread(c);
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(back->FullName(), k.full);
+    EXPECT_EQ(back->FileAs(), c->FileAs());
+    EXPECT_EQ(back->CompanyName(), k.company);
+  }
+
+  // A company card follows its filing name, becomes a person's when given a person name, and
+  // a company's again when the name goes.
+  auto c = newContact(app);
+  c->setCompanyName("Acme Ltd");
+  c->Save();
+  c->setFileAs("Acme Holdings");
+  c->Save();
+  EXPECT_TRUE(lines(c).count("FN;X-DOSSYNC-DERIVED=TRUE:Acme Holdings"));
+  auto back = reread(c);
+  back->setFullName("Ann Lee");
+  back->Save();
+  EXPECT_TRUE(lines(c).count("FN:Ann Lee"));
+  EXPECT_FALSE(lines(c).count("X-ABShowAs:COMPANY"));
+  back = reread(c);
+  EXPECT_EQ(back->FullName(), "Ann Lee");
+  back->setFullName("");
+  back->Save();
+  EXPECT_TRUE(lines(c).count("FN;X-DOSSYNC-DERIVED=TRUE:Acme Holdings"));
+  EXPECT_TRUE(lines(c).count("X-ABShowAs:COMPANY"));
+  EXPECT_EQ(reread(c)->FullName(), "");
+
+  // Another program's card with an empty FN gets one when it is next saved. (One with a real FN
+  // keeps it as the FullName, and its X-ABShowAs: UpdatingAnotherProgramsCardKeepsWhatWeDoNotMap.)
+  writeFile(contactsDir() / "theirs.vcf", card("UID:theirs\r\nFN:\r\nORG:Thunder Co\r\n"));
+  auto theirs = std::dynamic_pointer_cast<ContactItem>(session(app)->GetItemFromID("theirs", ""));
+  ASSERT_NE(theirs, nullptr);
+  theirs->setJobTitle("Supplier");
+  theirs->Save();
+  EXPECT_TRUE(lines(theirs).count("FN;X-DOSSYNC-DERIVED=TRUE:Thunder Co"));
+  EXPECT_EQ(reread(theirs)->FullName(), "");
+}
+
 TEST_F(VdirStoreTest, TheSessionsOwnSavesAreSeenByItsLookUps) {
   auto app = open();
   auto items = contacts(app);

@@ -23,7 +23,8 @@
 // Save writes the whole file atomically (temporary file in the same folder, then rename; those a
 // killed run left are removed when the folder is next opened, once an hour old). An empty FileAs
 // is filled on Save as Outlook does: "LastName, FirstName" (or the one set), else CompanyName,
-// else FullName. EntryID: see entry_id.h. StoreID: ROOT/<profile>/store-id.
+// else FullName. A contact without FullName is written with an FN made for address books
+// (contact_card.h). EntryID: see entry_id.h. StoreID: ROOT/<profile>/store-id.
 // GetItemFromID answers Nothing for another store's id.
 //
 // A malformed .vcf is reported through `warn` (default: a line on stderr) with its path and
