@@ -480,12 +480,16 @@ TEST(VcardMutationTest, DamagedCardsFailCleanlyOrRoundTripStably) {
     auto p = static_cast<ContactProperty>(rng() % outlook::kContactTextPropertyCount);
     const std::string& value = awkwardTexts()[rng() % awkwardTexts().size()];
     contact.set(p, value);
+    // Completing the name for address books changes no contact property, and leaves an FN.
+    contact.completeName();
     ContactCard back = reread(contact);
     for (auto q : allProperties()) {
       ASSERT_EQ(back.get(q), q == p ? value : before[static_cast<size_t>(q)])
           << "set " << outlook::propertyName(p) << ", read " << outlook::propertyName(q) << "\n"
           << text;
     }
+    const VcardProperty* fn = back.vcard().find("FN");
+    ASSERT_TRUE(fn && !fn->rawValue().empty()) << text;
   }
   EXPECT_GT(parsed, 200);  // the damage left enough cards readable to mean something
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -80,6 +81,10 @@ class VdirStoreTest : public ::testing::Test {
   static std::shared_ptr<ContactItem> find(const std::shared_ptr<outlook::Items>& items,
                                            const std::string& fileAs) {
     return std::dynamic_pointer_cast<ContactItem>(items->Find("[FileAs] = \"" + fileAs + "\""));
+  }
+
+  static std::string idOf(const std::shared_ptr<ContactItem>& item) {
+    return item ? item->EntryID() : "(Nothing)";
   }
 
   testing::TempDir root;
@@ -200,6 +205,82 @@ TEST_F(VdirStoreTest, SaveFilesAnUnnamedContactAsOutlookDoes) {
     EXPECT_EQ(back->JobTitle(), "");
     EXPECT_EQ(back->Email1Address(), "");
   }
+}
+
+// Address books list a card by its FN, and strict readers refuse an empty one. A contact
+// without a person name gets one from what it is filed under, marked as made so that Outlook
+// still sees no FullName; a company shows as a company.
+TEST_F(VdirStoreTest, EveryCardHasADisplayNameAndCompaniesShowAsCompanies) {
+  struct Case {
+    std::string full, first, company, fileAs, email, fnLine;
+    bool showsAsCompany;
+  } cases[] = {
+      {"", "", "Acme Ltd", "", "", "FN;X-DOSSYNC-DERIVED=TRUE:Acme Ltd", true},
+      {"", "", "Acme; Sons", "Acme (London)", "", "FN;X-DOSSYNC-DERIVED=TRUE:Acme (London)", true},
+      {"", "Ann", "Acme Ltd", "", "", "FN;X-DOSSYNC-DERIVED=TRUE:Ann", false},
+      {"", "", "", "", "info@acme.example", "FN;X-DOSSYNC-DERIVED=TRUE:info@acme.example", false},
+      {"", "", "", "", "", "FN;X-DOSSYNC-DERIVED=TRUE:(no name)", false},
+      {"Ann Lee", "", "Acme Ltd", "", "", "FN:Ann Lee", false},
+  };
+  auto app = open();
+  auto lines = [&](const std::shared_ptr<ContactItem>& c) {
+    auto all = unfoldedLines(readFile(dynamic_cast<VdirItem&>(*c).FilePath()));
+    return std::set<std::string>(all.begin(), all.end());
+  };
+  auto reread = [&](const std::shared_ptr<ContactItem>& c) {
+    auto back =
+        std::dynamic_pointer_cast<ContactItem>(session(open())->GetItemFromID(c->EntryID(), ""));
+    EXPECT_NE(back, nullptr);
+    return back;
+  };
+  for (const auto& k : cases) {
+    auto c = newContact(app);
+    c->setFullName(k.full);
+    c->setFirstName(k.first);
+    c->setCompanyName(k.company);
+    c->setFileAs(k.fileAs);
+    c->setEmail1Address(k.email);
+    c->Save();
+    auto written = lines(c);
+    EXPECT_TRUE(written.count(k.fnLine)) << k.fnLine;
+    EXPECT_EQ(written.count("X-ABShowAs:COMPANY"), k.showsAsCompany ? 1u : 0u) << k.fnLine;
+    auto back = reread(c);
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(back->FullName(), k.full);
+    EXPECT_EQ(back->FileAs(), c->FileAs());
+    EXPECT_EQ(back->CompanyName(), k.company);
+  }
+
+  // A company card follows its filing name, becomes a person's when given a person name, and
+  // a company's again when the name goes.
+  auto c = newContact(app);
+  c->setCompanyName("Acme Ltd");
+  c->Save();
+  c->setFileAs("Acme Holdings");
+  c->Save();
+  EXPECT_TRUE(lines(c).count("FN;X-DOSSYNC-DERIVED=TRUE:Acme Holdings"));
+  auto back = reread(c);
+  back->setFullName("Ann Lee");
+  back->Save();
+  EXPECT_TRUE(lines(c).count("FN:Ann Lee"));
+  EXPECT_FALSE(lines(c).count("X-ABShowAs:COMPANY"));
+  back = reread(c);
+  EXPECT_EQ(back->FullName(), "Ann Lee");
+  back->setFullName("");
+  back->Save();
+  EXPECT_TRUE(lines(c).count("FN;X-DOSSYNC-DERIVED=TRUE:Acme Holdings"));
+  EXPECT_TRUE(lines(c).count("X-ABShowAs:COMPANY"));
+  EXPECT_EQ(reread(c)->FullName(), "");
+
+  // Another program's card with an empty FN gets one when it is next saved. (One with a real FN
+  // keeps it as the FullName, and its X-ABShowAs: UpdatingAnotherProgramsCardKeepsWhatWeDoNotMap.)
+  writeFile(contactsDir() / "theirs.vcf", card("UID:theirs\r\nFN:\r\nORG:Thunder Co\r\n"));
+  auto theirs = std::dynamic_pointer_cast<ContactItem>(session(app)->GetItemFromID("theirs", ""));
+  ASSERT_NE(theirs, nullptr);
+  theirs->setJobTitle("Supplier");
+  theirs->Save();
+  EXPECT_TRUE(lines(theirs).count("FN;X-DOSSYNC-DERIVED=TRUE:Thunder Co"));
+  EXPECT_EQ(reread(theirs)->FullName(), "");
 }
 
 TEST_F(VdirStoreTest, TheSessionsOwnSavesAreSeenByItsLookUps) {
@@ -346,7 +427,6 @@ TEST_F(VdirStoreTest, FindTakesTheNameBetweenTheOuterQuotesLiterally) {
       EXPECT_EQ(hit->EntryID(), ids[n]) << n;
     }
     EXPECT_EQ(find(items, "padded"), nullptr);
-    EXPECT_EQ(find(items, "smith, john"), nullptr);
     EXPECT_NE(items->Find("  [FileAs]=\"Smith, John\"  "), nullptr);
     EXPECT_THROW(items->Find("[LastName] = \"Smith\""), RuntimeError);
     EXPECT_THROW(items->Find("[FileAs] = Smith"), RuntimeError);
@@ -354,13 +434,37 @@ TEST_F(VdirStoreTest, FindTakesTheNameBetweenTheOuterQuotesLiterally) {
   }
 }
 
+// Names compare as Outlook compares them: without regard to case, accented letters included,
+// but an accent still makes another letter.
+TEST_F(VdirStoreTest, FindIgnoresCaseButNotAccents) {
+  auto app = open();
+  std::string acme = saved(app, "ACME LTD")->EntryID();
+  std::string ecole = saved(app, "ÉCOLE DUPONT")->EntryID();
+  std::string sigma = saved(app, "ΟΔΥΣΣΕΥΣ")->EntryID();
+  auto renamed = saved(app, "Old Name");
+  renamed->setFileAs("NEW NAME");
+  renamed->Save();
+  const std::string none = "(Nothing)";
+  const std::pair<std::string, std::string> cases[] = {
+      {"Acme Ltd", acme},      {"acme ltd", acme},     {"École Dupont", ecole},
+      {"école dupont", ecole}, {"Ecole Dupont", none}, {"ECOLE DUPONT", none},
+      {"οδυσσευς", sigma},     {"Acme Ltd.", none},    {"new name", renamed->EntryID()},
+      {"old name", none},
+  };
+  for (const auto& items : {contacts(app), contacts(open())}) {
+    for (const auto& [name, id] : cases) {
+      EXPECT_EQ(idOf(find(items, name)), id) << name;
+    }
+  }
+}
+
 TEST_F(VdirStoreTest, FindAnswersTheFirstOfSeveralInFileOrder) {
   auto app = open();
   std::vector<std::string> ids;
-  for (int i = 0; i < 5; ++i) ids.push_back(saved(app, "Twin")->EntryID());
+  for (int i = 0; i < 5; ++i) ids.push_back(saved(app, i % 2 ? "TWIN" : "Twin")->EntryID());
   std::sort(ids.begin(), ids.end());  // ids name the files: file order
-  EXPECT_EQ(find(contacts(app), "Twin")->EntryID(), ids.front());
-  EXPECT_EQ(find(contacts(open()), "Twin")->EntryID(), ids.front());
+  EXPECT_EQ(idOf(find(contacts(app), "twin")), ids.front());
+  EXPECT_EQ(idOf(find(contacts(open()), "tWiN")), ids.front());
   auto items = contacts(open());
   for (int i = 1; i <= 5; ++i)
     EXPECT_EQ(items->Item(i)->EntryID(), ids[static_cast<size_t>(i - 1)]);
@@ -484,6 +588,48 @@ TEST_F(VdirStoreTest, SavingLeavesOnlyCardFilesBehind) {
     EXPECT_EQ(e.path().extension(), ".vcf") << e.path();
     EXPECT_NE(e.path().filename().string()[0], '.') << e.path();
   }
+}
+
+// A run killed between writing a card's temporary file and renaming it leaves the temporary
+// file behind; the next session to open the folder removes ours once they are old enough that
+// no writer can still be about to rename them, and nothing else.
+TEST_F(VdirStoreTest, OpeningAFolderRemovesOurOldTemporaryFilesOnly) {
+  fs::create_directories(contactsDir());
+  auto make = [&](const std::string& name, std::chrono::minutes age) {
+    fs::path p = contactsDir() / name;
+    writeFile(p, card("UID:x\r\nFN:x\r\n"));
+    fs::last_write_time(p, fs::file_time_type::clock::now() - age);
+    return p;
+  };
+  using std::chrono::minutes;
+  std::vector<fs::path> gone = {
+      make(".0123456789abcdef0123456789abcdef.vcf.0a1b2c3d.tmp", minutes(61)),
+      make(".chidi-okafor.VCF.ffffffff.tmp", minutes(60 * 24 * 30)),
+  };
+  std::vector<fs::path> kept = {
+      make(".0123456789abcdef0123456789abcdef.vcf.12345678.tmp", minutes(0)),  // being written
+      make(".fresh.vcf.0a1b2c3d.tmp", minutes(50)),
+      // Other programs' files, however old.
+      make("notes.tmp", minutes(600)),
+      make(".a.vcf.tmp", minutes(600)),
+      make(".a.vcf.0A1B2C3D.tmp", minutes(600)),
+      make(".a.vcf.0a1b2c3.tmp", minutes(600)),
+      make(".a.vcf.0a1b2c3d4.tmp", minutes(600)),
+      make(".a.txt.0a1b2c3d.tmp", minutes(600)),
+      make("..vcf.0a1b2c3d.tmp", minutes(600)),
+      make("a.vcf.0a1b2c3d.tmp", minutes(600)),
+      make(".a.vcf.0a1b2c3d.tmp.swp", minutes(600)),
+      make("kept.vcf", minutes(600)),
+  };
+  fs::create_directory(contactsDir() / ".dir.vcf.0a1b2c3d.tmp");
+  kept.push_back(contactsDir() / ".dir.vcf.0a1b2c3d.tmp");
+
+  auto app = open();
+  session(app)->Logon("default", {}, {}, {});
+  for (const auto& p : gone) EXPECT_FALSE(fs::exists(p)) << p;
+  for (const auto& p : kept) EXPECT_TRUE(fs::exists(p)) << p;
+  EXPECT_EQ(contacts(app)->Count(), 1);  // kept.vcf
+  EXPECT_TRUE(warnings.empty());
 }
 
 // Inside a procedure a save is written behind the caller's back; everything is on disk when the

@@ -59,10 +59,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   auto target = static_cast<ContactProperty>(pick % dossync::outlook::kContactTextPropertyCount);
   std::string value = kValues[(size > 1 ? data[1] : 0) % std::size(kValues)];
   contact.set(target, value);
+  // Completing the name for address books changes no contact property, and leaves an FN.
+  contact.completeName();
   ContactCard back(parseVcard(contact.text()));
   for (int i = 0; i < dossync::outlook::kContactTextPropertyCount; ++i) {
     auto p = static_cast<ContactProperty>(i);
     require(back.get(p) == (p == target ? value : before[static_cast<size_t>(i)]));
   }
+  require(back.vcard().find("FN") && !back.vcard().find("FN")->rawValue().empty());
   return 0;
 }

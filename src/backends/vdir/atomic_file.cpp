@@ -1,11 +1,14 @@
 #include "backends/vdir/atomic_file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <string>
 
 #include "backends/vdir/entry_id.h"
@@ -66,8 +69,7 @@ void writeFileAtomically(const fs::path& file, std::string_view bytes, bool priv
   std::error_code ec;
   fs::create_directories(file.parent_path(), ec);
   if (ec) throw failure(ec.message());
-  fs::path temp =
-      file.parent_path() / ("." + file.filename().string() + "." + randomHex(8) + ".tmp");
+  fs::path temp = temporaryPathFor(file);
   int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, privateFile ? 0600 : 0644);
   if (fd < 0) throw failure(std::strerror(errno));
   if (int err = writeAll(fd, bytes); err != 0) {
@@ -88,6 +90,54 @@ void writeFileAtomically(const fs::path& file, std::string_view bytes, bool priv
     fs::remove(temp, ec);
     throw failure(why);
   }
+}
+
+namespace {
+constexpr size_t kTemporaryDigits = 8;
+}  // namespace
+
+fs::path temporaryPathFor(const fs::path& file) {
+  return file.parent_path() /
+         ("." + file.filename().string() + "." + randomHex(kTemporaryDigits) + ".tmp");
+}
+
+std::string_view targetOfTemporaryName(std::string_view name) {
+  constexpr std::string_view kEnd = ".tmp";
+  // '.' NAME '.' digits ".tmp", NAME not empty
+  if (name.size() < 1 + 1 + 1 + kTemporaryDigits + kEnd.size() || name[0] != '.' ||
+      !name.ends_with(kEnd))
+    return {};
+  std::string_view rest = name.substr(1, name.size() - 1 - kEnd.size());
+  std::string_view digits = rest.substr(rest.size() - kTemporaryDigits);
+  if (!std::all_of(digits.begin(), digits.end(),
+                   [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); }))
+    return {};
+  rest.remove_suffix(kTemporaryDigits);
+  if (rest.back() != '.') return {};
+  rest.remove_suffix(1);
+  return rest;
+}
+
+size_t removeStaleTemporaryFiles(const fs::path& dir,
+                                 const std::function<bool(std::string_view)>& isTarget,
+                                 std::chrono::seconds age) {
+  DIR* d = ::opendir(dir.c_str());
+  if (!d) return 0;
+  struct timespec now {};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  size_t removed = 0;
+  while (const struct dirent* e = ::readdir(d)) {
+    std::string_view target = targetOfTemporaryName(e->d_name);
+    if (target.empty() || !isTarget(target)) continue;
+    // Not followed: a link or a folder of that name is not ours.
+    struct stat st {};
+    if (::fstatat(::dirfd(d), e->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode))
+      continue;
+    if (now.tv_sec - st.st_mtim.tv_sec <= age.count()) continue;
+    if (::unlinkat(::dirfd(d), e->d_name, 0) == 0) ++removed;
+  }
+  ::closedir(d);
+  return removed;
 }
 
 }  // namespace dossync::vdir

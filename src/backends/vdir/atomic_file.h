@@ -2,7 +2,9 @@
 // a temporary file beside it, flushed, then renamed over it. The folder is made when missing.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -23,5 +25,22 @@ int readAll(int fd, std::string* out, size_t expected, size_t limit = std::strin
 // kPermissionDenied naming the file and the system's reason.
 void writeFileAtomically(const std::filesystem::path& file, std::string_view bytes,
                          bool privateFile = false);
+
+// The temporary file every whole-file write of `file` goes through (here and in the card
+// writer): ".NAME.<8 random lowercase hex digits>.tmp" beside it. Hidden, so readers of the
+// folder skip it.
+std::filesystem::path temporaryPathFor(const std::filesystem::path& file);
+// The NAME whose temporary file `name` is, or "" when `name` is not made like one.
+std::string_view targetOfTemporaryName(std::string_view name);
+
+// A writer renames its temporary file moments after making it; one older than this was left by
+// a run that was killed (or lost its machine) in between.
+inline constexpr std::chrono::seconds kStaleTemporaryAge = std::chrono::hours(1);
+// Removes from `dir` the regular files named like temporaryPathFor's for a NAME that `isTarget`
+// accepts and last written more than `age` ago; nothing else, whatever its name. Failures are
+// ignored (the files stay for another time). Answers how many were removed.
+size_t removeStaleTemporaryFiles(const std::filesystem::path& dir,
+                                 const std::function<bool(std::string_view)>& isTarget,
+                                 std::chrono::seconds age = kStaleTemporaryAge);
 
 }  // namespace dossync::vdir

@@ -9,7 +9,6 @@
 #include <cstring>
 
 #include "backends/vdir/atomic_file.h"
-#include "backends/vdir/entry_id.h"
 
 namespace fs = std::filesystem;
 
@@ -152,7 +151,7 @@ CardWriter::Result CardWriter::write(const Job& job) {
     std::lock_guard lock(mutex_);
     current = before && before == known_;
   }
-  fs::path temp = dir_ / ("." + job.file + "." + randomHex(8) + ".tmp");
+  fs::path temp = temporaryPathFor(target);
   int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);  // umask applies
   if (fd < 0) {
     result.error = writeError(target, errno);

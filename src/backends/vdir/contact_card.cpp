@@ -15,6 +15,10 @@ using CP = outlook::ContactProperty;
 
 constexpr const char* kEolParam = "X-DOSSYNC-EOL";
 constexpr const char* kFieldParam = "X-DOSSYNC-FIELD";
+// On FN: the name was made here for address books (completeName); the contact has no FullName.
+constexpr const char* kDerivedParam = "X-DOSSYNC-DERIVED";
+// Apple's (and khard's) mark of a card that shows as the company it names.
+constexpr std::array<const char*, 1> kShowAs = {"X-ABShowAs"};
 
 // ---- Text with its line-break mode --------------------------------------------------------
 
@@ -304,13 +308,14 @@ std::vector<std::string> slotTypes(CP slot) {
 
 // Where a new property goes: before the first property that comes after it in this order, so
 // a card made here reads in the same order whatever order its properties were set in.
-constexpr std::array<std::string_view, 21> kOrder = {"VERSION",
+constexpr std::array<std::string_view, 22> kOrder = {"VERSION",
                                                      "PRODID",
                                                      "UID",
                                                      "FN",
                                                      "N",
                                                      "X-DOSSYNC-FILEAS",
                                                      "ORG",
+                                                     "X-ABShowAs",
                                                      "TITLE",
                                                      "X-DOSSYNC-OFFICE",
                                                      "TEL",
@@ -685,7 +690,85 @@ constexpr std::array<const char*, 3> kAnniversary = {"X-ANNIVERSARY", "ANNIVERSA
                                                      "X-EVOLUTION-ANNIVERSARY"};
 constexpr std::array<const char*, 3> kGender = {"X-GENDER", "X-DOSSYNC-GENDER", "GENDER"};
 
+// ---- The name address books show ----------------------------------------------------------
+// Address books list a card by its FN, and strict readers refuse an empty one; Outlook's
+// FullName of a company is empty. So a card without a FullName gets an FN made from what the
+// contact is filed under, marked kDerivedParam so that it still reads as no FullName.
+
+bool isDerivedName(const VcardProperty& fn) {
+  return fn.hasParam(kDerivedParam);
+}
+
+// A FullName set here, or another program's FN.
+bool hasRealName(const Vcard& card) {
+  const VcardProperty* fn = card.find("FN");
+  return fn && !isDerivedName(*fn) && !fn->rawValue().empty();
+}
+
+void setFullName(Vcard& card, const std::string& text) {
+  bool named = hasRealName(card);
+  setAliased(card, kFn, text, true);
+  if (text.empty()) return;  // completeName makes one again
+  if (VcardProperty* fn = card.find("FN"); isDerivedName(*fn)) fn->removeParam(kDerivedParam);
+  // Named now, the contact is a person: it no longer shows as its company. A card named before
+  // keeps whatever its program chose.
+  if (!named) removeAll(card, kShowAs);
+}
+
+// One line of display text: line breaks become blanks, blanks at either end go.
+std::string displayText(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    bool lineBreak = c == '\r' || c == '\n';
+    if (lineBreak && !out.empty() && out.back() == ' ') continue;
+    out += lineBreak ? ' ' : c;
+  }
+  return value::trim(out);
+}
+
+std::string derivedName(const Vcard& card) {
+  for (CP p : {CP::FileAs, CP::CompanyName}) {
+    if (std::string t = displayText(contactProperty(card, p)); !t.empty()) return t;
+  }
+  std::vector<std::string> parts;
+  for (CP p : {CP::Title, CP::FirstName, CP::MiddleName, CP::LastName, CP::Suffix}) {
+    if (std::string t = displayText(contactProperty(card, p)); !t.empty())
+      parts.push_back(std::move(t));
+  }
+  if (!parts.empty()) return join(parts, " ");
+  for (CP p : kEmailSlots) {
+    if (std::string t = displayText(contactProperty(card, p)); !t.empty()) return t;
+  }
+  return "(no name)";
+}
+
+bool hasPersonName(const Vcard& card) {
+  for (CP p : {CP::FirstName, CP::MiddleName, CP::LastName}) {
+    if (!displayText(contactProperty(card, p)).empty()) return true;
+  }
+  return false;
+}
+
 }  // namespace
+
+void ContactCard::completeName() {
+  if (hasRealName(card_)) return;
+  std::string shown = derivedName(card_);
+  VcardProperty* fn = card_.find("FN");
+  if (!fn) fn = &insertProperty(card_, VcardProperty("FN", ""));
+  if (wholeText(*fn) != shown) setWholeText(*fn, shown);
+  if (!isDerivedName(*fn)) fn->setParam(kDerivedParam, {"TRUE"});
+
+  bool company = !hasPersonName(card_) && !displayText(get(CP::CompanyName)).empty();
+  VcardProperty* showAs = card_.find(kShowAs[0]);
+  if (!company) {
+    if (showAs) removeAll(card_, kShowAs);
+  } else if (!showAs) {
+    insertProperty(card_, VcardProperty(kShowAs[0], "COMPANY"));
+  } else if (!value::equalsIgnoreCase(value::trimmed(showAs->rawValue()), "COMPANY")) {
+    showAs->setRawValue("COMPANY");
+  }
+}
 
 ContactCard::ContactCard() {
   card_.properties.emplace_back("VERSION", "3.0");
@@ -703,7 +786,8 @@ std::string contactProperty(const Vcard& card_, CP p) {
   switch (f.kind) {
     case Kind::Text: {
       const VcardProperty* prop = findAny(card_, f.names);
-      return prop ? wholeText(*prop) : std::string();
+      if (!prop || (p == CP::FullName && isDerivedName(*prop))) return std::string();
+      return wholeText(*prop);
     }
     case Kind::Name:
     case Kind::Org:
@@ -729,7 +813,11 @@ void ContactCard::set(CP p, const std::string& text) {
   if (f.kind != Kind::Phone && f.kind != Kind::Email && get(p) == text) return;
   switch (f.kind) {
     case Kind::Text:
-      setAliased(card_, f.names, text, p == CP::FullName);
+      if (p == CP::FullName) {
+        setFullName(card_, text);
+      } else {
+        setAliased(card_, f.names, text);
+      }
       return;
     case Kind::Name:
     case Kind::Org:

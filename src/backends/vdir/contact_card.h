@@ -9,6 +9,12 @@
 // and the parameter X-DOSSYNC-EOL=CRLF on its property; any other CR is written \r.
 // Setting "" removes the property (FN and N, which vCard 3.0 requires, stay with empty text).
 //
+// The name address books show: a card is completed before it is written (completeName) so that
+// FN is never empty. Without a FullName, FN is made from what the contact is filed under and
+// carries the parameter X-DOSSYNC-DERIVED=TRUE, which makes it read as no FullName; a company
+// card (no person name, a company name) also gets X-ABShowAs:COMPANY. Setting a FullName on a
+// card that had none replaces the made FN and takes the company mark away.
+//
 // Telephone and e-mail slots: the slot an entry fills is told by X-DOSSYNC-FIELD=<Outlook name>
 // when present, else by TYPE in card order (WORK -> Business then Business2, HOME -> Home then
 // Home2, CELL -> Mobile, FAX -> BusinessFax or HomeFax; e-mails fill Email1..3 in order).
@@ -36,6 +42,11 @@ class ContactCard {
 
   std::string get(outlook::ContactProperty p) const;
   void set(outlook::ContactProperty p, const std::string& text);
+  // Without a FullName (set here or another program's FN): FN := FileAs, else CompanyName, else
+  // the name parts, else an e-mail address, else "(no name)", marked as made; X-ABShowAs:COMPANY
+  // when there is no first, middle or last name but a company name, and none otherwise. No
+  // contact property reads differently afterwards. A card with a FullName is left as it is.
+  void completeName();
 
   int32_t gender() const;          // X-GENDER (also X-DOSSYNC-GENDER, vCard 4 GENDER)
   void setGender(int32_t gender);  // 0 removes; other values than 0/1/2 throw

@@ -21,15 +21,18 @@ namespace fs = std::filesystem;
 namespace dossync::vdir {
 namespace {
 
-bool isCardFile(const std::string& name) {
+bool isCardFile(std::string_view name) {
   if (name.size() <= 4 || name[0] == '.') return false;
-  return value::equalsIgnoreCase(std::string_view(name).substr(name.size() - 4), ".vcf");
+  return value::equalsIgnoreCase(name.substr(name.size() - 4), ".vcf");
 }
 
 }  // namespace
 
+// The temporary files of card writes that a killed run left behind go as the folder is opened.
 ContactFolder::ContactFolder(fs::path dir, std::string storeId, WarnFunction warn)
-    : dir_(std::move(dir)), storeId_(std::move(storeId)), warn_(std::move(warn)), writer_(dir_) {}
+    : dir_(std::move(dir)), storeId_(std::move(storeId)), warn_(std::move(warn)), writer_(dir_) {
+  removeStaleTemporaryFiles(dir_, [](std::string_view name) { return isCardFile(name); });
+}
 
 ContactFolder::~ContactFolder() {
   try {
@@ -224,7 +227,7 @@ ContactFolder::Entry ContactFolder::entryFor(const std::string& file, const Vcar
   e.entryId = entryIdFor(cardUid(card), file);
   e.cls = isGroupCard(card) ? outlook::olDistributionList : outlook::olContact;
   if (e.cls == outlook::olContact)
-    e.fileAs = contactProperty(card, outlook::ContactProperty::FileAs);
+    e.fileAsKey = value::foldCase(contactProperty(card, outlook::ContactProperty::FileAs));
   e.stamp = stamp;
   return e;
 }
@@ -234,7 +237,7 @@ void ContactFolder::rebuildMaps() {
   filesByFileAs_.clear();
   for (const auto& [file, e] : entries_) {
     filesById_[e.entryId].insert(file);
-    if (e.cls == outlook::olContact) filesByFileAs_[e.fileAs].insert(file);
+    if (e.cls == outlook::olContact) filesByFileAs_[e.fileAsKey].insert(file);
   }
 }
 
@@ -246,7 +249,7 @@ void ContactFolder::unmap(const Entry& e) {
     if (it->second.empty()) map.erase(it);
   };
   remove(filesById_, e.entryId);
-  if (e.cls == outlook::olContact) remove(filesByFileAs_, e.fileAs);
+  if (e.cls == outlook::olContact) remove(filesByFileAs_, e.fileAsKey);
 }
 
 // Updating a known file keeps its place (and costs a look-up); a new file or a removed one
@@ -261,7 +264,7 @@ void ContactFolder::put(Entry entry) {
     orderStale_ = true;
   }
   filesById_[it->second.entryId].insert(it->first);
-  if (it->second.cls == outlook::olContact) filesByFileAs_[it->second.fileAs].insert(it->first);
+  if (it->second.cls == outlook::olContact) filesByFileAs_[it->second.fileAsKey].insert(it->first);
 }
 
 void ContactFolder::drop(const std::string& file) {
@@ -317,7 +320,7 @@ outlook::ItemPtr ContactFolder::itemAt(size_t index) {
 
 outlook::ItemPtr ContactFolder::findByFileAs(const std::string& fileAs) {
   ensureIndex();
-  auto it = filesByFileAs_.find(fileAs);
+  auto it = filesByFileAs_.find(value::foldCase(fileAs));
   if (it == filesByFileAs_.end()) return nullptr;
   std::vector<std::string> files(it->second.begin(), it->second.end());
   for (const auto& file : files) {
@@ -325,7 +328,7 @@ outlook::ItemPtr ContactFolder::findByFileAs(const std::string& fileAs) {
     auto card = read(file, &problem);
     refreshEntry(file, card, problem);
     if (card && !isGroupCard(*card) &&
-        contactProperty(*card, outlook::ContactProperty::FileAs) == fileAs)
+        value::equalsIgnoreCase(contactProperty(*card, outlook::ContactProperty::FileAs), fileAs))
       return makeItem(file, std::move(*card));
   }
   return nullptr;

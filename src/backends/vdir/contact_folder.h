@@ -1,6 +1,9 @@
 // One profile's contacts/ folder as a session sees it: the files, and an index over them so
-// that look-ups by entry id and by FileAs cost a hash look-up and one file read, not a walk.
+// that look-ups by entry id and by FileAs (folded, value::foldCase) cost a hash look-up and one
+// file read, not a walk.
 //
+// Opening the folder removes the temporary files of card writes that a killed run left behind
+// (atomic_file.h: ours only, and only those more than an hour old).
 // The index is built on first use by reading every *.vcf (hidden files and other names are
 // ignored; a file that does not parse is reported through `warn` once and left out). It is kept
 // up to date by this session's saves and deletes. Changes by other programs are picked up:
@@ -50,7 +53,8 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
 
   int32_t count();
   outlook::ItemPtr itemAt(size_t index);  // 0-based; throws when out of range or unreadable
-  outlook::ItemPtr findByFileAs(const std::string& fileAs);  // contacts only
+  // The first contact in walk order filed under `fileAs` (value::equalsIgnoreCase).
+  outlook::ItemPtr findByFileAs(const std::string& fileAs);
   outlook::ItemPtr findById(const std::string& entryId);
   void refreshIfChanged();
 
@@ -74,7 +78,7 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   struct Entry {
     std::string file;
     std::string entryId;
-    std::string fileAs;  // contacts only
+    std::string fileAsKey;  // contacts only: FileAs folded (value::foldCase)
     int32_t cls = outlook::olContact;
     Stamp stamp;
   };
@@ -107,7 +111,7 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   std::vector<std::string> order_;        // the walk: file names in order, made when needed
   bool orderStale_ = true;
   std::unordered_map<std::string, std::set<std::string>> filesById_;
-  std::unordered_map<std::string, std::set<std::string>> filesByFileAs_;
+  std::unordered_map<std::string, std::set<std::string>> filesByFileAs_;  // by fileAsKey
   std::map<std::string, Stamp> reported_;  // malformed files already warned about
   struct LastRead {
     std::string file;

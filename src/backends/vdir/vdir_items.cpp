@@ -36,6 +36,7 @@ std::string VdirContactItem::FilePath() const {
 void VdirContactItem::Save() {
   if (deleted_) throw deletedError(FilePath());
   if (FileAs().empty()) setFileAs(defaultFileAs(*this));
+  card_.completeName();
   bool isNew = file_.empty();
   if (isNew) {
     // A made item's UID is fresh; a clash with a known file would need a new one.

@@ -1,13 +1,11 @@
 #include "backends/vdir/vdir_store.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <map>
 
+#include "backends/vdir/atomic_file.h"
 #include "backends/vdir/contact_folder.h"
 #include "backends/vdir/entry_id.h"
 #include "backends/vdir/vdir_calendar.h"
@@ -25,25 +23,6 @@ std::string firstLineOf(const fs::path& p) {
   std::string line;
   if (in) std::getline(in, line);
   return value::trim(line);
-}
-
-void writeSmallFile(const fs::path& p, const std::string& text) {
-  fs::path temp = p.parent_path() / ("." + p.filename().string() + "." + randomHex(8) + ".tmp");
-  {
-    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    out << text;
-    if (!out.flush()) {
-      std::error_code ec;
-      fs::remove(temp, ec);
-      throw RuntimeError(kPermissionDenied, "Cannot write " + p.string(), "vdir");
-    }
-  }
-  std::error_code ec;
-  fs::rename(temp, p, ec);
-  if (ec) {
-    fs::remove(temp, ec);
-    throw RuntimeError(kPermissionDenied, "Cannot write " + p.string(), "vdir");
-  }
 }
 
 // `[FileAs] = "NAME"` (or 'NAME'): NAME is everything between the first and the last quote.
@@ -175,7 +154,7 @@ class VdirSession final : public outlook::NameSpace {
     std::string storeId = firstLineOf(dir / "store-id");
     if (storeId.empty()) {
       storeId = randomHex(32);
-      writeSmallFile(dir / "store-id", storeId + "\n");
+      writeFileAtomically(dir / "store-id", storeId + "\n");
     }
     auto folder = std::make_shared<ContactFolder>(dir / "contacts", storeId, warn_);
     profiles_.emplace(name, folder);

@@ -18,10 +18,13 @@
 // calendar (its Items list nothing yet). CreateItem(2) makes an unsaved contact of the
 // session's profile, CreateItem(0) a mail item (vdir_mail.h), CreateItem(1) an appointment
 // (vdir_calendar.h); other item types throw. Items::Find understands only `[FileAs] = "NAME"` (NAME
-// is everything between the first and the last double quote, taken literally; exact comparison).
-// Save writes the whole file atomically (temporary file in the same folder, then rename). An
-// empty FileAs is filled on Save as Outlook does: "LastName, FirstName" (or the one set), else
-// CompanyName, else FullName. EntryID: see entry_id.h. StoreID: ROOT/<profile>/store-id.
+// is everything between the first and the last double quote, taken literally) and compares as
+// Outlook does, without regard to case (value::equalsIgnoreCase: É = é, but é != e).
+// Save writes the whole file atomically (temporary file in the same folder, then rename; those a
+// killed run left are removed when the folder is next opened, once an hour old). An empty FileAs
+// is filled on Save as Outlook does: "LastName, FirstName" (or the one set), else CompanyName,
+// else FullName. A contact without FullName is written with an FN made for address books
+// (contact_card.h). EntryID: see entry_id.h. StoreID: ROOT/<profile>/store-id.
 // GetItemFromID answers Nothing for another store's id.
 //
 // A malformed .vcf is reported through `warn` (default: a line on stderr) with its path and
