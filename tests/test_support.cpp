@@ -58,6 +58,15 @@ void ApartmentTest::SetUp() {
 
 void ApartmentTest::TearDown() { resetApartment(); }
 
+std::shared_ptr<FaultyDataAccess> installFaulty(std::shared_ptr<hostdb::IDataAccess>& slot,
+                                                const std::string& path) {
+  auto db = std::make_shared<FaultyDataAccess>();
+  db->setDatabaseLocation(path);
+  EXPECT_TRUE(db->openDatabase(2)) << path;
+  slot = db;
+  return db;
+}
+
 std::string makeHostDatabase(const TempDir& dir, const std::string& name) {
   std::string path = dir.file(name);
   sqlite::createHostDatabase(path);

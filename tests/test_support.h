@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "backends/sqlite/sqlite_data_access.h"
 #include "core/error.h"
 #include "core/services.h"
 
@@ -71,6 +74,49 @@ std::string makeHostDatabase(const TempDir& dir, const std::string& name = "host
 void execSql(const std::string& path, const std::string& sql);
 // The first column of every row of a query, as text ("" for NULL).
 std::vector<std::string> querySql(const std::string& path, const std::string& sql);
+
+// The SQLite data access object with failures on demand: `fails` is asked before each call
+// below with its name and field ("readField OutlookID", "isEOF", "setNewField City"); true
+// makes the call throw RuntimeError 3146.
+class FaultyDataAccess : public sqlite::SqliteDataAccess {
+ public:
+  std::function<bool(const std::string&)> fails = [](const std::string&) { return false; };
+
+  bool isEOF(int32_t h) override {
+    check("isEOF");
+    return SqliteDataAccess::isEOF(h);
+  }
+  bool hasCurrentRow(int32_t h) override {
+    check("hasCurrentRow");
+    return SqliteDataAccess::hasCurrentRow(h);
+  }
+  std::string readField(int32_t h, const std::string& field) override {
+    check("readField " + field);
+    return SqliteDataAccess::readField(h, field);
+  }
+  void writeField(int32_t h, const std::string& field, const std::string& v, bool o) override {
+    check("writeField " + field);
+    SqliteDataAccess::writeField(h, field, v, o);
+  }
+  void setNewField(int32_t h, const std::string& field, const std::string& v) override {
+    check("setNewField " + field);
+    SqliteDataAccess::setNewField(h, field, v);
+  }
+  bool openDatabase(int32_t mode) override {
+    check("openDatabase");
+    return SqliteDataAccess::openDatabase(mode);
+  }
+
+ private:
+  void check(const std::string& call) {
+    if (fails(call)) throw RuntimeError(kStatementFailed, "Injected failure: " + call);
+  }
+};
+
+// Opens `path` through a new FaultyDataAccess and puts it in `slot` (apartment().hostDb or
+// apartment().syncDb).
+std::shared_ptr<FaultyDataAccess> installFaulty(std::shared_ptr<hostdb::IDataAccess>& slot,
+                                                const std::string& path);
 
 }  // namespace dossync::testing
 
