@@ -197,11 +197,18 @@ void frmWizard::cmdDeleteScheme_Click() {
   });
   if (!found) return;
   f.step([&] { scheme->remove(); });
+  std::unique_ptr<hostdb::Recordset> rows;
   f.step([&] {
-    hostdb::Recordset rows(syncDb(), schemeRowsSql(schemeID), hostdb::kLockOptimistic);
-    for (; !rows.eof(); rows.next()) rows.remove();
-    rows.close();
+    rows = std::make_unique<hostdb::Recordset>(syncDb(), schemeRowsSql(schemeID),
+                                               hostdb::kLockOptimistic);
   });
+  if (rows) {
+    while (f.test([&] { return !rows->eof(); })) {
+      f.step([&] { rows->remove(); });
+      if (!f.step([&] { rows->next(); })) break;
+    }
+    rows.reset();
+  }
   f.step([&] { scheme->close(); });
   f.step([&] { resetScheme(); });
 }
@@ -253,11 +260,13 @@ void frmWizard::cmdSaveScheme_Click() {
     put("SyncType", std::to_string(selectedOption("optSynchDirection")));
   };
   if (schemeID >= 1) {
-    f.step([&] {
-      rs->write("SchemeName", name);
-      rs->write("DataFileID", owner().DataFileUniqueID());
-      settings([&](const std::string& field, const std::string& v) { rs->write(field, v); });
-    });
+    // Each field is written (and saved) on its own.
+    auto write = [&](const std::string& field, const std::string& v) {
+      f.step([&] { rs->write(field, v); });
+    };
+    write("SchemeName", name);
+    write("DataFileID", owner().DataFileUniqueID());
+    f.step([&] { settings(write); });
   } else {
     f.step([&] {
       rs->addNew();
@@ -267,19 +276,30 @@ void frmWizard::cmdSaveScheme_Click() {
       rs->save();
     });
   }
-  f.step([&] {
+  // One OutlookSync row per chosen record, each added on its own.
+  std::unique_ptr<hostdb::Recordset> rows;
+  if (!f.test([&] { return selection().isEmpty(); }, true)) {
+    f.step([&] {
+      rows = std::make_unique<hostdb::Recordset>(syncDb(), "SELECT OutlookSync.* From OutlookSync;",
+                                                 hostdb::kLockOptimistic);
+    });
+  }
+  if (rows) {
     SelectionCollection& s = selection();
-    if (s.isEmpty()) return;
-    hostdb::Recordset rows(syncDb(), "SELECT OutlookSync.* From OutlookSync;", hostdb::kLockOptimistic);
-    for (s.moveFirst(); !s.atEnd(); s.moveNext()) {
-      rows.addNew();
-      rows.set("SchemeNum", std::to_string(schemeID));
-      rows.set("CompanyNum", s.member(1));
-      rows.set("ContactNum", s.member(2));
-      rows.set("OutlookID", s.member(3));
-      rows.save();
+    f.step([&] { s.moveFirst(); });
+    while (f.test([&] { return !s.atEnd(); })) {
+      f.step([&] {
+        rows->addNew();
+        rows->set("SchemeNum", std::to_string(schemeID));
+        rows->set("CompanyNum", s.member(1));
+        rows->set("ContactNum", s.member(2));
+        rows->set("OutlookID", s.member(3));
+        rows->save();
+      });
+      if (!f.step([&] { s.moveNext(); })) break;
     }
-  });
+    rows.reset();
+  }
   f.step([&] {
     if (rs) rs->close();
   });
