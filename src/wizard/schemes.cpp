@@ -35,17 +35,22 @@ void frmWizard::populateOutlookSchemesList() {
   ErrorFrame f("kvlabeldx3.dll-frmWizard-populateOutlookSchemesList");
   std::unique_ptr<hostdb::Recordset> rs;
   f.step([&] { rs = std::make_unique<hostdb::Recordset>(syncDb(), kSchemesSql); });
+  Control* combo = nullptr;
   f.step([&] {
-    Control& combo = control("cboSavedScheme");
-    combo.items.clear();
-    combo.listIndex = -1;
-    combo.text.clear();
-    combo.items.push_back({kPrompt, 0});
-    if (rs) {
-      for (; !rs->eof(); rs->next())
-        combo.items.push_back({rs->read("SchemeName"), value::toLong(rs->read("SchemeID"))});
-    }
+    combo = &control("cboSavedScheme");
+    combo->items.clear();
+    combo->listIndex = -1;
+    combo->text.clear();
+    combo->items.push_back({kPrompt, 0});
   });
+  if (rs && combo) {
+    while (f.test([&] { return !rs->eof(); })) {
+      f.step([&] {
+        combo->items.push_back({rs->read("SchemeName"), value::toLong(rs->read("SchemeID"))});
+      });
+      if (!f.step([&] { rs->next(); })) break;
+    }
+  }
   f.step([&] { setComboIndex(0); });
   f.step([&] {
     if (rs) rs->close();
@@ -76,24 +81,30 @@ void frmWizard::cboSavedScheme_Click() {
   f.step([&] { populateOutlookScheme(schemeID); });
   f.step([&] { populateOutlookSchemeSettings(); });
   f.step([&] { selection().clear(); });
+  SelectionCollection* s = nullptr;
+  int32_t direction = 0;
   f.step([&] {
     rows = std::make_unique<hostdb::Recordset>(syncDb(), schemeRowsSql(schemeID));
-    SelectionCollection& s = selection();
-    int32_t direction = owner().SyncDirectionType();
-    while (!rows->eof()) {
-      if (direction == syncFromDossieraToOutlook) {
+    s = &selection();
+    direction = owner().SyncDirectionType();
+  });
+  // One entry per row; any other direction neither uses the row nor moves past it.
+  while (rows && s && f.test([&] { return !rows->eof(); })) {
+    if (direction == syncFromDossieraToOutlook) {
+      f.step([&] {
         std::string company = rows->read("CompanyNum");
         std::string contact = rows->read("ContactNum");
-        if (!value::isBlank(company)) s.add(company, "", "");
-        else if (!value::isBlank(contact)) s.add("", contact, "");
-        rows->next();
-      } else if (direction == syncFromOutlookToDossiera) {
-        s.add("", "", rows->read("OutlookID"));
-        rows->next();
-      }
-      // Any other direction neither uses the row nor moves past it.
+        if (!value::isBlank(company))
+          s->add(company, "", "");
+        else if (!value::isBlank(contact))
+          s->add("", contact, "");
+      });
+      if (!f.step([&] { rows->next(); })) break;
+    } else if (direction == syncFromOutlookToDossiera) {
+      f.step([&] { s->add("", "", rows->read("OutlookID")); });
+      if (!f.step([&] { rows->next(); })) break;
     }
-  });
+  }
   f.step([&] {
     if (scheme) scheme->close();
     if (rows) rows->close();
@@ -104,26 +115,28 @@ void frmWizard::populateOutlookScheme(int32_t schemeID) {
   ErrorFrame f("kvlabeldx3.dll-frmWizard-populateOutlookScheme");
   std::unique_ptr<hostdb::Recordset> rs;
   bool found = false;
+  clsOutlookSynchronization* target = nullptr;
   f.step([&] {
+    target = &owner();
     rs = std::make_unique<hostdb::Recordset>(
         syncDb(), "SELECT OutlookScheme.* From OutlookScheme WHERE DataFileID = '" +
-                      owner().DataFileUniqueID() + "';");
+                      target->DataFileUniqueID() + "';");
     found = rs->find("SchemeID", std::to_string(schemeID));
   });
   if (!found) return;
   std::string infoType, syncType;
-  f.step([&] {
-    clsOutlookSynchronization& o = owner();
-    o.setCompanyList(rs->read("CompanyListType") == "1" ? Dossiera : AddressBook);
-    o.setOutlookCategory(rs->read("ContactsCategory"));
-    o.setProfile(rs->read("ProfileName"));
-    o.setPassword(rs->read("ProfilePassword"));
-    syncType = rs->read("SyncType");
-    infoType = rs->read("InfoType");
-    if (syncType == "1" || syncType == "2" || syncType == "3") o.setSyncDirectionType(value::toLong(syncType));
-    if (infoType == "1" || infoType == "2" || infoType == "3" || infoType == "4")
-      o.setSyncInformationType(value::toLong(infoType));
-  });
+  // Each setting is taken on its own.
+  clsOutlookSynchronization& o = *target;
+  f.step([&] { o.setCompanyList(rs->read("CompanyListType") == "1" ? Dossiera : AddressBook); });
+  f.step([&] { o.setOutlookCategory(rs->read("ContactsCategory")); });
+  f.step([&] { o.setProfile(rs->read("ProfileName")); });
+  f.step([&] { o.setPassword(rs->read("ProfilePassword")); });
+  f.step([&] { syncType = rs->read("SyncType"); });
+  f.step([&] { infoType = rs->read("InfoType"); });
+  if (syncType == "1" || syncType == "2" || syncType == "3")
+    o.setSyncDirectionType(value::toLong(syncType));
+  if (infoType == "1" || infoType == "2" || infoType == "3" || infoType == "4")
+    o.setSyncInformationType(value::toLong(infoType));
   f.step([&] {
     clsOutlookSynchronization& o = owner();
     control("txtContactsCategory").text = o.OutlookCategory();
