@@ -14,7 +14,9 @@
 //      it (open a recordset, find a row in it, read the row): resuming inside such a chain
 //      could only act on what failed. Loops run their condition with test() and a step (or
 //      several) per pass, so resuming goes on with the rest of the pass, and a condition that
-//      fails ends the loop.
+//      fails ends the loop. An if whose condition fails takes the safe answer test() is given,
+//      or, where either branch would do harm on a wrong answer (add a second row, make a new
+//      item), runs neither: a find that failed decides nothing.
 //   2  leave: no further step runs; the procedure returns what it had reached.
 //   3  raise ExitProgram on the current component, then leave.
 //   any other value: leave.
