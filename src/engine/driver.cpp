@@ -93,9 +93,10 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
   };
 
   // A look-up that reported an error answers a fallback ("" or -1), not "no counterpart": its
-  // record is neither transferred nor paired this time, so the pairing it has is kept and no
-  // item is made for what the look-up could not see. A transfer that saved nothing ("-1", or
-  // no identifier at all) keeps the identifier the look-up gave.
+  // record (like a row whose key cannot be read) is neither transferred nor paired this time,
+  // so the pairing it has is kept and no item is made for what the look-up could not see. A
+  // transfer that saved nothing ("-1", or no identifier at all) keeps the identifier the
+  // look-up gave.
   auto walk = [&](const char* sql, const char* keyField, int member, Lookup lookup,
                   Transfer transfer, Save save) {
     std::unique_ptr<hostdb::Recordset> rs;
