@@ -41,8 +41,7 @@ void RecordingErrorService::recordError(const RuntimeError& error) {
 }
 
 int32_t RecordingMessageBox::showMessage(const std::string& text, int32_t style,
-                                         const ObjectPtr& owner, int32_t, int32_t,
-                                         int32_t number) {
+                                         const ObjectPtr& owner, int32_t, int32_t, int32_t number) {
   shown.push_back({text, style, owner, number, false});
   return 1;
 }
@@ -58,7 +57,18 @@ void ApartmentTest::SetUp() {
   sqlite::registerSqliteClasses();
 }
 
-void ApartmentTest::TearDown() { resetApartment(); }
+void ApartmentTest::TearDown() {
+  resetApartment();
+}
+
+std::shared_ptr<FaultyDataAccess> installFaulty(std::shared_ptr<hostdb::IDataAccess>& slot,
+                                                const std::string& path) {
+  auto db = std::make_shared<FaultyDataAccess>();
+  db->setDatabaseLocation(path);
+  EXPECT_TRUE(db->openDatabase(2)) << path;
+  slot = db;
+  return db;
+}
 
 std::string makeHostDatabase(const TempDir& dir, const std::string& name) {
   std::string path = dir.file(name);
@@ -95,11 +105,25 @@ std::vector<std::string> querySql(const std::string& path, const std::string& sq
   return out;
 }
 
+FaultyDataAccess::FaultyDataAccess()
+    : ForwardingDataAccess(std::make_shared<sqlite::SqliteDataAccess>()) {}
+
+FaultyDataAccess::FaultyDataAccess(hostdb::DataAccessPtr real, std::string call, std::string detail,
+                                   int skip)
+    : ForwardingDataAccess(std::move(real)) {
+  fails = [call = std::move(call), detail = std::move(detail),
+           skip](const std::string& what) mutable {
+    std::string name = what.substr(0, what.find(' '));
+    if (name != call || what.find(detail, name.size()) == std::string::npos) return false;
+    return skip-- <= 0;
+  };
+}
+
 void FaultyDataAccess::before(const char* call, const std::string& detail) {
-  if (call != call_ || detail.find(detail_) == std::string::npos) return;
-  if (skip_-- > 0) return;
+  std::string what = detail.empty() ? std::string(call) : std::string(call) + " " + detail;
+  if (!fails || !fails(what)) return;
   ++failures;
-  throw RuntimeError(kDiskIO, std::string("Disk or network error in ") + call + " " + detail);
+  throw RuntimeError(kDiskIO, "Disk or network error in " + what);
 }
 
 void RecordingProgress::note(const std::string& call) {

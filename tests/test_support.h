@@ -88,7 +88,7 @@ class ForwardingDataAccess : public hostdb::IDataAccess {
   void setDatabaseLocation(const std::string& p) override { real_->setDatabaseLocation(p); }
   void setCursorLocation(int32_t l) override { real_->setCursorLocation(l); }
   void setAccessMode(int32_t m) override { real_->setAccessMode(m); }
-  bool openDatabase(int32_t m) override { return real_->openDatabase(m); }
+  bool openDatabase(int32_t m) override { return before("openDatabase"), real_->openDatabase(m); }
   void closeDatabase() override { real_->closeDatabase(); }
   std::string lastError() const override { return real_->lastError(); }
   bool isEOF(int32_t h) override { return before("isEOF"), real_->isEOF(h); }
@@ -126,24 +126,25 @@ class ForwardingDataAccess : public hostdb::IDataAccess {
   hostdb::DataAccessPtr real_;
 };
 
-// Fails one call with RuntimeError 3043: the first call named `call` whose detail contains
-// `detail`, after `skip` such calls have gone through.
+// Fails calls with RuntimeError 3043 on demand: every call that `fails` answers true for, given
+// the call's name and detail ("readField OutlookID", "isEOF", "openDatabase"); or, made with a
+// call and a detail, the first call of that name whose detail contains it, after `skip` such
+// calls have gone through. Made without a real object, it forwards to a new SQLite one.
 class FaultyDataAccess : public ForwardingDataAccess {
  public:
-  FaultyDataAccess(hostdb::DataAccessPtr real, std::string call, std::string detail, int skip = 0)
-      : ForwardingDataAccess(std::move(real)),
-        call_(std::move(call)),
-        detail_(std::move(detail)),
-        skip_(skip) {}
+  FaultyDataAccess();
+  FaultyDataAccess(hostdb::DataAccessPtr real, std::string call, std::string detail, int skip = 0);
+  std::function<bool(const std::string&)> fails;
   int failures = 0;
 
  protected:
   void before(const char* call, const std::string& detail) override;
-
- private:
-  std::string call_, detail_;
-  int skip_;
 };
+
+// Opens `path` through a new FaultyDataAccess and puts it in `slot` (apartment().hostDb or
+// apartment().syncDb).
+std::shared_ptr<FaultyDataAccess> installFaulty(std::shared_ptr<hostdb::IDataAccess>& slot,
+                                                const std::string& path);
 
 // A progress dialog that writes down its settings ("setMaximum 1", in call order), runs its
 // start handler when shown, and keeps its value. The call named by failOn throws instead.

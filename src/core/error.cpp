@@ -9,6 +9,8 @@
 namespace dossync {
 namespace {
 
+thread_local uint64_t tErrorsReported = 0;
+
 // The databases go idle: read snapshots end and grouped writes are committed. What could not
 // be committed is answered, not thrown.
 std::vector<RuntimeError> idleDatabases(Apartment& a) {
@@ -85,8 +87,13 @@ void ErrorFrame::handle(const RuntimeError& error) {
   for (const auto& e : failed) report(e);
 }
 
+uint64_t ErrorFrame::errorsReported() {
+  return tErrorsReported;
+}
+
 void ErrorFrame::report(const RuntimeError& error) {
   Apartment& a = apartment();
+  ++tErrorsReported;
   int32_t action = kActionLeave;
   if (a.errorServiceSet && a.errorService) {
     try {

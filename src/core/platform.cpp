@@ -68,4 +68,17 @@ ObjectPtr getActiveObject(const std::string& name) {
   return obj;
 }
 
+ObjectPtr attachOrCreate(const std::string& name, bool& created) {
+  try {
+    return getActiveObject(name);
+  } catch (...) {
+  }
+  created = true;
+  try {
+    return createObject(name);
+  } catch (...) {
+  }
+  return nullptr;
+}
+
 }  // namespace dossync::platform

@@ -31,6 +31,11 @@ void unregisterClass(const std::string& name);
 ObjectPtr createObject(const std::string& name);
 ObjectPtr getActiveObject(const std::string& name);
 
+// Attaches to the running instance or, when there is none, creates one, catching any failure
+// of either in place: Nothing when neither worked. `created` is set when attaching failed and
+// a new instance was asked for.
+ObjectPtr attachOrCreate(const std::string& name, bool& created);
+
 template <class T>
 std::shared_ptr<T> create(const std::string& name) {
   auto obj = std::dynamic_pointer_cast<T>(createObject(name));

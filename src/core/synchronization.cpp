@@ -57,8 +57,8 @@ std::shared_ptr<IMessageBox> clsOutlookSynchronization::messageBox() const {
 void clsOutlookSynchronization::setMainDatabaseLocation(const std::string& path) {
   ErrorFrame f(kLoc + "MainDatabaseLocation");
   apartment().currentComponent = this;
+  mainDatabaseLocation_ = path;
   f.step([&] {
-    mainDatabaseLocation_ = path;
     if (apartment().fileUtil().fileExists(path)) {
       mainDatabaseOpen_ = openMainDatabase(path);
     } else {
@@ -67,37 +67,48 @@ void clsOutlookSynchronization::setMainDatabaseLocation(const std::string& path)
   });
 }
 
-hostdb::DataAccessPtr openDataAccess(const std::string& path, const std::string& appName) {
-  auto dao = platform::create<hostdb::IDataAccess>(platform::kDataAccess);
-  if (dao->isDatabaseOpen()) dao->closeDatabase();
-  dao->setErrorService(apartment().errorService);
-  dao->setAppName(appName);
-  dao->setConnectionKind(2);
-  dao->setDatabaseLocation(path);
-  dao->setCursorLocation(3);
-  dao->setAccessMode(2);
-  dao->openDatabase(2);
-  return dao;
+bool openDataAccess(ErrorFrame& f, hostdb::DataAccessPtr& slot, const std::string& path,
+                    const std::string& appName) {
+  // The new object answers for the database from the start: whatever fails below, the
+  // previous one is gone.
+  f.step([&] {
+    slot.reset();
+    slot = platform::create<hostdb::IDataAccess>(platform::kDataAccess);
+  });
+  auto dao = [&]() -> hostdb::IDataAccess& {
+    if (!slot) throw RuntimeError(kObjectVariableNotSet, "Object variable not set: no data access");
+    return *slot;
+  };
+  f.step([&] {
+    if (dao().isDatabaseOpen()) dao().closeDatabase();
+  });
+  f.step([&] { dao().setErrorService(apartment().errorService); });
+  f.step([&] { dao().setAppName(appName); });
+  f.step([&] { dao().setConnectionKind(2); });
+  f.step([&] { dao().setDatabaseLocation(path); });
+  f.step([&] { dao().setCursorLocation(3); });
+  f.step([&] { dao().setAccessMode(2); });
+  f.step([&] { dao().openDatabase(2); });
+  // An object that cannot tell is taken for closed.
+  return f.test([&] { return slot && slot->isDatabaseOpen(); });
 }
 
 bool clsOutlookSynchronization::openMainDatabase(const std::string& fileName) {
   ErrorFrame f(kLoc + "openMainDatabase");
   apartment().currentComponent = this;
-  bool open = false;
-  f.step([&] { apartment().hostDb = openDataAccess(fileName, appName_); });
-  f.step([&] {
-    auto& db = apartment().hostDb;
-    open = db && db->isDatabaseOpen();
-    if (!open) {
+  bool open = openDataAccess(f, apartment().hostDb, fileName, appName_);
+  // A database that did not open is fatal to the host whatever the error service chose.
+  if (!open) {
+    f.step([&] {
       if (auto mb = messageBox()) {
         mb->showMessage(
             "The outlook synchronization was not able to access the companies database and "
             "needs to close.",
             3, self(), 0, 0, 101);
       }
-      failedToInitialize_ = true;
-    }
-  });
+    });
+    failedToInitialize_ = true;
+  }
   return open;
 }
 

@@ -204,9 +204,12 @@ class clsOutlookSynchronization : public Object {
 // The prefix of every error location of this class.
 inline constexpr const char* kSyncLocation = "kvoutlookdx.dll-clsOutlookSynchronization-";
 
-// Opens a data access object the way the component opens both databases: a new object from
-// the platform, closed if it reports itself open, given the error service and the
-// application name, options 2, location, 3, 2, then open(2). Answers the object.
-hostdb::DataAccessPtr openDataAccess(const std::string& path, const std::string& appName);
+// Opens a database the way the component opens both: a new data access object from the
+// platform, put in `slot` (the apartment's host or synchronisation object) at once, closed if
+// it reports itself open, given the error service and the application name, options 2,
+// location, 3, 2, then open(2); each a step of the caller's frame. Answers whether the object
+// in the slot reports itself open.
+bool openDataAccess(ErrorFrame& f, hostdb::DataAccessPtr& slot, const std::string& path,
+                    const std::string& appName);
 
 }  // namespace dossync

@@ -1,6 +1,9 @@
 // The synchronisation driver: walks the host's companies or contacts (or the chosen Outlook
 // contacts), hands each chosen record to its transfer and records every pairing.
 #include "engine/driver.h"
+
+#include <functional>
+
 #include "core/apartment.h"
 #include "core/platform.h"
 #include "core/progress.h"
@@ -22,26 +25,28 @@ using Save = void (clsOutlookSynchronization::*)(int32_t, const std::string&);
 bool clsOutlookSynchronization::Synchronize() {
   ErrorFrame f(kLoc + "Synchronize");
   apartment().currentComponent = this;
-  f.step([&] {
-    if (!showProgress_) {
-      SynchronizeContacts();
-      return;
-    }
-    auto dialog = platform::create<IProgressDialog>(kProgressDialogClass);
-    progressDialog_ = dialog;
-    dialog->setStartHandler([this] { outlookDialog_StartProgress(); });
-    dialog->setMessage("Synchronizing Outlook information, please wait ...");
-    dialog->setStyle(1);
-    dialog->setOwner(mdiForm_);
-    dialog->setMinimum(0);
-    dialog->setMaximum(getRecordCount());
-    dialog->setShowBar(true);
-    dialog->setValue(0);
-    dialog->setSecondaryValue(0);
-    dialog->setAllowCancel(true);
-    dialog->setNumber(101);
-    dialog->show();
-  });
+  if (!showProgress_) {
+    f.step([&] { SynchronizeContacts(); });
+    return false;
+  }
+  auto dialog = [&]() -> IProgressDialog& {
+    if (!progressDialog_)
+      throw RuntimeError(kObjectVariableNotSet, "Object variable not set: no progress dialog");
+    return *progressDialog_;
+  };
+  f.step([&] { progressDialog_ = platform::create<IProgressDialog>(kProgressDialogClass); });
+  f.step([&] { dialog().setStartHandler([this] { outlookDialog_StartProgress(); }); });
+  f.step([&] { dialog().setMessage("Synchronizing Outlook information, please wait ..."); });
+  f.step([&] { dialog().setStyle(1); });
+  f.step([&] { dialog().setOwner(mdiForm_); });
+  f.step([&] { dialog().setMinimum(0); });
+  f.step([&] { dialog().setMaximum(getRecordCount()); });
+  f.step([&] { dialog().setShowBar(true); });
+  f.step([&] { dialog().setValue(0); });
+  f.step([&] { dialog().setSecondaryValue(0); });
+  f.step([&] { dialog().setAllowCancel(true); });
+  f.step([&] { dialog().setNumber(101); });
+  f.step([&] { dialog().show(); });
   f.step([&] { progressDialog_.reset(); });
   return false;  // never assigned: hosts must not read it as a failure
 }
@@ -66,10 +71,10 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
   ErrorFrame f(kLoc + "SynchronizeContacts");
   bool result = true;
   counters_ = Counters{};
-  bool empty = false;
   f.step([&] { StartOutlook(); });
-  f.step([&] { empty = !companyCollection_ || companyCollection_->isEmpty(); });
-  if (empty || f.leaving()) return result;
+  // A selection that cannot say whether it is empty is taken for empty.
+  if (f.test([&] { return !companyCollection_ || companyCollection_->isEmpty(); }, true))
+    return result;
 
   auto advance = [&] {
     if (!showProgress_ || !progressDialog_) return;
@@ -77,35 +82,46 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
     if (v == INT32_MAX) throw RuntimeError(kOverflow, "Overflow: progress value past 2147483647");
     progressDialog_->setValue(v + 1);
   };
+  // The end of a pass: progress, the next row (a row that cannot be left ends the walk), and
+  // the message pump.
+  auto endOfPass = [&](const std::function<void()>& moveNext) {
+    f.step(advance);
+    ++counters_.rowsWalked;
+    if (!f.step(moveNext)) return false;
+    f.step([&] { apartment().doEvents(); });
+    return true;
+  };
 
+  // A look-up that reported an error answers a fallback ("" or -1), not "no counterpart": its
+  // record (like a row whose key cannot be read) is neither transferred nor paired this time,
+  // so the pairing it has is kept and no item is made for what the look-up could not see. A
+  // transfer that saved nothing ("-1", or no identifier at all) keeps the identifier the
+  // look-up gave.
   auto walk = [&](const char* sql, const char* keyField, int member, Lookup lookup,
                   Transfer transfer, Save save) {
-    auto db = apartment().hostDb;
     std::unique_ptr<hostdb::Recordset> rs;
-    bool any = false;
     f.step([&] {
+      auto& db = apartment().hostDb;
       if (!db) throw RuntimeError(kObjectVariableNotSet, "The companies database is not open");
       rs = std::make_unique<hostdb::Recordset>(*db, sql);
-      any = rs->hasRow();
     });
-    if (!any) return;
-    int32_t number = 0;
-    std::string outlookID;
-    while (!f.leaving() && !rs->eof()) {
-      f.step([&] { number = value::toLong(rs->read(keyField)); });
-      f.step([&] { outlookID = (this->*lookup)(number); });
-      f.step([&] {
-        if (companyCollection_->indexOf(number, member) >= 0)
-          outlookID = (this->*transfer)(number, outlookID);
-      });
-      f.step([&] {
-        (this->*save)(number, outlookID);
-        ++counters_.mappingsSaved;
-      });
-      f.step([&] { advance(); });
-      ++counters_.rowsWalked;
-      if (!f.step([&] { rs->next(); })) break;  // a row that cannot be left ends the walk
-      apartment().doEvents();
+    if (!rs || !f.test([&] { return rs->hasRow(); })) return;
+    while (f.test([&] { return !rs->eof(); })) {
+      int32_t number = 0;
+      std::string outlookID;
+      if (f.step([&] { number = value::toLong(rs->read(keyField)); }) &&
+          f.call([&] { outlookID = (this->*lookup)(number); })) {
+        if (f.test([&] { return companyCollection_->indexOf(number, member) >= 0; })) {
+          std::string saved;
+          f.step([&] { saved = (this->*transfer)(number, outlookID); });
+          if (saved != "-1" && !value::isBlank(saved)) outlookID = saved;
+        }
+        f.step([&] {
+          (this->*save)(number, outlookID);
+          ++counters_.mappingsSaved;
+        });
+      }
+      if (!endOfPass([&] { rs->next(); })) break;
     }
   };
 
@@ -135,24 +151,23 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
   } else if (syncDirectionType_ == syncFromOutlookToDossiera) {
     SelectionCollection& chosen = *companyCollection_;
     f.step([&] { chosen.moveFirst(); });
-    while (!f.leaving() && !chosen.atEnd()) {
+    while (f.test([&] { return !chosen.atEnd(); })) {
       std::string outlookID;
       int32_t companyNumber = -1;
-      f.step([&] { outlookID = chosen.currentItem(); });
-      f.step([&] { companyNumber = getOutlookCompanyID(outlookID); });
-      f.step([&] {
-        if (!value::isBlank(outlookID))
-          createNewOutlookCompanyWithDefaultContactInDossiera(outlookID, companyNumber);
-      });
-      // The number found before the transfer is what is paired, -1 included.
-      f.step([&] {
-        saveOutlookCompanyID(outlookID, companyNumber);
-        ++counters_.mappingsSaved;
-      });
-      f.step([&] { advance(); });
-      ++counters_.rowsWalked;
-      chosen.moveNext();
-      apartment().doEvents();
+      // As above: a failed look-up neither makes a host company nor pairs the item with -1.
+      if (f.step([&] { outlookID = chosen.currentItem(); }) &&
+          f.call([&] { companyNumber = getOutlookCompanyID(outlookID); })) {
+        f.step([&] {
+          if (!value::isBlank(outlookID))
+            createNewOutlookCompanyWithDefaultContactInDossiera(outlookID, companyNumber);
+        });
+        // The number found before the transfer is what is paired, -1 included.
+        f.step([&] {
+          saveOutlookCompanyID(outlookID, companyNumber);
+          ++counters_.mappingsSaved;
+        });
+      }
+      if (!endOfPass([&] { chosen.moveNext(); })) break;
     }
   }
   // syncBothsWays and anything else: nothing is synchronised.

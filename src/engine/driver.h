@@ -16,6 +16,14 @@
 //   number found before the transfer (-1 for a new company), so a later run makes another.
 //   Direction 1 (both ways) synchronises nothing.
 //
+// What a failure does to the pairings:
+//   A run that fails never spoils a good pairing. A transfer that saved nothing ("-1", or no
+//   identifier) leaves the row with the identifier the look-up gave. A look-up that reported an
+//   error (the mapping could not be read, Outlook could not be searched) answered a fallback,
+//   not "no counterpart": that record is neither transferred nor paired in this run, so no
+//   item or host company is made for it and its row stays as it was. The walk goes on with
+//   the next record (on the resume and leave actions alike: the callee handled its error).
+//
 // Who assigns ids:
 //   Outlook assigns EntryIDs (on Save); the host database assigns CompanyID, ContactID and
 //   ClientDataID (auto-numbers); the synchronisation database assigns SyncID. The mapping

@@ -8,25 +8,14 @@ namespace dossync {
 bool clsOutlookSynchronization::StartOutlook() {
   ErrorFrame f(std::string(kSyncLocation) + "StartOutlook");
   bool result = true;
-  bool haveApplication = false;
+  // Attaching and creating fail quietly: no Outlook at all just answers False.
   f.step([&] {
-    // Attaching and creating fail quietly: no Outlook at all just answers False.
-    ObjectPtr app;
-    try {
-      app = platform::getActiveObject(platform::kOutlookApplication);
-    } catch (const RuntimeError&) {
-      closeOutlookWhenFinished_ = true;
-      try {
-        app = platform::createObject(platform::kOutlookApplication);
-      } catch (const RuntimeError&) {
-        app = nullptr;
-      }
-    }
+    bool created = false;
+    ObjectPtr app = platform::attachOrCreate(platform::kOutlookApplication, created);
+    if (created) closeOutlookWhenFinished_ = true;
     outlookApp_ = std::dynamic_pointer_cast<outlook::Application>(app);
-    haveApplication = outlookApp_ != nullptr;
-    if (!haveApplication) result = false;
   });
-  if (!haveApplication) return result;
+  if (!outlookApp_) return false;
   f.step([&] { outlookNameSpace_ = outlookApp_->GetNamespace("MAPI"); });
   f.step([&] {
     if (!outlookNameSpace_)
@@ -35,9 +24,10 @@ bool clsOutlookSynchronization::StartOutlook() {
     if (!profile_.empty()) profile = profile_;
     if (!password_.empty()) password = password_;
     outlookNameSpace_->Logon(profile, password, displayLoginDialog_, openNewSession_);
-    // A password without a profile logs on all the same but answers False.
-    if (profile_.empty() && !password_.empty()) result = false;
   });
+  // A password without a profile logs on all the same but answers False, whether the logon
+  // worked or not.
+  if (profile_.empty() && !password_.empty()) result = false;
   return result;
 }
 

@@ -1,6 +1,8 @@
 #include "hostdb/default_contacts.h"
 
 #include <array>
+#include <functional>
+#include <memory>
 #include <optional>
 
 #include "core/apartment.h"
@@ -73,31 +75,35 @@ int32_t checkForDefault(int32_t companyID, bool setDefault) {
   int32_t result = -1;
   IDataAccess* db = openHostDatabase();
   if (!db) return result;
-  std::optional<Recordset> rs;
+  std::unique_ptr<Recordset> rs;
   bool decided = false;
-  f.step([&] {
-    rs.emplace(*db, kContacts);
-    if (rs->find("CompanyNum", companyID)) {
-      while (!rs->eof()) {
-        if (value::toBoolean(rs->read("DefaultContact"))) {
-          decided = true;
-          result = value::toLong(rs->read("ContactID"));
-          break;
-        }
-        rs->findNext();
-        apartment().doEvents();
+  bool found = false;
+  f.step([&] { rs = std::make_unique<Recordset>(*db, kContacts); });
+  if (!rs) return result;
+  // A find that fails decides nothing: no contact is made the default then.
+  if (!f.step([&] { found = rs->find("CompanyNum", companyID); })) return result;
+  if (found) {
+    // A contact whose mark cannot be read is passed over; a walk that cannot go on ends.
+    while (f.test([&] { return !rs->eof(); })) {
+      if (f.test([&] { return value::toBoolean(rs->read("DefaultContact")); })) {
+        decided = true;
+        f.step([&] { result = value::toLong(rs->read("ContactID")); });
+        break;
       }
-    } else {
-      decided = true;
-      setNoContactAsDefault(companyID);
+      if (!f.step([&] { rs->findNext(); })) break;
+      f.step([&] { apartment().doEvents(); });
     }
-  });
-  f.step([&] {
-    if (decided || !setDefault || !rs) return;
+  } else {
+    decided = true;
+    f.step([&] { setNoContactAsDefault(companyID); });
+  }
+  if (!decided && setDefault) {
     // The first contact found becomes the default; the answer stays -1.
-    if (rs->find("CompanyNum", companyID))
-      setContactAsDefault(value::toLong(rs->read("ContactID")));
-  });
+    f.step([&] {
+      if (rs->find("CompanyNum", companyID))
+        setContactAsDefault(value::toLong(rs->read("ContactID")));
+    });
+  }
   return result;
 }
 
@@ -105,37 +111,34 @@ void setContactAsDefault(int32_t contactID) {
   ErrorFrame f(std::string(kDbLoc) + "setContactAsDefault");
   IDataAccess* db = openHostDatabase();
   if (!db) return;
-  std::optional<Recordset> rs;
+  std::unique_ptr<Recordset> rs;
   bool found = false;
-  int32_t companyID = -1;
   f.step([&] {
-    rs.emplace(*db, kContacts, kLockOptimistic);
+    rs = std::make_unique<Recordset>(*db, kContacts, kLockOptimistic);
     found = rs->find("ContactID", contactID);
   });
   if (!found) return;
-  f.step([&] {
-    rs->write("DefaultContact", "True");
-    format::saveContactBusinessRTF(contactID);
-  });
-  bool validCompany = false;
+  f.step([&] { rs->write("DefaultContact", "True"); });
+  f.step([&] { format::saveContactBusinessRTF(contactID); });
+  int32_t companyID = -1;
   f.step([&] {
     std::string companyNum = rs->read("CompanyNum");
     companyID = value::isNumeric(companyNum) ? value::toLong(companyNum) : -1;
-    validCompany = validCompanyID(companyID);
   });
-  if (!validCompany) return;
-  f.step([&] {
-    rs->find("CompanyNum", companyID);
-    while (!rs->eof()) {
-      int32_t other = value::toLong(rs->read("ContactID"));
+  if (!f.test([&] { return validCompanyID(companyID); })) return;
+  // Every other contact of the company stops being its default.
+  if (f.step([&] { rs->find("CompanyNum", companyID); })) {
+    while (f.test([&] { return !rs->eof(); })) {
+      int32_t other = contactID;
+      f.step([&] { other = value::toLong(rs->read("ContactID")); });
       if (other != contactID) {
-        rs->write("DefaultContact", "False");
-        format::saveContactBusinessRTF(other);
+        f.step([&] { rs->write("DefaultContact", "False"); });
+        f.step([&] { format::saveContactBusinessRTF(other); });
       }
-      rs->findNext();
-      apartment().doEvents();
+      if (!f.step([&] { rs->findNext(); })) break;
+      f.step([&] { apartment().doEvents(); });
     }
-  });
+  }
   f.step([&] { updateDefaultContactInfo(companyID); });
   f.step([&] { format::saveCompanyContactRTF(companyID, contactID); });
   f.step([&] { changeDefaultContactChangeLookupFieldValue(contactID); });
@@ -150,25 +153,31 @@ void setNoContactAsDefault(int32_t companyID) {
 
 void updateDefaultContactInfo(int32_t companyID) {
   ErrorFrame f(std::string(kDbLoc) + "updateDefaultContactInfo");
-  f.step([&] {
-    IDataAccess* db = openHostDatabase();
-    if (!db) return;
-    Recordset contacts(*db, kContacts);
-    Recordset companies(*db, kCompanies, kLockOptimistic);
-    int32_t defaultID = getDefaultContactIDFromCompanyID(companyID);
-    if (validContactID(defaultID)) {
-      if (contacts.find("ContactID", defaultID) && companies.find("CompanyID", companyID)) {
-        companies.write("DefaultContactName", contacts.read("DisplayName"));
-        companies.write("DefaultContactPhoneNumber", contacts.read("BusinessPhone_Main"));
-        companies.write("DefaultContactFaxNumber", contacts.read("BusinessPhone_Fax"));
-        companies.write("DefaultContactEmail", contacts.read("BusinessEmail"));
-      }
-    } else if (companies.find("CompanyID", companyID)) {
-      for (const char* column : {"DefaultContactName", "DefaultContactPhoneNumber",
-                                 "DefaultContactFaxNumber", "DefaultContactEmail"})
-        companies.write(column, "");
+  IDataAccess* db = openHostDatabase();
+  if (!db) return;
+  std::unique_ptr<Recordset> contacts, companies;
+  f.step([&] { contacts = std::make_unique<Recordset>(*db, kContacts); });
+  f.step([&] { companies = std::make_unique<Recordset>(*db, kCompanies, kLockOptimistic); });
+  if (!contacts || !companies) return;
+  int32_t defaultID = -1;
+  f.step([&] { defaultID = getDefaultContactIDFromCompanyID(companyID); });
+  // The four columns, each written (and saved) on its own.
+  auto write = [&](const char* column, const std::function<std::string()>& text) {
+    f.step([&] { companies->write(column, text()); });
+  };
+  if (f.test([&] { return validContactID(defaultID); })) {
+    if (f.test([&] { return contacts->find("ContactID", defaultID); }) &&
+        f.test([&] { return companies->find("CompanyID", companyID); })) {
+      write("DefaultContactName", [&] { return contacts->read("DisplayName"); });
+      write("DefaultContactPhoneNumber", [&] { return contacts->read("BusinessPhone_Main"); });
+      write("DefaultContactFaxNumber", [&] { return contacts->read("BusinessPhone_Fax"); });
+      write("DefaultContactEmail", [&] { return contacts->read("BusinessEmail"); });
     }
-  });
+  } else if (f.test([&] { return companies->find("CompanyID", companyID); })) {
+    for (const char* column : {"DefaultContactName", "DefaultContactPhoneNumber",
+                               "DefaultContactFaxNumber", "DefaultContactEmail"})
+      write(column, [] { return std::string(); });
+  }
 }
 
 bool isContactLookupField(const std::string& fieldName) {
@@ -189,46 +198,56 @@ void changeDefaultContactChangeLookupFieldValue(int32_t contactID) {
   ErrorFrame f(kScheduleLoc + "changeDefaultContactChangeLookupFieldValue");
   IDataAccess* db = openHostDatabase();
   if (!db) return;
-  apartment().setMousePointer(kPointerHourglass);
+  f.step([&] { apartment().setMousePointer(kPointerHourglass); });
   std::array<std::string, 5> lookup, values;
+  std::unique_ptr<Recordset> fields;
   f.step([&] {
-    Recordset fields(*db, "SELECT CustomFields.* FROM CustomFields;");
-    if (!fields.hasRow()) return;
-    for (size_t i = 0; i < lookup.size(); ++i) {
-      std::string n = std::to_string(i + 1);
-      std::string info = fields.read("RemittanceCustomInfo" + n);
-      if (!isContactLookupField(info)) continue;
-      std::string type = fields.read("RemittanceCustomType" + n);
-      if (!value::isBlank(type) && value::toInteger(type) == kContactLookupType) lookup[i] = info;
-    }
+    fields = std::make_unique<Recordset>(*db, "SELECT CustomFields.* FROM CustomFields;");
   });
+  if (fields && f.test([&] { return fields->hasRow(); })) {
+    for (size_t i = 0; i < lookup.size(); ++i) {
+      f.step([&] {
+        std::string n = std::to_string(i + 1);
+        std::string info = fields->read("RemittanceCustomInfo" + n);
+        if (!isContactLookupField(info)) return;
+        std::string type = fields->read("RemittanceCustomType" + n);
+        if (!value::isBlank(type) && value::toInteger(type) == kContactLookupType) lookup[i] = info;
+      });
+    }
+  }
+  fields.reset();
   bool anyLookup = false;
   for (const auto& name : lookup) anyLookup = anyLookup || !value::isBlank(name);
   if (anyLookup) {
-    std::optional<Recordset> contact;
+    std::unique_ptr<Recordset> contact;
+    bool found = false;
     f.step([&] {
-      contact.emplace(*db, kContacts);
-      if (!contact->find("ContactID", contactID)) return;
-      for (size_t i = 0; i < lookup.size(); ++i)
-        if (!value::isBlank(lookup[i])) values[i] = contact->read(lookup[i]);
-      for (auto& text : values) text = value::formatAsMmmDYyyy(text);
+      contact = std::make_unique<Recordset>(*db, kContacts);
+      found = contact->find("ContactID", contactID);
     });
+    if (found) {
+      for (size_t i = 0; i < lookup.size(); ++i)
+        if (!value::isBlank(lookup[i])) f.step([&] { values[i] = contact->read(lookup[i]); });
+      for (auto& text : values) f.step([&] { text = value::formatAsMmmDYyyy(text); });
+    }
+    std::unique_ptr<Recordset> schedule;
     f.step([&] {
-      Recordset schedule(
+      schedule = std::make_unique<Recordset>(
           *db,
           "SELECT Schedule.*, Schedule.ClientNum FROM Schedule WHERE Schedule.ClientNum = " +
               std::to_string(getClientDataIDFromContactID(contactID)) + ";",
           kLockOptimistic);
-      if (!schedule.hasRow()) return;
-      while (!schedule.eof()) {
+    });
+    if (schedule && f.test([&] { return schedule->hasRow(); })) {
+      while (f.test([&] { return !schedule->eof(); })) {
         for (size_t i = 0; i < lookup.size(); ++i)
           if (!value::isBlank(lookup[i]))
-            schedule.write("Custom" + std::to_string(i + 1), values[i]);
-        schedule.next();
+            f.step([&] { schedule->write("Custom" + std::to_string(i + 1), values[i]); });
+        if (!f.step([&] { schedule->next(); })) break;
       }
-    });
+    }
   }
-  apartment().setMousePointer(kPointerDefault);
+  f.onExit([&] { apartment().setMousePointer(kPointerDefault); });
 }
 
 }  // namespace dossync::hostdb

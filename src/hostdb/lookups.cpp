@@ -33,10 +33,10 @@ std::optional<std::string> lookUp(IDataAccess& db, const char* sql, const std::s
   return rs.read(column);
 }
 
-// A key read as text, converted; blank answers the fallback.
-int32_t toKey(const std::optional<std::string>& text, int32_t fallback) {
-  if (!text || value::isBlank(*text)) return fallback;
-  return value::toLong(*text);
+// Converts the key read, when a row was found, into `result`: a blank key is no number (type
+// mismatch), and leaves the result as it was.
+void toKey(const std::optional<std::string>& text, int32_t& result) {
+  if (text) result = value::toLong(*text);
 }
 
 int32_t keyLookUp(const std::string& name, const char* sql, const std::string& key, int32_t value,
@@ -44,7 +44,7 @@ int32_t keyLookUp(const std::string& name, const char* sql, const std::string& k
   ErrorFrame f(std::string(kDbLoc) + name);
   int32_t result = -1;
   f.step([&] {
-    if (IDataAccess* db = openHostDatabase()) result = toKey(lookUp(*db, sql, key, value, column), -1);
+    if (IDataAccess* db = openHostDatabase()) toKey(lookUp(*db, sql, key, value, column), result);
   });
   return result;
 }
@@ -81,7 +81,7 @@ int32_t getClientDataIDFromContactID(int32_t contactID) {
     if (!db) return;
     int32_t companyID = getCompanyIDFromContactID(contactID);
     if (validCompanyID(companyID))
-      result = toKey(lookUp(*db, kClientData, "CompanyIDNum", companyID, "ClientDataID"), -1);
+      toKey(lookUp(*db, kClientData, "CompanyIDNum", companyID, "ClientDataID"), result);
   });
   return result;
 }
@@ -89,20 +89,23 @@ int32_t getClientDataIDFromContactID(int32_t contactID) {
 int32_t getDefaultContactIDFromCompanyID(int32_t companyID) {
   ErrorFrame f(std::string(kDbLoc) + "getDefaultContactIDFromCompanyID");
   int32_t result = -1;
-  f.step([&] {
-    IDataAccess* db = openHostDatabase();
-    if (!db) return;
-    Recordset rs(*db, kContacts);
-    rs.find("CompanyNum", companyID);
-    while (!rs.eof()) {
-      if (value::toBoolean(rs.read("DefaultContact"))) {
-        result = toKey(rs.read("ContactID"), -1);
-        return;
-      }
-      apartment().doEvents();
-      rs.findNext();
+  IDataAccess* db = openHostDatabase();
+  if (!db) return result;
+  std::unique_ptr<Recordset> rs;
+  if (!f.step([&] {
+        rs = std::make_unique<Recordset>(*db, kContacts);
+        rs->find("CompanyNum", companyID);
+      }))
+    return result;
+  // A contact whose mark cannot be read is passed over; a walk that cannot go on ends.
+  while (f.test([&] { return !rs->eof(); })) {
+    if (f.test([&] { return value::toBoolean(rs->read("DefaultContact")); })) {
+      f.step([&] { toKey(rs->read("ContactID"), result); });
+      break;
     }
-  });
+    f.step([&] { apartment().doEvents(); });
+    if (!f.step([&] { rs->findNext(); })) break;
+  }
   return result;
 }
 
@@ -236,33 +239,38 @@ std::string getAddressBookCategoryName() {
 
 int32_t createNewHostCategory(const std::string& categoryName) {
   ErrorFrame f(kCatLoc + "createNewHostCategory");
+  IDataAccess* db = openHostDatabase();
+  if (!db) return 0;
+  std::string name = value::isBlank(categoryName) ? kHostCategoryDefaultName : categoryName;
+  std::string id;
   f.step([&] {
-    IDataAccess* db = openHostDatabase();
-    if (!db) return;
-    std::string name = value::isBlank(categoryName) ? kHostCategoryDefaultName : categoryName;
-    std::string id;
-    {
-      Recordset rs(*db, kCategories, kLockOptimistic);
-      if (rs.find("CategoryName", name)) {
-        id = rs.read("CategoryID");
-      } else {
-        rs.addNew();
-        rs.set("CategoryName", name);
-        id = rs.read("CategoryID");
-        rs.save();
-      }
-    }
-    Recordset host(*db, kHostCategory, kLockOptimistic);
-    if (host.hasRow()) {
-      host.write("CategoryName", name);
-      host.write("CategoryNum", id);
+    Recordset rs(*db, kCategories, kLockOptimistic);
+    if (rs.find("CategoryName", name)) {
+      id = rs.read("CategoryID");
     } else {
-      host.addNew();
-      host.set("CategoryName", name);
-      host.set("CategoryNum", id);
-      host.save();
+      rs.addNew();
+      rs.set("CategoryName", name);
+      id = rs.read("CategoryID");
+      rs.save();
     }
   });
+  std::unique_ptr<Recordset> host;
+  bool hasRow = false;
+  // A table that cannot tell whether it has a row gets neither a write nor a second row.
+  if (!f.step([&] {
+        host = std::make_unique<Recordset>(*db, kHostCategory, kLockOptimistic);
+        hasRow = host->hasRow();
+      }))
+    return 0;
+  if (hasRow) {
+    f.step([&] { host->write("CategoryName", name); });
+    f.step([&] { host->write("CategoryNum", id); });
+  } else {
+    f.step([&] { host->addNew(); });
+    f.step([&] { host->set("CategoryName", name); });
+    f.step([&] { host->set("CategoryNum", id); });
+    f.step([&] { host->save(); });
+  }
   return 0;
 }
 

@@ -2,7 +2,9 @@
 // category membership of categories, companies and contacts, and the category in which the
 // host files the clients it creates. Every procedure first asks whether the host database is
 // open and, when it is not, answers its initial result without touching the database.
-// A key column that is blank (no company, no category) answers the initial result.
+// The key look-ups convert the column they read as text: a blank one (a contact of no company)
+// is a type mismatch, reported, and the initial result is answered. The category procedures
+// test their blank columns first.
 // All run on the apartment's thread through its host data access object.
 #pragma once
 

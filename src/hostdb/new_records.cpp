@@ -53,21 +53,31 @@ int32_t addNewEntry() {
   IDataAccess* db = openHostDatabase();
   if (!db) return result;
   int32_t companyID = 0;
-  f.step([&] {
-    Recordset companies(*db, "SELECT Companies.* FROM Companies;", kLockOptimistic);
-    companies.addNew();
-    companies.set("CompanyName", "");
-    companies.set("CategoryNum", value::fromLong(getAddressBookDossieraCategory()));
-    companyID = value::toLong(companies.read("CompanyID"));
-    companies.save();
-  });
-  f.step([&] {
-    Recordset clients(*db, "SELECT ClientData.* FROM ClientData;", kLockOptimistic);
-    clients.addNew();
-    clients.set("CompanyIDNum", value::fromLong(companyID));
-    clients.save();
-    result = value::toLong(clients.read("ClientDataID"));
-  });
+  std::unique_ptr<Recordset> companies;
+  if (f.step([&] {
+        companies =
+            std::make_unique<Recordset>(*db, "SELECT Companies.* FROM Companies;", kLockOptimistic);
+        companies->addNew();
+      })) {
+    f.step([&] { companies->set("CompanyName", ""); });
+    f.step(
+        [&] { companies->set("CategoryNum", value::fromLong(getAddressBookDossieraCategory())); });
+    f.step([&] { companyID = value::toLong(companies->read("CompanyID")); });
+    f.step([&] { companies->save(); });
+    companies.reset();
+  }
+  std::unique_ptr<Recordset> clients;
+  if (f.step([&] {
+        clients = std::make_unique<Recordset>(*db, "SELECT ClientData.* FROM ClientData;",
+                                              kLockOptimistic);
+        clients->addNew();
+      })) {
+    f.step([&] { clients->set("CompanyIDNum", value::fromLong(companyID)); });
+    f.step([&] { clients->save(); });
+    f.step([&] { result = value::toLong(clients->read("ClientDataID")); });
+    clients.reset();
+  }
+  // Each detail row is only its key: a row whose key could not be set is not added.
   for (const DetailTable& table : kDetailTables) {
     f.step([&] {
       Recordset rs(*db, table.sql, kLockOptimistic);
@@ -86,29 +96,39 @@ int32_t addPersonnel(const std::string& name, std::optional<int32_t> category,
   IDataAccess* db = openHostDatabase();
   if (!db) return result;
   if (value::isBlank(name)) return -1;
-  std::string companyText;
+  std::unique_ptr<Recordset> contacts, companies;
   f.step([&] {
-    Recordset contacts(*db, "SELECT Contacts.* FROM Contacts;", kLockOptimistic);
-    Recordset companies(*db, "SELECT Companies.* FROM Companies;");
-    contacts.addNew();
-    PersonName parts = splitPersonName(name);
-    contacts.set("NamePrefix", parts.namePrefix);
-    contacts.set("FirstName", parts.firstName);
-    contacts.set("MiddleName", parts.middleName);
-    contacts.set("LastName", parts.lastName);
-    contacts.set("DisplayName", parts.displayName);
-    if (category) contacts.set("CategoryNum", value::fromLong(*category));
-    if (companyNum) {
-      contacts.set("CompanyNum", value::fromLong(*companyNum));
-      if (companies.find("CompanyID", *companyNum)) {
-        contacts.set("BusinessName", companies.read("CompanyName"));
-        contacts.set("InheritCompanyInfo", "True");
-      }
-    }
-    result = value::toLong(contacts.read("ContactID"));
-    companyText = contacts.read("CompanyNum");
-    contacts.save();
+    contacts =
+        std::make_unique<Recordset>(*db, "SELECT Contacts.* FROM Contacts;", kLockOptimistic);
   });
+  f.step(
+      [&] { companies = std::make_unique<Recordset>(*db, "SELECT Companies.* FROM Companies;"); });
+  if (!contacts || !f.step([&] { contacts->addNew(); })) return result;
+  auto set = [&](const char* field, const std::string& text) {
+    f.step([&] { contacts->set(field, text); });
+  };
+  PersonName parts = splitPersonName(name);
+  set("NamePrefix", parts.namePrefix);
+  set("FirstName", parts.firstName);
+  set("MiddleName", parts.middleName);
+  set("LastName", parts.lastName);
+  set("DisplayName", parts.displayName);
+  if (category) set("CategoryNum", value::fromLong(*category));
+  if (companyNum) {
+    set("CompanyNum", value::fromLong(*companyNum));
+    std::string companyName;
+    if (companies && f.test([&] { return companies->find("CompanyID", *companyNum); }) &&
+        f.step([&] { companyName = companies->read("CompanyName"); })) {
+      set("BusinessName", companyName);
+      set("InheritCompanyInfo", "True");
+    }
+  }
+  std::string companyText;
+  f.step([&] { result = value::toLong(contacts->read("ContactID")); });
+  f.step([&] { companyText = contacts->read("CompanyNum"); });
+  f.step([&] { contacts->save(); });
+  contacts.reset();
+  companies.reset();
   f.step([&] {
     if (!value::isBlank(companyText) && value::isNumeric(companyText))
       checkForDefault(value::toLong(companyText), true);

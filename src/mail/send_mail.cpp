@@ -21,17 +21,9 @@ bool clsOutlookSendMail::StartOutlook(const std::string& strProfile, const std::
   bool result = false;
   f.step([&] {
     // Attaching and starting fail quietly: without any Outlook the answer is just False.
-    ObjectPtr app;
-    try {
-      app = platform::getActiveObject(platform::kOutlookApplication);
-    } catch (const RuntimeError&) {
-      try {
-        app = platform::createObject(platform::kOutlookApplication);
-      } catch (const RuntimeError&) {
-        app = nullptr;
-      }
-    }
-    outlookApp_ = std::dynamic_pointer_cast<outlook::Application>(app);
+    bool created = false;
+    outlookApp_ = std::dynamic_pointer_cast<outlook::Application>(
+        platform::attachOrCreate(platform::kOutlookApplication, created));
   });
   if (!outlookApp_) return false;
   f.step([&] {

@@ -60,13 +60,14 @@ std::string hostToOutlook(clsOutlookSynchronization& c, const std::string& proce
   ErrorFrame f(kLoc + procedure);
   std::string result;
   bool found = false;
-  f.step([&] {
+  // A mapping that cannot be read decides nothing: Outlook is not searched then.
+  bool read = f.step([&] {
     hostdb::Recordset rs(syncDb(), c.mappingStatement());
     found = rs.find(keyColumn, key);
     if (found) result = rs.read("OutlookID");
   });
+  if (!read || found) return result;
   f.step([&] {
-    if (found) return;
     auto items = c.contactsFolder()->Items();
     auto item = items->Find("[FileAs] = \"" + nameOf(key) + "\"");
     if (item) result = item->EntryID();
@@ -82,54 +83,63 @@ int32_t outlookToHost(clsOutlookSynchronization& c, const std::string& procedure
   ErrorFrame f(kLoc + procedure);
   std::string result = "-1";
   bool found = false;
-  f.step([&] {
+  bool read = f.step([&] {
     hostdb::Recordset rs(syncDb(), c.mappingStatement());
     found = rs.find("OutlookID", entryID);
     if (found) result = rs.read(keyColumn);
   });
-  f.step([&] {
-    if (found) return;
-    auto folder = c.contactsFolder();
-    auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
-        c.outlookNameSpace()->GetItemFromID(entryID, folder->StoreID()));
-    if (!item) return;
-    std::string name = company ? item->CompanyName() : item->FullName();
-    hostdb::Recordset host(hostDb(), company ? "SELECT Companies.* From Companies;"
-                                             : "SELECT Contacts.* From Contacts;");
-    if (host.find(company ? "CompanyName" : "DisplayName", name))
-      result = host.read(company ? "CompanyID" : "ContactID");
-  });
+  if (read && !found) {
+    f.step([&] {
+      auto folder = c.contactsFolder();
+      auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
+          c.outlookNameSpace()->GetItemFromID(entryID, folder->StoreID()));
+      if (!item) return;
+      std::string name = company ? item->CompanyName() : item->FullName();
+      hostdb::Recordset host(hostDb(), company ? "SELECT Companies.* From Companies;"
+                                               : "SELECT Contacts.* From Contacts;");
+      if (host.find(company ? "CompanyName" : "DisplayName", name))
+        result = host.read(company ? "CompanyID" : "ContactID");
+    });
+  }
   int32_t number = -1;
   f.step([&] { number = value::isBlank(result) ? -1 : value::toLong(result); });
   return number;
 }
 
-// The four saves: find the row by findColumn = findValue; update it, or add a new one.
+// The four saves: find the row by the Outlook id or by the host key; update it field by field,
+// or add a new one. A find that fails decides nothing: no row is updated or added then.
 void saveMapping(clsOutlookSynchronization& c, const std::string& procedure, bool byOutlookID,
                  const char* keyColumn, int32_t key, const std::string& entryID) {
   ErrorFrame f(kLoc + procedure);
+  std::unique_ptr<hostdb::Recordset> rs;
+  bool found = false;
   f.step([&] {
-    hostdb::Recordset rs(syncDb(), c.mappingStatement(), hostdb::kLockOptimistic);
-    std::string now = value::toText(value::now());
-    bool found = byOutlookID ? rs.find("OutlookID", entryID) : rs.find(keyColumn, key);
-    if (found) {
-      rs.write("DataFileID", c.DataFileUniqueID());
-      if (byOutlookID) {
-        rs.write(keyColumn, std::to_string(key));
-      } else {
-        rs.write("OutlookID", entryID);
-      }
-      rs.write("DateLastSync", now);
-    } else {
-      rs.addNew();
-      rs.set("SchemeNum", std::to_string(c.SchemeID()));
-      rs.set("DataFileID", c.DataFileUniqueID());
-      rs.set(keyColumn, std::to_string(key));
-      rs.set("OutlookID", entryID);
-      rs.set("DateLastSync", now);
-      rs.save();
-    }
+    rs = std::make_unique<hostdb::Recordset>(syncDb(), c.mappingStatement(),
+                                             hostdb::kLockOptimistic);
   });
+  if (!rs) return;
+  if (!f.step(
+          [&] { found = byOutlookID ? rs->find("OutlookID", entryID) : rs->find(keyColumn, key); }))
+    return;
+  auto now = [] { return value::toText(value::now()); };
+  if (found) {
+    f.step([&] { rs->write("DataFileID", c.DataFileUniqueID()); });
+    if (byOutlookID) {
+      f.step([&] { rs->write(keyColumn, std::to_string(key)); });
+    } else {
+      f.step([&] { rs->write("OutlookID", entryID); });
+    }
+    f.step([&] { rs->write("DateLastSync", now()); });
+  } else {
+    f.step([&] { rs->addNew(); });
+    f.step([&] { rs->set("SchemeNum", std::to_string(c.SchemeID())); });
+    f.step([&] { rs->set("DataFileID", c.DataFileUniqueID()); });
+    f.step([&] { rs->set(keyColumn, std::to_string(key)); });
+    f.step([&] { rs->set("OutlookID", entryID); });
+    f.step([&] { rs->set("DateLastSync", now()); });
+    f.step([&] { rs->save(); });
+  }
+  f.step([&] { rs->close(); });
 }
 
 }  // namespace

@@ -99,8 +99,9 @@ void clsOutlookSynchronization::createTables(const std::string& path) {
   });
   f.step([&] { catalog->appendTable(outlookSchemeTable()); });
   f.step([&] { catalog->appendTable(outlookSyncTable()); });
-  f.step([&] { connection->close(); });
-  if (connection && connection->isOpen()) connection->close();
+  f.onExit([&] {
+    if (connection && connection->isOpen()) connection->close();
+  });
 }
 
 bool clsOutlookSynchronization::doesTableExist(const ObjectPtr& connectionObject) {
@@ -152,22 +153,20 @@ bool clsOutlookSynchronization::verifySyncDatabase(const std::string& path) {
 
 void clsOutlookSynchronization::openOutlookSyncDatabase(const std::string& path) {
   ErrorFrame f(kLoc + "openOutlookSyncDatabase");
-  f.step([&] { apartment().syncDb = openDataAccess(path, appName_); });
-  f.step([&] {
-    auto& db = apartment().syncDb;
-    if (!db || !db->isDatabaseOpen()) {
+  if (!openDataAccess(f, apartment().syncDb, path, appName_)) {
+    f.step([&] {
       if (auto mb = messageBox()) {
         mb->showMessage(
             "The outlook synchronization wizard was not able to access the synchronization "
             "database and needs to close.",
             3, self(), 0, 0, 101);
       }
-      failedToInitialize_ = true;
-      return;
-    }
-    // Only dossync writes this database: a run's pairings may be committed a few at a time.
-    db->groupWrites(true);
-  });
+    });
+    failedToInitialize_ = true;
+    return;
+  }
+  // Only dossync writes this database: a run's pairings may be committed a few at a time.
+  f.step([&] { apartment().syncDb->groupWrites(true); });
 }
 
 }  // namespace dossync

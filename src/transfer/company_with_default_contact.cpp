@@ -62,17 +62,19 @@ std::string clsOutlookSynchronization::createNewDossieraCompanyWithDefaultContac
   f.step([&] { item.setCategories(outlookCategory_); });
   for (const Field& fld : kCompanyPart) copy(*company, fld.column, fld.property);
 
-  f.step([&] {
-    contacts = std::make_unique<hostdb::Recordset>(*db, "SELECT Contacts.* FROM Contacts;");
-    contacts->find("CompanyNum", companyID);
-    while (!contacts->eof()) {
-      if (value::toBoolean(contacts->read("DefaultContact"))) {
+  // The company's first contact marked default; one whose mark cannot be read is passed over.
+  if (f.step([&] {
+        contacts = std::make_unique<hostdb::Recordset>(*db, "SELECT Contacts.* FROM Contacts;");
+        contacts->find("CompanyNum", companyID);
+      })) {
+    while (f.test([&] { return !contacts->eof(); })) {
+      if (f.test([&] { return value::toBoolean(contacts->read("DefaultContact")); })) {
         haveDefault = true;
         break;
       }
-      contacts->findNext();
+      if (!f.step([&] { contacts->findNext(); })) break;
     }
-  });
+  }
   if (haveDefault) {
     hostdb::Recordset& c = *contacts;
     for (const Field& fld : kContactPersonal) copy(c, fld.column, fld.property);
@@ -95,11 +97,11 @@ std::string clsOutlookSynchronization::createNewDossieraCompanyWithDefaultContac
     copy(c, "BusinessEmail", P::Email2Address);
   }
 
-  f.step([&] {
-    std::string name = company->read("CompanyName");
-    item.setFileAs(name);
-    showStatus(name);
-  });
+  std::string name;
+  if (f.step([&] { name = company->read("CompanyName"); })) {
+    f.step([&] { item.setFileAs(name); });
+    f.step([&] { showStatus(name); });
+  }
   f.step([&] { result = transfer::saveItem(*this, opened); });
   return result;
 }

@@ -54,31 +54,44 @@ std::string clsOutlookSynchronization::createNewDossieraContactInOutlook(
   copy("BusinessJobTitle", P::JobTitle);
   copy("BusinessDepartment", P::Department);
   copy("BusinessOffice", P::OfficeLocation);
+  // The company's address and numbers when the contact inherits them from a company that
+  // exists. Once the company is found the contact counts as inherited: a field that then fails
+  // to copy is not replaced by the contact's own.
   bool inherited = false;
+  std::unique_ptr<hostdb::Recordset> company;
+  std::string companyNum;
+  if (f.test([&] { return value::toBoolean(c.read("InheritCompanyInfo")); }) &&
+      f.step([&] { companyNum = c.read("CompanyNum"); }) && !value::isBlank(companyNum) &&
+      value::isNumeric(companyNum)) {
+    f.step([&] {
+      company = std::make_unique<hostdb::Recordset>(*db, "SELECT Companies.* FROM Companies;");
+      inherited = company->find("CompanyID", value::toLong(companyNum));
+    });
+  }
+  if (inherited) {
+    hostdb::Recordset& co = *company;
+    auto inherit = [&](const char* column, P p) { f.step([&] { item.set(p, co.read(column)); }); };
+    inherit("Address", P::BusinessAddressStreet);
+    inherit("City", P::BusinessAddressCity);
+    inherit("Province", P::BusinessAddressState);
+    inherit("PostalCode", P::BusinessAddressPostalCode);
+    inherit("Country", P::BusinessAddressCountry);
+    // The contact's number, else the company's, else none is assigned.
+    auto number = [&](const char* own, const char* companys, P p) {
+      f.step([&] {
+        std::string mine = c.read(own);
+        if (!value::isBlank(mine)) {
+          item.set(p, mine);
+        } else if (!value::isBlank(co.read(companys))) {
+          item.set(p, co.read(companys));
+        }
+      });
+    };
+    number("BusinessPhone_Main", "OfficeNumber", P::BusinessTelephoneNumber);
+    number("BusinessPhone_Fax", "FaxNumber", P::BusinessFaxNumber);
+  }
   f.step([&] {
-    if (!value::toBoolean(c.read("InheritCompanyInfo"))) return;
-    std::string num = c.read("CompanyNum");
-    if (value::isBlank(num) || !value::isNumeric(num)) return;
-    hostdb::Recordset company(*db, "SELECT Companies.* FROM Companies;");
-    if (!company.find("CompanyID", value::toLong(num))) return;
-    item.setBusinessAddressStreet(company.read("Address"));
-    item.setBusinessAddressCity(company.read("City"));
-    item.setBusinessAddressState(company.read("Province"));
-    item.setBusinessAddressPostalCode(company.read("PostalCode"));
-    item.setBusinessAddressCountry(company.read("Country"));
-    std::string phone = c.read("BusinessPhone_Main");
-    if (!value::isBlank(phone)) {
-      item.setBusinessTelephoneNumber(phone);
-    } else if (!value::isBlank(company.read("OfficeNumber"))) {
-      item.setBusinessTelephoneNumber(company.read("OfficeNumber"));
-    }
-    std::string fax = c.read("BusinessPhone_Fax");
-    if (!value::isBlank(fax)) {
-      item.setBusinessFaxNumber(fax);
-    } else if (!value::isBlank(company.read("FaxNumber"))) {
-      item.setBusinessFaxNumber(company.read("FaxNumber"));
-    }
-    inherited = true;
+    if (company) company->close();
   });
   if (!inherited) {
     copy("BusinessAddress", P::BusinessAddressStreet);
@@ -94,15 +107,13 @@ std::string clsOutlookSynchronization::createNewDossieraContactInOutlook(
   copy("BusinessEmail", P::Email1Address);
 
   // The file-as name follows the two contact-only information types.
-  f.step([&] {
-    if (syncInformationType_ == contactOnlyShowContactName) {
-      item.setFileAs(c.read("DisplayName"));
-      showStatus(c.read("DisplayName"));
-    } else if (syncInformationType_ == contactOnlyShowCompanyName) {
-      item.setFileAs(c.read("BusinessName"));
-      showStatus(c.read("BusinessName"));
-    }
-  });
+  const char* fileAs = syncInformationType_ == contactOnlyShowContactName   ? "DisplayName"
+                       : syncInformationType_ == contactOnlyShowCompanyName ? "BusinessName"
+                                                                            : nullptr;
+  if (fileAs) {
+    f.step([&] { item.setFileAs(c.read(fileAs)); });
+    f.step([&] { showStatus(c.read(fileAs)); });
+  }
   f.step([&] { result = transfer::saveItem(*this, opened); });
   return result;
 }

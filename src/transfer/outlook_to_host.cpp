@@ -97,19 +97,22 @@ int32_t clsOutlookSynchronization::createNewOutlookCompanyWithDefaultContactInDo
     int32_t contactID = -1;
     std::unique_ptr<hostdb::Recordset> contact;
     bool contactFound = false;
-    f.step([&] {
-      hostdb::Recordset existing(*db, "SELECT Contacts.* FROM Contacts;");
-      contactID = getOutlookContactID(outlookEntryID);
-      if (!existing.find("ContactID", contactID)) {
-        contactID = hostdb::addPersonnel(item->FullName(), std::nullopt, companyID);
-        ++counters_.contactsCreated;
-      }
-    });
-    f.step([&] {
-      contact = std::make_unique<hostdb::Recordset>(*db, "SELECT Contacts.* FROM Contacts;",
-                                                    hostdb::kLockOptimistic);
-      contactFound = contact->find("ContactID", contactID);
-    });
+    // A pairing that could not be looked up is not taken for "no contact yet": no second
+    // contact is made then, and the contact's columns are left as they are.
+    if (f.call([&] { contactID = getOutlookContactID(outlookEntryID); })) {
+      f.step([&] {
+        hostdb::Recordset existing(*db, "SELECT Contacts.* FROM Contacts;");
+        if (!existing.find("ContactID", contactID)) {
+          contactID = hostdb::addPersonnel(item->FullName(), std::nullopt, companyID);
+          ++counters_.contactsCreated;
+        }
+      });
+      f.step([&] {
+        contact = std::make_unique<hostdb::Recordset>(*db, "SELECT Contacts.* FROM Contacts;",
+                                                      hostdb::kLockOptimistic);
+        contactFound = contact->find("ContactID", contactID);
+      });
+    }
     if (contactFound) {
       hostdb::Recordset& c = *contact;
       for (const Column& col : kContactNames)
@@ -129,11 +132,9 @@ int32_t clsOutlookSynchronization::createNewOutlookCompanyWithDefaultContactInDo
         f.step([&] { c.write(col.column, item->get(col.property)); });
       f.step([&] { saveOutlookContactID(outlookEntryID, contactID); });
     }
-    f.step([&] {
-      contact.reset();
-      result = companyID;
-      saveOutlookCompanyID(outlookEntryID, companyID);
-    });
+    contact.reset();
+    result = companyID;
+    f.step([&] { saveOutlookCompanyID(outlookEntryID, companyID); });
   }
   refreshData_ = true;
   return result;

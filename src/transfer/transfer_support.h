@@ -18,7 +18,8 @@ struct OpenedItem {
   bool existing = false;  // the paired item was found; otherwise a new unsaved one
 };
 
-// The item with that entry id in the default contacts folder, else a new contact item.
+// The item with that entry id in the default contacts folder, else a new contact item. One
+// step for the caller: a paired item that could not be looked up is not replaced by a new one.
 OpenedItem openOrCreateContact(clsOutlookSynchronization& c, const std::string& outlookEntryID);
 
 // Host "Gender" text -> Outlook gender: "MALE" 2, "FEMALE" 1, anything else 0 (any case).

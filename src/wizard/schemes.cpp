@@ -35,17 +35,22 @@ void frmWizard::populateOutlookSchemesList() {
   ErrorFrame f("kvlabeldx3.dll-frmWizard-populateOutlookSchemesList");
   std::unique_ptr<hostdb::Recordset> rs;
   f.step([&] { rs = std::make_unique<hostdb::Recordset>(syncDb(), kSchemesSql); });
+  Control* combo = nullptr;
   f.step([&] {
-    Control& combo = control("cboSavedScheme");
-    combo.items.clear();
-    combo.listIndex = -1;
-    combo.text.clear();
-    combo.items.push_back({kPrompt, 0});
-    if (rs) {
-      for (; !rs->eof(); rs->next())
-        combo.items.push_back({rs->read("SchemeName"), value::toLong(rs->read("SchemeID"))});
-    }
+    combo = &control("cboSavedScheme");
+    combo->items.clear();
+    combo->listIndex = -1;
+    combo->text.clear();
+    combo->items.push_back({kPrompt, 0});
   });
+  if (rs && combo) {
+    while (f.test([&] { return !rs->eof(); })) {
+      f.step([&] {
+        combo->items.push_back({rs->read("SchemeName"), value::toLong(rs->read("SchemeID"))});
+      });
+      if (!f.step([&] { rs->next(); })) break;
+    }
+  }
   f.step([&] { setComboIndex(0); });
   f.step([&] {
     if (rs) rs->close();
@@ -76,24 +81,30 @@ void frmWizard::cboSavedScheme_Click() {
   f.step([&] { populateOutlookScheme(schemeID); });
   f.step([&] { populateOutlookSchemeSettings(); });
   f.step([&] { selection().clear(); });
+  SelectionCollection* s = nullptr;
+  int32_t direction = 0;
   f.step([&] {
     rows = std::make_unique<hostdb::Recordset>(syncDb(), schemeRowsSql(schemeID));
-    SelectionCollection& s = selection();
-    int32_t direction = owner().SyncDirectionType();
-    while (!rows->eof()) {
-      if (direction == syncFromDossieraToOutlook) {
+    s = &selection();
+    direction = owner().SyncDirectionType();
+  });
+  // One entry per row; any other direction neither uses the row nor moves past it.
+  while (rows && s && f.test([&] { return !rows->eof(); })) {
+    if (direction == syncFromDossieraToOutlook) {
+      f.step([&] {
         std::string company = rows->read("CompanyNum");
         std::string contact = rows->read("ContactNum");
-        if (!value::isBlank(company)) s.add(company, "", "");
-        else if (!value::isBlank(contact)) s.add("", contact, "");
-        rows->next();
-      } else if (direction == syncFromOutlookToDossiera) {
-        s.add("", "", rows->read("OutlookID"));
-        rows->next();
-      }
-      // Any other direction neither uses the row nor moves past it.
+        if (!value::isBlank(company))
+          s->add(company, "", "");
+        else if (!value::isBlank(contact))
+          s->add("", contact, "");
+      });
+      if (!f.step([&] { rows->next(); })) break;
+    } else if (direction == syncFromOutlookToDossiera) {
+      f.step([&] { s->add("", "", rows->read("OutlookID")); });
+      if (!f.step([&] { rows->next(); })) break;
     }
-  });
+  }
   f.step([&] {
     if (scheme) scheme->close();
     if (rows) rows->close();
@@ -104,26 +115,28 @@ void frmWizard::populateOutlookScheme(int32_t schemeID) {
   ErrorFrame f("kvlabeldx3.dll-frmWizard-populateOutlookScheme");
   std::unique_ptr<hostdb::Recordset> rs;
   bool found = false;
+  clsOutlookSynchronization* target = nullptr;
   f.step([&] {
+    target = &owner();
     rs = std::make_unique<hostdb::Recordset>(
         syncDb(), "SELECT OutlookScheme.* From OutlookScheme WHERE DataFileID = '" +
-                      owner().DataFileUniqueID() + "';");
+                      target->DataFileUniqueID() + "';");
     found = rs->find("SchemeID", std::to_string(schemeID));
   });
   if (!found) return;
   std::string infoType, syncType;
-  f.step([&] {
-    clsOutlookSynchronization& o = owner();
-    o.setCompanyList(rs->read("CompanyListType") == "1" ? Dossiera : AddressBook);
-    o.setOutlookCategory(rs->read("ContactsCategory"));
-    o.setProfile(rs->read("ProfileName"));
-    o.setPassword(rs->read("ProfilePassword"));
-    syncType = rs->read("SyncType");
-    infoType = rs->read("InfoType");
-    if (syncType == "1" || syncType == "2" || syncType == "3") o.setSyncDirectionType(value::toLong(syncType));
-    if (infoType == "1" || infoType == "2" || infoType == "3" || infoType == "4")
-      o.setSyncInformationType(value::toLong(infoType));
-  });
+  // Each setting is taken on its own.
+  clsOutlookSynchronization& o = *target;
+  f.step([&] { o.setCompanyList(rs->read("CompanyListType") == "1" ? Dossiera : AddressBook); });
+  f.step([&] { o.setOutlookCategory(rs->read("ContactsCategory")); });
+  f.step([&] { o.setProfile(rs->read("ProfileName")); });
+  f.step([&] { o.setPassword(rs->read("ProfilePassword")); });
+  f.step([&] { syncType = rs->read("SyncType"); });
+  f.step([&] { infoType = rs->read("InfoType"); });
+  if (syncType == "1" || syncType == "2" || syncType == "3")
+    o.setSyncDirectionType(value::toLong(syncType));
+  if (infoType == "1" || infoType == "2" || infoType == "3" || infoType == "4")
+    o.setSyncInformationType(value::toLong(infoType));
   f.step([&] {
     clsOutlookSynchronization& o = owner();
     control("txtContactsCategory").text = o.OutlookCategory();
@@ -197,11 +210,18 @@ void frmWizard::cmdDeleteScheme_Click() {
   });
   if (!found) return;
   f.step([&] { scheme->remove(); });
+  std::unique_ptr<hostdb::Recordset> rows;
   f.step([&] {
-    hostdb::Recordset rows(syncDb(), schemeRowsSql(schemeID), hostdb::kLockOptimistic);
-    for (; !rows.eof(); rows.next()) rows.remove();
-    rows.close();
+    rows = std::make_unique<hostdb::Recordset>(syncDb(), schemeRowsSql(schemeID),
+                                               hostdb::kLockOptimistic);
   });
+  if (rows) {
+    while (f.test([&] { return !rows->eof(); })) {
+      f.step([&] { rows->remove(); });
+      if (!f.step([&] { rows->next(); })) break;
+    }
+    rows.reset();
+  }
   f.step([&] { scheme->close(); });
   f.step([&] { resetScheme(); });
 }
@@ -253,11 +273,13 @@ void frmWizard::cmdSaveScheme_Click() {
     put("SyncType", std::to_string(selectedOption("optSynchDirection")));
   };
   if (schemeID >= 1) {
-    f.step([&] {
-      rs->write("SchemeName", name);
-      rs->write("DataFileID", owner().DataFileUniqueID());
-      settings([&](const std::string& field, const std::string& v) { rs->write(field, v); });
-    });
+    // Each field is written (and saved) on its own.
+    auto write = [&](const std::string& field, const std::string& v) {
+      f.step([&] { rs->write(field, v); });
+    };
+    write("SchemeName", name);
+    write("DataFileID", owner().DataFileUniqueID());
+    f.step([&] { settings(write); });
   } else {
     f.step([&] {
       rs->addNew();
@@ -267,19 +289,30 @@ void frmWizard::cmdSaveScheme_Click() {
       rs->save();
     });
   }
-  f.step([&] {
+  // One OutlookSync row per chosen record, each added on its own.
+  std::unique_ptr<hostdb::Recordset> rows;
+  if (!f.test([&] { return selection().isEmpty(); }, true)) {
+    f.step([&] {
+      rows = std::make_unique<hostdb::Recordset>(syncDb(), "SELECT OutlookSync.* From OutlookSync;",
+                                                 hostdb::kLockOptimistic);
+    });
+  }
+  if (rows) {
     SelectionCollection& s = selection();
-    if (s.isEmpty()) return;
-    hostdb::Recordset rows(syncDb(), "SELECT OutlookSync.* From OutlookSync;", hostdb::kLockOptimistic);
-    for (s.moveFirst(); !s.atEnd(); s.moveNext()) {
-      rows.addNew();
-      rows.set("SchemeNum", std::to_string(schemeID));
-      rows.set("CompanyNum", s.member(1));
-      rows.set("ContactNum", s.member(2));
-      rows.set("OutlookID", s.member(3));
-      rows.save();
+    f.step([&] { s.moveFirst(); });
+    while (f.test([&] { return !s.atEnd(); })) {
+      f.step([&] {
+        rows->addNew();
+        rows->set("SchemeNum", std::to_string(schemeID));
+        rows->set("CompanyNum", s.member(1));
+        rows->set("ContactNum", s.member(2));
+        rows->set("OutlookID", s.member(3));
+        rows->save();
+      });
+      if (!f.step([&] { s.moveNext(); })) break;
     }
-  });
+    rows.reset();
+  }
   f.step([&] {
     if (rs) rs->close();
   });

@@ -59,6 +59,19 @@ sqlite3 "$h" "UPDATE Contacts SET Birthday = 'someday' WHERE ContactID = 10;"
 sync --select 1 >/dev/null 2>"$work/err"; same "leave exit code" $? 0
 grep -q "error 13: .*someday.*createNewDossieraCompanyWithDefaultContactInOutlook" "$work/err" && ok || { bad "error report"; cat "$work/err"; }
 sync --select 1 --on-error exit >/dev/null 2>&1; same "exit action exit code" $? 3
+same "a failed transfer keeps the pairing" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")" "$alpha"
+
+# A run that cannot reach the store spoils no pairing, and the next good run adds no duplicates.
+sqlite3 "$h" "UPDATE Contacts SET Birthday = NULL WHERE ContactID = 10;"
+before=$(count)
+mv "$cards" "$cards.away" && touch "$cards"
+sync --select 1,2,3 >/dev/null 2>"$work/err"
+rm "$cards" && mv "$cards.away" "$cards"
+grep -q "error" "$work/err" && ok || bad "unreachable store not reported"
+same "pairing kept without the store" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")" "$alpha"
+sync --select 1,2,3 >/dev/null
+same "only the new company gets a card" "$(count)" $((before + 1))
+same "paired card updated again" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")" "$alpha"
 
 # Start-up failures and usage.
 echo "junk junk junk junk junk junk junk junk" >"$work/junk.db"

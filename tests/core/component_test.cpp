@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "core/apartment.h"
+#include "core/platform.h"
 #include "test_support.h"
 
 namespace dossync {
@@ -118,6 +119,26 @@ TEST_F(ComponentTest, HostDatabaseOpensThroughTheApartmentsDataAccessObject) {
   clsOutlookSynchronization other;
   EXPECT_TRUE(other.openMainDatabase(host));
   EXPECT_TRUE(apartment().hostDb->isDatabaseOpen());
+}
+
+TEST_F(ComponentTest, ADatabaseThatFailsToOpenLeavesNoEarlierOneAnswering) {
+  testing::Host host(dir);
+  ASSERT_TRUE(apartment().hostDb->isDatabaseOpen());
+  ASSERT_TRUE(apartment().syncDb->isDatabaseOpen());
+  platform::registerClass(platform::kDataAccess, [] {
+    auto db = std::make_shared<testing::FaultyDataAccess>();
+    db->fails = [](const std::string& call) { return call == "openDatabase"; };
+    return db;
+  });
+  clsOutlookSynchronization& c = *host.component;
+  EXPECT_FALSE(c.openMainDatabase(host.hostPath));
+  c.openOutlookSyncDatabase(host.syncPath);
+  for (auto* db : {&apartment().hostDb, &apartment().syncDb}) {
+    ASSERT_NE(*db, nullptr);
+    EXPECT_FALSE((*db)->isDatabaseOpen());
+  }
+  EXPECT_TRUE(c.FailedToInitializeFlag());
+  EXPECT_EQ(host.errors->errors.size(), 2u);
 }
 
 TEST_F(ComponentTest, WithoutAnErrorServiceNothingIsRecordedAndNothingEscapes) {

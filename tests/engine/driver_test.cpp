@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include "app/outlook_wiring.h"
+#include "core/apartment.h"
+#include "core/platform.h"
 #include "core/synchronization.h"
 #include "test_support.h"
 
@@ -137,6 +140,54 @@ TEST_F(DriverTest, ProgressRunsUnderTheDialogAndMayPassItsMaximum) {
   EXPECT_EQ(c().progressDialog(), nullptr);  // released afterwards
   EXPECT_NE(mapped(5), "");
   EXPECT_TRUE(host->errors->errors.empty()) << host->errors->errors[0].description();
+}
+
+TEST_F(DriverTest, ARunThatCannotReachOutlookSpoilsNoPairingAndTheNextRunMakesNoDuplicates) {
+  select({1, 3, 5});
+  c().StopOutlook();
+  platform::unregisterClass(platform::kOutlookApplication);
+  c().Synchronize();
+  EXPECT_FALSE(host->errors->errors.empty());
+  EXPECT_EQ(mapped(1), mapped1);    // the transfer failed: the pairing stays
+  EXPECT_EQ(mapped(2), mapped2);    // not chosen, found in the mapping: rewritten as it was
+  for (int company : {3, 4, 5, 6})  // the look-up in Outlook failed: nothing paired or made
+    EXPECT_EQ(mapped(company), "<0 rows>") << company;
+
+  app::registerOutlook("vdir:" + host->outlookRoot);
+  host->errors->errors.clear();
+  c().Synchronize();
+  EXPECT_TRUE(host->errors->errors.empty());
+  EXPECT_EQ(itemCount(), 5);  // only company 5 is new
+  EXPECT_EQ(mapped(1), mapped1);
+  EXPECT_EQ(item(mapped1)->CompanyName(), "Mapped Chosen");
+  EXPECT_EQ(mapped(3), named3);
+  EXPECT_EQ(mapped(4), named4);
+}
+
+TEST_F(DriverTest, AMappingThatCannotBeReadLeavesTheRowAndMakesNoItem) {
+  auto sync = testing::installFaulty(apartment().syncDb, host->syncPath);
+  sync->fails = [](const std::string& call) { return call == "readField OutlookID"; };
+  select({1, 5});
+  c().Synchronize();
+  ASSERT_EQ(host->errors->errors.size(), 2u);  // companies 1 and 2 have mapping rows
+  EXPECT_EQ(host->errors->errorLocations[0],
+            "kvoutlookdx.dll-clsOutlookSynchronization-getCompanyOutlookID");
+  EXPECT_EQ(mapped(1), mapped1);
+  EXPECT_EQ(mapped(2), mapped2);
+  EXPECT_NE(mapped(5), "");   // an unmapped company is still transferred
+  EXPECT_EQ(itemCount(), 5);  // and it is the only new item
+}
+
+TEST_F(DriverTest, AWalkWhoseEndCannotBeToldStopsInsideItsOwnFrame) {
+  host->errors->action = kActionResume;
+  auto db = testing::installFaulty(apartment().hostDb, host->hostPath);
+  db->fails = [](const std::string& call) { return call == "isEOF"; };
+  select({1});
+  EXPECT_NO_THROW(c().SynchronizeContacts());
+  ASSERT_EQ(host->errors->errors.size(), 1u);
+  EXPECT_EQ(host->errors->errorLocations[0],
+            "kvoutlookdx.dll-clsOutlookSynchronization-SynchronizeContacts");
+  EXPECT_EQ(c().counters().rowsWalked, 0);
 }
 
 }  // namespace

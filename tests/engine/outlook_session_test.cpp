@@ -21,6 +21,7 @@ class RecordingNameSpace : public outlook::NameSpace {
   void Logon(std::optional<std::string> p, std::optional<std::string> pw, std::optional<bool> d,
              std::optional<bool> n) override {
     log_.push_back({p, pw, d, n});
+    if (pw == "refused") throw RuntimeError(kOutlookOperationFailed, "Logon refused");
     real_->Logon(p, pw, d, n);
   }
   std::shared_ptr<outlook::MAPIFolder> GetDefaultFolder(int32_t f) override {
@@ -113,12 +114,31 @@ TEST_F(OutlookSessionTest, StartingOutlookSetsTheCloseFlagAndStopOnlyLetsGo) {
 }
 
 TEST_F(OutlookSessionTest, NoOutlookAtAllAnswersFalseQuietly) {
-  platform::unregisterClass(platform::kOutlookApplication);
   auto errors = std::make_shared<testing::RecordingErrorService>();
   clsOutlookSynchronization c;
   c.setErrorClass(errors);
+  platform::unregisterClass(platform::kOutlookApplication);
   EXPECT_FALSE(c.StartOutlook());
+  // However attaching and starting fail, they fail in place.
+  platform::Factory broken = []() -> ObjectPtr { throw std::runtime_error("no COM here"); };
+  platform::registerClass(platform::kOutlookApplication, broken, broken);
+  EXPECT_FALSE(c.StartOutlook());
+  EXPECT_TRUE(c.closeOutlookWhenFinished());
   EXPECT_TRUE(errors->errors.empty());
+}
+
+TEST_F(OutlookSessionTest, AFailedLogonIsReportedAndAPasswordAloneStillAnswersFalse) {
+  registerOutlook(true);
+  auto errors = std::make_shared<testing::RecordingErrorService>();
+  errors->action = kActionResume;
+  clsOutlookSynchronization c;
+  c.setErrorClass(errors);
+  c.setPassword("refused");
+  EXPECT_FALSE(c.StartOutlook());
+  c.setProfile("work");
+  EXPECT_TRUE(c.StartOutlook());
+  ASSERT_EQ(errors->errors.size(), 2u);
+  EXPECT_EQ(errors->errors[0].description(), "Logon refused");
 }
 
 }  // namespace

@@ -40,11 +40,9 @@ class LookupsTest : public testing::ApartmentTest {
 
 TEST_F(LookupsTest, KeyLookUps) {
   EXPECT_EQ(getCompanyIDFromContactID(22), 11);
-  EXPECT_EQ(getCompanyIDFromContactID(23), -1);  // no company
   EXPECT_EQ(getCompanyIDFromContactID(99), -1);
   EXPECT_EQ(getCompanyIDFromClientDataID(101), 11);
   EXPECT_EQ(getClientDataIDFromContactID(20), 100);
-  EXPECT_EQ(getClientDataIDFromContactID(23), -1);
   EXPECT_EQ(getDefaultContactIDFromCompanyID(10), 21);  // the first default in table order
   EXPECT_EQ(getDefaultContactIDFromCompanyID(11), -1);
   EXPECT_EQ(getCompanyNameFromCompanyID(13), "Supplier Co");
@@ -52,6 +50,16 @@ TEST_F(LookupsTest, KeyLookUps) {
   // Contact names are looked for in the companies table, which has no ContactID column.
   EXPECT_EQ(getContactNameFromContactID(20), "");
   EXPECT_TRUE(errors->errors.empty());
+}
+
+TEST_F(LookupsTest, ABlankKeyIsATypeMismatchAndAnswersTheInitialResult) {
+  testing::execSql(host, "INSERT INTO ClientData (ClientDataID, CompanyIDNum) VALUES (102, NULL);");
+  EXPECT_EQ(getCompanyIDFromContactID(23), -1);  // a contact of no company
+  EXPECT_EQ(getCompanyIDFromClientDataID(102), -1);
+  ASSERT_EQ(errors->errors.size(), 2u);
+  for (const auto& e : errors->errors) EXPECT_EQ(e.number(), kTypeMismatch);
+  EXPECT_EQ(errors->errorLocations[0],
+            "Dossiera.exe-modDatabaseFunctions-getCompanyIDFromContactID");
 }
 
 TEST_F(LookupsTest, ExistenceTests) {

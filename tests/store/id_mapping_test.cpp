@@ -34,7 +34,8 @@ class IdMappingTest : public testing::ApartmentTest {
   std::vector<std::string> rows() {
     return querySql(host->syncPath,
                     "SELECT SchemeNum || '|' || DataFileID || '|' || ifnull(CompanyNum, '') || '|' "
-                    "|| ifnull(ContactNum, '') || '|' || OutlookID FROM OutlookSync ORDER BY SyncID;");
+                    "|| ifnull(ContactNum, '') || '|' || ifnull(OutlookID, '') FROM OutlookSync "
+                    "ORDER BY SyncID;");
   }
   std::unique_ptr<testing::Host> host;
 };
@@ -69,6 +70,20 @@ TEST_F(IdMappingTest, SavesUpdateOneRowPerSchemeAndDataFile) {
   c().saveOutlookCompanyID("", -1);
   EXPECT_EQ(rows().back(), "4|DF1|-1||");
   EXPECT_EQ(querySql(host->syncPath, "SELECT count(*) FROM OutlookSync WHERE DateLastSync IS NULL;")[0], "0");
+}
+
+TEST_F(IdMappingTest, ResumingASaveGoesOnWithTheNextField) {
+  host->errors->action = kActionResume;
+  std::string tooLong(101, 'x');  // the column holds 100 characters
+  c().saveCompanyOutlookID(1, tooLong);
+  c().saveCompanyOutlookID(2, "E2");
+  c().saveCompanyOutlookID(2, tooLong);
+  EXPECT_EQ(rows(), (std::vector<std::string>{"-1|DF1|1||", "-1|DF1|2||E2"}));
+  EXPECT_EQ(
+      querySql(host->syncPath, "SELECT count(*) FROM OutlookSync WHERE DateLastSync IS NULL;")[0],
+      "0");
+  ASSERT_EQ(host->errors->errors.size(), 2u);
+  EXPECT_EQ(host->errors->errors[0].number(), kFieldTooSmall);
 }
 
 TEST_F(IdMappingTest, OutlookToHostUsesTheMappingThenTheCompanyName) {

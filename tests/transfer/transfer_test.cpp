@@ -149,6 +149,29 @@ TEST_F(TransferTest, ContactWithInheritedCompanyAddressAndFallBackNumbers) {
             outlook::olUnspecified);
 }
 
+TEST_F(TransferTest, ResumingAfterAFailedReadGoesOnWithTheNextStatement) {
+  host->errors->action = kActionResume;
+  auto db = testing::installFaulty(apartment().hostDb, host->hostPath);
+  // An inherited address stays inherited around the company field that failed.
+  db->fails = [](const std::string& call) { return call == "readField Province"; };
+  std::string id = existing([](outlook::ContactItem& i) { i.setBusinessAddressStreet("old"); });
+  EXPECT_EQ(c().createNewDossieraContactInOutlook(10, id), id);
+  auto contact = item(id);
+  EXPECT_EQ(contact->BusinessAddressStreet(), "1 Main St");
+  EXPECT_EQ(contact->BusinessAddressCity(), "Ottawa");
+  EXPECT_EQ(contact->BusinessAddressCountry(), "Canada");
+  EXPECT_EQ(contact->BusinessFaxNumber(), "613-555-0199");
+  // The search for the default contact passes over a mark it cannot read.
+  int reads = 0;
+  db->fails = [&](const std::string& call) {
+    return call == "readField DefaultContact" && ++reads == 1;
+  };
+  auto company = item(c().createNewDossieraCompanyWithDefaultContactInOutlook(1, ""));
+  ASSERT_NE(company, nullptr);
+  EXPECT_EQ(company->FullName(), "Bea Jones");
+  EXPECT_EQ(host->errors->errors.size(), 2u);
+}
+
 TEST_F(TransferTest, InheritedBlankNumbersLeaveOutlooksValue) {
   testing::execSql(host->hostPath, "UPDATE Companies SET OfficeNumber = '' WHERE CompanyID = 1;");
   std::string id = existing([](outlook::ContactItem& i) { i.setBusinessTelephoneNumber("keep me"); });
