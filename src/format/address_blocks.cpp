@@ -30,7 +30,7 @@ bool exists(const std::string& procedure, const char* sql, const char* key, int3
   bool result = false;
   f.step([&] {
     if (id < 1) return;
-    if (hostdb::IDataAccess* db = hostdb::openHostDatabase()) {
+    if (hostdb::IDataAccess* db = hostdb::openHostDatabase(f)) {
       hostdb::Recordset rs(*db, sql);
       result = rs.find(key, id);
     }
@@ -102,7 +102,7 @@ std::string createBusinessContactAddress(int32_t contactID, bool separators) {
   ErrorFrame f(kFormatLocation + "createBusinessContactAddress");
   std::string result;
   f.step([&] {
-    hostdb::IDataAccess* db = hostdb::openHostDatabase();
+    hostdb::IDataAccess* db = hostdb::openHostDatabase(f);
     if (!db) return;
     hostdb::Recordset contact(*db, kContactsSql);
     if (!contact.find("ContactID", contactID)) return;

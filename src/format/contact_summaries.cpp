@@ -80,7 +80,7 @@ std::string saveContactBusinessRTF(int32_t contactID) {
   std::string text;
   f.step([&] {
     if (!validContactID(contactID)) return;
-    hostdb::IDataAccess* db = hostdb::openHostDatabase();
+    hostdb::IDataAccess* db = hostdb::openHostDatabase(f);
     if (!db) return;
     contact.emplace(*db, "SELECT Contacts.* FROM Contacts;", hostdb::kLockOptimistic);
     labels.emplace(*db, "SELECT CustomAddressFields.* FROM CustomAddressFields;");
@@ -134,7 +134,7 @@ void saveCompanyContactRTF(int32_t companyID, int32_t contactID) {
   ErrorFrame f(kFormatLocation + "saveCompanyContactRTF");
   f.step([&] {
     if (!validCompanyID(companyID)) return;
-    hostdb::IDataAccess* db = hostdb::openHostDatabase();
+    hostdb::IDataAccess* db = hostdb::openHostDatabase(f);
     if (!db) return;
     hostdb::Recordset rs(*db, "SELECT Companies.* FROM Companies;", hostdb::kLockOptimistic);
     if (!rs.find("CompanyID", companyID)) return;

@@ -73,7 +73,7 @@ constexpr int16_t kContactLookupType = 3;
 int32_t checkForDefault(int32_t companyID, bool setDefault) {
   ErrorFrame f(std::string(kDbLoc) + "checkForDefault");
   int32_t result = -1;
-  IDataAccess* db = openHostDatabase();
+  IDataAccess* db = openHostDatabase(f);
   if (!db) return result;
   std::unique_ptr<Recordset> rs;
   bool decided = false;
@@ -109,7 +109,7 @@ int32_t checkForDefault(int32_t companyID, bool setDefault) {
 
 void setContactAsDefault(int32_t contactID) {
   ErrorFrame f(std::string(kDbLoc) + "setContactAsDefault");
-  IDataAccess* db = openHostDatabase();
+  IDataAccess* db = openHostDatabase(f);
   if (!db) return;
   std::unique_ptr<Recordset> rs;
   bool found = false;
@@ -146,14 +146,14 @@ void setContactAsDefault(int32_t contactID) {
 
 void setNoContactAsDefault(int32_t companyID) {
   ErrorFrame f(std::string(kDbLoc) + "setNoContactAsDefault");
-  if (!openHostDatabase()) return;
+  if (!openHostDatabase(f)) return;
   f.step([&] { updateDefaultContactInfo(companyID); });
   f.step([&] { format::saveCompanyContactRTF(companyID, -1); });
 }
 
 void updateDefaultContactInfo(int32_t companyID) {
   ErrorFrame f(std::string(kDbLoc) + "updateDefaultContactInfo");
-  IDataAccess* db = openHostDatabase();
+  IDataAccess* db = openHostDatabase(f);
   if (!db) return;
   std::unique_ptr<Recordset> contacts, companies;
   f.step([&] { contacts = std::make_unique<Recordset>(*db, kContacts); });
@@ -196,7 +196,7 @@ bool isContactLookupField(const std::string& fieldName) {
 
 void changeDefaultContactChangeLookupFieldValue(int32_t contactID) {
   ErrorFrame f(kScheduleLoc + "changeDefaultContactChangeLookupFieldValue");
-  IDataAccess* db = openHostDatabase();
+  IDataAccess* db = openHostDatabase(f);
   if (!db) return;
   f.step([&] { apartment().setMousePointer(kPointerHourglass); });
   std::array<std::string, 5> lookup, values;

@@ -4,9 +4,13 @@
 
 namespace dossync::hostdb {
 
-IDataAccess* openHostDatabase() {
-  auto& db = apartment().hostDb;
-  return db && db->isDatabaseOpen() ? db.get() : nullptr;
+IDataAccess* openHostDatabase(ErrorFrame& f) {
+  IDataAccess* open = nullptr;
+  f.step([&] {
+    auto& db = apartment().hostDb;
+    if (db && db->isDatabaseOpen()) open = db.get();
+  });
+  return open;
 }
 
 }  // namespace dossync::hostdb

@@ -44,7 +44,7 @@ int32_t keyLookUp(const std::string& name, const char* sql, const std::string& k
   ErrorFrame f(std::string(kDbLoc) + name);
   int32_t result = -1;
   f.step([&] {
-    if (IDataAccess* db = openHostDatabase()) toKey(lookUp(*db, sql, key, value, column), result);
+    if (IDataAccess* db = openHostDatabase(f)) toKey(lookUp(*db, sql, key, value, column), result);
   });
   return result;
 }
@@ -54,7 +54,7 @@ bool exists(const std::string& name, const char* sql, const std::string& key, in
   bool result = false;
   f.step([&] {
     if (value < 1) return;
-    if (IDataAccess* db = openHostDatabase()) {
+    if (IDataAccess* db = openHostDatabase(f)) {
       Recordset rs(*db, sql);
       result = rs.find(key, value);
     }
@@ -77,7 +77,7 @@ int32_t getClientDataIDFromContactID(int32_t contactID) {
   ErrorFrame f(std::string(kDbLoc) + "getClientDataIDFromContactID");
   int32_t result = -1;
   f.step([&] {
-    IDataAccess* db = openHostDatabase();
+    IDataAccess* db = openHostDatabase(f);
     if (!db) return;
     int32_t companyID = getCompanyIDFromContactID(contactID);
     if (validCompanyID(companyID))
@@ -89,7 +89,7 @@ int32_t getClientDataIDFromContactID(int32_t contactID) {
 int32_t getDefaultContactIDFromCompanyID(int32_t companyID) {
   ErrorFrame f(std::string(kDbLoc) + "getDefaultContactIDFromCompanyID");
   int32_t result = -1;
-  IDataAccess* db = openHostDatabase();
+  IDataAccess* db = openHostDatabase(f);
   if (!db) return result;
   std::unique_ptr<Recordset> rs;
   if (!f.step([&] {
@@ -113,7 +113,7 @@ std::string getCompanyNameFromCompanyID(int32_t companyID) {
   ErrorFrame f(std::string(kDbLoc) + "getCompanyNameFromCompanyID");
   std::string result;
   f.step([&] {
-    if (IDataAccess* db = openHostDatabase())
+    if (IDataAccess* db = openHostDatabase(f))
       result = lookUp(*db, kCompanies, "CompanyID", companyID, "CompanyName").value_or("");
   });
   return result;
@@ -123,7 +123,7 @@ std::string getContactNameFromContactID(int32_t contactID) {
   ErrorFrame f(std::string(kDbLoc) + "getContactNameFromContactID");
   std::string result;
   f.step([&] {
-    if (IDataAccess* db = openHostDatabase())
+    if (IDataAccess* db = openHostDatabase(f))
       result = lookUp(*db, kCompanies, "ContactID", contactID, "DisplayName").value_or("");
   });
   return result;
@@ -143,7 +143,7 @@ bool doesThisCategoryBelongToCategory(int32_t categoryID, int32_t& ancestorID) {
   ErrorFrame f(kCatLoc + "doesThisCategoryBelongToCategory");
   bool result = false;
   f.step([&] {
-    IDataAccess* db = openHostDatabase();
+    IDataAccess* db = openHostDatabase(f);
     if (!db) return;
     ChainDepth depth;
     Recordset rs(*db, kCategories, kLockOptimistic);
@@ -164,7 +164,7 @@ bool doesThisCompanyBelongToCategory(int32_t companyID, int32_t& categoryID) {
   ErrorFrame f(kCatLoc + "doesThisCompanyBelongToCategory");
   bool result = false;
   f.step([&] {
-    IDataAccess* db = openHostDatabase();
+    IDataAccess* db = openHostDatabase(f);
     if (!db) return;
     ChainDepth depth;
     Recordset rs(*db, kCompanies);
@@ -185,7 +185,7 @@ bool doesThisContactBelongToCategory(int32_t contactID, int32_t& categoryID) {
   ErrorFrame f(kCatLoc + "doesThisContactBelongToCategory");
   bool result = false;
   f.step([&] {
-    IDataAccess* db = openHostDatabase();
+    IDataAccess* db = openHostDatabase(f);
     if (!db) return;
     Recordset rs(*db, kContacts);
     if (!rs.find("ContactID", contactID)) return;
@@ -205,7 +205,7 @@ int32_t getAddressBookDossieraCategory() {
   ErrorFrame f(kCatLoc + "getAddressBookDossieraCategory");
   int32_t result = 0;
   f.step([&] {
-    IDataAccess* db = openHostDatabase();
+    IDataAccess* db = openHostDatabase(f);
     if (!db) return;
     Recordset rs(*db, kHostCategory, kLockOptimistic);
     if (rs.hasRow()) {
@@ -223,7 +223,7 @@ std::string getAddressBookCategoryName() {
   ErrorFrame f(kCatLoc + "getAddressBookCategoryName");
   std::string result;
   f.step([&] {
-    IDataAccess* db = openHostDatabase();
+    IDataAccess* db = openHostDatabase(f);
     if (!db) return;
     Recordset rs(*db, kHostCategory);
     if (rs.hasRow() && !value::isBlank(rs.read("CategoryName"))) {
@@ -239,7 +239,7 @@ std::string getAddressBookCategoryName() {
 
 int32_t createNewHostCategory(const std::string& categoryName) {
   ErrorFrame f(kCatLoc + "createNewHostCategory");
-  IDataAccess* db = openHostDatabase();
+  IDataAccess* db = openHostDatabase(f);
   if (!db) return 0;
   std::string name = value::isBlank(categoryName) ? kHostCategoryDefaultName : categoryName;
   std::string id;

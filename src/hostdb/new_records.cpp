@@ -50,7 +50,7 @@ bool isTitle(const std::string& word) {
 int32_t addNewEntry() {
   ErrorFrame f(std::string(kDbLoc) + "addNewEntry");
   int32_t result = 0;
-  IDataAccess* db = openHostDatabase();
+  IDataAccess* db = openHostDatabase(f);
   if (!db) return result;
   int32_t companyID = 0;
   std::unique_ptr<Recordset> companies;
@@ -93,7 +93,7 @@ int32_t addPersonnel(const std::string& name, std::optional<int32_t> category,
                      std::optional<int32_t> companyNum) {
   ErrorFrame f(std::string(kDbLoc) + "addPersonnel");
   int32_t result = 0;
-  IDataAccess* db = openHostDatabase();
+  IDataAccess* db = openHostDatabase(f);
   if (!db) return result;
   if (value::isBlank(name)) return -1;
   std::unique_ptr<Recordset> contacts, companies;

@@ -17,7 +17,7 @@ std::string clsOutlookSynchronization::createNewDossieraCompanyInOutlook(
 
   f.step([&] { opened = transfer::openOrCreateContact(*this, outlookEntryID); });
   f.step([&] {
-    hostdb::IDataAccess* db = hostdb::openHostDatabase();
+    hostdb::IDataAccess* db = hostdb::openHostDatabase(f);
     if (!db || companyID < 0) return;
     company = std::make_unique<hostdb::Recordset>(*db, "SELECT Companies.* FROM Companies;");
     found = company->find("CompanyID", companyID);

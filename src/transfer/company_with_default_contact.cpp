@@ -47,7 +47,7 @@ std::string clsOutlookSynchronization::createNewDossieraCompanyWithDefaultContac
 
   f.step([&] { opened = transfer::openOrCreateContact(*this, outlookEntryID); });
   f.step([&] {
-    db = hostdb::openHostDatabase();
+    db = hostdb::openHostDatabase(f);
     if (!db || companyID < 0) return;
     company = std::make_unique<hostdb::Recordset>(*db, "SELECT Companies.* FROM Companies;");
     found = company->find("CompanyID", companyID);

@@ -18,7 +18,7 @@ std::string clsOutlookSynchronization::createNewDossieraContactInOutlook(
 
   f.step([&] { opened = transfer::openOrCreateContact(*this, outlookEntryID); });
   f.step([&] {
-    db = hostdb::openHostDatabase();
+    db = hostdb::openHostDatabase(f);
     if (!db || contactID < 0) return;
     contact = std::make_unique<hostdb::Recordset>(*db, "SELECT rstContacts.* FROM rstContacts;");
     found = contact->find("ContactID", contactID);

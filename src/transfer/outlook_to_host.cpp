@@ -63,7 +63,7 @@ int32_t clsOutlookSynchronization::createNewOutlookCompanyWithDefaultContactInDo
     if (!value::isBlank(outlookEntryID))
       item = std::dynamic_pointer_cast<outlook::ContactItem>(
           outlookNameSpace_->GetItemFromID(outlookEntryID, storeID));
-    db = hostdb::openHostDatabase();
+    db = hostdb::openHostDatabase(f);
   });
 
   std::unique_ptr<hostdb::Recordset> company;
