@@ -80,4 +80,12 @@ echo "junk junk junk junk junk junk junk junk" >"$work/junk.db"
 "$bin" sync --host-db "$h" --sync-db "$s" --direction 5 >/dev/null 2>&1; same "bad direction" $? 64
 "$bin" sync --host-db "$h" --sync-db "$s" --outlook "imap:x" >/dev/null 2>&1; same "bad store" $? 64
 
+# Names compare without regard to case: a card filed "BETA LTD" is Beta Ltd's.
+o2="vdir:$work/ol2"
+beta=$(echo '{"FileAs": "BETA LTD", "CompanyName": "BETA LTD"}' | "$bin" contacts put --outlook "$o2" --json -)
+out=$("$bin" sync --host-db "$h" --sync-db "$work/s2.db" --outlook "$o2" --no-progress --select 2)
+has "found by its name in another case" "$out" "items created 0, items updated 1"
+same "paired with it" "$(sqlite3 "$work/s2.db" "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 2;")" "$beta"
+same "no second card" "$(ls "$work/ol2/default/contacts" | grep -c '\.vcf$')" 1
+
 finish "sync cli"
