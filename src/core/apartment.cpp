@@ -21,6 +21,26 @@ void Apartment::finishWhenIdle(const std::shared_ptr<IdleTask>& task) {
   idleTasks.push_back(task);
 }
 
+std::vector<RuntimeError> Apartment::idleDatabases() {
+  std::vector<RuntimeError> failed;
+  for (hostdb::IDataAccess* db : {hostDb.get(), syncDb.get()}) {
+    if (!db) continue;
+    try {
+      db->idle();
+    } catch (const RuntimeError& e) {
+      failed.push_back(e);
+    } catch (...) {
+    }
+  }
+  return failed;
+}
+
+void Apartment::commitPoint() {
+  for (hostdb::IDataAccess* db : {hostDb.get(), syncDb.get()}) {
+    if (db) db->commitPoint();
+  }
+}
+
 FileUtil& Apartment::fileUtil() {
   if (!fileUtil_) fileUtil_ = std::make_unique<FileUtil>();
   return *fileUtil_;

@@ -40,6 +40,15 @@ struct Apartment {
   void finishWhenIdle(const std::shared_ptr<IdleTask>& task);
   std::vector<std::weak_ptr<IdleTask>> idleTasks;
 
+  // The databases go idle: read snapshots end and grouped writes are committed (before an error
+  // or a message is shown, and when the outermost procedure returns). What could not be
+  // committed is answered, not thrown.
+  std::vector<RuntimeError> idleDatabases();
+  // A point where what was written so far forms a whole (the synchronisation driver calls it
+  // between records): grouped writes older than 100 ms are committed here. Throws what could
+  // not be committed.
+  void commitPoint();
+
   FileUtil& fileUtil();
   GeneralUtil& generalUtil();
   bool hasGeneralUtil() const { return generalUtil_ != nullptr; }

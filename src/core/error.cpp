@@ -11,22 +11,6 @@ namespace {
 
 thread_local uint64_t tErrorsReported = 0;
 
-// The databases go idle: read snapshots end and grouped writes are committed. What could not
-// be committed is answered, not thrown.
-std::vector<RuntimeError> idleDatabases(Apartment& a) {
-  std::vector<RuntimeError> failed;
-  for (hostdb::IDataAccess* db : {a.hostDb.get(), a.syncDb.get()}) {
-    if (!db) continue;
-    try {
-      db->idle();
-    } catch (const RuntimeError& e) {
-      failed.push_back(e);
-    } catch (...) {
-    }
-  }
-  return failed;
-}
-
 }  // namespace
 
 ErrorFrame::ErrorFrame(std::string location) : location_(std::move(location)) {
@@ -54,7 +38,7 @@ ErrorFrame::~ErrorFrame() {
         handleCurrentException();
       }
     }
-    for (const auto& e : idleDatabases(a)) report(e);
+    for (const auto& e : a.idleDatabases()) report(e);
   }
   if (entered_ && a.errorServiceSet && a.errorService) {
     try {
@@ -82,7 +66,7 @@ void ErrorFrame::handleCurrentException() {
 
 // Nothing is left uncommitted while the host tells the user.
 void ErrorFrame::handle(const RuntimeError& error) {
-  auto failed = idleDatabases(apartment());
+  auto failed = apartment().idleDatabases();
   report(error);
   for (const auto& e : failed) report(e);
 }

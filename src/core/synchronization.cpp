@@ -51,6 +51,9 @@ void clsOutlookSynchronization::setMsgboxClass(std::shared_ptr<IMessageBox> serv
 }
 
 std::shared_ptr<IMessageBox> clsOutlookSynchronization::messageBox() const {
+  // A message is about to be shown: the user and the host see every change made so far.
+  auto failed = apartment().idleDatabases();
+  if (!failed.empty()) throw failed.front();
   return apartment().msgBox;
 }
 
@@ -109,6 +112,9 @@ bool clsOutlookSynchronization::openMainDatabase(const std::string& fileName) {
     });
     failedToInitialize_ = true;
   }
+  // The host application reads the file while a run writes it: a run's writes are committed
+  // a record at a time, at most about 100 ms apart (commit points), never half a record.
+  if (open) f.step([&] { apartment().hostDb->groupWrites(true); });
   return open;
 }
 

@@ -88,6 +88,7 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
     f.step(advance);
     ++counters_.rowsWalked;
     if (!f.step(moveNext)) return false;
+    f.step([&] { apartment().commitPoint(); });  // the record is whole
     f.step([&] { apartment().doEvents(); });
     return true;
   };

@@ -68,9 +68,13 @@ class IDataAccess : public Object {
   // program's latest writes. Called when the outermost procedure returns (and before an error
   // is reported); throws what could not be committed.
   virtual void idle() {}
-  // For a database only this program writes: writes made inside a procedure may be committed
-  // together, at the latest by idle(). A run killed meanwhile loses them.
+  // Writes made inside a procedure are committed together: at a commit point once the oldest
+  // of them is 100 ms old, and by idle(); never in between, so a group holds whole records. A
+  // run killed meanwhile loses the last group. Other programs' writes wait for it meanwhile.
   virtual void groupWrites(bool) {}
+  // A point where what was written so far forms a whole: grouped writes 100 ms old or older
+  // are committed (throws what could not be).
+  virtual void commitPoint() {}
 };
 
 using DataAccessPtr = std::shared_ptr<IDataAccess>;

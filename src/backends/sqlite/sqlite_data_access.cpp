@@ -54,6 +54,10 @@ void SqliteDataAccess::groupWrites(bool on) {
   if (!on && db_) db_->setGroupWrites(false);
 }
 
+void SqliteDataAccess::commitPoint() {
+  if (db_) db_->commitIfDue();
+}
+
 void SqliteDataAccess::beforeWrite() {
   if (db_) db_->setGroupWrites(groupWrites_ && apartment().procedureDepth > 0);
 }

@@ -24,10 +24,11 @@
 // return of the outermost procedure: idle(); outside procedures, never past the closing of the
 // last open recordset), so a walk does not pay a transaction per statement; a write joins that
 // snapshot and commits it at once (after another connection's write, it runs on its own against
-// the latest data). With groupWrites(true) (a database only this program writes), writes made
-// inside a procedure are committed together instead, with the snapshot: at most 100 ms after
-// the first of them, and when the outermost procedure returns (idle(), which then throws what
-// could not be committed).
+// the latest data). With groupWrites(true), writes made inside a procedure are committed
+// together instead, with the snapshot: at the first commit point (commitPoint(), between two
+// records) 100 ms or more after the snapshot began, and when the outermost procedure returns
+// (idle(), which then throws what could not be committed); never between, so a run killed
+// meanwhile loses whole records only.
 // Text longer than a VARCHAR(n) column's n characters is refused (RuntimeError 3163, naming
 // table, column and size), as Jet does. Booleans read "True"/"False"; dates read in the
 // default text form.
@@ -81,6 +82,7 @@ class SqliteDataAccess : public hostdb::IDataAccess {
   void deleteCurrent(int32_t handle) override;
   void idle() override;
   void groupWrites(bool on) override;
+  void commitPoint() override;
 
   // Open recordsets (for tests and leak reports).
   size_t openRecordsetCount() const { return recordsets_.size(); }

@@ -374,13 +374,24 @@ bool Database::runRaw(sqlite3_stmt*& statement, const char* sql) {
   return rc == SQLITE_DONE;
 }
 
+// A snapshot that holds grouped writes is no older than its last commit point allows: only
+// commitIfDue and endSnapshot end it, so that a group holds whole records.
+bool Database::snapshotYoung() const {
+  return groupedWrites_ > 0 || std::chrono::steady_clock::now() - snapshotStart_ < kSnapshotAge;
+}
+
 Database::SnapshotMemo* Database::memo() {
   if (!snapshotOpen_) return nullptr;
-  if (std::chrono::steady_clock::now() - snapshotStart_ >= kSnapshotAge) {
+  if (!snapshotYoung()) {
     endSnapshot();
     return nullptr;
   }
   return &memo_;
+}
+
+void Database::commitIfDue() {
+  if (snapshotOpen_ && std::chrono::steady_clock::now() - snapshotStart_ >= kSnapshotAge)
+    endSnapshot();
 }
 
 void Database::endSnapshot() {
@@ -405,7 +416,7 @@ bool Database::beforeStatement(sqlite3_stmt* statement) {
   if (!snapshotReads_ || !wal_) return false;
   bool reads = sqlite3_stmt_readonly(statement) != 0;
   if (snapshotOpen_) {
-    bool young = std::chrono::steady_clock::now() - snapshotStart_ < kSnapshotAge;
+    bool young = snapshotYoung();
     if (reads && young) return false;
     if (!reads && young) {
       memo_.rows.clear();  // what the write changes must not be answered from the memo

@@ -162,11 +162,13 @@ class Database {
   void setSnapshotReads(bool on);
   bool snapshotReads() const { return snapshotReads_ && wal_; }
   // Grouped writes (with snapshot reads on): a write joins the snapshot, or opens one, and is
-  // committed with it when it ends (its age, endSnapshot), not at once. Turning them off
-  // commits what is pending.
+  // committed with it when it ends, not at once. A snapshot holding grouped writes does not
+  // age: it ends at a commit point once it is kSnapshotAge old (commitIfDue), or by
+  // endSnapshot. Turning them off commits what is pending.
   void setGroupWrites(bool on);
   bool groupsWrites() const { return groupWrites_; }
   void noteGroupedWrite() { ++groupedWrites_; }
+  void commitIfDue();
   // Ends the snapshot, committing grouped writes; throws RuntimeError kDiskIO naming the file
   // when they cannot be committed (they are lost then).
   void endSnapshot();
@@ -199,6 +201,7 @@ class Database {
   bool versionSeen_ = false;   // indexVersion_ checked in the open snapshot
   uint64_t dataVersion();
   std::unordered_map<std::string, int64_t> reserved_;
+  bool snapshotYoung() const;
   bool runRaw(sqlite3_stmt*& statement, const char* sql);  // BEGIN and COMMIT, kept prepared
   sqlite3_stmt* begin_ = nullptr;
   sqlite3_stmt* commit_ = nullptr;
