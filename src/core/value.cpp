@@ -1,5 +1,6 @@
 #include "core/value.h"
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <chrono>
@@ -198,11 +199,6 @@ char32_t foldCodePoint(char32_t cp) {
   return static_cast<char32_t>(towlower_l(towupper_l(wc, utf8), utf8));
 }
 
-bool isAscii(std::string_view s) {
-  for (char c : s)
-    if (static_cast<unsigned char>(c) >= 0x80) return false;
-  return true;
-}
 }  // namespace
 
 std::string foldCase(std::string_view text) {
@@ -237,14 +233,16 @@ int compareText(std::string_view a, std::string_view b) {
 }
 
 bool equalsIgnoreCase(std::string_view a, std::string_view b) {
-  if (a.size() == b.size() && isAscii(a) && isAscii(b)) {
-    for (size_t i = 0; i < a.size(); ++i) {
-      if (asciiUpper(a[i]) != asciiUpper(b[i])) return false;
-    }
-    return true;
+  // ASCII on both sides (names of fields and most values): one pass, no decoding.
+  size_t n = std::min(a.size(), b.size());
+  for (size_t i = 0; i < n; ++i) {
+    char x = a[i], y = b[i];
+    if (static_cast<unsigned char>(x) >= 0x80 || static_cast<unsigned char>(y) >= 0x80)
+      return compareText(a.substr(i), b.substr(i)) == 0;
+    if (x != y && asciiUpper(x) != asciiUpper(y)) return false;
   }
-  if (isAscii(a) && isAscii(b)) return false;
-  return compareText(a, b) == 0;
+  if (a.size() == b.size()) return true;
+  return compareText(a.substr(n), b.substr(n)) == 0;  // a folded letter may change its length
 }
 
 size_t characterCount(std::string_view utf8) {

@@ -219,6 +219,18 @@ void TableRecordset::requireRow() const {
                                              table_.name + " has been deleted");
 }
 
+// A field that holds the value already is left alone: nothing to write, nothing to commit.
+const std::string& CursorShape::update(int column) {
+  if (updateSql.empty()) updateSql.resize(table->columns.size());
+  std::string& sql = updateSql[static_cast<size_t>(column)];
+  if (sql.empty()) {
+    std::string c = quoteIdentifier(table->columns[static_cast<size_t>(column)].name);
+    sql = "UPDATE " + quoteIdentifier(table->name) + " SET " + c + " = ?1 WHERE rowid = ?2 AND " +
+          c + " IS NOT ?1;";
+  }
+  return sql;
+}
+
 void CursorShape::want(int column) {
   if (isWanted.empty()) isWanted.assign(table->columns.size(), false);
   if (isWanted[static_cast<size_t>(column)]) return;
@@ -297,10 +309,7 @@ void TableRecordset::write(const std::string& field, const std::string& value) {
     throw RuntimeError(kFieldNotUpdatable, "Field cannot be updated: " + table_.name + "." +
                                                c.name + " is the auto-number key");
   Stored v = toStored(table_.name, c, value);
-  // A field that holds the value already is left alone: nothing to write, nothing to commit.
-  StatementUse st(db_.cached("UPDATE " + quoteIdentifier(table_.name) + " SET " +
-                             quoteIdentifier(c.name) + " = ?1 WHERE rowid = ?2 AND " +
-                             quoteIdentifier(c.name) + " IS NOT ?1;"));
+  StatementUse st(db_.cached(shape_->update(static_cast<int>(&c - table_.columns.data()))));
   st->bind(1, v);
   st->bind(2, rowid_);
   st->step();

@@ -33,6 +33,8 @@ struct CursorShape {
   std::string nextSql;      // the next row after ?1
   std::string holdsSql;     // whether row ?1 exists and meets the WHERE clause
   std::string orderSql;     // every rowid in order; "" without ORDER BY
+  std::vector<std::string> updateSql;  // by column, made at the first write of it
+  const std::string& update(int column);
   // The columns this query's callers read: a row is read with just those (most callers read a
   // few of many columns); a column read for the first time joins them.
   std::vector<int> wanted;
