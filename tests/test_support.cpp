@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 #include "backends/sqlite/host_database.h"
 #include "backends/sqlite/sqlite_data_access.h"
@@ -41,8 +42,7 @@ void RecordingErrorService::recordError(const RuntimeError& error) {
 }
 
 int32_t RecordingMessageBox::showMessage(const std::string& text, int32_t style,
-                                         const ObjectPtr& owner, int32_t, int32_t,
-                                         int32_t number) {
+                                         const ObjectPtr& owner, int32_t, int32_t, int32_t number) {
   shown.push_back({text, style, owner, number, false});
   return 1;
 }
@@ -58,7 +58,9 @@ void ApartmentTest::SetUp() {
   sqlite::registerSqliteClasses();
 }
 
-void ApartmentTest::TearDown() { resetApartment(); }
+void ApartmentTest::TearDown() {
+  resetApartment();
+}
 
 std::string makeHostDatabase(const TempDir& dir, const std::string& name) {
   std::string path = dir.file(name);
@@ -93,6 +95,11 @@ std::vector<std::string> querySql(const std::string& path, const std::string& sq
   sqlite3_finalize(st);
   sqlite3_close(db);
   return out;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 void FaultyDataAccess::before(const char* call, const std::string& detail) {

@@ -75,6 +75,8 @@ std::string makeHostDatabase(const TempDir& dir, const std::string& name = "host
 void execSql(const std::string& path, const std::string& sql);
 // The first column of every row of a query, as text ("" for NULL).
 std::vector<std::string> querySql(const std::string& path, const std::string& sql);
+// A file's bytes ("" when it cannot be read).
+std::string readFile(const std::string& path);
 
 // Forwards every call to a real data access object, calling before(call, detail) first: the
 // statement of openRecordset, the field of readField, writeField, setNewField and findFirst,
