@@ -37,7 +37,7 @@ inline void fillAddressBook(const std::string& hostPath) {
     std::string table = t;
     std::string key = table == "AccountingServices" ? "AccountingServicesID"
                       : table == "ClientOptions"    ? "ClientOptionsID"
-                      : table + "ID";
+                                                    : table + "ID";
     execSql(hostPath, "INSERT INTO " + table + " (" + key + ") VALUES (1), (2), (4);");
   }
 }
@@ -71,6 +71,14 @@ class WizardTest : public ApartmentTest {
     return out;
   }
   const std::vector<RecordingMessageBox::Shown>& shown() { return host->messages->shown; }
+  // The step on show and the navigation buttons a user can click: "1: 1 2 3" is step 1 with
+  // Cancel, Back and Next.
+  std::string nav() {
+    std::string out = std::to_string(d->step()) + ":";
+    for (int32_t i = 1; i <= 4; ++i)
+      if (d->canUse("cmdNav", i)) out += " " + std::to_string(i);
+    return out;
+  }
 
   std::unique_ptr<Host> host;
   ObjectPtr mdi;
