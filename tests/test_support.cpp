@@ -170,4 +170,19 @@ Host::Host(const TempDir& dir, bool withHostDatabase)
 
 Host::~Host() = default;
 
+void HostTest::SetUp() {
+  ApartmentTest::SetUp();
+  host = std::make_unique<Host>(dir);
+}
+
+void HostTest::TearDown() {
+  host.reset();
+  ApartmentTest::TearDown();
+}
+
+std::string HostTest::one(const std::string& query) {
+  auto r = rows(query);
+  return r.empty() ? "<no row>" : r[0];
+}
+
 }  // namespace dossync::testing

@@ -209,4 +209,19 @@ struct Host {
   std::unique_ptr<clsOutlookSynchronization> component;
 };
 
+// Each test starts with a Host, whose host database the test fills and reads.
+class HostTest : public ApartmentTest {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  void sql(const std::string& text) { execSql(host->hostPath, text); }
+  std::vector<std::string> rows(const std::string& query) {
+    return querySql(host->hostPath, query);
+  }
+  std::string one(const std::string& query);  // the first row's column; "<no row>" for none
+  RecordingErrorService& errors() { return *host->errors; }
+  clsOutlookSynchronization& c() { return *host->component; }
+  std::unique_ptr<Host> host;
+};
+
 }  // namespace dossync::testing
