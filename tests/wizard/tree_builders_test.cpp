@@ -21,17 +21,15 @@ std::string dump(TreeView& t) {
   return out;
 }
 
-class ClientTreeTest : public testing::ApartmentTest {
+class ClientTreeTest : public testing::HostTest {
  protected:
   void SetUp() override {
-    ApartmentTest::SetUp();
-    host = std::make_unique<testing::Host>(dir);
+    HostTest::SetUp();
     testing::fillAddressBook(host->hostPath);
     builder.treeViewControl = tree;
     builder.imageListControl = std::make_shared<wizard::ImageList>();
     builder.incProgressBar = [this](int32_t n) { progress.push_back(n); };
   }
-  std::unique_ptr<testing::Host> host;
   std::shared_ptr<TreeView> tree = std::make_shared<TreeView>();
   wizard::clsPopulateClientTree builder;
   std::vector<int32_t> progress;
@@ -214,11 +212,10 @@ class FakeNameSpace : public outlook::NameSpace {
   }
 };
 
-class OutlookTreeTest : public testing::ApartmentTest {
+class OutlookTreeTest : public testing::HostTest {  // the host's progress dialog is silent
  protected:
   void SetUp() override {
-    ApartmentTest::SetUp();
-    host = std::make_unique<testing::Host>(dir);  // registers the (silent) progress dialog
+    HostTest::SetUp();
     auto& items = ns->folder->items->items;
     items.push_back(std::make_shared<FakeContact>("A", "Ann", "Friends"));
     items.push_back(std::make_shared<FakeList>());
@@ -229,7 +226,6 @@ class OutlookTreeTest : public testing::ApartmentTest {
     builder.treeViewControl = tree;
     builder.incProgressBar = [this](int32_t n) { progress.push_back(n); };
   }
-  std::unique_ptr<testing::Host> host;
   std::shared_ptr<FakeNameSpace> ns = std::make_shared<FakeNameSpace>();
   std::shared_ptr<TreeView> tree = std::make_shared<TreeView>();
   wizard::clsOutlookContactTree builder;

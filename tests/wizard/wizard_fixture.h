@@ -42,11 +42,10 @@ inline void fillAddressBook(const std::string& hostPath) {
   }
 }
 
-class WizardTest : public ApartmentTest {
+class WizardTest : public HostTest {
  protected:
   void SetUp() override {
-    ApartmentTest::SetUp();
-    host = std::make_unique<Host>(dir);
+    HostTest::SetUp();
     fillAddressBook(host->hostPath);
     c().setShowProgress(false);
     c().setDataFileUniqueID("DF1");
@@ -59,10 +58,8 @@ class WizardTest : public ApartmentTest {
   void TearDown() override {
     d.reset();
     form.reset();
-    host.reset();
-    ApartmentTest::TearDown();
+    HostTest::TearDown();
   }
-  clsOutlookSynchronization& c() { return *host->component; }
   void start() { form->startWizard(c()); }
   SelectionCollection& selection() { return *c().companyCollection(); }
   std::vector<std::string> members(int member) {
@@ -80,7 +77,6 @@ class WizardTest : public ApartmentTest {
     return out;
   }
 
-  std::unique_ptr<Host> host;
   ObjectPtr mdi;
   std::shared_ptr<wizard::HeadlessWizard> form;
   std::unique_ptr<wizard::WizardDriver> d;
