@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 #include "backends/sqlite/host_database.h"
 #include "backends/sqlite/sqlite_data_access.h"
@@ -119,6 +120,11 @@ FaultyDataAccess::FaultyDataAccess(hostdb::DataAccessPtr real, std::string call,
   };
 }
 
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
 void FaultyDataAccess::before(const char* call, const std::string& detail) {
   std::string what = detail.empty() ? std::string(call) : std::string(call) + " " + detail;
   if (!fails || !fails(what)) return;
@@ -186,5 +192,20 @@ Host::Host(const TempDir& dir, bool withHostDatabase)
 }
 
 Host::~Host() = default;
+
+void HostTest::SetUp() {
+  ApartmentTest::SetUp();
+  host = std::make_unique<Host>(dir);
+}
+
+void HostTest::TearDown() {
+  host.reset();
+  ApartmentTest::TearDown();
+}
+
+std::string HostTest::one(const std::string& query) {
+  auto r = rows(query);
+  return r.empty() ? "<no row>" : r[0];
+}
 
 }  // namespace dossync::testing

@@ -75,6 +75,8 @@ std::string makeHostDatabase(const TempDir& dir, const std::string& name = "host
 void execSql(const std::string& path, const std::string& sql);
 // The first column of every row of a query, as text ("" for NULL).
 std::vector<std::string> querySql(const std::string& path, const std::string& sql);
+// A file's bytes ("" when it cannot be read).
+std::string readFile(const std::string& path);
 
 // Forwards every call to a real data access object, calling before(call, detail) first: the
 // statement of openRecordset, the field of readField, writeField, setNewField and findFirst,
@@ -206,6 +208,21 @@ struct Host {
   std::shared_ptr<RecordingErrorService> errors;
   std::shared_ptr<RecordingMessageBox> messages;
   std::unique_ptr<clsOutlookSynchronization> component;
+};
+
+// Each test starts with a Host, whose host database the test fills and reads.
+class HostTest : public ApartmentTest {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  void sql(const std::string& text) { execSql(host->hostPath, text); }
+  std::vector<std::string> rows(const std::string& query) {
+    return querySql(host->hostPath, query);
+  }
+  std::string one(const std::string& query);  // the first row's column; "<no row>" for none
+  RecordingErrorService& errors() { return *host->errors; }
+  clsOutlookSynchronization& c() { return *host->component; }
+  std::unique_ptr<Host> host;
 };
 
 }  // namespace dossync::testing

@@ -34,7 +34,6 @@ profile_dir="$work/ol/default"
 "$bin" account set --outlook "$o" --smtp "smtp://127.0.0.1:$port" --from office@example.org \
   --name "Bürö Office" >/dev/null
 same "account set" $? 0
-same "account file is private" "$(stat -c %a "$profile_dir/account.json")" 600
 has "account show" "$("$bin" account show --outlook "$o")" "smtp://127.0.0.1:$port"
 
 # One mail with every kind of recipient and two attachments (one renamed, one not).
@@ -121,7 +120,6 @@ before=$(ls "$profile_dir/outbox" | wc -l)
 has "refused connection names the server" "$(cat "$work/err")" "127.0.0.1:$closed"
 same "refused connection keeps one more message" "$(ls "$profile_dir/outbox" | wc -l)" $((before + 1))
 kept=$(ls -t "$profile_dir/outbox"/*.eml | head -1)
-has "kept message has its subject" "$(cat "$kept")" "Subject: Kept"
 has "kept message has its Bcc" "$(cat "$kept")" "Bcc: hidden@example.org"
 has "error says where it is kept" "$(cat "$work/err")" "$kept"
 

@@ -9,10 +9,13 @@
 namespace dossync {
 namespace {
 
-using testing::RecordingErrorService;
-
 class ErrorFrameTest : public testing::ApartmentTest {
  protected:
+  void SetUp() override {
+    ApartmentTest::SetUp();
+    c = std::make_unique<clsOutlookSynchronization>();
+    c->setErrorClass(service);
+  }
   // A procedure of three steps whose second fails; answers the steps that ran to the end.
   std::vector<int> runProcedure() {
     std::vector<int> done;
@@ -25,60 +28,46 @@ class ErrorFrameTest : public testing::ApartmentTest {
     f.step([&] { done.push_back(3); });
     return done;
   }
-  std::shared_ptr<RecordingErrorService> service = std::make_shared<RecordingErrorService>();
+  std::shared_ptr<testing::RecordingErrorService> service =
+      std::make_shared<testing::RecordingErrorService>();
+  std::unique_ptr<clsOutlookSynchronization> c;
 };
 
-TEST_F(ErrorFrameTest, ResumeGoesOnWithTheNextStep) {
-  clsOutlookSynchronization c;
-  c.setErrorClass(service);
-  service->action = kActionResume;
-  EXPECT_EQ(runProcedure(), (std::vector<int>{1, 3}));
-  ASSERT_EQ(service->errors.size(), 1u);
+TEST_F(ErrorFrameTest, TheServicesActionDecidesWhetherTheProcedureGoesOn) {
+  int raised = 0;
+  c->subscribeExitProgram([&] { ++raised; });
+  // Resume goes on with the next step; Leave, Exit Program and unknown actions stop.
+  for (auto [action, steps] :
+       std::vector<std::pair<int32_t, std::vector<int>>>{{kActionResume, {1, 3}},
+                                                         {kActionLeave, {1}},
+                                                         {0, {1}},
+                                                         {7, {1}},
+                                                         {kActionExitProgram, {1}}}) {
+    service->action = action;
+    EXPECT_EQ(runProcedure(), steps) << action;
+  }
+  ASSERT_EQ(service->errors.size(), 5u);
   EXPECT_EQ(service->errors[0].number(), kTypeMismatch);
   EXPECT_EQ(service->errorLocations[0], "test.dll-object-procedure");
-  EXPECT_EQ(service->reports, 1);
-}
-
-TEST_F(ErrorFrameTest, LeaveAndUnknownActionsStopTheProcedure) {
-  clsOutlookSynchronization c;
-  c.setErrorClass(service);
-  for (int32_t action : {int32_t{kActionLeave}, 0, 7}) {
-    service->action = action;
-    EXPECT_EQ(runProcedure(), (std::vector<int>{1})) << action;
-  }
-}
-
-TEST_F(ErrorFrameTest, ExitProgramRaisesTheEventOnTheCurrentComponentThenLeaves) {
-  clsOutlookSynchronization c;
-  c.setErrorClass(service);
-  int raised = 0;
-  c.subscribeExitProgram([&] { ++raised; });
-  service->action = kActionExitProgram;
-  EXPECT_EQ(runProcedure(), (std::vector<int>{1}));
+  EXPECT_EQ(service->reports, 5);
+  // Exit Program raises the event on the current component, then leaves.
   EXPECT_EQ(raised, 1);
-}
-
-TEST_F(ErrorFrameTest, LocationsEnterAndLeaveOnlyWithAService) {
-  {
-    ErrorFrame f("a");  // no service: nothing recorded, errors leave silently
-    EXPECT_FALSE(f.step([] { throw RuntimeError(kOverflow, "x"); }));
-    EXPECT_TRUE(f.leaving());
-  }
-  clsOutlookSynchronization c;
-  c.setErrorClass(service);
-  { ErrorFrame f("b"); }
-  EXPECT_EQ(service->entered.back(), "b");
   EXPECT_TRUE(service->stack.empty());
 }
 
 TEST_F(ErrorFrameTest, ForeignExceptionsBecomeRuntimeErrors) {
-  clsOutlookSynchronization c;
-  c.setErrorClass(service);
   ErrorFrame f("p");
   f.step([] { throw std::out_of_range("index 9"); });
   ASSERT_EQ(service->errors.size(), 1u);
   EXPECT_EQ(service->errors[0].number(), kInvalidProcedureCall);
   EXPECT_EQ(service->errors[0].description(), "index 9");
+}
+
+TEST(ErrorFrameWithoutService, NothingIsRecordedAndErrorsLeaveSilently) {
+  resetApartment();
+  ErrorFrame f("a");
+  EXPECT_FALSE(f.step([] { throw RuntimeError(kOverflow, "x"); }));
+  EXPECT_TRUE(f.leaving());
 }
 
 }  // namespace

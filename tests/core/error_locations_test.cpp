@@ -94,11 +94,10 @@ struct Row {
   std::function<void()> run;
 };
 
-class ErrorLocationTest : public testing::ApartmentTest {
+class ErrorLocationTest : public testing::HostTest {
  protected:
   void SetUp() override {
-    ApartmentTest::SetUp();
-    host = std::make_unique<testing::Host>(dir);
+    HostTest::SetUp();
     testing::fillAddressBook(host->hostPath);
     c().setShowProgress(false);
     hostDb = apartment().hostDb;
@@ -106,11 +105,8 @@ class ErrorLocationTest : public testing::ApartmentTest {
   }
   void TearDown() override {
     restore();
-    host.reset();
-    ApartmentTest::TearDown();
+    HostTest::TearDown();
   }
-  clsOutlookSynchronization& c() { return *host->component; }
-  testing::RecordingErrorService& errors() { return *host->errors; }
 
   // What a row may have changed, put back.
   void restore() {
@@ -165,7 +161,6 @@ class ErrorLocationTest : public testing::ApartmentTest {
     }
   }
 
-  std::unique_ptr<testing::Host> host;
   hostdb::DataAccessPtr hostDb, syncDb;
 };
 

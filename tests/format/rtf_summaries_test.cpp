@@ -2,79 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "core/apartment.h"
-#include "core/synchronization.h"
 #include "test_support.h"
 
 namespace dossync::format {
 namespace {
 
-std::string readGolden(const std::string& name) {
-  std::ifstream in(std::string(DOSSYNC_SOURCE_DIR) + "/tests/format/golden/" + name,
-                   std::ios::binary);
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+// A golden summary, byte for byte (a mismatch prints both with their CRs shown as \r).
+std::string golden(const std::string& name) {
+  std::string text =
+      testing::readFile(std::string(DOSSYNC_SOURCE_DIR) + "/tests/format/golden/" + name);
+  EXPECT_FALSE(text.empty()) << "golden file " << name << " missing";
+  return text;
 }
 
-// Splits at LF, keeping each line's CR, so that a missing or extra CR shows in the message.
-std::vector<std::string> rawLines(const std::string& text) {
-  std::vector<std::string> lines;
-  size_t start = 0;
-  while (start <= text.size()) {
-    size_t lf = text.find('\n', start);
-    lines.push_back(text.substr(start, lf == std::string::npos ? std::string::npos : lf - start));
-    if (lf == std::string::npos) break;
-    start = lf + 1;
-  }
-  return lines;
-}
-
-std::string visible(const std::string& line) {
-  std::string out;
-  for (char c : line) out += c == '\r' ? std::string("<CR>") : std::string(1, c);
-  return "[" + out + "]";
-}
-
-// The summary against the golden file, byte for byte; a mismatch names the first differing
-// line and shows both versions of it.
-::testing::AssertionResult matchesGolden(const std::string& actual, const std::string& name) {
-  std::string golden = readGolden(name);
-  if (golden.empty()) return ::testing::AssertionFailure() << "golden file " << name << " missing";
-  if (actual == golden) return ::testing::AssertionSuccess();
-  auto want = rawLines(golden), got = rawLines(actual);
-  for (size_t i = 0; i < std::max(want.size(), got.size()); ++i) {
-    std::string w = i < want.size() ? visible(want[i]) : "<no line>";
-    std::string g = i < got.size() ? visible(got[i]) : "<no line>";
-    if (w != g)
-      return ::testing::AssertionFailure() << name << " differs first at line " << i + 1
-                                           << "\n  golden: " << w << "\n  actual: " << g;
-  }
-  return ::testing::AssertionFailure() << name << " differs";  // not reached
-}
-
-class SummaryTest : public testing::ApartmentTest {
- protected:
-  void SetUp() override {
-    ApartmentTest::SetUp();
-    host = testing::makeHostDatabase(dir);
-    component = std::make_unique<clsOutlookSynchronization>();
-    component->setErrorClass(errors);
-    component->setMainDatabaseLocation(host);
-    ASSERT_TRUE(component->mainDatabaseOpen());
-  }
-  void sql(const std::string& text) { testing::execSql(host, text); }
-  std::string column(const std::string& query) {
-    auto rows = testing::querySql(host, query);
-    return rows.empty() ? "<no row>" : rows[0];
-  }
-
-  std::string host;
-  std::shared_ptr<testing::RecordingErrorService> errors =
-      std::make_shared<testing::RecordingErrorService>();
-  std::unique_ptr<clsOutlookSynchronization> component;
-};
+using SummaryTest = testing::HostTest;
 
 TEST_F(SummaryTest, ContactWithEveryGroup) {
   sql("INSERT INTO CustomAddressFields (ContactLabel1, ContactLabel2, ContactLabel3) VALUES "
@@ -91,9 +33,9 @@ TEST_F(SummaryTest, ContactWithEveryGroup) {
       "'Tuesday', 'First line' || char(13, 10) || 'Second line' || char(13, 10, 13, 10) || "
       "'After a blank line');");
   std::string text = saveContactBusinessRTF(5);
-  EXPECT_TRUE(matchesGolden(text, "full_contact.rtf"));
-  EXPECT_EQ(column("SELECT BusinessNotes FROM Contacts WHERE ContactID = 5;"), text);
-  EXPECT_TRUE(errors->errors.empty());
+  EXPECT_EQ(text, golden("full_contact.rtf"));
+  EXPECT_EQ(one("SELECT BusinessNotes FROM Contacts WHERE ContactID = 5;"), text);
+  EXPECT_TRUE(errors().errors.empty());
 }
 
 TEST_F(SummaryTest, InheritedCompanyAddressReplacesTheContactsOwn) {
@@ -103,7 +45,7 @@ TEST_F(SummaryTest, InheritedCompanyAddressReplacesTheContactsOwn) {
       "INSERT INTO Contacts (ContactID, CompanyNum, DefaultContact, InheritCompanyInfo, "
       "DisplayName, BusinessAddress, BusinessCity, BusinessCountry) VALUES (7, 3, 1, 1, 'Sam Wu', "
       "'9 Elm Road', 'Kingston', 'Jamaica');");
-  EXPECT_TRUE(matchesGolden(saveContactBusinessRTF(7), "inherited_address.rtf"));
+  EXPECT_EQ(saveContactBusinessRTF(7), golden("inherited_address.rtf"));
   // Inheriting from a company that is not there falls back to the contact's own address.
   sql("INSERT INTO Contacts (ContactID, CompanyNum, InheritCompanyInfo, DisplayName, "
       "BusinessAddress) VALUES (8, 99, 1, 'Lost', 'Own Street'), (9, NULL, 1, 'Free', 'Own "
@@ -117,14 +59,14 @@ TEST_F(SummaryTest, OnlyForeignCountriesGetACountryLine) {
   sql("INSERT INTO Contacts (ContactID, DisplayName, BusinessName, BusinessAddress, BusinessCity, "
       "BusinessPostalCode, BusinessCountry) VALUES (10, 'Hans Muller', 'Muller GmbH', "
       "'Hauptstrasse 5', 'Berlin', '10115', 'Germany');");
-  EXPECT_TRUE(matchesGolden(saveContactBusinessRTF(10), "foreign_country.rtf"));
+  EXPECT_EQ(saveContactBusinessRTF(10), golden("foreign_country.rtf"));
   for (std::string country : {"Canada", "canada", "CANADA", "ca", "Can", "cDa"}) {
     SCOPED_TRACE(country);
     sql("DELETE FROM Contacts; INSERT INTO Contacts (ContactID, DisplayName, BusinessAddress, "
         "BusinessCity, BusinessProvince, BusinessPostalCode, BusinessCountry) VALUES (11, "
         "'Lou Tremblay', '12 Rue Principale', 'Gatineau', 'QC', 'J8X 1A1', '" +
         country + "');");
-    EXPECT_TRUE(matchesGolden(saveContactBusinessRTF(11), "domestic_country.rtf"));
+    EXPECT_EQ(saveContactBusinessRTF(11), golden("domestic_country.rtf"));
   }
   // Words that merely contain a domestic word are foreign.
   AddressParts parts{"", "", "", "Niagara", "", "", "Canadas"};
@@ -135,30 +77,30 @@ TEST_F(SummaryTest, ValuesAreStoredUnescaped) {
   sql("INSERT INTO Contacts (ContactID, DisplayName, Notes) VALUES "
       "(12, 'Brace {Inc} \\ Co', 'C:\\temp\\{draft}');");
   std::string text = saveContactBusinessRTF(12);
-  EXPECT_TRUE(matchesGolden(text, "unescaped_values.rtf"));
-  EXPECT_EQ(column("SELECT BusinessNotes FROM Contacts WHERE ContactID = 12;"), text);
+  EXPECT_EQ(text, golden("unescaped_values.rtf"));
+  EXPECT_EQ(one("SELECT BusinessNotes FROM Contacts WHERE ContactID = 12;"), text);
 }
 
 TEST_F(SummaryTest, NameOnlyAndNoDefaultSummariesOfACompany) {
   sql("INSERT INTO Companies (CompanyID, CompanyName, ContactNotes) VALUES (1, 'Co', 'old');"
       "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName) VALUES (6, 1, 'Pat Lee');");
-  EXPECT_TRUE(matchesGolden(saveNoDefaultComment(), "no_default.rtf"));
+  EXPECT_EQ(saveNoDefaultComment(), golden("no_default.rtf"));
 
   saveCompanyContactRTF(1, 6);  // a contact with only a name
-  EXPECT_TRUE(matchesGolden(column("SELECT ContactNotes FROM Companies;"), "name_only.rtf"));
-  EXPECT_TRUE(matchesGolden(column("SELECT BusinessNotes FROM Contacts;"), "name_only.rtf"));
+  EXPECT_EQ(one("SELECT ContactNotes FROM Companies;"), golden("name_only.rtf"));
+  EXPECT_EQ(one("SELECT BusinessNotes FROM Contacts;"), golden("name_only.rtf"));
 
   saveCompanyContactRTF(1, -7);  // any negative contact means no default
-  EXPECT_TRUE(matchesGolden(column("SELECT ContactNotes FROM Companies;"), "no_default.rtf"));
+  EXPECT_EQ(one("SELECT ContactNotes FROM Companies;"), golden("no_default.rtf"));
 
   // A contact that does not exist leaves an empty summary behind.
   saveCompanyContactRTF(1, 0);
-  EXPECT_EQ(column("SELECT ContactNotes FROM Companies;"), "");
+  EXPECT_EQ(one("SELECT ContactNotes FROM Companies;"), "");
 
   // An unknown company is left alone.
   saveCompanyContactRTF(2, -1);
-  EXPECT_EQ(column("SELECT count(*) FROM Companies;"), "1");
-  EXPECT_TRUE(errors->errors.empty());
+  EXPECT_EQ(one("SELECT count(*) FROM Companies;"), "1");
+  EXPECT_TRUE(errors().errors.empty());
 }
 
 TEST_F(SummaryTest, AddressBlockLayout) {
@@ -194,9 +136,9 @@ TEST_F(SummaryTest, MissingContactOrClosedDatabaseWritesNothing) {
   EXPECT_EQ(saveContactBusinessRTF(6), "");
   saveCompanyContactRTF(1, -1);
   EXPECT_FALSE(validContactID(6));
-  EXPECT_EQ(column("SELECT BusinessNotes FROM Contacts;"), "keep");
-  EXPECT_EQ(column("SELECT ContactNotes FROM Companies;"), "keep");
-  EXPECT_TRUE(errors->errors.empty());
+  EXPECT_EQ(one("SELECT BusinessNotes FROM Contacts;"), "keep");
+  EXPECT_EQ(one("SELECT ContactNotes FROM Companies;"), "keep");
+  EXPECT_TRUE(errors().errors.empty());
 }
 
 }  // namespace

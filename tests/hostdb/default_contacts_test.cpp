@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "core/apartment.h"
-#include "core/synchronization.h"
 #include "format/rtf_summaries.h"
 #include "test_support.h"
 
@@ -17,18 +16,15 @@ struct RecordingUi : IHostUi {
   std::vector<int32_t> pointers;
 };
 
-class DefaultContactsTest : public testing::ApartmentTest {
+class DefaultContactsTest : public testing::HostTest {
  protected:
   void SetUp() override {
-    ApartmentTest::SetUp();
-    host = testing::makeHostDatabase(dir);
+    HostTest::SetUp();
     // Company 10: three contacts, none default, client 100 with two schedule rows.
     // Company 11: no contacts, stale default columns. Company 12: contact 23 is its default.
     // Contact 24 belongs to no company; contact 25 names a company that does not exist.
     // Client 101 (company 12) has a schedule row of its own.
-    testing::execSql(
-        host,
-        "INSERT INTO Companies (CompanyID, CompanyName, DefaultContactName, "
+    sql("INSERT INTO Companies (CompanyID, CompanyName, DefaultContactName, "
         "DefaultContactPhoneNumber, DefaultContactFaxNumber, DefaultContactEmail, ContactNotes) "
         "VALUES (10, 'Acme', '', '', '', '', ''), (11, 'Empty', 'Old', '1', '2', 'old@x', 'stale'),"
         "(12, 'Held', 'Dee', '', '', '', '');"
@@ -44,16 +40,7 @@ class DefaultContactsTest : public testing::ApartmentTest {
         "INSERT INTO Schedule (ScheduleID, ClientNum, Custom1, Custom2, Custom3, Custom4, Custom5) "
         "VALUES (1, 100, 'x1', 'x2', 'x3', 'x4', 'x5'), (2, 100, 'y1', 'y2', 'y3', 'y4', 'y5'),"
         "(3, 101, 'z1', 'z2', 'z3', 'z4', 'z5');");
-    component = std::make_unique<clsOutlookSynchronization>();
-    component->setErrorClass(errors);
-    component->setMainDatabaseLocation(host);
-    ASSERT_TRUE(component->mainDatabaseOpen());
     apartment().hostUi = ui;
-  }
-  std::vector<std::string> rows(const std::string& sql) { return testing::querySql(host, sql); }
-  std::string one(const std::string& sql) {
-    auto r = rows(sql);
-    return r.empty() ? "<no row>" : r[0];
   }
   std::vector<std::string> defaults() {
     return rows("SELECT DefaultContact FROM Contacts WHERE CompanyNum = 10 ORDER BY ContactID;");
@@ -74,19 +61,14 @@ class DefaultContactsTest : public testing::ApartmentTest {
            std::string::npos;
   }
   void lookups(const std::string& values) {
-    testing::execSql(host,
-                     "INSERT INTO CustomFields (RemittanceCustomInfo1, RemittanceCustomInfo2, "
-                     "RemittanceCustomInfo3, RemittanceCustomInfo4, RemittanceCustomInfo5, "
-                     "RemittanceCustomType1, RemittanceCustomType2, RemittanceCustomType3, "
-                     "RemittanceCustomType4, RemittanceCustomType5) VALUES (" +
-                         values + ");");
+    sql("INSERT INTO CustomFields (RemittanceCustomInfo1, RemittanceCustomInfo2, "
+        "RemittanceCustomInfo3, RemittanceCustomInfo4, RemittanceCustomInfo5, "
+        "RemittanceCustomType1, RemittanceCustomType2, RemittanceCustomType3, "
+        "RemittanceCustomType4, RemittanceCustomType5) VALUES (" +
+        values + ");");
   }
 
-  std::string host;
-  std::shared_ptr<testing::RecordingErrorService> errors =
-      std::make_shared<testing::RecordingErrorService>();
   std::shared_ptr<RecordingUi> ui = std::make_shared<RecordingUi>();
-  std::unique_ptr<clsOutlookSynchronization> component;
 };
 
 using Row = std::vector<std::string>;
@@ -101,7 +83,7 @@ TEST_F(DefaultContactsTest, CheckForDefaultAnswersTheDefaultOrClearsACompanyWith
   EXPECT_EQ(companyColumns(11), "|||");
   EXPECT_EQ(one("SELECT ContactNotes FROM Companies WHERE CompanyID = 11;"),
             format::saveNoDefaultComment());
-  EXPECT_TRUE(errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
 }
 
 TEST_F(DefaultContactsTest, FirstContactBecomesTheDefaultAndEverythingFollows) {
@@ -124,7 +106,7 @@ TEST_F(DefaultContactsTest, FirstContactBecomesTheDefaultAndEverythingFollows) {
   EXPECT_EQ(companyColumns(10), "Bob|555-0200|555-0201|bob@acme");
   EXPECT_TRUE(showsDefault(20, "No"));
   EXPECT_EQ(one("SELECT DefaultContact FROM Contacts WHERE ContactID = 23;"), "1");
-  EXPECT_TRUE(errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
 }
 
 TEST_F(DefaultContactsTest, ContactWithoutACompanyOnlyGetsItsOwnFlagAndSummary) {
@@ -140,7 +122,7 @@ TEST_F(DefaultContactsTest, ContactWithoutACompanyOnlyGetsItsOwnFlagAndSummary) 
   EXPECT_EQ(rows("SELECT ContactNotes FROM Companies ORDER BY CompanyID;"), (Row{"", "stale", ""}));
   EXPECT_EQ(rows("SELECT Custom1 FROM Schedule ORDER BY ScheduleID;"), (Row{"x1", "y1", "z1"}));
   EXPECT_EQ(ui->pointers, (std::vector<int32_t>{}));  // no schedule update was attempted
-  EXPECT_TRUE(errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
 }
 
 TEST_F(DefaultContactsTest, LookupFieldsAreTheUpperCaseContactColumnNames) {
@@ -175,7 +157,7 @@ TEST_F(DefaultContactsTest, ScheduleColumnsTakeTheContactsValuesOfTypeThreeLooku
   changeDefaultContactChangeLookupFieldValue(22);
   EXPECT_EQ(row(1), "|x2||x4|x5");
   EXPECT_EQ(ui->pointers.size(), 6u);
-  EXPECT_TRUE(errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
 }
 
 TEST_F(DefaultContactsTest, ClosedDatabaseDoesNothing) {
@@ -189,18 +171,17 @@ TEST_F(DefaultContactsTest, ClosedDatabaseDoesNothing) {
   EXPECT_EQ(ui->pointers, (std::vector<int32_t>{}));
   EXPECT_EQ(companyColumns(11), "Old|1|2|old@x");
   EXPECT_EQ(defaults(), (Row{"0", "0", "0"}));
-  EXPECT_TRUE(errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
 }
 
-TEST_F(DefaultContactsTest, AFailureInTheWalkIsReportedUnderItsLocationAndLeaves) {
+TEST_F(DefaultContactsTest, AFailureInTheWalkIsReportedAndLeaves) {
   // A flag that cannot be read as a Boolean stops the walk of checkForDefault.
-  testing::execSql(host, "UPDATE Contacts SET DefaultContact = 'maybe' WHERE ContactID = 20;");
+  sql("UPDATE Contacts SET DefaultContact = 'maybe' WHERE ContactID = 20;");
   EXPECT_EQ(checkForDefault(10, true), -1);
-  ASSERT_EQ(errors->errors.size(), 1u);
-  EXPECT_EQ(errors->errors[0].number(), kTypeMismatch);
-  EXPECT_EQ(errors->errorLocations[0], "Dossiera.exe-modDatabaseFunctions-checkForDefault");
+  ASSERT_EQ(errors().errors.size(), 1u);
+  EXPECT_EQ(errors().errors[0].number(), kTypeMismatch);
   EXPECT_EQ(defaults(), (Row{"maybe", "0", "0"}));  // leaving: no default was chosen
-  EXPECT_TRUE(errors->stack.empty());
+  EXPECT_TRUE(errors().stack.empty());
 }
 
 }  // namespace

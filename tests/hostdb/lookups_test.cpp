@@ -3,39 +3,28 @@
 #include <gtest/gtest.h>
 
 #include "core/apartment.h"
-#include "core/synchronization.h"
 #include "test_support.h"
 
 namespace dossync::hostdb {
 namespace {
 
-class LookupsTest : public testing::ApartmentTest {
+class LookupsTest : public testing::HostTest {
  protected:
   void SetUp() override {
-    ApartmentTest::SetUp();
-    host = testing::makeHostDatabase(dir);
+    HostTest::SetUp();
     // Categories: 1 Clients > 2 Corporations > 3 Holding; 4 Suppliers (top level).
-    testing::execSql(host,
-                     "INSERT INTO Categories (CategoryID, CategoryName, CategoryNum) VALUES "
-                     "(1, 'Clients', NULL), (2, 'Corporations', 1), (3, 'Holding', 2), "
-                     "(4, 'Suppliers', NULL);"
-                     "INSERT INTO Companies (CompanyID, CompanyName, CategoryNum, CompanyNum) VALUES "
-                     "(10, 'Acme', 3, NULL), (11, 'Acme East', NULL, 10), (12, 'Loose', NULL, NULL),"
-                     "(13, 'Supplier Co', 4, 10);"
-                     "INSERT INTO ClientData (ClientDataID, CompanyIDNum) VALUES (100, 10), (101, 11);"
-                     "INSERT INTO Contacts (ContactID, CompanyNum, CategoryNum, DisplayName, "
-                     "DefaultContact) VALUES (20, 10, NULL, 'Ann', 0), (21, 10, NULL, 'Bob', 1),"
-                     "(22, 11, NULL, 'Cy', 0), (23, NULL, 4, 'Dee', 0), (24, 10, 4, 'Eve', 1),"
-                     "(25, NULL, NULL, 'Fay', 0);");
-    component = std::make_unique<clsOutlookSynchronization>();
-    component->setErrorClass(errors);
-    component->setMainDatabaseLocation(host);
-    ASSERT_TRUE(component->mainDatabaseOpen());
+    sql("INSERT INTO Categories (CategoryID, CategoryName, CategoryNum) VALUES "
+        "(1, 'Clients', NULL), (2, 'Corporations', 1), (3, 'Holding', 2), "
+        "(4, 'Suppliers', NULL);"
+        "INSERT INTO Companies (CompanyID, CompanyName, CategoryNum, CompanyNum) VALUES "
+        "(10, 'Acme', 3, NULL), (11, 'Acme East', NULL, 10), (12, 'Loose', NULL, NULL),"
+        "(13, 'Supplier Co', 4, 10);"
+        "INSERT INTO ClientData (ClientDataID, CompanyIDNum) VALUES (100, 10), (101, 11);"
+        "INSERT INTO Contacts (ContactID, CompanyNum, CategoryNum, DisplayName, "
+        "DefaultContact) VALUES (20, 10, NULL, 'Ann', 0), (21, 10, NULL, 'Bob', 1),"
+        "(22, 11, NULL, 'Cy', 0), (23, NULL, 4, 'Dee', 0), (24, 10, 4, 'Eve', 1),"
+        "(25, NULL, NULL, 'Fay', 0);");
   }
-  std::string host;
-  std::shared_ptr<testing::RecordingErrorService> errors =
-      std::make_shared<testing::RecordingErrorService>();
-  std::unique_ptr<clsOutlookSynchronization> component;
 };
 
 TEST_F(LookupsTest, KeyLookUps) {
@@ -49,16 +38,16 @@ TEST_F(LookupsTest, KeyLookUps) {
   EXPECT_EQ(getCompanyNameFromCompanyID(99), "");
   // Contact names are looked for in the companies table, which has no ContactID column.
   EXPECT_EQ(getContactNameFromContactID(20), "");
-  EXPECT_TRUE(errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
 }
 
 TEST_F(LookupsTest, ABlankKeyIsATypeMismatchAndAnswersTheInitialResult) {
-  testing::execSql(host, "INSERT INTO ClientData (ClientDataID, CompanyIDNum) VALUES (102, NULL);");
+  sql("INSERT INTO ClientData (ClientDataID, CompanyIDNum) VALUES (102, NULL);");
   EXPECT_EQ(getCompanyIDFromContactID(23), -1);  // a contact of no company
   EXPECT_EQ(getCompanyIDFromClientDataID(102), -1);
-  ASSERT_EQ(errors->errors.size(), 2u);
-  for (const auto& e : errors->errors) EXPECT_EQ(e.number(), kTypeMismatch);
-  EXPECT_EQ(errors->errorLocations[0],
+  ASSERT_EQ(errors().errors.size(), 2u);
+  for (const auto& e : errors().errors) EXPECT_EQ(e.number(), kTypeMismatch);
+  EXPECT_EQ(errors().errorLocations[0],
             "Dossiera.exe-modDatabaseFunctions-getCompanyIDFromContactID");
 }
 
@@ -93,30 +82,27 @@ TEST_F(LookupsTest, CategoryMembership) {
 }
 
 TEST_F(LookupsTest, ACycleInTheCategoryTreeIsReportedNotACrash) {
-  testing::execSql(host, "UPDATE Categories SET CategoryNum = 3 WHERE CategoryID = 1;");
+  sql("UPDATE Categories SET CategoryNum = 3 WHERE CategoryID = 1;");
   int32_t suppliers = 4;
   EXPECT_FALSE(doesThisCategoryBelongToCategory(3, suppliers));
-  EXPECT_FALSE(errors->errors.empty());
+  EXPECT_FALSE(errors().errors.empty());
 }
 
 TEST_F(LookupsTest, HostCategoryIsCreatedOnceAndTheFirstCallAnswersZero) {
   EXPECT_EQ(getAddressBookDossieraCategory(), 0);
-  auto rows = testing::querySql(host, "SELECT CategoryNum || '|' || CategoryName FROM HostCategory;");
-  ASSERT_EQ(rows.size(), 1u);
-  EXPECT_EQ(rows[0], "5|Dossiera clients");
+  EXPECT_EQ(rows("SELECT CategoryNum || '|' || CategoryName FROM HostCategory;"),
+            (std::vector<std::string>{"5|Dossiera clients"}));
   EXPECT_EQ(getAddressBookDossieraCategory(), 5);
   EXPECT_EQ(getAddressBookCategoryName(), "Dossiera clients");
-  EXPECT_EQ(testing::querySql(host, "SELECT count(*) FROM Categories WHERE CategoryName = 'Dossiera clients';")[0],
-            "1");
+  EXPECT_EQ(one("SELECT count(*) FROM Categories WHERE CategoryName = 'Dossiera clients';"), "1");
 }
 
 TEST_F(LookupsTest, CategoryNameWithAnEmptyHostCategoryReusesAnExistingCategory) {
-  testing::execSql(host, "INSERT INTO Categories (CategoryID, CategoryName) VALUES (9, 'Dossiera clients');");
+  sql("INSERT INTO Categories (CategoryID, CategoryName) VALUES (9, 'Dossiera clients');");
   EXPECT_EQ(getAddressBookCategoryName(), "Dossiera clients");
-  EXPECT_EQ(testing::querySql(host, "SELECT CategoryNum FROM HostCategory;")[0], "9");
+  EXPECT_EQ(rows("SELECT CategoryNum FROM HostCategory;")[0], "9");
   EXPECT_EQ(createNewHostCategory("Imported"), 0);
-  EXPECT_EQ(testing::querySql(host, "SELECT CategoryName FROM HostCategory;"),
-            (std::vector<std::string>{"Imported"}));
+  EXPECT_EQ(rows("SELECT CategoryName FROM HostCategory;"), (std::vector<std::string>{"Imported"}));
 }
 
 TEST_F(LookupsTest, AClosedDatabaseAnswersTheInitialResults) {
@@ -127,7 +113,7 @@ TEST_F(LookupsTest, AClosedDatabaseAnswersTheInitialResults) {
   EXPECT_EQ(getAddressBookDossieraCategory(), 0);
   int32_t clients = 1;
   EXPECT_FALSE(doesThisCategoryBelongToCategory(1, clients));
-  EXPECT_TRUE(errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
 }
 
 }  // namespace

@@ -15,13 +15,10 @@
 namespace dossync {
 namespace {
 
-struct LogonCall {
-  std::optional<std::string> profile, password;
-  std::optional<bool> dialog, newSession;
-};
-
+// What was asked of Outlook: each logon as "profile|password|dialog|new session" ("-" for an
+// omitted text), and the mails made.
 struct Log {
-  std::vector<LogonCall> logons;
+  std::vector<std::string> logons;
   std::vector<std::shared_ptr<outlook::MailItem>> mails;
   int created = 0;
 };
@@ -31,7 +28,8 @@ class LoggingNameSpace : public outlook::NameSpace {
   LoggingNameSpace(std::shared_ptr<outlook::NameSpace> real, Log& log) : real_(real), log_(log) {}
   void Logon(std::optional<std::string> p, std::optional<std::string> pw, std::optional<bool> d,
              std::optional<bool> n) override {
-    log_.logons.push_back({p, pw, d, n});
+    log_.logons.push_back(p.value_or("-") + "|" + pw.value_or("-") + "|" +
+                          std::to_string(d.value_or(-1)) + "|" + std::to_string(n.value_or(-1)));
     real_->Logon(p, pw, d, n);
   }
   std::shared_ptr<outlook::MAPIFolder> GetDefaultFolder(int32_t f) override {
@@ -68,9 +66,8 @@ class SendMailTest : public testing::ApartmentTest {
  protected:
   void SetUp() override {
     testing::ApartmentTest::SetUp();
-    Apartment& a = apartment();
-    a.errorService = errors;
-    a.errorServiceSet = true;
+    apartment().errorService = errors;
+    apartment().errorServiceSet = true;
     root = dir.file("outlook");
     platform::registerClass(
         platform::kOutlookApplication,
@@ -107,59 +104,26 @@ TEST_F(SendMailTest, LogonBranchesByProfileAndPassword) {
     const char* profile;
     const char* password;
     bool result;
-    bool loggedOn;
+    std::vector<std::string> logons;  // empty texts are omitted, not passed as ""
   };
-  for (Row r : {Row{"work", "pw", true, true}, Row{"work", "", true, true},
-                Row{"", "pw", false, false}, Row{"", "", true, true}}) {
+  EXPECT_TRUE(sender.StartOutlook());  // by default no dialog and no new session
+  EXPECT_EQ(log.logons, (std::vector<std::string>{"-|-|0|0"}));
+  for (const Row& r :
+       {Row{"work", "pw", true, {"work|pw|1|0"}}, Row{"work", "", true, {"work|-|1|0"}},
+        Row{"", "pw", false, {}}, Row{"", "", true, {"-|-|1|0"}}}) {
     SCOPED_TRACE(std::string(r.profile) + "/" + r.password);
     log.logons.clear();
     clsOutlookSendMail m;
     EXPECT_EQ(m.StartOutlook(r.profile, r.password, true, false), r.result);
-    ASSERT_EQ(log.logons.size(), r.loggedOn ? 1u : 0u);
-    if (r.loggedOn) {
-      const LogonCall& c = log.logons[0];
-      // Empty texts are omitted, not passed as "".
-      EXPECT_EQ(c.profile, *r.profile ? std::optional<std::string>(r.profile) : std::nullopt);
-      EXPECT_EQ(c.password, *r.password ? std::optional<std::string>(r.password) : std::nullopt);
-      EXPECT_EQ(c.dialog, true);
-      EXPECT_EQ(c.newSession, false);
-    }
+    EXPECT_EQ(log.logons, r.logons);
+    // Even without a logon the application and namespace are set: a mail can still be made.
+    EXPECT_TRUE(m.CreateNewMail());
   }
+  EXPECT_EQ(log.created, 1);  // each later session attached to the running Outlook
   EXPECT_TRUE(errors->errors.empty());
 }
 
-TEST_F(SendMailTest, PasswordWithoutProfileStillLeavesOutlookStarted) {
-  EXPECT_FALSE(sender.StartOutlook("", "secret"));
-  EXPECT_TRUE(log.logons.empty());
-  EXPECT_EQ(log.created, 1);
-  // The application and namespace are set, so a mail can still be made.
-  EXPECT_TRUE(sender.CreateNewMail());
-}
-
-TEST_F(SendMailTest, AttachesToARunningOutlookBeforeStartingOne) {
-  ASSERT_TRUE(sender.StartOutlook());
-  clsOutlookSendMail second;
-  ASSERT_TRUE(second.StartOutlook());
-  EXPECT_EQ(log.created, 1);
-  EXPECT_EQ(log.logons.size(), 2u);
-}
-
-TEST_F(SendMailTest, DefaultsLogOnWithoutDialogOrNewSession) {
-  EXPECT_TRUE(sender.StartOutlook());
-  ASSERT_EQ(log.logons.size(), 1u);
-  EXPECT_EQ(log.logons[0].profile, std::nullopt);
-  EXPECT_EQ(log.logons[0].dialog, false);
-  EXPECT_EQ(log.logons[0].newSession, false);
-}
-
-TEST_F(SendMailTest, NoOutlookAtAllAnswersFalseQuietly) {
-  platform::unregisterClass(platform::kOutlookApplication);
-  EXPECT_FALSE(sender.StartOutlook("work"));
-  EXPECT_FALSE(sender.CreateNewMail());
-  EXPECT_TRUE(errors->errors.empty());
-}
-
-TEST_F(SendMailTest, MembersBeforeTheirPrerequisiteDoNothing) {
+TEST_F(SendMailTest, WithoutOutlookOrBeforeTheirPrerequisiteMembersDoNothing) {
   EXPECT_FALSE(sender.CreateNewMail());  // no session
   EXPECT_FALSE(sender.SendMail());
   EXPECT_FALSE(sender.DisplayMail());
@@ -169,13 +133,18 @@ TEST_F(SendMailTest, MembersBeforeTheirPrerequisiteDoNothing) {
   sender.setRecipient_TO("a@example.org");
   sender.setRecipient_CC("a@example.org");
   sender.setRecipient_BCC("a@example.org");
-  EXPECT_TRUE(errors->errors.empty());
   EXPECT_EQ(log.created, 0);
 
   ASSERT_TRUE(sender.StartOutlook());
   EXPECT_FALSE(sender.SendMail());  // started, but no mail yet
   EXPECT_TRUE(log.mails.empty());
   EXPECT_FALSE(std::filesystem::exists(root + "/default/outbox"));
+
+  platform::unregisterClass(platform::kOutlookApplication);
+  clsOutlookSendMail none;
+  EXPECT_FALSE(none.StartOutlook("work"));
+  EXPECT_FALSE(none.CreateNewMail());
+  EXPECT_TRUE(errors->errors.empty());
 }
 
 TEST_F(SendMailTest, RecipientsAreNeverSplitAndKeepTheirType) {
@@ -186,48 +155,41 @@ TEST_F(SendMailTest, RecipientsAreNeverSplitAndKeepTheirType) {
   sender.setRecipient_BCC("not an address");
   sender.setRecipient_TO("jane@example.org");
   auto r = mail->Recipients();
-  ASSERT_EQ(r->Count(), 4);
-  EXPECT_EQ(r->Item(1)->Name(), "jane@example.org; bob@example.org");
-  EXPECT_EQ(r->Item(1)->Type(), outlook::olTo);
-  EXPECT_EQ(r->Item(2)->Type(), outlook::olCC);
-  EXPECT_EQ(r->Item(3)->Name(), "not an address");
-  EXPECT_EQ(r->Item(3)->Type(), outlook::olBCC);
-  EXPECT_EQ(r->Item(4)->Type(), outlook::olTo);
+  std::string got;
+  for (int32_t i = 1; i <= r->Count(); ++i) {
+    auto& one = dynamic_cast<vdir::VdirRecipient&>(*r->Item(i));
+    got +=
+        one.Name() + " " + std::to_string(one.Type()) + (one.Resolved() ? " resolved" : "") + "|";
+  }
   // Resolve was called; its False answers are not errors.
-  auto* joined = dynamic_cast<vdir::VdirRecipient*>(r->Item(1).get());
-  ASSERT_TRUE(joined);
-  EXPECT_FALSE(joined->Resolved());
-  EXPECT_TRUE(dynamic_cast<vdir::VdirRecipient&>(*r->Item(2)).Resolved());
+  EXPECT_EQ(got,
+            "jane@example.org; bob@example.org 1|Carol <carol@example.org> 2 resolved|"
+            "not an address 3|jane@example.org 1 resolved|");
   EXPECT_TRUE(errors->errors.empty());
 }
 
-TEST_F(SendMailTest, EachBodyAssignmentReplacesTheBody) {
+TEST_F(SendMailTest, BodySubjectAndAttachmentsReachTheMail) {
   auto mail = newMail();
   sender.setBody("First");
   EXPECT_EQ(mail->Body(), "First\r\n\r\n");
-  sender.setBody("Second\nline");
+  sender.setBody("Second\nline");  // each assignment replaces the body
   EXPECT_EQ(mail->Body(), "Second\nline\r\n\r\n");
-  sender.setBody("");
-  EXPECT_EQ(mail->Body(), "\r\n\r\n");
   sender.setSubject("Hello");
   EXPECT_EQ(mail->Subject(), "Hello");
-}
 
-TEST_F(SendMailTest, AttachmentDisplayNameKeptOrReplaced) {
-  auto mail = newMail();
   std::string path = file("report 2024.pdf", "%PDF");
   EXPECT_TRUE(sender.Attachment(path));
   EXPECT_TRUE(sender.Attachment(path, ""));
   EXPECT_TRUE(sender.Attachment(path, "Annual report.pdf"));
   auto a = mail->Attachments();
   ASSERT_EQ(a->Count(), 3);
-  EXPECT_EQ(a->Item(1)->DisplayName(), "report 2024.pdf");
-  EXPECT_EQ(a->Item(2)->DisplayName(), "report 2024.pdf");
-  EXPECT_EQ(a->Item(3)->DisplayName(), "Annual report.pdf");
+  EXPECT_EQ(
+      a->Item(1)->DisplayName() + "|" + a->Item(2)->DisplayName() + "|" + a->Item(3)->DisplayName(),
+      "report 2024.pdf|report 2024.pdf|Annual report.pdf");
   EXPECT_EQ(a->Item(3)->PathName(), path);
 }
 
-TEST_F(SendMailTest, FailedOutlookCallsAreReportedWhereTheyHappenAndAnswerFalse) {
+TEST_F(SendMailTest, FailedOutlookCallsAreReportedAndAnswerFalse) {
   newMail();
   EXPECT_FALSE(sender.Attachment(dir.file("missing.pdf"), "x.pdf"));
   sender.setRecipient_TO("jane@example.org");
@@ -235,13 +197,8 @@ TEST_F(SendMailTest, FailedOutlookCallsAreReportedWhereTheyHappenAndAnswerFalse)
   EXPECT_FALSE(sender.SendMail());
   ASSERT_EQ(errors->errors.size(), 2u);
   EXPECT_EQ(errors->errors[0].number(), kFileNotFound);
-  EXPECT_EQ(errors->errorLocations[0], "kvoutlookdx.dll-clsOutlookSendMail-Attachment");
   EXPECT_EQ(errors->errors[1].number(), kDeliveryFailed);
-  EXPECT_EQ(errors->errorLocations[1], "kvoutlookdx.dll-clsOutlookSendMail-SendMail");
-  EXPECT_NE(errors->errors[1].description().find("no mail account"), std::string::npos);
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(root + "/default/outbox"), {}), 1);
-  // Every member left the frame it entered.
-  EXPECT_TRUE(errors->stack.empty());
 }
 
 TEST_F(SendMailTest, SecondMailReplacesTheCurrentOneAndCloseLetsGo) {
@@ -257,24 +214,6 @@ TEST_F(SendMailTest, SecondMailReplacesTheCurrentOneAndCloseLetsGo) {
   EXPECT_FALSE(sender.SendMail());
   EXPECT_FALSE(sender.CreateNewMail());
   EXPECT_TRUE(errors->errors.empty());
-}
-
-TEST_F(SendMailTest, DisplayWritesADraftOfTheCurrentMail) {
-  unsetenv("DISPLAY");
-  unsetenv("WAYLAND_DISPLAY");
-  auto mail = newMail();
-  sender.setSubject("Draft subject");
-  sender.setRecipient_BCC("hidden@example.org");
-  ::testing::internal::CaptureStdout();
-  EXPECT_TRUE(sender.DisplayMail());
-  std::string said = ::testing::internal::GetCapturedStdout();
-  auto* item = dynamic_cast<vdir::VdirMailItem*>(mail.get());
-  ASSERT_TRUE(item);
-  EXPECT_EQ(said, "Draft saved: " + item->draftPath().string() + "\n");
-  std::ifstream in(item->draftPath(), std::ios::binary);
-  std::string text((std::istreambuf_iterator<char>(in)), {});
-  EXPECT_NE(text.find("Subject: Draft subject\r\n"), std::string::npos);
-  EXPECT_NE(text.find("Bcc: hidden@example.org\r\n"), std::string::npos);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "backends/sqlite/sqlite_data_access.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
 #include "test_support.h"
@@ -22,9 +21,13 @@ class SyncDatabaseTest : public testing::ApartmentTest {
     component->setErrorClass(errors);
     component->setMsgboxClass(messages);
   }
-  std::vector<std::string> columns(const std::string& db, const std::string& table) {
-    return querySql(db, "SELECT name || ' ' || type FROM pragma_table_info('" + table + "');");
+  // The table's columns: "name type, ...".
+  std::string columns(const std::string& table) {
+    return querySql(
+        path, "SELECT group_concat(name || ' ' || type, ', ') FROM pragma_table_info('" + table +
+                  "');")[0];
   }
+  std::string path = dir.file("sync.db");
   std::shared_ptr<testing::RecordingErrorService> errors =
       std::make_shared<testing::RecordingErrorService>();
   std::shared_ptr<testing::RecordingMessageBox> messages =
@@ -33,23 +36,19 @@ class SyncDatabaseTest : public testing::ApartmentTest {
 };
 
 TEST_F(SyncDatabaseTest, AMissingFileIsCreatedWithBothTablesThroughTheTemporaryFile) {
-  std::string path = dir.file("sync.db");
   std::ofstream(dir.file("Temp.mdb")) << "left over from an earlier run";
   component->setSyncDatabaseLocation(path);
   EXPECT_TRUE(component->syncDatabaseOpen());
   EXPECT_FALSE(component->FailedToInitializeFlag());
   EXPECT_FALSE(fs::exists(dir.file("Temp.mdb")));
-  EXPECT_EQ(columns(path, "OutlookScheme"),
-            (std::vector<std::string>{"SchemeID INTEGER", "DataFileID VARCHAR(20)",
-                                      "SchemeName VARCHAR(100)", "CompanyListType INTEGER",
-                                      "SyncType INTEGER", "InfoType INTEGER",
-                                      "ContactsCategory VARCHAR(100)", "ProfileName VARCHAR(100)",
-                                      "ProfilePassword VARCHAR(100)", "DateLastSync DATETIME"}));
-  EXPECT_EQ(columns(path, "OutlookSync"),
-            (std::vector<std::string>{"SyncID INTEGER", "SchemeNum INTEGER", "DataFileID VARCHAR(20)",
-                                      "CompanyNum INTEGER", "ContactNum INTEGER",
-                                      "OutlookID VARCHAR(100)", "OutlookCategory VARCHAR(100)",
-                                      "DateLastSync DATETIME"}));
+  EXPECT_EQ(columns("OutlookScheme"),
+            "SchemeID INTEGER, DataFileID VARCHAR(20), SchemeName VARCHAR(100), CompanyListType "
+            "INTEGER, SyncType INTEGER, InfoType INTEGER, ContactsCategory VARCHAR(100), "
+            "ProfileName VARCHAR(100), ProfilePassword VARCHAR(100), DateLastSync DATETIME");
+  EXPECT_EQ(columns("OutlookSync"),
+            "SyncID INTEGER, SchemeNum INTEGER, DataFileID VARCHAR(20), CompanyNum INTEGER, "
+            "ContactNum INTEGER, OutlookID VARCHAR(100), OutlookCategory VARCHAR(100), "
+            "DateLastSync DATETIME");
   EXPECT_TRUE(errors->errors.empty());
   EXPECT_TRUE(messages->shown.empty());
 
@@ -63,61 +62,48 @@ TEST_F(SyncDatabaseTest, AMissingFileIsCreatedWithBothTablesThroughTheTemporaryF
   EXPECT_THROW(db->setNewField(h, "DataFileID", std::string(21, 'd')), RuntimeError);
   db->saveNew(h);
   db->closeRecordset(h);
-  EXPECT_EQ(querySql(path, "SELECT length(OutlookID) || '/' || DataFileID || '/' || "
-                           "ifnull(CompanyNum, 'null') FROM OutlookSync;"),
+  EXPECT_EQ(querySql(path,
+                     "SELECT length(OutlookID) || '/' || DataFileID || '/' || "
+                     "ifnull(CompanyNum, 'null') FROM OutlookSync;"),
             (std::vector<std::string>{"100//null"}));
 }
 
-TEST_F(SyncDatabaseTest, AGoodFileIsKeptWithItsRows) {
-  std::string path = dir.file("sync.db");
+TEST_F(SyncDatabaseTest, AGoodFileIsKeptWithItsRowsAFileThatIsNotADatabaseIsReplaced) {
   component->setSyncDatabaseLocation(path);
   testing::execSql(path, "INSERT INTO OutlookScheme (SchemeName) VALUES ('kept');");
-  resetApartment();
-  sqlite::registerSqliteClasses();
-  clsOutlookSynchronization again;
-  again.setSyncDatabaseLocation(path);
-  EXPECT_TRUE(again.syncDatabaseOpen());
-  EXPECT_EQ(querySql(path, "SELECT SchemeName FROM OutlookScheme;"), (std::vector<std::string>{"kept"}));
-}
-
-TEST_F(SyncDatabaseTest, AFileThatIsNotADatabaseIsReplaced) {
-  std::string path = dir.file("sync.db");
-  std::ofstream(path) << "garbage garbage garbage garbage garbage garbage garbage garbage";
   component->setSyncDatabaseLocation(path);
   EXPECT_TRUE(component->syncDatabaseOpen());
-  EXPECT_FALSE(component->FailedToInitializeFlag());
-  EXPECT_EQ(querySql(path, "SELECT count(*) FROM OutlookSync;"), (std::vector<std::string>{"0"}));
-}
+  EXPECT_EQ(querySql(path, "SELECT SchemeName FROM OutlookScheme;"),
+            (std::vector<std::string>{"kept"}));
 
-TEST_F(SyncDatabaseTest, AMissingTableIsAddedWhenTheServiceResumesPastTheExistingOne) {
-  std::string path = dir.file("sync.db");
-  testing::execSql(path, "CREATE TABLE OutlookScheme (SchemeID INTEGER PRIMARY KEY AUTOINCREMENT);");
-  errors->action = kActionResume;
-  component->setSyncDatabaseLocation(path);
-  EXPECT_TRUE(component->syncDatabaseOpen());
-  ASSERT_EQ(errors->errors.size(), 1u);
-  EXPECT_EQ(errors->errors[0].number(), kTableExists);
-  EXPECT_EQ(errors->errorLocations[0], "kvoutlookdx.dll-clsOutlookSynchronization-createTables");
-  EXPECT_EQ(columns(path, "OutlookSync").size(), 8u);
-}
-
-TEST_F(SyncDatabaseTest, WithTheLeaveActionTheFailedAppendStopsTableCreation) {
-  std::string path = dir.file("sync.db");
-  testing::execSql(path, "CREATE TABLE OutlookScheme (SchemeID INTEGER PRIMARY KEY AUTOINCREMENT);");
-  component->setSyncDatabaseLocation(path);
-  ASSERT_EQ(errors->errors.size(), 1u);
-  EXPECT_EQ(errors->errors[0].number(), kTableExists);
-  EXPECT_TRUE(columns(path, "OutlookSync").empty());
-  // The file was usable, so it is kept (and opened) rather than replaced.
-  EXPECT_TRUE(component->syncDatabaseOpen());
-}
-
-TEST_F(SyncDatabaseTest, VerificationAndTableTest) {
+  std::string junk = dir.file("junk.db");
+  std::ofstream(junk) << "garbage garbage garbage garbage garbage garbage garbage garbage";
   EXPECT_FALSE(component->verifySyncDatabase(""));
   EXPECT_FALSE(component->verifySyncDatabase(dir.file("absent.db")));
-  std::ofstream(dir.file("junk.db")) << "junk junk junk junk junk junk junk junk junk junk junk";
-  EXPECT_FALSE(component->verifySyncDatabase(dir.file("junk.db")));
-  EXPECT_TRUE(fs::exists(dir.file("junk.db")));  // verification itself deletes nothing
+  EXPECT_FALSE(component->verifySyncDatabase(junk));
+  EXPECT_TRUE(fs::exists(junk));  // verification itself deletes nothing
+  component->setSyncDatabaseLocation(junk);
+  EXPECT_TRUE(component->syncDatabaseOpen());
+  EXPECT_FALSE(component->FailedToInitializeFlag());
+  EXPECT_EQ(querySql(junk, "SELECT count(*) FROM OutlookSync;"), (std::vector<std::string>{"0"}));
+}
+
+// With one table there, appending it fails: Resume goes on to add the other table, Leave stops
+// there; either way the usable file is kept and opened rather than replaced.
+TEST_F(SyncDatabaseTest, AMissingTableIsAddedOnlyWhenTheServiceResumesPastTheExistingOne) {
+  for (int32_t action : {kActionResume, kActionLeave}) {
+    SCOPED_TRACE(action);
+    fs::remove(path);
+    errors->errors.clear();
+    testing::execSql(path,
+                     "CREATE TABLE OutlookScheme (SchemeID INTEGER PRIMARY KEY AUTOINCREMENT);");
+    errors->action = action;
+    component->setSyncDatabaseLocation(path);
+    EXPECT_TRUE(component->syncDatabaseOpen());
+    ASSERT_EQ(errors->errors.size(), 1u);
+    EXPECT_EQ(errors->errors[0].number(), kTableExists);
+    EXPECT_EQ(columns("OutlookSync").empty(), action == kActionLeave);
+  }
 }
 
 TEST_F(SyncDatabaseTest, ADatabaseThatCannotBeCreatedOrOpenedShowsTheWizardMessage) {

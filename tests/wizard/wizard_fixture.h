@@ -37,16 +37,15 @@ inline void fillAddressBook(const std::string& hostPath) {
     std::string table = t;
     std::string key = table == "AccountingServices" ? "AccountingServicesID"
                       : table == "ClientOptions"    ? "ClientOptionsID"
-                      : table + "ID";
+                                                    : table + "ID";
     execSql(hostPath, "INSERT INTO " + table + " (" + key + ") VALUES (1), (2), (4);");
   }
 }
 
-class WizardTest : public ApartmentTest {
+class WizardTest : public HostTest {
  protected:
   void SetUp() override {
-    ApartmentTest::SetUp();
-    host = std::make_unique<Host>(dir);
+    HostTest::SetUp();
     fillAddressBook(host->hostPath);
     c().setShowProgress(false);
     c().setDataFileUniqueID("DF1");
@@ -59,10 +58,8 @@ class WizardTest : public ApartmentTest {
   void TearDown() override {
     d.reset();
     form.reset();
-    host.reset();
-    ApartmentTest::TearDown();
+    HostTest::TearDown();
   }
-  clsOutlookSynchronization& c() { return *host->component; }
   void start() { form->startWizard(c()); }
   SelectionCollection& selection() { return *c().companyCollection(); }
   std::vector<std::string> members(int member) {
@@ -71,8 +68,15 @@ class WizardTest : public ApartmentTest {
     return out;
   }
   const std::vector<RecordingMessageBox::Shown>& shown() { return host->messages->shown; }
+  // The step on show and the navigation buttons a user can click: "1: 1 2 3" is step 1 with
+  // Cancel, Back and Next.
+  std::string nav() {
+    std::string out = std::to_string(d->step()) + ":";
+    for (int32_t i = 1; i <= 4; ++i)
+      if (d->canUse("cmdNav", i)) out += " " + std::to_string(i);
+    return out;
+  }
 
-  std::unique_ptr<Host> host;
   ObjectPtr mdi;
   std::shared_ptr<wizard::HeadlessWizard> form;
   std::unique_ptr<wizard::WizardDriver> d;

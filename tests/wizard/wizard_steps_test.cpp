@@ -1,7 +1,5 @@
 // The wizard's steps, navigation buttons, Finish and Cancel, and the write-through option
 // handlers, driven headlessly as a user would.
-#include <algorithm>
-
 #include "core/platform.h"
 #include "wizard_fixture.h"
 
@@ -16,24 +14,14 @@ class RecordingHostUi : public IHostUi {
   std::vector<int32_t> pointers;
 };
 
-bool entered(const testing::RecordingErrorService& e, const std::string& location) {
-  return std::find(e.entered.begin(), e.entered.end(), location) != e.entered.end();
-}
-
 TEST_F(WizardTest, StartShowsTheWelcomeStepModallyOverTheHostWindow) {
   auto ui = std::make_shared<RecordingHostUi>();
   apartment().hostUi = ui;
   start();
   EXPECT_EQ(d->caption(), "Outlook Wizard - Welcome to the synchronization wizard");
-  EXPECT_EQ(d->step(), 0);
-  EXPECT_EQ(d->get("fraStep", 0).left, 0);
-  for (int i = 1; i <= 3; ++i) EXPECT_EQ(d->get("fraStep", i).left, -10000) << i;
-  EXPECT_TRUE(d->canUse("cmdNav", 1));
-  EXPECT_FALSE(d->canUse("cmdNav", 2));
-  EXPECT_TRUE(d->canUse("cmdNav", 3));
-  EXPECT_FALSE(d->canUse("cmdNav", 4));
-  EXPECT_FALSE(form->finishAllowed());
-  EXPECT_FALSE(form->listLoaded());
+  EXPECT_EQ(nav(), "0: 1 3");
+  for (int i = 0; i <= 3; ++i) EXPECT_EQ(d->get("fraStep", i).left, i ? -10000 : 0) << i;
+  EXPECT_FALSE(form->finishAllowed() || form->listLoaded());
   EXPECT_EQ(ui->pointers, (std::vector<int32_t>{11, 0}));
   EXPECT_EQ(form->view.shown, 1);
   EXPECT_EQ(form->view.ownerWindow, mdi);
@@ -46,33 +34,32 @@ TEST_F(WizardTest, StartShowsTheWelcomeStepModallyOverTheHostWindow) {
 
 TEST_F(WizardTest, TheStepMachine) {
   start();
-  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
-  EXPECT_EQ(d->step(), 3);
-  EXPECT_EQ(d->caption(), "Outlook Wizard - Advanced Options");
-  EXPECT_FALSE(d->canUse("cmdNav", 3));
-  EXPECT_TRUE(d->canUse("cmdNav", 4));
-  EXPECT_EQ(d->get("fraStep", 0).left, -10000);
-  EXPECT_FALSE(d->get("fraStep", 0).enabled);
-  ASSERT_TRUE(d->click("cmdNav", 2));  // Back from Advanced Options: the welcome step
-  EXPECT_EQ(d->step(), 0);
-  EXPECT_EQ(d->get("fraStep", 3).left, -10000);
-  EXPECT_FALSE(form->listLoaded());  // jumping back does not fill the tree
-
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  EXPECT_EQ(d->step(), 1);
-  EXPECT_EQ(d->caption(), "Outlook Wizard - Select the companies to synchronize");
-  EXPECT_TRUE(form->listLoaded());
-  EXPECT_TRUE(d->canUse("cmdNav", 2));
-  EXPECT_FALSE(d->canUse("cmdNav", 4));
+  struct Row {
+    const char* button;
+    int32_t index;
+    const char* nav;
+    const char* caption;  // after "Outlook Wizard - "
+    bool listLoaded;
+  } rows[] = {
+      {"cmdAdvancedOptions", -1, "3: 1 2 4", "Advanced Options", false},
+      {"cmdNav", 2, "0: 1 3", "Welcome to the synchronization wizard", false},  // not step 2
+      {"cmdNav", 3, "1: 1 2 3", "Select the companies to synchronize", true},
+      {"cmdNav", 3, "2: 1 2 4", "Finish", true},
+  };
+  int32_t before = 0;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.nav);
+    ASSERT_TRUE(d->click(row.button, row.index));
+    EXPECT_EQ(nav(), row.nav);
+    EXPECT_EQ(d->caption(), std::string("Outlook Wizard - ") + row.caption);
+    EXPECT_EQ(form->listLoaded(), row.listLoaded);  // jumping back does not fill the tree
+    // The step left is moved away and disabled.
+    EXPECT_EQ(d->get("fraStep", before).left, -10000);
+    EXPECT_FALSE(d->get("fraStep", before).enabled);
+    before = d->step();
+  }
   EXPECT_GT(form->tree().count(), 0);
-
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  EXPECT_EQ(d->step(), 2);
-  EXPECT_EQ(d->caption(), "Outlook Wizard - Finish");
-  EXPECT_FALSE(d->canUse("cmdNav", 3));
-  EXPECT_TRUE(d->canUse("cmdNav", 4));
   EXPECT_TRUE(d->canUse("txtSaveName"));
-
   // Next is disabled on step 2; invoked anyway it goes to the welcome step.
   form->cmdNav_Click(3);
   EXPECT_EQ(d->step(), 0);
@@ -104,48 +91,22 @@ TEST_F(WizardTest, NextRebuildsTheTreeAndBackKeepsTheMarks) {
   EXPECT_EQ(d->checkedKeys(), (std::vector<std::string>{"Company:13"}));
 }
 
-TEST_F(WizardTest, FinishWithAnEmptySelectionShowsTheMessageAndStays) {
+TEST_F(WizardTest, FinishWithAnEmptySelectionStaysAndCancelNeverSynchronises) {
   start();
   ASSERT_TRUE(d->click("cmdAdvancedOptions"));
-  ASSERT_TRUE(d->click("cmdNav", 4));
-  ASSERT_EQ(shown().size(), 1u);
-  EXPECT_NE(shown()[0].text.find("You must select some companies"), std::string::npos);
-  EXPECT_TRUE(form->loaded());
-  EXPECT_EQ(d->step(), 3);
+  ASSERT_TRUE(d->click("cmdNav", 4));  // the message is shown (checked with the texts)
+  EXPECT_EQ(shown().size(), 1u);
+  EXPECT_EQ(nav(), "3: 1 2 4");
   EXPECT_EQ(form->view.unloads, 0);
-  EXPECT_EQ(c().counters().rowsWalked, 0);
-}
 
-TEST_F(WizardTest, FinishSynchronisesTheSelectionAndCloses) {
-  start();
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  ASSERT_TRUE(d->tick("Category:2"));  // Acme Ltd, Acme Sub and Beta Inc beneath it
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  EXPECT_EQ(members(1), (std::vector<std::string>{"10", "11", "12"}));
-  ASSERT_TRUE(d->click("cmdNav", 4));
-  EXPECT_FALSE(form->loaded());
-  EXPECT_EQ(form->view.unloads, 1);
-  EXPECT_EQ(c().counters().itemsCreated, 3);
-  EXPECT_EQ(testing::querySql(host->syncPath,
-                              "SELECT COUNT(*) FROM OutlookSync WHERE OutlookID <> '';")[0],
-            "3");
-}
-
-TEST_F(WizardTest, CancelAndTheCloseBoxNeverSynchronise) {
-  start();
+  ASSERT_TRUE(d->click("cmdNav", 2));
   ASSERT_TRUE(d->click("cmdNav", 3));
   ASSERT_TRUE(d->tick("Company:10"));
   ASSERT_TRUE(d->click("cmdNav", 3));
   ASSERT_TRUE(d->click("cmdNav", 1));
   EXPECT_FALSE(form->loaded());
-  EXPECT_EQ(c().counters().rowsWalked, 0);
-  EXPECT_TRUE(entered(*host->errors, "kvoutlookdx.dll-frmWizard-Form_Unload"));
+  EXPECT_EQ(form->view.unloads, 1);
   EXPECT_FALSE(d->click("cmdNav", 4));  // nothing can be clicked on an unloaded form
-
-  auto second = std::make_shared<wizard::HeadlessWizard>();
-  second->startWizard(c());
-  second->userClose();
-  EXPECT_FALSE(second->loaded());
   EXPECT_EQ(c().counters().rowsWalked, 0);
 }
 
@@ -183,23 +144,19 @@ TEST_F(WizardTest, AdvancedOptionsFollowTheOwnersSettingsAndDirection) {
   c().setOutlookCategory("Cat");
   start();
   ASSERT_TRUE(d->click("cmdAdvancedOptions"));
-  EXPECT_TRUE(d->value("optSynchDirection", 3));
-  EXPECT_TRUE(d->value("optInfoType", 4));
-  EXPECT_EQ(d->text("txtProfileName"), "P");
-  EXPECT_EQ(d->text("txtPassword"), "W");
-  EXPECT_EQ(d->text("txtContactsCategory"), "Cat");
+  EXPECT_TRUE(d->value("optSynchDirection", 3) && d->value("optInfoType", 4));
+  EXPECT_EQ(d->text("txtProfileName") + d->text("txtPassword") + d->text("txtContactsCategory"),
+            "PWCat");
   // Writing into the host, only the profile and password matter.
   for (const char* name : {"Frame6", "Frame3", "txtContactsCategory", "Label6", "Label7"})
     EXPECT_FALSE(d->get(name).enabled) << name;
   EXPECT_FALSE(d->canUse("optInfoType", 1));
-  EXPECT_TRUE(d->canUse("txtProfileName"));
-  EXPECT_TRUE(d->canUse("txtPassword"));
+  EXPECT_TRUE(d->canUse("txtProfileName") && d->canUse("txtPassword"));
 
   ASSERT_TRUE(d->click("cmdNav", 2));
   ASSERT_TRUE(d->click("optSynchDirection", 2));
   ASSERT_TRUE(d->click("cmdAdvancedOptions"));
-  EXPECT_TRUE(d->canUse("optInfoType", 1));
-  EXPECT_TRUE(d->canUse("txtContactsCategory"));
+  EXPECT_TRUE(d->canUse("optInfoType", 1) && d->canUse("txtContactsCategory"));
 }
 
 TEST_F(WizardTest, WithNeitherDirectionChosenNextLoadsNothingButStillAppliesTheSelection) {
