@@ -36,6 +36,12 @@ std::vector<RuntimeError> Apartment::idleDatabases() {
 }
 
 void Apartment::commitPoint() {
+  bool due = false;
+  for (hostdb::IDataAccess* db : {hostDb.get(), syncDb.get()}) due = due || (db && db->commitDue());
+  if (!due) return;
+  for (const auto& weak : idleTasks) {
+    if (auto task = weak.lock()) task->finish();
+  }
   for (hostdb::IDataAccess* db : {hostDb.get(), syncDb.get()}) {
     if (db) db->commitPoint();
   }

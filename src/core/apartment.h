@@ -45,8 +45,9 @@ struct Apartment {
   // committed is answered, not thrown.
   std::vector<RuntimeError> idleDatabases();
   // A point where what was written so far forms a whole (the synchronisation driver calls it
-  // between records): grouped writes older than 100 ms are committed here. Throws what could
-  // not be committed.
+  // between records): grouped writes older than 100 ms are committed here, after the work
+  // behind the procedures' back (cards still being written) is done, so that no pairing is
+  // committed before what it pairs with exists. Throws what could not be done.
   void commitPoint();
 
   FileUtil& fileUtil();

@@ -29,13 +29,13 @@
 //   ClientDataID (auto-numbers); the synchronisation database assigns SyncID. The mapping
 //   table OutlookSync pairs them per (SchemeNum, DataFileID).
 //
-// Crash safety: every host field is stored at once; pairings are committed a few at a time (at
-// most 100 ms apart, and before the run returns or an error is reported); Outlook items are
-// saved whole. A run that is killed leaves complete items and rows: a new run finds items saved
-// before the kill whose pairing was lost by their file-as name and updates them rather than
-// adding duplicates. A back end may finish saves behind the run (the vCard folder does, until
-// the outermost procedure returns); a pairing whose item was not written yet when the run was
-// killed names an item the next run cannot find, so it makes the item anew.
+// Crash safety: host rows and pairings are committed a record at a time, at commit points
+// between records at most about 100 ms apart (and before the run returns or an error or
+// message is shown), so a group never holds half a record; Outlook items are saved whole. A
+// back end may finish saves behind the run (the vCard folder does): a commit point first waits
+// for them, so no pairing is committed before the item it names exists. A run that is killed
+// leaves complete items and rows: a new run finds items saved before the kill whose pairing was
+// lost by their file-as name and updates them rather than adding duplicates.
 //
 // The Outlook session started by a run stays open; StopOutlook is the caller's.
 #pragma once

@@ -73,8 +73,9 @@ class IDataAccess : public Object {
   // run killed meanwhile loses the last group. Other programs' writes wait for it meanwhile.
   virtual void groupWrites(bool) {}
   // A point where what was written so far forms a whole: grouped writes 100 ms old or older
-  // are committed (throws what could not be).
+  // are committed (throws what could not be). commitDue: whether commitPoint would commit.
   virtual void commitPoint() {}
+  virtual bool commitDue() { return false; }
 };
 
 using DataAccessPtr = std::shared_ptr<IDataAccess>;

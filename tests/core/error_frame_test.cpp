@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "backends/sqlite/sqlite_data_access.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
 #include "test_support.h"
@@ -68,6 +69,33 @@ TEST(ErrorFrameWithoutService, NothingIsRecordedAndErrorsLeaveSilently) {
   ErrorFrame f("a");
   EXPECT_FALSE(f.step([] { throw RuntimeError(kOverflow, "x"); }));
   EXPECT_TRUE(f.leaving());
+}
+
+// Work behind the procedures' back (cards being written) is done before a group of pairings
+// naming it is committed, and only then.
+TEST_F(ErrorFrameTest, ACommitPointFinishesBackgroundWorkBeforeItCommits) {
+  std::vector<std::string> order;
+  struct Work : IdleTask {
+    std::vector<std::string>* order;
+    void finish() override { order->push_back("finish"); }
+  };
+  struct Grouped : testing::ForwardingDataAccess {
+    using ForwardingDataAccess::ForwardingDataAccess;
+    std::vector<std::string>* order;
+    bool due = false;
+    bool commitDue() override { return due; }
+    void commitPoint() override { order->push_back("commit"); }
+  };
+  auto work = std::make_shared<Work>();
+  work->order = &order;
+  auto db = std::make_shared<Grouped>(std::make_shared<sqlite::SqliteDataAccess>());
+  db->order = &order;
+  apartment().syncDb = db;
+  apartment().finishWhenIdle(work);
+  apartment().commitPoint();
+  db->due = true;
+  apartment().commitPoint();
+  EXPECT_EQ(order, (std::vector<std::string>{"finish", "commit"}));  // nothing before it was due
 }
 
 }  // namespace

@@ -83,6 +83,7 @@ class SqliteDataAccess : public hostdb::IDataAccess {
   void idle() override;
   void groupWrites(bool on) override;
   void commitPoint() override;
+  bool commitDue() override { return db_ && db_->commitDue(); }
 
   // Open recordsets (for tests and leak reports).
   size_t openRecordsetCount() const { return recordsets_.size(); }

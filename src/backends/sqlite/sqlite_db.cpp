@@ -389,6 +389,11 @@ Database::SnapshotMemo* Database::memo() {
   return &memo_;
 }
 
+bool Database::commitDue() const {
+  return snapshotOpen_ && groupedWrites_ > 0 &&
+         std::chrono::steady_clock::now() - snapshotStart_ >= kSnapshotAge;
+}
+
 void Database::commitIfDue() {
   if (snapshotOpen_ && std::chrono::steady_clock::now() - snapshotStart_ >= kSnapshotAge)
     endSnapshot();

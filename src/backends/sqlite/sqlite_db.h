@@ -169,6 +169,7 @@ class Database {
   bool groupsWrites() const { return groupWrites_; }
   void noteGroupedWrite() { ++groupedWrites_; }
   void commitIfDue();
+  bool commitDue() const;  // grouped writes that commitIfDue would commit
   // Ends the snapshot, committing grouped writes; throws RuntimeError kDiskIO naming the file
   // when they cannot be committed (they are lost then).
   void endSnapshot();
