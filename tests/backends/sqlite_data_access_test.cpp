@@ -342,6 +342,30 @@ TEST_F(SnapshotTest, GroupedWritesCommitWhenTheProcedureReturnsOrAnErrorIsReport
     EXPECT_EQ(stored()[0], "Zeta Ltd.");  // not yet
   }
   EXPECT_EQ(stored(), (std::vector<std::string>{"Zeta Grouped", "Acme Grouped", "Beta Co."}));
+  // Writes to one row are joined into one statement, yet every read of this connection sees
+  // each of them at once: through the recordset that wrote, another one, and a find.
+  {
+    ErrorFrame procedure("test:outer");
+    int32_t w = open("SELECT Companies.* FROM Companies;", kLockOptimistic);
+    int32_t r = open("SELECT Companies.* FROM Companies;");
+    ASSERT_TRUE(db.findFirst(r, "CompanyID", "5"));
+    EXPECT_EQ(db.readField(r, "Email"), "");
+    ASSERT_TRUE(db.findFirst(w, "CompanyID", "5"));
+    db.writeField(w, "Email", "info@beta");
+    db.writeField(w, "City", "Laval");
+    db.writeField(w, "Email", "office@beta");
+    EXPECT_EQ(db.readField(w, "Email"), "office@beta");
+    EXPECT_EQ(db.readField(r, "Email"), "office@beta");
+    EXPECT_TRUE(db.findFirst(r, "City", "LAVAL"));
+    ASSERT_TRUE(db.findFirst(w, "CompanyID", "1"));
+    db.writeField(w, "City", "Hull");
+    EXPECT_EQ(db.readField(r, "City"), "Laval");
+  }
+  EXPECT_EQ(
+      testing::querySql(path,
+                        "SELECT IFNULL(Email, '') || '|' || City FROM Companies WHERE CompanyID "
+                        "IN (1, 5) ORDER BY CompanyID;"),
+      (std::vector<std::string>{"|Hull", "office@beta|Laval"}));
   rename("5", "Beta at once");
   EXPECT_EQ(stored()[2], "Beta at once");
 

@@ -309,12 +309,18 @@ void TableRecordset::write(const std::string& field, const std::string& value) {
     throw RuntimeError(kFieldNotUpdatable, "Field cannot be updated: " + table_.name + "." +
                                                c.name + " is the auto-number key");
   Stored v = toStored(table_.name, c, value);
-  StatementUse st(db_.cached(shape_->update(static_cast<int>(&c - table_.columns.data()))));
+  int i = static_cast<int>(&c - table_.columns.data());
+  cacheValid_ = false;
+  if (db_.groupsWrites()) {  // joined with the row's next writes into one UPDATE
+    db_.indexUpdate(table_, i, rowid_, v);
+    db_.deferUpdate(table_, i, rowid_, std::move(v));
+    return;
+  }
+  StatementUse st(db_.cached(shape_->update(i)));
   st->bind(1, v);
   st->bind(2, rowid_);
   st->step();
-  cacheValid_ = false;
-  db_.indexUpdate(table_, static_cast<int>(&c - table_.columns.data()), rowid_, v);
+  db_.indexUpdate(table_, i, rowid_, v);
 }
 
 void TableRecordset::addNew() {

@@ -29,10 +29,10 @@ std::string withTextOrder(const std::string& sql);
 struct CursorShape {
   CursorShape(std::shared_ptr<const TableInfo> table, const TableQuery& query);
   std::shared_ptr<const TableInfo> table;
-  std::string wherePrefix;  // "(where) AND " or ""
-  std::string nextSql;      // the next row after ?1
-  std::string holdsSql;     // whether row ?1 exists and meets the WHERE clause
-  std::string orderSql;     // every rowid in order; "" without ORDER BY
+  std::string wherePrefix;             // "(where) AND " or ""
+  std::string nextSql;                 // the next row after ?1
+  std::string holdsSql;                // whether row ?1 exists and meets the WHERE clause
+  std::string orderSql;                // every rowid in order; "" without ORDER BY
   std::vector<std::string> updateSql;  // by column, made at the first write of it
   const std::string& update(int column);
   // The columns this query's callers read: a row is read with just those (most callers read a

@@ -1,5 +1,6 @@
 #include "backends/sqlite/sqlite_db.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -215,6 +216,7 @@ void Statement::bind(int index, const std::string& v) {
 
 bool Statement::step() {
   bool first = !running_;
+  if (first) owner_.flushUpdate();
   bool inSnapshot = first && owner_.beforeStatement(stmt_);
   running_ = true;
   int rc = sqlite3_step(stmt_);
@@ -399,7 +401,55 @@ void Database::commitIfDue() {
     endSnapshot();
 }
 
+void Database::deferUpdate(const TableInfo& table, int column, int64_t rowid, Stored value) {
+  if (deferred_.table && (deferred_.table != &table || deferred_.rowid != rowid)) flushUpdate();
+  deferred_.table = &table;
+  deferred_.rowid = rowid;
+  auto& values = deferred_.values;
+  auto it = std::find_if(values.begin(), values.end(), [&](auto& v) { return v.first == column; });
+  if (it != values.end()) {
+    it->second = value;
+  } else {
+    values.emplace_back(column, value);
+  }
+  if (!snapshotOpen_) return;
+  auto rows = memo_.rows.find(&table);
+  if (rows == memo_.rows.end()) return;
+  auto row = rows->second.find(rowid);
+  if (row == rows->second.end()) return;
+  auto c = static_cast<size_t>(column);
+  if (row->second->loaded[c]) row->second->values[c] = std::move(value);
+}
+
+void Database::flushUpdate() {
+  if (!deferred_.table) return;
+  DeferredUpdate d = std::move(deferred_);
+  deferred_ = DeferredUpdate{};
+  // A row whose fields all hold their values already is left alone.
+  std::string set, changed;
+  for (size_t k = 0; k < d.values.size(); ++k) {
+    std::string column =
+        quoteIdentifier(d.table->columns[static_cast<size_t>(d.values[k].first)].name);
+    std::string param = "?" + std::to_string(k + 1);
+    set += (k ? ", " : "") + column + " = " + param;
+    changed += (k ? " OR " : "") + column + " IS NOT " + param;
+  }
+  StatementUse st(cached("UPDATE " + quoteIdentifier(d.table->name) + " SET " + set +
+                         " WHERE rowid = ?" + std::to_string(d.values.size() + 1) + " AND (" +
+                         changed + ");"));
+  for (size_t k = 0; k < d.values.size(); ++k)
+    st->bind(static_cast<int>(k + 1), d.values[k].second);
+  st->bind(static_cast<int>(d.values.size() + 1), d.rowid);
+  try {
+    st->step();
+  } catch (const RuntimeError&) {
+    indexes_.clear();  // they hold the values that were not written
+    throw;
+  }
+}
+
 void Database::endSnapshot() {
+  flushUpdate();
   if (!snapshotOpen_) return;
   snapshotOpen_ = false;
   versionSeen_ = false;

@@ -170,6 +170,11 @@ class Database {
   void noteGroupedWrite() { ++groupedWrites_; }
   void commitIfDue();
   bool commitDue() const;  // grouped writes that commitIfDue would commit
+  // Field writes while writes are grouped: the writes to one row made one after another become
+  // one UPDATE, run before the next statement of this connection (or the end of the snapshot),
+  // so nothing ever reads past them; what the memo holds of the row shows them at once.
+  void deferUpdate(const TableInfo& table, int column, int64_t rowid, Stored value);
+  void flushUpdate();
   // Ends the snapshot, committing grouped writes; throws RuntimeError kDiskIO naming the file
   // when they cannot be committed (they are lost then).
   void endSnapshot();
@@ -198,6 +203,11 @@ class Database {
   std::unordered_map<std::string, std::unique_ptr<Statement>> statements_;
   std::unordered_map<std::string, std::shared_ptr<const TableInfo>> tables_;
   std::unordered_map<const TableInfo*, std::unordered_map<int, ColumnIndex>> indexes_;
+  struct DeferredUpdate {
+    const TableInfo* table = nullptr;
+    int64_t rowid = 0;
+    std::vector<std::pair<int, Stored>> values;  // by column, in the order written
+  } deferred_;
   uint64_t indexVersion_ = 0;  // the file's data version the indexes are of
   bool versionSeen_ = false;   // indexVersion_ checked in the open snapshot
   uint64_t dataVersion();
