@@ -335,9 +335,13 @@ void syncOnce(bench::Timer& timer, const fs::path& store, const fs::path& host,
   resetApartment();
 }
 
+// Where a benchmark keeps its files; removed at the end, and when a run fails.
+fs::path root;
+
 void check(const bench::Measured& m, const char* what, int n) {
   if (m.ok()) return;
   std::fprintf(stderr, "%s run of %d: %s (peak %.0f MiB)\n", what, n, m.failure.c_str(), m.peakMiB);
+  fs::remove_all(root);
   std::exit(1);
 }
 
@@ -360,7 +364,7 @@ int main(int argc, char** argv) {
   }
   if (sizes.empty()) sizes = {1000, 5000};
   sqlite::registerSqliteClasses();
-  fs::path root = fs::temp_directory_path() / ("dossync-reverse-" + std::to_string(::getpid()));
+  root = fs::temp_directory_path() / ("dossync-reverse-" + std::to_string(::getpid()));
   std::printf("%8s %12s %12s %9s %9s %9s %9s %9s %9s\n", "N", "fresh rec/s", "again rec/s",
               "floor s", "fresh/flr", "again/flr", "cpu s", "fresh MiB", "again MiB");
   double previous = 0, startMiB = 0;
