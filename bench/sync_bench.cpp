@@ -2,18 +2,19 @@
 // selected, information type 1, into a fresh vCard store and again into the filled store (best
 // of three each). Beside it, the raw I/O floor of the same work (best of three, taken in turn with
 // the synchronisations): writing N card-sized files (temporary file, then rename) plus N
-// single-row SQLite commits in WAL mode.
+// single-row SQLite commits in WAL mode. Each synchronisation runs in a child process of its own
+// (peak memory: bench/child_run.h).
 //
-//   sync_bench [N ...]      default: 2500 5000 10000
+//   sync_bench [--runs K] [--limit SECONDS] [N ...]     default: 3 runs, 2500 5000 10000
 #include <fcntl.h>
 #include <sqlite3.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -22,6 +23,7 @@
 #include "app/outlook_wiring.h"
 #include "backends/sqlite/host_database.h"
 #include "backends/sqlite/sqlite_data_access.h"
+#include "child_run.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
 
@@ -29,12 +31,6 @@ namespace fs = std::filesystem;
 using namespace dossync;
 
 namespace {
-
-double userSeconds() {
-  rusage u{};
-  getrusage(RUSAGE_SELF, &u);
-  return u.ru_utime.tv_sec + u.ru_utime.tv_usec / 1e6;
-}
 
 double seconds(std::chrono::steady_clock::time_point since) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
@@ -68,34 +64,58 @@ double ioFloor(const fs::path& dir, int n) {
   return t;
 }
 
-double syncOnce(const fs::path& dir, const fs::path& syncDb, int n) {
+void syncOnce(bench::Timer& timer, const fs::path& store, const fs::path& dir,
+              const fs::path& syncDb, int n) {
+  app::registerOutlook("vdir:" + store.string());
   resetApartment();
   auto component = std::make_unique<clsOutlookSynchronization>();
   component->setMainDatabaseLocation((dir / "host.db").string());
   component->setSyncDatabaseLocation(syncDb.string());
   component->setShowProgress(false);
   for (int i = 1; i <= n; ++i) component->companyCollection()->add(std::to_string(i), "", "");
-  auto start = std::chrono::steady_clock::now();
+  timer.start();
   component->Synchronize();
-  double t = seconds(start);
-  if (component->counters().rowsWalked != n) {
-    std::fprintf(stderr, "walked %d of %d rows\n", component->counters().rowsWalked, n);
-    std::exit(1);
-  }
-  return t;
+  timer.stop();
+  if (component->counters().rowsWalked != n)
+    timer.fail("walked " + std::to_string(component->counters().rowsWalked) + " of " +
+               std::to_string(n) + " rows");
+  component.reset();
+  resetApartment();
+}
+
+// Where a benchmark keeps its files; removed at the end, and when a run fails.
+fs::path root;
+
+void check(const bench::Measured& m, const char* what, int n) {
+  if (m.ok()) return;
+  std::fprintf(stderr, "%s run of %d: %s (peak %.0f MiB)\n", what, n, m.failure.c_str(), m.peakMiB);
+  fs::remove_all(root);
+  std::exit(1);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   std::vector<int> sizes;
-  for (int i = 1; i < argc; ++i) sizes.push_back(std::atoi(argv[i]));
+  int runs = 3, limit = 500;
+  for (int i = 1; i < argc; ++i) {
+    if (!std::strcmp(argv[i], "--runs") && i + 1 < argc) {
+      runs = std::max(1, std::atoi(argv[++i]));
+    } else if (!std::strcmp(argv[i], "--limit") && i + 1 < argc) {
+      limit = std::max(1, std::atoi(argv[++i]));
+    } else if (std::atoi(argv[i]) > 0) {
+      sizes.push_back(std::atoi(argv[i]));
+    } else {
+      std::fprintf(stderr, "usage: sync_bench [--runs K] [--limit SECONDS] [N ...]\n");
+      return 2;
+    }
+  }
   if (sizes.empty()) sizes = {2500, 5000, 10000};
   sqlite::registerSqliteClasses();
-  fs::path root = fs::temp_directory_path() / ("dossync-bench-" + std::to_string(::getpid()));
-  std::printf("%8s %12s %12s %12s %10s %10s %12s\n", "N", "fresh rec/s", "again rec/s", "floor s",
-              "fresh/flr", "again/flr", "fresh cpu s");
-  double previous = 0;
+  root = fs::temp_directory_path() / ("dossync-bench-" + std::to_string(::getpid()));
+  std::printf("%8s %12s %12s %9s %9s %9s %9s %9s %9s\n", "N", "fresh rec/s", "again rec/s",
+              "floor s", "fresh/flr", "again/flr", "cpu s", "fresh MiB", "again MiB");
+  double previous = 0, startMiB = 0;
   for (int n : sizes) {
     fs::path dir = root / std::to_string(n);
     fs::create_directories(dir);
@@ -104,33 +124,44 @@ int main(int argc, char** argv) {
     demo.companies = n;
     demo.minContacts = 1;
     demo.maxContacts = 3;
-    app::fillDemoPractice((dir / "host.db").string(), demo);
+    // In a child too, so that the parent stays small for the forks that follow.
+    bench::Measured filled = bench::inChild(
+        [&](bench::Timer&) { app::fillDemoPractice((dir / "host.db").string(), demo); }, limit);
+    check(filled, "filling the practice for the", n);
     // The disk's speed varies with whatever else the machine does (on ext4 without a journal,
     // creating a file slows down while many files were deleted recently), so floor and
-    // synchronisations take turns, three times each, each into a store of its own beside the
-    // floor's files, and the best of each counts. Nothing is deleted until the end.
-    double floor = 1e9, fresh = 1e9, freshUser = 0, again = 1e9;
-    for (int k = 0; k < 3; ++k) {
+    // synchronisations take turns, each into a store of its own beside the floor's files, and
+    // the best of each counts. Nothing is deleted until the end.
+    double floor = 1e9;
+    bench::Measured fresh, again;
+    fresh.seconds = again.seconds = 1e9;
+    for (int k = 0; k < runs; ++k) {
       fs::path store = dir / ("outlook" + std::to_string(k));
       std::string run = std::to_string(k);
-      app::registerOutlook("vdir:" + store.string());
       floor = std::min(floor, ioFloor(store / "default" / "floor", n));
-      double user0 = userSeconds();
-      double t = syncOnce(dir, dir / ("sync" + run + ".db"), n);
-      if (t < fresh) {
-        fresh = t;
-        freshUser = userSeconds() - user0;
-      }
+      bench::Measured f = bench::inChild(
+          [&](bench::Timer& t) { syncOnce(t, store, dir, dir / ("sync" + run + ".db"), n); },
+          limit);
+      check(f, "fresh", n);
       // Into the store just filled, with a synchronisation database of its own.
-      again = std::min(again, syncOnce(dir, dir / ("again" + run + ".db"), n));
+      bench::Measured a = bench::inChild(
+          [&](bench::Timer& t) { syncOnce(t, store, dir, dir / ("again" + run + ".db"), n); },
+          limit);
+      check(a, "again", n);
+      startMiB = std::max({startMiB, f.startMiB, a.startMiB});
+      if (f.seconds < fresh.seconds) fresh = f;
+      if (a.seconds < again.seconds) again = a;
     }
-    std::printf("%8d %12.0f %12.0f %12.3f %10.2f %10.2f %12.2f", n, n / fresh, n / again, floor,
-                fresh / floor, again / floor, freshUser);
-    if (previous > 0) std::printf("   growth x%.2f", fresh / previous);
+    std::printf("%8d %12.0f %12.0f %9.3f %9.2f %9.2f %9.2f %9.0f %9.0f", n, n / fresh.seconds,
+                n / again.seconds, floor, fresh.seconds / floor, again.seconds / floor,
+                fresh.userSeconds, fresh.peakMiB, again.peakMiB);
+    if (previous > 0) std::printf("   growth x%.2f", fresh.seconds / previous);
     std::printf("\n");
     std::fflush(stdout);
-    previous = fresh;
+    previous = fresh.seconds;
   }
+  std::printf("(peak memory of each run in a process of its own, which started with %.0f MiB)\n",
+              startMiB);
   fs::remove_all(root);
   return 0;
 }

@@ -34,7 +34,9 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-double ms(Clock::duration d) { return std::chrono::duration<double, std::milli>(d).count(); }
+double ms(Clock::duration d) {
+  return std::chrono::duration<double, std::milli>(d).count();
+}
 
 struct Mode {
   const char* name;
@@ -80,10 +82,11 @@ void runQt(clsOutlookSynchronization& c, const Mode& m) {
     d.click("cmdNav", 1);
   };
   form->startWizard(c);
-  std::printf("%-34s %7d nodes  %8.0f ms  timer ran %4d times, longest gap %6.1f ms, "
-              "bar reached %d of %d%s\n",
-              m.name, nodes, fill, ticks, ms(longest), maxSeen, bar->maximum(),
-              backwards ? ", WENT BACKWARDS" : "");
+  std::printf(
+      "%-34s %7d nodes  %8.0f ms  timer ran %4d times, longest gap %6.1f ms, "
+      "bar reached %d of %d%s\n",
+      m.name, nodes, fill, ticks, ms(longest), maxSeen, bar->maximum(),
+      backwards ? ", WENT BACKWARDS" : "");
 }
 
 void runHeadless(clsOutlookSynchronization& c, const Mode& m) {

@@ -1,0 +1,89 @@
+#!/usr/bin/env bash
+# Outlook to host killed part-way (SIGKILL) several times, then run to completion: both
+# databases still sound, every Outlook contact is in the host once, and every client made is
+# whole: its client record, the eight detail rows, the columns from its card, and its contact
+# with both summaries. A company without a contact is whole only when it was made again for a
+# contact that was paired already (its company is paired with -1, so each run makes another):
+# a company of the same name then has the contact.
+set -uo pipefail
+bin=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+source "$(dirname "$0")/check_lib.sh"
+
+n=400
+h="$work/h.db" s="$work/s.db" cards="$work/ol/default/contacts"
+"$bin" init-host "$h" >/dev/null
+mkdir -p "$cards"
+# Cards as another address book writes them; each person and company has a name of its own.
+for i in $(seq 1 $n); do
+  bday=""
+  ((i % 3 == 0)) && printf -v bday 'BDAY:19%02d-%02d-%02d\r\n' $((40 + i % 60)) $((1 + i % 12)) $((1 + i % 28))
+  printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:rc-%04d\r\nFN:Pat Smith-%d\r\nN:Smith-%d;Pat;;;\r\nORG:Smith-%d Holdings Inc.;\r\nADR;TYPE=WORK:;;%d Bank Street;Ottawa;ON;K1P 5N2;Canada\r\nTEL;TYPE=WORK,VOICE:613-555-%04d\r\nEMAIL;TYPE=INTERNET:pat%d@smith.ca\r\n%sEND:VCARD\r\n' \
+    "$i" "$i" "$i" "$i" "$i" "$i" "$i" "$bday" >"$cards/rc-$(printf %04d "$i").vcf"
+done
+hq() { sqlite3 -cmd ".timeout 2000" "$h" "$1" 2>/dev/null; }
+args=(sync --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol" --no-progress --direction 3 --select all)
+
+killed=0
+for attempt in 1 2 3 4 5; do
+  before=$(hq "SELECT count(*) FROM Companies;")
+  # Kill once this run has made a random number of companies, or (should the companies show
+  # only later) after a random number of polls, a moment (0 to 90 ms) later.
+  target=$((before + 1 + RANDOM % (n - 60))) polls=$((5 + RANDOM % 80))
+  "$bin" "${args[@]}" >/dev/null 2>&1 &
+  pid=$!
+  while kill -0 $pid 2>/dev/null && ((polls-- > 0)); do
+    [[ $(hq "SELECT count(*) FROM Companies;") -ge $target ]] && break
+    sleep 0.01
+  done
+  sleep "0.0$((RANDOM % 10))"
+  kill -9 $pid 2>/dev/null
+  wait $pid 2>/dev/null
+  [[ $? -eq 137 ]] && killed=$((killed + 1))
+done
+[[ $killed -gt 0 ]] && ok || bad "no run was killed part-way"
+"$bin" "${args[@]}" >/dev/null 2>&1; same "the run after the kills" $? 0
+
+for db in "$h" "$s"; do
+  same "integrity of $(basename "$db")" "$(sqlite3 "$db" "PRAGMA integrity_check;")" ok
+done
+same "every Outlook contact in the host once" \
+  "$(hq "SELECT count(*) || '|' || count(DISTINCT DisplayName) FROM Contacts;")" "$n|$n"
+same "every Outlook contact paired with its host contact" \
+  "$(sqlite3 "$s" "SELECT count(DISTINCT OutlookID) FROM OutlookSync WHERE ContactNum > 0;")" $n
+
+details=""
+for t in AccountingServices ClientOptions ClientNotes CorpTaxInfo LawInfo OtherInfo SoftwareInfo WSIB_EHTInfo; do
+  details+=" + (SELECT count(*) FROM $t WHERE ${t}ID = d.ClientDataID)"
+done
+# One line per company that is not whole, saying what it lacks.
+torn=$(hq "
+  WITH k AS (
+    SELECT c.CompanyID, c.CompanyName, c.ContactNotes,
+      (SELECT count(*) FROM ClientData d WHERE d.CompanyIDNum = c.CompanyID) AS clients,
+      (SELECT min(0 $details) FROM ClientData d WHERE d.CompanyIDNum = c.CompanyID) AS details,
+      (SELECT count(*) FROM Contacts p WHERE p.CompanyNum = c.CompanyID) AS contacts,
+      (SELECT count(*) FROM Contacts p WHERE p.CompanyNum = c.CompanyID
+         AND p.BusinessNotes LIKE '{\\rtf1%') AS summarised
+    FROM Companies c)
+  SELECT CompanyID || ' ''' || ifnull(CompanyName, '') || ''':'
+    || CASE WHEN clients <> 1 THEN ' ' || clients || ' client records' ELSE '' END
+    || CASE WHEN ifnull(details, 0) <> 8 THEN ' ' || ifnull(details, 0) || ' of 8 detail rows' ELSE '' END
+    || CASE WHEN ifnull(CompanyName, '') = '' THEN ' no name' ELSE '' END
+    || CASE WHEN contacts = 0 AND NOT EXISTS (SELECT 1 FROM Companies o JOIN Contacts p
+         ON p.CompanyNum = o.CompanyID WHERE o.CompanyName = k.CompanyName AND k.CompanyName <> '')
+       THEN ' no contact' ELSE '' END
+    || CASE WHEN contacts > 0 AND summarised < contacts THEN ' contact without summary' ELSE '' END
+    || CASE WHEN contacts > 0 AND ifnull(ContactNotes, '') NOT LIKE '{\\rtf1%' THEN ' no company summary' ELSE '' END
+  FROM k
+  WHERE clients <> 1 OR ifnull(details, 0) <> 8 OR ifnull(CompanyName, '') = ''
+    OR (contacts = 0 AND NOT EXISTS (SELECT 1 FROM Companies o JOIN Contacts p
+         ON p.CompanyNum = o.CompanyID WHERE o.CompanyName = k.CompanyName AND k.CompanyName <> ''))
+    OR (contacts > 0 AND (summarised < contacts OR ifnull(ContactNotes, '') NOT LIKE '{\\rtf1%'));")
+companies=$(hq "SELECT count(*) FROM Companies;")
+echo "$killed runs killed part-way; afterwards $companies companies"
+[[ -z "$torn" ]] && ok || bad "$(wc -l <<<"$torn") of $companies companies not whole:
+$(head -20 <<<"$torn")"
+
+finish "reverse crash"
