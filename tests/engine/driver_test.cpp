@@ -11,17 +11,15 @@ namespace {
 
 using testing::querySql;
 
-class DriverTest : public testing::ApartmentTest {
+class DriverTest : public testing::HostTest {
  protected:
   void SetUp() override {
-    ApartmentTest::SetUp();
-    host = std::make_unique<testing::Host>(dir);
-    testing::execSql(host->hostPath,
-                     "INSERT INTO Companies (CompanyID, CompanyName, OfficeNumber) VALUES "
-                     "(1, 'Mapped Chosen', '1'), (2, 'Mapped Left', '2'), (3, 'Named Chosen', '3'),"
-                     "(4, 'Named Left', '4'), (5, 'New Chosen', '5'), (6, 'New Left', '6');"
-                     "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, DefaultContact) "
-                     "VALUES (10, 1, 'Ann', 1), (11, NULL, 'Bob', 0);");
+    HostTest::SetUp();
+    sql("INSERT INTO Companies (CompanyID, CompanyName, OfficeNumber) VALUES "
+        "(1, 'Mapped Chosen', '1'), (2, 'Mapped Left', '2'), (3, 'Named Chosen', '3'),"
+        "(4, 'Named Left', '4'), (5, 'New Chosen', '5'), (6, 'New Left', '6');"
+        "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, DefaultContact) "
+        "VALUES (10, 1, 'Ann', 1), (11, NULL, 'Bob', 0);");
     c().setShowProgress(false);
     c().setDataFileUniqueID("DF");
     c().StartOutlook();
@@ -32,7 +30,6 @@ class DriverTest : public testing::ApartmentTest {
     c().saveCompanyOutlookID(1, mapped1);
     c().saveCompanyOutlookID(2, mapped2);
   }
-  clsOutlookSynchronization& c() { return *host->component; }
   std::string put(const std::string& fileAs) {
     auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
         c().outlookApplication()->CreateItem(outlook::olContactItem));
@@ -58,7 +55,6 @@ class DriverTest : public testing::ApartmentTest {
   }
   int itemCount() { return c().contactsFolder()->Items()->Count(); }
 
-  std::unique_ptr<testing::Host> host;
   std::string mapped1, mapped2, named3, named4;
 };
 

@@ -7,14 +7,11 @@
 namespace dossync {
 namespace {
 
-class TransferTest : public testing::ApartmentTest {
+class TransferTest : public testing::HostTest {
  protected:
   void SetUp() override {
-    ApartmentTest::SetUp();
-    host = std::make_unique<testing::Host>(dir);
-    testing::execSql(
-        host->hostPath,
-        "INSERT INTO Companies (CompanyID, CompanyName, Address, City, Province, PostalCode, "
+    HostTest::SetUp();
+    sql("INSERT INTO Companies (CompanyID, CompanyName, Address, City, Province, PostalCode, "
         "Country, OfficeNumber, FaxNumber, Email, WebSite) VALUES "
         "(1, 'Acme Inc.', '1 Main St', 'Ottawa', 'ON', 'K1A 0B1', 'Canada', '613-555-0100', "
         "'613-555-0199', 'info@acme.ca', 'acme.ca'),"
@@ -34,7 +31,6 @@ class TransferTest : public testing::ApartmentTest {
     c().setShowProgress(false);
     c().StartOutlook();
   }
-  clsOutlookSynchronization& c() { return *host->component; }
   outlook::ContactItemPtr item(const std::string& entryID) {
     return std::dynamic_pointer_cast<outlook::ContactItem>(
         c().outlookNameSpace()->GetItemFromID(entryID, c().contactsFolder()->StoreID()));
@@ -46,7 +42,6 @@ class TransferTest : public testing::ApartmentTest {
     i->Save();
     return i->EntryID();
   }
-  std::unique_ptr<testing::Host> host;
 };
 
 // Several properties of an item, "|"-joined.
@@ -176,7 +171,7 @@ TEST_F(TransferTest, FileAsFollowsTheContactOnlyTypesAndBlankInheritedNumbersKee
   c().setSyncInformationType(7);  // the driver's value: Outlook's own file-as name
   EXPECT_EQ(item(c().createNewDossieraContactInOutlook(11, ""))->FileAs(), "Jones, Bea");
   // A blank number inherited from the company leaves Outlook's value.
-  testing::execSql(host->hostPath, "UPDATE Companies SET OfficeNumber = '' WHERE CompanyID = 1;");
+  sql("UPDATE Companies SET OfficeNumber = '' WHERE CompanyID = 1;");
   std::string id = existing([](outlook::ContactItem& i) { i.setBusinessTelephoneNumber("keep"); });
   c().createNewDossieraContactInOutlook(10, id);
   EXPECT_EQ(item(id)->BusinessTelephoneNumber(), "keep");
@@ -193,10 +188,6 @@ class OutlookToHostTest : public TransferTest {
       i.setCompanyName("Jones Ltd");
     });
   }
-  std::string q(const std::string& sql) {
-    auto rows = testing::querySql(host->hostPath, sql);
-    return rows.empty() ? "<none>" : rows[0];
-  }
   // Runs the transfer with RefreshData cleared first; it must be set again whatever happens.
   int32_t transfer(const std::string& entryID, int32_t companyID) {
     c().setRefreshData(false);
@@ -208,17 +199,17 @@ class OutlookToHostTest : public TransferTest {
 };
 
 TEST_F(OutlookToHostTest, NothingToTransferAnswersZeroAndWritesNothing) {
-  std::string before =
-      q("SELECT group_concat(CompanyName) FROM Companies;") + q("SELECT count(*) FROM Contacts;");
+  std::string before = one("SELECT group_concat(CompanyName) FROM Companies;") +
+                       one("SELECT count(*) FROM Contacts;");
   EXPECT_EQ(transfer("", 1), 0);
   EXPECT_EQ(transfer("no such item", 1), 0);
   auto hostDb = apartment().hostDb;
   apartment().hostDb = nullptr;  // the host database is not open
   EXPECT_EQ(transfer(jane, 1), 0);
   apartment().hostDb = hostDb;
-  EXPECT_EQ(
-      q("SELECT group_concat(CompanyName) FROM Companies;") + q("SELECT count(*) FROM Contacts;"),
-      before);
+  EXPECT_EQ(one("SELECT group_concat(CompanyName) FROM Companies;") +
+                one("SELECT count(*) FROM Contacts;"),
+            before);
   EXPECT_TRUE(host->errors->errors.empty());
 }
 
@@ -229,20 +220,20 @@ TEST_F(OutlookToHostTest, TheResultIsTheCompanyThatNowHoldsTheItem) {
   } rows[] = {{1, false}, {-1, true}, {99, true}};  // 99: a company that no longer exists
   for (const Row& row : rows) {
     SCOPED_TRACE(row.companyID);
-    std::string newest = q("SELECT max(CompanyID) FROM Companies;");
+    std::string newest = one("SELECT max(CompanyID) FROM Companies;");
     int32_t result = transfer(jane, row.companyID);
     if (row.creates) {
-      EXPECT_EQ(std::to_string(result), q("SELECT max(CompanyID) FROM Companies;"));
+      EXPECT_EQ(std::to_string(result), one("SELECT max(CompanyID) FROM Companies;"));
       EXPECT_GT(result, std::stoi(newest));
-      EXPECT_EQ(
-          q("SELECT count(*) FROM ClientData WHERE CompanyIDNum = " + std::to_string(result) + ";"),
-          "1");
+      EXPECT_EQ(one("SELECT count(*) FROM ClientData WHERE CompanyIDNum = " +
+                    std::to_string(result) + ";"),
+                "1");
     } else {
       EXPECT_EQ(result, row.companyID);
-      EXPECT_EQ(q("SELECT max(CompanyID) FROM Companies;"), newest);
+      EXPECT_EQ(one("SELECT max(CompanyID) FROM Companies;"), newest);
     }
     EXPECT_EQ(
-        q("SELECT CompanyName FROM Companies WHERE CompanyID = " + std::to_string(result) + ";"),
+        one("SELECT CompanyName FROM Companies WHERE CompanyID = " + std::to_string(result) + ";"),
         "Jones Ltd");
   }
   EXPECT_TRUE(host->errors->errors.empty());
@@ -271,11 +262,11 @@ TEST_F(OutlookToHostTest, GenderAndDatesOutlookDoesNotHaveLeaveTheHostsValue) {
     i->setAnniversary(row.date);
     i->Save();
     transfer(jane, 1);
-    EXPECT_EQ(q("SELECT FirstName || '|' || Gender || '|' || Birthday || '|' || Anniversary "
-                "FROM Contacts WHERE ContactID = 10;"),
+    EXPECT_EQ(one("SELECT FirstName || '|' || Gender || '|' || Birthday || '|' || Anniversary "
+                  "FROM Contacts WHERE ContactID = 10;"),
               std::string("Jane|") + row.wantGender + "|" + row.wantDate + "|" + row.wantDate);
   }
-  EXPECT_EQ(q("SELECT count(*) FROM Contacts;"), "4");
+  EXPECT_EQ(one("SELECT count(*) FROM Contacts;"), "4");
   EXPECT_TRUE(host->errors->errors.empty());
 }
 
