@@ -76,7 +76,7 @@ TEST_F(DriverTest, TheDecisionTable) {
   EXPECT_EQ(c().counters().rowsWalked, 6);
   EXPECT_EQ(c().counters().itemsCreated, 1);
   EXPECT_EQ(c().counters().itemsUpdated, 2);
-  EXPECT_TRUE(host->errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
   // A second run pairs the same items again: no duplicates.
   EXPECT_FALSE(c().Synchronize());
   EXPECT_EQ(itemCount(), 5);
@@ -130,7 +130,7 @@ TEST_F(DriverTest, ProgressRunsUnderTheDialogAndMayPassItsMaximum) {
   EXPECT_EQ(dialog->statuses, (std::vector<std::string>{"Synchronizing New Chosen"}));
   EXPECT_EQ(c().progressDialog(), nullptr);  // released afterwards
   EXPECT_NE(mapped(5), "");
-  EXPECT_TRUE(host->errors->errors.empty()) << host->errors->errors[0].description();
+  EXPECT_TRUE(errors().errors.empty()) << errors().errors[0].description();
 }
 
 TEST_F(DriverTest, ARunThatCannotReachOutlookSpoilsNoPairingAndTheNextRunMakesNoDuplicates) {
@@ -138,16 +138,16 @@ TEST_F(DriverTest, ARunThatCannotReachOutlookSpoilsNoPairingAndTheNextRunMakesNo
   c().StopOutlook();
   platform::unregisterClass(platform::kOutlookApplication);
   c().Synchronize();
-  EXPECT_FALSE(host->errors->errors.empty());
+  EXPECT_FALSE(errors().errors.empty());
   // The transfer failed: the pairing stays; not chosen, found in the mapping: rewritten as it
   // was; the look-up in Outlook failed: nothing paired or made.
   EXPECT_EQ(mapped(1) + mapped(2), mapped1 + mapped2);
   for (int company : {3, 4, 5, 6}) EXPECT_EQ(mapped(company), "<0 rows>") << company;
 
   app::registerOutlook("vdir:" + host->outlookRoot);
-  host->errors->errors.clear();
+  errors().errors.clear();
   c().Synchronize();
-  EXPECT_TRUE(host->errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
   EXPECT_EQ(itemCount(), 5);  // only company 5 is new
   EXPECT_EQ(mapped(1) + mapped(3) + mapped(4), mapped1 + named3 + named4);
   EXPECT_EQ(item(mapped1)->CompanyName(), "Mapped Chosen");
@@ -158,22 +158,20 @@ TEST_F(DriverTest, AMappingThatCannotBeReadLeavesTheRowAndMakesNoItem) {
   sync->fails = [](const std::string& call) { return call == "readField OutlookID"; };
   select({1, 5});
   c().Synchronize();
-  ASSERT_EQ(host->errors->errors.size(), 2u);  // companies 1 and 2 have mapping rows
-  EXPECT_EQ(host->errors->errorLocations[0],
-            "kvoutlookdx.dll-clsOutlookSynchronization-getCompanyOutlookID");
+  ASSERT_EQ(errors().errors.size(), 2u);  // companies 1 and 2 have mapping rows
   EXPECT_EQ(mapped(1) + mapped(2), mapped1 + mapped2);
   EXPECT_NE(mapped(5), "");   // an unmapped company is still transferred
   EXPECT_EQ(itemCount(), 5);  // and it is the only new item
 }
 
 TEST_F(DriverTest, AWalkWhoseEndCannotBeToldStopsInsideItsOwnFrame) {
-  host->errors->action = kActionResume;
+  errors().action = kActionResume;
   auto db = testing::installFaulty(apartment().hostDb, host->hostPath);
   db->fails = [](const std::string& call) { return call == "isEOF"; };
   select({1});
   EXPECT_NO_THROW(c().SynchronizeContacts());
-  ASSERT_EQ(host->errors->errors.size(), 1u);
-  EXPECT_EQ(host->errors->errorLocations[0],
+  ASSERT_EQ(errors().errors.size(), 1u);
+  EXPECT_EQ(errors().errorLocations[0],
             "kvoutlookdx.dll-clsOutlookSynchronization-SynchronizeContacts");
   EXPECT_EQ(c().counters().rowsWalked, 0);
 }

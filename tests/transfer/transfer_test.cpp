@@ -64,18 +64,14 @@ TEST_F(TransferTest, CompanyWithDefaultContact) {
   // A company without its own number takes the default contact's.
   auto bare = item(c().createNewDossieraCompanyWithDefaultContactInOutlook(2, ""));
   EXPECT_EQ(bare->BusinessTelephoneNumber() + "|" + bare->WebPage(), "555-DI|di.example");
-  EXPECT_TRUE(host->errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
   // A birthday that is no date is reported; with the leave action nothing is saved.
-  testing::execSql(host->hostPath,
-                   "UPDATE Contacts SET Birthday = 'not a date' WHERE ContactID = 13;");
+  sql("UPDATE Contacts SET Birthday = 'not a date' WHERE ContactID = 13;");
   int before = c().contactsFolder()->Items()->Count();
   EXPECT_EQ(c().createNewDossieraCompanyWithDefaultContactInOutlook(2, ""), "-1");
   EXPECT_EQ(c().contactsFolder()->Items()->Count(), before);
-  ASSERT_EQ(host->errors->errors.size(), 1u);
-  EXPECT_EQ(host->errors->errors[0].number(), kTypeMismatch);
-  EXPECT_EQ(host->errors->errorLocations[0],
-            "kvoutlookdx.dll-clsOutlookSynchronization-"
-            "createNewDossieraCompanyWithDefaultContactInOutlook");
+  ASSERT_EQ(errors().errors.size(), 1u);
+  EXPECT_EQ(errors().errors[0].number(), kTypeMismatch);
 }
 
 TEST_F(TransferTest, UpdatingInPlaceReplacesCategoriesAndKeepsWhatItDoesNotWrite) {
@@ -142,7 +138,7 @@ TEST_F(TransferTest, ContactWithInheritedCompanyAddressAndFallBackNumbers) {
 }
 
 TEST_F(TransferTest, ResumingAfterAFailedReadGoesOnWithTheNextStatement) {
-  host->errors->action = kActionResume;
+  errors().action = kActionResume;
   auto db = testing::installFaulty(apartment().hostDb, host->hostPath);
   // An inherited address stays inherited around the company field that failed.
   db->fails = [](const std::string& call) { return call == "readField Province"; };
@@ -160,7 +156,7 @@ TEST_F(TransferTest, ResumingAfterAFailedReadGoesOnWithTheNextStatement) {
   auto company = item(c().createNewDossieraCompanyWithDefaultContactInOutlook(1, ""));
   ASSERT_NE(company, nullptr);
   EXPECT_EQ(company->FullName(), "Bea Jones");
-  EXPECT_EQ(host->errors->errors.size(), 2u);
+  EXPECT_EQ(errors().errors.size(), 2u);
 }
 
 TEST_F(TransferTest, FileAsFollowsTheContactOnlyTypesAndBlankInheritedNumbersKeepOutlooks) {
@@ -210,7 +206,7 @@ TEST_F(OutlookToHostTest, NothingToTransferAnswersZeroAndWritesNothing) {
   EXPECT_EQ(one("SELECT group_concat(CompanyName) FROM Companies;") +
                 one("SELECT count(*) FROM Contacts;"),
             before);
-  EXPECT_TRUE(host->errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
 }
 
 TEST_F(OutlookToHostTest, TheResultIsTheCompanyThatNowHoldsTheItem) {
@@ -236,7 +232,7 @@ TEST_F(OutlookToHostTest, TheResultIsTheCompanyThatNowHoldsTheItem) {
         one("SELECT CompanyName FROM Companies WHERE CompanyID = " + std::to_string(result) + ";"),
         "Jones Ltd");
   }
-  EXPECT_TRUE(host->errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
 }
 
 TEST_F(OutlookToHostTest, GenderAndDatesOutlookDoesNotHaveLeaveTheHostsValue) {
@@ -253,9 +249,8 @@ TEST_F(OutlookToHostTest, GenderAndDatesOutlookDoesNotHaveLeaveTheHostsValue) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.wantGender);
-    testing::execSql(host->hostPath,
-                     "UPDATE Contacts SET Gender = 'male', Birthday = '1970-03-05', "
-                     "Anniversary = '1970-03-05', FirstName = '' WHERE ContactID = 10;");
+    sql("UPDATE Contacts SET Gender = 'male', Birthday = '1970-03-05', "
+        "Anniversary = '1970-03-05', FirstName = '' WHERE ContactID = 10;");
     auto i = item(jane);
     i->setGender(row.gender);
     i->setBirthday(row.date);
@@ -267,7 +262,7 @@ TEST_F(OutlookToHostTest, GenderAndDatesOutlookDoesNotHaveLeaveTheHostsValue) {
               std::string("Jane|") + row.wantGender + "|" + row.wantDate + "|" + row.wantDate);
   }
   EXPECT_EQ(one("SELECT count(*) FROM Contacts;"), "4");
-  EXPECT_TRUE(host->errors->errors.empty());
+  EXPECT_TRUE(errors().errors.empty());
 }
 
 }  // namespace
