@@ -4,61 +4,52 @@ set -uo pipefail
 bin=$1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-passed=0 failed=0
+source "$(dirname "$0")/check_lib.sh"
 
-check() {  # check NAME EXPECTED_EXIT COMMAND...
+check() {  # check NAME EXPECTED_EXIT COMMAND...: output in $work/out and $work/err
   local name=$1 want=$2
   shift 2
   "$@" >"$work/out" 2>"$work/err"
   local rc=$?
-  if [[ $rc -eq $want ]]; then passed=$((passed + 1)); else
-    failed=$((failed + 1))
-    echo "FAIL $name: exit $rc, wanted $want"; cat "$work/out" "$work/err"
-  fi
+  [[ $rc -eq $want ]] && ok || { bad "$name: exit $rc, wanted $want"; cat "$work/out" "$work/err"; }
 }
-expect_in() {  # expect_in NAME FILE TEXT
-  if grep -qF -- "$3" "$2"; then passed=$((passed + 1)); else
-    failed=$((failed + 1)); echo "FAIL $1: '$3' not in $2:"; cat "$2"
-  fi
-}
+out() { cat "$work/out"; }
+sync_tables() { sqlite3 "$1" "SELECT count(*) FROM sqlite_master WHERE name IN ('OutlookScheme','OutlookSync');"; }
 
 check help 0 "$bin" --help
-for c in init-host demo-data check; do expect_in "help lists $c" "$work/out" "$c"; done
+for c in init-host demo-data check; do has "help lists $c" "$(out)" "$c"; done
 check usage 64 "$bin" no-such-command
 
 check init-host 0 "$bin" init-host "$work/h.db"
-tables=$(sqlite3 "$work/h.db" "SELECT group_concat(name, ' ') FROM (SELECT name FROM sqlite_master WHERE type='table' AND name NOT LIKE 'sqlite_%' ORDER BY name);")
-want="AccountingServices Categories ClientData ClientNotes ClientOptions Companies Contacts CorpTaxInfo CustomAddressFields CustomFields HostCategory LawInfo OtherInfo Schedule SoftwareInfo WSIB_EHTInfo"
-if [[ "$tables" == "$want" ]]; then passed=$((passed + 1)); else failed=$((failed + 1)); echo "FAIL tables: $tables"; fi
+same tables "$(sqlite3 "$work/h.db" "SELECT group_concat(name, ' ') FROM (SELECT name FROM sqlite_master WHERE type='table' AND name NOT LIKE 'sqlite_%' ORDER BY name);")" \
+  "AccountingServices Categories ClientData ClientNotes ClientOptions Companies Contacts CorpTaxInfo CustomAddressFields CustomFields HostCategory LawInfo OtherInfo Schedule SoftwareInfo WSIB_EHTInfo"
 check init-host-refuses-existing 1 "$bin" init-host "$work/h.db"
 
 check check-good 0 "$bin" check --host-db "$work/h.db" --sync-db "$work/s.db"
-expect_in flag-false "$work/out" "FailedToInitializeFlag: False"
-n=$(sqlite3 "$work/s.db" "SELECT count(*) FROM sqlite_master WHERE name IN ('OutlookScheme','OutlookSync');")
-[[ $n == 2 ]] && passed=$((passed + 1)) || { failed=$((failed + 1)); echo "FAIL sync tables: $n"; }
-
+has flag-false "$(out)" "FailedToInitializeFlag: False"
+same "sync tables" "$(sync_tables "$work/s.db")" 2
 head -c 4096 /dev/urandom >"$work/s2.db"
 check garbage-sync-replaced 0 "$bin" check --host-db "$work/h.db" --sync-db "$work/s2.db"
-n=$(sqlite3 "$work/s2.db" "SELECT count(*) FROM sqlite_master WHERE name IN ('OutlookScheme','OutlookSync');")
-[[ $n == 2 ]] && passed=$((passed + 1)) || { failed=$((failed + 1)); echo "FAIL garbage replaced: $n"; }
+same "garbage sync replaced" "$(sync_tables "$work/s2.db")" 2
 
 check missing-host 0 "$bin" check --host-db "$work/none.db" --sync-db "$work/s.db"
-expect_in missing-host-flag "$work/out" "FailedToInitializeFlag: False"
-if grep -q "companies database" "$work/err"; then failed=$((failed + 1)); echo "FAIL missing host showed a message"; else passed=$((passed + 1)); fi
-
+has missing-host-flag "$(out)" "FailedToInitializeFlag: False"
+[[ "$(cat "$work/err")" != *"companies database"* ]] && ok || bad "missing host showed a message"
 echo "not a database at all, just words" >"$work/bad.db"
 check garbage-host 2 "$bin" check --host-db "$work/bad.db" --sync-db "$work/s.db"
-expect_in garbage-host-message "$work/err" "The outlook synchronization was not able to access the companies database and needs to close."
+has garbage-host-message "$(cat "$work/err")" "The outlook synchronization was not able to access the companies database and needs to close."
 
 check demo-data 0 "$bin" demo-data "$work/d1.db" --companies 30 --seed 5
 "$bin" demo-data "$work/d2.db" --companies 30 --seed 5 >/dev/null
-if [[ "$(sqlite3 "$work/d1.db" .dump)" == "$(sqlite3 "$work/d2.db" .dump)" ]]; then passed=$((passed + 1)); else failed=$((failed + 1)); echo "FAIL demo-data not deterministic"; fi
-q() { sqlite3 "$work/d1.db" "$1"; }
-[[ $(q "SELECT count(*) FROM Companies;") == 30 ]] && passed=$((passed + 1)) || { failed=$((failed + 1)); echo "FAIL company count"; }
-[[ $(q "SELECT count(*) FROM (SELECT CompanyNum FROM Contacts WHERE DefaultContact=1 GROUP BY CompanyNum HAVING count(*) > 1);") == 0 ]] && passed=$((passed + 1)) || { failed=$((failed + 1)); echo "FAIL more than one default contact"; }
-[[ $(q "SELECT count(*) FROM ClientData c JOIN WSIB_EHTInfo w ON w.WSIB_EHTInfoID = c.ClientDataID;") == 30 ]] && passed=$((passed + 1)) || { failed=$((failed + 1)); echo "FAIL detail rows"; }
-[[ $(q "SELECT count(*) FROM Contacts WHERE CompanyNum IS NULL;") -ge 1 ]] && passed=$((passed + 1)) || { failed=$((failed + 1)); echo "FAIL loose contacts"; }
-[[ $(q "SELECT count(*) FROM Categories WHERE CategoryNum IN (SELECT CategoryID FROM Categories WHERE CategoryNum IS NOT NULL);") -ge 1 ]] && passed=$((passed + 1)) || { failed=$((failed + 1)); echo "FAIL nested categories"; }
+[[ "$(sqlite3 "$work/d1.db" .dump)" == "$(sqlite3 "$work/d2.db" .dump)" ]] && ok || bad "demo-data not deterministic"
+# 30 companies, none with two default contacts, each with its detail rows, some loose contacts
+# and some nested categories.
+same "demo data" "$(sqlite3 "$work/d1.db" "SELECT (SELECT count(*) FROM Companies),
+  (SELECT count(*) FROM (SELECT CompanyNum FROM Contacts WHERE DefaultContact=1 GROUP BY CompanyNum HAVING count(*) > 1)),
+  (SELECT count(*) FROM ClientData c JOIN WSIB_EHTInfo w ON w.WSIB_EHTInfoID = c.ClientDataID),
+  (SELECT count(*) > 0 FROM Contacts WHERE CompanyNum IS NULL),
+  (SELECT count(*) > 0 FROM Categories WHERE CategoryNum IN (SELECT CategoryID FROM Categories WHERE CategoryNum IS NOT NULL));")" \
+  "30|0|30|1|1"
 
 # contacts put then show gives back every property exactly, and another process sees it.
 store="vdir:$work/store"
@@ -85,14 +76,13 @@ assert got.pop("EntryID") == sys.argv[3] and got.pop("Class") == 40
 bad = {k: (v, got.get(k)) for k, v in want.items() if got.get(k) != v}
 assert not bad, bad
 PY
-then passed=$((passed + 1)); else failed=$((failed + 1)); echo "FAIL contacts round trip"; fi
+then ok; else bad "contacts round trip"; fi
 check contacts-list 0 "$bin" contacts list --outlook "$store"
-expect_in contacts-list-id "$work/out" "$id"
+has contacts-list-id "$(out)" "$id"
 check contacts-delete 0 "$bin" contacts delete "$id" --outlook "$store"
 check contacts-show-deleted 1 "$bin" contacts show "$id" --outlook "$store"
 echo '{"Nickname": "x"}' >"$work/bad.json"
 check contacts-unknown-property 1 "$bin" contacts put --outlook "$store" --json "$work/bad.json"
-expect_in contacts-unknown-property-named "$work/err" "Nickname"
+has contacts-unknown-property-named "$(cat "$work/err")" "Nickname"
 
-echo "cli: $passed passed, $failed failed"
-[[ $failed -eq 0 ]]
+finish cli

@@ -134,169 +134,157 @@ class ErrorLocationTest : public testing::HostTest {
     errors().entered.clear();
     errors().stack.clear();
   }
-  // Each row fails, and the first error is recorded at its location.
-  void expectReportedAt(const std::vector<Row>& rows) {
+  // Each row fails, and the first error is recorded at its location; or, when entered, each
+  // row runs without an error, entering its location first.
+  void expectLocations(const std::vector<Row>& rows, bool entered) {
     for (const Row& row : rows) {
-      SCOPED_TRACE(row.location);
+      SCOPED_TRACE(prefix + row.location);
       clearErrors();
       row.run();
       restore();
-      ASSERT_FALSE(errors().errorLocations.empty()) << "no error was recorded";
-      EXPECT_EQ(errors().errorLocations.front(), row.location)
-          << errors().errors.front().description();
+      const auto& where = entered ? errors().entered : errors().errorLocations;
+      ASSERT_FALSE(where.empty()) << "nothing was recorded";
+      EXPECT_EQ(where.front(), prefix + row.location);
+      EXPECT_EQ(errors().errors.empty(), entered) << errors().errors.front().description();
       EXPECT_TRUE(errors().stack.empty()) << "a procedure did not leave: " << errors().stack.back();
     }
   }
-  // Each row runs without an error, entering its location first.
-  void expectEntered(const std::vector<Row>& rows) {
-    for (const Row& row : rows) {
-      SCOPED_TRACE(row.location);
-      clearErrors();
-      row.run();
-      restore();
-      ASSERT_FALSE(errors().entered.empty());
-      EXPECT_EQ(errors().entered.front(), row.location);
-      EXPECT_TRUE(errors().errors.empty()) << errors().errors.front().description();
-      EXPECT_TRUE(errors().stack.empty());
-    }
-  }
+  void expectReportedAt(const std::vector<Row>& rows) { expectLocations(rows, false); }
+  void expectEntered(const std::vector<Row>& rows) { expectLocations(rows, true); }
 
   hostdb::DataAccessPtr hostDb, syncDb;
+  std::string prefix;  // what every row's location starts with
 };
 
 const std::string kSync = "kvoutlookdx.dll-clsOutlookSynchronization-";
 
 TEST_F(ErrorLocationTest, TheComponent) {
-  auto select = [this] { c().companyCollection()->add("10", "", ""); };
+  clsOutlookSynchronization& s = c();
+  const std::string h = host->hostPath, sync = host->syncPath;
+  auto select = [&] { s.companyCollection()->add("10", "", ""); };
   auto noHost = [] { apartment().hostDb = nullptr; };
   auto noSync = [] { apartment().syncDb = nullptr; };
   auto without = [](const char* cls) { platform::unregisterClass(cls); };
-  auto progressFailingIn = [this](const char* call) {
+  auto offline = [&] { s.StopOutlook(); };  // the transfers fail at their first Outlook call
+  auto progressFailingIn = [&](const char* call) {
     testing::registerRecordingProgress(call);
-    c().setShowProgress(true);
+    s.setShowProgress(true);
   };
   value::Date start{2024, 5, 1, 9, 0, 0}, end{2024, 5, 1, 10, 0, 0};
   std::string subject = "Review", place = "Office";
+  prefix = kSync;
   expectReportedAt({
-      {kSync + "openMainDatabase",
-       [&] { without(platform::kDataAccess), c().openMainDatabase(host->hostPath); }},
-      {kSync + "openSyncForm", [&] { without(kWizardFormClass), c().openSynchForm(); }},
-      {kSync + "Synchronize", [&] { progressFailingIn("setMessage"), c().Synchronize(); }},
-      {kSync + "outlookDialog_StartProgress",
-       [&] { progressFailingIn("close"), c().Synchronize(); }},
-      {kSync + "SynchronizeContacts", [&] { select(), noHost(), c().Synchronize(); }},
-      {kSync + "StartOutlook", [&] { brokenOutlook()->failLogon = true, c().StartOutlook(); }},
-      {kSync + "createOutlookSyncDatabase",
-       [&] { without(platform::kAdoxCatalog), c().createOutlookSyncDatabase(dir.file("n.db")); }},
-      {kSync + "createTables", [&] { c().createTables(host->syncPath); }},  // tables exist
-      {kSync + "verifySyncDatabase",
-       [&] { without(platform::kAdoConnection), c().verifySyncDatabase(host->syncPath); }},
-      {kSync + "doesTableExist",
-       [&] { without(platform::kAdoxCatalog), c().doesTableExist(nullptr); }},
-      {kSync + "openOutlookSyncDatabase",
-       [&] { without(platform::kDataAccess), c().openOutlookSyncDatabase(host->syncPath); }},
-      {kSync + "getCompanyOutlookID", [&] { noSync(), c().getCompanyOutlookID(10); }},
-      {kSync + "getContactOutlookID", [&] { noSync(), c().getContactOutlookID(20); }},
-      {kSync + "getOutlookCompanyID", [&] { noSync(), c().getOutlookCompanyID("x"); }},
-      {kSync + "getOutlookContactID", [&] { noSync(), c().getOutlookContactID("x"); }},
-      {kSync + "saveCompanyOutlookID", [&] { noSync(), c().saveCompanyOutlookID(10, "x"); }},
-      {kSync + "saveContactOutlookID", [&] { noSync(), c().saveContactOutlookID(20, "x"); }},
-      {kSync + "saveOutlookCompanyID", [&] { noSync(), c().saveOutlookCompanyID("x", 10); }},
-      {kSync + "saveOutlookContactID", [&] { noSync(), c().saveOutlookContactID("x", 20); }},
-      // Without an Outlook session the transfers fail at their first Outlook call.
-      {kSync + "createNewDossieraCompanyWithDefaultContactInOutlook",
-       [&] { c().StopOutlook(), c().createNewDossieraCompanyWithDefaultContactInOutlook(10, ""); }},
-      {kSync + "createNewDossieraCompanyInOutlook",
-       [&] { c().StopOutlook(), c().createNewDossieraCompanyInOutlook(10, ""); }},
-      {kSync + "createNewDossieraContactInOutlook",
-       [&] { c().StopOutlook(), c().createNewDossieraContactInOutlook(20, ""); }},
-      {kSync + "createNewOutlookCompanyWithDefaultContactInDossiera",
-       [&] {
-         c().StopOutlook(), c().createNewOutlookCompanyWithDefaultContactInDossiera("x", -1);
-       }},
-      {kSync + "CreateAppointment",
-       [&] { c().StopOutlook(), c().CreateAppointment(start, end, subject, place); }},
+      {"openMainDatabase", [&] { without(platform::kDataAccess), s.openMainDatabase(h); }},
+      {"openSyncForm", [&] { without(kWizardFormClass), s.openSynchForm(); }},
+      {"Synchronize", [&] { progressFailingIn("setMessage"), s.Synchronize(); }},
+      {"outlookDialog_StartProgress", [&] { progressFailingIn("close"), s.Synchronize(); }},
+      {"SynchronizeContacts", [&] { select(), noHost(), s.Synchronize(); }},
+      {"StartOutlook", [&] { brokenOutlook()->failLogon = true, s.StartOutlook(); }},
+      {"createOutlookSyncDatabase",
+       [&] { without(platform::kAdoxCatalog), s.createOutlookSyncDatabase(dir.file("n.db")); }},
+      {"createTables", [&] { s.createTables(sync); }},  // the tables exist
+      {"verifySyncDatabase",
+       [&] { without(platform::kAdoConnection), s.verifySyncDatabase(sync); }},
+      {"doesTableExist", [&] { without(platform::kAdoxCatalog), s.doesTableExist(nullptr); }},
+      {"openOutlookSyncDatabase",
+       [&] { without(platform::kDataAccess), s.openOutlookSyncDatabase(sync); }},
+      {"getCompanyOutlookID", [&] { noSync(), s.getCompanyOutlookID(10); }},
+      {"getContactOutlookID", [&] { noSync(), s.getContactOutlookID(20); }},
+      {"getOutlookCompanyID", [&] { noSync(), s.getOutlookCompanyID("x"); }},
+      {"getOutlookContactID", [&] { noSync(), s.getOutlookContactID("x"); }},
+      {"saveCompanyOutlookID", [&] { noSync(), s.saveCompanyOutlookID(10, "x"); }},
+      {"saveContactOutlookID", [&] { noSync(), s.saveContactOutlookID(20, "x"); }},
+      {"saveOutlookCompanyID", [&] { noSync(), s.saveOutlookCompanyID("x", 10); }},
+      {"saveOutlookContactID", [&] { noSync(), s.saveOutlookContactID("x", 20); }},
+      {"createNewDossieraCompanyWithDefaultContactInOutlook",
+       [&] { offline(), s.createNewDossieraCompanyWithDefaultContactInOutlook(10, ""); }},
+      {"createNewDossieraCompanyInOutlook",
+       [&] { offline(), s.createNewDossieraCompanyInOutlook(10, ""); }},
+      {"createNewDossieraContactInOutlook",
+       [&] { offline(), s.createNewDossieraContactInOutlook(20, ""); }},
+      {"createNewOutlookCompanyWithDefaultContactInDossiera",
+       [&] { offline(), s.createNewOutlookCompanyWithDefaultContactInDossiera("x", -1); }},
+      {"CreateAppointment", [&] { offline(), s.CreateAppointment(start, end, subject, place); }},
   });
   expectEntered({
-      {"kvlabeldx3.dll-frmWizard-resetOutlookSchemeToDefault",
-       [&] { c().resetOutlookSchemeToDefault(); }},
-      {kSync + "MainDatabaseLocation", [&] { c().setMainDatabaseLocation(host->hostPath); }},
-      {kSync + "SyncDatabaseLocation", [&] { c().setSyncDatabaseLocation(host->syncPath); }},
-      {kSync + "getRecordCount", [&] { c().getRecordCount(); }},
-      {kSync + "StopOutlook", [&] { c().StopOutlook(); }},
+      {"MainDatabaseLocation", [&] { s.setMainDatabaseLocation(h); }},
+      {"SyncDatabaseLocation", [&] { s.setSyncDatabaseLocation(sync); }},
+      {"getRecordCount", [&] { s.getRecordCount(); }},
+      {"StopOutlook", [&] { s.StopOutlook(); }},
   });
+  prefix = "kvlabeldx3.dll-frmWizard-";
+  expectEntered({{"resetOutlookSchemeToDefault", [&] { s.resetOutlookSchemeToDefault(); }}});
 }
 
 TEST_F(ErrorLocationTest, TheHostModules) {
-  const std::string db = "Dossiera.exe-modDatabaseFunctions-";
-  const std::string cat = "Dossiera.exe-modDossiera.exe-";
-  const std::string schedule = "Dossiera.exe-modScheduleCustom-";
-  const std::string address = "kvAddress.dll-clsFormatAddresses-";
+  using namespace hostdb;
   int32_t category = 1;
   format::AddressParts street;
   street.street = "1 Main St";
-  auto opening = [this](const std::string& table) { failHost("openRecordset", table + ".*"); };
+  // The host database fails to open the table.
+  auto no = [this](const std::string& table) { failHost("openRecordset", table + ".*"); };
+  prefix = "Dossiera.exe-modDatabaseFunctions-";
   expectReportedAt({
-      {db + "addNewEntry", [&] { opening("Companies"), hostdb::addNewEntry(); }},
-      {db + "addPersonnel", [&] { opening("Contacts"), hostdb::addPersonnel("Ann Lee", {}, 10); }},
-      {db + "checkForDefault", [&] { opening("Contacts"), hostdb::checkForDefault(10, false); }},
-      {db + "setContactAsDefault", [&] { opening("Contacts"), hostdb::setContactAsDefault(20); }},
-      {db + "updateDefaultContactInfo",
-       [&] { opening("Contacts"), hostdb::updateDefaultContactInfo(10); }},
-      {schedule + "changeDefaultContactChangeLookupFieldValue",
-       [&] { opening("CustomFields"), hostdb::changeDefaultContactChangeLookupFieldValue(20); }},
+      {"addNewEntry", [&] { no("Companies"), addNewEntry(); }},
+      {"addPersonnel", [&] { no("Contacts"), addPersonnel("Ann Lee", {}, 10); }},
+      {"checkForDefault", [&] { no("Contacts"), checkForDefault(10, false); }},
+      {"setContactAsDefault", [&] { no("Contacts"), setContactAsDefault(20); }},
+      {"updateDefaultContactInfo", [&] { no("Contacts"), updateDefaultContactInfo(10); }},
       // Its company is looked up and tested first, each in its own procedure.
-      {db + "getClientDataIDFromContactID",
-       [&] { opening("ClientData"), hostdb::getClientDataIDFromContactID(20); }},
-      {db + "getCompanyIDFromClientDataID",
-       [&] { opening("ClientData"), hostdb::getCompanyIDFromClientDataID(1); }},
-      {db + "getCompanyIDFromContactID",
-       [&] { opening("Contacts"), hostdb::getCompanyIDFromContactID(20); }},
-      {db + "getDefaultContactIDFromCompanyID",
-       [&] { opening("Contacts"), hostdb::getDefaultContactIDFromCompanyID(10); }},
-      {db + "getCompanyNameFromCompanyID",
-       [&] { opening("Companies"), hostdb::getCompanyNameFromCompanyID(10); }},
-      {db + "getContactNameFromContactID",
-       [&] { opening("Companies"), hostdb::getContactNameFromContactID(20); }},
-      {db + "validCompanyID", [&] { opening("Companies"), hostdb::validCompanyID(10); }},
-      {db + "validContactID", [&] { opening("Contacts"), hostdb::validContactID(20); }},
-      {db + "validCategoryID", [&] { opening("Categories"), hostdb::validCategoryID(1); }},
-      {cat + "doesThisCategoryBelongToCategory",
-       [&] { opening("Categories"), hostdb::doesThisCategoryBelongToCategory(3, category); }},
-      {cat + "doesThisCompanyBelongToCategory",
-       [&] { opening("Companies"), hostdb::doesThisCompanyBelongToCategory(10, category); }},
-      {cat + "doesThisContactBelongToCategory",
-       [&] { opening("Contacts"), hostdb::doesThisContactBelongToCategory(20, category); }},
-      {cat + "getAddressBookDossieraCategory",
-       [&] { opening("HostCategory"), hostdb::getAddressBookDossieraCategory(); }},
-      {cat + "getAddressBookCategoryName",
-       [&] { opening("HostCategory"), hostdb::getAddressBookCategoryName(); }},
-      {cat + "createNewHostCategory",
-       [&] { opening("Categories"), hostdb::createNewHostCategory("New"); }},
+      {"getClientDataIDFromContactID", [&] { no("ClientData"), getClientDataIDFromContactID(20); }},
+      {"getCompanyIDFromClientDataID", [&] { no("ClientData"), getCompanyIDFromClientDataID(1); }},
+      {"getCompanyIDFromContactID", [&] { no("Contacts"), getCompanyIDFromContactID(20); }},
+      {"getDefaultContactIDFromCompanyID",
+       [&] { no("Contacts"), getDefaultContactIDFromCompanyID(10); }},
+      {"getCompanyNameFromCompanyID", [&] { no("Companies"), getCompanyNameFromCompanyID(10); }},
+      {"getContactNameFromContactID", [&] { no("Companies"), getContactNameFromContactID(20); }},
+      {"validCompanyID", [&] { no("Companies"), validCompanyID(10); }},
+      {"validContactID", [&] { no("Contacts"), validContactID(20); }},
+      {"validCategoryID", [&] { no("Categories"), validCategoryID(1); }},
+  });
+  prefix = "Dossiera.exe-modDossiera.exe-";
+  expectReportedAt({
+      {"doesThisCategoryBelongToCategory",
+       [&] { no("Categories"), doesThisCategoryBelongToCategory(3, category); }},
+      {"doesThisCompanyBelongToCategory",
+       [&] { no("Companies"), doesThisCompanyBelongToCategory(10, category); }},
+      {"doesThisContactBelongToCategory",
+       [&] { no("Contacts"), doesThisContactBelongToCategory(20, category); }},
+      {"getAddressBookDossieraCategory",
+       [&] { no("HostCategory"), getAddressBookDossieraCategory(); }},
+      {"getAddressBookCategoryName", [&] { no("HostCategory"), getAddressBookCategoryName(); }},
+      {"createNewHostCategory", [&] { no("Categories"), createNewHostCategory("New"); }},
+  });
+  prefix = "kvAddress.dll-clsFormatAddresses-";
+  expectReportedAt({
       // The contact is tested first, in this module's own procedure.
-      {address + "saveContactBusinessRTF",
-       [&] { opening("CustomAddressFields"), format::saveContactBusinessRTF(20); }},
-      {address + "saveCompanyContactRTF",
+      {"saveContactBusinessRTF",
+       [&] { no("CustomAddressFields"), format::saveContactBusinessRTF(20); }},
+      {"saveCompanyContactRTF",
        [&] { failHost("writeField", "ContactNotes"), format::saveCompanyContactRTF(10, -1); }},
-      {address + "createBusinessContactAddress",
-       [&] { opening("Contacts"), format::createBusinessContactAddress(20, true); }},
-      {address + "validContactID", [&] { opening("Contacts"), format::validContactID(20); }},
-      {address + "validCompanyID", [&] { opening("Companies"), format::validCompanyID(10); }},
+      {"createBusinessContactAddress",
+       [&] { no("Contacts"), format::createBusinessContactAddress(20, true); }},
+      {"validContactID", [&] { no("Contacts"), format::validContactID(20); }},
+      {"validCompanyID", [&] { no("Companies"), format::validCompanyID(10); }},
   });
   expectEntered({
+      {"saveNoDefaultComment", [&] { format::saveNoDefaultComment(); }},
+      {"createAddress", [&] { format::createAddress(street, true, true); }},
+      {"convertToRTF", [&] { format::convertToRTF("a\r\nb"); }},
+  });
+  prefix = "Dossiera.exe-modScheduleCustom-";
+  expectReportedAt({{"changeDefaultContactChangeLookupFieldValue",
+                     [&] { no("CustomFields"), changeDefaultContactChangeLookupFieldValue(20); }}});
+  expectEntered({{"isContactLookupField", [&] { isContactLookupField("BIRTHDAY"); }}});
+  prefix = "Dossiera.exe-modDatabaseFunctions-";
+  expectEntered({
       // The name splitter reports under its caller's name.
-      {db + "addPersonnel", [&] { hostdb::splitPersonName("Dr. Jane Smith"); }},
-      {db + "setNoContactAsDefault", [&] { hostdb::setNoContactAsDefault(13); }},
-      {schedule + "isContactLookupField", [&] { hostdb::isContactLookupField("BIRTHDAY"); }},
-      {address + "saveNoDefaultComment", [&] { format::saveNoDefaultComment(); }},
-      {address + "createAddress", [&] { format::createAddress(street, true, true); }},
-      {address + "convertToRTF", [&] { format::convertToRTF("a\r\nb"); }},
+      {"addPersonnel", [&] { splitPersonName("Dr. Jane Smith"); }},
+      {"setNoContactAsDefault", [&] { setNoContactAsDefault(13); }},
   });
 }
 
 TEST_F(ErrorLocationTest, TheWizard) {
-  const std::string w = "kvoutlookdx.dll-frmWizard-";
-  const std::string label = "kvlabeldx3.dll-frmWizard-";
   // Each row works on a form that was never started: it has no owner.
   std::unique_ptr<wizard::HeadlessWizard> form;
   BrokenView view;
@@ -305,57 +293,59 @@ TEST_F(ErrorLocationTest, TheWizard) {
     form = std::make_unique<wizard::HeadlessWizard>();
     return *form;
   };
+  auto noSync = [] { apartment().syncDb = nullptr; };
+  auto picked = [](wizard::frmWizard& f) {  // a saved scheme is picked in the list
+    auto& combo = f.control("cboSavedScheme");
+    combo.items = {{"Click here to open a saved scheme", 0}, {"Monthly", 5}};
+    combo.listIndex = 1;
+  };
+  prefix = "kvoutlookdx.dll-frmWizard-";
   expectReportedAt({
-      {w + "startWizard",
+      {"startWizard",
        [&] { apartment().hostUi = std::make_shared<BrokenHostUi>(), fresh().startWizard(c()); }},
-      {w + "SetStep", [&] { fresh().SetStep(seven, zero); }},
-      {w + "cmdNav_Click", [&] { fresh().cmdNav_Click(4); }},
-      {w + "optSynchDirection_Click", [&] { fresh().optSynchDirection_Click(2); }},
-      {w + "optInfoType_Click", [&] { fresh().optInfoType_Click(1); }},
-      {w + "txtContactsCategory_LostFocus", [&] { fresh().txtContactsCategory_LostFocus(); }},
-      {w + "txtProfileName_LostFocus", [&] { fresh().txtProfileName_LostFocus(); }},
-      {w + "txtPassword_LostFocus", [&] { fresh().txtPassword_LostFocus(); }},
-      {label + "populateOutlookSchemesList",
-       [&] { apartment().syncDb = nullptr, fresh().populateOutlookSchemesList(); }},
-      {w + "cboSavedScheme_Click",
-       [&] {
-         auto& combo = fresh().control("cboSavedScheme");
-         combo.items = {{"Click here to open a saved scheme", 0}, {"Monthly", 5}};
-         combo.listIndex = 1;
-         form->cboSavedScheme_Click();
-       }},
-      {label + "populateOutlookScheme",
-       [&] { apartment().syncDb = nullptr, fresh().populateOutlookScheme(1); }},
-      {label + "populateOutlookSchemeSettings", [&] { fresh().populateOutlookSchemeSettings(); }},
-      {label + "setupAdvancedOptions", [&] { fresh().setupAdvancedOptions(); }},
-      {label + "resetScheme", [&] { fresh().resetScheme(); }},
-      {w + "cmdDeleteScheme_Click", [&] { fresh().cmdDeleteScheme_Click(); }},
-      {w + "cmdSaveScheme_Click", [&] { fresh().cmdSaveScheme_Click(); }},
-      {w + "populateCompanyNames", [&] { fresh().populateCompanyNames(); }},
-      {w + "populateOutlookNames", [&] { fresh().populateOutlookNames(); }},
-      {w + "populateAddressBookTree_incProgressBar",
+      {"SetStep", [&] { fresh().SetStep(seven, zero); }},
+      {"cmdNav_Click", [&] { fresh().cmdNav_Click(4); }},
+      {"optSynchDirection_Click", [&] { fresh().optSynchDirection_Click(2); }},
+      {"optInfoType_Click", [&] { fresh().optInfoType_Click(1); }},
+      {"txtContactsCategory_LostFocus", [&] { fresh().txtContactsCategory_LostFocus(); }},
+      {"txtProfileName_LostFocus", [&] { fresh().txtProfileName_LostFocus(); }},
+      {"txtPassword_LostFocus", [&] { fresh().txtPassword_LostFocus(); }},
+      {"cboSavedScheme_Click", [&] { picked(fresh()), form->cboSavedScheme_Click(); }},
+      {"cmdDeleteScheme_Click", [&] { fresh().cmdDeleteScheme_Click(); }},
+      {"cmdSaveScheme_Click", [&] { fresh().cmdSaveScheme_Click(); }},
+      {"populateCompanyNames", [&] { fresh().populateCompanyNames(); }},
+      {"populateOutlookNames", [&] { fresh().populateOutlookNames(); }},
+      {"populateAddressBookTree_incProgressBar",
        [&] { fresh().setView(&view), form->populateAddressBookTree_incProgressBar(1); }},
-      {w + "populateOutlookTree_incProgressBar",
+      {"populateOutlookTree_incProgressBar",
        [&] { fresh().setView(&view), form->populateOutlookTree_incProgressBar(1); }},
-      {w + "tvwContacts_NodeCheck", [&] { fresh().tvwContacts_NodeCheck(99); }},
-      {w + "checkAllChildNodes", [&] { fresh().checkAllChildNodes(99, true); }},
-      {w + "checkNode", [&] { fresh().checkNode(99, true); }},
-      {w + "getSelectedCompanies", [&] { fresh().getSelectedCompanies(); }},
-      {w + "populateCheckedItems", [&] { fresh().populateCheckedItems(); }},
+      {"tvwContacts_NodeCheck", [&] { fresh().tvwContacts_NodeCheck(99); }},
+      {"checkAllChildNodes", [&] { fresh().checkAllChildNodes(99, true); }},
+      {"checkNode", [&] { fresh().checkNode(99, true); }},
+      {"getSelectedCompanies", [&] { fresh().getSelectedCompanies(); }},
+      {"populateCheckedItems", [&] { fresh().populateCheckedItems(); }},
   });
   int16_t two = 2;
   expectEntered({
-      {w + "SetNavBtns", [&] { fresh().SetNavBtns(two); }},
-      {w + "cmdAdvancedOptions_Click",
+      {"SetNavBtns", [&] { fresh().SetNavBtns(two); }},
+      {"cmdAdvancedOptions_Click",
        [&] {
          fresh().startWizard(c());  // with an owner the procedures it calls run through
          clearErrors();
          form->cmdAdvancedOptions_Click();
        }},
-      {w + "cmdSaveScheme_GotFocus", [&] { fresh().cmdSaveScheme_GotFocus(); }},
-      {w + "cmdSaveScheme_LostFocus", [&] { fresh().cmdSaveScheme_LostFocus(); }},
-      {w + "Form_KeyDown", [&] { fresh().Form_KeyDown(27, 0); }},
-      {w + "Form_Unload", [&] { fresh().Form_Unload(); }},
+      {"cmdSaveScheme_GotFocus", [&] { fresh().cmdSaveScheme_GotFocus(); }},
+      {"cmdSaveScheme_LostFocus", [&] { fresh().cmdSaveScheme_LostFocus(); }},
+      {"Form_KeyDown", [&] { fresh().Form_KeyDown(27, 0); }},
+      {"Form_Unload", [&] { fresh().Form_Unload(); }},
+  });
+  prefix = "kvlabeldx3.dll-frmWizard-";
+  expectReportedAt({
+      {"populateOutlookSchemesList", [&] { noSync(), fresh().populateOutlookSchemesList(); }},
+      {"populateOutlookScheme", [&] { noSync(), fresh().populateOutlookScheme(1); }},
+      {"populateOutlookSchemeSettings", [&] { fresh().populateOutlookSchemeSettings(); }},
+      {"setupAdvancedOptions", [&] { fresh().setupAdvancedOptions(); }},
+      {"resetScheme", [&] { fresh().resetScheme(); }},
   });
 }
 
@@ -411,23 +401,23 @@ TEST_F(ErrorLocationTest, TheTreeBuilders) {
 }
 
 TEST_F(ErrorLocationTest, TheMailSender) {
-  const std::string m = kSendMailLocation;
+  prefix = kSendMailLocation;
   clsOutlookSendMail mail;
   auto withMail = [&] { brokenOutlook(), mail.StartOutlook(), mail.CreateNewMail(); };
   expectReportedAt({
-      {m + "StartOutlook", [&] { brokenOutlook()->failLogon = true, mail.StartOutlook("Office"); }},
-      {m + "CreateNewMail",
+      {"StartOutlook", [&] { brokenOutlook()->failLogon = true, mail.StartOutlook("Office"); }},
+      {"CreateNewMail",
        [&] { brokenOutlook()->failCreate = true, mail.StartOutlook(), mail.CreateNewMail(); }},
-      {m + "DisplayMail", [&] { withMail(), mail.DisplayMail(); }},
-      {m + "SendMail", [&] { withMail(), mail.SendMail(); }},
-      {m + "Attachment", [&] { withMail(), mail.Attachment("/tmp/x.pdf"); }},
-      {m + "Body", [&] { withMail(), mail.setBody("text"); }},
-      {m + "Subject", [&] { withMail(), mail.setSubject("text"); }},
-      {m + "Recipient_TO", [&] { withMail(), mail.setRecipient_TO("a@b"); }},
-      {m + "Recipient_CC", [&] { withMail(), mail.setRecipient_CC("a@b"); }},
-      {m + "Recipient_BCC", [&] { withMail(), mail.setRecipient_BCC("a@b"); }},
+      {"DisplayMail", [&] { withMail(), mail.DisplayMail(); }},
+      {"SendMail", [&] { withMail(), mail.SendMail(); }},
+      {"Attachment", [&] { withMail(), mail.Attachment("/tmp/x.pdf"); }},
+      {"Body", [&] { withMail(), mail.setBody("text"); }},
+      {"Subject", [&] { withMail(), mail.setSubject("text"); }},
+      {"Recipient_TO", [&] { withMail(), mail.setRecipient_TO("a@b"); }},
+      {"Recipient_CC", [&] { withMail(), mail.setRecipient_CC("a@b"); }},
+      {"Recipient_BCC", [&] { withMail(), mail.setRecipient_BCC("a@b"); }},
   });
-  expectEntered({{m + "CloseOutlook", [&] { mail.CloseOutlook(); }}});
+  expectEntered({{"CloseOutlook", [&] { mail.CloseOutlook(); }}});
 }
 
 }  // namespace

@@ -8,19 +8,16 @@
 namespace dossync {
 namespace {
 
-// The real vCard store, with its logons written down.
-struct LogonCall {
-  std::optional<std::string> profile, password;
-  std::optional<bool> dialog, newSession;
-};
-
+// The real vCard store, with each logon written down as "profile|password|dialog|new session"
+// ("-" for an omitted text). The password "refused" makes the logon fail.
 class RecordingNameSpace : public outlook::NameSpace {
  public:
-  RecordingNameSpace(std::shared_ptr<outlook::NameSpace> real, std::vector<LogonCall>& log)
+  RecordingNameSpace(std::shared_ptr<outlook::NameSpace> real, std::vector<std::string>& log)
       : real_(std::move(real)), log_(log) {}
   void Logon(std::optional<std::string> p, std::optional<std::string> pw, std::optional<bool> d,
              std::optional<bool> n) override {
-    log_.push_back({p, pw, d, n});
+    log_.push_back(p.value_or("-") + "|" + pw.value_or("-") + "|" + std::to_string(d.value_or(-1)) +
+                   "|" + std::to_string(n.value_or(-1)));
     if (pw == "refused") throw RuntimeError(kOutlookOperationFailed, "Logon refused");
     real_->Logon(p, pw, d, n);
   }
@@ -33,12 +30,12 @@ class RecordingNameSpace : public outlook::NameSpace {
 
  private:
   std::shared_ptr<outlook::NameSpace> real_;
-  std::vector<LogonCall>& log_;
+  std::vector<std::string>& log_;
 };
 
 class RecordingApplication : public outlook::Application {
  public:
-  RecordingApplication(const std::string& root, std::vector<LogonCall>& log)
+  RecordingApplication(const std::string& root, std::vector<std::string>& log)
       : real_(vdir::makeVdirApplication(root)), log_(log) {}
   std::shared_ptr<outlook::NameSpace> GetNamespace(const std::string& t) override {
     return std::make_shared<RecordingNameSpace>(real_->GetNamespace(t), log_);
@@ -47,7 +44,7 @@ class RecordingApplication : public outlook::Application {
 
  private:
   std::shared_ptr<outlook::Application> real_;
-  std::vector<LogonCall>& log_;
+  std::vector<std::string>& log_;
 };
 
 class OutlookSessionTest : public testing::ApartmentTest {
@@ -63,58 +60,62 @@ class OutlookSessionTest : public testing::ApartmentTest {
         })
                 : platform::Factory([]() -> ObjectPtr { return nullptr; }));
   }
-  std::vector<LogonCall> logons;
+  std::vector<std::string> logons;
   ObjectPtr runningApp;
+  std::shared_ptr<testing::RecordingErrorService> errors =
+      std::make_shared<testing::RecordingErrorService>();
 };
 
 TEST_F(OutlookSessionTest, TheLogonTable) {
   registerOutlook(true);
   struct Row {
-    const char* profile;
-    const char* password;
+    const char *profile, *password;
     bool result;
-    bool profilePassed, passwordPassed;
+    const char* logon;  // empty texts are omitted, not passed as ""
   };
-  for (Row r : {Row{"work", "pw", true, true, true}, Row{"work", "", true, true, false},
-                Row{"", "pw", false, false, true}, Row{"", "", true, false, false}}) {
-    clsOutlookSynchronization c;
-    c.setProfile(r.profile);
-    c.setPassword(r.password);
-    c.setDisplayLoginDialog(false);
+  for (Row r : {Row{"work", "pw", true, "work|pw|0|1"}, Row{"work", "", true, "work|-|0|1"},
+                Row{"", "pw", false, "-|pw|0|1"}, Row{"", "", true, "-|-|0|1"}}) {
+    clsOutlookSynchronization s;
+    s.setProfile(r.profile);
+    s.setPassword(r.password);
+    s.setDisplayLoginDialog(false);
     logons.clear();
-    EXPECT_EQ(c.StartOutlook(), r.result) << r.profile << "/" << r.password;
-    ASSERT_EQ(logons.size(), 1u);
-    EXPECT_EQ(logons[0].profile.has_value(), r.profilePassed);
-    EXPECT_EQ(logons[0].password.has_value(), r.passwordPassed);
-    EXPECT_EQ(logons[0].dialog, std::optional<bool>(false));
-    EXPECT_EQ(logons[0].newSession, std::optional<bool>(true));
-    EXPECT_NE(c.outlookNameSpace(), nullptr);  // logged on all the same
+    EXPECT_EQ(s.StartOutlook(), r.result) << r.profile << "/" << r.password;
+    EXPECT_EQ(logons, std::vector<std::string>{r.logon});
+    EXPECT_NE(s.outlookNameSpace(), nullptr);  // logged on all the same
   }
+  // A failed logon is reported; a password alone still answers False.
+  clsOutlookSynchronization c;
+  c.setErrorClass(errors);
+  errors->action = kActionResume;
+  c.setPassword("refused");
+  EXPECT_FALSE(c.StartOutlook());
+  c.setProfile("work");
+  EXPECT_TRUE(c.StartOutlook());
+  ASSERT_EQ(errors->errors.size(), 2u);
+  EXPECT_EQ(errors->errors[0].description(), "Logon refused");
 }
 
-TEST_F(OutlookSessionTest, AttachingToARunningOutlookLeavesTheCloseFlagAlone) {
-  registerOutlook(true);
+TEST_F(OutlookSessionTest, OnlyAStartedOutlookIsMarkedToCloseAndStopOnlyLetsGo) {
+  registerOutlook(true);  // attaching to the running one
   clsOutlookSynchronization c;
   EXPECT_TRUE(c.StartOutlook());
   EXPECT_FALSE(c.closeOutlookWhenFinished());
   EXPECT_EQ(c.outlookApplication(), runningApp);
-}
 
-TEST_F(OutlookSessionTest, StartingOutlookSetsTheCloseFlagAndStopOnlyLetsGo) {
   registerOutlook(false);
-  clsOutlookSynchronization c;
-  EXPECT_TRUE(c.StartOutlook());
-  EXPECT_TRUE(c.closeOutlookWhenFinished());
-  auto app = c.outlookApplication();
-  EXPECT_FALSE(c.StopOutlook());
-  EXPECT_EQ(c.outlookApplication(), nullptr);
-  EXPECT_EQ(c.outlookNameSpace(), nullptr);
-  EXPECT_TRUE(c.closeOutlookWhenFinished());
+  clsOutlookSynchronization s;
+  EXPECT_TRUE(s.StartOutlook());
+  EXPECT_TRUE(s.closeOutlookWhenFinished());
+  auto app = s.outlookApplication();
+  EXPECT_FALSE(s.StopOutlook());
+  EXPECT_EQ(s.outlookApplication(), nullptr);
+  EXPECT_EQ(s.outlookNameSpace(), nullptr);
+  EXPECT_TRUE(s.closeOutlookWhenFinished());
   EXPECT_NE(app->GetNamespace("MAPI"), nullptr);  // still running for whoever holds it
 }
 
 TEST_F(OutlookSessionTest, NoOutlookAtAllAnswersFalseQuietly) {
-  auto errors = std::make_shared<testing::RecordingErrorService>();
   clsOutlookSynchronization c;
   c.setErrorClass(errors);
   platform::unregisterClass(platform::kOutlookApplication);
@@ -125,20 +126,6 @@ TEST_F(OutlookSessionTest, NoOutlookAtAllAnswersFalseQuietly) {
   EXPECT_FALSE(c.StartOutlook());
   EXPECT_TRUE(c.closeOutlookWhenFinished());
   EXPECT_TRUE(errors->errors.empty());
-}
-
-TEST_F(OutlookSessionTest, AFailedLogonIsReportedAndAPasswordAloneStillAnswersFalse) {
-  registerOutlook(true);
-  auto errors = std::make_shared<testing::RecordingErrorService>();
-  errors->action = kActionResume;
-  clsOutlookSynchronization c;
-  c.setErrorClass(errors);
-  c.setPassword("refused");
-  EXPECT_FALSE(c.StartOutlook());
-  c.setProfile("work");
-  EXPECT_TRUE(c.StartOutlook());
-  ASSERT_EQ(errors->errors.size(), 2u);
-  EXPECT_EQ(errors->errors[0].description(), "Logon refused");
 }
 
 }  // namespace
