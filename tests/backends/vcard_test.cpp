@@ -132,6 +132,13 @@ TEST(VcardSyntaxTest, RejectsMalformedCardsNamingTheLine) {
       ADD_FAILURE() << "accepted: " << c.text;
     } catch (const RuntimeError& e) {
       EXPECT_NE(e.description().find(c.mentions), std::string::npos) << e.description();
+      // Reading only the keys checks the same, and says the same.
+      try {
+        readCardKeys(c.text);
+        ADD_FAILURE() << "keys read from: " << c.text;
+      } catch (const RuntimeError& k) {
+        EXPECT_EQ(k.description(), e.description());
+      }
     }
   }
 }
@@ -434,6 +441,8 @@ TEST(VcardMutationTest, DamagedCardsFailCleanlyOrRoundTripStably) {
       " AAAQABAAD\r\nN:A\\;B;C\\,D;;;\r\nCATEGORIES:x,y\r\nEND:VCARD\r\n",
       "BEGIN:VCARD\nFN:x\nADR;TYPE=WORK,HOME:;;a\\\\;b;c\nEMAIL;X-DOSSYNC-FIELD=Email3Address:e\n"
       "NOTE;X-DOSSYNC-EOL=CRLF:a\\nb\\r\nEND:VCARD\n",
+      "BEGIN:VCARD\r\nUID:a\\,b\r\nKIND:individual\r\nX-EVOLUTION-FILE-AS:Lee\\, Ann\r\n"
+      "X-DOSSYNC-FILEAS;X-DOSSYNC-EOL=CRLF:x\\ny\r\nEND:VCARD\r\n",
   };
   const std::string alphabet = "\r\n\\;:,=\". \tABTELNOKWX-é\xC3\xA9\x80";
   std::mt19937 rng(20240611);
@@ -459,10 +468,18 @@ TEST(VcardMutationTest, DamagedCardsFailCleanlyOrRoundTripStably) {
     Vcard card;
     try {
       card = parseVcard(text);
-    } catch (const RuntimeError&) {
+    } catch (const RuntimeError& e) {
+      // The index's reading of the keys fails alike.
+      try {
+        readCardKeys(text);
+        ADD_FAILURE() << "keys read from: " << text;
+      } catch (const RuntimeError& k) {
+        ASSERT_EQ(k.description(), e.description()) << text;
+      }
       continue;
     }
     ++parsed;
+    ASSERT_EQ(readCardKeys(text), cardKeys(card)) << text;
     std::string written = writeVcard(card);
     Vcard again = parseVcard(written);
     ASSERT_EQ(writeVcard(again), written) << text;

@@ -7,6 +7,8 @@
 #include <fstream>
 #include <set>
 
+#include "backends/vdir/contact_card.h"
+#include "backends/vdir/vcard.h"
 #include "backends/vdir/vdir_store.h"
 #include "core/apartment.h"
 #include "core/error.h"
@@ -524,6 +526,84 @@ TEST_F(VdirStoreTest, ContactGroupsAreWalkedAsDistributionLists) {
   EXPECT_EQ(classes["g1"], outlook::olDistributionList);
   EXPECT_EQ(classes["g2"], outlook::olDistributionList);
   EXPECT_EQ(find(items, "Person")->Class(), outlook::olContact);  // Find answers contacts only
+}
+
+// The index reads only a card's keys; whatever another program wrote, it must agree with the
+// card read whole: Find answers each contact under the FileAs the whole card gives, and its
+// entry id leads back to it.
+TEST_F(VdirStoreTest, TheIndexFindsCardsOfOtherProgramsByTheirFileAs) {
+  struct Case {
+    const char* file;
+    std::string text;
+    std::string fileAs;  // as the whole card reads
+    bool group = false;
+  };
+  const Case cases[] = {
+      {"evolution.vcf",
+       "BEGIN:VCARD\nVERSION:3.0\nUID:evo-1\nFN:Ann Lee\nN:Lee;Ann;;;\n"
+       "X-EVOLUTION-FILE-AS:Lee\\, Ann\nEND:VCARD\n",
+       "Lee, Ann"},
+      {"both.vcf", card("UID:both\r\nX-EVOLUTION-FILE-AS:Theirs\r\nx-dossync-fileas:Ours\r\n"),
+       "Ours"},
+      // Apple's groups, a byte order mark, and a name folded inside a UTF-8 sequence.
+      {"apple.vcf",
+       "\xEF\xBB\xBF" + card("item1.X-DOSSYNC-FILEAS:Bäckerei M\xC3\r\n \xBCller & "
+                             "Söhne\r\n\tGmbH\r\nUID:apple\r\n"),
+       "Bäckerei Müller & SöhneGmbH"},
+      {"crlf.vcf", card("UID:crlf\r\nX-DOSSYNC-FILEAS;X-DOSSYNC-EOL=CRLF:Two\\nLines\r\n"),
+       "Two\r\nLines"},
+      // khard and vdirsyncer write no FileAs: such a card is filed under nothing.
+      {"khard.vcf", card("UID:khard-1\r\nFN:Jane Roe\r\nN:Roe;Jane;;;\r\nORG:Roe Consulting\r\n"),
+       ""},
+      {"escaped-uid.vcf", card("UID:urn:uuid:a\\,b c\r\nX-DOSSYNC-FILEAS:Escaped Uid\r\n"),
+       "Escaped Uid"},
+      {"lower.vcf", "begin:vcard\nuid:lower\nx-evolution-file-as:lower case\nend:vcard\n",
+       "lower case"},
+      {"padded.vcf", card("UID:padded\r\nX-DOSSYNC-FILEAS:  Pad\\qded  \r\n"), "  Pad\\qded  "},
+      // Look-alikes of a FileAs line that are not one.
+      {"decoy.vcf",
+       card("UID:decoy\r\nNOTE:X-DOSSYNC-FILEAS:Fake\r\nX-DOSSYNC-FILEAS;X-Q=\"a:b\":Real\r\n"
+            "X-DOSSYNC-FILEASX:Other\r\n"),
+       "Real"},
+      {"individual.vcf", card("UID:ind\r\nKIND:individual\r\nX-DOSSYNC-FILEAS:Individual\r\n"),
+       "Individual"},
+      {"group4.vcf",
+       "BEGIN:VCARD\r\nVERSION:4.0\r\nKIND;VALUE=text:group\r\nUID:grp\r\nFN:Team\r\n"
+       "X-DOSSYNC-FILEAS:Team\r\nEND:VCARD\r\n",
+       "Team", true},
+      {"group3.vcf",
+       card("UID:grp3\r\nx-addressbookserver-kind: Group \r\nX-DOSSYNC-FILEAS:Crew\r\n"), "Crew",
+       true},
+  };
+  auto app = open();
+  session(app)->GetDefaultFolder(outlook::olFolderContacts);  // makes the folders
+  for (const auto& c : cases) {
+    Vcard whole = parseVcard(c.text);
+    ASSERT_EQ(isGroupCard(whole), c.group) << c.file;
+    if (!c.group) {
+      ASSERT_EQ(contactProperty(whole, ContactProperty::FileAs), c.fileAs) << c.file;
+    }
+    writeFile(contactsDir() / c.file, c.text);
+  }
+  auto fresh = open();
+  auto items = contacts(fresh);
+  EXPECT_EQ(items->Count(), static_cast<int32_t>(std::size(cases)));
+  for (const auto& c : cases) {
+    auto hit = find(items, c.fileAs);
+    if (c.group) {
+      EXPECT_EQ(hit, nullptr) << c.file;
+      continue;
+    }
+    ASSERT_NE(hit, nullptr) << c.file;
+    EXPECT_EQ(dynamic_cast<VdirItem&>(*hit).FilePath(), (contactsDir() / c.file).string());
+    auto byId = session(fresh)->GetItemFromID(hit->EntryID(), "");
+    ASSERT_NE(byId, nullptr) << c.file;
+    EXPECT_EQ(dynamic_cast<VdirItem&>(*byId).FilePath(), (contactsDir() / c.file).string());
+  }
+  EXPECT_EQ(idOf(find(items, "LEE, ANN")), "evo-1");  // folded as Find compares
+  EXPECT_EQ(find(items, "Theirs"), nullptr);
+  EXPECT_EQ(find(items, "Fake"), nullptr);
+  EXPECT_TRUE(warnings.empty());
 }
 
 TEST_F(VdirStoreTest, CardsWithOddOrNoUidGetShortStableIds) {

@@ -910,23 +910,48 @@ std::string ContactCard::uid() const {
   return cardUid(card_);
 }
 
+namespace {
+constexpr std::array<const char*, 1> kUid = {"UID"};
+constexpr std::array<const char*, 2> kKind = {"KIND", "X-ADDRESSBOOKSERVER-KIND"};
+
+bool isAnyOf(std::string_view name, std::span<const char* const> names) {
+  return std::any_of(names.begin(), names.end(),
+                     [&](const char* n) { return value::equalsIgnoreCase(name, n); });
+}
+
+// The properties cardKeys reads, and no others.
+bool isKeyProperty(std::string_view name) {
+  return isAnyOf(name, kUid) || isAnyOf(name, kKind) || isAnyOf(name, fieldOf(CP::FileAs).names);
+}
+}  // namespace
+
 std::string cardUid(const Vcard& card) {
-  const VcardProperty* p = card.find("UID");
+  const VcardProperty* p = findAny(card, kUid);
   return p ? unescapeText(p->rawValue()) : std::string();
 }
 
 void ContactCard::setUid(const std::string& uid) {
-  static constexpr std::array<const char*, 1> kUid = {"UID"};
   setAliased(card_, kUid, uid);
 }
 
 bool isGroupCard(const Vcard& card) {
   for (const auto& p : card.properties) {
-    if ((p.is("KIND") || p.is("X-ADDRESSBOOKSERVER-KIND")) &&
-        value::equalsIgnoreCase(value::trim(p.rawValue()), "group"))
+    if (isAnyOf(p.name(), kKind) && value::equalsIgnoreCase(value::trimmed(p.rawValue()), "group"))
       return true;
   }
   return false;
+}
+
+CardKeys cardKeys(const Vcard& card) {
+  CardKeys keys;
+  keys.uid = cardUid(card);
+  keys.group = isGroupCard(card);
+  if (!keys.group) keys.fileAs = contactProperty(card, CP::FileAs);
+  return keys;
+}
+
+CardKeys readCardKeys(std::string_view text) {
+  return cardKeys(parseVcard(text, isKeyProperty));
 }
 
 }  // namespace dossync::vdir

@@ -71,4 +71,16 @@ std::string cardUid(const Vcard& card);
 // Whether the card is a contact group (KIND:group or X-ADDRESSBOOKSERVER-KIND:group).
 bool isGroupCard(const Vcard& card);
 
+// What a folder's index keeps of a card.
+struct CardKeys {
+  std::string uid;     // cardUid
+  bool group = false;  // isGroupCard
+  std::string fileAs;  // the contact's FileAs; "" for a group
+  bool operator==(const CardKeys&) const = default;
+};
+CardKeys cardKeys(const Vcard& card);
+// The same keys from the card's text, keeping only the few properties they come from: throws
+// where parseVcard(text) throws, and answers what cardKeys(parseVcard(text)) answers.
+CardKeys readCardKeys(std::string_view text);
+
 }  // namespace dossync::vdir

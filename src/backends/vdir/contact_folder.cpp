@@ -135,7 +135,9 @@ void ContactFolder::scan() {
   std::sort(names.begin(), names.end());
 
   // Files unchanged since the last scan keep their entries; the others are read, those of a
-  // large folder by two threads (reading and parsing touch nothing of the folder but its files).
+  // large folder by two threads (reading and checking touch nothing of the folder but its
+  // files). Only the keys of a card are kept (readCardKeys); its stamp is the one it was read
+  // with. Files the folder knows nothing of need no stamp beforehand.
   struct Todo {
     const std::string* name;
     Stamp stamp;
@@ -146,22 +148,33 @@ void ContactFolder::scan() {
   std::map<std::string, Stamp> reported;
   std::vector<Todo> todo;
   for (const auto& name : names) {
-    auto stamp = stampOf(name);
-    if (!stamp) continue;
-    if (auto old = entries_.find(name); old != entries_.end() && old->second.stamp == *stamp) {
-      fresh.emplace(name, old->second);
-      continue;
+    auto old = entries_.find(name);
+    auto r = reported_.find(name);
+    if (old != entries_.end() || r != reported_.end()) {
+      auto stamp = stampOf(name);
+      if (!stamp) continue;
+      if (old != entries_.end() && old->second.stamp == *stamp) {
+        fresh.emplace(name, old->second);
+        continue;
+      }
+      if (r != reported_.end() && r->second == *stamp) {
+        reported.emplace(name, *stamp);  // already reported, still the same bad file
+        continue;
+      }
     }
-    if (auto r = reported_.find(name); r != reported_.end() && r->second == *stamp) {
-      reported.emplace(name, *stamp);  // already reported, still the same bad file
-      continue;
-    }
-    todo.push_back(Todo{&name, *stamp, std::nullopt, {}});
+    todo.push_back(Todo{&name, Stamp{}, std::nullopt, {}});
   }
   auto readSome = [this, &todo](size_t from, size_t to) {
     for (size_t i = from; i < to; ++i) {
-      auto card = read(*todo[i].name, &todo[i].problem, false);
-      if (card) todo[i].entry = entryFor(*todo[i].name, *card, todo[i].stamp);
+      Todo& t = todo[i];
+      auto file = readFile(*t.name, &t.problem);
+      if (!file) continue;
+      t.stamp = file->stamp;
+      try {
+        t.entry = entryFor(*t.name, readCardKeys(file->text), file->stamp);
+      } catch (const RuntimeError& e) {
+        t.problem = "Skipped malformed contact file " + pathOf(*t.name) + ": " + e.description();
+      }
     }
   };
   size_t half = todo.size() >= 256 ? todo.size() / 2 : todo.size();
@@ -183,8 +196,8 @@ void ContactFolder::scan() {
   rebuildMaps();
 }
 
-std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* problem, bool keep) {
-  awaitWrite(file);
+std::optional<ContactFolder::FileText> ContactFolder::readFile(const std::string& file,
+                                                               std::string* problem) const {
   fs::path p = dir_ / file;
   int fd = ::open(p.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
@@ -198,36 +211,47 @@ std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* p
     ::close(fd);
     return std::nullopt;
   }
-  Stamp stamp = fileStamp(st);
-  if (lastRead_ && lastRead_->file == file && lastRead_->stamp == stamp) {
-    ::close(fd);
-    return lastRead_->card;
-  }
-  std::string text;
-  int err = readAll(fd, &text, static_cast<size_t>(st.st_size));
+  FileText out;
+  out.stamp = fileStamp(st);
+  int err = readAll(fd, &out.text, static_cast<size_t>(st.st_size));
   ::close(fd);
   if (err != 0) {
     if (problem) *problem = "Cannot read contact file " + p.string() + ": " + std::strerror(err);
     return std::nullopt;
   }
+  return out;
+}
+
+std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* problem,
+                                         Stamp* stamp) {
+  awaitWrite(file);
+  if (lastRead_ && lastRead_->file == file) {
+    if (auto now = stampOf(file); now && *now == lastRead_->stamp) {
+      if (stamp) *stamp = *now;
+      return lastRead_->card;
+    }
+  }
+  auto text = readFile(file, problem);
+  if (!text) return std::nullopt;
   try {
-    Vcard card = parseVcard(text);
-    if (keep) lastRead_ = LastRead{file, stamp, card};
+    Vcard card = parseVcard(text->text);
+    lastRead_ = LastRead{file, text->stamp, card};
+    if (stamp) *stamp = text->stamp;
     return card;
   } catch (const RuntimeError& e) {
-    if (problem) *problem = "Skipped malformed contact file " + p.string() + ": " + e.description();
+    if (problem)
+      *problem = "Skipped malformed contact file " + pathOf(file) + ": " + e.description();
     return std::nullopt;
   }
 }
 
-ContactFolder::Entry ContactFolder::entryFor(const std::string& file, const Vcard& card,
+ContactFolder::Entry ContactFolder::entryFor(const std::string& file, const CardKeys& keys,
                                              Stamp stamp) const {
   Entry e;
   e.file = file;
-  e.entryId = entryIdFor(cardUid(card), file);
-  e.cls = isGroupCard(card) ? outlook::olDistributionList : outlook::olContact;
-  if (e.cls == outlook::olContact)
-    e.fileAsKey = value::foldCase(contactProperty(card, outlook::ContactProperty::FileAs));
+  e.entryId = entryIdFor(keys.uid, file);
+  e.cls = keys.group ? outlook::olDistributionList : outlook::olContact;
+  if (e.cls == outlook::olContact) e.fileAsKey = value::foldCase(keys.fileAs);
   e.stamp = stamp;
   return e;
 }
@@ -256,6 +280,11 @@ void ContactFolder::unmap(const Entry& e) {
 // makes the walk order be made again when next needed.
 void ContactFolder::put(Entry entry) {
   auto it = entries_.find(entry.file);
+  if (it != entries_.end() && it->second.entryId == entry.entryId && it->second.cls == entry.cls &&
+      it->second.fileAsKey == entry.fileAsKey) {
+    it->second.stamp = entry.stamp;  // same keys: the maps stay as they are
+    return;
+  }
   if (it != entries_.end()) {
     unmap(it->second);
     it->second = std::move(entry);
@@ -277,11 +306,10 @@ void ContactFolder::drop(const std::string& file) {
 
 // After reading a file found through the index: note what it holds now.
 void ContactFolder::refreshEntry(const std::string& file, const std::optional<Vcard>& card,
-                                 const std::string& problem) {
+                                 Stamp stamp, const std::string& problem) {
   if (!problem.empty()) warn_(problem);
-  auto stamp = card ? stampOf(file) : std::nullopt;
-  if (stamp) {
-    put(entryFor(file, *card, *stamp));
+  if (card) {
+    put(entryFor(file, cardKeys(*card), stamp));
   } else {
     drop(file);
   }
@@ -307,14 +335,15 @@ outlook::ItemPtr ContactFolder::itemAt(size_t index) {
   }
   std::string file = order_[index];
   std::string problem;
-  auto card = read(file, &problem);
+  Stamp stamp;
+  auto card = read(file, &problem, &stamp);
   if (!card) {
     throw RuntimeError(kOutlookOperationFailed,
                        problem.empty() ? "Contact file vanished: " + pathOf(file) : problem,
                        "vdir");
   }
   // Keep the entry where it is (the walk goes on by position) but note what it holds now.
-  if (auto stamp = stampOf(file)) put(entryFor(file, *card, *stamp));
+  put(entryFor(file, cardKeys(*card), stamp));
   return makeItem(file, std::move(*card));
 }
 
@@ -325,8 +354,9 @@ outlook::ItemPtr ContactFolder::findByFileAs(const std::string& fileAs) {
   std::vector<std::string> files(it->second.begin(), it->second.end());
   for (const auto& file : files) {
     std::string problem;
-    auto card = read(file, &problem);
-    refreshEntry(file, card, problem);
+    Stamp stamp;
+    auto card = read(file, &problem, &stamp);
+    refreshEntry(file, card, stamp, problem);
     if (card && !isGroupCard(*card) &&
         value::equalsIgnoreCase(contactProperty(*card, outlook::ContactProperty::FileAs), fileAs))
       return makeItem(file, std::move(*card));
@@ -354,8 +384,9 @@ outlook::ItemPtr ContactFolder::findById(const std::string& entryId) {
   }
   for (const auto& file : files) {
     std::string problem;
-    auto card = read(file, &problem);
-    refreshEntry(file, card, problem);
+    Stamp stamp;
+    auto card = read(file, &problem, &stamp);
+    refreshEntry(file, card, stamp, problem);
     if (card && entryIdFor(cardUid(*card), file) == entryId)
       return makeItem(file, std::move(*card));
   }
@@ -376,13 +407,13 @@ void ContactFolder::store(const std::string& file, const Vcard& card, bool isNew
     auto result = writer_.writeNow(file, text, isNew);
     if (result.error) throw *result.error;
     writeAtOnce_ = !failed_.empty();
-    if (built_ && result.stamp) put(entryFor(file, card, *result.stamp));
+    if (built_ && result.stamp) put(entryFor(file, cardKeys(card), *result.stamp));
     return;
   }
   a.finishWhenIdle(shared_from_this());
   writer_.submit(file, std::move(text), isNew);
   ++inFlight_[file];
-  if (built_) put(entryFor(file, card, Stamp{}));
+  if (built_) put(entryFor(file, cardKeys(card), Stamp{}));
 }
 
 void ContactFolder::remove(const std::string& file) {

@@ -5,7 +5,9 @@
 // Opening the folder removes the temporary files of card writes that a killed run left behind
 // (atomic_file.h: ours only, and only those more than an hour old).
 // The index is built on first use by reading every *.vcf (hidden files and other names are
-// ignored; a file that does not parse is reported through `warn` once and left out). It is kept
+// ignored; a file that does not parse is reported through `warn` once and left out). Building it
+// checks each file whole but keeps only its keys (readCardKeys): the index grows with the folder,
+// parsed cards do not; a card is parsed whole when an item is made of it. It is kept
 // up to date by this session's saves and deletes. Changes by other programs are picked up:
 //   - a look-up by entry id that misses the index tries <id>.vcf directly;
 //   - a hit is always read from its file and checked, so a stale entry is corrected, not used;
@@ -35,6 +37,7 @@
 #include <vector>
 
 #include "backends/vdir/card_writer.h"
+#include "backends/vdir/contact_card.h"
 #include "backends/vdir/vcard.h"
 #include "core/apartment.h"
 #include "outlook/object_model.h"
@@ -85,17 +88,26 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
 
   void ensureIndex();
   void scan();
-  // The card in that file; nullopt when it is gone, or (with *problem set) unreadable or bad.
-  // The last card read for a look-up is kept: asked again while its file keeps its stamp (an
-  // item found by FileAs is then fetched by its entry id), it is not read and parsed again.
-  std::optional<Vcard> read(const std::string& file, std::string* problem, bool keep = true);
+  // The text of that file and its stamp as opened; nullopt when it is gone or not a file, or
+  // (with *problem set) unreadable. Touches nothing of the folder: safe on any thread.
+  struct FileText {
+    std::string text;
+    Stamp stamp;
+  };
+  std::optional<FileText> readFile(const std::string& file, std::string* problem) const;
+  // The card in that file and (in *stamp) the stamp it was read with; nullopt when it is gone,
+  // or (with *problem set) unreadable or bad. The last card read is kept: asked again while its
+  // file keeps its stamp (an item found by FileAs is then fetched by its entry id), it is not
+  // read and parsed again.
+  std::optional<Vcard> read(const std::string& file, std::string* problem, Stamp* stamp = nullptr);
   std::optional<Stamp> stampOf(const std::string& file) const;
-  Entry entryFor(const std::string& file, const Vcard& card, Stamp stamp) const;
+  Entry entryFor(const std::string& file, const CardKeys& keys, Stamp stamp) const;
   outlook::ItemPtr makeItem(const std::string& file, Vcard card);
   void put(Entry entry);
   void drop(const std::string& file);
   void unmap(const Entry& entry);
-  void refreshEntry(const std::string& file, const std::optional<Vcard>& card,
+  // After reading a file found through the index (`card` read with `stamp`): note what it holds.
+  void refreshEntry(const std::string& file, const std::optional<Vcard>& card, Stamp stamp,
                     const std::string& problem);
   void rebuildMaps();
   void settle();  // takes in what the writer finished

@@ -13,6 +13,8 @@
 //     (after unfolding), so properties this program does not know (X-..., PHOTO, groups of other
 //     programs) survive an update of the card.
 // Malformed input throws RuntimeError naming the line at fault.
+// A reader that needs a few properties only (the folder's index) names them with a
+// PropertyFilter: every line is still checked, the others are just not kept.
 // Pure functions and plain values; safe on any thread.
 #pragma once
 
@@ -88,7 +90,7 @@ class VcardProperty {
   bool sameContent(const VcardProperty& other) const;
 
  private:
-  friend VcardProperty parsePropertyLine(std::string_view line, size_t lineNumber);
+  friend struct PropertyLineReader;
   std::string group_;
   std::string name_;
   std::vector<VcardParam> params_;
@@ -108,9 +110,14 @@ struct Vcard {
   VcardProperty* find(std::string_view name);
 };
 
+// Which properties a reader keeps, by name (as written); nullptr keeps them all.
+using PropertyFilter = bool (*)(std::string_view name);
+
 // One card. Throws RuntimeError on a missing BEGIN/END, a line without ':', a bad name or
 // parameter, or anything but blank lines after END:VCARD (a second card).
-Vcard parseVcard(std::string_view text);
+// With `keep`, the card holds only the properties it accepts, in their order; the text is
+// checked all the same, so it throws exactly where parseVcard(text) throws.
+Vcard parseVcard(std::string_view text, PropertyFilter keep = nullptr);
 std::string writeVcard(const Vcard& card);
 
 // One property line (unfolded, without line end), for tests and the parser.
