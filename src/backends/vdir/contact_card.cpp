@@ -48,7 +48,7 @@ std::string replaceAll(std::string_view t, std::string_view from, std::string_vi
 
 bool isCrlfMode(const VcardProperty& p) {
   for (const auto& param : p.params()) {
-    if (!value::equalsIgnoreCase(param.name, kEolParam)) continue;
+    if (!sameName(param.name, kEolParam)) continue;
     for (const auto& v : param.values) {
       if (value::equalsIgnoreCase(v, "CRLF")) return true;
     }
@@ -186,7 +186,7 @@ std::optional<CP> taggedSlot(const VcardProperty& p, std::span<const CP> slots) 
   const std::string* tag = p.paramValue(kFieldParam);
   if (!tag) return std::nullopt;
   for (CP slot : slots) {
-    if (value::equalsIgnoreCase(*tag, outlook::propertyName(slot))) return slot;
+    if (sameName(*tag, outlook::propertyName(slot))) return slot;
   }
   return std::nullopt;
 }
@@ -915,8 +915,7 @@ constexpr std::array<const char*, 1> kUid = {"UID"};
 constexpr std::array<const char*, 2> kKind = {"KIND", "X-ADDRESSBOOKSERVER-KIND"};
 
 bool isAnyOf(std::string_view name, std::span<const char* const> names) {
-  return std::any_of(names.begin(), names.end(),
-                     [&](const char* n) { return value::equalsIgnoreCase(name, n); });
+  return std::any_of(names.begin(), names.end(), [&](const char* n) { return sameName(name, n); });
 }
 
 // The properties cardKeys reads, and no others.

@@ -61,20 +61,19 @@ bool isMarker(std::string_view line, std::string_view marker) {
 std::vector<std::string> VcardProperty::paramValues(std::string_view name) const {
   std::vector<std::string> out;
   for (const auto& p : params_) {
-    if (value::equalsIgnoreCase(p.name, name))
-      out.insert(out.end(), p.values.begin(), p.values.end());
+    if (sameName(p.name, name)) out.insert(out.end(), p.values.begin(), p.values.end());
   }
   return out;
 }
 
 bool VcardProperty::hasParam(std::string_view name) const {
   return std::any_of(params_.begin(), params_.end(),
-                     [&](const VcardParam& p) { return value::equalsIgnoreCase(p.name, name); });
+                     [&](const VcardParam& p) { return sameName(p.name, name); });
 }
 
 const std::string* VcardProperty::paramValue(std::string_view name) const {
   for (const auto& p : params_) {
-    if (!p.values.empty() && value::equalsIgnoreCase(p.name, name)) return &p.values.front();
+    if (!p.values.empty() && sameName(p.name, name)) return &p.values.front();
   }
   return nullptr;
 }
@@ -87,7 +86,7 @@ constexpr std::string_view kCommonTypes[] = {"WORK",  "HOME",      "CELL",     "
 
 int commonTypeIndex(std::string_view type) {
   for (size_t i = 0; i < std::size(kCommonTypes); ++i) {
-    if (value::equalsIgnoreCase(kCommonTypes[i], type)) return static_cast<int>(i);
+    if (sameName(kCommonTypes[i], type)) return static_cast<int>(i);
   }
   return -1;
 }
@@ -97,7 +96,7 @@ int commonTypeIndex(std::string_view type) {
 template <class Each>
 bool anyType(const std::vector<VcardParam>& params, Each each) {
   for (const auto& p : params) {
-    if (!p.name.empty() && !value::equalsIgnoreCase(p.name, "TYPE")) continue;
+    if (!p.name.empty() && !sameName(p.name, "TYPE")) continue;
     for (const auto& v : p.values) {
       size_t start = 0;
       while (start <= v.size()) {
@@ -115,8 +114,7 @@ bool anyType(const std::vector<VcardParam>& params, Each each) {
 
 bool VcardProperty::hasType(std::string_view type) const {
   int common = commonTypeIndex(type);
-  if (common < 0)
-    return anyType(params_, [&](std::string_view t) { return value::equalsIgnoreCase(t, type); });
+  if (common < 0) return anyType(params_, [&](std::string_view t) { return sameName(t, type); });
   return (typeMask() >> common) & 1u;
 }
 
@@ -153,8 +151,7 @@ void VcardProperty::setParam(const std::string& name, std::vector<std::string> v
 }
 
 void VcardProperty::removeParam(std::string_view name) {
-  std::erase_if(params_,
-                [&](const VcardParam& p) { return value::equalsIgnoreCase(p.name, name); });
+  std::erase_if(params_, [&](const VcardParam& p) { return sameName(p.name, name); });
   source_.clear();
   typesKnown_ = false;
   memo_.reset();
@@ -330,8 +327,7 @@ Vcard parseVcard(std::string_view text, PropertyFilter keep) {
         }
         VcardProperty p;
         LineParts parts = PropertyLineReader::read(l.text, l.number, keep, &p);
-        if (value::equalsIgnoreCase(parts.name, "BEGIN") ||
-            value::equalsIgnoreCase(parts.name, "END"))
+        if (sameName(parts.name, "BEGIN") || sameName(parts.name, "END"))
           throw syntaxError(
               l.number, "unexpected " + std::string(parts.name) + ":" + std::string(parts.value));
         if (parts.kept) card.properties.push_back(std::move(p));
