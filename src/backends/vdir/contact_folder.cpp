@@ -26,6 +26,23 @@ bool isCardFile(std::string_view name) {
   return value::equalsIgnoreCase(name.substr(name.size() - 4), ".vcf");
 }
 
+// The folder held open while it is scanned, so that each file is opened by its name alone;
+// -1 when it cannot be opened (then files are opened by their paths).
+class OpenDir {
+ public:
+  explicit OpenDir(const fs::path& dir)
+      : fd_(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+  ~OpenDir() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  OpenDir(const OpenDir&) = delete;
+  OpenDir& operator=(const OpenDir&) = delete;
+  int fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
 }  // namespace
 
 // The temporary files of card writes that a killed run left behind go as the folder is opened.
@@ -134,6 +151,15 @@ void ContactFolder::scan() {
   if (ec) warn_("Cannot list the contact folder " + dir_.string() + ": " + ec.message());
   std::sort(names.begin(), names.end());
 
+  OpenDir folder(dir_);
+  auto stampOfName = [&](const std::string& name) -> std::optional<Stamp> {
+    if (folder.fd() < 0) return stampOf(name);
+    struct stat st {};
+    if (::fstatat(folder.fd(), name.c_str(), &st, 0) != 0 || !S_ISREG(st.st_mode))
+      return std::nullopt;
+    return fileStamp(st);
+  };
+
   // Files unchanged since the last scan keep their entries; the others are read, those of a
   // large folder by two threads (reading and checking touch nothing of the folder but its
   // files). Only the keys of a card are kept (readCardKeys); its stamp is the one it was read
@@ -144,17 +170,19 @@ void ContactFolder::scan() {
     std::optional<Entry> entry;
     std::string problem;
   };
-  std::map<std::string, Entry> fresh;
+  Entries fresh;
   std::map<std::string, Stamp> reported;
   std::vector<Todo> todo;
+  filesById_.clear();  // they point into the entries, which move now
+  filesByFileAs_.clear();
   for (const auto& name : names) {
     auto old = entries_.find(name);
     auto r = reported_.find(name);
     if (old != entries_.end() || r != reported_.end()) {
-      auto stamp = stampOf(name);
+      auto stamp = stampOfName(name);
       if (!stamp) continue;
       if (old != entries_.end() && old->second.stamp == *stamp) {
-        fresh.emplace(name, old->second);
+        fresh.insert(entries_.extract(old));  // the entry itself moves over, not a copy
         continue;
       }
       if (r != reported_.end() && r->second == *stamp) {
@@ -164,10 +192,10 @@ void ContactFolder::scan() {
     }
     todo.push_back(Todo{&name, Stamp{}, std::nullopt, {}});
   }
-  auto readSome = [this, &todo](size_t from, size_t to) {
+  auto readSome = [this, &todo, &folder](size_t from, size_t to) {
     for (size_t i = from; i < to; ++i) {
       Todo& t = todo[i];
-      auto file = readFile(*t.name, &t.problem);
+      auto file = readFile(*t.name, &t.problem, folder.fd());
       if (!file) continue;
       t.stamp = file->stamp;
       try {
@@ -197,13 +225,14 @@ void ContactFolder::scan() {
 }
 
 std::optional<ContactFolder::FileText> ContactFolder::readFile(const std::string& file,
-                                                               std::string* problem) const {
-  fs::path p = dir_ / file;
-  int fd = ::open(p.c_str(), O_RDONLY | O_CLOEXEC);
+                                                               std::string* problem,
+                                                               int dirFd) const {
+  int fd = dirFd >= 0 ? ::openat(dirFd, file.c_str(), O_RDONLY | O_CLOEXEC)
+                      : ::open((dir_ / file).c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     int err = errno;
     if (err != ENOENT && err != ENOTDIR && problem)
-      *problem = "Cannot read contact file " + p.string() + ": " + std::strerror(err);
+      *problem = "Cannot read contact file " + pathOf(file) + ": " + std::strerror(err);
     return std::nullopt;
   }
   struct stat st {};
@@ -216,7 +245,7 @@ std::optional<ContactFolder::FileText> ContactFolder::readFile(const std::string
   int err = readAll(fd, &out.text, static_cast<size_t>(st.st_size));
   ::close(fd);
   if (err != 0) {
-    if (problem) *problem = "Cannot read contact file " + p.string() + ": " + std::strerror(err);
+    if (problem) *problem = "Cannot read contact file " + pathOf(file) + ": " + std::strerror(err);
     return std::nullopt;
   }
   return out;
@@ -248,7 +277,6 @@ std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* p
 ContactFolder::Entry ContactFolder::entryFor(const std::string& file, const CardKeys& keys,
                                              Stamp stamp) const {
   Entry e;
-  e.file = file;
   e.entryId = entryIdFor(keys.uid, file);
   e.cls = keys.group ? outlook::olDistributionList : outlook::olContact;
   if (e.cls == outlook::olContact) e.fileAsKey = value::foldCase(keys.fileAs);
@@ -256,68 +284,84 @@ ContactFolder::Entry ContactFolder::entryFor(const std::string& file, const Card
   return e;
 }
 
+void ContactFolder::map(Entries::iterator it) {
+  filesById_.emplace(it->second.entryId, &it->first);
+  if (it->second.cls == outlook::olContact)
+    filesByFileAs_.emplace(it->second.fileAsKey, &it->first);
+}
+
+void ContactFolder::unmap(Entries::iterator it) {
+  auto remove = [&](FileIndex& index, std::string_view key) {
+    auto [from, to] = index.equal_range(key);
+    for (auto at = from; at != to; ++at) {
+      if (at->second == &it->first) {
+        index.erase(at);
+        return;
+      }
+    }
+  };
+  remove(filesById_, it->second.entryId);
+  if (it->second.cls == outlook::olContact) remove(filesByFileAs_, it->second.fileAsKey);
+}
+
 void ContactFolder::rebuildMaps() {
   filesById_.clear();
   filesByFileAs_.clear();
-  for (const auto& [file, e] : entries_) {
-    filesById_[e.entryId].insert(file);
-    if (e.cls == outlook::olContact) filesByFileAs_[e.fileAsKey].insert(file);
-  }
+  filesById_.reserve(entries_.size());
+  filesByFileAs_.reserve(entries_.size());
+  for (auto it = entries_.begin(); it != entries_.end(); ++it) map(it);
 }
 
-void ContactFolder::unmap(const Entry& e) {
-  auto remove = [&](auto& map, const std::string& key) {
-    auto it = map.find(key);
-    if (it == map.end()) return;
-    it->second.erase(e.file);
-    if (it->second.empty()) map.erase(it);
-  };
-  remove(filesById_, e.entryId);
-  if (e.cls == outlook::olContact) remove(filesByFileAs_, e.fileAsKey);
+std::vector<std::string> ContactFolder::filesUnder(const FileIndex& index, std::string_view key) {
+  std::vector<std::string> files;
+  auto [from, to] = index.equal_range(key);
+  for (auto at = from; at != to; ++at) files.push_back(*at->second);
+  std::sort(files.begin(), files.end());
+  return files;
 }
 
 // Updating a known file keeps its place (and costs a look-up); a new file or a removed one
 // makes the walk order be made again when next needed.
-void ContactFolder::put(Entry entry) {
-  auto it = entries_.find(entry.file);
+void ContactFolder::put(const std::string& file, Entry entry) {
+  auto it = entries_.find(file);
   if (it != entries_.end() && it->second.entryId == entry.entryId && it->second.cls == entry.cls &&
       it->second.fileAsKey == entry.fileAsKey) {
     it->second.stamp = entry.stamp;  // same keys: the maps stay as they are
     return;
   }
   if (it != entries_.end()) {
-    unmap(it->second);
+    unmap(it);
     it->second = std::move(entry);
   } else {
-    it = entries_.emplace(entry.file, std::move(entry)).first;
+    it = entries_.emplace(file, std::move(entry)).first;
     orderStale_ = true;
   }
-  filesById_[it->second.entryId].insert(it->first);
-  if (it->second.cls == outlook::olContact) filesByFileAs_[it->second.fileAsKey].insert(it->first);
+  map(it);
 }
 
 void ContactFolder::drop(const std::string& file) {
   auto it = entries_.find(file);
   if (it == entries_.end()) return;
-  unmap(it->second);
+  unmap(it);
   entries_.erase(it);
   orderStale_ = true;
 }
 
-// After reading a file found through the index: note what it holds now.
-void ContactFolder::refreshEntry(const std::string& file, const std::optional<Vcard>& card,
-                                 Stamp stamp, const std::string& problem) {
+std::optional<CardKeys> ContactFolder::refreshEntry(const std::string& file,
+                                                    const std::optional<Vcard>& card, Stamp stamp,
+                                                    const std::string& problem) {
   if (!problem.empty()) warn_(problem);
-  if (card) {
-    put(entryFor(file, cardKeys(*card), stamp));
-  } else {
+  if (!card) {
     drop(file);
+    return std::nullopt;
   }
+  CardKeys keys = cardKeys(*card);
+  put(file, entryFor(file, keys, stamp));
+  return keys;
 }
 
-outlook::ItemPtr ContactFolder::makeItem(const std::string& file, Vcard card) {
-  if (isGroupCard(card))
-    return std::make_shared<VdirDistListItem>(shared_from_this(), file, std::move(card));
+outlook::ItemPtr ContactFolder::makeItem(const std::string& file, Vcard card, bool group) {
+  if (group) return std::make_shared<VdirDistListItem>(shared_from_this(), file, std::move(card));
   return std::make_shared<VdirContactItem>(shared_from_this(), file, ContactCard(std::move(card)));
 }
 
@@ -343,23 +387,20 @@ outlook::ItemPtr ContactFolder::itemAt(size_t index) {
                        "vdir");
   }
   // Keep the entry where it is (the walk goes on by position) but note what it holds now.
-  put(entryFor(file, cardKeys(*card), stamp));
-  return makeItem(file, std::move(*card));
+  CardKeys keys = cardKeys(*card);
+  put(file, entryFor(file, keys, stamp));
+  return makeItem(file, std::move(*card), keys.group);
 }
 
 outlook::ItemPtr ContactFolder::findByFileAs(const std::string& fileAs) {
   ensureIndex();
-  auto it = filesByFileAs_.find(value::foldCase(fileAs));
-  if (it == filesByFileAs_.end()) return nullptr;
-  std::vector<std::string> files(it->second.begin(), it->second.end());
-  for (const auto& file : files) {
+  for (const auto& file : filesUnder(filesByFileAs_, value::foldCase(fileAs))) {
     std::string problem;
     Stamp stamp;
     auto card = read(file, &problem, &stamp);
-    refreshEntry(file, card, stamp, problem);
-    if (card && !isGroupCard(*card) &&
-        value::equalsIgnoreCase(contactProperty(*card, outlook::ContactProperty::FileAs), fileAs))
-      return makeItem(file, std::move(*card));
+    auto keys = refreshEntry(file, card, stamp, problem);
+    if (keys && !keys->group && value::equalsIgnoreCase(keys->fileAs, fileAs))
+      return makeItem(file, std::move(*card), false);
   }
   return nullptr;
 }
@@ -369,13 +410,13 @@ outlook::ItemPtr ContactFolder::findById(const std::string& entryId) {
   if (!built_ && isPlainUid(entryId)) {
     std::string direct = entryId + ".vcf";
     auto card = read(direct, nullptr);
-    if (card && entryIdFor(cardUid(*card), direct) == entryId)
-      return makeItem(direct, std::move(*card));
+    if (card && entryIdFor(cardUid(*card), direct) == entryId) {
+      bool group = isGroupCard(*card);
+      return makeItem(direct, std::move(*card), group);
+    }
   }
   ensureIndex();
-  std::vector<std::string> files;
-  if (auto it = filesById_.find(entryId); it != filesById_.end())
-    files.assign(it->second.begin(), it->second.end());
+  std::vector<std::string> files = filesUnder(filesById_, entryId);
   // A plain UID also names its file: another program's new card is found without a rescan.
   if (isPlainUid(entryId)) {
     std::string direct = entryId + ".vcf";
@@ -386,9 +427,9 @@ outlook::ItemPtr ContactFolder::findById(const std::string& entryId) {
     std::string problem;
     Stamp stamp;
     auto card = read(file, &problem, &stamp);
-    refreshEntry(file, card, stamp, problem);
-    if (card && entryIdFor(cardUid(*card), file) == entryId)
-      return makeItem(file, std::move(*card));
+    auto keys = refreshEntry(file, card, stamp, problem);
+    if (keys && entryIdFor(keys->uid, file) == entryId)
+      return makeItem(file, std::move(*card), keys->group);
   }
   return nullptr;
 }
@@ -407,13 +448,13 @@ void ContactFolder::store(const std::string& file, const Vcard& card, bool isNew
     auto result = writer_.writeNow(file, text, isNew);
     if (result.error) throw *result.error;
     writeAtOnce_ = !failed_.empty();
-    if (built_ && result.stamp) put(entryFor(file, cardKeys(card), *result.stamp));
+    if (built_ && result.stamp) put(file, entryFor(file, cardKeys(card), *result.stamp));
     return;
   }
   a.finishWhenIdle(shared_from_this());
   writer_.submit(file, std::move(text), isNew);
   ++inFlight_[file];
-  if (built_) put(entryFor(file, cardKeys(card), Stamp{}));
+  if (built_) put(file, entryFor(file, cardKeys(card), Stamp{}));
 }
 
 void ContactFolder::remove(const std::string& file) {

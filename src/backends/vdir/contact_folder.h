@@ -31,8 +31,8 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -78,23 +78,30 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
 
  private:
   using Stamp = FileStamp;  // zero while the card is being written
+  // What the index keeps of a file (by its name): no card, just what look-ups need.
   struct Entry {
-    std::string file;
     std::string entryId;
     std::string fileAsKey;  // contacts only: FileAs folded (value::foldCase)
     int32_t cls = outlook::olContact;
     Stamp stamp;
   };
+  using Entries = std::map<std::string, Entry>;  // by file name
+  // Files by entry id, and contacts' files by FileAs key: views of the keys of the entries and
+  // their file names, which stay in place while the entry is in the map (put takes an entry out
+  // of these indexes before it changes its keys).
+  using FileIndex = std::unordered_multimap<std::string_view, const std::string*>;
 
   void ensureIndex();
   void scan();
   // The text of that file and its stamp as opened; nullopt when it is gone or not a file, or
-  // (with *problem set) unreadable. Touches nothing of the folder: safe on any thread.
+  // (with *problem set) unreadable. `dirFd`: the folder, opened (else the file's path is used).
+  // Touches nothing of the folder object: safe on any thread.
   struct FileText {
     std::string text;
     Stamp stamp;
   };
-  std::optional<FileText> readFile(const std::string& file, std::string* problem) const;
+  std::optional<FileText> readFile(const std::string& file, std::string* problem,
+                                   int dirFd = -1) const;
   // The card in that file and (in *stamp) the stamp it was read with; nullopt when it is gone,
   // or (with *problem set) unreadable or bad. The last card read is kept: asked again while its
   // file keeps its stamp (an item found by FileAs is then fetched by its entry id), it is not
@@ -102,14 +109,18 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   std::optional<Vcard> read(const std::string& file, std::string* problem, Stamp* stamp = nullptr);
   std::optional<Stamp> stampOf(const std::string& file) const;
   Entry entryFor(const std::string& file, const CardKeys& keys, Stamp stamp) const;
-  outlook::ItemPtr makeItem(const std::string& file, Vcard card);
-  void put(Entry entry);
+  outlook::ItemPtr makeItem(const std::string& file, Vcard card, bool group);
+  void put(const std::string& file, Entry entry);
   void drop(const std::string& file);
-  void unmap(const Entry& entry);
-  // After reading a file found through the index (`card` read with `stamp`): note what it holds.
-  void refreshEntry(const std::string& file, const std::optional<Vcard>& card, Stamp stamp,
-                    const std::string& problem);
+  void map(Entries::iterator it);
+  void unmap(Entries::iterator it);
+  // After reading a file found through the index (`card` read with `stamp`): note what it holds
+  // now, and answer the card's keys (nullopt without a card).
+  std::optional<CardKeys> refreshEntry(const std::string& file, const std::optional<Vcard>& card,
+                                       Stamp stamp, const std::string& problem);
   void rebuildMaps();
+  // The files under `key`, in walk order.
+  static std::vector<std::string> filesUnder(const FileIndex& index, std::string_view key);
   void settle();  // takes in what the writer finished
   void apply(const CardWriter::Result& result);
   void awaitWrite(const std::string& file);
@@ -119,11 +130,11 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   WarnFunction warn_;
 
   bool built_ = false;
-  std::map<std::string, Entry> entries_;  // by file name
-  std::vector<std::string> order_;        // the walk: file names in order, made when needed
+  Entries entries_;
+  std::vector<std::string> order_;  // the walk: file names in order, made when needed
   bool orderStale_ = true;
-  std::unordered_map<std::string, std::set<std::string>> filesById_;
-  std::unordered_map<std::string, std::set<std::string>> filesByFileAs_;  // by fileAsKey
+  FileIndex filesById_;
+  FileIndex filesByFileAs_;
   std::map<std::string, Stamp> reported_;  // malformed files already warned about
   struct LastRead {
     std::string file;
