@@ -1,5 +1,6 @@
 // The vCard folder store through the Outlook object model, on real folders.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -668,6 +669,39 @@ TEST_F(VdirStoreTest, SavingLeavesOnlyCardFilesBehind) {
     EXPECT_EQ(e.path().extension(), ".vcf") << e.path();
     EXPECT_NE(e.path().filename().string()[0], '.') << e.path();
   }
+}
+
+// A card saved as it was read is not written again (no new file for other tools to sync); one
+// another program changed since it was read is written, and so is a change.
+TEST_F(VdirStoreTest, ASaveWithoutAChangeLeavesTheFileAsItIs) {
+  auto app = open();
+  auto made = saved(app, "Same");
+  std::string id = made->EntryID();
+  fs::path file = dynamic_cast<VdirItem&>(*made).FilePath();
+  auto inode = [&] {
+    struct stat st {};
+    EXPECT_EQ(::stat(file.c_str(), &st), 0);
+    return st.st_ino;
+  };
+  const auto before = inode();
+  const std::string ours = readFile(file);
+
+  // Found by FileAs, opened by its id and saved with what it holds, as a synchronisation does.
+  auto fresh = open();
+  ASSERT_NE(find(contacts(fresh), "Same"), nullptr);
+  auto item = std::dynamic_pointer_cast<ContactItem>(session(fresh)->GetItemFromID(id, ""));
+  ASSERT_NE(item, nullptr);
+  item->setFileAs("Same");
+  item->Save();
+  EXPECT_EQ(inode(), before);
+
+  auto stale = std::dynamic_pointer_cast<ContactItem>(session(fresh)->GetItemFromID(id, ""));
+  writeFile(file, card("UID:" + id + "\r\nFN:Edited elsewhere\r\nX-DOSSYNC-FILEAS:Other\r\n"));
+  stale->Save();
+  EXPECT_EQ(readFile(file), ours);
+  stale->setJobTitle("Changed");
+  stale->Save();
+  EXPECT_NE(readFile(file).find("\r\nTITLE:Changed\r\n"), std::string::npos);
 }
 
 // A run killed between writing a card's temporary file and renaming it leaves the temporary

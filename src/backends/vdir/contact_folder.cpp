@@ -251,22 +251,19 @@ std::optional<ContactFolder::FileText> ContactFolder::readFile(const std::string
   return out;
 }
 
-std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* problem,
-                                         Stamp* stamp) {
+std::optional<ContactFolder::ReadCard> ContactFolder::read(const std::string& file,
+                                                           std::string* problem) {
   awaitWrite(file);
   if (lastRead_ && lastRead_->file == file) {
-    if (auto now = stampOf(file); now && *now == lastRead_->stamp) {
-      if (stamp) *stamp = *now;
-      return lastRead_->card;
-    }
+    if (auto now = stampOf(file); now && *now == lastRead_->read.source.stamp)
+      return lastRead_->read;
   }
   auto text = readFile(file, problem);
   if (!text) return std::nullopt;
   try {
-    Vcard card = parseVcard(text->text);
-    lastRead_ = LastRead{file, text->stamp, card};
-    if (stamp) *stamp = text->stamp;
-    return card;
+    ReadCard out{parseVcard(text->text), Source{std::move(text->text), text->stamp}};
+    lastRead_ = LastRead{file, out};
+    return out;
   } catch (const RuntimeError& e) {
     if (problem)
       *problem = "Skipped malformed contact file " + pathOf(file) + ": " + e.description();
@@ -348,21 +345,23 @@ void ContactFolder::drop(const std::string& file) {
 }
 
 std::optional<CardKeys> ContactFolder::refreshEntry(const std::string& file,
-                                                    const std::optional<Vcard>& card, Stamp stamp,
+                                                    const std::optional<ReadCard>& card,
                                                     const std::string& problem) {
   if (!problem.empty()) warn_(problem);
   if (!card) {
     drop(file);
     return std::nullopt;
   }
-  CardKeys keys = cardKeys(*card);
-  put(file, entryFor(file, keys, stamp));
+  CardKeys keys = cardKeys(card->card);
+  put(file, entryFor(file, keys, card->source.stamp));
   return keys;
 }
 
-outlook::ItemPtr ContactFolder::makeItem(const std::string& file, Vcard card, bool group) {
-  if (group) return std::make_shared<VdirDistListItem>(shared_from_this(), file, std::move(card));
-  return std::make_shared<VdirContactItem>(shared_from_this(), file, ContactCard(std::move(card)));
+outlook::ItemPtr ContactFolder::makeItem(const std::string& file, ReadCard read, bool group) {
+  if (group)
+    return std::make_shared<VdirDistListItem>(shared_from_this(), file, std::move(read.card));
+  return std::make_shared<VdirContactItem>(
+      shared_from_this(), file, ContactCard(std::move(read.card)), std::move(read.source));
 }
 
 outlook::ItemPtr ContactFolder::itemAt(size_t index) {
@@ -379,16 +378,15 @@ outlook::ItemPtr ContactFolder::itemAt(size_t index) {
   }
   std::string file = order_[index];
   std::string problem;
-  Stamp stamp;
-  auto card = read(file, &problem, &stamp);
+  auto card = read(file, &problem);
   if (!card) {
     throw RuntimeError(kOutlookOperationFailed,
                        problem.empty() ? "Contact file vanished: " + pathOf(file) : problem,
                        "vdir");
   }
   // Keep the entry where it is (the walk goes on by position) but note what it holds now.
-  CardKeys keys = cardKeys(*card);
-  put(file, entryFor(file, keys, stamp));
+  CardKeys keys = cardKeys(card->card);
+  put(file, entryFor(file, keys, card->source.stamp));
   return makeItem(file, std::move(*card), keys.group);
 }
 
@@ -396,9 +394,8 @@ outlook::ItemPtr ContactFolder::findByFileAs(const std::string& fileAs) {
   ensureIndex();
   for (const auto& file : filesUnder(filesByFileAs_, value::foldCase(fileAs))) {
     std::string problem;
-    Stamp stamp;
-    auto card = read(file, &problem, &stamp);
-    auto keys = refreshEntry(file, card, stamp, problem);
+    auto card = read(file, &problem);
+    auto keys = refreshEntry(file, card, problem);
     if (keys && !keys->group && value::equalsIgnoreCase(keys->fileAs, fileAs))
       return makeItem(file, std::move(*card), false);
   }
@@ -410,8 +407,8 @@ outlook::ItemPtr ContactFolder::findById(const std::string& entryId) {
   if (!built_ && isPlainUid(entryId)) {
     std::string direct = entryId + ".vcf";
     auto card = read(direct, nullptr);
-    if (card && entryIdFor(cardUid(*card), direct) == entryId) {
-      bool group = isGroupCard(*card);
+    if (card && entryIdFor(cardUid(card->card), direct) == entryId) {
+      bool group = isGroupCard(card->card);
       return makeItem(direct, std::move(*card), group);
     }
   }
@@ -425,9 +422,8 @@ outlook::ItemPtr ContactFolder::findById(const std::string& entryId) {
   }
   for (const auto& file : files) {
     std::string problem;
-    Stamp stamp;
-    auto card = read(file, &problem, &stamp);
-    auto keys = refreshEntry(file, card, stamp, problem);
+    auto card = read(file, &problem);
+    auto keys = refreshEntry(file, card, problem);
     if (keys && entryIdFor(keys->uid, file) == entryId)
       return makeItem(file, std::move(*card), keys->group);
   }
@@ -440,21 +436,31 @@ std::shared_ptr<outlook::ContactItem> ContactFolder::newContact() {
   return std::make_shared<VdirContactItem>(shared_from_this(), "", std::move(card));
 }
 
-void ContactFolder::store(const std::string& file, const Vcard& card, bool isNew) {
+bool ContactFolder::store(const std::string& file, const Vcard& card, bool isNew,
+                          const Source* source) {
   settle();
   std::string text = writeVcard(card);
+  // Saved without a change: a file still as it was read holds this very text. (After a failed
+  // write every save goes to the disk, so that its own failure shows.)
+  if (!isNew && source && !writeAtOnce_ && text == source->text && !inFlight_.count(file)) {
+    if (auto now = stampOf(file); now && *now == source->stamp) {
+      if (built_) put(file, entryFor(file, cardKeys(card), *now));
+      return false;
+    }
+  }
   Apartment& a = apartment();
   if (writeAtOnce_ || a.procedureDepth == 0) {
     auto result = writer_.writeNow(file, text, isNew);
     if (result.error) throw *result.error;
     writeAtOnce_ = !failed_.empty();
     if (built_ && result.stamp) put(file, entryFor(file, cardKeys(card), *result.stamp));
-    return;
+    return true;
   }
   a.finishWhenIdle(shared_from_this());
   writer_.submit(file, std::move(text), isNew);
   ++inFlight_[file];
   if (built_) put(file, entryFor(file, cardKeys(card), Stamp{}));
+  return true;
 }
 
 void ContactFolder::remove(const std::string& file) {

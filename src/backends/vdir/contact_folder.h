@@ -63,10 +63,19 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
 
   std::shared_ptr<outlook::ContactItem> newContact();
 
+  // What an item was read from: the file's text and its stamp then.
+  struct Source {
+    std::string text;
+    FileStamp stamp;
+  };
   // For the items: write the card atomically under `file` and note it in the index.
   // Writes the card (a temporary file renamed over the old one); a file that holds the same
-  // text already is left alone. `isNew`: a name no card has (see taken()).
-  void store(const std::string& file, const Vcard& card, bool isNew = false);
+  // text already is left alone. `isNew`: a name no card has (see taken()). `source`: what the
+  // item was read from; when the card's text is that and the file is still as it was read, it
+  // is known to hold the text without reading it again. Answers whether the card went to be
+  // written (false: left alone).
+  bool store(const std::string& file, const Vcard& card, bool isNew = false,
+             const Source* source = nullptr);
   void remove(const std::string& file);
   bool exists(const std::string& file) const;  // on disk
   // A name a new card must not take: a file known here, one being written, or one on disk.
@@ -102,22 +111,25 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   };
   std::optional<FileText> readFile(const std::string& file, std::string* problem,
                                    int dirFd = -1) const;
-  // The card in that file and (in *stamp) the stamp it was read with; nullopt when it is gone,
-  // or (with *problem set) unreadable or bad. The last card read is kept: asked again while its
-  // file keeps its stamp (an item found by FileAs is then fetched by its entry id), it is not
-  // read and parsed again.
-  std::optional<Vcard> read(const std::string& file, std::string* problem, Stamp* stamp = nullptr);
+  // The card in that file with its source; nullopt when it is gone, or (with *problem set)
+  // unreadable or bad. The last card read is kept: asked again while its file keeps its stamp
+  // (an item found by FileAs is then fetched by its entry id), it is not read and parsed again.
+  struct ReadCard {
+    Vcard card;
+    Source source;
+  };
+  std::optional<ReadCard> read(const std::string& file, std::string* problem);
   std::optional<Stamp> stampOf(const std::string& file) const;
   Entry entryFor(const std::string& file, const CardKeys& keys, Stamp stamp) const;
-  outlook::ItemPtr makeItem(const std::string& file, Vcard card, bool group);
+  outlook::ItemPtr makeItem(const std::string& file, ReadCard card, bool group);
   void put(const std::string& file, Entry entry);
   void drop(const std::string& file);
   void map(Entries::iterator it);
   void unmap(Entries::iterator it);
-  // After reading a file found through the index (`card` read with `stamp`): note what it holds
-  // now, and answer the card's keys (nullopt without a card).
-  std::optional<CardKeys> refreshEntry(const std::string& file, const std::optional<Vcard>& card,
-                                       Stamp stamp, const std::string& problem);
+  // After reading a file found through the index: note what it holds now, and answer the
+  // card's keys (nullopt without a card).
+  std::optional<CardKeys> refreshEntry(const std::string& file, const std::optional<ReadCard>& card,
+                                       const std::string& problem);
   void rebuildMaps();
   // The files under `key`, in walk order.
   static std::vector<std::string> filesUnder(const FileIndex& index, std::string_view key);
@@ -138,8 +150,7 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   std::map<std::string, Stamp> reported_;  // malformed files already warned about
   struct LastRead {
     std::string file;
-    Stamp stamp;
-    Vcard card;
+    ReadCard read;
   };
   std::optional<LastRead> lastRead_;
   CardWriter writer_;
