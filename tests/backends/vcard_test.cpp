@@ -524,6 +524,14 @@ TEST(VcardMutationTest, DamagedCardsFailCleanlyOrRoundTripStably) {
     }
     const VcardProperty* fn = back.vcard().find("FN");
     ASSERT_TRUE(fn && !fn->rawValue().empty()) << text;
+    // What the card keeps between edits (which property fills which slot) is what it would
+    // work out afresh.
+    for (int edit = 0; edit < 3; ++edit) {
+      contact.set(static_cast<ContactProperty>(rng() % outlook::kContactTextPropertyCount),
+                  awkwardTexts()[rng() % awkwardTexts().size()]);
+      for (auto q : allProperties())
+        ASSERT_EQ(contact.get(q), contactProperty(contact.vcard(), q)) << text;
+    }
   }
   EXPECT_GT(parsed, 200);  // the damage left enough cards readable to mean something
 }

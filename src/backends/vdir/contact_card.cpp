@@ -215,6 +215,9 @@ class SlotMap {
  public:
   static constexpr size_t kNone = static_cast<size_t>(-1);
   explicit SlotMap(std::span<const CP> slots) : slots_(slots) { at_.fill(kNone); }
+  SlotMap(std::span<const CP> slots, const std::array<size_t, kPhoneSlots.size()>& at)
+      : slots_(slots), at_(at) {}
+  const std::array<size_t, kPhoneSlots.size()>& positions() const { return at_; }
   bool contains(CP slot) const { return (*this)[slot] != kNone; }
   size_t operator[](CP slot) const {
     for (size_t i = 0; i < slots_.size(); ++i) {
@@ -274,6 +277,18 @@ SlotMap assignSlots(const Vcard& card, bool phone) {
       }
     }
   }
+  return out;
+}
+
+// assignSlots, kept in `cache` until the card is edited.
+SlotMap cachedSlots(const Vcard& card, bool phone, CardSlots& cache) {
+  std::span<const CP> slots = phone ? std::span<const CP>(kPhoneSlots) : kEmailSlots;
+  bool& known = phone ? cache.phonesKnown : cache.emailsKnown;
+  auto& at = phone ? cache.phones : cache.emails;
+  if (known) return SlotMap(slots, at);
+  SlotMap out = assignSlots(card, phone);
+  at = out.positions();
+  known = true;
   return out;
 }
 
@@ -753,6 +768,7 @@ bool hasPersonName(const Vcard& card) {
 
 void ContactCard::completeName() {
   if (hasRealName(card_)) return;
+  edited();
   std::string shown = derivedName(card_);
   VcardProperty* fn = card_.find("FN");
   if (!fn) fn = &insertProperty(card_, VcardProperty("FN", ""));
@@ -778,6 +794,11 @@ ContactCard::ContactCard() {
 }
 
 std::string ContactCard::get(CP p) const {
+  Field f = fieldOf(p);
+  if (f.kind == Kind::Phone || f.kind == Kind::Email) {
+    size_t at = cachedSlots(card_, f.kind == Kind::Phone, slots_)[p];
+    return at == SlotMap::kNone ? std::string() : wholeText(card_.properties[at]);
+  }
   return contactProperty(card_, p);
 }
 
@@ -810,7 +831,10 @@ std::string contactProperty(const Vcard& card_, CP p) {
 void ContactCard::set(CP p, const std::string& text) {
   Field f = fieldOf(p);
   // Untouched properties keep their lines as read.
-  if (f.kind != Kind::Phone && f.kind != Kind::Email && get(p) == text) return;
+  if (f.kind != Kind::Phone && f.kind != Kind::Email) {
+    if (get(p) == text) return;
+    edited();
+  }
   switch (f.kind) {
     case Kind::Text:
       if (p == CP::FullName) {
@@ -834,9 +858,10 @@ void ContactCard::set(CP p, const std::string& text) {
     case Kind::Phone:
     case Kind::Email: {
       bool phone = f.kind == Kind::Phone;
-      SlotMap filled = assignSlots(card_, phone);
+      SlotMap filled = cachedSlots(card_, phone, slots_);
       size_t at = filled[p];
       if ((at == SlotMap::kNone ? std::string() : wholeText(card_.properties[at])) == text) return;
+      edited();
       tagSecondSlots(card_, phone, filled);
       if (at != SlotMap::kNone) {
         if (text.empty()) {
@@ -875,6 +900,7 @@ void ContactCard::setGender(int32_t g) {
   if (g != outlook::olUnspecified && g != outlook::olFemale && g != outlook::olMale)
     throw RuntimeError(kInvalidProcedureCall, "Invalid Gender " + std::to_string(g), "vdir");
   if (g == gender()) return;
+  edited();
   if (g == outlook::olUnspecified) {
     removeAll(card_, kGender);
     return;
@@ -897,13 +923,17 @@ value::Date ContactCard::birthday() const {
   return getDate(card_, kBirthday);
 }
 void ContactCard::setBirthday(const value::Date& d) {
-  if (d != birthday()) setDate(card_, kBirthday, d, "Birthday");
+  if (d == birthday()) return;
+  edited();
+  setDate(card_, kBirthday, d, "Birthday");
 }
 value::Date ContactCard::anniversary() const {
   return getDate(card_, kAnniversary);
 }
 void ContactCard::setAnniversary(const value::Date& d) {
-  if (d != anniversary()) setDate(card_, kAnniversary, d, "Anniversary");
+  if (d == anniversary()) return;
+  edited();
+  setDate(card_, kAnniversary, d, "Anniversary");
 }
 
 std::string ContactCard::uid() const {
@@ -930,6 +960,7 @@ std::string cardUid(const Vcard& card) {
 }
 
 void ContactCard::setUid(const std::string& uid) {
+  edited();
   setAliased(card_, kUid, uid);
 }
 
