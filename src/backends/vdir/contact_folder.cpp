@@ -175,6 +175,8 @@ void ContactFolder::scan() {
   std::vector<Todo> todo;
   filesById_.clear();  // they point into the entries, which move now
   filesByFileAs_.clear();
+  order_.clear();
+  orderStale_ = true;
   for (const auto& name : names) {
     auto old = entries_.find(name);
     auto r = reported_.find(name);
@@ -373,10 +375,11 @@ outlook::ItemPtr ContactFolder::itemAt(size_t index) {
                        "vdir");
   if (orderStale_) {
     order_.clear();
-    for (const auto& entry : entries_) order_.push_back(entry.first);
+    order_.reserve(entries_.size());
+    for (const auto& entry : entries_) order_.push_back(&entry.first);
     orderStale_ = false;
   }
-  std::string file = order_[index];
+  std::string file = *order_[index];
   std::string problem;
   auto card = read(file, &problem);
   if (!card) {
