@@ -42,18 +42,9 @@ std::string paramValueText(const std::string& v) {
   return "\"" + inner + "\"";
 }
 
-// Whether the line is that marker, whatever its case and blanks. A line whose first character
-// is ASCII and not the marker's (nearly every line) is told apart at once.
-char asciiUpper(char c) {
-  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
+// Whether the line is that marker, whatever its case and blanks.
 bool isMarker(std::string_view line, std::string_view marker) {
-  std::string_view t = value::trimmed(line);
-  if (t.empty()) return marker.empty();
-  if (static_cast<unsigned char>(t[0]) < 0x80 && asciiUpper(t[0]) != asciiUpper(marker[0]))
-    return false;
-  return value::equalsIgnoreCase(t, marker);
+  return sameName(value::trimmed(line), marker);
 }
 
 }  // namespace
