@@ -1,5 +1,6 @@
 // The vCard folder store through the Outlook object model, on real folders.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -7,6 +8,8 @@
 #include <fstream>
 #include <set>
 
+#include "backends/vdir/contact_card.h"
+#include "backends/vdir/vcard.h"
 #include "backends/vdir/vdir_store.h"
 #include "core/apartment.h"
 #include "core/error.h"
@@ -526,6 +529,84 @@ TEST_F(VdirStoreTest, ContactGroupsAreWalkedAsDistributionLists) {
   EXPECT_EQ(find(items, "Person")->Class(), outlook::olContact);  // Find answers contacts only
 }
 
+// The index reads only a card's keys; whatever another program wrote, it must agree with the
+// card read whole: Find answers each contact under the FileAs the whole card gives, and its
+// entry id leads back to it.
+TEST_F(VdirStoreTest, TheIndexFindsCardsOfOtherProgramsByTheirFileAs) {
+  struct Case {
+    const char* file;
+    std::string text;
+    std::string fileAs;  // as the whole card reads
+    bool group = false;
+  };
+  const Case cases[] = {
+      {"evolution.vcf",
+       "BEGIN:VCARD\nVERSION:3.0\nUID:evo-1\nFN:Ann Lee\nN:Lee;Ann;;;\n"
+       "X-EVOLUTION-FILE-AS:Lee\\, Ann\nEND:VCARD\n",
+       "Lee, Ann"},
+      {"both.vcf", card("UID:both\r\nX-EVOLUTION-FILE-AS:Theirs\r\nx-dossync-fileas:Ours\r\n"),
+       "Ours"},
+      // Apple's groups, a byte order mark, and a name folded inside a UTF-8 sequence.
+      {"apple.vcf",
+       "\xEF\xBB\xBF" + card("item1.X-DOSSYNC-FILEAS:Bäckerei M\xC3\r\n \xBCller & "
+                             "Söhne\r\n\tGmbH\r\nUID:apple\r\n"),
+       "Bäckerei Müller & SöhneGmbH"},
+      {"crlf.vcf", card("UID:crlf\r\nX-DOSSYNC-FILEAS;X-DOSSYNC-EOL=CRLF:Two\\nLines\r\n"),
+       "Two\r\nLines"},
+      // khard and vdirsyncer write no FileAs: such a card is filed under nothing.
+      {"khard.vcf", card("UID:khard-1\r\nFN:Jane Roe\r\nN:Roe;Jane;;;\r\nORG:Roe Consulting\r\n"),
+       ""},
+      {"escaped-uid.vcf", card("UID:urn:uuid:a\\,b c\r\nX-DOSSYNC-FILEAS:Escaped Uid\r\n"),
+       "Escaped Uid"},
+      {"lower.vcf", "begin:vcard\nuid:lower\nx-evolution-file-as:lower case\nend:vcard\n",
+       "lower case"},
+      {"padded.vcf", card("UID:padded\r\nX-DOSSYNC-FILEAS:  Pad\\qded  \r\n"), "  Pad\\qded  "},
+      // Look-alikes of a FileAs line that are not one.
+      {"decoy.vcf",
+       card("UID:decoy\r\nNOTE:X-DOSSYNC-FILEAS:Fake\r\nX-DOSSYNC-FILEAS;X-Q=\"a:b\":Real\r\n"
+            "X-DOSSYNC-FILEASX:Other\r\n"),
+       "Real"},
+      {"individual.vcf", card("UID:ind\r\nKIND:individual\r\nX-DOSSYNC-FILEAS:Individual\r\n"),
+       "Individual"},
+      {"group4.vcf",
+       "BEGIN:VCARD\r\nVERSION:4.0\r\nKIND;VALUE=text:group\r\nUID:grp\r\nFN:Team\r\n"
+       "X-DOSSYNC-FILEAS:Team\r\nEND:VCARD\r\n",
+       "Team", true},
+      {"group3.vcf",
+       card("UID:grp3\r\nx-addressbookserver-kind: Group \r\nX-DOSSYNC-FILEAS:Crew\r\n"), "Crew",
+       true},
+  };
+  auto app = open();
+  session(app)->GetDefaultFolder(outlook::olFolderContacts);  // makes the folders
+  for (const auto& c : cases) {
+    Vcard whole = parseVcard(c.text);
+    ASSERT_EQ(isGroupCard(whole), c.group) << c.file;
+    if (!c.group) {
+      ASSERT_EQ(contactProperty(whole, ContactProperty::FileAs), c.fileAs) << c.file;
+    }
+    writeFile(contactsDir() / c.file, c.text);
+  }
+  auto fresh = open();
+  auto items = contacts(fresh);
+  EXPECT_EQ(items->Count(), static_cast<int32_t>(std::size(cases)));
+  for (const auto& c : cases) {
+    auto hit = find(items, c.fileAs);
+    if (c.group) {
+      EXPECT_EQ(hit, nullptr) << c.file;
+      continue;
+    }
+    ASSERT_NE(hit, nullptr) << c.file;
+    EXPECT_EQ(dynamic_cast<VdirItem&>(*hit).FilePath(), (contactsDir() / c.file).string());
+    auto byId = session(fresh)->GetItemFromID(hit->EntryID(), "");
+    ASSERT_NE(byId, nullptr) << c.file;
+    EXPECT_EQ(dynamic_cast<VdirItem&>(*byId).FilePath(), (contactsDir() / c.file).string());
+  }
+  EXPECT_EQ(idOf(find(items, "LEE, ANN")), "evo-1");  // folded as Find compares
+  EXPECT_EQ(find(items, "Theirs"), nullptr);
+  EXPECT_EQ(find(items, "Fake"), nullptr);
+  EXPECT_TRUE(warnings.empty());
+}
+
 TEST_F(VdirStoreTest, CardsWithOddOrNoUidGetShortStableIds) {
   fs::create_directories(contactsDir());
   writeFile(contactsDir() / "long.vcf", card("UID:" + std::string(300, 'x') + "\r\nFN:Long\r\n"));
@@ -588,6 +669,39 @@ TEST_F(VdirStoreTest, SavingLeavesOnlyCardFilesBehind) {
     EXPECT_EQ(e.path().extension(), ".vcf") << e.path();
     EXPECT_NE(e.path().filename().string()[0], '.') << e.path();
   }
+}
+
+// A card saved as it was read is not written again (no new file for other tools to sync); one
+// another program changed since it was read is written, and so is a change.
+TEST_F(VdirStoreTest, ASaveWithoutAChangeLeavesTheFileAsItIs) {
+  auto app = open();
+  auto made = saved(app, "Same");
+  std::string id = made->EntryID();
+  fs::path file = dynamic_cast<VdirItem&>(*made).FilePath();
+  auto inode = [&] {
+    struct stat st {};
+    EXPECT_EQ(::stat(file.c_str(), &st), 0);
+    return st.st_ino;
+  };
+  const auto before = inode();
+  const std::string ours = readFile(file);
+
+  // Found by FileAs, opened by its id and saved with what it holds, as a synchronisation does.
+  auto fresh = open();
+  ASSERT_NE(find(contacts(fresh), "Same"), nullptr);
+  auto item = std::dynamic_pointer_cast<ContactItem>(session(fresh)->GetItemFromID(id, ""));
+  ASSERT_NE(item, nullptr);
+  item->setFileAs("Same");
+  item->Save();
+  EXPECT_EQ(inode(), before);
+
+  auto stale = std::dynamic_pointer_cast<ContactItem>(session(fresh)->GetItemFromID(id, ""));
+  writeFile(file, card("UID:" + id + "\r\nFN:Edited elsewhere\r\nX-DOSSYNC-FILEAS:Other\r\n"));
+  stale->Save();
+  EXPECT_EQ(readFile(file), ours);
+  stale->setJobTitle("Changed");
+  stale->Save();
+  EXPECT_NE(readFile(file).find("\r\nTITLE:Changed\r\n"), std::string::npos);
 }
 
 // A run killed between writing a card's temporary file and renaming it leaves the temporary

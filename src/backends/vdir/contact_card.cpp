@@ -48,7 +48,7 @@ std::string replaceAll(std::string_view t, std::string_view from, std::string_vi
 
 bool isCrlfMode(const VcardProperty& p) {
   for (const auto& param : p.params()) {
-    if (!value::equalsIgnoreCase(param.name, kEolParam)) continue;
+    if (!sameName(param.name, kEolParam)) continue;
     for (const auto& v : param.values) {
       if (value::equalsIgnoreCase(v, "CRLF")) return true;
     }
@@ -186,7 +186,7 @@ std::optional<CP> taggedSlot(const VcardProperty& p, std::span<const CP> slots) 
   const std::string* tag = p.paramValue(kFieldParam);
   if (!tag) return std::nullopt;
   for (CP slot : slots) {
-    if (value::equalsIgnoreCase(*tag, outlook::propertyName(slot))) return slot;
+    if (sameName(*tag, outlook::propertyName(slot))) return slot;
   }
   return std::nullopt;
 }
@@ -215,6 +215,9 @@ class SlotMap {
  public:
   static constexpr size_t kNone = static_cast<size_t>(-1);
   explicit SlotMap(std::span<const CP> slots) : slots_(slots) { at_.fill(kNone); }
+  SlotMap(std::span<const CP> slots, const std::array<size_t, kPhoneSlots.size()>& at)
+      : slots_(slots), at_(at) {}
+  const std::array<size_t, kPhoneSlots.size()>& positions() const { return at_; }
   bool contains(CP slot) const { return (*this)[slot] != kNone; }
   size_t operator[](CP slot) const {
     for (size_t i = 0; i < slots_.size(); ++i) {
@@ -274,6 +277,18 @@ SlotMap assignSlots(const Vcard& card, bool phone) {
       }
     }
   }
+  return out;
+}
+
+// assignSlots, kept in `cache` until the card is edited.
+SlotMap cachedSlots(const Vcard& card, bool phone, CardSlots& cache) {
+  std::span<const CP> slots = phone ? std::span<const CP>(kPhoneSlots) : kEmailSlots;
+  bool& known = phone ? cache.phonesKnown : cache.emailsKnown;
+  auto& at = phone ? cache.phones : cache.emails;
+  if (known) return SlotMap(slots, at);
+  SlotMap out = assignSlots(card, phone);
+  at = out.positions();
+  known = true;
   return out;
 }
 
@@ -753,6 +768,7 @@ bool hasPersonName(const Vcard& card) {
 
 void ContactCard::completeName() {
   if (hasRealName(card_)) return;
+  edited();
   std::string shown = derivedName(card_);
   VcardProperty* fn = card_.find("FN");
   if (!fn) fn = &insertProperty(card_, VcardProperty("FN", ""));
@@ -778,6 +794,11 @@ ContactCard::ContactCard() {
 }
 
 std::string ContactCard::get(CP p) const {
+  Field f = fieldOf(p);
+  if (f.kind == Kind::Phone || f.kind == Kind::Email) {
+    size_t at = cachedSlots(card_, f.kind == Kind::Phone, slots_)[p];
+    return at == SlotMap::kNone ? std::string() : wholeText(card_.properties[at]);
+  }
   return contactProperty(card_, p);
 }
 
@@ -810,7 +831,10 @@ std::string contactProperty(const Vcard& card_, CP p) {
 void ContactCard::set(CP p, const std::string& text) {
   Field f = fieldOf(p);
   // Untouched properties keep their lines as read.
-  if (f.kind != Kind::Phone && f.kind != Kind::Email && get(p) == text) return;
+  if (f.kind != Kind::Phone && f.kind != Kind::Email) {
+    if (get(p) == text) return;
+    edited();
+  }
   switch (f.kind) {
     case Kind::Text:
       if (p == CP::FullName) {
@@ -834,9 +858,10 @@ void ContactCard::set(CP p, const std::string& text) {
     case Kind::Phone:
     case Kind::Email: {
       bool phone = f.kind == Kind::Phone;
-      SlotMap filled = assignSlots(card_, phone);
+      SlotMap filled = cachedSlots(card_, phone, slots_);
       size_t at = filled[p];
       if ((at == SlotMap::kNone ? std::string() : wholeText(card_.properties[at])) == text) return;
+      edited();
       tagSecondSlots(card_, phone, filled);
       if (at != SlotMap::kNone) {
         if (text.empty()) {
@@ -875,6 +900,7 @@ void ContactCard::setGender(int32_t g) {
   if (g != outlook::olUnspecified && g != outlook::olFemale && g != outlook::olMale)
     throw RuntimeError(kInvalidProcedureCall, "Invalid Gender " + std::to_string(g), "vdir");
   if (g == gender()) return;
+  edited();
   if (g == outlook::olUnspecified) {
     removeAll(card_, kGender);
     return;
@@ -897,36 +923,65 @@ value::Date ContactCard::birthday() const {
   return getDate(card_, kBirthday);
 }
 void ContactCard::setBirthday(const value::Date& d) {
-  if (d != birthday()) setDate(card_, kBirthday, d, "Birthday");
+  if (d == birthday()) return;
+  edited();
+  setDate(card_, kBirthday, d, "Birthday");
 }
 value::Date ContactCard::anniversary() const {
   return getDate(card_, kAnniversary);
 }
 void ContactCard::setAnniversary(const value::Date& d) {
-  if (d != anniversary()) setDate(card_, kAnniversary, d, "Anniversary");
+  if (d == anniversary()) return;
+  edited();
+  setDate(card_, kAnniversary, d, "Anniversary");
 }
 
 std::string ContactCard::uid() const {
   return cardUid(card_);
 }
 
+namespace {
+constexpr std::array<const char*, 1> kUid = {"UID"};
+constexpr std::array<const char*, 2> kKind = {"KIND", "X-ADDRESSBOOKSERVER-KIND"};
+
+bool isAnyOf(std::string_view name, std::span<const char* const> names) {
+  return std::any_of(names.begin(), names.end(), [&](const char* n) { return sameName(name, n); });
+}
+
+// The properties cardKeys reads, and no others.
+bool isKeyProperty(std::string_view name) {
+  return isAnyOf(name, kUid) || isAnyOf(name, kKind) || isAnyOf(name, fieldOf(CP::FileAs).names);
+}
+}  // namespace
+
 std::string cardUid(const Vcard& card) {
-  const VcardProperty* p = card.find("UID");
+  const VcardProperty* p = findAny(card, kUid);
   return p ? unescapeText(p->rawValue()) : std::string();
 }
 
 void ContactCard::setUid(const std::string& uid) {
-  static constexpr std::array<const char*, 1> kUid = {"UID"};
+  edited();
   setAliased(card_, kUid, uid);
 }
 
 bool isGroupCard(const Vcard& card) {
   for (const auto& p : card.properties) {
-    if ((p.is("KIND") || p.is("X-ADDRESSBOOKSERVER-KIND")) &&
-        value::equalsIgnoreCase(value::trim(p.rawValue()), "group"))
+    if (isAnyOf(p.name(), kKind) && value::equalsIgnoreCase(value::trimmed(p.rawValue()), "group"))
       return true;
   }
   return false;
+}
+
+CardKeys cardKeys(const Vcard& card) {
+  CardKeys keys;
+  keys.uid = cardUid(card);
+  keys.group = isGroupCard(card);
+  if (!keys.group) keys.fileAs = contactProperty(card, CP::FileAs);
+  return keys;
+}
+
+CardKeys readCardKeys(std::string_view text) {
+  return cardKeys(parseVcard(text, isKeyProperty));
 }
 
 }  // namespace dossync::vdir

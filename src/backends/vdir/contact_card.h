@@ -22,6 +22,8 @@
 // before any telephone or e-mail is changed, so removing the first never moves the second.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -30,6 +32,13 @@
 #include "outlook/object_model.h"
 
 namespace dossync::vdir {
+
+// Which TEL and EMAIL properties fill the telephone and e-mail slots (positions in the card, in
+// the order of the slots), once worked out.
+struct CardSlots {
+  std::array<size_t, 7> phones{}, emails{};
+  bool phonesKnown = false, emailsKnown = false;
+};
 
 class ContactCard {
  public:
@@ -59,7 +68,12 @@ class ContactCard {
   void setUid(const std::string& uid);
 
  private:
+  // The slots are worked out when first asked and kept until the card is edited: every edit
+  // goes through this class and forgets them first.
+  void edited() { slots_ = CardSlots{}; }
+
   Vcard card_;
+  mutable CardSlots slots_;
 };
 
 // What ContactCard(card).get(p) answers, without a copy of the card.
@@ -70,5 +84,17 @@ std::string cardUid(const Vcard& card);
 
 // Whether the card is a contact group (KIND:group or X-ADDRESSBOOKSERVER-KIND:group).
 bool isGroupCard(const Vcard& card);
+
+// What a folder's index keeps of a card.
+struct CardKeys {
+  std::string uid;     // cardUid
+  bool group = false;  // isGroupCard
+  std::string fileAs;  // the contact's FileAs; "" for a group
+  bool operator==(const CardKeys&) const = default;
+};
+CardKeys cardKeys(const Vcard& card);
+// The same keys from the card's text, keeping only the few properties they come from: throws
+// where parseVcard(text) throws, and answers what cardKeys(parseVcard(text)) answers.
+CardKeys readCardKeys(std::string_view text);
 
 }  // namespace dossync::vdir

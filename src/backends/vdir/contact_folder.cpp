@@ -26,6 +26,23 @@ bool isCardFile(std::string_view name) {
   return value::equalsIgnoreCase(name.substr(name.size() - 4), ".vcf");
 }
 
+// The folder held open while it is scanned, so that each file is opened by its name alone;
+// -1 when it cannot be opened (then files are opened by their paths).
+class OpenDir {
+ public:
+  explicit OpenDir(const fs::path& dir)
+      : fd_(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+  ~OpenDir() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  OpenDir(const OpenDir&) = delete;
+  OpenDir& operator=(const OpenDir&) = delete;
+  int fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
 }  // namespace
 
 // The temporary files of card writes that a killed run left behind go as the folder is opened.
@@ -134,34 +151,60 @@ void ContactFolder::scan() {
   if (ec) warn_("Cannot list the contact folder " + dir_.string() + ": " + ec.message());
   std::sort(names.begin(), names.end());
 
+  OpenDir folder(dir_);
+  auto stampOfName = [&](const std::string& name) -> std::optional<Stamp> {
+    if (folder.fd() < 0) return stampOf(name);
+    struct stat st {};
+    if (::fstatat(folder.fd(), name.c_str(), &st, 0) != 0 || !S_ISREG(st.st_mode))
+      return std::nullopt;
+    return fileStamp(st);
+  };
+
   // Files unchanged since the last scan keep their entries; the others are read, those of a
-  // large folder by two threads (reading and parsing touch nothing of the folder but its files).
+  // large folder by two threads (reading and checking touch nothing of the folder but its
+  // files). Only the keys of a card are kept (readCardKeys); its stamp is the one it was read
+  // with. Files the folder knows nothing of need no stamp beforehand.
   struct Todo {
     const std::string* name;
     Stamp stamp;
     std::optional<Entry> entry;
     std::string problem;
   };
-  std::map<std::string, Entry> fresh;
+  Entries fresh;
   std::map<std::string, Stamp> reported;
   std::vector<Todo> todo;
+  filesById_.clear();  // they point into the entries, which move now
+  filesByFileAs_.clear();
+  order_.clear();
+  orderStale_ = true;
   for (const auto& name : names) {
-    auto stamp = stampOf(name);
-    if (!stamp) continue;
-    if (auto old = entries_.find(name); old != entries_.end() && old->second.stamp == *stamp) {
-      fresh.emplace(name, old->second);
-      continue;
+    auto old = entries_.find(name);
+    auto r = reported_.find(name);
+    if (old != entries_.end() || r != reported_.end()) {
+      auto stamp = stampOfName(name);
+      if (!stamp) continue;
+      if (old != entries_.end() && old->second.stamp == *stamp) {
+        fresh.insert(entries_.extract(old));  // the entry itself moves over, not a copy
+        continue;
+      }
+      if (r != reported_.end() && r->second == *stamp) {
+        reported.emplace(name, *stamp);  // already reported, still the same bad file
+        continue;
+      }
     }
-    if (auto r = reported_.find(name); r != reported_.end() && r->second == *stamp) {
-      reported.emplace(name, *stamp);  // already reported, still the same bad file
-      continue;
-    }
-    todo.push_back(Todo{&name, *stamp, std::nullopt, {}});
+    todo.push_back(Todo{&name, Stamp{}, std::nullopt, {}});
   }
-  auto readSome = [this, &todo](size_t from, size_t to) {
+  auto readSome = [this, &todo, &folder](size_t from, size_t to) {
     for (size_t i = from; i < to; ++i) {
-      auto card = read(*todo[i].name, &todo[i].problem, false);
-      if (card) todo[i].entry = entryFor(*todo[i].name, *card, todo[i].stamp);
+      Todo& t = todo[i];
+      auto file = readFile(*t.name, &t.problem, folder.fd());
+      if (!file) continue;
+      t.stamp = file->stamp;
+      try {
+        t.entry = entryFor(*t.name, readCardKeys(file->text), file->stamp);
+      } catch (const RuntimeError& e) {
+        t.problem = "Skipped malformed contact file " + pathOf(*t.name) + ": " + e.description();
+      }
     }
   };
   size_t half = todo.size() >= 256 ? todo.size() / 2 : todo.size();
@@ -183,14 +226,15 @@ void ContactFolder::scan() {
   rebuildMaps();
 }
 
-std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* problem, bool keep) {
-  awaitWrite(file);
-  fs::path p = dir_ / file;
-  int fd = ::open(p.c_str(), O_RDONLY | O_CLOEXEC);
+std::optional<ContactFolder::FileText> ContactFolder::readFile(const std::string& file,
+                                                               std::string* problem,
+                                                               int dirFd) const {
+  int fd = dirFd >= 0 ? ::openat(dirFd, file.c_str(), O_RDONLY | O_CLOEXEC)
+                      : ::open((dir_ / file).c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) {
     int err = errno;
     if (err != ENOENT && err != ENOTDIR && problem)
-      *problem = "Cannot read contact file " + p.string() + ": " + std::strerror(err);
+      *problem = "Cannot read contact file " + pathOf(file) + ": " + std::strerror(err);
     return std::nullopt;
   }
   struct stat st {};
@@ -198,99 +242,128 @@ std::optional<Vcard> ContactFolder::read(const std::string& file, std::string* p
     ::close(fd);
     return std::nullopt;
   }
-  Stamp stamp = fileStamp(st);
-  if (lastRead_ && lastRead_->file == file && lastRead_->stamp == stamp) {
-    ::close(fd);
-    return lastRead_->card;
-  }
-  std::string text;
-  int err = readAll(fd, &text, static_cast<size_t>(st.st_size));
+  FileText out;
+  out.stamp = fileStamp(st);
+  int err = readAll(fd, &out.text, static_cast<size_t>(st.st_size));
   ::close(fd);
   if (err != 0) {
-    if (problem) *problem = "Cannot read contact file " + p.string() + ": " + std::strerror(err);
+    if (problem) *problem = "Cannot read contact file " + pathOf(file) + ": " + std::strerror(err);
     return std::nullopt;
   }
+  return out;
+}
+
+std::optional<ContactFolder::ReadCard> ContactFolder::read(const std::string& file,
+                                                           std::string* problem) {
+  awaitWrite(file);
+  if (lastRead_ && lastRead_->file == file) {
+    if (auto now = stampOf(file); now && *now == lastRead_->read.source.stamp)
+      return lastRead_->read;
+  }
+  auto text = readFile(file, problem);
+  if (!text) return std::nullopt;
   try {
-    Vcard card = parseVcard(text);
-    if (keep) lastRead_ = LastRead{file, stamp, card};
-    return card;
+    ReadCard out{parseVcard(text->text), Source{std::move(text->text), text->stamp}};
+    lastRead_ = LastRead{file, out};
+    return out;
   } catch (const RuntimeError& e) {
-    if (problem) *problem = "Skipped malformed contact file " + p.string() + ": " + e.description();
+    if (problem)
+      *problem = "Skipped malformed contact file " + pathOf(file) + ": " + e.description();
     return std::nullopt;
   }
 }
 
-ContactFolder::Entry ContactFolder::entryFor(const std::string& file, const Vcard& card,
+ContactFolder::Entry ContactFolder::entryFor(const std::string& file, const CardKeys& keys,
                                              Stamp stamp) const {
   Entry e;
-  e.file = file;
-  e.entryId = entryIdFor(cardUid(card), file);
-  e.cls = isGroupCard(card) ? outlook::olDistributionList : outlook::olContact;
-  if (e.cls == outlook::olContact)
-    e.fileAsKey = value::foldCase(contactProperty(card, outlook::ContactProperty::FileAs));
+  e.entryId = entryIdFor(keys.uid, file);
+  e.cls = keys.group ? outlook::olDistributionList : outlook::olContact;
+  if (e.cls == outlook::olContact) e.fileAsKey = value::foldCase(keys.fileAs);
   e.stamp = stamp;
   return e;
+}
+
+void ContactFolder::map(Entries::iterator it) {
+  filesById_.emplace(it->second.entryId, &it->first);
+  if (it->second.cls == outlook::olContact)
+    filesByFileAs_.emplace(it->second.fileAsKey, &it->first);
+}
+
+void ContactFolder::unmap(Entries::iterator it) {
+  auto remove = [&](FileIndex& index, std::string_view key) {
+    auto [from, to] = index.equal_range(key);
+    for (auto at = from; at != to; ++at) {
+      if (at->second == &it->first) {
+        index.erase(at);
+        return;
+      }
+    }
+  };
+  remove(filesById_, it->second.entryId);
+  if (it->second.cls == outlook::olContact) remove(filesByFileAs_, it->second.fileAsKey);
 }
 
 void ContactFolder::rebuildMaps() {
   filesById_.clear();
   filesByFileAs_.clear();
-  for (const auto& [file, e] : entries_) {
-    filesById_[e.entryId].insert(file);
-    if (e.cls == outlook::olContact) filesByFileAs_[e.fileAsKey].insert(file);
-  }
+  filesById_.reserve(entries_.size());
+  filesByFileAs_.reserve(entries_.size());
+  for (auto it = entries_.begin(); it != entries_.end(); ++it) map(it);
 }
 
-void ContactFolder::unmap(const Entry& e) {
-  auto remove = [&](auto& map, const std::string& key) {
-    auto it = map.find(key);
-    if (it == map.end()) return;
-    it->second.erase(e.file);
-    if (it->second.empty()) map.erase(it);
-  };
-  remove(filesById_, e.entryId);
-  if (e.cls == outlook::olContact) remove(filesByFileAs_, e.fileAsKey);
+std::vector<std::string> ContactFolder::filesUnder(const FileIndex& index, std::string_view key) {
+  std::vector<std::string> files;
+  auto [from, to] = index.equal_range(key);
+  for (auto at = from; at != to; ++at) files.push_back(*at->second);
+  std::sort(files.begin(), files.end());
+  return files;
 }
 
 // Updating a known file keeps its place (and costs a look-up); a new file or a removed one
 // makes the walk order be made again when next needed.
-void ContactFolder::put(Entry entry) {
-  auto it = entries_.find(entry.file);
+void ContactFolder::put(const std::string& file, Entry entry) {
+  auto it = entries_.find(file);
+  if (it != entries_.end() && it->second.entryId == entry.entryId && it->second.cls == entry.cls &&
+      it->second.fileAsKey == entry.fileAsKey) {
+    it->second.stamp = entry.stamp;  // same keys: the maps stay as they are
+    return;
+  }
   if (it != entries_.end()) {
-    unmap(it->second);
+    unmap(it);
     it->second = std::move(entry);
   } else {
-    it = entries_.emplace(entry.file, std::move(entry)).first;
+    it = entries_.emplace(file, std::move(entry)).first;
     orderStale_ = true;
   }
-  filesById_[it->second.entryId].insert(it->first);
-  if (it->second.cls == outlook::olContact) filesByFileAs_[it->second.fileAsKey].insert(it->first);
+  map(it);
 }
 
 void ContactFolder::drop(const std::string& file) {
   auto it = entries_.find(file);
   if (it == entries_.end()) return;
-  unmap(it->second);
+  unmap(it);
   entries_.erase(it);
   orderStale_ = true;
 }
 
-// After reading a file found through the index: note what it holds now.
-void ContactFolder::refreshEntry(const std::string& file, const std::optional<Vcard>& card,
-                                 const std::string& problem) {
+std::optional<CardKeys> ContactFolder::refreshEntry(const std::string& file,
+                                                    const std::optional<ReadCard>& card,
+                                                    const std::string& problem) {
   if (!problem.empty()) warn_(problem);
-  auto stamp = card ? stampOf(file) : std::nullopt;
-  if (stamp) {
-    put(entryFor(file, *card, *stamp));
-  } else {
+  if (!card) {
     drop(file);
+    return std::nullopt;
   }
+  CardKeys keys = cardKeys(card->card);
+  put(file, entryFor(file, keys, card->source.stamp));
+  return keys;
 }
 
-outlook::ItemPtr ContactFolder::makeItem(const std::string& file, Vcard card) {
-  if (isGroupCard(card))
-    return std::make_shared<VdirDistListItem>(shared_from_this(), file, std::move(card));
-  return std::make_shared<VdirContactItem>(shared_from_this(), file, ContactCard(std::move(card)));
+outlook::ItemPtr ContactFolder::makeItem(const std::string& file, ReadCard read, bool group) {
+  if (group)
+    return std::make_shared<VdirDistListItem>(shared_from_this(), file, std::move(read.card));
+  return std::make_shared<VdirContactItem>(
+      shared_from_this(), file, ContactCard(std::move(read.card)), std::move(read.source));
 }
 
 outlook::ItemPtr ContactFolder::itemAt(size_t index) {
@@ -302,10 +375,11 @@ outlook::ItemPtr ContactFolder::itemAt(size_t index) {
                        "vdir");
   if (orderStale_) {
     order_.clear();
-    for (const auto& entry : entries_) order_.push_back(entry.first);
+    order_.reserve(entries_.size());
+    for (const auto& entry : entries_) order_.push_back(&entry.first);
     orderStale_ = false;
   }
-  std::string file = order_[index];
+  std::string file = *order_[index];
   std::string problem;
   auto card = read(file, &problem);
   if (!card) {
@@ -314,22 +388,19 @@ outlook::ItemPtr ContactFolder::itemAt(size_t index) {
                        "vdir");
   }
   // Keep the entry where it is (the walk goes on by position) but note what it holds now.
-  if (auto stamp = stampOf(file)) put(entryFor(file, *card, *stamp));
-  return makeItem(file, std::move(*card));
+  CardKeys keys = cardKeys(card->card);
+  put(file, entryFor(file, keys, card->source.stamp));
+  return makeItem(file, std::move(*card), keys.group);
 }
 
 outlook::ItemPtr ContactFolder::findByFileAs(const std::string& fileAs) {
   ensureIndex();
-  auto it = filesByFileAs_.find(value::foldCase(fileAs));
-  if (it == filesByFileAs_.end()) return nullptr;
-  std::vector<std::string> files(it->second.begin(), it->second.end());
-  for (const auto& file : files) {
+  for (const auto& file : filesUnder(filesByFileAs_, value::foldCase(fileAs))) {
     std::string problem;
     auto card = read(file, &problem);
-    refreshEntry(file, card, problem);
-    if (card && !isGroupCard(*card) &&
-        value::equalsIgnoreCase(contactProperty(*card, outlook::ContactProperty::FileAs), fileAs))
-      return makeItem(file, std::move(*card));
+    auto keys = refreshEntry(file, card, problem);
+    if (keys && !keys->group && value::equalsIgnoreCase(keys->fileAs, fileAs))
+      return makeItem(file, std::move(*card), false);
   }
   return nullptr;
 }
@@ -339,13 +410,13 @@ outlook::ItemPtr ContactFolder::findById(const std::string& entryId) {
   if (!built_ && isPlainUid(entryId)) {
     std::string direct = entryId + ".vcf";
     auto card = read(direct, nullptr);
-    if (card && entryIdFor(cardUid(*card), direct) == entryId)
-      return makeItem(direct, std::move(*card));
+    if (card && entryIdFor(cardUid(card->card), direct) == entryId) {
+      bool group = isGroupCard(card->card);
+      return makeItem(direct, std::move(*card), group);
+    }
   }
   ensureIndex();
-  std::vector<std::string> files;
-  if (auto it = filesById_.find(entryId); it != filesById_.end())
-    files.assign(it->second.begin(), it->second.end());
+  std::vector<std::string> files = filesUnder(filesById_, entryId);
   // A plain UID also names its file: another program's new card is found without a rescan.
   if (isPlainUid(entryId)) {
     std::string direct = entryId + ".vcf";
@@ -355,9 +426,9 @@ outlook::ItemPtr ContactFolder::findById(const std::string& entryId) {
   for (const auto& file : files) {
     std::string problem;
     auto card = read(file, &problem);
-    refreshEntry(file, card, problem);
-    if (card && entryIdFor(cardUid(*card), file) == entryId)
-      return makeItem(file, std::move(*card));
+    auto keys = refreshEntry(file, card, problem);
+    if (keys && entryIdFor(keys->uid, file) == entryId)
+      return makeItem(file, std::move(*card), keys->group);
   }
   return nullptr;
 }
@@ -368,21 +439,31 @@ std::shared_ptr<outlook::ContactItem> ContactFolder::newContact() {
   return std::make_shared<VdirContactItem>(shared_from_this(), "", std::move(card));
 }
 
-void ContactFolder::store(const std::string& file, const Vcard& card, bool isNew) {
+bool ContactFolder::store(const std::string& file, const Vcard& card, bool isNew,
+                          const Source* source) {
   settle();
   std::string text = writeVcard(card);
+  // Saved without a change: a file still as it was read holds this very text. (After a failed
+  // write every save goes to the disk, so that its own failure shows.)
+  if (!isNew && source && !writeAtOnce_ && text == source->text && !inFlight_.count(file)) {
+    if (auto now = stampOf(file); now && *now == source->stamp) {
+      if (built_) put(file, entryFor(file, cardKeys(card), *now));
+      return false;
+    }
+  }
   Apartment& a = apartment();
   if (writeAtOnce_ || a.procedureDepth == 0) {
     auto result = writer_.writeNow(file, text, isNew);
     if (result.error) throw *result.error;
     writeAtOnce_ = !failed_.empty();
-    if (built_ && result.stamp) put(entryFor(file, card, *result.stamp));
-    return;
+    if (built_ && result.stamp) put(file, entryFor(file, cardKeys(card), *result.stamp));
+    return true;
   }
   a.finishWhenIdle(shared_from_this());
   writer_.submit(file, std::move(text), isNew);
   ++inFlight_[file];
-  if (built_) put(entryFor(file, card, Stamp{}));
+  if (built_) put(file, entryFor(file, cardKeys(card), Stamp{}));
+  return true;
 }
 
 void ContactFolder::remove(const std::string& file) {

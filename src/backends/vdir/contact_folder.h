@@ -5,7 +5,9 @@
 // Opening the folder removes the temporary files of card writes that a killed run left behind
 // (atomic_file.h: ours only, and only those more than an hour old).
 // The index is built on first use by reading every *.vcf (hidden files and other names are
-// ignored; a file that does not parse is reported through `warn` once and left out). It is kept
+// ignored; a file that does not parse is reported through `warn` once and left out). Building it
+// checks each file whole but keeps only its keys (readCardKeys): the index grows with the folder,
+// parsed cards do not; a card is parsed whole when an item is made of it. It is kept
 // up to date by this session's saves and deletes. Changes by other programs are picked up:
 //   - a look-up by entry id that misses the index tries <id>.vcf directly;
 //   - a hit is always read from its file and checked, so a stale entry is corrected, not used;
@@ -29,12 +31,13 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "backends/vdir/card_writer.h"
+#include "backends/vdir/contact_card.h"
 #include "backends/vdir/vcard.h"
 #include "core/apartment.h"
 #include "outlook/object_model.h"
@@ -60,10 +63,19 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
 
   std::shared_ptr<outlook::ContactItem> newContact();
 
+  // What an item was read from: the file's text and its stamp then.
+  struct Source {
+    std::string text;
+    FileStamp stamp;
+  };
   // For the items: write the card atomically under `file` and note it in the index.
   // Writes the card (a temporary file renamed over the old one); a file that holds the same
-  // text already is left alone. `isNew`: a name no card has (see taken()).
-  void store(const std::string& file, const Vcard& card, bool isNew = false);
+  // text already is left alone. `isNew`: a name no card has (see taken()). `source`: what the
+  // item was read from; when the card's text is that and the file is still as it was read, it
+  // is known to hold the text without reading it again. Answers whether the card went to be
+  // written (false: left alone).
+  bool store(const std::string& file, const Vcard& card, bool isNew = false,
+             const Source* source = nullptr);
   void remove(const std::string& file);
   bool exists(const std::string& file) const;  // on disk
   // A name a new card must not take: a file known here, one being written, or one on disk.
@@ -75,29 +87,52 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
 
  private:
   using Stamp = FileStamp;  // zero while the card is being written
+  // What the index keeps of a file (by its name): no card, just what look-ups need.
   struct Entry {
-    std::string file;
     std::string entryId;
     std::string fileAsKey;  // contacts only: FileAs folded (value::foldCase)
     int32_t cls = outlook::olContact;
     Stamp stamp;
   };
+  using Entries = std::map<std::string, Entry>;  // by file name
+  // Files by entry id, and contacts' files by FileAs key: views of the keys of the entries and
+  // their file names, which stay in place while the entry is in the map (put takes an entry out
+  // of these indexes before it changes its keys).
+  using FileIndex = std::unordered_multimap<std::string_view, const std::string*>;
 
   void ensureIndex();
   void scan();
-  // The card in that file; nullopt when it is gone, or (with *problem set) unreadable or bad.
-  // The last card read for a look-up is kept: asked again while its file keeps its stamp (an
-  // item found by FileAs is then fetched by its entry id), it is not read and parsed again.
-  std::optional<Vcard> read(const std::string& file, std::string* problem, bool keep = true);
+  // The text of that file and its stamp as opened; nullopt when it is gone or not a file, or
+  // (with *problem set) unreadable. `dirFd`: the folder, opened (else the file's path is used).
+  // Touches nothing of the folder object: safe on any thread.
+  struct FileText {
+    std::string text;
+    Stamp stamp;
+  };
+  std::optional<FileText> readFile(const std::string& file, std::string* problem,
+                                   int dirFd = -1) const;
+  // The card in that file with its source; nullopt when it is gone, or (with *problem set)
+  // unreadable or bad. The last card read is kept: asked again while its file keeps its stamp
+  // (an item found by FileAs is then fetched by its entry id), it is not read and parsed again.
+  struct ReadCard {
+    Vcard card;
+    Source source;
+  };
+  std::optional<ReadCard> read(const std::string& file, std::string* problem);
   std::optional<Stamp> stampOf(const std::string& file) const;
-  Entry entryFor(const std::string& file, const Vcard& card, Stamp stamp) const;
-  outlook::ItemPtr makeItem(const std::string& file, Vcard card);
-  void put(Entry entry);
+  Entry entryFor(const std::string& file, const CardKeys& keys, Stamp stamp) const;
+  outlook::ItemPtr makeItem(const std::string& file, ReadCard card, bool group);
+  void put(const std::string& file, Entry entry);
   void drop(const std::string& file);
-  void unmap(const Entry& entry);
-  void refreshEntry(const std::string& file, const std::optional<Vcard>& card,
-                    const std::string& problem);
+  void map(Entries::iterator it);
+  void unmap(Entries::iterator it);
+  // After reading a file found through the index: note what it holds now, and answer the
+  // card's keys (nullopt without a card).
+  std::optional<CardKeys> refreshEntry(const std::string& file, const std::optional<ReadCard>& card,
+                                       const std::string& problem);
   void rebuildMaps();
+  // The files under `key`, in walk order.
+  static std::vector<std::string> filesUnder(const FileIndex& index, std::string_view key);
   void settle();  // takes in what the writer finished
   void apply(const CardWriter::Result& result);
   void awaitWrite(const std::string& file);
@@ -107,16 +142,15 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   WarnFunction warn_;
 
   bool built_ = false;
-  std::map<std::string, Entry> entries_;  // by file name
-  std::vector<std::string> order_;        // the walk: file names in order, made when needed
+  Entries entries_;
+  std::vector<const std::string*> order_;  // the walk: the entries' names, made when needed
   bool orderStale_ = true;
-  std::unordered_map<std::string, std::set<std::string>> filesById_;
-  std::unordered_map<std::string, std::set<std::string>> filesByFileAs_;  // by fileAsKey
+  FileIndex filesById_;
+  FileIndex filesByFileAs_;
   std::map<std::string, Stamp> reported_;  // malformed files already warned about
   struct LastRead {
     std::string file;
-    Stamp stamp;
-    Vcard card;
+    ReadCard read;
   };
   std::optional<LastRead> lastRead_;
   CardWriter writer_;

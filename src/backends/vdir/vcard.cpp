@@ -1,8 +1,6 @@
 #include "backends/vdir/vcard.h"
 
 #include <algorithm>
-#include <cctype>
-#include <deque>
 #include <utility>
 
 #include "core/error.h"
@@ -13,8 +11,10 @@ namespace {
 
 constexpr size_t kFoldOctets = 75;
 
+// ASCII letters and digits whatever the locale, '-' and '_'.
 bool isNameChar(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_';
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+         c == '_';
 }
 
 bool isUtf8Continuation(char c) {
@@ -42,8 +42,9 @@ std::string paramValueText(const std::string& v) {
   return "\"" + inner + "\"";
 }
 
+// Whether the line is that marker, whatever its case and blanks.
 bool isMarker(std::string_view line, std::string_view marker) {
-  return value::equalsIgnoreCase(value::trim(line), marker);
+  return sameName(value::trimmed(line), marker);
 }
 
 }  // namespace
@@ -51,20 +52,19 @@ bool isMarker(std::string_view line, std::string_view marker) {
 std::vector<std::string> VcardProperty::paramValues(std::string_view name) const {
   std::vector<std::string> out;
   for (const auto& p : params_) {
-    if (value::equalsIgnoreCase(p.name, name))
-      out.insert(out.end(), p.values.begin(), p.values.end());
+    if (sameName(p.name, name)) out.insert(out.end(), p.values.begin(), p.values.end());
   }
   return out;
 }
 
 bool VcardProperty::hasParam(std::string_view name) const {
   return std::any_of(params_.begin(), params_.end(),
-                     [&](const VcardParam& p) { return value::equalsIgnoreCase(p.name, name); });
+                     [&](const VcardParam& p) { return sameName(p.name, name); });
 }
 
 const std::string* VcardProperty::paramValue(std::string_view name) const {
   for (const auto& p : params_) {
-    if (!p.values.empty() && value::equalsIgnoreCase(p.name, name)) return &p.values.front();
+    if (!p.values.empty() && sameName(p.name, name)) return &p.values.front();
   }
   return nullptr;
 }
@@ -77,7 +77,7 @@ constexpr std::string_view kCommonTypes[] = {"WORK",  "HOME",      "CELL",     "
 
 int commonTypeIndex(std::string_view type) {
   for (size_t i = 0; i < std::size(kCommonTypes); ++i) {
-    if (value::equalsIgnoreCase(kCommonTypes[i], type)) return static_cast<int>(i);
+    if (sameName(kCommonTypes[i], type)) return static_cast<int>(i);
   }
   return -1;
 }
@@ -87,7 +87,7 @@ int commonTypeIndex(std::string_view type) {
 template <class Each>
 bool anyType(const std::vector<VcardParam>& params, Each each) {
   for (const auto& p : params) {
-    if (!p.name.empty() && !value::equalsIgnoreCase(p.name, "TYPE")) continue;
+    if (!p.name.empty() && !sameName(p.name, "TYPE")) continue;
     for (const auto& v : p.values) {
       size_t start = 0;
       while (start <= v.size()) {
@@ -105,8 +105,7 @@ bool anyType(const std::vector<VcardParam>& params, Each each) {
 
 bool VcardProperty::hasType(std::string_view type) const {
   int common = commonTypeIndex(type);
-  if (common < 0)
-    return anyType(params_, [&](std::string_view t) { return value::equalsIgnoreCase(t, type); });
+  if (common < 0) return anyType(params_, [&](std::string_view t) { return sameName(t, type); });
   return (typeMask() >> common) & 1u;
 }
 
@@ -143,8 +142,7 @@ void VcardProperty::setParam(const std::string& name, std::vector<std::string> v
 }
 
 void VcardProperty::removeParam(std::string_view name) {
-  std::erase_if(params_,
-                [&](const VcardParam& p) { return value::equalsIgnoreCase(p.name, name); });
+  std::erase_if(params_, [&](const VcardParam& p) { return sameName(p.name, name); });
   source_.clear();
   typesKnown_ = false;
   memo_.reset();
@@ -184,69 +182,99 @@ VcardProperty* Vcard::find(std::string_view name) {
   return const_cast<VcardProperty*>(std::as_const(*this).find(name));
 }
 
+// What reading one line tells besides the property: its name and value as written, and whether
+// the property was kept.
+struct LineParts {
+  std::string_view name, value;
+  bool kept = false;
+};
+
+struct PropertyLineReader {
+  // Checks one property line; `out`, when given, becomes the property if `keep` (when given)
+  // accepts its name. Nothing is copied for a property that is not kept.
+  static LineParts read(std::string_view line, size_t lineNumber, PropertyFilter keep,
+                        VcardProperty* out) {
+    size_t i = 0;
+    std::string_view group;
+    std::string_view name = takeName(line, i);
+    if (name.empty()) throw syntaxError(lineNumber, "property name missing");
+    if (i < line.size() && line[i] == '.') {
+      group = name;
+      ++i;
+      name = takeName(line, i);
+      if (name.empty()) throw syntaxError(lineNumber, "property name missing after the group");
+    }
+    if (out && keep && !keep(name)) out = nullptr;
+
+    while (i < line.size() && line[i] == ';') {
+      ++i;
+      std::string_view pname = takeName(line, i);
+      if (pname.empty()) throw syntaxError(lineNumber, "bad parameter of " + std::string(name));
+      VcardParam param;
+      if (i < line.size() && line[i] == '=') {
+        if (out) param.name = std::string(pname);
+        ++i;
+        for (;;) {
+          std::string_view v;
+          if (i < line.size() && line[i] == '"') {
+            size_t close = line.find('"', i + 1);
+            if (close == std::string_view::npos)
+              throw syntaxError(lineNumber,
+                                "unterminated quoted parameter of " + std::string(name));
+            v = line.substr(i + 1, close - i - 1);
+            i = close + 1;
+          } else {
+            size_t begin = i;
+            while (i < line.size() && line[i] != ';' && line[i] != ':' && line[i] != ',') ++i;
+            v = line.substr(begin, i - begin);
+          }
+          if (out) param.values.emplace_back(v);
+          if (i < line.size() && line[i] == ',') {
+            ++i;
+            continue;
+          }
+          break;
+        }
+      } else if (out) {
+        param.values.emplace_back(pname);  // bare 2.1 type
+      }
+      if (out) out->params_.push_back(std::move(param));
+    }
+    if (i >= line.size() || line[i] != ':')
+      throw syntaxError(lineNumber, "':' missing after " + std::string(name));
+    LineParts parts{name, line.substr(i + 1)};
+    if (out) {
+      out->group_ = std::string(group);
+      out->name_ = std::string(name);
+      out->value_ = std::string(parts.value);
+      out->source_ = std::string(line);
+      parts.kept = true;
+    }
+    return parts;
+  }
+};
+
 VcardProperty parsePropertyLine(std::string_view line, size_t lineNumber) {
   VcardProperty p;
-  size_t i = 0;
-  std::string_view name = takeName(line, i);
-  if (name.empty()) throw syntaxError(lineNumber, "property name missing");
-  if (i < line.size() && line[i] == '.') {
-    p.group_ = std::string(name);
-    ++i;
-    name = takeName(line, i);
-    if (name.empty()) throw syntaxError(lineNumber, "property name missing after the group");
-  }
-  p.name_ = std::string(name);
-
-  while (i < line.size() && line[i] == ';') {
-    ++i;
-    std::string_view pname = takeName(line, i);
-    if (pname.empty()) throw syntaxError(lineNumber, "bad parameter of " + p.name_);
-    VcardParam param;
-    if (i < line.size() && line[i] == '=') {
-      param.name = std::string(pname);
-      ++i;
-      for (;;) {
-        if (i < line.size() && line[i] == '"') {
-          size_t close = line.find('"', i + 1);
-          if (close == std::string_view::npos)
-            throw syntaxError(lineNumber, "unterminated quoted parameter of " + p.name_);
-          param.values.emplace_back(line.substr(i + 1, close - i - 1));
-          i = close + 1;
-        } else {
-          size_t begin = i;
-          while (i < line.size() && line[i] != ';' && line[i] != ':' && line[i] != ',') ++i;
-          param.values.emplace_back(line.substr(begin, i - begin));
-        }
-        if (i < line.size() && line[i] == ',') {
-          ++i;
-          continue;
-        }
-        break;
-      }
-    } else {
-      param.values.emplace_back(pname);  // bare 2.1 type
-    }
-    p.params_.push_back(std::move(param));
-  }
-  if (i >= line.size() || line[i] != ':')
-    throw syntaxError(lineNumber, "':' missing after " + p.name_);
-  p.value_ = std::string(line.substr(i + 1));
-  p.source_ = std::string(line);
+  PropertyLineReader::read(line, lineNumber, nullptr, &p);
   return p;
 }
 
-Vcard parseVcard(std::string_view text) {
+Vcard parseVcard(std::string_view text, PropertyFilter keep) {
   if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
 
   // Unfold: a physical line that starts with a blank or tab continues the one before it.
-  // Lines that were not folded stay views into the text.
+  // Lines that were not folded stay views into the text; the folded ones are joined in
+  // `joined`, one after the other (the last line is always the one being continued).
+  constexpr size_t kNotJoined = std::string_view::npos;
   struct Logical {
     std::string_view text;
     size_t number;
+    size_t joinedAt = kNotJoined, joinedSize = 0;
   };
   std::vector<Logical> lines;
   lines.reserve(64);
-  std::deque<std::string> unfolded;  // the folded ones, joined (a deque keeps them in place)
+  std::string joined;
   size_t pos = 0, number = 0;
   for (;;) {
     size_t nl = text.find('\n', pos);
@@ -256,19 +284,25 @@ Vcard parseVcard(std::string_view text) {
     if (!phys.empty() && (phys[0] == ' ' || phys[0] == '\t')) {
       if (lines.empty()) throw syntaxError(number, "continuation line with nothing to continue");
       Logical& last = lines.back();
-      if (unfolded.empty() || last.text.data() != unfolded.back().data())
-        unfolded.emplace_back(last.text);
-      unfolded.back().append(phys.substr(1));
-      last.text = unfolded.back();
+      if (last.joinedAt == kNotJoined) {
+        last.joinedAt = joined.size();
+        joined.append(last.text);
+      }
+      joined.append(phys.substr(1));
+      last.joinedSize = joined.size() - last.joinedAt;
     } else {
       lines.push_back({phys, number});
     }
     if (nl == std::string_view::npos) break;
     pos = nl + 1;
   }
+  for (auto& l : lines) {
+    if (l.joinedAt != kNotJoined)
+      l.text = std::string_view(joined).substr(l.joinedAt, l.joinedSize);
+  }
 
   Vcard card;
-  card.properties.reserve(lines.size());
+  if (!keep) card.properties.reserve(lines.size());
   enum { kBefore, kInside, kAfter } state = kBefore;
   for (const auto& l : lines) {
     if (l.text.empty()) continue;
@@ -282,10 +316,12 @@ Vcard parseVcard(std::string_view text) {
           state = kAfter;
           break;
         }
-        VcardProperty p = parsePropertyLine(l.text, l.number);
-        if (p.is("BEGIN") || p.is("END"))
-          throw syntaxError(l.number, "unexpected " + p.name() + ":" + p.rawValue());
-        card.properties.push_back(std::move(p));
+        VcardProperty p;
+        LineParts parts = PropertyLineReader::read(l.text, l.number, keep, &p);
+        if (sameName(parts.name, "BEGIN") || sameName(parts.name, "END"))
+          throw syntaxError(
+              l.number, "unexpected " + std::string(parts.name) + ":" + std::string(parts.value));
+        if (parts.kept) card.properties.push_back(std::move(p));
         break;
       }
       case kAfter:

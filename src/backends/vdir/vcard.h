@@ -13,6 +13,8 @@
 //     (after unfolding), so properties this program does not know (X-..., PHOTO, groups of other
 //     programs) survive an update of the card.
 // Malformed input throws RuntimeError naming the line at fault.
+// A reader that needs a few properties only (the folder's index) names them with a
+// PropertyFilter: every line is still checked, the others are just not kept.
 // Pure functions and plain values; safe on any thread.
 #pragma once
 
@@ -37,6 +39,23 @@ enum : uint32_t {
 };
 // clang-format on
 
+// Names of properties and parameters (and TYPE values) compare by the one text rule,
+// value::equalsIgnoreCase. Most pairs differ in their first or last character; when those are
+// ASCII, that alone tells them apart (in UTF-8 an ASCII byte is always a character of its own),
+// and a name is most often found written as asked: both spare the whole comparison where a card
+// is searched by name many times over.
+inline bool sameName(std::string_view a, std::string_view b) {
+  if (a == b) return true;
+  auto differ = [](char x, char y) {
+    auto ux = static_cast<unsigned char>(x), uy = static_cast<unsigned char>(y);
+    if (ux >= 0x80 || uy >= 0x80) return false;
+    return (ux >= 'a' && ux <= 'z' ? ux - 32 : ux) != (uy >= 'a' && uy <= 'z' ? uy - 32 : uy);
+  };
+  if (!a.empty() && !b.empty() && (differ(a.front(), b.front()) || differ(a.back(), b.back())))
+    return false;
+  return value::equalsIgnoreCase(a, b);
+}
+
 struct VcardParam {
   std::string name;                 // as written; "" for a bare vCard 2.1 type such as WORK
   std::vector<std::string> values;  // without quotes
@@ -54,7 +73,7 @@ class VcardProperty {
   const std::vector<VcardParam>& params() const { return params_; }
   const std::string& rawValue() const { return value_; }
   // Whether the property has that name, whatever the case.
-  bool is(std::string_view name) const { return value::equalsIgnoreCase(name_, name); }
+  bool is(std::string_view name) const { return sameName(name_, name); }
 
   // The values of every parameter of that name (case-insensitive), in order.
   std::vector<std::string> paramValues(std::string_view name) const;
@@ -88,7 +107,7 @@ class VcardProperty {
   bool sameContent(const VcardProperty& other) const;
 
  private:
-  friend VcardProperty parsePropertyLine(std::string_view line, size_t lineNumber);
+  friend struct PropertyLineReader;
   std::string group_;
   std::string name_;
   std::vector<VcardParam> params_;
@@ -108,9 +127,14 @@ struct Vcard {
   VcardProperty* find(std::string_view name);
 };
 
+// Which properties a reader keeps, by name (as written); nullptr keeps them all.
+using PropertyFilter = bool (*)(std::string_view name);
+
 // One card. Throws RuntimeError on a missing BEGIN/END, a line without ':', a bad name or
 // parameter, or anything but blank lines after END:VCARD (a second card).
-Vcard parseVcard(std::string_view text);
+// With `keep`, the card holds only the properties it accepts, in their order; the text is
+// checked all the same, so it throws exactly where parseVcard(text) throws.
+Vcard parseVcard(std::string_view text, PropertyFilter keep = nullptr);
 std::string writeVcard(const Vcard& card);
 
 // One property line (unfolded, without line end), for tests and the parser.

@@ -22,8 +22,11 @@ std::string defaultFileAs(const outlook::ContactItem& c) {
 }
 
 VdirContactItem::VdirContactItem(std::shared_ptr<ContactFolder> folder, std::string file,
-                                 ContactCard card)
-    : folder_(std::move(folder)), file_(std::move(file)), card_(std::move(card)) {}
+                                 ContactCard card, std::optional<ContactFolder::Source> source)
+    : folder_(std::move(folder)),
+      file_(std::move(file)),
+      card_(std::move(card)),
+      source_(std::move(source)) {}
 
 std::string VdirContactItem::EntryID() const {
   return file_.empty() ? std::string() : entryIdFor(card_.uid(), file_);
@@ -43,7 +46,7 @@ void VdirContactItem::Save() {
     while (folder_->taken(card_.uid() + ".vcf")) card_.setUid(newUid());
     file_ = card_.uid() + ".vcf";
   }
-  folder_->store(file_, card_.vcard(), isNew);
+  if (folder_->store(file_, card_.vcard(), isNew, source_ ? &*source_ : nullptr)) source_.reset();
 }
 
 void VdirContactItem::Delete() {

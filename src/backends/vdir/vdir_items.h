@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "backends/vdir/contact_card.h"
@@ -14,8 +15,10 @@ namespace dossync::vdir {
 
 class VdirContactItem final : public outlook::ContactItem, public VdirItem {
  public:
-  // `file` is "" for a new item, which gets <UID>.vcf on its first Save.
-  VdirContactItem(std::shared_ptr<ContactFolder> folder, std::string file, ContactCard card);
+  // `file` is "" for a new item, which gets <UID>.vcf on its first Save. `source`: what the
+  // card was read from (a Save without a change then needs no look at the file's text).
+  VdirContactItem(std::shared_ptr<ContactFolder> folder, std::string file, ContactCard card,
+                  std::optional<ContactFolder::Source> source = std::nullopt);
 
   std::string EntryID() const override;
   void Save() override;
@@ -37,6 +40,7 @@ class VdirContactItem final : public outlook::ContactItem, public VdirItem {
   std::shared_ptr<ContactFolder> folder_;
   std::string file_;
   ContactCard card_;
+  std::optional<ContactFolder::Source> source_;  // until the card is written
   bool deleted_ = false;
 };
 
