@@ -19,10 +19,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -153,6 +157,39 @@ Measured inChild(Work&& work, int limitSeconds) {
     m.failure = r.failure;
   }
   return m;
+}
+
+// The command line both benchmarks take: [--runs K] [--limit SECONDS] [N ...].
+struct Options {
+  std::vector<int> sizes;
+  int runs = 3;
+  int limit = 500;
+};
+
+inline Options parseOptions(int argc, char** argv, const char* name, std::vector<int> sizes) {
+  Options o;
+  for (int i = 1; i < argc; ++i) {
+    if (!std::strcmp(argv[i], "--runs") && i + 1 < argc) {
+      o.runs = std::max(1, std::atoi(argv[++i]));
+    } else if (!std::strcmp(argv[i], "--limit") && i + 1 < argc) {
+      o.limit = std::max(1, std::atoi(argv[++i]));
+    } else if (std::atoi(argv[i]) > 0) {
+      o.sizes.push_back(std::atoi(argv[i]));
+    } else {
+      std::fprintf(stderr, "usage: %s [--runs K] [--limit SECONDS] [N ...]\n", name);
+      std::exit(2);
+    }
+  }
+  if (o.sizes.empty()) o.sizes = std::move(sizes);
+  return o;
+}
+
+// Ends the benchmark when a run failed, removing its files.
+inline void check(const Measured& m, const char* what, int n, const std::filesystem::path& root) {
+  if (m.ok()) return;
+  std::fprintf(stderr, "%s run of %d: %s (peak %.0f MiB)\n", what, n, m.failure.c_str(), m.peakMiB);
+  std::filesystem::remove_all(root);
+  std::exit(1);
 }
 
 }  // namespace bench

@@ -24,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "app/demo_data.h"
 #include "app/outlook_wiring.h"
 #include "backends/sqlite/host_database.h"
 #include "backends/sqlite/sqlite_data_access.h"
@@ -88,26 +89,9 @@ constexpr std::array<const char*, 5> kGenerations = {"", "Jr.", "Sr.", "II", "II
 constexpr std::array<const char*, 8> kTitles = {"President", "Controller", "Office Manager",
                                                 "Owner",     "Bookkeeper", "Director",
                                                 "Partner",   "Accountant"};
-struct City {
-  const char* city;
-  const char* province;
-  const char* area;
-  char postal;
-};
-constexpr std::array<City, 10> kCities = {{{"Toronto", "ON", "416", 'M'},
-                                           {"Ottawa", "ON", "613", 'K'},
-                                           {"Montréal", "QC", "514", 'H'},
-                                           {"Vancouver", "BC", "604", 'V'},
-                                           {"Calgary", "AB", "403", 'T'},
-                                           {"Halifax", "NS", "902", 'B'},
-                                           {"Winnipeg", "MB", "204", 'R'},
-                                           {"Regina", "SK", "306", 'S'},
-                                           {"Kingston", "ON", "613", 'K'},
-                                           {"Québec", "QC", "418", 'G'}}};
-constexpr std::array<const char*, 10> kStreets = {
-    "King Street West",  "Main Street",     "Queen Street",   "Rue Sainte-Catherine",
-    "Yonge Street",      "Bank Street",     "Portage Avenue", "Jasper Avenue",
-    "Barrington Street", "Granville Street"};
+using City = app::DemoCity;
+constexpr const auto& kCities = app::kDemoCities;
+constexpr const auto& kStreets = app::kDemoStreets;
 
 std::string lower(std::string s) {
   std::string out;
@@ -338,31 +322,12 @@ void syncOnce(bench::Timer& timer, const fs::path& store, const fs::path& host,
 // Where a benchmark keeps its files; removed at the end, and when a run fails.
 fs::path root;
 
-void check(const bench::Measured& m, const char* what, int n) {
-  if (m.ok()) return;
-  std::fprintf(stderr, "%s run of %d: %s (peak %.0f MiB)\n", what, n, m.failure.c_str(), m.peakMiB);
-  fs::remove_all(root);
-  std::exit(1);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<int> sizes;
-  int runs = 3, limit = 500;
-  for (int i = 1; i < argc; ++i) {
-    if (!std::strcmp(argv[i], "--runs") && i + 1 < argc) {
-      runs = std::max(1, std::atoi(argv[++i]));
-    } else if (!std::strcmp(argv[i], "--limit") && i + 1 < argc) {
-      limit = std::max(1, std::atoi(argv[++i]));
-    } else if (std::atoi(argv[i]) > 0) {
-      sizes.push_back(std::atoi(argv[i]));
-    } else {
-      std::fprintf(stderr, "usage: reverse_bench [--runs K] [--limit SECONDS] [N ...]\n");
-      return 2;
-    }
-  }
-  if (sizes.empty()) sizes = {1000, 5000};
+  bench::Options options = bench::parseOptions(argc, argv, "reverse_bench", {1000, 5000});
+  const int runs = options.runs, limit = options.limit;
+  const std::vector<int>& sizes = options.sizes;
   sqlite::registerSqliteClasses();
   root = fs::temp_directory_path() / ("dossync-reverse-" + std::to_string(::getpid()));
   std::printf("%8s %12s %12s %9s %9s %9s %9s %9s %9s\n", "N", "fresh rec/s", "again rec/s",
@@ -385,10 +350,10 @@ int main(int argc, char** argv) {
       sqlite::createHostDatabase(host.string());
       bench::Measured f =
           bench::inChild([&](bench::Timer& t) { syncOnce(t, store, host, sync, n, true); }, limit);
-      check(f, "fresh", n);
+      bench::check(f, "fresh", n, root);
       bench::Measured a =
           bench::inChild([&](bench::Timer& t) { syncOnce(t, store, host, sync, n, false); }, limit);
-      check(a, "again", n);
+      bench::check(a, "again", n, root);
       startMiB = std::max({startMiB, f.startMiB, a.startMiB});
       if (f.seconds < fresh.seconds) fresh = f;
       if (a.seconds < again.seconds) again = a;

@@ -86,31 +86,12 @@ void syncOnce(bench::Timer& timer, const fs::path& store, const fs::path& dir,
 // Where a benchmark keeps its files; removed at the end, and when a run fails.
 fs::path root;
 
-void check(const bench::Measured& m, const char* what, int n) {
-  if (m.ok()) return;
-  std::fprintf(stderr, "%s run of %d: %s (peak %.0f MiB)\n", what, n, m.failure.c_str(), m.peakMiB);
-  fs::remove_all(root);
-  std::exit(1);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<int> sizes;
-  int runs = 3, limit = 500;
-  for (int i = 1; i < argc; ++i) {
-    if (!std::strcmp(argv[i], "--runs") && i + 1 < argc) {
-      runs = std::max(1, std::atoi(argv[++i]));
-    } else if (!std::strcmp(argv[i], "--limit") && i + 1 < argc) {
-      limit = std::max(1, std::atoi(argv[++i]));
-    } else if (std::atoi(argv[i]) > 0) {
-      sizes.push_back(std::atoi(argv[i]));
-    } else {
-      std::fprintf(stderr, "usage: sync_bench [--runs K] [--limit SECONDS] [N ...]\n");
-      return 2;
-    }
-  }
-  if (sizes.empty()) sizes = {2500, 5000, 10000};
+  bench::Options options = bench::parseOptions(argc, argv, "sync_bench", {2500, 5000, 10000});
+  const int runs = options.runs, limit = options.limit;
+  const std::vector<int>& sizes = options.sizes;
   sqlite::registerSqliteClasses();
   root = fs::temp_directory_path() / ("dossync-bench-" + std::to_string(::getpid()));
   std::printf("%8s %12s %12s %9s %9s %9s %9s %9s %9s\n", "N", "fresh rec/s", "again rec/s",
@@ -127,7 +108,7 @@ int main(int argc, char** argv) {
     // In a child too, so that the parent stays small for the forks that follow.
     bench::Measured filled = bench::inChild(
         [&](bench::Timer&) { app::fillDemoPractice((dir / "host.db").string(), demo); }, limit);
-    check(filled, "filling the practice for the", n);
+    bench::check(filled, "filling the practice for the", n, root);
     // The disk's speed varies with whatever else the machine does (on ext4 without a journal,
     // creating a file slows down while many files were deleted recently), so floor and
     // synchronisations take turns, each into a store of its own beside the floor's files, and
@@ -142,12 +123,12 @@ int main(int argc, char** argv) {
       bench::Measured f = bench::inChild(
           [&](bench::Timer& t) { syncOnce(t, store, dir, dir / ("sync" + run + ".db"), n); },
           limit);
-      check(f, "fresh", n);
+      bench::check(f, "fresh", n, root);
       // Into the store just filled, with a synchronisation database of its own.
       bench::Measured a = bench::inChild(
           [&](bench::Timer& t) { syncOnce(t, store, dir, dir / ("again" + run + ".db"), n); },
           limit);
-      check(a, "again", n);
+      bench::check(a, "again", n, root);
       startMiB = std::max({startMiB, f.startMiB, a.startMiB});
       if (f.seconds < fresh.seconds) fresh = f;
       if (a.seconds < again.seconds) again = a;

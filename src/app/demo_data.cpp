@@ -2,14 +2,29 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <optional>
 #include <unordered_set>
-#include <cstdio>
 #include <vector>
 
 #include "backends/sqlite/sqlite_db.h"
 
 namespace dossync::app {
+
+const std::array<DemoCity, 10> kDemoCities = {{{"Toronto", "ON", "416", 'M'},
+                                               {"Ottawa", "ON", "613", 'K'},
+                                               {"Montréal", "QC", "514", 'H'},
+                                               {"Vancouver", "BC", "604", 'V'},
+                                               {"Calgary", "AB", "403", 'T'},
+                                               {"Halifax", "NS", "902", 'B'},
+                                               {"Winnipeg", "MB", "204", 'R'},
+                                               {"Regina", "SK", "306", 'S'},
+                                               {"Kingston", "ON", "613", 'K'},
+                                               {"Québec", "QC", "418", 'G'}}};
+const std::array<const char*, 10> kDemoStreets = {
+    "King Street West",  "Main Street",     "Queen Street",   "Rue Sainte-Catherine",
+    "Yonge Street",      "Bank Street",     "Portage Avenue", "Jasper Avenue",
+    "Barrington Street", "Granville Street"};
 namespace {
 
 using sqlite::Database;
@@ -40,44 +55,27 @@ class Random {
 };
 
 constexpr std::array<const char*, 24> kNameWords = {
-    "Maple",   "Northern", "Lakeshore", "Summit",  "Harbour", "Pioneer", "Granite", "Cedar",
-    "Aurora",  "Birchwood", "Riverside", "Keystone", "Beacon", "Meridian", "Oakridge", "Prairie",
-    "Heritage", "Bluewater", "Frontier", "Redwood", "Silverline", "Westgate", "Lighthouse", "Falcon"};
+    "Maple",    "Northern", "Lakeshore",  "Summit",    "Harbour",    "Pioneer",
+    "Granite",  "Cedar",    "Aurora",     "Birchwood", "Riverside",  "Keystone",
+    "Beacon",   "Meridian", "Oakridge",   "Prairie",   "Heritage",   "Bluewater",
+    "Frontier", "Redwood",  "Silverline", "Westgate",  "Lighthouse", "Falcon"};
 constexpr std::array<const char*, 16> kTrades = {
-    "Bakery",     "Construction", "Dental",    "Consulting", "Logistics", "Printing",
-    "Landscaping", "Plumbing",    "Software",  "Auto Repair", "Catering", "Design",
-    "Electric",   "Florists",     "Pharmacy",  "Realty"};
-constexpr std::array<const char*, 6> kSuffixes = {"Inc.", "Ltd.", "Corp.", "& Sons", "Co.",
-                                                  "Holdings"};
+    "Bakery",      "Construction", "Dental",   "Consulting",  "Logistics", "Printing",
+    "Landscaping", "Plumbing",     "Software", "Auto Repair", "Catering",  "Design",
+    "Electric",    "Florists",     "Pharmacy", "Realty"};
+constexpr std::array<const char*, 6> kSuffixes = {"Inc.",   "Ltd.", "Corp.",
+                                                  "& Sons", "Co.",  "Holdings"};
 constexpr std::array<const char*, 24> kFirstNames = {
-    "Anne", "Brian", "Chloé", "David", "Emma", "François", "Grace", "Henry",
-    "Isabelle", "James", "Karen", "Liam", "Marie", "Noah", "Olivia", "Paul",
-    "Quinn", "Rachel", "Samuel", "Tara", "Umar", "Victoria", "William", "Yvonne"};
+    "Anne",     "Brian",  "Chloé",  "David", "Emma",  "François", "Grace",   "Henry",
+    "Isabelle", "James",  "Karen",  "Liam",  "Marie", "Noah",     "Olivia",  "Paul",
+    "Quinn",    "Rachel", "Samuel", "Tara",  "Umar",  "Victoria", "William", "Yvonne"};
 constexpr std::array<const char*, 24> kLastNames = {
-    "Anderson", "Bouchard", "Campbell", "Dubois", "Evans", "Fraser", "Gagnon", "Henderson",
-    "Irving", "Johnston", "King", "Lavoie", "MacDonald", "Nguyen", "O'Brien", "Patel",
-    "Roy", "Singh", "Tremblay", "van Dyke", "Wilson", "Young", "Zhang", "Côté"};
-struct City {
-  const char* city;
-  const char* province;
-  const char* area;
-  char postal;
-};
-constexpr std::array<City, 10> kCities = {{{"Toronto", "ON", "416", 'M'},
-                                           {"Ottawa", "ON", "613", 'K'},
-                                           {"Montréal", "QC", "514", 'H'},
-                                           {"Vancouver", "BC", "604", 'V'},
-                                           {"Calgary", "AB", "403", 'T'},
-                                           {"Halifax", "NS", "902", 'B'},
-                                           {"Winnipeg", "MB", "204", 'R'},
-                                           {"Regina", "SK", "306", 'S'},
-                                           {"Kingston", "ON", "613", 'K'},
-                                           {"Québec", "QC", "418", 'G'}}};
-constexpr std::array<const char*, 10> kStreets = {
-    "King Street West", "Main Street", "Queen Street", "Rue Sainte-Catherine", "Yonge Street",
-    "Bank Street", "Portage Avenue", "Jasper Avenue", "Barrington Street", "Granville Street"};
+    "Anderson", "Bouchard", "Campbell", "Dubois",   "Evans",     "Fraser", "Gagnon",  "Henderson",
+    "Irving",   "Johnston", "King",     "Lavoie",   "MacDonald", "Nguyen", "O'Brien", "Patel",
+    "Roy",      "Singh",    "Tremblay", "van Dyke", "Wilson",    "Young",  "Zhang",   "Côté"};
+using City = DemoCity;
 constexpr std::array<const char*, 6> kTitles = {"President", "Controller", "Office Manager",
-                                                "Owner", "Bookkeeper", "Director"};
+                                                "Owner",     "Bookkeeper", "Director"};
 constexpr std::array<const char*, 5> kPrefixes = {"Mr.", "Ms.", "Mrs.", "Dr.", ""};
 
 std::string phone(Random& r, const City& c) {
@@ -97,15 +95,23 @@ std::string postal(Random& r, const City& c) {
 std::string slug(const std::string& s) {
   std::string out;
   for (char ch : s) {
-    if ((ch >= 'a' && ch <= 'z') || (ch >= '0' && ch <= '9')) out += ch;
-    else if (ch >= 'A' && ch <= 'Z') out += static_cast<char>(ch - 'A' + 'a');
+    if ((ch >= 'a' && ch <= 'z') || (ch >= '0' && ch <= '9'))
+      out += ch;
+    else if (ch >= 'A' && ch <= 'Z')
+      out += static_cast<char>(ch - 'A' + 'a');
   }
   return out;
 }
 
-Stored text(const std::string& s) { return Stored{Stored::Text, 0, 0, s}; }
-Stored integer(int64_t i) { return Stored{Stored::Int, i, 0, {}}; }
-Stored null() { return Stored{}; }
+Stored text(const std::string& s) {
+  return Stored{Stored::Text, 0, 0, s};
+}
+Stored integer(int64_t i) {
+  return Stored{Stored::Int, i, 0, {}};
+}
+Stored null() {
+  return Stored{};
+}
 
 int64_t insert(Database& db, const std::string& table, const std::vector<std::string>& columns,
                const std::vector<Stored>& values) {
@@ -145,27 +151,30 @@ DemoSummary fillDemoPractice(const std::string& path, const DemoOptions& options
   int64_t banks = category("Banks", suppliers);
   int64_t lawyers = category("Lawyers", suppliers);
   int64_t hostCat = category("Dossiera clients", std::nullopt);
-  insert(db, "HostCategory", {"CategoryNum", "CategoryName"}, {integer(hostCat), text("Dossiera clients")});
+  insert(db, "HostCategory", {"CategoryNum", "CategoryName"},
+         {integer(hostCat), text("Dossiera clients")});
   const std::array<int64_t, 8> companyCategories = {corporations, holding, soleProps, partnerships,
-                                                    banks, lawyers, hostCat, clients};
+                                                    banks,        lawyers, hostCat,   clients};
 
-  insert(db, "CustomAddressFields",
-         {"ContactLabel1", "ContactLabel2", "ContactLabel3", "ContactLabel4", "ContactLabel5"},
-         {text("Client Since"), text("Referred By"), text("Preferred Contact"), text(""), text("")});
+  insert(
+      db, "CustomAddressFields",
+      {"ContactLabel1", "ContactLabel2", "ContactLabel3", "ContactLabel4", "ContactLabel5"},
+      {text("Client Since"), text("Referred By"), text("Preferred Contact"), text(""), text("")});
   insert(db, "CustomFields",
          {"RemittanceCustomInfo1", "RemittanceCustomInfo2", "RemittanceCustomInfo3",
           "RemittanceCustomInfo4", "RemittanceCustomInfo5", "RemittanceCustomType1",
           "RemittanceCustomType2", "RemittanceCustomType3", "RemittanceCustomType4",
           "RemittanceCustomType5"},
-         {text("BUSINESSPHONE_MAIN"), text("BusinessEmail"), text("BIRTHDAY"), text("Fee"), text(""),
-          integer(3), integer(3), integer(3), integer(1), integer(0)});
+         {text("BUSINESSPHONE_MAIN"), text("BusinessEmail"), text("BIRTHDAY"), text("Fee"),
+          text(""), integer(3), integer(3), integer(3), integer(1), integer(0)});
 
   std::vector<int64_t> companyIds;
   std::unordered_set<std::string> usedNames;
   for (int32_t n = 0; n < options.companies; ++n) {
-    const City& c = r.pick(kCities);
+    const City& c = r.pick(kDemoCities);
     bool foreign = r.chance(8);
-    std::string name = std::string(r.pick(kNameWords)) + " " + r.pick(kTrades) + " " + r.pick(kSuffixes);
+    std::string name =
+        std::string(r.pick(kNameWords)) + " " + r.pick(kTrades) + " " + r.pick(kSuffixes);
     if (r.chance(30)) name = std::string(r.pick(kNameWords)) + " " + name;
     // A practice knows each of its clients by its own name: a name already taken gets the
     // company's city, then a branch number.
@@ -188,12 +197,12 @@ DemoSummary fillDemoPractice(const std::string& path, const DemoOptions& options
          "Country", "OfficeNumber", "FaxNumber", "Email", "WebSite", "DefaultContactName",
          "DefaultContactPhoneNumber", "DefaultContactFaxNumber", "DefaultContactEmail"},
         {text(name), cat ? integer(*cat) : null(), associateOf ? integer(*associateOf) : null(),
-         text(std::to_string(r.between(1, 2999)) + " " + r.pick(kStreets)),
+         text(std::to_string(r.between(1, 2999)) + " " + r.pick(kDemoStreets)),
          text(foreign ? "Buffalo" : c.city), text(foreign ? "NY" : c.province),
          text(foreign ? std::to_string(r.between(14201, 14280)) : postal(r, c)),
-         text(foreign ? "USA" : (r.chance(70) ? "Canada" : "")), text(r.chance(90) ? phone(r, c) : ""),
-         text(r.chance(60) ? phone(r, c) : ""), text("info@" + domain), text("www." + domain),
-         text(""), text(""), text(""), text("")});
+         text(foreign ? "USA" : (r.chance(70) ? "Canada" : "")),
+         text(r.chance(90) ? phone(r, c) : ""), text(r.chance(60) ? phone(r, c) : ""),
+         text("info@" + domain), text("www." + domain), text(""), text(""), text(""), text("")});
     companyIds.push_back(id);
     ++sum.companies;
 
@@ -226,27 +235,71 @@ DemoSummary fillDemoPractice(const std::string& path, const DemoOptions& options
       std::string fax = r.chance(30) ? phone(r, c) : "";
       bool isDefault = k == defaultIndex;
       insert(db, "Contacts",
-             {"CompanyNum", "CategoryNum", "DefaultContact", "InheritCompanyInfo", "NamePrefix",
-              "FirstName", "LastName", "DisplayName", "Gender", "Birthday", "SpouseName",
-              "BusinessName", "BusinessJobTitle", "BusinessDepartment", "BusinessPhone_Main",
-              "BusinessPhone_Cell", "BusinessPhone_Fax", "BusinessAddress", "BusinessCity",
-              "BusinessProvince", "BusinessPostalCode", "BusinessCountry", "BusinessEmail",
-              "PersonalEmail", "HomePhone_Main", "HomeAddress", "HomeCity", "HomeProvince",
-              "HomePostalCode", "HomeCountry", "Custom1", "Custom2", "Notes"},
-             {integer(id), null(), integer(isDefault ? 1 : 0), integer(inherit ? 1 : 0), text(prefix),
-              text(first), text(last), text(display),
+             {"CompanyNum",
+              "CategoryNum",
+              "DefaultContact",
+              "InheritCompanyInfo",
+              "NamePrefix",
+              "FirstName",
+              "LastName",
+              "DisplayName",
+              "Gender",
+              "Birthday",
+              "SpouseName",
+              "BusinessName",
+              "BusinessJobTitle",
+              "BusinessDepartment",
+              "BusinessPhone_Main",
+              "BusinessPhone_Cell",
+              "BusinessPhone_Fax",
+              "BusinessAddress",
+              "BusinessCity",
+              "BusinessProvince",
+              "BusinessPostalCode",
+              "BusinessCountry",
+              "BusinessEmail",
+              "PersonalEmail",
+              "HomePhone_Main",
+              "HomeAddress",
+              "HomeCity",
+              "HomeProvince",
+              "HomePostalCode",
+              "HomeCountry",
+              "Custom1",
+              "Custom2",
+              "Notes"},
+             {integer(id),
+              null(),
+              integer(isDefault ? 1 : 0),
+              integer(inherit ? 1 : 0),
+              text(prefix),
+              text(first),
+              text(last),
+              text(display),
               text(r.chance(85) ? (male ? "Male" : "Female") : ""),
-              birthday.empty() ? null() : text(birthday), text(r.chance(40) ? r.pick(kFirstNames) : ""),
-              text(name), text(r.pick(kTitles)), text(r.chance(30) ? "Finance" : ""), text(mainPhone),
-              text(r.chance(70) ? phone(r, c) : ""), text(fax),
-              text(inherit ? "" : std::to_string(r.between(1, 999)) + " " + r.pick(kStreets)),
-              text(inherit ? "" : c.city), text(inherit ? "" : c.province),
-              text(inherit ? "" : postal(r, c)), text(inherit ? "" : "Canada"), text(email),
+              birthday.empty() ? null() : text(birthday),
+              text(r.chance(40) ? r.pick(kFirstNames) : ""),
+              text(name),
+              text(r.pick(kTitles)),
+              text(r.chance(30) ? "Finance" : ""),
+              text(mainPhone),
+              text(r.chance(70) ? phone(r, c) : ""),
+              text(fax),
+              text(inherit ? "" : std::to_string(r.between(1, 999)) + " " + r.pick(kDemoStreets)),
+              text(inherit ? "" : c.city),
+              text(inherit ? "" : c.province),
+              text(inherit ? "" : postal(r, c)),
+              text(inherit ? "" : "Canada"),
+              text(email),
               text(r.chance(50) ? slug(first) + "." + slug(last) + "@example.net" : ""),
               text(r.chance(60) ? phone(r, c) : ""),
-              text(std::to_string(r.between(1, 300)) + " " + r.pick(kStreets)), text(c.city),
-              text(c.province), text(postal(r, c)), text("Canada"),
-              text(std::to_string(r.between(1995, 2025))), text(r.chance(50) ? "Website" : ""),
+              text(std::to_string(r.between(1, 300)) + " " + r.pick(kDemoStreets)),
+              text(c.city),
+              text(c.province),
+              text(postal(r, c)),
+              text("Canada"),
+              text(std::to_string(r.between(1995, 2025))),
+              text(r.chance(50) ? "Website" : ""),
               text(r.chance(30) ? "Prefers e-mail.\r\nCall before noon." : "")});
       ++sum.contacts;
       if (isDefault) {
@@ -278,7 +331,7 @@ DemoSummary fillDemoPractice(const std::string& path, const DemoOptions& options
   // People who belong to no company: filed under a category, or directly in the address book.
   int32_t loose = std::max(1, options.companies / 20);
   for (int32_t k = 0; k < loose; ++k) {
-    const City& c = r.pick(kCities);
+    const City& c = r.pick(kDemoCities);
     std::string first = r.pick(kFirstNames), last = r.pick(kLastNames);
     bool filed = r.chance(70);
     insert(db, "Contacts",

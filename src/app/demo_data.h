@@ -4,10 +4,21 @@
 // custom field captions, schedule columns and schedule rows. The same seed gives the same data.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 
 namespace dossync::app {
+
+// The places the synthetic data is made of (the benchmarks' cards use them too).
+struct DemoCity {
+  const char* city;
+  const char* province;
+  const char* area;
+  char postal;
+};
+extern const std::array<DemoCity, 10> kDemoCities;
+extern const std::array<const char*, 10> kDemoStreets;
 
 struct DemoOptions {
   int32_t companies = 50;
