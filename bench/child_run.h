@@ -192,4 +192,16 @@ inline void check(const Measured& m, const char* what, int n, const std::filesys
   std::exit(1);
 }
 
+// One line of results: rates, the floor, ratios, user CPU, peak memory, growth on the previous
+// size (`previous`: its fresh seconds, 0 for none).
+inline void printRow(int n, const Measured& fresh, const Measured& again, double floor,
+                     double previous) {
+  std::printf("%8d %12.0f %12.0f %9.3f %9.2f %9.2f %9.2f %9.0f %9.0f", n, n / fresh.seconds,
+              n / again.seconds, floor, fresh.seconds / floor, again.seconds / floor,
+              fresh.userSeconds, fresh.peakMiB, again.peakMiB);
+  if (previous > 0) std::printf("   growth x%.2f", fresh.seconds / previous);
+  std::printf("\n");
+  std::fflush(stdout);
+}
+
 }  // namespace bench

@@ -74,23 +74,15 @@ constexpr std::array<const char*, 48> kLast = {
     "Okafor",     "Pelletier", "Sato",     "Walsh",    "Abbott",   "Bergeron",  "Carter",
     "Desjardins", "Ellis",     "Fontaine", "Gill",     "Hughes",   "Ibrahim",   "Jensen",
     "Kim",        "Lefebvre",  "Morin",    "Novak",    "Ouellet",  "Russo"};
-constexpr std::array<const char*, 24> kWords = {
-    "Maple",    "Northern", "Lakeshore",  "Summit",    "Harbour",    "Pioneer",
-    "Granite",  "Cedar",    "Aurora",     "Birchwood", "Riverside",  "Keystone",
-    "Beacon",   "Meridian", "Oakridge",   "Prairie",   "Heritage",   "Bluewater",
-    "Frontier", "Redwood",  "Silverline", "Westgate",  "Lighthouse", "Falcon"};
-constexpr std::array<const char*, 16> kTrades = {
-    "Bakery",      "Construction", "Dental",   "Consulting",  "Logistics", "Printing",
-    "Landscaping", "Plumbing",     "Software", "Auto Repair", "Catering",  "Design",
-    "Electric",    "Florists",     "Pharmacy", "Realty"};
-constexpr std::array<const char*, 6> kSuffixes = {"Inc.",   "Ltd.", "Corp.",
-                                                  "& Sons", "Co.",  "Holdings"};
 constexpr std::array<const char*, 5> kGenerations = {"", "Jr.", "Sr.", "II", "III"};
 constexpr std::array<const char*, 8> kTitles = {"President", "Controller", "Office Manager",
                                                 "Owner",     "Bookkeeper", "Director",
                                                 "Partner",   "Accountant"};
 using City = app::DemoCity;
 constexpr const auto& kCities = app::kDemoCities;
+constexpr const auto& kWords = app::kDemoNameWords;
+constexpr const auto& kTrades = app::kDemoTrades;
+constexpr const auto& kSuffixes = app::kDemoSuffixes;
 constexpr const auto& kStreets = app::kDemoStreets;
 
 std::string lower(std::string s) {
@@ -358,12 +350,7 @@ int main(int argc, char** argv) {
       if (f.seconds < fresh.seconds) fresh = f;
       if (a.seconds < again.seconds) again = a;
     }
-    std::printf("%8d %12.0f %12.0f %9.3f %9.2f %9.2f %9.2f %9.0f %9.0f", n, n / fresh.seconds,
-                n / again.seconds, floor, fresh.seconds / floor, again.seconds / floor,
-                fresh.userSeconds, fresh.peakMiB, again.peakMiB);
-    if (previous > 0) std::printf("   growth x%.2f", fresh.seconds / previous);
-    std::printf("\n");
-    std::fflush(stdout);
+    bench::printRow(n, fresh, again, floor, previous);
     previous = fresh.seconds;
   }
   std::printf("(peak memory of each run in a process of its own, which started with %.0f MiB)\n",

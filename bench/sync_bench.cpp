@@ -133,12 +133,7 @@ int main(int argc, char** argv) {
       if (f.seconds < fresh.seconds) fresh = f;
       if (a.seconds < again.seconds) again = a;
     }
-    std::printf("%8d %12.0f %12.0f %9.3f %9.2f %9.2f %9.2f %9.0f %9.0f", n, n / fresh.seconds,
-                n / again.seconds, floor, fresh.seconds / floor, again.seconds / floor,
-                fresh.userSeconds, fresh.peakMiB, again.peakMiB);
-    if (previous > 0) std::printf("   growth x%.2f", fresh.seconds / previous);
-    std::printf("\n");
-    std::fflush(stdout);
+    bench::printRow(n, fresh, again, floor, previous);
     previous = fresh.seconds;
   }
   std::printf("(peak memory of each run in a process of its own, which started with %.0f MiB)\n",

@@ -11,6 +11,17 @@
 
 namespace dossync::app {
 
+const std::array<const char*, 24> kDemoNameWords = {
+    "Maple",    "Northern", "Lakeshore",  "Summit",    "Harbour",    "Pioneer",
+    "Granite",  "Cedar",    "Aurora",     "Birchwood", "Riverside",  "Keystone",
+    "Beacon",   "Meridian", "Oakridge",   "Prairie",   "Heritage",   "Bluewater",
+    "Frontier", "Redwood",  "Silverline", "Westgate",  "Lighthouse", "Falcon"};
+const std::array<const char*, 16> kDemoTrades = {
+    "Bakery",      "Construction", "Dental",   "Consulting",  "Logistics", "Printing",
+    "Landscaping", "Plumbing",     "Software", "Auto Repair", "Catering",  "Design",
+    "Electric",    "Florists",     "Pharmacy", "Realty"};
+const std::array<const char*, 6> kDemoSuffixes = {"Inc.",   "Ltd.", "Corp.",
+                                                  "& Sons", "Co.",  "Holdings"};
 const std::array<DemoCity, 10> kDemoCities = {{{"Toronto", "ON", "416", 'M'},
                                                {"Ottawa", "ON", "613", 'K'},
                                                {"Montréal", "QC", "514", 'H'},
@@ -54,17 +65,6 @@ class Random {
   uint64_t state_;
 };
 
-constexpr std::array<const char*, 24> kNameWords = {
-    "Maple",    "Northern", "Lakeshore",  "Summit",    "Harbour",    "Pioneer",
-    "Granite",  "Cedar",    "Aurora",     "Birchwood", "Riverside",  "Keystone",
-    "Beacon",   "Meridian", "Oakridge",   "Prairie",   "Heritage",   "Bluewater",
-    "Frontier", "Redwood",  "Silverline", "Westgate",  "Lighthouse", "Falcon"};
-constexpr std::array<const char*, 16> kTrades = {
-    "Bakery",      "Construction", "Dental",   "Consulting",  "Logistics", "Printing",
-    "Landscaping", "Plumbing",     "Software", "Auto Repair", "Catering",  "Design",
-    "Electric",    "Florists",     "Pharmacy", "Realty"};
-constexpr std::array<const char*, 6> kSuffixes = {"Inc.",   "Ltd.", "Corp.",
-                                                  "& Sons", "Co.",  "Holdings"};
 constexpr std::array<const char*, 24> kFirstNames = {
     "Anne",     "Brian",  "Chloé",  "David", "Emma",  "François", "Grace",   "Henry",
     "Isabelle", "James",  "Karen",  "Liam",  "Marie", "Noah",     "Olivia",  "Paul",
@@ -173,9 +173,9 @@ DemoSummary fillDemoPractice(const std::string& path, const DemoOptions& options
   for (int32_t n = 0; n < options.companies; ++n) {
     const City& c = r.pick(kDemoCities);
     bool foreign = r.chance(8);
-    std::string name =
-        std::string(r.pick(kNameWords)) + " " + r.pick(kTrades) + " " + r.pick(kSuffixes);
-    if (r.chance(30)) name = std::string(r.pick(kNameWords)) + " " + name;
+    std::string name = std::string(r.pick(kDemoNameWords)) + " " + r.pick(kDemoTrades) + " " +
+                       r.pick(kDemoSuffixes);
+    if (r.chance(30)) name = std::string(r.pick(kDemoNameWords)) + " " + name;
     // A practice knows each of its clients by its own name: a name already taken gets the
     // company's city, then a branch number.
     if (!usedNames.insert(name).second) {

@@ -10,7 +10,7 @@
 
 namespace dossync::app {
 
-// The places the synthetic data is made of (the benchmarks' cards use them too).
+// The places and names the synthetic data is made of (the benchmarks' cards use them too).
 struct DemoCity {
   const char* city;
   const char* province;
@@ -19,6 +19,9 @@ struct DemoCity {
 };
 extern const std::array<DemoCity, 10> kDemoCities;
 extern const std::array<const char*, 10> kDemoStreets;
+extern const std::array<const char*, 24> kDemoNameWords;  // the first words of company names
+extern const std::array<const char*, 16> kDemoTrades;
+extern const std::array<const char*, 6> kDemoSuffixes;
 
 struct DemoOptions {
   int32_t companies = 50;
