@@ -15,8 +15,10 @@
 //   hasCurrentRow is true while a row is current.
 //   addNew makes a pending row current; its auto-number key can be read at once and the row
 //   keeps that key when saveNew stores it.
-//   findFirst(field, value) / findNext compare the field's text with the value and make the
-//   found row current. A field the recordset does not have finds nothing.
+//   findFirst(field, value) / findNext compare the field's text with the value without regard
+//   to case (value::compareText, as the host's engine does) and make the found row current; a
+//   NULL field matches nothing. A field the recordset does not have finds nothing. ORDER BY
+//   sorts text by the same rule. An added row holds what was set and the database's defaults.
 //   A closed or unknown handle is RuntimeError 3704.
 // Thread use: one apartment thread.
 #pragma once
