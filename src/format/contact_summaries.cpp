@@ -130,7 +130,8 @@ std::string saveContactBusinessRTF(int32_t contactID) {
   return result;
 }
 
-void saveCompanyContactRTF(int32_t companyID, int32_t contactID) {
+void saveCompanyContactRTF(int32_t companyID, int32_t contactID,
+                           const std::string* builtSummary) {
   ErrorFrame f(kFormatLocation + "saveCompanyContactRTF");
   f.step([&] {
     if (!validCompanyID(companyID)) return;
@@ -138,8 +139,10 @@ void saveCompanyContactRTF(int32_t companyID, int32_t contactID) {
     if (!db) return;
     hostdb::Recordset rs(*db, "SELECT Companies.* FROM Companies;", hostdb::kLockOptimistic);
     if (!rs.find("CompanyID", companyID)) return;
-    rs.write("ContactNotes",
-             contactID >= 0 ? saveContactBusinessRTF(contactID) : saveNoDefaultComment());
+    if (contactID < 0)
+      rs.write("ContactNotes", saveNoDefaultComment());
+    else
+      rs.write("ContactNotes", builtSummary ? *builtSummary : saveContactBusinessRTF(contactID));
   });
 }
 

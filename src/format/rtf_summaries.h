@@ -51,8 +51,12 @@ struct AddressParts {
 std::string saveContactBusinessRTF(int32_t contactID);
 
 // Stores in the company's ContactNotes the summary of contactID (which is also rebuilt in the
-// contact's BusinessNotes), or the no-default note when contactID is negative.
-void saveCompanyContactRTF(int32_t companyID, int32_t contactID);
+// contact's BusinessNotes), or the no-default note when contactID is negative. A caller that has
+// just built the contact's summary, with nothing it reads written since, passes it as
+// `builtSummary`: the company takes it and the contact's BusinessNotes, which already hold it,
+// are left as they are.
+void saveCompanyContactRTF(int32_t companyID, int32_t contactID,
+                           const std::string* builtSummary = nullptr);
 
 // The summary of a company without a default contact.
 std::string saveNoDefaultComment();

@@ -119,19 +119,24 @@ void setContactAsDefault(int32_t contactID) {
   });
   if (!found) return;
   f.step([&] { rs->write("DefaultContact", "True"); });
-  f.step([&] { format::saveContactBusinessRTF(contactID); });
+  std::string summary;
+  f.step([&] { summary = format::saveContactBusinessRTF(contactID); });
   int32_t companyID = -1;
   f.step([&] {
     std::string companyNum = rs->read("CompanyNum");
     companyID = value::isNumeric(companyNum) ? value::toLong(companyNum) : -1;
   });
   if (!f.test([&] { return validCompanyID(companyID); })) return;
-  // Every other contact of the company stops being its default.
+  // Every other contact of the company stops being its default. When there is none, nothing
+  // the contact's summary reads changes before the company takes it (updateDefaultContactInfo
+  // writes only the company's default-contact columns), so it is not built a second time.
+  bool othersChanged = false;
   if (f.step([&] { rs->find("CompanyNum", companyID); })) {
     while (f.test([&] { return !rs->eof(); })) {
       int32_t other = contactID;
       f.step([&] { other = value::toLong(rs->read("ContactID")); });
       if (other != contactID) {
+        othersChanged = true;
         f.step([&] { rs->write("DefaultContact", "False"); });
         f.step([&] { format::saveContactBusinessRTF(other); });
       }
@@ -140,7 +145,10 @@ void setContactAsDefault(int32_t contactID) {
     }
   }
   f.step([&] { updateDefaultContactInfo(companyID); });
-  f.step([&] { format::saveCompanyContactRTF(companyID, contactID); });
+  f.step([&] {
+    bool reuse = !othersChanged && !summary.empty();
+    format::saveCompanyContactRTF(companyID, contactID, reuse ? &summary : nullptr);
+  });
   f.step([&] { changeDefaultContactChangeLookupFieldValue(contactID); });
 }
 

@@ -109,6 +109,26 @@ TEST_F(DefaultContactsTest, FirstContactBecomesTheDefaultAndEverythingFollows) {
   EXPECT_TRUE(errors().errors.empty());
 }
 
+TEST_F(DefaultContactsTest, TheOnlyContactsSummaryIsBuiltOnceForItselfAndItsCompany) {
+  int summaries = 0;
+  auto db = testing::installFaulty(apartment().hostDb, host->hostPath);
+  db->fails = [&](const std::string& call) {
+    summaries += call == "writeField BusinessNotes";
+    return false;
+  };
+  sql("UPDATE Contacts SET DefaultContact = 0 WHERE ContactID = 23;");
+  setContactAsDefault(23);  // company 12 has no other contact
+  EXPECT_EQ(summaries, 1);
+  EXPECT_TRUE(showsDefault(23, "Yes"));
+  EXPECT_EQ(one("SELECT ContactNotes FROM Companies WHERE CompanyID = 12;"), notesOf(23));
+
+  summaries = 0;
+  setContactAsDefault(22);  // two others stop being the default: each summary is rebuilt
+  EXPECT_EQ(summaries, 4);
+  EXPECT_EQ(one("SELECT ContactNotes FROM Companies WHERE CompanyID = 10;"), notesOf(22));
+  EXPECT_TRUE(errors().errors.empty());
+}
+
 TEST_F(DefaultContactsTest, ContactWithoutACompanyOnlyGetsItsOwnFlagAndSummary) {
   lookups("'DISPLAYNAME', NULL, NULL, NULL, NULL, 3, NULL, NULL, NULL, NULL");
   for (int id : {24, 25}) {  // no CompanyNum; a CompanyNum naming no company
