@@ -67,6 +67,13 @@ enum ErrorCode : int32_t {
   kOutlookOperationFailed = 0x4000,
   kItemNotSaved = 0x4001,
   kDeliveryFailed = 0x4002,
+  // A contacts server: the logon was refused (check the user name and password); the server
+  // could not be reached or did not answer in time (try again later); it refused a card or a
+  // request (the description says why); a card kept changing on the server under our write.
+  kLogonFailed = 0x4003,
+  kServerUnreachable = 0x4004,
+  kServerRejected = 0x4005,
+  kEditConflict = 0x4006,
 };
 
 class RuntimeError : public std::runtime_error {
