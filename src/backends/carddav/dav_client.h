@@ -25,8 +25,11 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "core/error.h"
 
 namespace dossync::carddav {
 
@@ -111,11 +114,12 @@ class DavClient {
   struct WriteResult {
     long status = 0;
     std::string etag;
+    std::optional<RuntimeError> error;  // putMany only: what put would have thrown
   };
   WriteResult put(const Put& request);
   // Up to maxInFlight at once (one connection each, kept alive); results in the order asked.
-  // A request that fails as listed above throws after all of them are done; the others'
-  // results are lost then, so callers send batches whose failure they can redo.
+  // A request that fails as listed above has what put would have thrown in `error`; the others
+  // go on.
   std::vector<WriteResult> putMany(const std::vector<Put>& requests);
   // DELETE, with If-Match when `ifMatch` is set. Answers 2xx, 404 or 412.
   WriteResult remove(const std::string& href, const std::string& ifMatch = "");
