@@ -5,8 +5,9 @@ set -euo pipefail
 
 BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libsqlite3-dev libgtest-dev libcli11-dev
   nlohmann-json3-dev qt6-base-dev libgl-dev libcurl4-openssl-dev libgmime-3.0-dev libical-dev
-  libmimalloc-dev)
-TEST_PACKAGES=(python3 python3-vobject khard python3-aiosmtpd python3-icalendar)
+  libmimalloc-dev libpugixml-dev)
+TEST_PACKAGES=(python3 python3-vobject khard python3-aiosmtpd python3-icalendar
+  radicale vdirsyncer)
 
 want=("${BUILD_PACKAGES[@]}")
 [[ "${1:-}" == "--test" ]] && want+=("${TEST_PACKAGES[@]}")
