@@ -1,12 +1,19 @@
 #include "test_support.h"
 
+#include <curl/curl.h>
+#include <fcntl.h>
+#include <signal.h>
 #include <sqlite3.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
+#include <thread>
 
 #include "backends/sqlite/host_database.h"
 #include "backends/sqlite/sqlite_data_access.h"
@@ -118,6 +125,117 @@ FaultyDataAccess::FaultyDataAccess(hostdb::DataAccessPtr real, std::string call,
     if (name != call || what.find(detail, name.size()) == std::string::npos) return false;
     return skip-- <= 0;
   };
+}
+
+RadicaleServer::RadicaleServer(const std::vector<std::string>& users) : users_(users) {
+  std::vector<std::string> args{dir_.path()};
+  args.insert(args.end(), users.begin(), users.end());
+  start(args);
+}
+
+RadicaleServer::RadicaleServer(Busy) {
+  start({"--busy", dir_.path()});
+}
+
+RadicaleServer::~RadicaleServer() {
+  stop();
+}
+
+void RadicaleServer::start(const std::vector<std::string>& args) {
+  std::vector<std::string> argv{"/usr/bin/python3",
+                                DOSSYNC_SOURCE_DIR "/tests/support/radicale_server.py"};
+  argv.insert(argv.end(), args.begin(), args.end());
+  std::vector<char*> cargv;
+  for (std::string& a : argv) cargv.push_back(a.data());
+  cargv.push_back(nullptr);
+  std::string logPath = dir_.file("server.log");
+  pid_ = fork();
+  if (pid_ == 0) {
+    int fd = open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (fd >= 0) {
+      dup2(fd, 1);
+      dup2(fd, 2);
+    }
+    execv(cargv[0], cargv.data());
+    _exit(127);
+  }
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (pid_ > 0 && std::chrono::steady_clock::now() < deadline) {
+    std::string port = readFile(dir_.file("port"));
+    if (!port.empty()) {
+      port_ = std::stoi(port);
+      return;
+    }
+    int status = 0;
+    if (waitpid(pid_, &status, WNOHANG) == pid_) {
+      pid_ = -1;
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  stop();
+  std::string message = "The test server did not start:\n" + log();
+  ADD_FAILURE() << message;
+  throw std::runtime_error(message);
+}
+
+void RadicaleServer::stop() {
+  if (pid_ <= 0) return;
+  kill(pid_, SIGTERM);
+  int status = 0;
+  for (int i = 0; i < 250 && waitpid(pid_, &status, WNOHANG) == 0; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  if (waitpid(pid_, &status, WNOHANG) == 0) {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, &status, 0);
+  }
+  pid_ = -1;
+}
+
+std::string RadicaleServer::log() const {
+  return readFile(dir_.file("server.log")) + readFile(dir_.file("radicale.log"));
+}
+
+std::string RadicaleServer::base() const {
+  return "http://127.0.0.1:" + std::to_string(port_) + "/";
+}
+
+std::string RadicaleServer::url(const std::string& user, const std::string& book) const {
+  return base() + user + "/" + book + "/";
+}
+
+void RadicaleServer::makeBook(const std::string& user, const std::string& book) {
+  std::string password;
+  for (const std::string& u : users_) {
+    if (u.rfind(user + ":", 0) == 0) password = u.substr(user.size() + 1);
+  }
+  static const char* body =
+      "<?xml version=\"1.0\"?><D:mkcol xmlns:D=\"DAV:\" "
+      "xmlns:C=\"urn:ietf:params:xml:ns:carddav\"><D:set><D:prop><D:resourcetype><D:collection/>"
+      "<C:addressbook/></D:resourcetype><D:displayname>Book</D:displayname></D:prop></D:set>"
+      "</D:mkcol>";
+  CURL* c = curl_easy_init();
+  curl_slist* headers = curl_slist_append(nullptr, "Content-Type: application/xml");
+  std::string target = url(user, book);
+  curl_easy_setopt(c, CURLOPT_URL, target.c_str());
+  curl_easy_setopt(c, CURLOPT_CUSTOMREQUEST, "MKCOL");
+  curl_easy_setopt(c, CURLOPT_POSTFIELDS, body);
+  curl_easy_setopt(c, CURLOPT_HTTPHEADER, headers);
+  curl_easy_setopt(c, CURLOPT_USERNAME, user.c_str());
+  curl_easy_setopt(c, CURLOPT_PASSWORD, password.c_str());
+  curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(c, CURLOPT_TIMEOUT, 10L);
+  curl_easy_setopt(
+      c, CURLOPT_WRITEFUNCTION,
+      +[](char*, size_t size, size_t count, void*) { return size * count; });
+  CURLcode rc = curl_easy_perform(c);
+  long status = 0;
+  curl_easy_getinfo(c, CURLINFO_RESPONSE_CODE, &status);
+  curl_slist_free_all(headers);
+  curl_easy_cleanup(c);
+  EXPECT_EQ(rc, CURLE_OK) << curl_easy_strerror(rc);
+  EXPECT_EQ(status, 201) << "MKCOL " << target << "\n" << log();
 }
 
 std::string readFile(const std::string& path) {

@@ -1,4 +1,5 @@
-// Shared test fixtures: temporary folders, recording host services, a fresh apartment.
+// Shared test fixtures: temporary folders, recording host services, a fresh apartment, a CardDAV
+// server.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -71,6 +72,44 @@ class ApartmentTest : public ::testing::Test {
 
 // A new host database (the shipped schema) in the folder; answers its path.
 std::string makeHostDatabase(const TempDir& dir, const std::string& name = "host.db");
+// A Radicale CardDAV server of the test's own (tests/support/radicale_server.py): on 127.0.0.1
+// and a free port, its data in a temporary folder, users given as "name:password" (plain text).
+// The constructor returns once the server answers (it fails the test, with the server's log,
+// when it does not within 10 s); stop() or the destructor ends it. Starting one takes about half
+// a second: share one per suite (SetUpTestSuite) and give each test its own address book.
+//
+//   testing::RadicaleServer server({"alice:secret"});
+//   server.makeBook("alice", "book");
+//   carddav::DavClient client(server.url("alice", "book"), {"alice", "secret"});
+class RadicaleServer {
+ public:
+  explicit RadicaleServer(const std::vector<std::string>& users = {"alice:secret"});
+  // Not Radicale: a server that answers 429 to the first N requests for a path /N/..., then
+  // 207 (PROPFIND) or 200; its Retry-After is "1" and an HTTP date 2 s ahead in turn.
+  struct Busy {};
+  explicit RadicaleServer(Busy);
+  ~RadicaleServer();
+  RadicaleServer(const RadicaleServer&) = delete;
+  RadicaleServer& operator=(const RadicaleServer&) = delete;
+
+  int port() const { return port_; }
+  std::string base() const;  // http://127.0.0.1:PORT/
+  // The URL of an address book: http://127.0.0.1:PORT/alice/book/
+  std::string url(const std::string& user, const std::string& book) const;
+  // Makes the address book (extended MKCOL as its owner, whose password the server was given);
+  // fails the test unless the server made it.
+  void makeBook(const std::string& user, const std::string& book);
+  void stop();              // ends the server and waits for it; nothing when it has ended
+  std::string log() const;  // what the server wrote
+
+ private:
+  void start(const std::vector<std::string>& args);
+  TempDir dir_;
+  std::vector<std::string> users_;
+  int pid_ = -1;
+  int port_ = 0;
+};
+
 // Runs SQL directly on a database file (fixtures and checks that bypass dossync).
 void execSql(const std::string& path, const std::string& sql);
 // The first column of every row of a query, as text ("" for NULL).

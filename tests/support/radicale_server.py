@@ -147,7 +147,7 @@ def run_busy(workdir):
 
         do_GET = do_PUT = do_DELETE = do_PROPFIND = do_REPORT = answer
 
-    server = http.server.HTTPServer(("127.0.0.1", 0), Handler)
+    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
     write_port(workdir, server.server_address[1])
     server.serve_forever()

@@ -454,8 +454,8 @@ struct DavClient::Impl {
     if (x.busy()) {
       throw RuntimeError(kServerUnreachable,
                          "The server at " + url + " is too busy to answer (" + x.statusText() +
-                             "), still after " + std::to_string(options.maxRetries) + " retries" +
-                             (said.empty() ? "" : ": " + said),
+                             "); gave up after " + std::to_string(options.maxRetries + 1) +
+                             " attempts" + (said.empty() ? "" : ": " + said),
                          kSource);
     }
     throw RuntimeError(kServerRejected,
