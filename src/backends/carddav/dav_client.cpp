@@ -451,6 +451,7 @@ struct DavClient::Impl {
       return;
     }
     std::string said = saidIn(x.body);
+    if (said == x.reason || said == x.statusText()) said.clear();  // says nothing more
     if (x.busy()) {
       throw RuntimeError(kServerUnreachable,
                          "The server at " + url + " is too busy to answer (" + x.statusText() +

@@ -13,7 +13,7 @@
 // quotes included, and sent back the same way.
 //
 // Failures throw RuntimeError, its description naming the URL and what the server said:
-//   kLogonFailed         401, or 403 to the first request of the client (probe)
+//   kLogonFailed         401, or 403 to probe (the first request a client makes)
 //   kServerUnreachable   no connection, a timeout, or 429/503 still after the retries
 //   kServerRejected      any other answer not listed as an outcome below (the status and the
 //                        start of the server's text are in the description)
@@ -81,7 +81,7 @@ class DavClient {
   // REPORT sync-collection (sync-level 1) from `token` ("" for the first time): the members
   // added or changed since, those removed (404 in the answer), and the new token. When the
   // server refuses the token (valid-sync-token precondition, or 403/409/410 to the report),
-  // answers tokenInvalid and nothing else.
+  // answers tokenInvalid and nothing else; a refusal of the first sync ("") is thrown.
   struct SyncResult {
     std::string token;
     std::vector<Member> changed;
@@ -118,8 +118,8 @@ class DavClient {
   };
   WriteResult put(const Put& request);
   // Up to maxInFlight at once (one connection each, kept alive); results in the order asked.
-  // A request that fails as listed above has what put would have thrown in `error`; the others
-  // go on.
+  // A request that fails as listed above has what put would have thrown in `error` (and the
+  // status the server answered, 0 for none); the others go on.
   std::vector<WriteResult> putMany(const std::vector<Put>& requests);
   // DELETE, with If-Match when `ifMatch` is set. Answers 2xx, 404 or 412.
   WriteResult remove(const std::string& href, const std::string& ifMatch = "");
