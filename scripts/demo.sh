@@ -9,6 +9,35 @@ mkdir -p "$demo"
 if [[ ! -f "$demo/host.db" ]]; then
   "$bin" demo-data "$demo/host.db" --companies 200 --seed 7
 fi
+if [[ "${2:-}" == "carddav" ]]; then
+  # A CardDAV server of our own (Debian's Radicale) on 127.0.0.1, left running for other clients.
+  server="$demo/radicale"
+  mkdir -p "$server"
+  pid=$(cat "$server/pid" 2>/dev/null || true)
+  if [[ -z "$pid" ]] || ! kill -0 "$pid" 2>/dev/null; then
+    rm -f "$server/port"
+    nohup /usr/bin/python3 "$root/tests/support/radicale_server.py" "$server" demo:demo-secret \
+      --book demo/practice >/dev/null 2>&1 &
+    echo $! >"$server/pid"
+    for _ in $(seq 150); do [[ -s "$server/port" ]] && break; sleep 0.1; done
+    [[ -s "$server/port" ]] || { echo "Radicale did not start:"; cat "$server/radicale.log"; exit 1; }
+  fi
+  url="http://127.0.0.1:$(cat "$server/port")/demo/practice/"
+  echo "Synchronising every company of $demo/host.db into the address book $url ..."
+  "$bin" sync --host-db "$demo/host.db" --sync-db "$demo/sync-carddav.db" \
+    --outlook "carddav:$url" --profile demo --password demo-secret --direction 2 --info 1 --select all
+  cat <<EOF2
+
+The address book:  $url
+User / password:   demo / demo-secret      (Radicale, running as process $(cat "$server/pid"))
+Look at it:
+  ./run contacts list --outlook carddav:$url --profile demo --password demo-secret
+  or any CardDAV client (Thunderbird, Evolution, vdirsyncer, DAVx5) with that URL and login.
+Run ./run demo-carddav again to synchronise once more; stop the server with
+  kill \$(cat demo/radicale/pid)
+EOF2
+  exit 0
+fi
 if [[ "${2:-}" == "reverse" ]]; then
   ids=()
   while read -r json; do

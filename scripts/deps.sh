@@ -7,10 +7,13 @@ BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libsqlite3-dev libgtest-dev lib
   nlohmann-json3-dev qt6-base-dev libgl-dev libcurl4-openssl-dev libgmime-3.0-dev libical-dev
   libmimalloc-dev libpugixml-dev)
 TEST_PACKAGES=(python3 python3-vobject khard python3-aiosmtpd python3-icalendar
-  radicale vdirsyncer)
+  radicale vdirsyncer curl sqlite3)
+# ./run demo-carddav: a CardDAV server of its own.
+CARDDAV_PACKAGES=(python3 radicale)
 
 want=("${BUILD_PACKAGES[@]}")
 [[ "${1:-}" == "--test" ]] && want+=("${TEST_PACKAGES[@]}")
+[[ "${1:-}" == "--carddav" ]] && want+=("${CARDDAV_PACKAGES[@]}")
 
 missing=()
 for p in "${want[@]}"; do

@@ -95,10 +95,15 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   ContactsOptions contacts;
   auto* contactsCmd = app.add_subcommand("contacts", "Read and write the contacts of an Outlook store");
   contactsCmd->require_subcommand(1);
-  auto outlookOptions = [&](CLI::App* cmd, std::string& outlook, std::string& profile) {
+  auto outlookOptions = [&](CLI::App* cmd, std::string& outlook, std::string& profile,
+                            std::string& password, bool& insecure) {
     cmd->add_option("--outlook", outlook,
-                    "The Outlook store: vdir:DIR (default: vdir under $XDG_DATA_HOME/dossync/outlook)");
-    cmd->add_option("--profile", profile, "The Outlook profile (default: the store's default)");
+                    "The Outlook store: vdir:DIR or carddav:URL (default: vdir under "
+                    "$XDG_DATA_HOME/dossync/outlook)");
+    cmd->add_option("--profile", profile,
+                    "The Outlook profile (default: the store's default); for carddav: the user name");
+    cmd->add_option("--password", password, "The profile's password (carddav: the account's)");
+    cmd->add_flag("--insecure", insecure, "carddav over https: do not verify the certificate");
   };
   auto* listCmd = contactsCmd->add_subcommand("list", "Every item of the contacts folder");
   auto* showCmd = contactsCmd->add_subcommand("show", "One contact");
@@ -110,7 +115,7 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   auto* deleteCmd = contactsCmd->add_subcommand("delete", "Delete a contact");
   deleteCmd->add_option("ENTRYID", contacts.entryId, "The contact's EntryID")->required();
   for (CLI::App* cmd : {listCmd, showCmd, putCmd, deleteCmd}) {
-    outlookOptions(cmd, contacts.outlook, contacts.profile);
+    outlookOptions(cmd, contacts.outlook, contacts.profile, contacts.password, contacts.insecure);
     if (cmd != putCmd && cmd != deleteCmd) cmd->add_flag("--json", contacts.json, "Print JSON");
   }
 
@@ -118,8 +123,7 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   auto* syncCmd = app.add_subcommand("sync", "Run one synchronisation");
   syncCmd->add_option("--host-db", sync.hostDb, "The host database")->required();
   syncCmd->add_option("--sync-db", sync.syncDb, "The synchronisation database")->required();
-  outlookOptions(syncCmd, sync.outlook, sync.profile);
-  syncCmd->add_option("--password", sync.password, "The Outlook profile's password");
+  outlookOptions(syncCmd, sync.outlook, sync.profile, sync.password, sync.insecure);
   syncCmd->add_option("--direction", sync.direction,
                       "1 both ways (does nothing), 2 host to Outlook, 3 Outlook to host")
       ->check(CLI::IsMember({1, 2, 3}));

@@ -87,8 +87,8 @@ void printPlain(const outlook::ContactItem& c, std::ostream& out) {
 
 int runContacts(const ContactsOptions& o, std::ostream& out, std::ostream& err) {
   try {
-    registerOutlook(o.outlook);
-    Session s = openSession(o.profile);
+    registerOutlook(o.outlook, o.insecure);
+    Session s = openSession(o.profile, o.password);
     auto folder = s.nameSpace->GetDefaultFolder(outlook::olFolderContacts);
     if (o.action == "list") {
       auto items = folder->Items();

@@ -32,6 +32,7 @@ struct MailCommands::State {
   CLI::App* appointment = nullptr;
 
   std::string outlook, profile;
+  bool insecure = false;
   // mail
   std::vector<std::string> to, cc, bcc, attach;
   std::string subject, body, bodyFile;
@@ -82,7 +83,7 @@ int runMail(const MailCommands::State& s, std::ostream& out, std::ostream& err) 
     body = *text;
   }
   try {
-    registerOutlook(s.outlook);
+    registerOutlook(s.outlook, s.insecure);
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
@@ -123,7 +124,7 @@ int runMail(const MailCommands::State& s, std::ostream& out, std::ostream& err) 
 
 int runAccount(const MailCommands::State& s, bool set, std::ostream& out, std::ostream& err) {
   try {
-    registerOutlook(s.outlook);
+    registerOutlook(s.outlook, s.insecure);
     Session session = openSession(s.profile);
     fs::path dir = vdir::vdirProfileDirectory(*session.application);
     if (!set) {
@@ -184,7 +185,7 @@ int runAppointment(const MailCommands::State& s, std::ostream& out, std::ostream
   std::string root;
   try {
     root = vdirRoot(s.outlook);
-    registerOutlook(s.outlook);
+    registerOutlook(s.outlook, s.insecure);
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
@@ -215,9 +216,10 @@ MailCommands::MailCommands(CLI::App& app) : s_(std::make_unique<State>()) {
   State& s = *s_;
   auto outlookOptions = [&](CLI::App* cmd) {
     cmd->add_option("--outlook", s.outlook,
-                    "The Outlook store: vdir:DIR (default: vdir under "
+                    "The Outlook store: vdir:DIR or carddav:URL (default: vdir under "
                     "$XDG_DATA_HOME/dossync/outlook)");
     cmd->add_option("--profile", s.profile, "The Outlook profile (default: the store's default)");
+    cmd->add_flag("--insecure", s.insecure, "carddav over https: do not verify the certificate");
   };
 
   s.mail = app.add_subcommand("mail", "Compose one e-mail through Outlook and send or show it");

@@ -49,7 +49,11 @@ void addWizardCommand(CLI::App& app, WizardCommand& wizard) {
   cmd->add_option("--host-db", o.hostDb, "The host database");
   cmd->add_option("--sync-db", o.syncDb, "The synchronisation database (created when needed)");
   cmd->add_option("--outlook", o.outlook,
-                  "The Outlook store: vdir:DIR (default: vdir under $XDG_DATA_HOME/dossync/outlook)");
+                  "The Outlook store: vdir:DIR or carddav:URL (default: vdir under "
+                  "$XDG_DATA_HOME/dossync/outlook)");
+  cmd->add_option("--profile", o.profile, "The Outlook profile; for carddav: the user name");
+  cmd->add_option("--password", o.password, "The profile's password (carddav: the account's)");
+  cmd->add_flag("--insecure", o.insecure, "carddav over https: do not verify the certificate");
   cmd->add_option("--data-file", o.dataFile, "The host data file's unique id");
   cmd->add_option("--company-list", o.companyList,
                   "Which host list to choose from: 1 shown clients, 2 the whole address book")
@@ -86,10 +90,20 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
       std::filesystem::create_directories(o.screenshots);
       o.syncDb = (std::filesystem::path(o.screenshots) / "sync.db").string();
     }
-    registerOutlook(o.outlook);
+    registerOutlook(o.outlook, o.insecure);
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
+  }
+  // A server's logon is checked first; the wizard's own logons then attach to this session.
+  Session server;
+  if (isServerStore(o.outlook)) {
+    try {
+      server = openSession(o.profile, o.password);
+    } catch (const RuntimeError& e) {
+      err << "dossync: " << e.description() << "\n";
+      return kExitFailure;
+    }
   }
 
   int code = qt::withQtApplication(offscreen, [&] {
@@ -101,6 +115,8 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
       return code;
     auto& component = host.component;
     component->setCompanyList(o.companyList);
+    component->setProfile(o.profile);
+    component->setPassword(o.password);
     component->setDisplayLoginDialog(false);
     if (offscreen) {
       if (demo) fillDemoOutlook(*component);

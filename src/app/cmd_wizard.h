@@ -1,5 +1,6 @@
 // dossync wizard: the synchronisation wizard on the desktop, or rendered offscreen to PNG files.
-//   dossync wizard --host-db H --sync-db S [--outlook vdir:DIR] [--data-file ID]
+//   dossync wizard --host-db H --sync-db S [--outlook vdir:DIR|carddav:URL [--profile USER
+//                  --password PW]] [--data-file ID]
 //   dossync wizard --screenshots DIR [--host-db H --sync-db S --outlook vdir:DIR]
 // Without a host database the screenshots use a demonstration practice and a few Outlook
 // contacts in a temporary folder.
@@ -16,7 +17,8 @@ class App;
 namespace dossync::app {
 
 struct WizardOptions {
-  std::string hostDb, syncDb, outlook, dataFile, screenshots;
+  std::string hostDb, syncDb, outlook, profile, password, dataFile, screenshots;
+  bool insecure = false;
   int32_t companyList = 2;
 };
 

@@ -16,8 +16,8 @@ constexpr int kExitUsage = 64;
 
 struct ContactsOptions {
   std::string action;  // list, show, put, delete
-  std::string outlook, profile, entryId, jsonFile;
-  bool json = false;
+  std::string outlook, profile, password, entryId, jsonFile;
+  bool json = false, insecure = false;
 };
 int runContacts(const ContactsOptions& o, std::ostream& out, std::ostream& err);
 
@@ -25,7 +25,7 @@ struct SyncOptions {
   std::string hostDb, syncDb, outlook, profile, password, select = "all", dataFile;
   std::string category = "Business", onError = "leave";
   int32_t direction = 2, info = 1, scheme = -1;
-  bool noProgress = false;
+  bool noProgress = false, insecure = false;
 };
 int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err);
 

@@ -1,38 +1,72 @@
 #include "app/outlook_wiring.h"
 
 #include <cstdlib>
+#include <filesystem>
 
+#include "backends/carddav/carddav_store.h"
 #include "backends/vdir/vdir_store.h"
 #include "core/error.h"
 #include "core/platform.h"
 
 namespace dossync::app {
+namespace {
 
-std::string vdirRoot(const std::string& spec) {
-  if (spec.empty()) {
-    const char* xdg = std::getenv("XDG_DATA_HOME");
-    if (xdg && *xdg) return std::string(xdg) + "/dossync/outlook";
-    const char* home = std::getenv("HOME");
-    return std::string(home && *home ? home : ".") + "/.local/share/dossync/outlook";
-  }
-  if (spec.rfind("vdir:", 0) == 0 && spec.size() > 5) return spec.substr(5);
-  throw RuntimeError(kInvalidProcedureCall,
-                     "Unknown Outlook store '" + spec + "': use vdir:DIRECTORY");
+constexpr const char* kCardDav = "carddav:";
+
+std::string dataRoot() {
+  const char* xdg = std::getenv("XDG_DATA_HOME");
+  if (xdg && *xdg) return std::string(xdg) + "/dossync";
+  const char* home = std::getenv("HOME");
+  return std::string(home && *home ? home : ".") + "/.local/share/dossync";
 }
 
-void registerOutlook(const std::string& spec) {
+carddav::CardDavSettings cardDavSettings(const std::string& spec, bool insecure) {
+  carddav::CardDavSettings s;
+  s.url = spec.substr(std::string(kCardDav).size());
+  if (s.url.rfind("http://", 0) != 0 && s.url.rfind("https://", 0) != 0)
+    throw RuntimeError(kInvalidProcedureCall, "Unknown Outlook store '" + spec +
+                                                  "': a CardDAV address book is carddav:http://... "
+                                                  "or carddav:https://...");
+  s.cacheRoot = dataRoot() + "/carddav";
+  s.insecure = insecure;
+  return s;
+}
+
+}  // namespace
+
+bool isServerStore(const std::string& spec) {
+  return spec.rfind(kCardDav, 0) == 0;
+}
+
+std::string vdirRoot(const std::string& spec) {
+  if (spec.empty()) return dataRoot() + "/outlook";
+  if (spec.rfind("vdir:", 0) == 0 && spec.size() > 5) return spec.substr(5);
+  if (isServerStore(spec)) return carddav::cardDavCopyRoot(cardDavSettings(spec, false));
+  throw RuntimeError(kInvalidProcedureCall,
+                     "Unknown Outlook store '" + spec + "': use vdir:DIRECTORY or carddav:URL");
+}
+
+void registerOutlook(const std::string& spec, bool insecure) {
+  if (isServerStore(spec)) {
+    auto settings = cardDavSettings(spec, insecure);
+    platform::registerClass(platform::kOutlookApplication,
+                            [settings] { return carddav::makeCardDavApplication(settings); });
+    return;
+  }
   std::string root = vdirRoot(spec);
   platform::registerClass(platform::kOutlookApplication,
                           [root] { return vdir::makeVdirApplication(root); });
 }
 
-Session openSession(const std::string& profile) {
+Session openSession(const std::string& profile, const std::string& password) {
   Session s;
   s.application = platform::create<outlook::Application>(platform::kOutlookApplication);
   s.nameSpace = s.application->GetNamespace("MAPI");
   if (!s.nameSpace) throw RuntimeError(kObjectVariableNotSet, "The Outlook store has no session");
-  s.nameSpace->Logon(profile.empty() ? std::nullopt : std::optional<std::string>(profile),
-                     std::nullopt, false, false);
+  auto given = [](const std::string& v) {
+    return v.empty() ? std::nullopt : std::optional<std::string>(v);
+  };
+  s.nameSpace->Logon(given(profile), given(password), false, false);
   return s;
 }
 

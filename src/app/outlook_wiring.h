@@ -1,6 +1,10 @@
-// Which back end answers "Outlook.Application" for the command line: "--outlook vdir:DIR" (a
-// profiles root of vCard folders); without it the vCard store under
-// $XDG_DATA_HOME/dossync/outlook (or ~/.local/share/dossync/outlook).
+// Which back end answers "Outlook.Application" for the command line:
+//   --outlook vdir:DIR        a profiles root of vCard folders;
+//   --outlook carddav:URL     an address book on a CardDAV server (http:// or https://), its
+//                             copy kept under $XDG_DATA_HOME/dossync/carddav; the profile is
+//                             the account's user name, the password its password;
+//   nothing                   the vCard store under $XDG_DATA_HOME/dossync/outlook (or
+//                             ~/.local/share/dossync/outlook).
 #pragma once
 
 #include <memory>
@@ -11,18 +15,23 @@
 
 namespace dossync::app {
 
-// The profiles root named by an --outlook value ("" for the default). Throws RuntimeError 5
-// for a kind of store that is not known.
+// The profiles root of the store an --outlook value names ("" for the default): for a CardDAV
+// address book, the root its copies are kept in. Throws RuntimeError 5 for a kind of store that
+// is not known.
 std::string vdirRoot(const std::string& outlookSpec);
 
-// Registers the store with the platform as "Outlook.Application".
-void registerOutlook(const std::string& outlookSpec);
+// Registers the store with the platform as "Outlook.Application". `insecure`: a CardDAV server's
+// TLS certificate is not verified.
+void registerOutlook(const std::string& outlookSpec, bool insecure = false);
+
+// Whether the store names a server (whose logon is worth checking before any work).
+bool isServerStore(const std::string& outlookSpec);
 
 // A logged-on session of the registered store, for the commands that work on it directly.
 struct Session {
   std::shared_ptr<outlook::Application> application;
   std::shared_ptr<outlook::NameSpace> nameSpace;
 };
-Session openSession(const std::string& profile);
+Session openSession(const std::string& profile, const std::string& password = "");
 
 }  // namespace dossync::app

@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
 # End-to-end checks of "dossync sync --direction 3": Outlook contacts into the host database.
+# The Outlook store: the vCard folder, or a CardDAV server (store_lib.sh).
 set -uo pipefail
 bin=$1
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 source "$(dirname "$0")/check_lib.sh"
+source "$(dirname "$0")/store_lib.sh"
+trap 'store_cleanup; rm -rf "$work"' EXIT
 
-h="$work/h.db" s="$work/s.db" o="vdir:$work/ol"
+h="$work/h.db" s="$work/s.db"
 "$bin" init-host "$h" >/dev/null
 hq() { sqlite3 "$h" "$1"; }
 sq() { sqlite3 "$s" "$1"; }
@@ -14,8 +16,8 @@ schema() { hq "SELECT type, name, tbl_name, sql FROM sqlite_master ORDER BY name
 # The host's own category under another case is the one new clients are filed in.
 hq "INSERT INTO Categories (CategoryName) VALUES ('DOSSIERA CLIENTS');"
 schema_before=$(schema)
-put() { "$bin" contacts put --outlook "$o" --json -; }
-sync() { "$bin" sync --host-db "$h" --sync-db "$s" --outlook "$o" --no-progress --direction 3 "$@"; }
+put() { "$bin" contacts put "${ol[@]}" --json -; }
+sync() { "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress --direction 3 "$@"; }
 
 jane=$(put <<'JSON'
 {"FullName": "Dr. Jane Q Public", "Title": "Dr.", "FirstName": "Jane", "MiddleName": "Q", "LastName": "Public", "CompanyName": "Public Works Inc.",
@@ -64,7 +66,7 @@ same "Ann's company" "$(hq "SELECT count(*) FROM Companies WHERE CompanyName = '
 same "Ann is its default contact" "$(hq "SELECT c.DefaultContact FROM Contacts c JOIN Companies k ON k.CompanyID = c.CompanyNum WHERE k.CompanyName = 'Ann Co';")" 1
 
 # Neither direction touches the host's schema (no index, no table of ours).
-"$bin" sync --host-db "$h" --sync-db "$s" --outlook "$o" --no-progress --direction 2 --select all >/dev/null
+"$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress --direction 2 --select all >/dev/null
 same "host schema untouched" "$(schema)" "$schema_before"
 
-finish "reverse cli"
+finish "reverse cli ($store_kind)"

@@ -1,21 +1,21 @@
 #!/usr/bin/env bash
 # End-to-end checks of "dossync sync" on real files: a host database, a synchronisation
-# database and a vCard store.
+# database and an Outlook store (the vCard folder, or a CardDAV server: store_lib.sh).
 set -uo pipefail
 bin=$1
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 source "$(dirname "$0")/check_lib.sh"
+source "$(dirname "$0")/store_lib.sh"
+trap 'store_cleanup; rm -rf "$work"' EXIT
 
-h="$work/h.db" s="$work/s.db" o="vdir:$work/ol"
-cards="$work/ol/default/contacts"
+h="$work/h.db" s="$work/s.db"
 "$bin" init-host "$h" >/dev/null
 sqlite3 "$h" "INSERT INTO Companies (CompanyID, CompanyName, OfficeNumber, Email) VALUES
   (1, 'Alpha Ltd', '111', 'a@alpha'), (2, 'Beta Ltd', '222', 'b@beta'), (3, 'Gamma Ltd', '333', '');
   INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, FirstName, LastName, DefaultContact, Gender, Birthday)
   VALUES (10, 1, 'Ann Alpha', 'Ann', 'Alpha', 1, 'FEMALE', '1970-03-05'), (11, NULL, 'Loose Lee', 'Loose', 'Lee', 0, '', NULL);"
-sync() { "$bin" sync --host-db "$h" --sync-db "$s" --outlook "$o" --no-progress "$@"; }
-count() { ls "$cards" 2>/dev/null | grep -c '\.vcf$'; }
+sync() { "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress "$@"; }
+count() { ls $cards 2>/dev/null | grep -c '\.vcf$'; }
 q() { sqlite3 "$s" "$1"; }
 
 # Direction 1 and the contact-only types 3 and 4 change nothing.
@@ -34,17 +34,17 @@ out=$(sync --select 1,3); same "sync exit" $? 0
 same "two cards" "$(count)" 2
 same "unselected company mapped with an empty id" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 2;")" ""
 alpha=$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")
-json=$("$bin" contacts show "$alpha" --outlook "$o" --json)
+json=$("$bin" contacts show "$alpha" "${ol[@]}" --json)
 for want in '"FileAs": "Alpha Ltd"' '"FullName": "Ann Alpha"' '"Gender": 1' '"Birthday": "1970-03-05"' '"Categories": "Business"' '"BusinessTelephoneNumber": "111"'; do
   [[ "$json" == *"$want"* ]] && ok || bad "transferred item lacks $want"
 done
 
 # An existing item is updated in place and keeps what the transfer does not write.
 echo "{\"EntryID\": \"$alpha\", \"Body\": \"call on Mondays\", \"Email1Address\": \"stale@x\"}" |
-  "$bin" contacts put --outlook "$o" --json - >/dev/null
+  "$bin" contacts put "${ol[@]}" --json - >/dev/null
 sqlite3 "$h" "UPDATE Companies SET Email = '' WHERE CompanyID = 1;"
 out=$(sync --select 1)
-json=$("$bin" contacts show "$alpha" --outlook "$o" --json)
+json=$("$bin" contacts show "$alpha" "${ol[@]}" --json)
 [[ "$json" == *'"Body": "call on Mondays"'* ]] && ok || bad "Body lost on update"
 [[ "$json" == *'"Email1Address": ""'* ]] && ok || bad "empty host e-mail did not clear Outlook's"
 same "no new card on update" "$(count)" 2
@@ -64,10 +64,10 @@ same "a failed transfer keeps the pairing" "$(q "SELECT OutlookID FROM OutlookSy
 # A run that cannot reach the store spoils no pairing, and the next good run adds no duplicates.
 sqlite3 "$h" "UPDATE Contacts SET Birthday = NULL WHERE ContactID = 10;"
 before=$(count)
-mv "$cards" "$cards.away" && touch "$cards"
+store_down
 sync --select 1,2,3 >/dev/null 2>"$work/err"
-rm "$cards" && mv "$cards.away" "$cards"
-grep -q "error" "$work/err" && ok || bad "unreachable store not reported"
+store_up
+grep -Eqi "error|cannot reach" "$work/err" && ok || bad "unreachable store not reported"
 same "pairing kept without the store" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")" "$alpha"
 sync --select 1,2,3 >/dev/null
 same "only the new company gets a card" "$(count)" $((before + 1))
@@ -75,17 +75,16 @@ same "paired card updated again" "$(q "SELECT OutlookID FROM OutlookSync WHERE C
 
 # Start-up failures and usage.
 echo "junk junk junk junk junk junk junk junk" >"$work/junk.db"
-"$bin" sync --host-db "$work/junk.db" --sync-db "$s" --outlook "$o" >/dev/null 2>&1; same "junk host" $? 2
-"$bin" sync --host-db "$work/none.db" --sync-db "$s" --outlook "$o" >/dev/null 2>&1; same "missing host" $? 2
+"$bin" sync --host-db "$work/junk.db" --sync-db "$s" "${ol[@]}" >/dev/null 2>&1; same "junk host" $? 2
+"$bin" sync --host-db "$work/none.db" --sync-db "$s" "${ol[@]}" >/dev/null 2>&1; same "missing host" $? 2
 "$bin" sync --host-db "$h" --sync-db "$s" --direction 5 >/dev/null 2>&1; same "bad direction" $? 64
 "$bin" sync --host-db "$h" --sync-db "$s" --outlook "imap:x" >/dev/null 2>&1; same "bad store" $? 64
 
 # Names compare without regard to case: a card filed "BETA LTD" is Beta Ltd's.
-o2="vdir:$work/ol2"
-beta=$(echo '{"FileAs": "BETA LTD", "CompanyName": "BETA LTD"}' | "$bin" contacts put --outlook "$o2" --json -)
-out=$("$bin" sync --host-db "$h" --sync-db "$work/s2.db" --outlook "$o2" --no-progress --select 2)
+beta=$(echo '{"FileAs": "BETA LTD", "CompanyName": "BETA LTD"}' | "$bin" contacts put "${ol2[@]}" --json -)
+out=$("$bin" sync --host-db "$h" --sync-db "$work/s2.db" "${ol2[@]}" --no-progress --select 2)
 has "found by its name in another case" "$out" "items created 0, items updated 1"
 same "paired with it" "$(sqlite3 "$work/s2.db" "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 2;")" "$beta"
-same "no second card" "$(ls "$work/ol2/default/contacts" | grep -c '\.vcf$')" 1
+same "no second card" "$(ls $cards2 | grep -c '\.vcf$')" 1
 
-finish "sync cli"
+finish "sync cli ($store_kind)"

@@ -536,7 +536,7 @@ TEST_F(VdirStoreTest, TheIndexFindsCardsOfOtherProgramsByTheirFileAs) {
   struct Case {
     const char* file;
     std::string text;
-    std::string fileAs;  // as the whole card reads
+    std::string fileAs;  // what the whole card is filed under
     bool group = false;
   };
   const Case cases[] = {
@@ -553,9 +553,11 @@ TEST_F(VdirStoreTest, TheIndexFindsCardsOfOtherProgramsByTheirFileAs) {
        "Bäckerei Müller & SöhneGmbH"},
       {"crlf.vcf", card("UID:crlf\r\nX-DOSSYNC-FILEAS;X-DOSSYNC-EOL=CRLF:Two\\nLines\r\n"),
        "Two\r\nLines"},
-      // khard and vdirsyncer write no FileAs: such a card is filed under nothing.
+      // khard and vdirsyncer write no FileAs: such a card is filed as Outlook files it.
       {"khard.vcf", card("UID:khard-1\r\nFN:Jane Roe\r\nN:Roe;Jane;;;\r\nORG:Roe Consulting\r\n"),
-       ""},
+       "Roe, Jane"},
+      {"company.vcf", card("UID:co-1\r\nFN:Roe Consulting\r\nN:;;;;\r\nORG:Roe Consulting\r\n"),
+       "Roe Consulting"},
       {"escaped-uid.vcf", card("UID:urn:uuid:a\\,b c\r\nX-DOSSYNC-FILEAS:Escaped Uid\r\n"),
        "Escaped Uid"},
       {"lower.vcf", "begin:vcard\nuid:lower\nx-evolution-file-as:lower case\nend:vcard\n",
@@ -582,7 +584,7 @@ TEST_F(VdirStoreTest, TheIndexFindsCardsOfOtherProgramsByTheirFileAs) {
     Vcard whole = parseVcard(c.text);
     ASSERT_EQ(isGroupCard(whole), c.group) << c.file;
     if (!c.group) {
-      ASSERT_EQ(contactProperty(whole, ContactProperty::FileAs), c.fileAs) << c.file;
+      ASSERT_EQ(filedAs(whole), c.fileAs) << c.file;
     }
     writeFile(contactsDir() / c.file, c.text);
   }

@@ -1,9 +1,10 @@
 #!/usr/bin/python3
 """A throw-away CardDAV server for the tests.
 
-  radicale_server.py WORKDIR [user:password ...] [--book user/name ...]
+  radicale_server.py WORKDIR [user:password ...] [--book user/name ...] [--port PORT]
       Writes a Radicale configuration into WORKDIR (plain-text htpasswd users, storage under
-      WORKDIR/collections), starts Radicale on 127.0.0.1 and a free port, makes the address
+      WORKDIR/collections), starts Radicale on 127.0.0.1 and a free port (or PORT, to start a
+      stopped server again where its clients look for it), makes the address
       books asked for, writes the port into WORKDIR/port and stays in the foreground until
       killed (SIGTERM or SIGINT stop Radicale too). Radicale's log is WORKDIR/radicale.log.
 
@@ -56,8 +57,8 @@ def request(url, method, users, user, body=None):
     return opener.open(req, timeout=10)
 
 
-def run_radicale(workdir, users, books):
-    port = free_port()
+def run_radicale(workdir, users, books, port=None):
+    port = port or free_port()
     with open(os.path.join(workdir, "users"), "w") as f:
         for user, password in users.items():
             f.write("%s:%s\n" % (user, password))
@@ -158,16 +159,18 @@ def main(args):
         return run_busy(args[1])
     if not args:
         sys.exit(__doc__)
-    workdir, users, books = args[0], {}, []
+    workdir, users, books, port = args[0], {}, [], None
     rest = iter(args[1:])
     for arg in rest:
         if arg == "--book":
             books.append(next(rest))
+        elif arg == "--port":
+            port = int(next(rest))
         else:
             user, _, password = arg.partition(":")
             users[user] = password
     os.makedirs(os.path.join(workdir, "collections"), exist_ok=True)
-    run_radicale(workdir, users, books)
+    run_radicale(workdir, users, books, port)
 
 
 if __name__ == "__main__":

@@ -55,7 +55,8 @@ std::optional<FileStamp> stampOfFile(const fs::path& path) {
   return fileStamp(st);
 }
 
-CardWriter::CardWriter(fs::path dir) : dir_(std::move(dir)) {}
+CardWriter::CardWriter(fs::path dir, std::shared_ptr<CardRemote> remote)
+    : dir_(std::move(dir)), remote_(std::move(remote)) {}
 
 CardWriter::~CardWriter() {
   {
@@ -66,17 +67,20 @@ CardWriter::~CardWriter() {
   if (thread_.joinable()) thread_.join();
 }
 
-void CardWriter::submit(std::string file, std::string text, bool isNew) {
+void CardWriter::submit(std::string file, std::string text, bool isNew, std::string base) {
   std::unique_lock lock(mutex_);
   if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
   room_.wait(lock, [&] { return queue_.size() < kMaxQueued; });
-  queue_.push_back(Job{std::move(file), std::move(text), isNew});
+  queue_.push_back(Job{std::move(file), std::move(text), isNew, std::move(base)});
   if (queue_.size() >= kBatch) work_.notify_one();
 }
 
-CardWriter::Result CardWriter::writeNow(std::string file, std::string text, bool isNew) {
+CardWriter::Result CardWriter::writeNow(std::string file, std::string text, bool isNew,
+                                        std::string base) {
   drain();
-  return write(Job{std::move(file), std::move(text), isNew});
+  std::vector<Job> one;
+  one.push_back(Job{std::move(file), std::move(text), isNew, std::move(base)});
+  return std::move(write(std::move(one)).front());
 }
 
 bool CardWriter::busy() const {
@@ -124,20 +128,72 @@ void CardWriter::run() {
     });
     if (queue_.empty()) return;  // stopping, and every job is done
     while (!queue_.empty()) {
-      Job job = std::move(queue_.front());
-      queue_.pop_front();
+      // Files one at a time; cards for a server a batch at a time, sent side by side.
+      std::vector<Job> jobs;
+      size_t take = remote_ ? kBatch : 1;
+      while (!queue_.empty() && jobs.size() < take) {
+        jobs.push_back(std::move(queue_.front()));
+        queue_.pop_front();
+      }
       writing_ = true;
       lock.unlock();
-      Result result = write(job);
+      std::vector<Result> results = write(std::move(jobs));
       lock.lock();
-      done_.push_back(std::move(result));
+      for (auto& r : results) done_.push_back(std::move(r));
       writing_ = false;
       room_.notify_all();
     }
   }
 }
 
-CardWriter::Result CardWriter::write(const Job& job) {
+std::vector<CardWriter::Result> CardWriter::write(std::vector<Job> jobs) {
+  std::vector<Result> results;
+  if (!remote_) {
+    for (const auto& job : jobs) results.push_back(writeFile(job));
+    return results;
+  }
+  std::vector<CardRemote::Upload> uploads;
+  for (const auto& job : jobs) {
+    CardRemote::Upload u{job.file, job.text, job.base, {}, job.isNew};
+    if (!job.isNew) {
+      int fd = ::open((dir_ / job.file).c_str(), O_RDONLY | O_CLOEXEC);
+      if (fd >= 0) {
+        readAll(fd, &u.current, job.text.size());
+        ::close(fd);
+      }
+    }
+    uploads.push_back(std::move(u));
+  }
+  std::vector<CardRemote::Outcome> outcomes;
+  try {
+    outcomes = remote_->upload(uploads);
+  } catch (const RuntimeError& e) {
+    outcomes.assign(jobs.size(), CardRemote::Outcome{std::nullopt, false, e});
+  }
+  outcomes.resize(jobs.size());
+  for (size_t i = 0; i < jobs.size(); ++i) {
+    auto& outcome = outcomes[i];
+    if (outcome.error || outcome.unchanged || !outcome.text) {
+      Result r;
+      r.file = jobs[i].file;
+      r.isNew = jobs[i].isNew;
+      if (outcome.error)
+        r.error = *outcome.error;
+      else
+        r.stamp = stampOfFile(dir_ / jobs[i].file);
+      results.push_back(std::move(r));
+      continue;
+    }
+    jobs[i].text = std::move(*outcome.text);
+    jobs[i].isNew = false;  // the server has it now: the copy follows whatever is there
+    Result r = writeFile(jobs[i]);
+    r.isNew = uploads[i].isNew;
+    results.push_back(std::move(r));
+  }
+  return results;
+}
+
+CardWriter::Result CardWriter::writeFile(const Job& job) {
   Result result;
   result.file = job.file;
   result.isNew = job.isNew;

@@ -8,6 +8,9 @@
 // RuntimeError naming the file and the system's reason. The folder's own modification time is
 // followed across the writes (knownDirTime), so the owner can tell others' changes from its own.
 //
+// With a remote (card_remote.h), every card goes to the server first, a batch at a time, and the
+// file then holds what the server took.
+//
 // Ownership: the owner keeps the writer; the destructor finishes every job first.
 // Thread use: one owner thread calls everything; one writer thread of its own, started on the
 // first job.
@@ -18,6 +21,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <filesystem>
 #include <mutex>
 #include <optional>
@@ -25,6 +29,7 @@
 #include <thread>
 #include <vector>
 
+#include "backends/vdir/card_remote.h"
 #include "core/error.h"
 
 namespace dossync::vdir {
@@ -50,16 +55,18 @@ class CardWriter {
     std::optional<RuntimeError> error;
   };
 
-  explicit CardWriter(std::filesystem::path dir);
+  explicit CardWriter(std::filesystem::path dir, std::shared_ptr<CardRemote> remote = nullptr);
   ~CardWriter();
   CardWriter(const CardWriter&) = delete;
   CardWriter& operator=(const CardWriter&) = delete;
 
   // Queues `text` for `file` (a name in the folder). `isNew`: no such file is known, so there is
-  // nothing to compare with and nothing to replace. Waits while many jobs are queued already.
-  void submit(std::string file, std::string text, bool isNew);
+  // nothing to compare with and nothing to replace. `base`: what the item saved was read from
+  // (the remote merges from it). Waits while many jobs are queued already.
+  void submit(std::string file, std::string text, bool isNew, std::string base = {});
   // Writes `text` at once on the caller's thread, after every queued job.
-  Result writeNow(std::string file, std::string text, bool isNew);
+  Result writeNow(std::string file, std::string text, bool isNew, std::string base = {});
+  CardRemote* remote() const { return remote_.get(); }
   bool busy() const;              // jobs queued or being written
   void drain();                   // waits until no job is left
   std::vector<Result> collect();  // what became of the jobs finished since the last collect
@@ -75,6 +82,7 @@ class CardWriter {
   struct Job {
     std::string file, text;
     bool isNew;
+    std::string base;
   };
   static constexpr size_t kMaxQueued = 512;
   // Waking the writer costs a system call and a switch: it is woken for this many jobs at a
@@ -82,9 +90,12 @@ class CardWriter {
   static constexpr size_t kBatch = 64;
 
   void run();
-  Result write(const Job& job);
+  // Writes the jobs' files (after the remote took them); one result each.
+  std::vector<Result> write(std::vector<Job> jobs);
+  Result writeFile(const Job& job);
 
   std::filesystem::path dir_;
+  std::shared_ptr<CardRemote> remote_;
   mutable std::mutex mutex_;
   std::condition_variable work_;  // the writer waits for jobs
   std::condition_variable room_;  // the owner waits for room in the queue, or for the end

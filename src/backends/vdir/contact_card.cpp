@@ -950,9 +950,22 @@ bool isAnyOf(std::string_view name, std::span<const char* const> names) {
 
 // The properties cardKeys reads, and no others.
 bool isKeyProperty(std::string_view name) {
-  return isAnyOf(name, kUid) || isAnyOf(name, kKind) || isAnyOf(name, fieldOf(CP::FileAs).names);
+  // FileAs, and what a card without one is filed under (N, ORG, FN).
+  return isAnyOf(name, kUid) || isAnyOf(name, kKind) || isAnyOf(name, fieldOf(CP::FileAs).names) ||
+         sameName(name, "N") || sameName(name, "ORG") || sameName(name, "FN");
 }
 }  // namespace
+
+std::string filedAs(const Vcard& card) {
+  std::string fileAs = contactProperty(card, CP::FileAs);
+  if (!fileAs.empty()) return fileAs;
+  std::string last = contactProperty(card, CP::LastName);
+  std::string first = contactProperty(card, CP::FirstName);
+  if (!last.empty() && !first.empty()) return last + ", " + first;
+  if (!last.empty() || !first.empty()) return last + first;
+  std::string company = contactProperty(card, CP::CompanyName);
+  return company.empty() ? contactProperty(card, CP::FullName) : company;
+}
 
 std::string cardUid(const Vcard& card) {
   const VcardProperty* p = findAny(card, kUid);
@@ -976,7 +989,7 @@ CardKeys cardKeys(const Vcard& card) {
   CardKeys keys;
   keys.uid = cardUid(card);
   keys.group = isGroupCard(card);
-  if (!keys.group) keys.fileAs = contactProperty(card, CP::FileAs);
+  if (!keys.group) keys.fileAs = filedAs(card);
   return keys;
 }
 

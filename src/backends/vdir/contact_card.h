@@ -79,6 +79,11 @@ class ContactCard {
 // What ContactCard(card).get(p) answers, without a copy of the card.
 std::string contactProperty(const Vcard& card, outlook::ContactProperty p);
 
+// What the contact is filed under: its FileAs; for a card filed under nothing (another
+// program's), what Outlook files a contact under: "Last, First", the one name there is, else
+// the company, else the full name.
+std::string filedAs(const Vcard& card);
+
 // The card's UID as text ("" when it has none).
 std::string cardUid(const Vcard& card);
 
@@ -89,7 +94,7 @@ bool isGroupCard(const Vcard& card);
 struct CardKeys {
   std::string uid;     // cardUid
   bool group = false;  // isGroupCard
-  std::string fileAs;  // the contact's FileAs; "" for a group
+  std::string fileAs;  // filedAs; "" for a group
   bool operator==(const CardKeys&) const = default;
 };
 CardKeys cardKeys(const Vcard& card);

@@ -46,8 +46,12 @@ class OpenDir {
 }  // namespace
 
 // The temporary files of card writes that a killed run left behind go as the folder is opened.
-ContactFolder::ContactFolder(fs::path dir, std::string storeId, WarnFunction warn)
-    : dir_(std::move(dir)), storeId_(std::move(storeId)), warn_(std::move(warn)), writer_(dir_) {
+ContactFolder::ContactFolder(fs::path dir, std::string storeId, WarnFunction warn,
+                             std::shared_ptr<CardRemote> remote)
+    : dir_(std::move(dir)),
+      storeId_(std::move(storeId)),
+      warn_(std::move(warn)),
+      writer_(dir_, std::move(remote)) {
   removeStaleTemporaryFiles(dir_, [](std::string_view name) { return isCardFile(name); });
 }
 
@@ -453,14 +457,14 @@ bool ContactFolder::store(const std::string& file, const Vcard& card, bool isNew
   }
   Apartment& a = apartment();
   if (writeAtOnce_ || a.procedureDepth == 0) {
-    auto result = writer_.writeNow(file, text, isNew);
+    auto result = writer_.writeNow(file, text, isNew, source ? source->text : std::string());
     if (result.error) throw *result.error;
     writeAtOnce_ = !failed_.empty();
     if (built_ && result.stamp) put(file, entryFor(file, cardKeys(card), *result.stamp));
     return true;
   }
   a.finishWhenIdle(shared_from_this());
-  writer_.submit(file, std::move(text), isNew);
+  writer_.submit(file, std::move(text), isNew, source ? source->text : std::string());
   ++inFlight_[file];
   if (built_) put(file, entryFor(file, cardKeys(card), Stamp{}));
   return true;
@@ -469,6 +473,7 @@ bool ContactFolder::store(const std::string& file, const Vcard& card, bool isNew
 void ContactFolder::remove(const std::string& file) {
   writer_.drain();
   settle();
+  if (writer_.remote()) writer_.remote()->remove(file);
   fs::path target = dir_ / file;
   auto before = writer_.dirTime();
   bool current = built_ && before && before == writer_.knownDirTime();

@@ -48,11 +48,14 @@ using WarnFunction = std::function<void(const std::string&)>;
 
 class ContactFolder : public IdleTask, public std::enable_shared_from_this<ContactFolder> {
  public:
-  ContactFolder(std::filesystem::path dir, std::string storeId, WarnFunction warn);
+  // With a remote, the folder is the copy of a server's address book (card_remote.h).
+  ContactFolder(std::filesystem::path dir, std::string storeId, WarnFunction warn,
+                std::shared_ptr<CardRemote> remote = nullptr);
   ~ContactFolder();
 
   const std::filesystem::path& dir() const { return dir_; }
   const std::string& storeId() const { return storeId_; }
+  bool mirrored() const { return writer_.remote() != nullptr; }  // the copy of a server's
 
   int32_t count();
   outlook::ItemPtr itemAt(size_t index);  // 0-based; throws when out of range or unreadable

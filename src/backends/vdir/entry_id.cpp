@@ -17,6 +17,8 @@ uint64_t fnv1a(std::string_view s, uint64_t h) {
   return h;
 }
 
+}  // namespace
+
 std::string hash128(std::string_view s) {
   char buf[33];
   std::snprintf(buf, sizeof buf, "%016llx%016llx",
@@ -24,8 +26,6 @@ std::string hash128(std::string_view s) {
                 static_cast<unsigned long long>(fnv1a(s, 0x84222325cbf29ce4ULL)));
   return buf;
 }
-
-}  // namespace
 
 bool isPlainUid(std::string_view uid) {
   if (uid.empty() || uid.size() > kMaxEntryIdLength || uid.front() == '.') return false;

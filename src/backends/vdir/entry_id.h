@@ -17,6 +17,8 @@ inline constexpr size_t kMaxEntryIdLength = 100;
 
 bool isPlainUid(std::string_view uid);
 std::string entryIdFor(std::string_view uid, std::string_view fileName);
+// 32 lowercase hex digits made from `s` (not a cryptographic hash: names, not secrets).
+std::string hash128(std::string_view s);
 // `digits` random lowercase hex digits.
 std::string randomHex(size_t digits);
 inline std::string newUid() {

@@ -38,7 +38,7 @@ std::string VdirContactItem::FilePath() const {
 
 void VdirContactItem::Save() {
   if (deleted_) throw deletedError(FilePath());
-  if (FileAs().empty()) setFileAs(defaultFileAs(*this));
+  if (card_.get(outlook::ContactProperty::FileAs).empty()) setFileAs(defaultFileAs(*this));
   card_.completeName();
   bool isNew = file_.empty();
   if (isNew) {
@@ -46,7 +46,13 @@ void VdirContactItem::Save() {
     while (folder_->taken(card_.uid() + ".vcf")) card_.setUid(newUid());
     file_ = card_.uid() + ".vcf";
   }
-  if (folder_->store(file_, card_.vcard(), isNew, source_ ? &*source_ : nullptr)) source_.reset();
+  if (folder_->store(file_, card_.vcard(), isNew, source_ ? &*source_ : nullptr)) {
+    // A server's copy merges a later save from what this one sent.
+    if (folder_->mirrored())
+      source_ = ContactFolder::Source{card_.text(), {}};
+    else
+      source_.reset();
+  }
 }
 
 void VdirContactItem::Delete() {

@@ -22,7 +22,10 @@ class VdirContactItem final : public outlook::ContactItem, public VdirItem {
 
   std::string EntryID() const override;
   void Save() override;
-  std::string get(outlook::ContactProperty p) const override { return card_.get(p); }
+  // FileAs of a card filed under nothing reads as Outlook files it (filedAs).
+  std::string get(outlook::ContactProperty p) const override {
+    return p == outlook::ContactProperty::FileAs ? filedAs(card_.vcard()) : card_.get(p);
+  }
   void set(outlook::ContactProperty p, const std::string& v) override { card_.set(p, v); }
   int32_t Gender() const override { return card_.gender(); }
   void setGender(int32_t g) override { card_.setGender(g); }

@@ -102,11 +102,16 @@ class VdirFolder final : public outlook::MAPIFolder {
 
 class VdirSession final : public outlook::NameSpace {
  public:
-  VdirSession(fs::path root, WarnFunction warn) : root_(std::move(root)), warn_(std::move(warn)) {}
+  VdirSession(fs::path root, WarnFunction warn, MirrorLogon mirror)
+      : root_(std::move(root)), warn_(std::move(warn)), mirror_(std::move(mirror)) {}
 
-  void Logon(std::optional<std::string> profile, std::optional<std::string>, std::optional<bool>,
-             std::optional<bool>) override {
-    current_ = open(profile.value_or(""));
+  void Logon(std::optional<std::string> profile, std::optional<std::string> password,
+             std::optional<bool>, std::optional<bool>) override {
+    password_ = password.value_or("");
+    std::string name = profileName(profile.value_or(""));
+    if (auto it = profiles_.find(name); mirror_ && it != profiles_.end())
+      mirror_(name, root_ / name, password_);  // brings the copy up to date again
+    current_ = open(name);
   }
 
   std::shared_ptr<outlook::MAPIFolder> GetDefaultFolder(int32_t folder) override {
@@ -134,12 +139,17 @@ class VdirSession final : public outlook::NameSpace {
   }
 
  private:
-  std::shared_ptr<ContactFolder> open(std::string name) {
+  std::string profileName(std::string name) const {
     if (name.empty()) name = firstLineOf(root_ / "default-profile");
     if (name.empty()) name = "default";
     if (name == "." || name == ".." ||
         name.find_first_of(std::string("/\\\0", 3)) != std::string::npos)
       throw RuntimeError(kInvalidProcedureCall, "Invalid profile name '" + name + "'", "vdir");
+    return name;
+  }
+
+  std::shared_ptr<ContactFolder> open(std::string name) {
+    name = profileName(std::move(name));
     if (auto it = profiles_.find(name); it != profiles_.end()) return it->second;
 
     fs::path dir = root_ / name;
@@ -151,18 +161,22 @@ class VdirSession final : public outlook::NameSpace {
             kPathNotFound,
             "Cannot create profile folder " + (dir / sub).string() + ": " + ec.message(), "vdir");
     }
+    std::shared_ptr<CardRemote> remote;
+    if (mirror_) remote = mirror_(name, dir, password_);  // may write the store's id
     std::string storeId = firstLineOf(dir / "store-id");
     if (storeId.empty()) {
       storeId = randomHex(32);
       writeFileAtomically(dir / "store-id", storeId + "\n");
     }
-    auto folder = std::make_shared<ContactFolder>(dir / "contacts", storeId, warn_);
+    auto folder = std::make_shared<ContactFolder>(dir / "contacts", storeId, warn_, remote);
     profiles_.emplace(name, folder);
     return folder;
   }
 
   fs::path root_;
   WarnFunction warn_;
+  MirrorLogon mirror_;
+  std::string password_;
   std::map<std::string, std::shared_ptr<ContactFolder>> profiles_;
   std::shared_ptr<ContactFolder> current_;
 };
@@ -197,11 +211,12 @@ class VdirApplication final : public outlook::Application {
 }  // namespace
 
 std::shared_ptr<outlook::Application> makeVdirApplication(
-    const std::string& profilesRoot, std::function<void(const std::string&)> warn) {
+    const std::string& profilesRoot, std::function<void(const std::string&)> warn,
+    MirrorLogon mirror) {
   if (!warn)
     warn = [](const std::string& m) { std::cerr << "dossync: warning: " << m << std::endl; };
   return std::make_shared<VdirApplication>(
-      std::make_shared<VdirSession>(fs::path(profilesRoot), std::move(warn)));
+      std::make_shared<VdirSession>(fs::path(profilesRoot), std::move(warn), std::move(mirror)));
 }
 
 bool deleteVdirItem(outlook::NameSpace& session, const std::string& entryId) {

@@ -32,18 +32,30 @@
 // Thread use: the apartment's one thread.
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "backends/vdir/card_remote.h"
 #include "outlook/object_model.h"
 
 namespace dossync::vdir {
 
+// Makes the store the copy of a server's address books (backends/carddav): `logon` is called
+// with the profile's name, its folder and the password by every Logon, and by the first use of
+// a profile without one. It checks them with the server (throwing refuses the logon), brings the
+// folder's contacts/ up to date, and answers the remote the profile's writes go to (only the
+// answer of a profile's first call is used).
+using MirrorLogon = std::function<std::shared_ptr<CardRemote>(
+    const std::string& profile, const std::filesystem::path& profileDir,
+    const std::string& password)>;
+
 std::shared_ptr<outlook::Application> makeVdirApplication(
-    const std::string& profilesRoot, std::function<void(const std::string&)> warn = {});
+    const std::string& profilesRoot, std::function<void(const std::string&)> warn = {},
+    MirrorLogon mirror = {});
 
 // What every item of this store also is: dynamic_cast an outlook item to it.
 class VdirItem {

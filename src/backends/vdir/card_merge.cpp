@@ -1,0 +1,82 @@
+#include "backends/vdir/card_merge.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "backends/vdir/contact_card.h"
+#include "backends/vdir/vcard.h"
+#include "core/error.h"
+#include "core/value.h"
+
+namespace dossync::vdir {
+namespace {
+
+// One property as a line of its meaning: names folded, parameters and their values sorted,
+// each ';'-part of the value unescaped.
+std::string meaningOf(const VcardProperty& p) {
+  std::string out = value::foldCase(p.group()) + "." + value::foldCase(p.name());
+  std::vector<std::string> params;
+  for (const auto& param : p.params()) {
+    std::vector<std::string> values = param.values;
+    std::string name = param.name.empty() ? "type" : value::foldCase(param.name);
+    if (name == "type")
+      for (auto& v : values) v = value::foldCase(v);
+    std::sort(values.begin(), values.end());
+    for (auto& v : values) params.push_back(name + "=" + v);
+  }
+  std::sort(params.begin(), params.end());
+  for (const auto& param : params) out += ";" + param;
+  out += ":";
+  bool first = true;
+  forEachRawPart(p.rawValue(), ';', [&](std::string_view part) {
+    if (!first) out += '\x1f';
+    first = false;
+    out += unescapeText(part);
+    return true;
+  });
+  return out;
+}
+
+std::vector<std::string> meaningsOf(std::string_view text) {
+  std::vector<std::string> lines;
+  for (const auto& p : parseVcard(text).properties) {
+    if (p.is("PRODID") || p.is("REV")) continue;
+    lines.push_back(meaningOf(p));
+  }
+  std::sort(lines.begin(), lines.end());
+  return lines;
+}
+
+}  // namespace
+
+bool sameCardMeaning(std::string_view a, std::string_view b) {
+  if (a == b) return true;
+  try {
+    return meaningsOf(a) == meaningsOf(b);
+  } catch (const RuntimeError&) {
+    return false;
+  }
+}
+
+std::string mergeCardChanges(std::string_view base, std::string_view mine,
+                             std::string_view theirs) {
+  ContactCard before;
+  try {
+    if (!base.empty()) before = ContactCard(parseVcard(base));
+  } catch (const RuntimeError&) {
+  }
+  ContactCard after(parseVcard(mine));
+  ContactCard merged(parseVcard(theirs));
+  for (int i = 0; i < outlook::kContactTextPropertyCount; ++i) {
+    auto p = static_cast<outlook::ContactProperty>(i);
+    std::string value = after.get(p);
+    if (value != before.get(p)) merged.set(p, value);
+  }
+  if (after.gender() != before.gender()) merged.setGender(after.gender());
+  if (after.birthday() != before.birthday()) merged.setBirthday(after.birthday());
+  if (after.anniversary() != before.anniversary()) merged.setAnniversary(after.anniversary());
+  merged.completeName();
+  return merged.text();
+}
+
+}  // namespace dossync::vdir

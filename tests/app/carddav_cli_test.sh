@@ -1,0 +1,121 @@
+#!/usr/bin/env bash
+# End-to-end checks that only an address book on a CardDAV server has: the logon, the copy kept
+# between runs, deletes on the server, and other CardDAV clients (vdirsyncer, python3-vobject)
+# reading what dossync wrote and writing what it reads. The server is a real Radicale on
+# 127.0.0.1 (store_lib.sh).
+set -uo pipefail
+bin=$1
+work=$(mktemp -d)
+export DOSSYNC_TEST_STORE=carddav
+source "$(dirname "$0")/check_lib.sh"
+source "$(dirname "$0")/store_lib.sh"
+trap 'store_cleanup; rm -rf "$work"' EXIT
+py=/usr/bin/python3
+port=$(cat "$work/radicale/port")
+
+h="$work/h.db" s="$work/s.db"
+"$bin" init-host "$h" >/dev/null && "$bin" demo-data "$h" --companies 12 --seed 3 >/dev/null
+sync() { "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress "$@"; }
+# What the server says of the book: its sync token changes with every write.
+token() {
+  curl -s -u alice:secret -X PROPFIND -H 'Depth: 0' --data \
+    '<propfind xmlns="DAV:"><prop><sync-token/></prop></propfind>' "$store_url/$1/" |
+    sed -n 's/.*<sync-token>\([^<]*\)<.*/\1/p'
+}
+on_server() {  # how many cards the book holds
+  curl -s -u alice:secret -X PROPFIND -H 'Depth: 1' --data \
+    '<propfind xmlns="DAV:"><prop><getetag/></prop></propfind>' "$store_url/$1/" | grep -o '\.vcf</' | wc -l
+}
+
+# A refused logon is one clear error before anything is opened.
+"$bin" sync --host-db "$h" --sync-db "$s" --outlook "carddav:$store_url/book/" --profile alice \
+  --password wrong --no-progress --select all >"$work/out" 2>"$work/err"
+same "wrong password exit" $? 1
+has "wrong password says so" "$(cat "$work/err")" "refused the logon of alice"
+has "and names the server" "$(cat "$work/err")" "127.0.0.1:$port"
+same "nothing paired" "$([[ -f "$s" ]] && sqlite3 "$s" 'SELECT count(*) FROM OutlookSync;' 2>/dev/null || echo 0)" 0
+"$bin" contacts list --outlook "carddav:http://127.0.0.1:1/alice/book/" --profile alice \
+  --password secret >/dev/null 2>"$work/err"
+[[ $? -ne 0 ]] && ok || bad "an unreachable server is an error"
+has "unreachable names the URL" "$(cat "$work/err")" "127.0.0.1:1"
+
+# The practice goes up; a second run with nothing changed writes nothing.
+out=$(sync --select all); same "sync exit" $? 0
+has "every company made" "$out" "items created 12"
+same "cards on the server" "$(on_server book)" 12
+before=$(token book)
+out=$(sync --select all)
+has "again: updated in place" "$out" "items created 0, items updated 12"
+same "a quiet run writes nothing" "$(token book)" "$before"
+
+# contacts: put, show, delete against the server.
+id=$(echo '{"FileAs": "Zed, Zoe", "FirstName": "Zoe", "LastName": "Zed"}' | "$bin" contacts put "${ol[@]}" --json -)
+same "put reaches the server" "$(on_server book)" 13
+has "show" "$("$bin" contacts show "$id" "${ol[@]}")" "Zoe"
+"$bin" contacts delete "$id" "${ol[@]}"; same "delete exit" $? 0
+same "delete reaches the server" "$(on_server book)" 12
+
+# vdirsyncer downloads what dossync wrote; python3-vobject reads every card.
+mkdir -p "$work/vs/status" "$work/vs/down" "$work/vs/up"
+cat >"$work/vs/config" <<CONF
+[general]
+status_path = "$work/vs/status/"
+[pair down]
+a = "down_local"
+b = "down_remote"
+collections = null
+[storage down_local]
+type = "filesystem"
+path = "$work/vs/down/"
+fileext = ".vcf"
+[storage down_remote]
+type = "carddav"
+url = "$store_url/book/"
+username = "alice"
+password = "secret"
+[pair up]
+a = "up_local"
+b = "up_remote"
+collections = null
+[storage up_local]
+type = "filesystem"
+path = "$work/vs/up/"
+fileext = ".vcf"
+[storage up_remote]
+type = "carddav"
+url = "$store_url/book2/"
+username = "alice"
+password = "secret"
+CONF
+vs() { vdirsyncer -c "$work/vs/config" "$@" >>"$work/vs/log" 2>&1; }
+vs discover down && vs sync down; same "vdirsyncer download" $? 0
+same "vdirsyncer got every card" "$(ls "$work/vs/down" | grep -c '\.vcf$')" 12
+$py - "$work/vs/down" <<'PY' >"$work/vobject.out" 2>&1
+import sys, os, vobject
+names = []
+for f in sorted(os.listdir(sys.argv[1])):
+    card = vobject.readOne(open(os.path.join(sys.argv[1], f), encoding="utf-8").read())
+    names.append(card.fn.value)
+print(len(names), "cards,", sum(1 for n in names if n), "named")
+PY
+same "vobject parses them" "$(cat "$work/vobject.out")" "12 cards, 12 named"
+
+# Cards another client uploads are found and brought into the host.
+for n in 1 2 3; do
+  printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:other-%s\r\nFN:Other Person %s\r\nN:Person;Other %s;;;\r\nORG:Other Co %s\r\nNICKNAME:o%s\r\nEND:VCARD\r\n' \
+    $n $n $n $n $n >"$work/vs/up/other-$n.vcf"
+done
+vs discover up && vs sync up; same "vdirsyncer upload" $? 0
+out=$("$bin" sync --host-db "$h" --sync-db "$work/s2.db" "${ol2[@]}" --no-progress --direction 3 --select all)
+has "their contacts come in" "$out" "companies created 3, companies updated 0, contacts created 3"
+same "filed as Outlook files them" "$(sqlite3 "$h" "SELECT count(*) FROM Companies WHERE CompanyName LIKE 'Other Co %';")" 3
+"$bin" contacts list "${ol2[@]}" | grep -q "Person, Other 2" && ok || bad "FileAs of a foreign card"
+
+# The wizard's Outlook tree reads the server.
+if "$bin" wizard --screenshots "$work/shots" --host-db "$h" --sync-db "$s" "${ol[@]}" >"$work/shots.out" 2>&1; then
+  same "wizard pictures" "$(ls "$work/shots" | grep -c '\.png$')" "$(grep -c '\.png$' "$work/shots.out")"
+else
+  bad "wizard --screenshots against the server"; cat "$work/shots.out"
+fi
+
+finish "carddav cli"

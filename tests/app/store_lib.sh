@@ -1,0 +1,50 @@
+# The Outlook store a command line test runs against (sourced after check_lib.sh, with $bin and
+# $work set): the vCard folder, or with DOSSYNC_TEST_STORE=carddav an address book on a Radicale
+# server started here (tests/support/radicale_server.py) and stopped on exit.
+#   ol, ol2          the --outlook arguments of the store and of a second, empty one
+#   cards, cards2    the folders their cards are in (for a server: the copies dossync keeps)
+#   store_down/up    makes the store unreachable, and back
+#   store_cleanup    called by the test's exit trap
+store_kind=${DOSSYNC_TEST_STORE:-vdir}
+radicale_pid=""
+store_cleanup() {
+  if [[ -n "$radicale_pid" ]]; then
+    kill "$radicale_pid" 2>/dev/null
+    wait "$radicale_pid" 2>/dev/null
+  fi
+  return 0
+}
+store_start_server() {
+  mkdir -p "$work/radicale"
+  rm -f "$work/radicale/port"
+  /usr/bin/python3 "$(dirname "${BASH_SOURCE[0]}")/../support/radicale_server.py" "$work/radicale" \
+    alice:secret --book alice/book --book alice/book2 >/dev/null 2>&1 &
+  radicale_pid=$!
+  for _ in $(seq 150); do [[ -s "$work/radicale/port" ]] && break; sleep 0.1; done
+  [[ -s "$work/radicale/port" ]] || { echo "FAIL Radicale did not start"; cat "$work/radicale/radicale.log"; exit 1; }
+}
+if [[ "$store_kind" == carddav ]]; then
+  export XDG_DATA_HOME="$work/xdg"
+  store_start_server
+  store_url="http://127.0.0.1:$(cat "$work/radicale/port")/alice"
+  ol=(--outlook "carddav:$store_url/book/" --profile alice --password secret)
+  ol2=(--outlook "carddav:$store_url/book2/" --profile alice --password secret)
+  copies="$XDG_DATA_HOME/dossync/carddav/127.0.0.1_$(cat "$work/radicale/port")_alice"
+  cards="${copies}_book/alice/contacts"
+  cards2="${copies}_book2/alice/contacts"
+  store_down() { store_cleanup; radicale_pid=""; }
+  store_up() {
+    local port; port=$(cat "$work/radicale/port")
+    /usr/bin/python3 "$(dirname "${BASH_SOURCE[0]}")/../support/radicale_server.py" "$work/radicale" \
+      alice:secret --port "$port" >/dev/null 2>&1 &
+    radicale_pid=$!
+    for _ in $(seq 150); do curl -s -o /dev/null "http://127.0.0.1:$port/" && break; sleep 0.1; done
+  }
+else
+  ol=(--outlook "vdir:$work/ol")
+  ol2=(--outlook "vdir:$work/ol2")
+  cards="$work/ol/default/contacts"
+  cards2="$work/ol2/default/contacts"
+  store_down() { mv "$cards" "$cards.away" && touch "$cards"; }
+  store_up() { rm "$cards" && mv "$cards.away" "$cards"; }
+fi

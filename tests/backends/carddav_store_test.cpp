@@ -1,0 +1,167 @@
+// The CardDAV store against a real Radicale server: what reaches the server, what a logon
+// downloads, and other clients' changes (made straight on the server) kept through our writes.
+#include "backends/carddav/carddav_store.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "backends/carddav/dav_client.h"
+#include "backends/vdir/vdir_store.h"
+#include "core/error.h"
+#include "test_support.h"
+
+namespace dossync::carddav {
+namespace {
+
+namespace fs = std::filesystem;
+using outlook::ContactItem;
+
+class CardDavStoreTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { server = new testing::RadicaleServer({"alice:secret"}); }
+  static void TearDownTestSuite() {
+    delete server;
+    server = nullptr;
+  }
+  void SetUp() override {
+    book = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    server->makeBook("alice", book);
+    url = server->url("alice", book);
+  }
+  std::shared_ptr<outlook::NameSpace> logon(const std::string& password = "secret") {
+    CardDavSettings settings;
+    settings.url = url;
+    settings.cacheRoot = cache.path();
+    apps.push_back(makeCardDavApplication(settings));
+    auto session = apps.back()->GetNamespace("MAPI");
+    session->Logon("alice", password, false, false);
+    return session;
+  }
+  std::shared_ptr<ContactItem> create(const std::string& fileAs) {
+    auto item =
+        std::dynamic_pointer_cast<ContactItem>(apps.back()->CreateItem(outlook::olContactItem));
+    item->setFileAs(fileAs);
+    item->Save();
+    return item;
+  }
+  // Another CardDAV client, straight on the server.
+  DavClient other() {
+    DavOptions o;
+    o.user = "alice";
+    o.password = "secret";
+    return DavClient(url, o);
+  }
+  fs::path copyOf(const std::string& file) {
+    CardDavSettings settings;
+    settings.url = url;
+    settings.cacheRoot = cache.path();
+    return fs::path(cardDavCopyRoot(settings)) / "alice" / "contacts" / file;
+  }
+  static std::shared_ptr<ContactItem> byId(const std::shared_ptr<outlook::NameSpace>& s,
+                                           const std::string& id) {
+    return std::dynamic_pointer_cast<ContactItem>(s->GetItemFromID(id, ""));
+  }
+
+  static testing::RadicaleServer* server;
+  std::string book, url;
+  testing::TempDir cache;
+  std::vector<std::shared_ptr<outlook::Application>> apps;
+};
+testing::RadicaleServer* CardDavStoreTest::server = nullptr;
+
+TEST_F(CardDavStoreTest, SavesReachTheServerAndLogonsFetchOnlyWhatChanged) {
+  auto session = logon();
+  auto ann = create("Lee, Ann");
+  std::string id = ann->EntryID();
+  auto client = other();
+  auto members = client.listMembers();
+  ASSERT_EQ(members.size(), 1u);
+  EXPECT_NE(client.get(members[0].href).data.find("Lee\\, Ann"), std::string::npos);
+  std::string file = members[0].href.substr(members[0].href.rfind('/') + 1);
+  auto stamp = fs::last_write_time(copyOf(file));
+
+  // Nothing changed: a new session finds the card in its copy, which is not fetched again.
+  auto again = logon();
+  ASSERT_NE(byId(again, id), nullptr);
+  EXPECT_EQ(fs::last_write_time(copyOf(file)), stamp);
+  EXPECT_EQ(
+      std::dynamic_pointer_cast<ContactItem>(again->GetDefaultFolder(outlook::olFolderContacts)
+                                                 ->Items()
+                                                 ->Find("[FileAs] = \"LEE, ANN\""))
+          ->EntryID(),
+      id);
+
+  // Another client changes the card, and adds one of its own without any of our properties.
+  auto card = client.get(members[0].href);
+  std::string changed = card.data;
+  changed.replace(changed.find("END:VCARD"), 9, "NICKNAME:annie\r\nTITLE:Partner\r\nEND:VCARD");
+  EXPECT_EQ(client.put({members[0].href, changed, card.etag, false}).status / 100, 2);
+  EXPECT_EQ(client.put({client.collectionPath() + "bob.vcf",
+                        "BEGIN:VCARD\r\nVERSION:3.0\r\nUID:bob\r\nFN:Bob Ray\r\nN:Ray;Bob;;;\r\n"
+                        "END:VCARD\r\n",
+                        "", true})
+                    .status /
+                100,
+            2);
+  auto third = logon();
+  EXPECT_EQ(byId(third, id)->JobTitle(), "Partner");
+  auto bob = byId(third, "bob");
+  ASSERT_NE(bob, nullptr);
+  EXPECT_EQ(bob->FileAs(), "Ray, Bob");  // filed as Outlook files a person
+
+  // Deleted there: gone here after the next logon; deleted here: gone there.
+  client.remove(members[0].href);
+  auto fourth = logon();
+  EXPECT_EQ(byId(fourth, id), nullptr);
+  EXPECT_FALSE(fs::exists(copyOf(file)));
+  EXPECT_TRUE(vdir::deleteVdirItem(*fourth, "bob"));
+  EXPECT_TRUE(client.listMembers().empty());
+}
+
+TEST_F(CardDavStoreTest, AChangeMadeOnTheServerMeanwhileIsMergedNotLost) {
+  auto session = logon();
+  auto ann = create("Lee, Ann");
+  ann->setEmail1Address("ann@lee.example");
+  ann->Save();
+  auto item = byId(session, ann->EntryID());
+
+  // Between our read and our write another client adds a nickname and a job title.
+  auto client = other();
+  auto href = client.listMembers().at(0).href;
+  auto card = client.get(href);
+  std::string theirs = card.data;
+  theirs.replace(theirs.find("END:VCARD"), 9, "NICKNAME:annie\r\nTITLE:Partner\r\nEND:VCARD");
+  ASSERT_EQ(client.put({href, theirs, card.etag, false}).status / 100, 2);
+
+  item->setBusinessTelephoneNumber("613-555-0100");
+  item->setEmail1Address("");
+  item->Save();  // 412 first, then merged into their version
+  std::string now = client.get(href).data;
+  EXPECT_NE(now.find("NICKNAME:annie"), std::string::npos) << now;
+  EXPECT_NE(now.find("TITLE:Partner"), std::string::npos) << now;
+  EXPECT_NE(now.find("613-555-0100"), std::string::npos) << now;
+  EXPECT_EQ(now.find("ann@lee.example"), std::string::npos) << now;
+  EXPECT_EQ(byId(logon(), ann->EntryID())->JobTitle(), "Partner");
+}
+
+TEST_F(CardDavStoreTest, ARefusedLogonOrAServerOutOfReachSaysWhichServer) {
+  try {
+    logon("wrong");
+    FAIL() << "logon with a wrong password";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), kLogonFailed);
+    EXPECT_NE(e.description().find(url), std::string::npos) << e.description();
+  }
+  url = "http://127.0.0.1:1/alice/book/";
+  try {
+    logon();
+    FAIL() << "logon to nothing";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), kServerUnreachable);
+    EXPECT_NE(e.description().find("127.0.0.1:1"), std::string::npos) << e.description();
+  }
+}
+
+}  // namespace
+}  // namespace dossync::carddav
