@@ -11,9 +11,11 @@
 namespace dossync::vdir {
 namespace {
 
+}  // namespace
+
 // One property as a line of its meaning: names folded, parameters and their values sorted,
-// each ';'-part of the value unescaped.
-std::string meaningOf(const VcardProperty& p) {
+// each ';'-part of the value unescaped, empty parts at the end left out.
+std::string propertyMeaning(const VcardProperty& p) {
   std::string out = value::foldCase(p.group()) + "." + value::foldCase(p.name());
   std::vector<std::string> params;
   for (const auto& param : p.params()) {
@@ -34,14 +36,17 @@ std::string meaningOf(const VcardProperty& p) {
     out += unescapeText(part);
     return true;
   });
+  while (out.back() == '\x1f') out.pop_back();  // "ORG:Acme;" says what "ORG:Acme" says
   return out;
 }
+
+namespace {
 
 std::vector<std::string> meaningsOf(std::string_view text) {
   std::vector<std::string> lines;
   for (const auto& p : parseVcard(text).properties) {
     if (p.is("PRODID") || p.is("REV")) continue;
-    lines.push_back(meaningOf(p));
+    lines.push_back(propertyMeaning(p));
   }
   std::sort(lines.begin(), lines.end());
   return lines;

@@ -17,9 +17,13 @@
 #include <string>
 #include <string_view>
 
+#include "backends/vdir/vcard.h"
+
 namespace dossync::vdir {
 
 bool sameCardMeaning(std::string_view a, std::string_view b);
+// What sameCardMeaning compares of one property, as a line of text.
+std::string propertyMeaning(const VcardProperty& property);
 std::string mergeCardChanges(std::string_view base, std::string_view mine, std::string_view theirs);
 
 }  // namespace dossync::vdir

@@ -1,0 +1,235 @@
+// What every Outlook contact store does, run against each back end: the vCard folder, and an
+// address book on a real Radicale server (CardDAV). Another program's cards are put where that
+// store keeps them (a file in the folder; a PUT to the server) and read back from there.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "backends/carddav/carddav_store.h"
+#include "backends/carddav/dav_client.h"
+#include "backends/vdir/card_merge.h"
+#include "backends/vdir/vdir_store.h"
+#include "core/error.h"
+#include "test_support.h"
+
+namespace dossync {
+namespace {
+
+namespace fs = std::filesystem;
+using outlook::ContactItem;
+using outlook::ContactProperty;
+
+std::vector<std::string> unfoldedLines(const std::string& text) {
+  std::vector<std::string> out;
+  size_t pos = 0;
+  while (pos < text.size()) {
+    size_t end = text.find('\n', pos);
+    if (end == std::string::npos) end = text.size();
+    std::string line = text.substr(pos, end - pos);
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (!line.empty() && line[0] == ' ' && !out.empty()) {
+      out.back() += line.substr(1);
+    } else if (!line.empty()) {
+      out.push_back(line);
+    }
+    pos = end + 1;
+  }
+  return out;
+}
+
+class ContactStoreTest : public ::testing::TestWithParam<std::string> {
+ protected:
+  static void TearDownTestSuite() {
+    delete server;
+    server = nullptr;
+  }
+  bool dav() const { return GetParam() == "carddav"; }
+  void SetUp() override {
+    if (!dav()) return;
+    if (!server) server = new testing::RadicaleServer({"alice:secret"});
+    book = "b" + std::to_string(++books);
+    server->makeBook("alice", book);
+  }
+  // A new application of the store, logged on.
+  std::shared_ptr<outlook::Application> open() {
+    std::shared_ptr<outlook::Application> app;
+    if (dav()) {
+      carddav::CardDavSettings s;
+      s.url = server->url("alice", book);
+      s.cacheRoot = root.path();
+      app = carddav::makeCardDavApplication(s);
+      app->GetNamespace("MAPI")->Logon("alice", "secret", false, false);
+    } else {
+      app = vdir::makeVdirApplication(root.path());
+      app->GetNamespace("MAPI")->Logon(std::nullopt, std::nullopt, false, false);
+    }
+    return app;
+  }
+  static std::shared_ptr<outlook::Items> contacts(const std::shared_ptr<outlook::Application>& a) {
+    return a->GetNamespace("MAPI")->GetDefaultFolder(outlook::olFolderContacts)->Items();
+  }
+  static std::shared_ptr<ContactItem> byId(const std::shared_ptr<outlook::Application>& a,
+                                           const std::string& id) {
+    return std::dynamic_pointer_cast<ContactItem>(a->GetNamespace("MAPI")->GetItemFromID(id, ""));
+  }
+  static std::shared_ptr<ContactItem> saved(const std::shared_ptr<outlook::Application>& a,
+                                            const std::string& fileAs) {
+    auto c = std::dynamic_pointer_cast<ContactItem>(a->CreateItem(outlook::olContactItem));
+    c->setFileAs(fileAs);
+    c->Save();
+    return c;
+  }
+  carddav::DavClient client() const {
+    carddav::DavOptions o;
+    o.user = "alice";
+    o.password = "secret";
+    return carddav::DavClient(server->url("alice", book), o);
+  }
+  // Another program's card under that name, and what the store holds under it now.
+  void putForeign(const std::string& name, const std::string& text) {
+    if (dav()) {
+      auto c = client();
+      ASSERT_EQ(c.put({c.collectionPath() + name, text, "", true}).status / 100, 2);
+    } else {
+      fs::create_directories(fs::path(root.path()) / "default" / "contacts");
+      std::ofstream(fs::path(root.path()) / "default" / "contacts" / name, std::ios::binary)
+          << text;
+    }
+  }
+  std::string stored(const std::string& name) {
+    if (dav()) {
+      auto c = client();
+      return c.get(c.collectionPath() + name).data;
+    }
+    std::ifstream in(fs::path(root.path()) / "default" / "contacts" / name, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  }
+
+  static testing::RadicaleServer* server;
+  static int books;
+  std::string book;
+  testing::TempDir root;
+};
+testing::RadicaleServer* ContactStoreTest::server = nullptr;
+int ContactStoreTest::books = 0;
+
+TEST_P(ContactStoreTest, EveryPropertySurvivesSaveAndReopen) {
+  auto app = open();
+  auto c = std::dynamic_pointer_cast<ContactItem>(app->CreateItem(outlook::olContactItem));
+  EXPECT_EQ(c->EntryID(), "");
+  for (int i = 0; i < outlook::kContactTextPropertyCount; ++i) {
+    auto p = static_cast<ContactProperty>(i);
+    c->set(p, std::string(" ") + outlook::propertyName(p) + ", \"x\"; \\ ü\r\nline 2 ");
+  }
+  c->setGender(outlook::olMale);
+  c->setBirthday({1970, 3, 5});
+  c->setAnniversary({2000, 1, 2, 3, 4, 5});
+  c->Save();
+  std::string id = c->EntryID();
+  EXPECT_FALSE(id.empty());
+  EXPECT_LE(id.size(), 100u);
+
+  auto back = byId(open(), id);
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(vdir::listContactProperties(*back), vdir::listContactProperties(*c));
+
+  // And emptied again.
+  for (int i = 0; i < outlook::kContactTextPropertyCount; ++i)
+    back->set(static_cast<ContactProperty>(i), "");
+  back->setGender(outlook::olUnspecified);
+  back->setBirthday(outlook::kNoDate);
+  back->setAnniversary(outlook::kNoDate);
+  back->Save();
+  auto empty = byId(open(), id);
+  ASSERT_NE(empty, nullptr);
+  for (const auto& [name, text] : vdir::listContactProperties(*empty)) {
+    if (name == "Gender") {
+      EXPECT_EQ(text, "0");
+    } else if (name != "EntryID") {
+      EXPECT_EQ(text, "") << name;
+    }
+  }
+}
+
+// Names compare as Outlook compares them: without regard to case, accented letters included,
+// but an accent still makes another letter.
+TEST_P(ContactStoreTest, FindIgnoresCaseButNotAccents) {
+  auto app = open();
+  std::string acme = saved(app, "ACME LTD")->EntryID();
+  std::string ecole = saved(app, "ÉCOLE DUPONT")->EntryID();
+  std::string sigma = saved(app, "ΟΔΥΣΣΕΥΣ")->EntryID();
+  auto renamed = saved(app, "Old Name");
+  renamed->setFileAs("NEW NAME");
+  renamed->Save();
+  const std::string none = "(Nothing)";
+  const std::pair<std::string, std::string> cases[] = {
+      {"Acme Ltd", acme},      {"acme ltd", acme},     {"École Dupont", ecole},
+      {"école dupont", ecole}, {"Ecole Dupont", none}, {"ECOLE DUPONT", none},
+      {"οδυσσευς", sigma},     {"Acme Ltd.", none},    {"new name", renamed->EntryID()},
+      {"old name", none},
+  };
+  for (const auto& items : {contacts(app), contacts(open())}) {
+    for (const auto& [name, id] : cases) {
+      auto hit = items->Find("[FileAs] = \"" + name + "\"");
+      EXPECT_EQ(hit ? hit->EntryID() : none, id) << name;
+    }
+  }
+}
+
+TEST_P(ContactStoreTest, UpdatingAnotherProgramsCardKeepsWhatWeDoNotMap) {
+  std::string fixture =
+      testing::readFile(std::string(DOSSYNC_SOURCE_DIR) + "/tests/backends/fixtures/other_tool.vcf");
+  ASSERT_FALSE(fixture.empty());
+  putForeign("chidi-okafor.vcf", fixture);
+
+  auto app = open();
+  auto items = contacts(app);
+  ASSERT_EQ(items->Count(), 1);
+  auto c = std::dynamic_pointer_cast<ContactItem>(items->Item(1));
+  ASSERT_NE(c, nullptr);
+  EXPECT_EQ(c->EntryID(), "5B0C7E4A-1D2E-4F60-9A8B-C0FFEE000001");
+  EXPECT_EQ(c->FullName(), "Chidi Okafor");
+  EXPECT_EQ(c->CompanyName(), "Okafor & Daughters");
+  EXPECT_EQ(c->Email1Address(), "chidi@okafor.example");
+  EXPECT_EQ(c->MobileTelephoneNumber(), "+234 803 555 0101");
+  EXPECT_EQ(c->HomeAddressCity(), "Lagos");
+  EXPECT_EQ(c->Body(), "Client since 2015.\nSends papers by courier, never e-mail.");
+
+  c->setLastName("Okafor-Bello");
+  c->setEmail1Address("chidi@bello.example");
+  c->setJobTitle("Director");
+  c->Save();
+
+  // Compared by meaning: a server writes the card back in a form of its own.
+  std::set<std::string> written;
+  for (const auto& p : vdir::parseVcard(stored("chidi-okafor.vcf")).properties)
+    written.insert(vdir::propertyMeaning(p));
+  auto has = [&](const std::string& line) {
+    return written.count(vdir::propertyMeaning(vdir::parsePropertyLine(line))) > 0;
+  };
+  for (const auto& line : unfoldedLines(fixture)) {
+    if (line.starts_with("N:") || line.starts_with("item1.EMAIL") || line.starts_with("BEGIN") ||
+        line.starts_with("END") || line.starts_with("PRODID"))
+      continue;  // the edited ones, and the frame
+    EXPECT_TRUE(has(line)) << "lost or changed: " << line;
+  }
+  EXPECT_TRUE(has("item1.EMAIL;type=INTERNET;type=pref:chidi@bello.example"));
+  EXPECT_TRUE(has("N:Okafor-Bello;Chidi;;;"));
+  EXPECT_TRUE(has("TITLE:Director"));
+  EXPECT_TRUE(has("X-DOSSYNC-FILEAS:Okafor-Bello\\, Chidi"));
+
+  // The card keeps its name; the id still comes from the UID and finds it.
+  auto back = byId(open(), "5B0C7E4A-1D2E-4F60-9A8B-C0FFEE000001");
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(back->LastName(), "Okafor-Bello");
+  EXPECT_TRUE(vdir::deleteVdirItem(*open()->GetNamespace("MAPI"), back->EntryID()));
+  EXPECT_EQ(contacts(open())->Count(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Stores, ContactStoreTest, ::testing::Values("vdir", "carddav"),
+                         [](const auto& info) { return info.param; });
+
+}  // namespace
+}  // namespace dossync
