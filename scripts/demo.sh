@@ -17,7 +17,7 @@ if [[ "${2:-}" == "carddav" ]]; then
   if [[ -z "$pid" ]] || ! kill -0 "$pid" 2>/dev/null; then
     rm -f "$server/port"
     nohup /usr/bin/python3 "$root/tests/support/radicale_server.py" "$server" demo:demo-secret \
-      --book demo/practice >/dev/null 2>&1 &
+      --book demo/practice --book calendar:demo/calendar >/dev/null 2>&1 &
     echo $! >"$server/pid"
     for _ in $(seq 150); do [[ -s "$server/port" ]] && break; sleep 0.1; done
     [[ -s "$server/port" ]] || { echo "Radicale did not start:"; cat "$server/radicale.log"; exit 1; }

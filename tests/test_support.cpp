@@ -205,16 +205,18 @@ std::string RadicaleServer::url(const std::string& user, const std::string& book
   return base() + user + "/" + book + "/";
 }
 
-void RadicaleServer::makeBook(const std::string& user, const std::string& book) {
+void RadicaleServer::makeBook(const std::string& user, const std::string& book, bool calendar) {
   std::string password;
   for (const std::string& u : users_) {
     if (u.rfind(user + ":", 0) == 0) password = u.substr(user.size() + 1);
   }
-  static const char* body =
-      "<?xml version=\"1.0\"?><D:mkcol xmlns:D=\"DAV:\" "
-      "xmlns:C=\"urn:ietf:params:xml:ns:carddav\"><D:set><D:prop><D:resourcetype><D:collection/>"
-      "<C:addressbook/></D:resourcetype><D:displayname>Book</D:displayname></D:prop></D:set>"
-      "</D:mkcol>";
+  std::string kind = calendar ? "caldav\"><D:set><D:prop><D:resourcetype><D:collection/><C:calendar/>"
+                              : "carddav\"><D:set><D:prop><D:resourcetype><D:collection/><C:addressbook/>";
+  std::string text = "<?xml version=\"1.0\"?><D:mkcol xmlns:D=\"DAV:\" "
+                     "xmlns:C=\"urn:ietf:params:xml:ns:" + kind +
+                     "</D:resourcetype><D:displayname>Book</D:displayname></D:prop></D:set>"
+                     "</D:mkcol>";
+  const char* body = text.c_str();
   CURL* c = curl_easy_init();
   curl_slist* headers = curl_slist_append(nullptr, "Content-Type: application/xml");
   std::string target = url(user, book);

@@ -96,9 +96,9 @@ class RadicaleServer {
   std::string base() const;  // http://127.0.0.1:PORT/
   // The URL of an address book: http://127.0.0.1:PORT/alice/book/
   std::string url(const std::string& user, const std::string& book) const;
-  // Makes the address book (extended MKCOL as its owner, whose password the server was given);
-  // fails the test unless the server made it.
-  void makeBook(const std::string& user, const std::string& book);
+  // Makes the address book, or with `calendar` a calendar (extended MKCOL as its owner, whose
+  // password the server was given); fails the test unless the server made it.
+  void makeBook(const std::string& user, const std::string& book, bool calendar = false);
   void stop();              // ends the server and waits for it; nothing when it has ended
   std::string log() const;  // what the server wrote
 

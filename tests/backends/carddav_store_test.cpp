@@ -163,5 +163,32 @@ TEST_F(CardDavStoreTest, ARefusedLogonOrAServerOutOfReachSaysWhichServer) {
   }
 }
 
+// An appointment goes into the account's calendar when it has one, and stays in the profile's
+// folder when it has none.
+TEST_F(CardDavStoreTest, AppointmentsGoToTheAccountsCalendar) {
+  auto session = logon();
+  auto send = [&](const std::string& subject) {
+    auto item = std::dynamic_pointer_cast<outlook::AppointmentItem>(
+        apps.back()->CreateItem(outlook::olAppointmentItem));
+    item->setSubject(subject);
+    item->setStart({2026, 12, 1, 10, 0, 0});
+    item->setEnd({2026, 12, 1, 11, 0, 0});
+    item->Send();
+    return item->EntryID();
+  };
+  send("no calendar yet");  // nothing on the server to take it
+
+  server->makeBook("alice", book + "-calendar", true);
+  auto withCalendar = logon();
+  std::string uid = send("Year-end review");
+  carddav::DavOptions o{"alice", "secret"};
+  DavClient calendar(server->url("alice", book + "-calendar"), o);
+  auto members = calendar.listMembers();
+  ASSERT_EQ(members.size(), 1u);
+  auto event = calendar.get(members[0].href);
+  EXPECT_NE(event.data.find("SUMMARY:Year-end review"), std::string::npos) << event.data;
+  EXPECT_NE(event.data.find("UID:" + uid), std::string::npos) << event.data;
+}
+
 }  // namespace
 }  // namespace dossync::carddav

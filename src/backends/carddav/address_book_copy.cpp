@@ -319,6 +319,22 @@ std::vector<vdir::CardRemote::Outcome> AddressBookCopy::upload(const std::vector
   return outcomes;
 }
 
+void AddressBookCopy::publishEvent(const std::string& uid, const std::string& ics) {
+  std::lock_guard lock(mutex_);
+  if (!calendar_) calendar_ = reader_->findEventCalendar();
+  if (calendar_->empty()) return;
+  DavClient::Put put;
+  put.href = *calendar_ + uid + ".ics";
+  put.body = ics;
+  put.contentType = "text/calendar";
+  auto result = reader_->put(put);
+  if (result.status / 100 != 2)
+    throw RuntimeError(kServerRejected,
+                       "The server did not take the appointment " + put.href + " (" +
+                           std::to_string(result.status) + ")",
+                       "carddav");
+}
+
 void AddressBookCopy::remove(const std::string& file) {
   std::lock_guard lock(mutex_);
   auto known = files_.find(file);

@@ -28,6 +28,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,9 @@ class AddressBookCopy : public vdir::CardRemote {
 
   std::vector<Outcome> upload(const std::vector<Upload>& batch) override;
   void remove(const std::string& file) override;
+  // Into the account's calendar (found once, DavClient::findEventCalendar); nothing when the
+  // account has none.
+  void publishEvent(const std::string& uid, const std::string& ics) override;
 
   // What the last refresh did, for progress lines and tests.
   struct RefreshCounts {
@@ -79,6 +83,7 @@ class AddressBookCopy : public vdir::CardRemote {
   std::filesystem::path state_;  // carddav-state
   std::unique_ptr<DavClient> reader_, writer_;
   bool syncCollection_ = false;
+  std::optional<std::string> calendar_;  // once looked for: "" when the account has none
 
   mutable std::mutex mutex_;
   std::string token_;

@@ -19,6 +19,7 @@ namespace {
 constexpr const char* kSource = "carddav";
 constexpr const char* kDav = "DAV:";
 constexpr const char* kCardDav = "urn:ietf:params:xml:ns:carddav";
+constexpr const char* kCalDav = "urn:ietf:params:xml:ns:caldav";
 using Clock = std::chrono::steady_clock;
 
 void initCurl() {
@@ -481,16 +482,19 @@ struct DavClient::Impl {
     return root;
   }
 
-  Request xmlRequest(const std::string& method, const std::string& depth, std::string body) {
+  Request xmlRequest(const std::string& method, const std::string& depth, std::string body,
+                     const std::string& target = "") {
     return {method,
-            url,
+            target.empty() ? url : target,
             std::move(body),
             {"Depth: " + depth, "Content-Type: application/xml; charset=utf-8", "Expect:"},
             true};
   }
 
   Request putRequest(const Put& p, const std::string& target) const {
-    Request r{"PUT", target, p.body, {"Content-Type: text/vcard; charset=utf-8", "Expect:"}, false};
+    Request r{
+        "PUT", target, p.body, {"Content-Type: " + p.contentType + "; charset=utf-8", "Expect:"},
+        false};
     if (!p.ifMatch.empty()) {
       r.headers.push_back("If-Match: " + p.ifMatch);
     } else if (p.create) {
@@ -785,6 +789,58 @@ std::vector<DavClient::WriteResult> DavClient::putMany(const std::vector<Put>& r
     if (ms > 0) curl_multi_poll(d.multi, nullptr, 0, static_cast<int>(ms), nullptr);
   }
   return results;
+}
+
+std::string DavClient::findEventCalendar() {
+  // One PROPFIND of `target` for the href inside `prop` of its first answer ("" when none).
+  auto hrefProperty = [&](const std::string& target, const char* ns, const char* name) {
+    std::string body = std::string("<?xml version=\"1.0\" encoding=\"utf-8\"?>") +
+                       "<D:propfind xmlns:D=\"DAV:\" xmlns:C=\"" + kCalDav + "\"><D:prop><" +
+                       (ns == kDav ? "D:" : "C:") + name + "/></D:prop></D:propfind>";
+    auto x = impl_->send(impl_->xmlRequest("PROPFIND", "0", body, target));
+    if (x->code != CURLE_OK || x->status != 207) {
+      impl_->check(*x, {400, 403, 404, 405, 501});
+      return std::string();
+    }
+    pugi::xml_document doc;
+    pugi::xml_node root = impl_->multistatus(*x, doc);
+    for (pugi::xml_node response : children(root, kDav, "response")) {
+      std::string href = trim(textOf(child(child(okProps(response), ns, name), kDav, "href")));
+      if (!href.empty()) return urlOf(href);
+    }
+    return std::string();
+  };
+  std::string principal = hrefProperty(impl_->url, kDav, "current-user-principal");
+  if (principal.empty()) return "";
+  std::string home = hrefProperty(principal, kCalDav, "calendar-home-set");
+  if (home.empty()) return "";
+  if (home.back() != '/') home += '/';
+  auto x = impl_->send(impl_->xmlRequest(
+      "PROPFIND", "1",
+      std::string("<?xml version=\"1.0\" encoding=\"utf-8\"?><D:propfind xmlns:D=\"DAV:\" "
+                  "xmlns:C=\"") +
+          kCalDav +
+          "\"><D:prop><D:resourcetype/><C:supported-calendar-component-set/></D:prop>"
+          "</D:propfind>",
+      home));
+  impl_->check(*x, {403, 404});
+  if (x->status != 207) return "";
+  pugi::xml_document doc;
+  pugi::xml_node root = impl_->multistatus(*x, doc);
+  std::vector<std::string> calendars;
+  for (pugi::xml_node response : children(root, kDav, "response")) {
+    pugi::xml_node prop = okProps(response);
+    if (!child(child(prop, kDav, "resourcetype"), kCalDav, "calendar")) continue;
+    pugi::xml_node set = child(prop, kCalDav, "supported-calendar-component-set");
+    bool events = !set;
+    for (pugi::xml_node comp : children(set, kCalDav, "comp"))
+      events = events || std::string(comp.attribute("name").value()) == "VEVENT";
+    if (events) calendars.push_back(trim(textOf(child(response, kDav, "href"))));
+  }
+  if (calendars.empty()) return "";
+  std::sort(calendars.begin(), calendars.end());
+  std::string found = urlOf(calendars.front());
+  return found.back() == '/' ? found : found + "/";
 }
 
 DavClient::WriteResult DavClient::remove(const std::string& href, const std::string& ifMatch) {

@@ -110,6 +110,7 @@ class DavClient {
     std::string body;
     std::string ifMatch;
     bool create = false;
+    std::string contentType = "text/vcard";  // text/calendar for an event
   };
   struct WriteResult {
     long status = 0;
@@ -121,6 +122,12 @@ class DavClient {
   // A request that fails as listed above has what put would have thrown in `error` (and the
   // status the server answered, 0 for none); the others go on.
   std::vector<WriteResult> putMany(const std::vector<Put>& requests);
+  // The account's calendar for events (CalDAV, RFC 4791), found from the collection: its
+  // current-user-principal, the principal's calendar-home-set, and there the first calendar
+  // (by href) whose supported components include VEVENT (or are not stated). Answers its URL,
+  // or "" when the account has none (a server without CalDAV included).
+  std::string findEventCalendar();
+
   // DELETE, with If-Match when `ifMatch` is set. Answers 2xx, 404 or 412.
   WriteResult remove(const std::string& href, const std::string& ifMatch = "");
 

@@ -3,8 +3,7 @@
 // what the server took.
 //
 // Ownership: the folder's writer holds the remote. Thread use: upload runs on the writer's
-// thread, remove on the folder's; never both at once (the folder waits for the writer before a
-// delete).
+// thread, remove and publishEvent on the folder's; a delete waits for the writer.
 #pragma once
 
 #include <optional>
@@ -35,6 +34,12 @@ class CardRemote {
   virtual std::vector<Outcome> upload(const std::vector<Upload>& batch) = 0;
   // Deletes the card on the server; a card already gone there is no error.
   virtual void remove(const std::string& file) = 0;
+  // Puts an appointment (an iCalendar object, `uid` its UID) into the account's calendar on the
+  // server, when it has one; the folder's own copy is written all the same. On the folder's
+  // thread.
+  virtual void publishEvent(const std::string& uid, const std::string& ics) {
+    (void)uid, (void)ics;
+  }
 };
 
 }  // namespace dossync::vdir

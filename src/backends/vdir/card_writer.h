@@ -67,6 +67,7 @@ class CardWriter {
   // Writes `text` at once on the caller's thread, after every queued job.
   Result writeNow(std::string file, std::string text, bool isNew, std::string base = {});
   CardRemote* remote() const { return remote_.get(); }
+  std::shared_ptr<CardRemote> sharedRemote() const { return remote_; }
   bool busy() const;              // jobs queued or being written
   void drain();                   // waits until no job is left
   std::vector<Result> collect();  // what became of the jobs finished since the last collect

@@ -56,6 +56,7 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   const std::filesystem::path& dir() const { return dir_; }
   const std::string& storeId() const { return storeId_; }
   bool mirrored() const { return writer_.remote() != nullptr; }  // the copy of a server's
+  std::shared_ptr<CardRemote> remote() const { return writer_.sharedRemote(); }
 
   int32_t count();
   outlook::ItemPtr itemAt(size_t index);  // 0-based; throws when out of range or unreadable

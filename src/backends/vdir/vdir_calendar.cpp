@@ -54,8 +54,8 @@ struct ComponentFree {
 
 }  // namespace
 
-VdirAppointmentItem::VdirAppointmentItem(fs::path calendarDir)
-    : calendarDir_(std::move(calendarDir)), uid_(newUid()) {
+VdirAppointmentItem::VdirAppointmentItem(fs::path calendarDir, std::shared_ptr<CardRemote> remote)
+    : calendarDir_(std::move(calendarDir)), remote_(std::move(remote)), uid_(newUid()) {
   start_ = nextHalfHour();
   end_ = addMinutes(start_, 30);
 }
@@ -96,7 +96,9 @@ void VdirAppointmentItem::Save() {
                        "The appointment ends (" + value::toText(end_) + ") before it starts (" +
                            value::toText(start_) + ")",
                        "vdir");
-  writeFileAtomically(calendarDir_ / (uid_ + ".ics"), toICalendar());
+  std::string ics = toICalendar();
+  if (remote_) remote_->publishEvent(uid_, ics);
+  writeFileAtomically(calendarDir_ / (uid_ + ".ics"), ics);
   stored_ = true;
 }
 
@@ -106,8 +108,9 @@ void VdirAppointmentItem::Delete() {
   deleted_ = true;
 }
 
-std::shared_ptr<outlook::AppointmentItem> makeVdirAppointmentItem(const fs::path& profileDir) {
-  return std::make_shared<VdirAppointmentItem>(profileDir / "calendar");
+std::shared_ptr<outlook::AppointmentItem> makeVdirAppointmentItem(
+    const fs::path& profileDir, std::shared_ptr<CardRemote> remote) {
+  return std::make_shared<VdirAppointmentItem>(profileDir / "calendar", std::move(remote));
 }
 
 }  // namespace dossync::vdir

@@ -17,7 +17,9 @@ namespace dossync::vdir {
 
 class VdirAppointmentItem final : public outlook::AppointmentItem, public VdirItem {
  public:
-  explicit VdirAppointmentItem(std::filesystem::path calendarDir);
+  // With a remote, Save also puts the appointment into the server's calendar.
+  explicit VdirAppointmentItem(std::filesystem::path calendarDir,
+                               std::shared_ptr<CardRemote> remote = nullptr);
 
   std::string EntryID() const override { return stored_ ? uid_ : std::string(); }
   void Save() override;
@@ -39,6 +41,7 @@ class VdirAppointmentItem final : public outlook::AppointmentItem, public VdirIt
 
  private:
   std::filesystem::path calendarDir_;
+  std::shared_ptr<CardRemote> remote_;
   std::string uid_;
   value::Date start_, end_;
   std::string subject_, location_;
@@ -47,6 +50,6 @@ class VdirAppointmentItem final : public outlook::AppointmentItem, public VdirIt
 };
 
 std::shared_ptr<outlook::AppointmentItem> makeVdirAppointmentItem(
-    const std::filesystem::path& profileDir);
+    const std::filesystem::path& profileDir, std::shared_ptr<CardRemote> remote = nullptr);
 
 }  // namespace dossync::vdir

@@ -197,7 +197,8 @@ class VdirApplication final : public outlook::Application {
     if (itemType == outlook::olMailItem)
       return makeVdirMailItem(session_->current()->dir().parent_path());
     if (itemType == outlook::olAppointmentItem)
-      return makeVdirAppointmentItem(session_->current()->dir().parent_path());
+      return makeVdirAppointmentItem(session_->current()->dir().parent_path(),
+                                     session_->current()->remote());
     throw RuntimeError(
         kOutlookOperationFailed,
         "The vCard folder store cannot make items of type " + std::to_string(itemType) + " yet",
