@@ -31,7 +31,7 @@
 #include "child_run.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
-#include "outlook/object_model.h"
+#include "interfaces/object_model.h"
 
 namespace fs = std::filesystem;
 using namespace dossync;

@@ -12,7 +12,7 @@
 #include "core/error.h"
 #include "core/progress.h"
 #include "core/services.h"
-#include "hostdb/data_access.h"
+#include "interfaces/data_access.h"
 
 namespace dossync::testing {
 

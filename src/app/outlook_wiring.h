@@ -11,7 +11,7 @@
 #include <optional>
 #include <string>
 
-#include "outlook/object_model.h"
+#include "interfaces/object_model.h"
 
 namespace dossync::app {
 

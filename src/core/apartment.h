@@ -9,7 +9,7 @@
 #include "core/error.h"
 #include "core/services.h"
 #include "core/utility.h"
-#include "hostdb/data_access.h"
+#include "interfaces/data_access.h"
 
 namespace dossync {
 

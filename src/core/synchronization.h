@@ -22,8 +22,8 @@
 #include "core/error.h"
 #include "core/object.h"
 #include "core/services.h"
-#include "hostdb/data_access.h"
-#include "outlook/object_model.h"
+#include "interfaces/data_access.h"
+#include "interfaces/object_model.h"
 
 namespace dossync {
 

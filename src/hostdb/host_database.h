@@ -5,7 +5,7 @@
 #pragma once
 
 #include "core/error.h"
-#include "hostdb/data_access.h"
+#include "interfaces/data_access.h"
 
 namespace dossync::hostdb {
 

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "hostdb/data_access.h"
+#include "interfaces/data_access.h"
 
 namespace dossync::hostdb {
 

@@ -19,7 +19,7 @@
 #include <string>
 
 #include "core/object.h"
-#include "outlook/object_model.h"
+#include "interfaces/object_model.h"
 
 namespace dossync {
 

@@ -5,7 +5,7 @@
 #include "core/apartment.h"
 #include "core/platform.h"
 #include "core/synchronization.h"
-#include "store/catalog.h"
+#include "interfaces/catalog.h"
 
 namespace dossync {
 namespace {

@@ -6,10 +6,10 @@
 #include <string>
 
 #include "core/synchronization.h"
-#include "hostdb/data_access.h"
+#include "interfaces/data_access.h"
 #include "hostdb/host_database.h"
 #include "hostdb/recordset.h"
-#include "outlook/object_model.h"
+#include "interfaces/object_model.h"
 
 namespace dossync::transfer {
 

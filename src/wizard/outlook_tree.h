@@ -25,7 +25,7 @@
 #include <vector>
 
 #include "core/progress.h"
-#include "outlook/object_model.h"
+#include "interfaces/object_model.h"
 #include "wizard/tree_view.h"
 
 namespace dossync::wizard {

@@ -20,7 +20,7 @@
 #include <memory>
 #include <string>
 
-#include "outlook/object_model.h"
+#include "interfaces/object_model.h"
 
 namespace dossync::carddav {
 

@@ -1,5 +1,5 @@
-// The data access object on SQLite (hostdb/data_access.h) and the ADO-shaped connection and
-// catalog of the synchronisation database (store/catalog.h).
+// The data access object on SQLite (interfaces/data_access.h) and the ADO-shaped connection and
+// catalog of the synchronisation database (interfaces/catalog.h).
 //
 // How recordsets stay cheap:
 //   A statement of the form "SELECT T.*[, T.col ...] FROM T [WHERE ...] [ORDER BY ...];" opens
@@ -42,8 +42,8 @@
 
 #include "backends/sqlite/recordset.h"
 #include "backends/sqlite/sqlite_db.h"
-#include "hostdb/data_access.h"
-#include "store/catalog.h"
+#include "interfaces/data_access.h"
+#include "interfaces/catalog.h"
 
 namespace dossync::sqlite {
 

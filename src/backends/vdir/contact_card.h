@@ -29,7 +29,7 @@
 
 #include "backends/vdir/vcard.h"
 #include "core/value.h"
-#include "outlook/object_model.h"
+#include "interfaces/object_model.h"
 
 namespace dossync::vdir {
 

@@ -40,7 +40,7 @@
 #include "backends/vdir/contact_card.h"
 #include "backends/vdir/vcard.h"
 #include "core/apartment.h"
-#include "outlook/object_model.h"
+#include "interfaces/object_model.h"
 
 namespace dossync::vdir {
 

@@ -40,7 +40,7 @@
 #include <vector>
 
 #include "backends/vdir/card_remote.h"
-#include "outlook/object_model.h"
+#include "interfaces/object_model.h"
 
 namespace dossync::vdir {
 

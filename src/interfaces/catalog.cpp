@@ -1,4 +1,4 @@
-#include "store/catalog.h"
+#include "interfaces/catalog.h"
 
 #include "core/value.h"
 

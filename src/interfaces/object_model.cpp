@@ -1,4 +1,4 @@
-#include "outlook/object_model.h"
+#include "interfaces/object_model.h"
 
 #include <array>
 
