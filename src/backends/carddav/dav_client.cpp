@@ -755,7 +755,7 @@ std::vector<DavClient::WriteResult> DavClient::putMany(const std::vector<Put>& r
     if (!any) break;
     int running = 0;
     curl_multi_perform(d.multi, &running);
-    bool startNow = false;
+    bool progressed = false;  // a request ended: refill its slot, or end when all are done
     int left = 0;
     while (CURLMsg* msg = curl_multi_info_read(d.multi, &left)) {
       if (msg->msg != CURLMSG_DONE) continue;
@@ -772,10 +772,10 @@ std::vector<DavClient::WriteResult> DavClient::putMany(const std::vector<Put>& r
         slot->exchange = std::make_unique<Exchange>(slot->exchange->request);
       } else {
         conclude(*slot);
-        startNow = startNow || next < requests.size();
+        progressed = true;
       }
     }
-    if (startNow) continue;
+    if (progressed) continue;
     // Sleep until a transfer has news, or the next retry is due.
     auto wake = Clock::now() + std::chrono::seconds(1);
     for (const Slot& slot : slots) {
