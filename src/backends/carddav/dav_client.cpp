@@ -334,6 +334,29 @@ struct DavClient::Impl {
   CURLM* multi = nullptr;
   std::vector<CURL*> pool;  // putMany's handles, kept for their connections
 
+  // How many requests putMany has in flight. A server that gains nothing from parallel writes
+  // (one that serialises them, such as Radicale) answers each one later the more are waiting,
+  // and a far one gains much: so the width starts at 1 and doubles, up to maxInFlight, while
+  // a batch's time per request drops by a sixth or more; else the better width stays.
+  int width = 1;
+  bool widthSettled = false;
+  double lastPerRequest = 0;  // seconds per request of the last batch measured
+
+  void learnWidth(size_t requests, Clock::duration took) {
+    if (widthSettled || requests < kMeasuredBatch) return;
+    double perRequest = std::chrono::duration<double>(took).count() / requests;
+    if (lastPerRequest > 0 && perRequest > lastPerRequest * 5 / 6) {
+      width = std::max(1, width / 2);
+      widthSettled = true;
+    } else if (width >= options.maxInFlight) {
+      widthSettled = true;
+    } else {
+      width = std::min(width * 2, options.maxInFlight);
+    }
+    lastPerRequest = perRequest;
+  }
+  static constexpr size_t kMeasuredBatch = 8;  // fewer requests say too little of the server
+
   ~Impl() {
     for (CURL* h : pool) {
       if (multi) curl_multi_remove_handle(multi, h);
@@ -701,7 +724,9 @@ std::vector<DavClient::WriteResult> DavClient::putMany(const std::vector<Put>& r
     d.multi = curl_multi_init();
     if (!d.multi) throw RuntimeError(kOutOfMemory, "Cannot start an HTTP session", kSource);
   }
-  size_t width = std::min(requests.size(), static_cast<size_t>(d.options.maxInFlight));
+  const auto started = Clock::now();
+  bool retried = false;
+  size_t width = std::min(requests.size(), static_cast<size_t>(d.width));
   while (d.pool.size() < width) d.pool.push_back(d.newHandle());
 
   struct Slot {
@@ -759,7 +784,7 @@ std::vector<DavClient::WriteResult> DavClient::putMany(const std::vector<Put>& r
     if (!any) break;
     int running = 0;
     curl_multi_perform(d.multi, &running);
-    bool startNow = false;
+    bool progressed = false;  // a request ended: refill its slot, or end when all are done
     int left = 0;
     while (CURLMsg* msg = curl_multi_info_read(d.multi, &left)) {
       if (msg->msg != CURLMSG_DONE) continue;
@@ -773,13 +798,14 @@ std::vector<DavClient::WriteResult> DavClient::putMany(const std::vector<Put>& r
       if (slot->exchange->busy() && slot->attempt < d.options.maxRetries) {
         slot->due = Clock::now() + d.retryWait(*slot->exchange, slot->attempt);
         ++slot->attempt;
+        retried = true;  // the server's waits, not its pace: this batch teaches nothing
         slot->exchange = std::make_unique<Exchange>(slot->exchange->request);
       } else {
         conclude(*slot);
-        startNow = startNow || next < requests.size();
+        progressed = true;
       }
     }
-    if (startNow) continue;
+    if (progressed) continue;
     // Sleep until a transfer has news, or the next retry is due.
     auto wake = Clock::now() + std::chrono::seconds(1);
     for (const Slot& slot : slots) {
@@ -788,6 +814,7 @@ std::vector<DavClient::WriteResult> DavClient::putMany(const std::vector<Put>& r
     auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(wake - Clock::now()).count();
     if (ms > 0) curl_multi_poll(d.multi, nullptr, 0, static_cast<int>(ms), nullptr);
   }
+  if (!retried) d.learnWidth(requests.size(), Clock::now() - started);
   return results;
 }
 
