@@ -280,17 +280,5 @@ TEST(DavClientBusyTest, RetriesAfterTheWaitAskedThenGivesUp) {
   }
 }
 
-// putMany returns once its last request is answered, however few it sends.
-TEST(DavClientBusyTest, SmallBatchesReturnAtOnce) {
-  testing::RadicaleServer busy{testing::RadicaleServer::Busy{}};
-  DavClient client(busy.base() + "0/", DavOptions{});
-  auto start = std::chrono::steady_clock::now();
-  for (int i = 0; i < 4; ++i) {
-    auto written = client.putMany({{"/0/a.vcf", "x", "", true}, {"/0/b.vcf", "x", "", true}});
-    EXPECT_EQ(written.at(1).status, 200);
-  }
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(2000));
-}
-
 }  // namespace
 }  // namespace dossync::carddav
