@@ -81,6 +81,10 @@ class ContactStoreTest : public ::testing::TestWithParam<std::string> {
     c->Save();
     return c;
   }
+  static std::shared_ptr<ContactItem> find(const std::shared_ptr<outlook::Items>& items,
+                                           const std::string& fileAs) {
+    return std::dynamic_pointer_cast<ContactItem>(items->Find("[FileAs] = \"" + fileAs + "\""));
+  }
   carddav::DavClient client() const {
     carddav::DavOptions o;
     o.user = "alice";
@@ -179,8 +183,8 @@ TEST_P(ContactStoreTest, FindIgnoresCaseButNotAccents) {
 }
 
 TEST_P(ContactStoreTest, UpdatingAnotherProgramsCardKeepsWhatWeDoNotMap) {
-  std::string fixture =
-      testing::readFile(std::string(DOSSYNC_SOURCE_DIR) + "/tests/backends/fixtures/other_tool.vcf");
+  std::string fixture = testing::readFile(std::string(DOSSYNC_SOURCE_DIR) +
+                                          "/tests/backends/fixtures/other_tool.vcf");
   ASSERT_FALSE(fixture.empty());
   putForeign("chidi-okafor.vcf", fixture);
 
@@ -226,6 +230,80 @@ TEST_P(ContactStoreTest, UpdatingAnotherProgramsCardKeepsWhatWeDoNotMap) {
   EXPECT_EQ(back->LastName(), "Okafor-Bello");
   EXPECT_TRUE(vdir::deleteVdirItem(*open()->GetNamespace("MAPI"), back->EntryID()));
   EXPECT_EQ(contacts(open())->Count(), 0);
+}
+
+TEST_P(ContactStoreTest, SaveFilesAnUnnamedContactAsOutlookDoes) {
+  struct Case {
+    std::string last, first, company, full, fileAs, expected;
+  } cases[] = {
+      {"Smith", "Ann", "Acme", "Ann Smith", "", "Smith, Ann"},
+      {"Smith", "", "Acme", "Ann Smith", "", "Smith"},
+      {"", "Ann", "Acme", "Ann Smith", "", "Ann"},
+      {"", "", "Acme", "Ann Smith", "", "Acme"},
+      {"", "", "", "Ann Smith", "", "Ann Smith"},
+      {"", "", "", "", "", ""},
+      {"Smith", "Ann", "", "", "Chosen", "Chosen"},
+  };
+  auto app = open();
+  for (const auto& k : cases) {
+    auto c = std::dynamic_pointer_cast<ContactItem>(app->CreateItem(outlook::olContactItem));
+    c->setLastName(k.last);
+    c->setFirstName(k.first);
+    c->setCompanyName(k.company);
+    c->setFullName(k.full);
+    c->setFileAs(k.fileAs);
+    c->Save();
+    EXPECT_EQ(c->FileAs(), k.expected);
+    auto back = byId(open(), c->EntryID());
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(back->FileAs(), k.expected);
+    // Other empty properties stay empty.
+    EXPECT_EQ(back->JobTitle(), "");
+    EXPECT_EQ(back->Email1Address(), "");
+  }
+}
+
+// Address books list a card by its FN, and strict readers refuse an empty one. A contact
+// without a person name gets one from what it is filed under, marked as made so that Outlook
+// still sees no FullName; a company shows as a company.
+
+TEST_P(ContactStoreTest, TheSessionsOwnSavesAreSeenByItsLookUps) {
+  auto app = open();
+  auto items = contacts(app);
+  EXPECT_EQ(items->Count(), 0);  // index built
+  auto c = saved(app, "First name");
+  EXPECT_EQ(items->Count(), 1);
+  ASSERT_NE(find(items, "First name"), nullptr);
+  EXPECT_NE(byId(app, c->EntryID()), nullptr);
+  c->setFileAs("Second name");
+  c->Save();
+  EXPECT_EQ(find(items, "First name"), nullptr);
+  ASSERT_NE(find(items, "Second name"), nullptr);
+  EXPECT_EQ(find(items, "Second name")->EntryID(), c->EntryID());
+}
+
+TEST_P(ContactStoreTest, EntryIdStaysAcrossRenamesAndRuns) {
+  auto app = open();
+  auto c = std::dynamic_pointer_cast<ContactItem>(app->CreateItem(outlook::olContactItem));
+  c->setFirstName("Ann");
+  c->setLastName("Smith");
+  c->Save();
+  std::string id = c->EntryID();
+  auto items = contacts(app);
+  c->setLastName("Jones");
+  c->setFileAs("Jones, Ann");
+  c->Save();
+  EXPECT_EQ(c->EntryID(), id);
+  EXPECT_EQ(items->Count(), 1);
+  EXPECT_EQ(find(items, "Smith, Ann"), nullptr);  // the index follows the rename
+  ASSERT_NE(find(items, "Jones, Ann"), nullptr);
+  EXPECT_EQ(find(items, "Jones, Ann")->EntryID(), id);
+
+  auto later = open();
+  auto back = byId(later, id);
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(back->LastName(), "Jones");
+  EXPECT_EQ(contacts(later)->Item(1)->EntryID(), id);
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, ContactStoreTest, ::testing::Values("vdir", "carddav"),

@@ -140,41 +140,6 @@ TEST_F(VdirStoreTest, StoreIdsAreStableAndItemsAreOnlyFoundInTheirOwnStore) {
   EXPECT_EQ(session(again)->GetItemFromID("no-such-id", storeB), nullptr);
 }
 
-TEST_F(VdirStoreTest, SaveFilesAnUnnamedContactAsOutlookDoes) {
-  struct Case {
-    std::string last, first, company, full, fileAs, expected;
-  } cases[] = {
-      {"Smith", "Ann", "Acme", "Ann Smith", "", "Smith, Ann"},
-      {"Smith", "", "Acme", "Ann Smith", "", "Smith"},
-      {"", "Ann", "Acme", "Ann Smith", "", "Ann"},
-      {"", "", "Acme", "Ann Smith", "", "Acme"},
-      {"", "", "", "Ann Smith", "", "Ann Smith"},
-      {"", "", "", "", "", ""},
-      {"Smith", "Ann", "", "", "Chosen", "Chosen"},
-  };
-  auto app = open();
-  for (const auto& k : cases) {
-    auto c = newContact(app);
-    c->setLastName(k.last);
-    c->setFirstName(k.first);
-    c->setCompanyName(k.company);
-    c->setFullName(k.full);
-    c->setFileAs(k.fileAs);
-    c->Save();
-    EXPECT_EQ(c->FileAs(), k.expected);
-    auto back =
-        std::dynamic_pointer_cast<ContactItem>(session(open())->GetItemFromID(c->EntryID(), ""));
-    ASSERT_NE(back, nullptr);
-    EXPECT_EQ(back->FileAs(), k.expected);
-    // Other empty properties stay empty.
-    EXPECT_EQ(back->JobTitle(), "");
-    EXPECT_EQ(back->Email1Address(), "");
-  }
-}
-
-// Address books list a card by its FN, and strict readers refuse an empty one. A contact
-// without a person name gets one from what it is filed under, marked as made so that Outlook
-// still sees no FullName; a company shows as a company.
 TEST_F(VdirStoreTest, EveryCardHasADisplayNameAndCompaniesShowAsCompanies) {
   struct Case {
     std::string full, first, company, fileAs, email, fnLine;
@@ -246,46 +211,6 @@ TEST_F(VdirStoreTest, EveryCardHasADisplayNameAndCompaniesShowAsCompanies) {
   theirs->Save();
   EXPECT_TRUE(lines(theirs).count("FN;X-DOSSYNC-DERIVED=TRUE:Thunder Co"));
   EXPECT_EQ(reread(theirs)->FullName(), "");
-}
-
-TEST_F(VdirStoreTest, TheSessionsOwnSavesAreSeenByItsLookUps) {
-  auto app = open();
-  auto items = contacts(app);
-  EXPECT_EQ(items->Count(), 0);  // index built
-  auto c = saved(app, "First name");
-  EXPECT_EQ(items->Count(), 1);
-  ASSERT_NE(find(items, "First name"), nullptr);
-  EXPECT_NE(session(app)->GetItemFromID(c->EntryID(), ""), nullptr);
-  c->setFileAs("Second name");
-  c->Save();
-  EXPECT_EQ(find(items, "First name"), nullptr);
-  ASSERT_NE(find(items, "Second name"), nullptr);
-  EXPECT_EQ(find(items, "Second name")->EntryID(), c->EntryID());
-}
-
-TEST_F(VdirStoreTest, EntryIdStaysAcrossRenamesAndRuns) {
-  auto app = open();
-  auto c = newContact(app);
-  c->setFirstName("Ann");
-  c->setLastName("Smith");
-  c->Save();
-  std::string id = c->EntryID();
-  auto items = contacts(app);
-  c->setLastName("Jones");
-  c->setFileAs("Jones, Ann");
-  c->Save();
-  EXPECT_EQ(c->EntryID(), id);
-  EXPECT_EQ(items->Count(), 1);
-  EXPECT_EQ(find(items, "Smith, Ann"), nullptr);  // the index follows the rename
-  ASSERT_NE(find(items, "Jones, Ann"), nullptr);
-  EXPECT_EQ(find(items, "Jones, Ann")->EntryID(), id);
-  EXPECT_TRUE(fs::exists(contactsDir() / (id + ".vcf")));
-
-  auto later = open();
-  auto back = std::dynamic_pointer_cast<ContactItem>(session(later)->GetItemFromID(id, ""));
-  ASSERT_NE(back, nullptr);
-  EXPECT_EQ(back->LastName(), "Jones");
-  EXPECT_EQ(contacts(later)->Item(1)->EntryID(), id);
 }
 
 TEST_F(VdirStoreTest, MalformedFilesAreReportedOnceAndSkipped) {
