@@ -5,9 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
+#include <optional>
 
 #include "backends/carddav/dav_client.h"
 #include "backends/vdir/vdir_store.h"
+#include "core/apartment.h"
 #include "core/error.h"
 #include "test_support.h"
 
@@ -143,6 +146,66 @@ TEST_F(CardDavStoreTest, AChangeMadeOnTheServerMeanwhileIsMergedNotLost) {
   EXPECT_NE(now.find("613-555-0100"), std::string::npos) << now;
   EXPECT_EQ(now.find("ann@lee.example"), std::string::npos) << now;
   EXPECT_EQ(byId(logon(), ann->EntryID())->JobTitle(), "Partner");
+}
+
+// Saves made inside a procedure go to the server behind it; the failures are thrown as it ends.
+std::optional<RuntimeError> inProcedure(const std::function<void()>& body) {
+  Apartment& a = apartment();
+  ++a.procedureDepth;
+  body();
+  std::optional<RuntimeError> failed;
+  auto tasks = std::move(a.idleTasks);
+  a.idleTasks.clear();
+  for (const auto& weak : tasks) {
+    if (auto task = weak.lock()) {
+      try {
+        task->finish();
+      } catch (const RuntimeError& e) {
+        failed = e;
+      }
+    }
+  }
+  --a.procedureDepth;
+  return failed;
+}
+
+TEST_F(CardDavStoreTest, AFailedWriteNamesTheCardAndTheOthersStillReachTheServer) {
+  // A server of its own, stopped half-way.
+  testing::RadicaleServer own({"alice:secret"});
+  own.makeBook("alice", "book");
+  url = own.url("alice", "book");
+  auto session = logon();
+  auto ann = create("Lee, Ann");
+  std::string annId = ann->EntryID();
+  // Another client moves Ann's card to a name of its own: our update of it makes the card
+  // again, which the server refuses (409, its UID is taken), while the rest of the batch goes.
+  auto client = other();
+  auto annCard = client.get(client.listMembers().at(0).href);
+  client.remove(annCard.href);
+  ASSERT_EQ(
+      client.put({client.collectionPath() + "moved.vcf", annCard.data, "", true}).status / 100, 2);
+  auto failed = inProcedure([&] {
+    ann->setJobTitle("Partner");
+    ann->Save();
+    for (const char* name : {"Ray, Bob", "Kim, Cy"}) create(name);
+  });
+  ASSERT_TRUE(failed);
+  EXPECT_NE(failed->description().find(url), std::string::npos) << failed->description();
+  EXPECT_NE(failed->description().find("409"), std::string::npos) << failed->description();
+  EXPECT_EQ(client.listMembers().size(), 3u);
+
+  // The server goes away with cards still to send: the error names it, and the copy does not
+  // pretend to hold what never reached it.
+  std::vector<std::string> lost;
+  auto second = logon();
+  failed = inProcedure([&] {
+    for (const char* name : {"Orr, Di", "Poe, Ed"}) lost.push_back(create(name)->EntryID());
+    own.stop();
+  });
+  ASSERT_TRUE(failed);
+  EXPECT_EQ(failed->number(), kServerUnreachable);
+  EXPECT_NE(failed->description().find(own.base()), std::string::npos) << failed->description();
+  for (const auto& id : lost) EXPECT_EQ(byId(second, id), nullptr) << id;
 }
 
 TEST_F(CardDavStoreTest, ARefusedLogonOrAServerOutOfReachSaysWhichServer) {
