@@ -111,6 +111,20 @@ has "their contacts come in" "$out" "companies created 3, companies updated 0, c
 same "filed as Outlook files them" "$(sqlite3 "$h" "SELECT count(*) FROM Companies WHERE CompanyName LIKE 'Other Co %';")" 3
 "$bin" contacts list "${ol2[@]}" | grep -q "Person, Other 2" && ok || bad "FileAs of a foreign card"
 
+# The server goes away in the middle of a run: an error naming it; once it is back, the next
+# run makes the missing cards and no card twice.
+h3="$work/h3.db" s3="$work/s3.db"
+"$bin" demo-data "$h3" --companies 150 --seed 5 >/dev/null
+"$bin" sync --host-db "$h3" --sync-db "$s3" "${ol2[@]}" --no-progress --select all >"$work/mid.out" 2>"$work/mid.err" &
+run=$!
+for _ in $(seq 300); do (( $(ls $cards2 2>/dev/null | grep -c '\.vcf$') >= 10 )) && break; sleep 0.02; done
+store_down
+wait $run
+has "mid-run failure names the server" "$(cat "$work/mid.err")" "127.0.0.1:$port"
+store_up
+"$bin" sync --host-db "$h3" --sync-db "$s3" "${ol2[@]}" --no-progress --select all >/dev/null 2>"$work/mid2.err"
+same "after the outage every company has one card" "$(on_server book2)" $((150 + 3))
+
 # The wizard's Outlook tree reads the server.
 if "$bin" wizard --screenshots "$work/shots" --host-db "$h" --sync-db "$s" "${ol[@]}" >"$work/shots.out" 2>&1; then
   same "wizard pictures" "$(ls "$work/shots" | grep -c '\.png$')" "$(grep -c '\.png$' "$work/shots.out")"
