@@ -168,7 +168,15 @@ void AddressBookCopy::refresh() {
   bool complete = true;  // the answer lists every member: what it leaves out is gone
   bool done = false;
   if (syncCollection_) {
-    auto r = reader_->syncCollection(token_);
+    DavClient::SyncResult r;
+    try {
+      r = reader_->syncCollection(token_);
+    } catch (const RuntimeError& e) {
+      // A server that offers the report but refuses it is listed instead, from now on.
+      if (e.number() != kServerRejected) throw;
+      syncCollection_ = false;
+      r.tokenInvalid = true;
+    }
     ++last_.requests;
     if (!r.tokenInvalid) {
       complete = token_.empty();
@@ -187,9 +195,14 @@ void AddressBookCopy::refresh() {
     // A server that offers no token is listed in full every time; the next refresh of one
     // that does starts from its new token.
     if (syncCollection_) {
-      auto r = reader_->syncCollection("");
-      ++last_.requests;
-      if (!r.tokenInvalid) token_ = r.token;
+      try {
+        auto r = reader_->syncCollection("");
+        ++last_.requests;
+        if (!r.tokenInvalid) token_ = r.token;
+      } catch (const RuntimeError& e) {
+        if (e.number() != kServerRejected) throw;
+        syncCollection_ = false;
+      }
     }
   }
   std::vector<DavClient::Member> fetch;
