@@ -1,51 +1,12 @@
 #include <gtest/gtest.h>
 
-#include "backends/vdir/vdir_store.h"
 #include "core/platform.h"
 #include "core/synchronization.h"
+#include "engine/recording_outlook.h"
 #include "test_support.h"
 
 namespace dossync {
 namespace {
-
-// The real vCard store, with each logon written down as "profile|password|dialog|new session"
-// ("-" for an omitted text). The password "refused" makes the logon fail.
-class RecordingNameSpace : public outlook::NameSpace {
- public:
-  RecordingNameSpace(std::shared_ptr<outlook::NameSpace> real, std::vector<std::string>& log)
-      : real_(std::move(real)), log_(log) {}
-  void Logon(std::optional<std::string> p, std::optional<std::string> pw, std::optional<bool> d,
-             std::optional<bool> n) override {
-    log_.push_back(p.value_or("-") + "|" + pw.value_or("-") + "|" + std::to_string(d.value_or(-1)) +
-                   "|" + std::to_string(n.value_or(-1)));
-    if (pw == "refused") throw RuntimeError(kOutlookOperationFailed, "Logon refused");
-    real_->Logon(p, pw, d, n);
-  }
-  std::shared_ptr<outlook::MAPIFolder> GetDefaultFolder(int32_t f) override {
-    return real_->GetDefaultFolder(f);
-  }
-  outlook::ItemPtr GetItemFromID(const std::string& e, const std::string& s) override {
-    return real_->GetItemFromID(e, s);
-  }
-
- private:
-  std::shared_ptr<outlook::NameSpace> real_;
-  std::vector<std::string>& log_;
-};
-
-class RecordingApplication : public outlook::Application {
- public:
-  RecordingApplication(const std::string& root, std::vector<std::string>& log)
-      : real_(vdir::makeVdirApplication(root)), log_(log) {}
-  std::shared_ptr<outlook::NameSpace> GetNamespace(const std::string& t) override {
-    return std::make_shared<RecordingNameSpace>(real_->GetNamespace(t), log_);
-  }
-  outlook::ItemPtr CreateItem(int32_t t) override { return real_->CreateItem(t); }
-
- private:
-  std::shared_ptr<outlook::Application> real_;
-  std::vector<std::string>& log_;
-};
 
 class OutlookSessionTest : public testing::ApartmentTest {
  protected:
@@ -53,14 +14,14 @@ class OutlookSessionTest : public testing::ApartmentTest {
     std::string root = dir.file("outlook");
     platform::registerClass(
         platform::kOutlookApplication,
-        [this, root] { return std::make_shared<RecordingApplication>(root, logons); },
+        [this, root] { return std::make_shared<testing::RecordingApplication>(root, log); },
         running ? platform::Factory([this, root] {
-          if (!runningApp) runningApp = std::make_shared<RecordingApplication>(root, logons);
+          if (!runningApp) runningApp = std::make_shared<testing::RecordingApplication>(root, log);
           return runningApp;
         })
                 : platform::Factory([]() -> ObjectPtr { return nullptr; }));
   }
-  std::vector<std::string> logons;
+  testing::OutlookLog log;
   ObjectPtr runningApp;
   std::shared_ptr<testing::RecordingErrorService> errors =
       std::make_shared<testing::RecordingErrorService>();
@@ -79,9 +40,9 @@ TEST_F(OutlookSessionTest, TheLogonTable) {
     s.setProfile(r.profile);
     s.setPassword(r.password);
     s.setDisplayLoginDialog(false);
-    logons.clear();
+    log.logons.clear();
     EXPECT_EQ(s.StartOutlook(), r.result) << r.profile << "/" << r.password;
-    EXPECT_EQ(logons, std::vector<std::string>{r.logon});
+    EXPECT_EQ(log.logons, std::vector<std::string>{r.logon});
     EXPECT_NE(s.outlookNameSpace(), nullptr);  // logged on all the same
   }
   // A failed logon is reported; a password alone still answers False.

@@ -7,60 +7,13 @@
 #include <fstream>
 
 #include "backends/vdir/vdir_mail.h"
-#include "backends/vdir/vdir_store.h"
 #include "core/apartment.h"
 #include "core/platform.h"
+#include "engine/recording_outlook.h"
 #include "test_support.h"
 
 namespace dossync {
 namespace {
-
-// What was asked of Outlook: each logon as "profile|password|dialog|new session" ("-" for an
-// omitted text), and the mails made.
-struct Log {
-  std::vector<std::string> logons;
-  std::vector<std::shared_ptr<outlook::MailItem>> mails;
-  int created = 0;
-};
-
-class LoggingNameSpace : public outlook::NameSpace {
- public:
-  LoggingNameSpace(std::shared_ptr<outlook::NameSpace> real, Log& log) : real_(real), log_(log) {}
-  void Logon(std::optional<std::string> p, std::optional<std::string> pw, std::optional<bool> d,
-             std::optional<bool> n) override {
-    log_.logons.push_back(p.value_or("-") + "|" + pw.value_or("-") + "|" +
-                          std::to_string(d.value_or(-1)) + "|" + std::to_string(n.value_or(-1)));
-    real_->Logon(p, pw, d, n);
-  }
-  std::shared_ptr<outlook::MAPIFolder> GetDefaultFolder(int32_t f) override {
-    return real_->GetDefaultFolder(f);
-  }
-  outlook::ItemPtr GetItemFromID(const std::string& e, const std::string& s) override {
-    return real_->GetItemFromID(e, s);
-  }
-
- private:
-  std::shared_ptr<outlook::NameSpace> real_;
-  Log& log_;
-};
-
-class LoggingApplication : public outlook::Application {
- public:
-  LoggingApplication(const std::string& root, Log& log)
-      : real_(vdir::makeVdirApplication(root)), log_(log) {}
-  std::shared_ptr<outlook::NameSpace> GetNamespace(const std::string& t) override {
-    return std::make_shared<LoggingNameSpace>(real_->GetNamespace(t), log_);
-  }
-  outlook::ItemPtr CreateItem(int32_t t) override {
-    auto item = real_->CreateItem(t);
-    if (auto mail = std::dynamic_pointer_cast<outlook::MailItem>(item)) log_.mails.push_back(mail);
-    return item;
-  }
-
- private:
-  std::shared_ptr<outlook::Application> real_;
-  Log& log_;
-};
 
 class SendMailTest : public testing::ApartmentTest {
  protected:
@@ -72,8 +25,8 @@ class SendMailTest : public testing::ApartmentTest {
     platform::registerClass(
         platform::kOutlookApplication,
         [this] {
-          ++log.created;
-          return std::make_shared<LoggingApplication>(root, log);
+          ++created;
+          return std::make_shared<testing::RecordingApplication>(root, log);
         },
         [] { return ObjectPtr(); });
   }
@@ -95,7 +48,8 @@ class SendMailTest : public testing::ApartmentTest {
   std::shared_ptr<testing::RecordingErrorService> errors =
       std::make_shared<testing::RecordingErrorService>();
   std::string root;
-  Log log;
+  testing::OutlookLog log;
+  int created = 0;  // applications started
   clsOutlookSendMail sender;
 };
 
@@ -119,7 +73,7 @@ TEST_F(SendMailTest, LogonBranchesByProfileAndPassword) {
     // Even without a logon the application and namespace are set: a mail can still be made.
     EXPECT_TRUE(m.CreateNewMail());
   }
-  EXPECT_EQ(log.created, 1);  // each later session attached to the running Outlook
+  EXPECT_EQ(created, 1);  // each later session attached to the running Outlook
   EXPECT_TRUE(errors->errors.empty());
 }
 
@@ -131,7 +85,7 @@ TEST_F(SendMailTest, WithoutOutlookOrBeforeTheirPrerequisiteMembersDoNothing) {
   sender.setRecipient_TO("a@example.org");
   sender.setRecipient_CC("a@example.org");
   sender.setRecipient_BCC("a@example.org");
-  EXPECT_EQ(log.created, 0);
+  EXPECT_EQ(created, 0);
 
   ASSERT_TRUE(sender.StartOutlook());
   EXPECT_FALSE(sender.SendMail());  // started, but no mail yet
