@@ -22,31 +22,8 @@ namespace fs = std::filesystem;
 using outlook::ContactItem;
 using outlook::ContactProperty;
 
-std::string readFile(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
 void writeFile(const fs::path& p, const std::string& text) {
   std::ofstream(p, std::ios::binary) << text;
-}
-
-std::vector<std::string> unfoldedLines(const std::string& text) {
-  std::vector<std::string> out;
-  size_t pos = 0;
-  while (pos < text.size()) {
-    size_t end = text.find('\n', pos);
-    if (end == std::string::npos) end = text.size();
-    std::string line = text.substr(pos, end - pos);
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (!line.empty() && line[0] == ' ' && !out.empty()) {
-      out.back() += line.substr(1);
-    } else if (!line.empty()) {
-      out.push_back(line);
-    }
-    pos = end + 1;
-  }
-  return out;
 }
 
 std::string card(const std::string& body) {
@@ -153,9 +130,12 @@ TEST_F(VdirStoreTest, EveryCardHasADisplayNameAndCompaniesShowAsCompanies) {
       {"Ann Lee", "", "Acme Ltd", "", "", "FN:Ann Lee", false},
   };
   auto app = open();
-  auto lines = [&](const std::shared_ptr<ContactItem>& c) {
-    auto all = unfoldedLines(readFile(dynamic_cast<VdirItem&>(*c).FilePath()));
-    return std::set<std::string>(all.begin(), all.end());
+  auto lines = [&](const std::shared_ptr<ContactItem>& c) {  // unfolded, as written
+    std::set<std::string> out;
+    for (const auto& p :
+         parseVcard(testing::readFile(dynamic_cast<VdirItem&>(*c).FilePath())).properties)
+      out.insert(p.line());
+    return out;
   };
   auto reread = [&](const std::shared_ptr<ContactItem>& c) {
     auto back =
@@ -257,39 +237,37 @@ TEST_F(VdirStoreTest, ALargeFolderIsIndexedWholeWithItsBadFilesReported) {
   EXPECT_EQ(warnings.size(), 2u);
 }
 
-TEST_F(VdirStoreTest, FindTakesTheNameBetweenTheOuterQuotesLiterally) {
+// Find takes the name between the outer quotes literally, folds case as the text rule does, and
+// answers the first of several matches in file order, which is also the order Item walks.
+TEST_F(VdirStoreTest, FindTakesTheNameLiterallyAndAnswersTheFirstMatchInFileOrder) {
   auto app = open();
   const std::vector<std::string> names = {
       "O'Brien, \"Bob\"", "[Acme] = \"x\"", "  padded  ", "Smith, John", "=", "\"", "Ünïcode; ok",
   };
   std::map<std::string, std::string> ids;
   for (const auto& n : names) ids[n] = saved(app, n)->EntryID();
+  std::vector<std::string> twins, all;
+  for (int i = 0; i < 5; ++i) twins.push_back(saved(app, i % 2 ? "TWIN" : "Twin")->EntryID());
+  std::sort(twins.begin(), twins.end());  // ids name the files: file order
   for (const auto& items : {contacts(app), contacts(open())}) {
     for (const auto& n : names) {
       auto hit = find(items, n);
       ASSERT_NE(hit, nullptr) << n;
       EXPECT_EQ(hit->EntryID(), ids[n]) << n;
     }
+    EXPECT_EQ(idOf(find(items, "tWiN")), twins.front());
     EXPECT_EQ(find(items, "padded"), nullptr);
     EXPECT_NE(items->Find("  [FileAs]=\"Smith, John\"  "), nullptr);
     EXPECT_THROW(items->Find("[LastName] = \"Smith\""), RuntimeError);
     EXPECT_THROW(items->Find("[FileAs] = Smith"), RuntimeError);
     EXPECT_THROW(items->Find("[FileAs] = \"Smith"), RuntimeError);
+    all.clear();
+    for (int i = 1; i <= items->Count(); ++i) all.push_back(items->Item(i)->EntryID());
+    EXPECT_TRUE(std::is_sorted(all.begin(), all.end()));
+    EXPECT_EQ(all.size(), names.size() + twins.size());
+    EXPECT_THROW(items->Item(0), RuntimeError);
+    EXPECT_THROW(items->Item(items->Count() + 1), RuntimeError);
   }
-}
-
-TEST_F(VdirStoreTest, FindAnswersTheFirstOfSeveralInFileOrder) {
-  auto app = open();
-  std::vector<std::string> ids;
-  for (int i = 0; i < 5; ++i) ids.push_back(saved(app, i % 2 ? "TWIN" : "Twin")->EntryID());
-  std::sort(ids.begin(), ids.end());  // ids name the files: file order
-  EXPECT_EQ(idOf(find(contacts(app), "twin")), ids.front());
-  EXPECT_EQ(idOf(find(contacts(open()), "tWiN")), ids.front());
-  auto items = contacts(open());
-  for (int i = 1; i <= 5; ++i)
-    EXPECT_EQ(items->Item(i)->EntryID(), ids[static_cast<size_t>(i - 1)]);
-  EXPECT_THROW(items->Item(0), RuntimeError);
-  EXPECT_THROW(items->Item(6), RuntimeError);
 }
 
 TEST_F(VdirStoreTest, LookUpsUseTheIndexAndSeeOtherProgramsThroughIdsAndFolderChanges) {
@@ -477,19 +455,6 @@ TEST_F(VdirStoreTest, DeletingRemovesTheFileAndTheIndexEntry) {
   EXPECT_THROW(b->Save(), RuntimeError);
 }
 
-TEST_F(VdirStoreTest, SavingLeavesOnlyCardFilesBehind) {
-  auto app = open();
-  for (int i = 0; i < 20; ++i) {
-    auto c = saved(app, "N" + std::to_string(i));
-    c->setBody(std::string(5000, 'b'));
-    c->Save();
-  }
-  for (const auto& e : fs::directory_iterator(contactsDir())) {
-    EXPECT_EQ(e.path().extension(), ".vcf") << e.path();
-    EXPECT_NE(e.path().filename().string()[0], '.') << e.path();
-  }
-}
-
 // A card saved as it was read is not written again (no new file for other tools to sync); one
 // another program changed since it was read is written, and so is a change.
 TEST_F(VdirStoreTest, ASaveWithoutAChangeLeavesTheFileAsItIs) {
@@ -503,7 +468,7 @@ TEST_F(VdirStoreTest, ASaveWithoutAChangeLeavesTheFileAsItIs) {
     return st.st_ino;
   };
   const auto before = inode();
-  const std::string ours = readFile(file);
+  const std::string ours = testing::readFile(file);
 
   // Found by FileAs, opened by its id and saved with what it holds, as a synchronisation does.
   auto fresh = open();
@@ -517,10 +482,10 @@ TEST_F(VdirStoreTest, ASaveWithoutAChangeLeavesTheFileAsItIs) {
   auto stale = std::dynamic_pointer_cast<ContactItem>(session(fresh)->GetItemFromID(id, ""));
   writeFile(file, card("UID:" + id + "\r\nFN:Edited elsewhere\r\nX-DOSSYNC-FILEAS:Other\r\n"));
   stale->Save();
-  EXPECT_EQ(readFile(file), ours);
+  EXPECT_EQ(testing::readFile(file), ours);
   stale->setJobTitle("Changed");
   stale->Save();
-  EXPECT_NE(readFile(file).find("\r\nTITLE:Changed\r\n"), std::string::npos);
+  EXPECT_NE(testing::readFile(file).find("\r\nTITLE:Changed\r\n"), std::string::npos);
 }
 
 // A run killed between writing a card's temporary file and renaming it leaves the temporary
@@ -577,8 +542,12 @@ TEST_F(VdirStoreTest, SavesInAProcedureAreOnDiskWhenItReturnsAndFailuresAreItsEr
   {
     ErrorFrame outer("Test.outer");
     outer.step([&] {
-      for (int i = 0; i < 40; ++i)
-        ids.push_back(saved(app, "Name " + std::to_string(i))->EntryID());
+      for (int i = 0; i < 40; ++i) {
+        auto c = saved(app, "Name " + std::to_string(i));
+        c->setBody(std::string(5000, 'b'));  // a second, larger write of the same card
+        c->Save();
+        ids.push_back(c->EntryID());
+      }
       // The same session reads its own saves at once, written or not.
       auto again = std::dynamic_pointer_cast<ContactItem>(session(app)->GetItemFromID(ids[7], ""));
       ASSERT_NE(again, nullptr);
@@ -616,6 +585,11 @@ TEST_F(VdirStoreTest, SavesInAProcedureAreOnDiskWhenItReturnsAndFailuresAreItsEr
   }
   ASSERT_EQ(errors->errors.size(), 2u);
   EXPECT_EQ(errors->errorLocations[1], "Test.again");
+  // Saves in and out of a procedure, written or failed, leave no temporary file behind.
+  for (const auto& e : fs::directory_iterator(contactsDir())) {
+    EXPECT_EQ(e.path().extension(), ".vcf") << e.path();
+    EXPECT_NE(e.path().filename().string()[0], '.') << e.path();
+  }
   resetApartment();
 }
 
