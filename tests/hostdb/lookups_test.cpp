@@ -27,7 +27,7 @@ class LookupsTest : public testing::HostTest {
   }
 };
 
-TEST_F(LookupsTest, KeyLookUps) {
+TEST_F(LookupsTest, KeyLookUpsAndExistenceTests) {
   EXPECT_EQ(getCompanyIDFromContactID(22), 11);
   EXPECT_EQ(getCompanyIDFromContactID(99), -1);
   EXPECT_EQ(getCompanyIDFromClientDataID(101), 11);
@@ -38,6 +38,13 @@ TEST_F(LookupsTest, KeyLookUps) {
   EXPECT_EQ(getCompanyNameFromCompanyID(99), "");
   // Contact names are looked for in the companies table, which has no ContactID column.
   EXPECT_EQ(getContactNameFromContactID(20), "");
+  EXPECT_TRUE(validCompanyID(10));
+  EXPECT_FALSE(validCompanyID(99));
+  EXPECT_FALSE(validCompanyID(0));
+  EXPECT_FALSE(validCompanyID(-1));
+  EXPECT_TRUE(validContactID(25));
+  EXPECT_TRUE(validCategoryID(4));
+  EXPECT_FALSE(validCategoryID(5));
   EXPECT_TRUE(errors().errors.empty());
 }
 
@@ -49,16 +56,6 @@ TEST_F(LookupsTest, ABlankKeyIsATypeMismatchAndAnswersTheInitialResult) {
   for (const auto& e : errors().errors) EXPECT_EQ(e.number(), kTypeMismatch);
   EXPECT_EQ(errors().errorLocations[0],
             "Dossiera.exe-modDatabaseFunctions-getCompanyIDFromContactID");
-}
-
-TEST_F(LookupsTest, ExistenceTests) {
-  EXPECT_TRUE(validCompanyID(10));
-  EXPECT_FALSE(validCompanyID(99));
-  EXPECT_FALSE(validCompanyID(0));
-  EXPECT_FALSE(validCompanyID(-1));
-  EXPECT_TRUE(validContactID(25));
-  EXPECT_TRUE(validCategoryID(4));
-  EXPECT_FALSE(validCategoryID(5));
 }
 
 TEST_F(LookupsTest, CategoryMembership) {

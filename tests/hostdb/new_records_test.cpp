@@ -11,16 +11,10 @@ namespace {
 
 using Row = std::vector<std::string>;
 
-const std::vector<std::pair<std::string, std::string>> kDetailKeys = {
-    {"AccountingServices", "AccountingServicesID"},
-    {"ClientOptions", "ClientOptionsID"},
-    {"ClientNotes", "ClientNotesID"},
-    {"CorpTaxInfo", "CorpTaxInfoID"},
-    {"LawInfo", "LawInfoID"},
-    {"OtherInfo", "OtherInfoID"},
-    {"SoftwareInfo", "SoftwareInfoID"},
-    {"WSIB_EHTInfo", "WSIB_EHTInfoID"},
-};
+// The detail tables each new entry gets a row in, keyed by "<table>ID".
+const char* const kDetailTables[] = {"AccountingServices", "ClientOptions", "ClientNotes",
+                                     "CorpTaxInfo",        "LawInfo",       "OtherInfo",
+                                     "SoftwareInfo",       "WSIB_EHTInfo"};
 
 class NewRecordsTest : public testing::HostTest {
  protected:
@@ -54,8 +48,8 @@ TEST_F(NewRecordsTest, NewEntryIsACompanyInTheHostCategoryWithItsClientAndDetail
   EXPECT_EQ(one("SELECT '[' || CompanyName || ']' || CategoryNum FROM Companies "
                 "WHERE CompanyID = 42;"),
             "[]7");
-  for (const auto& [table, key] : kDetailKeys)
-    EXPECT_EQ(rows("SELECT " + key + " FROM " + table + ";"), (Row{"501"})) << table;
+  for (std::string table : kDetailTables)
+    EXPECT_EQ(rows("SELECT " + table + "ID FROM " + table + ";"), (Row{"501"})) << table;
 
   EXPECT_EQ(addNewEntry(), 502);  // each entry gets its own rows
   EXPECT_EQ(rows("SELECT WSIB_EHTInfoID FROM WSIB_EHTInfo ORDER BY 1;"), (Row{"501", "502"}));
@@ -78,7 +72,7 @@ TEST_F(NewRecordsTest, ClosedDatabaseOrBlankNameAddsNothing) {
   EXPECT_EQ(one("SELECT count(*) FROM Companies;"), "2");
   EXPECT_EQ(one("SELECT count(*) FROM ClientData;"), "1");
   EXPECT_EQ(one("SELECT count(*) FROM Contacts;"), "1");
-  for (const auto& [table, key] : kDetailKeys)
+  for (std::string table : kDetailTables)
     EXPECT_EQ(one("SELECT count(*) FROM " + table + ";"), "0") << table;
   EXPECT_TRUE(errors().errors.empty());
 }

@@ -33,13 +33,8 @@ inline void fillAddressBook(const std::string& hostPath) {
           "INSERT INTO ClientData (ClientDataID, CompanyIDNum, ShowThisClient) VALUES "
           "(1, 10, 1), (2, 12, 1), (3, 13, 1), (4, 14, 0);");
   for (const char* t : {"AccountingServices", "ClientOptions", "CorpTaxInfo", "LawInfo",
-                        "OtherInfo", "WSIB_EHTInfo"}) {
-    std::string table = t;
-    std::string key = table == "AccountingServices" ? "AccountingServicesID"
-                      : table == "ClientOptions"    ? "ClientOptionsID"
-                                                    : table + "ID";
-    execSql(hostPath, "INSERT INTO " + table + " (" + key + ") VALUES (1), (2), (4);");
-  }
+                        "OtherInfo", "WSIB_EHTInfo"})
+    execSql(hostPath, std::string("INSERT INTO ") + t + " (" + t + "ID) VALUES (1), (2), (4);");
 }
 
 class WizardTest : public HostTest {
