@@ -35,7 +35,7 @@ class ClientTreeTest : public testing::HostTest {
   std::vector<int32_t> progress;
 };
 
-TEST_F(ClientTreeTest, TheAddressBookWithNestedCategoriesAndAssociates) {
+TEST_F(ClientTreeTest, TheAddressBookWithNestedCategoriesAndAssociatesOrCategoriesOnly) {
   EXPECT_EQ(builder.getRecordCount(), 4 + 5);
   builder.populateAddressBookTree();
   EXPECT_EQ(dump(*tree),
@@ -52,6 +52,14 @@ TEST_F(ClientTreeTest, TheAddressBookWithNestedCategoriesAndAssociates) {
   EXPECT_EQ(progress, (std::vector<int32_t>{1, 2, 3, 4, 5, 6, 7, 8, 9}));
   EXPECT_EQ(tree->imageList(), builder.imageListControl);
   EXPECT_EQ(tree->indentation(), 19);
+
+  // Categories only: no companies, and no contacts even when asked for.
+  builder.showOnlyCategories = true;
+  builder.showContacts = true;
+  EXPECT_EQ(builder.getRecordCount(), 4);
+  builder.populateAddressBookTree();
+  EXPECT_EQ(tree->count(), 5);
+  EXPECT_EQ(tree->find("Company:10"), nullptr);
 }
 
 TEST_F(ClientTreeTest, ContactsWithTheirImagesAndPlaces) {
@@ -95,15 +103,6 @@ TEST_F(ClientTreeTest, ShownClientsOnlyHaveNoRootAndNoCategories) {
   EXPECT_EQ(dump(*tree),
             "Company:10 Acme Ltd 1 e\n  Contact:20 Ann 3\n  Contact:21 Bob 8\n"
             "Company:12 Beta Inc 1 e\n  Contact:22 Carl 3\n");
-}
-
-TEST_F(ClientTreeTest, CategoriesOnly) {
-  builder.showOnlyCategories = true;
-  builder.showContacts = true;
-  EXPECT_EQ(builder.getRecordCount(), 4);
-  builder.populateAddressBookTree();
-  EXPECT_EQ(tree->count(), 5);
-  EXPECT_EQ(tree->find("Company:10"), nullptr);
 }
 
 TEST_F(ClientTreeTest, SelectionByNodeNameOrHostCategory) {
@@ -250,15 +249,14 @@ TEST_F(OutlookTreeTest, ContactsGroupedByTheirWholeCategoryText) {
   EXPECT_TRUE(host->errors->errors.empty());
 }
 
-TEST_F(OutlookTreeTest, WithoutProgressNoEventsAndCategoriesOnlyStopsEarly) {
+TEST_F(OutlookTreeTest, WithoutProgressOrOutlookTheFillStopsEarly) {
   builder.showProgress = false;
   builder.showOnlyCategories = true;
   builder.populateOutlookTree();
   EXPECT_EQ(tree->count(), 3);
   EXPECT_TRUE(progress.empty());
-}
 
-TEST_F(OutlookTreeTest, WithoutOutlookTheTreeHoldsOnlyItsRoot) {
+  // Without Outlook the tree holds only its root, and the failure is reported.
   builder.OutlookNameSpace = nullptr;
   builder.populateOutlookTree();
   EXPECT_EQ(dump(*tree), "Main Outlook Contacts 7 b e s\n");
