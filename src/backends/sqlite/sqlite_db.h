@@ -147,8 +147,10 @@ class Database {
   void indexUpdate(const TableInfo& table, int column, int64_t rowid, const Stored& value);
   void indexInsert(const TableInfo& table, int64_t rowid);  // reads the row's indexed columns
   void indexDelete(const TableInfo& table, int64_t rowid);
-  // The next auto-number of the table, promised to a new row before it is inserted.
+  // The next auto-number of the table, promised to a new row before it is inserted (taken for
+  // good: other connections number their rows above it).
   int64_t reserveKey(const TableInfo& table);
+  static constexpr int kReserveAttempts = 1000;
   bool hasReservedKeys(const TableInfo& table) const;
   [[noreturn]] void fail(int32_t code, const std::string& what) const;
 
