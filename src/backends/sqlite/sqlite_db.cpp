@@ -238,6 +238,16 @@ bool Statement::step() {
       }
     }
   }
+  // A statement of its own (no transaction open, no row given yet) that found the file busy for
+  // the whole busy timeout has done nothing: it is tried again, a bounded number of times. Other
+  // processes' locks change hands often, and one wait that kept losing is not the end of it.
+  for (int retry = 0; first && (rc & 0xff) == SQLITE_BUSY && sqlite3_get_autocommit(db_) &&
+                      retry < Database::kBusyRetries;
+       ++retry) {
+    sqlite3_reset(stmt_);
+    rc = sqlite3_step(stmt_);
+    msg.clear();
+  }
   if (rc == SQLITE_ROW) return true;
   running_ = false;
   if (rc == SQLITE_DONE) return false;
@@ -318,7 +328,7 @@ Database::Database(const std::string& path, bool create) : path_(path) {
     db_ = nullptr;
     throw RuntimeError(kCannotOpenDatabase, "Cannot open database '" + path + "': " + msg);
   }
-  sqlite3_busy_timeout(db_, 5000);
+  sqlite3_busy_timeout(db_, kBusyTimeoutMs);
   // ORDER BY on text sorts the way finds compare (the data access object adds the collation).
   sqlite3_create_collation_v2(
       db_, "dossync_text", SQLITE_UTF8, nullptr,

@@ -151,6 +151,10 @@ class Database {
   // good: other connections number their rows above it).
   int64_t reserveKey(const TableInfo& table);
   static constexpr int kReserveAttempts = 1000;
+  // Each statement waits at most kBusyTimeoutMs for a lock another process holds, and is tried
+  // again at most kBusyRetries times (it did nothing meanwhile).
+  static constexpr int kBusyTimeoutMs = 5000;
+  static constexpr int kBusyRetries = 3;
   bool hasReservedKeys(const TableInfo& table) const;
   [[noreturn]] void fail(int32_t code, const std::string& what) const;
 
