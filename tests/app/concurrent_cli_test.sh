@@ -14,14 +14,19 @@ h="$work/h.db" out="vdir:$work/out" in="vdir:$work/in"
 hq() { sqlite3 "$h" "$1"; }
 companies=$(hq "SELECT count(*) FROM Companies;") contacts=$(hq "SELECT count(*) FROM Contacts;")
 
-# The cards the Outlook-to-host runs bring in: each a person at a company of their own.
+# The cards the Outlook-to-host runs bring in, each a person at a company of their own: in the
+# store DIR, N people named FIRST PersonK at "FIRST Co K".
 n=150
-echo '{"FullName": "Card Person 1", "FirstName": "Card", "LastName": "Person1", "CompanyName": "Card Co 1"}' |
-  "$bin" contacts put --outlook "$in" --json - >/dev/null || bad "contacts put"
-for i in $(seq 2 $n); do
-  printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:card%d\r\nFN:Card Person %d\r\nN:Person%d;Card;;;\r\nORG:Card Co %d\r\nEND:VCARD\r\n' \
-    "$i" "$i" "$i" "$i" >"$work/in/default/contacts/card$i.vcf"
-done
+make_cards() {  # DIR FIRST
+  echo "{\"FullName\": \"$2 Person1\", \"FirstName\": \"$2\", \"LastName\": \"Person1\", \"CompanyName\": \"$2 Co 1\"}" |
+    "$bin" contacts put --outlook "vdir:$work/$1" --json - >/dev/null || bad "contacts put"
+  for i in $(seq 2 $n); do
+    printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:%s%d\r\nFN:%s Person%d\r\nN:Person%d;%s;;;\r\nORG:%s Co %d\r\nEND:VCARD\r\n' \
+      "$2" "$i" "$2" "$i" "$i" "$2" "$2" "$i" >"$work/$1/default/contacts/$2$i.vcf"
+  done
+}
+make_cards in Card
+make_cards in2 Other
 
 sync() { "$bin" sync --host-db "$h" --no-progress "$@"; }
 # both NAME ARGS1 -- ARGS2: the two runs started together; both end well, without errors.
@@ -87,6 +92,13 @@ both "two schemes" --direction 2 --outlook "vdir:$work/out1" --sync-db "$work/s.
   --direction 2 --outlook "vdir:$work/out2" --sync-db "$work/s.db" --scheme 8 --select "$(seq -s, 2 2 300)"
 same "two schemes: cards" "$(cards out1)|$(cards out2)" "150|150"
 same "two schemes: pairings" "$(q s.db "SELECT count(*) || '|' || count(DISTINCT OutlookID) || '|' || sum(SchemeNum = 7) || '|' || sum(CompanyNum % 2 = SchemeNum % 2) FROM OutlookSync WHERE SchemeNum IN (7, 8) AND OutlookID <> '';")" "300|300|150|300"
+
+# Two people bringing cards in at once, each adding companies and contacts.
+both "two bringing in" --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 3 -- \
+  --direction 3 --outlook "vdir:$work/in2" --sync-db "$work/s.db" --select all --scheme 4
+same "two bringing in: contacts" "$(hq "SELECT count(*) FROM Contacts;")" $((contacts + 2 * n))
+same "two bringing in: others at their companies" "$(hq "SELECT count(*) FROM Contacts c JOIN Companies k ON k.CompanyID = c.CompanyNum
+  WHERE c.FirstName = 'Other' AND k.CompanyName = 'Other Co ' || substr(c.LastName, 7);")" "$n"
 
 # Processes that make synchronisation databases in one folder at the same moment, some of them
 # the same database.
