@@ -1,11 +1,13 @@
 // The utilities library's two helper objects, created on first use per apartment.
 //   FileUtil     file exists, delete, copy with overwrite, folder of a path, trailing separator,
-//                and a usability check (a regular, readable file).
+//                a usability check (a regular, readable file), and an advisory lock that makes
+//                one step on a shared file run in one process at a time.
 //   GeneralUtil  the blank test and the numeric test of core/value.h, behind the object the
 //                component hands the error service to.
 // File operations throw RuntimeError naming the path on failure.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -13,8 +15,26 @@
 
 namespace dossync {
 
+// An exclusive advisory lock (flock) on a lock file, held until the object is destroyed or the
+// process ends. The lock file stays: removing it would let a process that waits on the old file
+// and one that creates a new file both hold "the" lock.
+class FileLock {
+ public:
+  explicit FileLock(int fd) : fd_(fd) {}
+  ~FileLock();
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+
+ private:
+  int fd_;
+};
+
 class FileUtil {
  public:
+  // Waits at most `wait` for the lock, then throws RuntimeError naming the lock file. Answers
+  // nullptr, taking no lock, when the lock file can neither be made nor opened.
+  std::unique_ptr<FileLock> lock(const std::string& lockFile,
+                                 std::chrono::milliseconds wait = std::chrono::seconds(30)) const;
   bool fileExists(const std::string& path) const;
   void deleteFile(const std::string& path) const;
   void copyFile(const std::string& from, const std::string& to) const;  // overwrites
@@ -25,7 +45,9 @@ class FileUtil {
 
 class GeneralUtil {
  public:
-  void setErrorService(std::shared_ptr<IErrorService> service) { errorService_ = std::move(service); }
+  void setErrorService(std::shared_ptr<IErrorService> service) {
+    errorService_ = std::move(service);
+  }
   bool isBlank(const std::string& text) const;
   bool isNumeric(const std::string& text) const;
 

@@ -1,5 +1,6 @@
 // The synchronisation database: creation through a temporary file, the two tables, the check
 // of an existing file, and opening it through the second data access object.
+#include <memory>
 #include <vector>
 
 #include "core/apartment.h"
@@ -51,9 +52,16 @@ void clsOutlookSynchronization::setSyncDatabaseLocation(const std::string& path)
   ErrorFrame f(kLoc + "SyncDatabaseLocation");
   apartment().currentComponent = this;
   bool usable = false;
+  FileUtil& files = apartment().fileUtil();
+  std::unique_ptr<FileLock> folderLock;
   f.step([&] { syncDatabaseLocation_ = path; });
+  // Every process that makes a database in this folder goes through the same "Temp.mdb", and two
+  // that find the same database missing would each make it: checking and making it is done by
+  // one process of the machine at a time (the lock is released before the database is opened).
   f.step([&] {
-    FileUtil& files = apartment().fileUtil();
+    folderLock = files.lock(files.withTrailingSeparator(files.folderOf(path)) + "Temp.mdb.lock");
+  });
+  f.step([&] {
     if (files.fileExists(path)) {
       usable = verifySyncDatabase(path);
       if (!usable) files.deleteFile(path);
@@ -62,6 +70,7 @@ void clsOutlookSynchronization::setSyncDatabaseLocation(const std::string& path)
   f.step([&] {
     if (!usable) createOutlookSyncDatabase(path);
   });
+  f.step([&] { folderLock.reset(); });
   f.step([&] { openOutlookSyncDatabase(path); });
   f.step([&] { syncDatabaseOpen_ = true; });
 }

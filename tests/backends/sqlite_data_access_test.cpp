@@ -469,6 +469,31 @@ TEST_F(DataAccessTest, NewRowsKnowTheirKeyBeforeTheyAreSaved) {
   EXPECT_EQ(errorOf([&] { db.saveNew(d); }), kNoCurrentRecord);
 }
 
+// A key read before save is taken for every connection to the file (another synchronisation
+// running at the same time, the host's own program): none of them draws it again, whether it
+// asks for a key ahead too, inside a read snapshot of its own, or lets the insert number the row.
+TEST_F(DataAccessTest, KeysHandedOutAheadAreTakenForOtherConnectionsToo) {
+  SqliteDataAccess other;
+  other.setDatabaseLocation(path);
+  ASSERT_TRUE(other.openDatabase(2));
+  int32_t theirs =
+      other.openRecordset("SELECT Companies.* FROM Companies;", 1, kLockOptimistic, true, "");
+  EXPECT_EQ(other.readField(theirs, "CompanyName"), "Zeta Ltd.");  // a snapshot of before
+  int32_t h = companies(kLockOptimistic);
+  db.addNew(h);
+  EXPECT_EQ(db.readField(h, "CompanyID"), "6");
+  other.addNew(theirs);
+  EXPECT_EQ(other.readField(theirs, "CompanyID"), "7");
+  testing::execSql(path, "INSERT INTO Companies (CompanyName) VALUES ('Host Program');");
+  other.saveNew(theirs);
+  db.saveNew(h);
+  other.closeRecordset(theirs);
+  EXPECT_EQ(
+      query("SELECT group_concat(CompanyID || ':' || ifnull(CompanyName, '-')) FROM "
+            "(SELECT * FROM Companies ORDER BY CompanyID);"),
+      (std::vector<std::string>{"1:Zeta Ltd.,2:acme Inc.,5:Beta Co.,6:-,7:-,8:Host Program"}));
+}
+
 TEST_F(DataAccessTest, DeletingTheCurrentRowThenWalkingOn) {
   int32_t h = open("SELECT Contacts.* FROM Contacts WHERE CompanyNum = 1;", kLockOptimistic);
   db.deleteCurrent(h);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <optional>
 
 #include "core/value.h"
 
@@ -237,6 +238,16 @@ bool Statement::step() {
       }
     }
   }
+  // A statement of its own (no transaction open, no row given yet) that found the file busy for
+  // the whole busy timeout has done nothing: it is tried again, a bounded number of times. Other
+  // processes' locks change hands often, and one wait that kept losing is not the end of it.
+  for (int retry = 0; first && (rc & 0xff) == SQLITE_BUSY && sqlite3_get_autocommit(db_) &&
+                      retry < Database::kBusyRetries;
+       ++retry) {
+    sqlite3_reset(stmt_);
+    rc = sqlite3_step(stmt_);
+    msg.clear();
+  }
   if (rc == SQLITE_ROW) return true;
   running_ = false;
   if (rc == SQLITE_DONE) return false;
@@ -317,7 +328,7 @@ Database::Database(const std::string& path, bool create) : path_(path) {
     db_ = nullptr;
     throw RuntimeError(kCannotOpenDatabase, "Cannot open database '" + path + "': " + msg);
   }
-  sqlite3_busy_timeout(db_, 5000);
+  sqlite3_busy_timeout(db_, kBusyTimeoutMs);
   // ORDER BY on text sorts the way finds compare (the data access object adds the collation).
   sqlite3_create_collation_v2(
       db_, "dossync_text", SQLITE_UTF8, nullptr,
@@ -636,16 +647,39 @@ bool Database::hasReservedKeys(const TableInfo& table) const {
 }
 
 int64_t Database::reserveKey(const TableInfo& table) {
-  // An AUTOINCREMENT table has its row in sqlite_sequence (made with the first such table): the
-  // next number is above both that and every key in use.
-  StatementUse st(cached(
-      "SELECT max(coalesce((SELECT max(rowid) FROM " + quoteIdentifier(table.name) +
-      "), 0), coalesce((SELECT seq FROM sqlite_sequence WHERE name = " + quoteText(table.name) +
-      "), 0));"));
-  int64_t top = st->step() ? st->columnInt(0) : 0;
+  // The number is taken in the table's row of sqlite_sequence (made with the first AUTOINCREMENT
+  // table), where every connection, of this process or another, draws its next number: a number
+  // promised here is not drawn by anybody else, and one left unused is skipped, as with
+  // the host's engine. The next number is above the row, every key in use and every number this
+  // connection promised; it is taken only if nobody took one meanwhile (else it is read anew).
+  const std::string name = quoteText(table.name);
+  const std::string top =
+      "coalesce((SELECT max(rowid) FROM " + quoteIdentifier(table.name) + "), 0)";
   int64_t& reserved = reserved_[value::upper(table.name)];
-  reserved = std::max(reserved, top) + 1;
-  return reserved;
+  for (int attempt = 0; attempt < kReserveAttempts; ++attempt) {
+    std::optional<int64_t> seq;
+    int64_t inUse = 0;
+    {
+      StatementUse st(cached("SELECT (SELECT seq FROM sqlite_sequence WHERE name = " + name +
+                             "), " + top + ";"));
+      if (st->step()) {
+        if (st->column(0).type != Stored::Null) seq = st->columnInt(0);
+        inUse = st->columnInt(1);
+      }
+    }
+    int64_t next = std::max({reserved, inUse, seq.value_or(0)}) + 1;
+    StatementUse take(cached(
+        seq ? "UPDATE sqlite_sequence SET seq = ?1 WHERE name = " + name + " AND seq = ?2 AND " +
+                  top + " < ?1;"
+            : "INSERT INTO sqlite_sequence (name, seq) SELECT " + name +
+                  ", ?1 WHERE NOT EXISTS (SELECT 1 FROM sqlite_sequence WHERE name = " + name +
+                  ") AND " + top + " < ?1;"));
+    take->bind(1, next);
+    if (seq) take->bind(2, *seq);
+    take->step();
+    if (sqlite3_changes(db_) == 1) return reserved = next;
+  }
+  fail(kDatabaseLocked, "Cannot take the next number of " + table.name);
 }
 
 }  // namespace dossync::sqlite

@@ -147,8 +147,14 @@ class Database {
   void indexUpdate(const TableInfo& table, int column, int64_t rowid, const Stored& value);
   void indexInsert(const TableInfo& table, int64_t rowid);  // reads the row's indexed columns
   void indexDelete(const TableInfo& table, int64_t rowid);
-  // The next auto-number of the table, promised to a new row before it is inserted.
+  // The next auto-number of the table, promised to a new row before it is inserted (taken for
+  // good: other connections number their rows above it).
   int64_t reserveKey(const TableInfo& table);
+  static constexpr int kReserveAttempts = 1000;
+  // Each statement waits at most kBusyTimeoutMs for a lock another process holds, and is tried
+  // again at most kBusyRetries times (it did nothing meanwhile).
+  static constexpr int kBusyTimeoutMs = 5000;
+  static constexpr int kBusyRetries = 3;
   bool hasReservedKeys(const TableInfo& table) const;
   [[noreturn]] void fail(int32_t code, const std::string& what) const;
 

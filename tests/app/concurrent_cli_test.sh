@@ -1,0 +1,120 @@
+#!/usr/bin/env bash
+# Two synchronisations at the same moment on one host database: a host-to-Outlook run and an
+# Outlook-to-host run (each with its own synchronisation database, then sharing one), and two
+# host-to-Outlook runs of different schemes; and processes that make synchronisation databases in
+# one folder at the same moment. Every run succeeds and nothing of either is lost.
+set -uo pipefail
+bin=$1
+work=$(mktemp -d)
+source "$(dirname "$0")/check_lib.sh"
+trap 'rm -rf "$work"' EXIT
+
+h="$work/h.db" out="vdir:$work/out" in="vdir:$work/in"
+"$bin" demo-data "$h" --companies 300 --seed 7 >/dev/null
+hq() { sqlite3 "$h" "$1"; }
+companies=$(hq "SELECT count(*) FROM Companies;") contacts=$(hq "SELECT count(*) FROM Contacts;")
+
+# The cards the Outlook-to-host runs bring in, each a person at a company of their own: in the
+# store DIR, N people named FIRST PersonK at "FIRST Co K".
+n=150
+make_cards() {  # DIR FIRST
+  echo "{\"FullName\": \"$2 Person1\", \"FirstName\": \"$2\", \"LastName\": \"Person1\", \"CompanyName\": \"$2 Co 1\"}" |
+    "$bin" contacts put --outlook "vdir:$work/$1" --json - >/dev/null || bad "contacts put"
+  for i in $(seq 2 $n); do
+    printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:%s%d\r\nFN:%s Person%d\r\nN:Person%d;%s;;;\r\nORG:%s Co %d\r\nEND:VCARD\r\n' \
+      "$2" "$i" "$2" "$i" "$i" "$2" "$2" "$i" >"$work/$1/default/contacts/$2$i.vcf"
+  done
+}
+make_cards in Card
+make_cards in2 Other
+
+sync() { "$bin" sync --host-db "$h" --no-progress "$@"; }
+# both NAME ARGS1 -- ARGS2: the two runs started together; both end well, without errors.
+both() {
+  local name=$1 a=() b=()
+  shift
+  while [[ $1 != -- ]]; do a+=("$1"); shift; done
+  shift
+  b=("$@")
+  sync "${a[@]}" >"$work/a.txt" 2>&1 &
+  local pa=$!
+  sync "${b[@]}" >"$work/b.txt" 2>&1 &
+  local pb=$!
+  wait $pa; same "$name: first exit" $? 0
+  wait $pb; same "$name: second exit" $? 0
+  for f in a b; do
+    [[ "$(cat "$work/$f.txt")" == "rows walked "*", errors 0, "* ]] && ok || bad "$name: $f: $(head -c 600 "$work/$f.txt")"
+  done
+}
+cards() { ls "$work/${1:-out}/default/contacts" | grep -c '\.vcf$'; }
+q() { sqlite3 "$work/$1" "$2"; }
+walked() { sed -n 's/^rows walked \([0-9]*\),.*/\1/p' "$work/$1.txt"; }
+# What the host-to-Outlook run walked (it may or may not see the companies the other run adds)
+# is in the store, each company paired once with its own card.
+sent_out() {  # NAME DB SCHEME WALKED
+  same "$1: cards" "$(cards)" "$4"
+  same "$1: companies paired once each, with their cards" "$(q "$2" "SELECT count(*) || '|' || count(DISTINCT CompanyNum) || '|' || count(DISTINCT OutlookID) FROM OutlookSync WHERE SchemeNum = $3 AND CompanyNum > 0 AND ContactNum IS NULL AND OutlookID <> '';")" "$4|$4|$4"
+}
+# Every card of the Outlook-to-host run is a contact of the host, at its company, paired once (a
+# run with no pairings yet finds the contacts an earlier one made by their company's name).
+brought_in() {  # NAME DB SCHEME
+  same "$1: cards brought in" "$(hq "SELECT count(*) FROM Contacts c JOIN Companies k ON k.CompanyID = c.CompanyNum
+    WHERE c.FirstName = 'Card' AND k.CompanyName = 'Card Co ' || substr(c.LastName, 7);")" "$n"
+  same "$1: cards paired once each" "$(q "$2" "SELECT count(*) || '|' || count(DISTINCT OutlookID) || '|' || count(DISTINCT ContactNum) FROM OutlookSync WHERE SchemeNum = $3 AND ContactNum > 0;")" "$n|$n|$n"
+}
+
+# Each run with its own synchronisation database, both made in the same folder at once.
+both "own databases" --direction 2 --outlook "$out" --sync-db "$work/s2.db" --select all -- \
+  --direction 3 --outlook "$in" --sync-db "$work/s3.db" --select all
+sent_out "own databases" s2.db -1 "$(walked a)"
+brought_in "own databases" s3.db -1
+same "companies and contacts" "$(hq "SELECT count(*) FROM Companies;")|$(hq "SELECT count(*) FROM Contacts;")" \
+  "$((companies + n))|$((contacts + n))"
+[[ -e "$work/Temp.mdb" ]] && bad "Temp.mdb left behind" || ok
+
+# Both with one synchronisation database that neither finds: it is made once, and holds both.
+rm -rf "$work/out"
+both "one database" --direction 2 --outlook "$out" --sync-db "$work/s.db" --select all --scheme 1 -- \
+  --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 2
+sent_out "one database" s.db 1 "$(walked a)"
+brought_in "one database" s.db 2
+
+# Again, on what these runs paired: updated in place, nothing duplicated or lost.
+both "again" --direction 2 --outlook "$out" --sync-db "$work/s.db" --select all --scheme 1 -- \
+  --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 2
+has "again: contacts updated in place" "$(cat "$work/b.txt")" "contacts created 0"
+sent_out "again" s.db 1 "$(walked a)"
+brought_in "again" s.db 2
+same "again: contacts" "$(hq "SELECT count(*) FROM Contacts;")" $((contacts + n))
+
+# Two people, each with a scheme and a selection of their own, and their own Outlook.
+both "two schemes" --direction 2 --outlook "vdir:$work/out1" --sync-db "$work/s.db" --scheme 7 --select "$(seq -s, 1 2 300)" -- \
+  --direction 2 --outlook "vdir:$work/out2" --sync-db "$work/s.db" --scheme 8 --select "$(seq -s, 2 2 300)"
+same "two schemes: cards" "$(cards out1)|$(cards out2)" "150|150"
+same "two schemes: pairings" "$(q s.db "SELECT count(*) || '|' || count(DISTINCT OutlookID) || '|' || sum(SchemeNum = 7) || '|' || sum(CompanyNum % 2 = SchemeNum % 2) FROM OutlookSync WHERE SchemeNum IN (7, 8) AND OutlookID <> '';")" "300|300|150|300"
+
+# Two people bringing cards in at once, each adding companies and contacts.
+both "two bringing in" --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 3 -- \
+  --direction 3 --outlook "vdir:$work/in2" --sync-db "$work/s.db" --select all --scheme 4
+same "two bringing in: contacts" "$(hq "SELECT count(*) FROM Contacts;")" $((contacts + 2 * n))
+same "two bringing in: others at their companies" "$(hq "SELECT count(*) FROM Contacts c JOIN Companies k ON k.CompanyID = c.CompanyNum
+  WHERE c.FirstName = 'Other' AND k.CompanyName = 'Other Co ' || substr(c.LastName, 7);")" "$n"
+
+# Processes that make synchronisation databases in one folder at the same moment, some of them
+# the same database.
+mkdir "$work/many"
+pids=()
+for i in 1 2 3 4 5 6; do
+  "$bin" check --host-db "$h" --sync-db "$work/many/s$((i % 4)).db" >"$work/many/out$i.txt" 2>&1 &
+  pids+=($!)
+done
+for i in "${!pids[@]}"; do
+  wait "${pids[$i]}"; same "maker $i exit" $? 0
+done
+for i in 0 1 2 3; do
+  same "s$i.db tables" "$(sqlite3 "$work/many/s$i.db" "SELECT group_concat(name) FROM (SELECT name FROM sqlite_master WHERE type = 'table' AND name LIKE 'Outlook%' ORDER BY name);")" \
+    "OutlookScheme,OutlookSync"
+done
+[[ -e "$work/many/Temp.mdb" ]] && bad "Temp.mdb left behind in many/" || ok
+
+finish "concurrent cli"
