@@ -1,5 +1,5 @@
-// Recordsets of the SQLite data access object: a cursor on one table (TableRecordset) and a
-// result read whole into memory (ResultRecordset). See sqlite_data_access.h for the costs.
+// Recordsets of the data access object: a cursor on one table (TableRecordset) and a result
+// read whole into memory (ResultRecordset). See data_access.h for the costs.
 #pragma once
 
 #include <limits>
@@ -9,21 +9,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "backends/sqlite/sqlite_db.h"
+#include "backends/sql/database.h"
+#include "backends/sql/dialect.h"
 
-namespace dossync::sqlite {
-
-// The parts of a single-table statement "SELECT T.*[, T.col] FROM T [WHERE c] [ORDER BY o]".
-struct TableQuery {
-  std::string table;
-  std::string where;
-  std::string orderBy;
-};
-// Answers the parts when the statement has that form.
-std::optional<TableQuery> parseTableQuery(const std::string& sql);
-// The statement with each term of its ORDER BY clause (if any) sorting text by the comparison
-// rule of finds (collation "dossync_text"): "apple Co" between "Acme" and "Beta".
-std::string withTextOrder(const std::string& sql);
+namespace dossync::sql {
 
 // The statements a cursor on one query runs, written once per query and table description.
 struct CursorShape {
@@ -32,7 +21,7 @@ struct CursorShape {
   std::string wherePrefix;             // "(where) AND " or ""
   std::string nextSql;                 // the next row after ?1
   std::string holdsSql;                // whether row ?1 exists and meets the WHERE clause
-  std::string orderSql;                // every rowid in order; "" without ORDER BY
+  std::string orderSql;                // every row's key in order; "" without ORDER BY
   std::vector<std::string> updateSql;  // by column, made at the first write of it
   const std::string& update(int column);
   // The columns this query's callers read: a row is read with just those (most callers read a
@@ -150,4 +139,4 @@ class ResultRecordset : public Recordset {
   std::string findValue_;
 };
 
-}  // namespace dossync::sqlite
+}  // namespace dossync::sql

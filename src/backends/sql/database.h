@@ -1,0 +1,163 @@
+// A connection shared by the data access object and the catalog, over any engine (engine.h):
+// prepared-statement cache, table descriptions, the in-process indexes that finds use
+// (column_index.h: the host's database itself is never given an index), read snapshots,
+// grouped and coalesced writes, and auto-number reservation. Errors become RuntimeError
+// naming the database.
+// Thread use: one thread per connection.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "backends/sql/column_index.h"
+#include "backends/sql/engine.h"
+#include "backends/sql/stored.h"
+#include "core/error.h"
+
+namespace dossync::sql {
+
+class Database;
+
+class Statement {
+ public:
+  Statement(Database& db, const std::string& sql);
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
+
+  void bind(int index, const Stored& v) { stmt_->bind(index, v); }
+  void bind(int index, int64_t v) { stmt_->bind(index, Stored{Stored::Int, v, 0, {}}); }
+  void bind(int index, const std::string& v) { stmt_->bind(index, Stored{Stored::Text, 0, 0, v}); }
+  bool step();  // true while a row is available
+  void reset();
+  int columnCount() const { return stmt_->columnCount(); }
+  Stored column(int i) const { return stmt_->column(i); }
+  int64_t columnInt(int i) const;
+  std::string columnName(int i) const { return stmt_->columnName(i); }
+  std::string columnDeclType(int i) const { return stmt_->columnDeclType(i); }
+  const std::string& sql() const { return sql_; }
+  EngineStatement& engineStatement() { return *stmt_; }
+
+ private:
+  Database& owner_;
+  std::unique_ptr<EngineStatement> stmt_;
+  std::string sql_;
+  bool running_ = false;  // stepped since the last reset
+};
+
+// Resets a cached statement when the scope ends.
+class StatementUse {
+ public:
+  explicit StatementUse(Statement& s) : s_(s) {}
+  ~StatementUse() { s_.reset(); }
+  Statement* operator->() { return &s_; }
+  Statement& operator*() { return s_; }
+
+ private:
+  Statement& s_;
+};
+
+class Database {
+ public:
+  explicit Database(std::unique_ptr<Engine> engine);
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  const std::string& path() const { return engine_->name(); }
+  Engine& engine() { return *engine_; }
+  bool readOnly() const { return engine_->readOnly(); }
+
+  void exec(const std::string& sql);
+  Statement& cached(const std::string& sql);
+  // The table's description, cached; nullptr when there is no such table.
+  std::shared_ptr<const TableInfo> table(const std::string& name);
+  void forgetSchema();
+  // The value a column's declared default gives a new row (NULL without one).
+  Stored defaultValue(const TableInfo& table, int column);
+
+  // The in-process index of a column: built at its first use, and built anew once another
+  // connection has changed the data. This connection's own changes reach it through the three
+  // calls below, made after each change succeeded.
+  const ColumnIndex& columnIndex(const TableInfo& table, int column);
+  void indexUpdate(const TableInfo& table, int column, int64_t rowid, const Stored& value);
+  void indexInsert(const TableInfo& table, int64_t rowid);  // reads the row's indexed columns
+  void indexDelete(const TableInfo& table, int64_t rowid);
+  // The next auto-number of the table, promised to a new row before it is inserted.
+  int64_t reserveKey(const TableInfo& table);
+  bool hasReservedKeys(const TableInfo& table) const;
+  [[noreturn]] void fail(int32_t code, const std::string& what) const;
+
+  // Read snapshots: while on, consecutive reads share one read transaction instead of one
+  // each, for at most kSnapshotAge; a write joins it and commits it at once (or, when another
+  // connection wrote meanwhile, runs on its own after it), so every write commits when it is
+  // made unless writes are grouped (below); exec ends the snapshot first. Only where the engine
+  // gives snapshots in which a reader never blocks a writer (SQLite in WAL mode, PostgreSQL).
+  // Off by default; the data access object turns it on and ends the snapshot when its last
+  // recordset closes.
+  static constexpr std::chrono::milliseconds kSnapshotAge{100};
+  void setSnapshotReads(bool on);
+  bool snapshotReads() const { return snapshotReads_ && engine_->snapshots(); }
+  // Grouped writes (with snapshot reads on): a write joins the snapshot, or opens one, and is
+  // committed with it when it ends, not at once. A snapshot holding grouped writes does not
+  // age: it ends at a commit point once it is kSnapshotAge old (commitIfDue), or by
+  // endSnapshot. Turning them off commits what is pending.
+  void setGroupWrites(bool on);
+  bool groupsWrites() const { return groupWrites_; }
+  void noteGroupedWrite() { ++groupedWrites_; }
+  void commitIfDue();
+  bool commitDue() const;  // grouped writes that commitIfDue would commit
+  // Field writes while writes are grouped: the writes to one row made one after another become
+  // one UPDATE, run before the next statement of this connection (or the end of the snapshot),
+  // so nothing ever reads past them; what the memo holds of the row shows them at once.
+  void deferUpdate(const TableInfo& table, int column, int64_t rowid, Stored value);
+  void flushUpdate();
+  // Ends the snapshot, committing grouped writes; throws RuntimeError kDiskIO naming the
+  // database when they cannot be committed (they are lost then).
+  void endSnapshot();
+  // Statement::step calls it on a first step; true: a write that runs inside the snapshot, which
+  // the caller then ends (committing the write).
+  bool beforeStatement(EngineStatement& statement);
+
+  // What was read inside the current snapshot, kept until it ends: the same row asked for
+  // again (as each procedure looks its record up anew) costs no statement.
+  // A row read in part: the columns asked for so far.
+  struct LoadedRow {
+    std::vector<Stored> values;  // by column
+    std::vector<bool> loaded;
+  };
+  struct SnapshotMemo {
+    using Row = std::shared_ptr<LoadedRow>;
+    std::unordered_map<const TableInfo*, std::unordered_map<int64_t, Row>> rows;
+  };
+  // The memo while a snapshot is open and young enough to go on; nullptr otherwise.
+  SnapshotMemo* memo();
+
+ private:
+  std::unique_ptr<Engine> engine_;
+  std::unordered_map<std::string, std::unique_ptr<Statement>> statements_;
+  std::unordered_map<std::string, std::shared_ptr<const TableInfo>> tables_;
+  std::unordered_map<const TableInfo*, std::unordered_map<int, ColumnIndex>> indexes_;
+  struct DeferredUpdate {
+    const TableInfo* table = nullptr;
+    int64_t rowid = 0;
+    std::vector<std::pair<int, Stored>> values;  // by column, in the order written
+  } deferred_;
+  uint64_t indexVersion_ = 0;  // the data version the indexes are of
+  bool versionSeen_ = false;   // indexVersion_ checked in the open snapshot
+  std::unordered_set<std::string> reservedTables_;
+  bool snapshotYoung() const;
+  bool snapshotReads_ = false;
+  bool snapshotOpen_ = false;
+  bool groupWrites_ = false;
+  int groupedWrites_ = 0;  // in the open snapshot
+  std::chrono::steady_clock::time_point snapshotStart_;
+  SnapshotMemo memo_;
+};
+
+}  // namespace dossync::sql
