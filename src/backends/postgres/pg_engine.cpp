@@ -477,10 +477,17 @@ std::shared_ptr<sql::TableInfo> PgEngine::describeTable(const std::string& name,
 }
 
 int64_t PgEngine::reserveKey(const sql::TableInfo& table) {
-  // The table's sequence hands the number out once, whatever becomes of this transaction.
+  // The table's sequence hands the number out once, whatever becomes of this transaction; as
+  // SQLite's AUTOINCREMENT does, it is above every key in use, also those given explicitly
+  // (a sequence left behind by them is moved past them).
   const std::string& key = table.columns[static_cast<size_t>(table.keyColumn)].name;
-  Result r(run(conn_, "SELECT nextval(pg_get_serial_sequence($1, $2));",
-               {sql::quoteIdentifier(table.name), key}));
+  std::string t = sql::quoteIdentifier(table.name);
+  Result r(run(conn_,
+               "SELECT CASE WHEN n.v > m.top THEN n.v ELSE setval(n.s, m.top + 1) END FROM "
+               "(SELECT s, nextval(s) AS v FROM (SELECT pg_get_serial_sequence($1, $2) AS s) q) "
+               "n, (SELECT coalesce(max(" +
+                   sql::quoteIdentifier(key) + "), 0) AS top FROM " + t + ") m;",
+               {t, key}));
   if (!r.ok()) {
     std::string why = message(conn_, r.r);
     failedInTransaction();

@@ -71,6 +71,7 @@ class PgEngine : public sql::Engine {
   std::shared_ptr<sql::TableInfo> describeTable(const std::string& name,
                                                 std::string& viewOf) override;
   int64_t reserveKey(const sql::TableInfo& table) override;
+  bool reservesEveryKey() const override { return true; }
   std::string insertSuffix(const sql::TableInfo& table) override;
   int64_t insertedKey(sql::EngineStatement& insert) override;
   bool collatesText() const override { return false; }

@@ -108,6 +108,14 @@ bool isKeyword(std::string_view word) {
   return words.count(value::upper(word)) > 0;
 }
 
+// The functions statements of ours call: before "(", these are not names even where a table
+// or column is called so ("INSERT INTO T (...)" names a table).
+bool isFunction(std::string_view word) {
+  static const std::set<std::string, std::less<>> words = {
+      "ABS", "AVG", "COALESCE", "COUNT", "LENGTH", "LOWER", "MAX", "MIN", "NULLIF", "SUM", "UPPER"};
+  return words.count(value::upper(word)) > 0;
+}
+
 size_t skipBlanks(const std::string& s, size_t i) {
   while (i < s.size() && std::isspace(static_cast<unsigned char>(s[i]))) ++i;
   return i;
@@ -181,7 +189,7 @@ std::string withTextOrder(const std::string& sql) {
 
 namespace {
 
-// toPostgres; without `calls`, a name before "(" is a name too (CREATE INDEX i ON t(c)).
+// toPostgres; without `calls`, every word before "(" is a name (CREATE INDEX i ON t(c)).
 std::string translate(const std::string& sql,
                       const std::function<const std::string*(std::string_view)>& spelling,
                       bool calls) {
@@ -229,8 +237,8 @@ std::string translate(const std::string& sql,
           continue;
         }
       }
-      if (isKeyword(word) || (calls && next < sql.size() && sql[next] == '(') ||
-          (!out.empty() && out.back() == ':')) {  // a function, or a cast's type
+      bool call = calls && next < sql.size() && sql[next] == '(' && isFunction(word);
+      if (isKeyword(word) || call || (!out.empty() && out.back() == ':')) {  // or a cast's type
         out += word;
       } else if (spelling(word)) {
         name(word);

@@ -67,6 +67,9 @@ class Engine {
                                                    std::string& viewOf) = 0;
   // The next auto-number of the table, promised to a new row before it is inserted.
   virtual int64_t reserveKey(const TableInfo& table) = 0;
+  // True: every new row of a table that numbers its rows takes a number reserved ahead (the
+  // engine's own numbering does not keep above keys that were given explicitly).
+  virtual bool reservesEveryKey() const = 0;
   // What an INSERT ends with so that insertedKey can tell the new row's key.
   virtual std::string insertSuffix(const TableInfo& table) = 0;
   virtual int64_t insertedKey(EngineStatement& insert) = 0;

@@ -19,6 +19,8 @@ CursorShape::CursorShape(std::shared_ptr<const TableInfo> info, const TableQuery
   wherePrefix = q.where.empty() ? "" : "(" + q.where + ") AND ";
   nextSql = "SELECT " + key + " FROM " + t + " WHERE " + wherePrefix + key + " > ?1 ORDER BY " +
             key + " LIMIT 1;";
+  firstSql = "SELECT " + key + " FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
+             " ORDER BY " + key + " LIMIT 1;";
   holdsSql = "SELECT 1 FROM " + t + " WHERE " + wherePrefix + key + " = ?1;";
   if (!q.orderBy.empty())
     orderSql = "SELECT " + key + " FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
@@ -96,9 +98,9 @@ void TableRecordset::moveTo(std::optional<int64_t> rowid) const {
   }
 }
 
-void TableRecordset::moveAfter(int64_t rowid) const {
-  StatementUse st(db_.cached(shape_->nextSql));
-  st->bind(1, rowid);
+void TableRecordset::moveAfter(std::optional<int64_t> rowid) const {
+  StatementUse st(db_.cached(rowid ? shape_->nextSql : shape_->firstSql));
+  if (rowid) st->bind(1, *rowid);
   moveTo(st->step() ? std::optional<int64_t>(st->columnInt(0)) : std::nullopt);
 }
 
@@ -273,7 +275,8 @@ void TableRecordset::saveNew() {
   // way, so a row the database would number cannot take a number promised to another.
   bool numbered =
       table_.keyColumn >= 0 && table_.columns[static_cast<size_t>(table_.keyColumn)].autoKey;
-  if (numbered && reservedKey_ == 0 && db_.hasReservedKeys(table_))
+  if (numbered && reservedKey_ == 0 &&
+      (db_.hasReservedKeys(table_) || db_.engine().reservesEveryKey()))
     reservedKey_ = db_.reserveKey(table_);
   std::string cols, params;
   std::vector<Stored> values;

@@ -19,6 +19,7 @@ struct CursorShape {
   CursorShape(std::shared_ptr<const TableInfo> table, const TableQuery& query);
   std::shared_ptr<const TableInfo> table;
   std::string wherePrefix;             // "(where) AND " or ""
+  std::string firstSql;                // the first row
   std::string nextSql;                 // the next row after ?1
   std::string holdsSql;                // whether row ?1 exists and meets the WHERE clause
   std::string orderSql;                // every row's key in order; "" without ORDER BY
@@ -77,10 +78,10 @@ class TableRecordset : public Recordset {
   // A cursor without ORDER BY finds its first row when first used: most are opened only to
   // find a row or add one.
   void position() const {
-    if (!positioned_) moveAfter(std::numeric_limits<int64_t>::min());
+    if (!positioned_) moveAfter(std::nullopt);
   }
   void moveTo(std::optional<int64_t> rowid) const;
-  void moveAfter(int64_t rowid) const;
+  void moveAfter(std::optional<int64_t> rowid) const;  // nullopt: to the first row
   void loadColumn(size_t column);
   std::optional<int64_t> findFrom(bool next);
 

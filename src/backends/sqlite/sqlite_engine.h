@@ -38,6 +38,7 @@ class SqliteEngine : public sql::Engine {
   std::shared_ptr<sql::TableInfo> describeTable(const std::string& name,
                                                 std::string& viewOf) override;
   int64_t reserveKey(const sql::TableInfo& table) override;
+  bool reservesEveryKey() const override { return false; }
   std::string insertSuffix(const sql::TableInfo&) override { return ""; }
   int64_t insertedKey(sql::EngineStatement&) override { return sqlite3_last_insert_rowid(db_); }
   bool collatesText() const override { return true; }
