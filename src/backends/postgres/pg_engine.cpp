@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "backends/sql/dialect.h"
+#include "core/utility.h"
 #include "core/value.h"
 
 namespace dossync::postgres {
@@ -248,7 +249,7 @@ class PgStatement : public sql::EngineStatement {
 }  // namespace
 
 bool isUri(const std::string& location) {
-  return location.rfind("postgresql://", 0) == 0 || location.rfind("postgres://", 0) == 0;
+  return isServerLocation(location);
 }
 
 std::string displayName(const std::string& uri) {
