@@ -154,6 +154,45 @@ TEST(SqliteDataAccessTest, OpeningReportsWhatIsWrongWithTheFile) {
             kObjectClosed);
 }
 
+// A database that cannot be opened is reported naming it (a server's without the password).
+TEST_P(DataAccessTest, OpeningFailuresNameTheDatabase) {
+  std::vector<std::pair<std::string, std::string>> cases;  // location, what the error shows
+  if (postgres()) {
+    std::string missing = server->uri("nosuch");
+    std::string withPassword = missing;
+    withPassword.replace(withPassword.find("dossync@"), 8, "dossync:s3cret@");
+    cases = {{withPassword, missing},
+             {"postgres://bob:s3cret@/x?host=" + dir.path() + "&port=1",
+              "postgres://bob@/x?host=" + dir.path() + "&port=1"},
+             {missing + "&password=s3cret", missing}};
+  } else {
+    cases = {{dir.file("none.db"), dir.file("none.db")}};
+  }
+  for (const auto& [location, shown] : cases) {
+    databases::RoutedDataAccess other;
+    other.setDatabaseLocation(location);
+    EXPECT_FALSE(other.openDatabase(2)) << location;
+    EXPECT_FALSE(other.isDatabaseOpen());
+    EXPECT_NE(other.lastError().find("'" + shown + "'"), std::string::npos) << other.lastError();
+    EXPECT_EQ(other.lastError().find("s3cret"), std::string::npos) << other.lastError();
+  }
+}
+
+// A table without a key of its own and a view that renames a table are written like any table.
+TEST_P(DataAccessTest, TablesWithoutAKeyAndViewsOfATableAreWritable) {
+  int32_t h = open("SELECT HostCategory.* FROM HostCategory;", kLockOptimistic);
+  db.addNew(h);
+  db.setNewField(h, "CategoryName", "Outlook");
+  db.saveNew(h);
+  db.writeField(h, "CategoryNum", "7");
+  EXPECT_EQ(query("SELECT CategoryName || '/' || CategoryNum FROM HostCategory;"),
+            (std::vector<std::string>{"Outlook/7"}));
+  int32_t v = open("SELECT rstContacts.* FROM rstContacts;", kLockOptimistic);
+  ASSERT_TRUE(db.findFirst(v, "DisplayName", "cy"));
+  db.writeField(v, "FirstName", "Cyril");
+  EXPECT_EQ(query("SELECT FirstName FROM Contacts WHERE ContactID = 12;")[0], "Cyril");
+}
+
 // Each misuse is an error of its own number, never a crash.
 TEST_P(DataAccessTest, MisusesAreErrorsByNumber) {
   int32_t closed = companies();
