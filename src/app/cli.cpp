@@ -34,9 +34,9 @@ int demoData(const std::string& path, const DemoOptions& options, std::ostream& 
   try {
     if (!databases::hostDatabaseExists(path)) databases::createHostDatabase(path);
     DemoSummary s = fillDemoPractice(path, options);
-    out << "Filled " << databases::displayName(path) << ": " << s.companies << " companies, " << s.contacts
-        << " contacts, " << s.categories << " categories, " << s.clients << " client records, "
-        << s.scheduleRows << " schedule rows\n";
+    out << "Filled " << databases::displayName(path) << ": " << s.companies << " companies, "
+        << s.contacts << " contacts, " << s.categories << " categories, " << s.clients
+        << " client records, " << s.scheduleRows << " schedule rows\n";
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitFailure;

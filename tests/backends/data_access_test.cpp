@@ -287,9 +287,10 @@ TEST_P(DataAccessTest, FindsCompareTextWithoutRegardToCaseAndMoveTheRow) {
 }
 
 TEST_P(DataAccessTest, AccentedLettersCompareAndSortWithoutRegardToCase) {
-  exec("INSERT INTO Categories (CategoryID, CategoryName) VALUES (1, 'Émile'), "
-                   "(2, 'zeta'), (3, 'éclair'), (4, 'Eve'), (5, 'ÉCOLE DUPONT');"
-                   "UPDATE Companies SET CategoryNum = 3 WHERE CompanyID = 2;");
+  exec(
+      "INSERT INTO Categories (CategoryID, CategoryName) VALUES (1, 'Émile'), "
+      "(2, 'zeta'), (3, 'éclair'), (4, 'Eve'), (5, 'ÉCOLE DUPONT');"
+      "UPDATE Companies SET CategoryNum = 3 WHERE CompanyID = 2;");
   int32_t h = open("SELECT Categories.* FROM Categories;");
   ASSERT_TRUE(db.findFirst(h, "CategoryName", "école dupont"));
   EXPECT_EQ(db.readField(h, "CategoryID"), "5");
@@ -336,8 +337,9 @@ TEST_P(DataAccessTest, FindsAreIndexedInTheProcessNeverInTheHostsFile) {
   db.closeRecordset(h);
 
   // Another program's write shows once this one is idle.
-  exec("INSERT INTO Companies (CompanyID, CompanyName) VALUES (40, 'Omega');"
-                   "UPDATE Companies SET CompanyName = 'Sigma' WHERE CompanyID = 5;");
+  exec(
+      "INSERT INTO Companies (CompanyID, CompanyName) VALUES (40, 'Omega');"
+      "UPDATE Companies SET CompanyName = 'Sigma' WHERE CompanyID = 5;");
   db.idle();
   h = companies();
   EXPECT_TRUE(db.findFirst(h, "CompanyName", "omega"));
@@ -352,8 +354,9 @@ TEST_P(DataAccessTest, FindsAreIndexedInTheProcessNeverInTheHostsFile) {
 
 // A new row holds what was set and the database's defaults for every other column.
 TEST_P(DataAccessTest, NewRowsTakeTheDatabasesDefaults) {
-  exec("CREATE TABLE Flags (ID INTEGER PRIMARY KEY AUTOINCREMENT, Name TEXT, "
-                   "Done BOOLEAN NOT NULL, Note TEXT DEFAULT 'none', Seen BOOLEAN);");
+  exec(
+      "CREATE TABLE Flags (ID INTEGER PRIMARY KEY AUTOINCREMENT, Name TEXT, "
+      "Done BOOLEAN NOT NULL, Note TEXT DEFAULT 'none', Seen BOOLEAN);");
   for (auto [table, field, value] :
        std::vector<std::array<const char*, 3>>{{"ClientData", "CompanyIDNum", "1"},
                                                {"ClientOptions", "ClientOptionsID", "1"},
@@ -368,8 +371,8 @@ TEST_P(DataAccessTest, NewRowsTakeTheDatabasesDefaults) {
   }
   EXPECT_EQ(query("SELECT ShowThisClient FROM ClientData;")[0], "1");
   EXPECT_EQ(query("SELECT SendReminders FROM ClientOptions;")[0], "1");
-  for (auto [column, value] : std::vector<std::array<const char*, 2>>{
-           {"Done", "0"}, {"Note", "none"}, {"Seen", "<null>"}})
+  for (auto [column, value] :
+       std::vector<std::array<const char*, 2>>{{"Done", "0"}, {"Note", "none"}, {"Seen", "<null>"}})
     EXPECT_EQ(query(std::string("SELECT ") + column + " FROM Flags;")[0], value) << column;
 }
 
@@ -482,10 +485,9 @@ TEST_P(SnapshotTest, GroupedWritesCommitWhenTheProcedureReturnsOrAnErrorIsReport
     db.writeField(w, "City", "Hull");
     EXPECT_EQ(db.readField(r, "City"), "Laval");
   }
-  EXPECT_EQ(
-      query("SELECT coalesce(Email, '') || '|' || City FROM Companies WHERE CompanyID "
-                        "IN (1, 5) ORDER BY CompanyID;"),
-      (std::vector<std::string>{"|Hull", "office@beta|Laval"}));
+  EXPECT_EQ(query("SELECT coalesce(Email, '') || '|' || City FROM Companies WHERE CompanyID "
+                  "IN (1, 5) ORDER BY CompanyID;"),
+            (std::vector<std::string>{"|Hull", "office@beta|Laval"}));
   rename("5", "Beta at once");
   EXPECT_EQ(stored()[2], "Beta at once");
 

@@ -11,8 +11,9 @@ namespace {
 
 TEST(SqlDialectTest, JetStatementsInPostgresWords) {
   const std::map<std::string, std::string> names = {
-      {"COMPANIES", "Companies"}, {"COMPANYNAME", "CompanyName"}, {"COMPANYID", "CompanyID"},
-      {"CLIENTDATA", "ClientData"}, {"SHOWTHISCLIENT", "ShowThisClient"}, {"MAX", "Max"}};
+      {"COMPANIES", "Companies"},           {"COMPANYNAME", "CompanyName"},
+      {"COMPANYID", "CompanyID"},           {"CLIENTDATA", "ClientData"},
+      {"SHOWTHISCLIENT", "ShowThisClient"}, {"MAX", "Max"}};
   auto spelling = [&](std::string_view word) -> const std::string* {
     auto it = names.find(value::upper(word));
     return it == names.end() ? nullptr : &it->second;

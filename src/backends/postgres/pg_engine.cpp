@@ -145,9 +145,9 @@ class PgStatement : public sql::EngineStatement {
         engine_.failedInTransaction();
         failed_ = true;
         code_ = state == "40001" || state == "40P01" ? kDatabaseLocked
-                : state.rfind("22", 0) == 0         ? kTypeMismatch
-                : state == "42501"                  ? kNotUpdatable
-                                                    : kStatementFailed;
+                : state.rfind("22", 0) == 0          ? kTypeMismatch
+                : state == "42501"                   ? kNotUpdatable
+                                                     : kStatementFailed;
         return state == "40001" || state == "40P01" ? Step::Stale : Step::Failed;
       }
       if (!readOnly_) engine_.noteWrite();
@@ -216,8 +216,7 @@ class PgStatement : public sql::EngineStatement {
         return "DATETIME";
       case kVarchar:
       case kBpchar:
-        return modifiers_[c] > 4 ? "VARCHAR(" + std::to_string(modifiers_[c] - 4) + ")"
-                                 : "VARCHAR";
+        return modifiers_[c] > 4 ? "VARCHAR(" + std::to_string(modifiers_[c] - 4) + ")" : "VARCHAR";
       case kText:
         return "TEXT";
       default:
@@ -273,7 +272,8 @@ std::string displayName(const std::string& uri) {
       size_t end = out.find('&', start);
       if (end == std::string::npos) end = out.size();
       std::string part = out.substr(start, end - start);
-      if (part.rfind("password=", 0) != 0 && !part.empty()) kept += (kept.empty() ? "" : "&") + part;
+      if (part.rfind("password=", 0) != 0 && !part.empty())
+        kept += (kept.empty() ? "" : "&") + part;
       start = end + 1;
     }
     out = out.substr(0, query) + (kept.empty() ? "" : "?" + kept);
@@ -290,7 +290,8 @@ PgEngine::PgEngine(const std::string& uri) : name_(displayName(uri)) {
     conn_ = nullptr;
     throw RuntimeError(kCannotOpenDatabase, "Cannot open database '" + name_ + "': " + why);
   }
-  PQsetNoticeProcessor(conn_, [](void*, const char*) {}, nullptr);
+  PQsetNoticeProcessor(
+      conn_, [](void*, const char*) {}, nullptr);
   Result r(PQexec(conn_,
                   "SET client_encoding = 'UTF8'; SET DateStyle = 'ISO, YMD'; "
                   "SET extra_float_digits = 1; LISTEN dossync_changed;"));
@@ -492,8 +493,8 @@ int64_t PgEngine::reserveKey(const sql::TableInfo& table) {
   if (!r.ok()) {
     std::string why = message(conn_, r.r);
     failedInTransaction();
-    throw RuntimeError(kStatementFailed, "Cannot number a new row of " + table.name + " in '" +
-                                             name_ + "': " + why);
+    throw RuntimeError(kStatementFailed,
+                       "Cannot number a new row of " + table.name + " in '" + name_ + "': " + why);
   }
   return std::strtoll(PQgetvalue(r.r, 0, 0), nullptr, 10);
 }

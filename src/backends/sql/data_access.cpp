@@ -69,8 +69,8 @@ Recordset& DataAccess::recordset(int32_t handle) {
   return *it->second;
 }
 
-int32_t DataAccess::openRecordset(const std::string& sql, int32_t cursorKind,
-                                        int32_t lockKind, bool, const std::string&) {
+int32_t DataAccess::openRecordset(const std::string& sql, int32_t cursorKind, int32_t lockKind,
+                                  bool, const std::string&) {
   if (!db_)
     throw RuntimeError(kObjectClosed,
                        "Operation is not allowed when the object is closed: no "
@@ -124,8 +124,8 @@ std::string DataAccess::readField(int32_t handle, const std::string& field) {
   return recordset(handle).read(field);
 }
 
-void DataAccess::writeField(int32_t handle, const std::string& field,
-                                  const std::string& value, bool) {
+void DataAccess::writeField(int32_t handle, const std::string& field, const std::string& value,
+                            bool) {
   Recordset& rs = recordset(handle);
   beforeWrite();
   rs.write(field, value);
@@ -135,8 +135,7 @@ void DataAccess::addNew(int32_t handle) {
   recordset(handle).addNew();
 }
 
-void DataAccess::setNewField(int32_t handle, const std::string& field,
-                                   const std::string& value) {
+void DataAccess::setNewField(int32_t handle, const std::string& field, const std::string& value) {
   Recordset& rs = recordset(handle);
   beforeWrite();
   rs.setNew(field, value);
@@ -148,8 +147,7 @@ void DataAccess::saveNew(int32_t handle) {
   rs.saveNew();
 }
 
-bool DataAccess::findFirst(int32_t handle, const std::string& field,
-                                 const std::string& value) {
+bool DataAccess::findFirst(int32_t handle, const std::string& field, const std::string& value) {
   return recordset(handle).findFirst(field, value);
 }
 

@@ -52,9 +52,10 @@ void Statement::reset() {
 
 int64_t Statement::columnInt(int i) const {
   Stored v = stmt_->column(i);
-  return v.type == Stored::Int ? v.i : v.type == Stored::Real ? static_cast<int64_t>(v.r)
-                                   : v.type == Stored::Text  ? value::toLong(v.s)
-                                                              : 0;
+  return v.type == Stored::Int    ? v.i
+         : v.type == Stored::Real ? static_cast<int64_t>(v.r)
+         : v.type == Stored::Text ? value::toLong(v.s)
+                                  : 0;
 }
 
 // ---- Database
@@ -143,9 +144,8 @@ void Database::flushUpdate() {
     set += (k ? ", " : "") + column + " = " + param;
     changed += (k ? " OR " : "") + column + " IS NOT " + param;
   }
-  StatementUse st(cached("UPDATE " + quoteIdentifier(d.table->name) + " SET " + set +
-                         " WHERE " + d.table->rowKey + " = ?" +
-                         std::to_string(d.values.size() + 1) + " AND (" +
+  StatementUse st(cached("UPDATE " + quoteIdentifier(d.table->name) + " SET " + set + " WHERE " +
+                         d.table->rowKey + " = ?" + std::to_string(d.values.size() + 1) + " AND (" +
                          changed + ");"));
   for (size_t k = 0; k < d.values.size(); ++k)
     st->bind(static_cast<int>(k + 1), d.values[k].second);
@@ -189,7 +189,7 @@ bool Database::beforeStatement(EngineStatement& statement) {
     endSnapshot();
   }
   if (engine_->inTransaction()) return false;  // the caller's own transaction
-  if (!reads && !groupWrites_) return false;       // a write on its own
+  if (!reads && !groupWrites_) return false;   // a write on its own
   if (engine_->begin()) {
     snapshotOpen_ = true;
     snapshotStart_ = std::chrono::steady_clock::now();

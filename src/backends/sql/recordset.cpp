@@ -294,10 +294,9 @@ void TableRecordset::saveNew() {
     params += "?" + std::to_string(values.size() + 1);
     values.push_back(*v);
   }
-  std::string sql =
-      "INSERT INTO " + quoteIdentifier(table_.name) +
-      (cols.empty() ? " DEFAULT VALUES" : " (" + cols + ") VALUES (" + params + ")") +
-      db_.engine().insertSuffix(table_) + ";";
+  std::string sql = "INSERT INTO " + quoteIdentifier(table_.name) +
+                    (cols.empty() ? " DEFAULT VALUES" : " (" + cols + ") VALUES (" + params + ")") +
+                    db_.engine().insertSuffix(table_) + ";";
   int64_t rowid = reservedKey_;
   {
     StatementUse st(db_.cached(sql));

@@ -177,7 +177,9 @@ std::string fromStored(const ColumnInfo& column, const Stored& v) {
 }
 
 int compareStored(const Stored& a, const Stored& b) {
-  auto rank = [](const Stored& v) { return v.type == Stored::Null ? 0 : v.type == Stored::Text ? 2 : 1; };
+  auto rank = [](const Stored& v) {
+    return v.type == Stored::Null ? 0 : v.type == Stored::Text ? 2 : 1;
+  };
   if (rank(a) != rank(b)) return rank(a) < rank(b) ? -1 : 1;
   switch (rank(a)) {
     case 0:

@@ -47,9 +47,10 @@ sql::Database& SqliteCatalog::active() {
 
 std::vector<std::string> SqliteCatalog::tableNames() {
   sql::Database& db = active();
-  sql::Statement st(db,
-               "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' "
-               "ORDER BY name;");
+  sql::Statement st(
+      db,
+      "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' "
+      "ORDER BY name;");
   std::vector<std::string> names;
   while (st.step()) names.push_back(st.column(0).s);
   return names;

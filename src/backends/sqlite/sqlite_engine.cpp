@@ -37,8 +37,7 @@ class SqliteStatement : public sql::EngineStatement {
         sqlite3_bind_double(stmt_, index, v.r);
         break;
       case Stored::Text:
-        sqlite3_bind_text(stmt_, index, v.s.data(), static_cast<int>(v.s.size()),
-                          SQLITE_TRANSIENT);
+        sqlite3_bind_text(stmt_, index, v.s.data(), static_cast<int>(v.s.size()), SQLITE_TRANSIENT);
         break;
     }
   }
@@ -189,7 +188,8 @@ bool SqliteEngine::commit(std::string& error) {
 }
 
 uint64_t SqliteEngine::dataVersion() {
-  if (!version_ && sqlite3_prepare_v2(db_, "PRAGMA data_version;", -1, &version_, nullptr) != SQLITE_OK)
+  if (!version_ &&
+      sqlite3_prepare_v2(db_, "PRAGMA data_version;", -1, &version_, nullptr) != SQLITE_OK)
     return 0;
   uint64_t version = 0;
   if (sqlite3_step(version_) == SQLITE_ROW)
