@@ -8,7 +8,8 @@
       last "/" before "?": postgresql://dossync@/postgres?host=WORKDIR/socket&port=PORT) and
       stays in the foreground until killed (SIGTERM or SIGINT stop the cluster too). The
       server's log is WORKDIR/postgres.log. Run as root, the cluster belongs to "nobody" (the
-      server refuses to run as root) and WORKDIR is given to that user.
+      server refuses to run as root): WORKDIR is given to that user, whose way to it must be
+      open (folders above it searchable by others).
 """
 
 import os
