@@ -10,10 +10,13 @@ TEST_PACKAGES=(python3 python3-vobject khard python3-aiosmtpd python3-icalendar
   radicale vdirsyncer curl sqlite3 postgresql-15)
 # ./run demo-carddav: a CardDAV server of its own.
 CARDDAV_PACKAGES=(python3 radicale)
+# ./run demo-postgres: a PostgreSQL cluster of its own.
+POSTGRES_PACKAGES=(python3 postgresql-15)
 
 want=("${BUILD_PACKAGES[@]}")
 [[ "${1:-}" == "--test" ]] && want+=("${TEST_PACKAGES[@]}")
 [[ "${1:-}" == "--carddav" ]] && want+=("${CARDDAV_PACKAGES[@]}")
+[[ "${1:-}" == "--postgres" ]] && want+=("${POSTGRES_PACKAGES[@]}")
 
 missing=()
 for p in "${want[@]}"; do
