@@ -352,6 +352,41 @@ TEST_P(DataAccessTest, FindsAreIndexedInTheProcessNeverInTheHostsFile) {
   EXPECT_EQ(query(schemaSql), schema);
 }
 
+// A login that may not add the change triggers to the host's tables still finds what other
+// programs wrote: its indexes are rebuilt once per snapshot instead.
+TEST_P(DataAccessTest, WithoutTheRightToAddTriggersOthersWritesAreStillFound) {
+  if (!postgres()) GTEST_SKIP() << "SQLite tells changes by its data version";
+  std::string clerk = "clerk_" + std::to_string(databases);
+  databases::open(path)->exec("CREATE ROLE " + clerk +
+                              " LOGIN; GRANT SELECT, INSERT, UPDATE, DELETE ON ALL TABLES IN "
+                              "SCHEMA public TO " +
+                              clerk +
+                              "; GRANT USAGE, SELECT, UPDATE ON ALL SEQUENCES IN SCHEMA "
+                              "public TO " +
+                              clerk + "; DROP TRIGGER dossync_changed ON \"Companies\";");
+  std::string uri = path;
+  uri.replace(uri.find("dossync@"), 7, clerk);
+  databases::RoutedDataAccess seat;
+  seat.setDatabaseLocation(uri);
+  ASSERT_TRUE(seat.openDatabase(2)) << seat.lastError();
+  int32_t h = seat.openRecordset("SELECT Companies.* FROM Companies;", 1, kLockReadOnly);
+  EXPECT_TRUE(seat.findFirst(h, "CompanyName", "zeta ltd."));
+  // Another seat with the same login writes (a connection of the owner would add the trigger).
+  {
+    std::unique_ptr<Database> other = databases::open(uri);
+    Statement insert(*other,
+                     "INSERT INTO Companies (CompanyID, CompanyName) VALUES (40, 'Omega');");
+    insert.step();
+    Statement triggers(*other,
+                       "SELECT count(*) FROM pg_trigger WHERE tgname = 'dossync_changed' AND "
+                       "tgrelid = '\"Companies\"'::regclass;");
+    ASSERT_TRUE(triggers.step());
+    EXPECT_EQ(triggers.columnInt(0), 0);
+  }
+  seat.idle();
+  EXPECT_TRUE(seat.findFirst(h, "CompanyName", "OMEGA"));
+}
+
 // A new row holds what was set and the database's defaults for every other column.
 TEST_P(DataAccessTest, NewRowsTakeTheDatabasesDefaults) {
   exec(
