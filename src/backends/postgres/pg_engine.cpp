@@ -378,6 +378,7 @@ void PgEngine::exec(const std::string& sql) {
 }
 
 bool PgEngine::begin() {
+  dataVersion();  // what arrived meanwhile is counted, and libpq lets go of it
   lost_ = false;
   wroteInTransaction_ = false;
   Result r(PQexec(conn_, "BEGIN ISOLATION LEVEL REPEATABLE READ;"));

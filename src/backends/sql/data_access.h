@@ -8,20 +8,20 @@
 //   when a field is asked for; walking asks for the next key. With ORDER BY, the ordered list
 //   of keys is read once at open (the trees walk them all).
 //   findFirst/findNext look the value up in an index of the column that this process keeps
-//   (column_index.h; the database itself is never given an index),
-//   built by one scan at the first find on the column, kept up to date with this connection's
-//   writes and built anew after another connection's; the WHERE clause of the query is checked
-//   on the rows found. Finds compare text without regard to case (value::foldCase), and
-//   ORDER BY sorts text the same way (SQLite: collation dossync_text; PostgreSQL, whose
-//   collations do not order as value::compareText does: sorted in this process).
-//   Any other statement (joins) is read whole into memory at open and is read-only; its finds
-//   use a hash index of folded text built at the first find on a field.
+//   (column_index.h; the database itself is never given an index), built by one scan at the
+//   first find on the column, kept up to date with this connection's writes and built anew
+//   after another connection's; the WHERE clause of the query is checked on the rows found. Finds
+//   compare text without regard to case (value::foldCase), and ORDER BY sorts text the same way
+//   (SQLite: collation dossync_text; PostgreSQL, whose collations do not order as
+//   value::compareText does: sorted in this process). Any other statement (joins) is read whole
+//   into memory at open and is read-only; its finds use a hash index of folded text built at the
+//   first find on a field.
 // Writes: lock kinds 2-4 write each field at once (its own transaction unless writes are
 // grouped, below; a field that holds the value already is not written); a pending new row is
 // held in memory and inserted by saveNew with the columns that were set (the others take the
 // database's defaults, which reading the pending row already shows); its auto-number key is
 // reserved when first read before the save (and from then on for every new row of that
-// table), else drawn by the insert.
+// table; on PostgreSQL always), else drawn by the insert.
 // Reads between two writes share one read transaction (for at most 100 ms, and never past the
 // return of the outermost procedure: idle(); outside procedures, never past the closing of the
 // last open recordset), so a walk does not pay a transaction per statement; a write joins that

@@ -165,7 +165,10 @@ void CursorShape::want(int column) {
     if (k > 0) wantedSql += ", ";
     wantedSql += quoteIdentifier(table->columns[static_cast<size_t>(wanted[k])].name);
   }
-  wantedSql += " FROM " + quoteIdentifier(table->name) + " WHERE " + table->rowKey + " = ?1;";
+  std::string from = " FROM " + quoteIdentifier(table->name) + " WHERE ";
+  std::string columns = wantedSql.substr(7);
+  wantedSql += from + table->rowKey + " = ?1;";
+  holdsWantedSql = "SELECT " + columns + from + wherePrefix + table->rowKey + " = ?1;";
 }
 
 // The current row's column, read (with every other column this query reads) unless the row
@@ -315,9 +318,31 @@ void TableRecordset::saveNew() {
 }
 
 bool TableRecordset::rowHolds(int64_t rowid) {
-  StatementUse st(db_.cached(shape_->holdsSql));
+  if (!db_.memo() || shape_->wanted.empty()) {
+    StatementUse st(db_.cached(shape_->holdsSql));
+    st->bind(1, rowid);
+    return st->step();
+  }
+  // Inside a snapshot the row found is read next: the check reads what its readers want of it
+  // (one statement where a server answers each in a round trip).
+  StatementUse st(db_.cached(shape_->holdsWantedSql));
   st->bind(1, rowid);
-  return st->step();
+  if (!st->step()) return false;
+  auto* memo = db_.memo();  // the statement may have begun a snapshot anew
+  if (!memo) return true;
+  Database::SnapshotMemo::Row& row = memo->rows[&table_][rowid];
+  if (!row) {
+    row = std::make_shared<Database::LoadedRow>();
+    row->values.resize(table_.columns.size());
+    row->loaded.assign(table_.columns.size(), false);
+  }
+  for (size_t k = 0; k < shape_->wanted.size(); ++k) {
+    auto c = static_cast<size_t>(shape_->wanted[k]);
+    if (row->loaded[c]) continue;
+    row->values[c] = st->column(static_cast<int>(k));
+    row->loaded[c] = true;
+  }
+  return true;
 }
 
 // Finds look rows up in the column's in-process index (the key column is the rowid itself),

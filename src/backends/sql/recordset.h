@@ -30,6 +30,7 @@ struct CursorShape {
   std::vector<int> wanted;
   std::vector<bool> isWanted;
   std::string wantedSql;
+  std::string holdsWantedSql;  // holdsSql reading the wanted columns
   void want(int column);
 };
 

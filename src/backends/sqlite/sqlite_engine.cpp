@@ -149,6 +149,7 @@ SqliteEngine::SqliteEngine(const std::string& path, bool create) : path_(path) {
 }
 
 SqliteEngine::~SqliteEngine() {
+  topKey_.clear();
   sqlite3_finalize(begin_);
   sqlite3_finalize(commit_);
   sqlite3_finalize(version_);
@@ -243,11 +244,13 @@ std::shared_ptr<sql::TableInfo> SqliteEngine::describeTable(const std::string& n
 int64_t SqliteEngine::reserveKey(const sql::TableInfo& table) {
   // An AUTOINCREMENT table has its row in sqlite_sequence (made with the first such table): the
   // next number is above both that and every key in use.
-  SqliteStatement st(*this, "SELECT max(coalesce((SELECT max(rowid) FROM " +
-                                sql::quoteIdentifier(table.name) +
-                                "), 0), coalesce((SELECT seq FROM sqlite_sequence WHERE name = " +
-                                sql::quoteText(table.name) + "), 0));");
-  int64_t top = st.step() == Step::Row ? st.column(0).i : 0;
+  std::unique_ptr<sql::EngineStatement>& st = topKey_[value::upper(table.name)];
+  if (!st)
+    st = prepare("SELECT max(coalesce((SELECT max(rowid) FROM " + sql::quoteIdentifier(table.name) +
+                 "), 0), coalesce((SELECT seq FROM sqlite_sequence WHERE name = " +
+                 sql::quoteText(table.name) + "), 0));");
+  int64_t top = st->step() == Step::Row ? st->column(0).i : 0;
+  st->reset();
   int64_t& reserved = reserved_[value::upper(table.name)];
   reserved = std::max(reserved, top) + 1;
   return reserved;

@@ -54,6 +54,8 @@ class SqliteEngine : public sql::Engine {
   sqlite3_stmt* commit_ = nullptr;
   sqlite3_stmt* version_ = nullptr;
   std::unordered_map<std::string, int64_t> reserved_;
+  // The statement that finds a table's next number, by table (kept: a new row asks each time).
+  std::unordered_map<std::string, std::unique_ptr<sql::EngineStatement>> topKey_;
 };
 
 // A connection to a SQLite file (create: a new one) for the shared layer.
