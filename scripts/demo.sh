@@ -38,6 +38,46 @@ Run ./run demo-carddav again to synchronise once more; stop the server with
 EOF2
   exit 0
 fi
+if [[ "${2:-}" == "postgres" ]]; then
+  # A PostgreSQL cluster of our own under demo/pg (socket only, no TCP), left running; the
+  # practice is the database "practice" there, filled with the same seed as demo/host.db.
+  server="$demo/pg"
+  mkdir -p "$server"
+  pid=$(cat "$demo/pg-server.pid" 2>/dev/null || true)
+  if [[ -z "$pid" ]] || ! kill -0 "$pid" 2>/dev/null; then
+    rm -f "$server/uri-base"
+    [[ $(id -u) -eq 0 ]] && chmod o+x "$demo"  # the cluster runs as "nobody" under root
+    nohup /usr/bin/python3 "$root/tests/support/postgres_server.py" "$server" \
+      >"$demo/pg-server.log" 2>&1 &
+    echo $! >"$demo/pg-server.pid"
+    for _ in $(seq 300); do [[ -s "$server/uri-base" ]] && break; sleep 0.1; done
+    [[ -s "$server/uri-base" ]] || {
+      echo "PostgreSQL did not start:"
+      cat "$demo/pg-server.log" "$server/postgres.log" 2>/dev/null
+      exit 1
+    }
+  fi
+  base=$(cat "$server/uri-base")
+  uri=${base/\/postgres\?//practice?}
+  if [[ -z $(psql -qXAt "$base" -c "SELECT 1 FROM pg_database WHERE datname = 'practice';") ]]; then
+    psql -qX "$base" -c "CREATE DATABASE practice;"
+    "$bin" demo-data "$uri" --companies 200 --seed 7
+  fi
+  echo "Synchronising every company of $uri into $demo/outlook-postgres ..."
+  "$bin" sync --host-db "$uri" --sync-db "$demo/sync-postgres.db" \
+    --outlook "vdir:$demo/outlook-postgres" --direction 2 --info 1 --select all
+  cat <<EOF2
+
+The practice:   $uri
+Connect:        psql '$uri'
+                (tables keep their names' case: SELECT * FROM "Companies" LIMIT 5;)
+The contacts:   ./run contacts list --outlook vdir:demo/outlook-postgres
+The server runs as process $(cat "$demo/pg-server.pid"); stop it with
+  kill \$(cat demo/pg-server.pid)
+Run ./run demo-postgres again to synchronise once more.
+EOF2
+  exit 0
+fi
 if [[ "${2:-}" == "reverse" ]]; then
   ids=()
   while read -r json; do

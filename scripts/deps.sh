@@ -5,15 +5,18 @@ set -euo pipefail
 
 BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libsqlite3-dev libgtest-dev libcli11-dev
   nlohmann-json3-dev qt6-base-dev libgl-dev libcurl4-openssl-dev libgmime-3.0-dev libical-dev
-  libmimalloc-dev libpugixml-dev)
+  libmimalloc-dev libpugixml-dev libpq-dev)
 TEST_PACKAGES=(python3 python3-vobject khard python3-aiosmtpd python3-icalendar
-  radicale vdirsyncer curl sqlite3)
+  radicale vdirsyncer curl sqlite3 postgresql-15)
 # ./run demo-carddav: a CardDAV server of its own.
 CARDDAV_PACKAGES=(python3 radicale)
+# ./run demo-postgres: a PostgreSQL cluster of its own.
+POSTGRES_PACKAGES=(python3 postgresql-15)
 
 want=("${BUILD_PACKAGES[@]}")
 [[ "${1:-}" == "--test" ]] && want+=("${TEST_PACKAGES[@]}")
 [[ "${1:-}" == "--carddav" ]] && want+=("${CARDDAV_PACKAGES[@]}")
+[[ "${1:-}" == "--postgres" ]] && want+=("${POSTGRES_PACKAGES[@]}")
 
 missing=()
 for p in "${want[@]}"; do

@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 #include <fcntl.h>
+#include <libpq-fe.h>
 #include <signal.h>
 #include <sqlite3.h>
 #include <sys/wait.h>
@@ -141,16 +142,17 @@ RadicaleServer::~RadicaleServer() {
   stop();
 }
 
-void RadicaleServer::start(const std::vector<std::string>& args) {
-  std::vector<std::string> argv{"/usr/bin/python3",
-                                DOSSYNC_SOURCE_DIR "/tests/support/radicale_server.py"};
+namespace {
+// Starts a helper script with /usr/bin/python3, its output into logPath.
+int spawnScript(const std::string& script, const std::vector<std::string>& args,
+                const std::string& logPath) {
+  std::vector<std::string> argv{"/usr/bin/python3", DOSSYNC_SOURCE_DIR "/tests/support/" + script};
   argv.insert(argv.end(), args.begin(), args.end());
   std::vector<char*> cargv;
   for (std::string& a : argv) cargv.push_back(a.data());
   cargv.push_back(nullptr);
-  std::string logPath = dir_.file("server.log");
-  pid_ = fork();
-  if (pid_ == 0) {
+  int pid = fork();
+  if (pid == 0) {
     int fd = open(logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (fd >= 0) {
       dup2(fd, 1);
@@ -159,19 +161,48 @@ void RadicaleServer::start(const std::vector<std::string>& args) {
     execv(cargv[0], cargv.data());
     _exit(127);
   }
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (pid_ > 0 && std::chrono::steady_clock::now() < deadline) {
-    std::string port = readFile(dir_.file("port"));
-    if (!port.empty()) {
-      port_ = std::stoi(port);
-      return;
-    }
+  return pid;
+}
+
+// Waits up to `limit` for the file a started script writes when its server is ready; "" when
+// the script ended (pid becomes -1) or the time ran out.
+std::string awaitFile(int& pid, const std::string& path, std::chrono::seconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (pid > 0 && std::chrono::steady_clock::now() < deadline) {
+    std::string text = readFile(path);
+    if (!text.empty()) return text;
     int status = 0;
-    if (waitpid(pid_, &status, WNOHANG) == pid_) {
-      pid_ = -1;
+    if (waitpid(pid, &status, WNOHANG) == pid) {
+      pid = -1;
       break;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return "";
+}
+
+// SIGTERM, then SIGKILL when the process has not ended 5 s later.
+void endProcess(int& pid) {
+  if (pid <= 0) return;
+  kill(pid, SIGTERM);
+  int status = 0;
+  for (int i = 0; i < 250 && waitpid(pid, &status, WNOHANG) == 0; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  if (waitpid(pid, &status, WNOHANG) == 0) {
+    kill(pid, SIGKILL);
+    waitpid(pid, &status, 0);
+  }
+  pid = -1;
+}
+}  // namespace
+
+void RadicaleServer::start(const std::vector<std::string>& args) {
+  pid_ = spawnScript("radicale_server.py", args, dir_.file("server.log"));
+  std::string port = awaitFile(pid_, dir_.file("port"), std::chrono::seconds(10));
+  if (!port.empty()) {
+    port_ = std::stoi(port);
+    return;
   }
   stop();
   std::string message = "The test server did not start:\n" + log();
@@ -180,17 +211,7 @@ void RadicaleServer::start(const std::vector<std::string>& args) {
 }
 
 void RadicaleServer::stop() {
-  if (pid_ <= 0) return;
-  kill(pid_, SIGTERM);
-  int status = 0;
-  for (int i = 0; i < 250 && waitpid(pid_, &status, WNOHANG) == 0; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  if (waitpid(pid_, &status, WNOHANG) == 0) {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, &status, 0);
-  }
-  pid_ = -1;
+  endProcess(pid_);
 }
 
 std::string RadicaleServer::log() const {
@@ -238,6 +259,53 @@ void RadicaleServer::makeBook(const std::string& user, const std::string& book, 
   curl_easy_cleanup(c);
   EXPECT_EQ(rc, CURLE_OK) << curl_easy_strerror(rc);
   EXPECT_EQ(status, 201) << "MKCOL " << target << "\n" << log();
+}
+
+PostgresServer::PostgresServer() {
+  pid_ = spawnScript("postgres_server.py", {dir_.path()}, dir_.file("server.log"));
+  std::string base = awaitFile(pid_, dir_.file("uri-base"), std::chrono::seconds(30));
+  size_t host = base.find("?host=");
+  size_t port = base.find("&port=");
+  if (host != std::string::npos && port != std::string::npos) {
+    socketDir_ = base.substr(host + 6, port - host - 6);
+    port_ = std::stoi(base.substr(port + 6));
+    return;
+  }
+  stop();
+  std::string message = "The PostgreSQL test server did not start:\n" + log();
+  ADD_FAILURE() << message;
+  throw std::runtime_error(message);
+}
+
+PostgresServer::~PostgresServer() {
+  stop();
+}
+
+void PostgresServer::stop() {
+  endProcess(pid_);
+}
+
+std::string PostgresServer::log() const {
+  return readFile(dir_.file("server.log")) + readFile(dir_.file("postgres.log"));
+}
+
+std::string PostgresServer::uri(const std::string& database) const {
+  return "postgresql://dossync@/" + database + "?host=" + socketDir_ +
+         "&port=" + std::to_string(port_);
+}
+
+void PostgresServer::createDatabase(const std::string& name) {
+  PGconn* conn = PQconnectdb(uri("postgres").c_str());
+  if (PQstatus(conn) != CONNECTION_OK) {
+    ADD_FAILURE() << "Cannot connect to the test server: " << PQerrorMessage(conn);
+    PQfinish(conn);
+    return;
+  }
+  std::string sql = "CREATE DATABASE \"" + name + "\" ENCODING 'UTF8' TEMPLATE template0;";
+  PGresult* r = PQexec(conn, sql.c_str());
+  EXPECT_EQ(PQresultStatus(r), PGRES_COMMAND_OK) << sql << ": " << PQerrorMessage(conn);
+  PQclear(r);
+  PQfinish(conn);
 }
 
 std::string readFile(const std::string& path) {

@@ -110,6 +110,36 @@ class RadicaleServer {
   int port_ = 0;
 };
 
+// A PostgreSQL 15 cluster of the test's own (tests/support/postgres_server.py): its socket in a
+// temporary folder, no TCP listener, superuser "dossync" with trusted local logins. The
+// constructor returns once the server accepts connections (it fails the test, with the
+// server's log, when it does not within 30 s); stop() or the destructor ends it. Starting one
+// takes about a second: share one per suite and give each test its own database.
+//
+//   testing::PostgresServer server;
+//   server.createDatabase("t1");
+//   std::string uri = server.uri("t1");  // postgresql://dossync@/t1?host=...&port=...
+class PostgresServer {
+ public:
+  PostgresServer();
+  ~PostgresServer();
+  PostgresServer(const PostgresServer&) = delete;
+  PostgresServer& operator=(const PostgresServer&) = delete;
+
+  // The libpq URI of a database of the cluster ("postgres" is always there).
+  std::string uri(const std::string& database) const;
+  // Makes an empty database (UTF-8); fails the test unless the server made it.
+  void createDatabase(const std::string& name);
+  void stop();              // ends the server and waits for it; nothing when it has ended
+  std::string log() const;  // what the server wrote
+
+ private:
+  TempDir dir_;
+  int pid_ = -1;
+  std::string socketDir_;
+  int port_ = 0;
+};
+
 // Runs SQL directly on a database file (fixtures and checks that bypass dossync).
 void execSql(const std::string& path, const std::string& sql);
 // The first column of every row of a query, as text ("" for NULL).

@@ -10,7 +10,7 @@
 #include "app/commands.h"
 #include "app/console_services.h"
 #include "app/demo_data.h"
-#include "backends/sqlite/host_database.h"
+#include "backends/databases.h"
 #include "backends/sqlite/sqlite_data_access.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
@@ -20,23 +20,23 @@ namespace {
 
 int initHost(const std::string& path, std::ostream& out, std::ostream& err) {
   try {
-    sqlite::createHostDatabase(path);
+    databases::createHostDatabase(path);
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitFailure;
   }
-  out << "Created host database " << path << "\n";
+  out << "Created host database " << databases::displayName(path) << "\n";
   return kExitOk;
 }
 
 int demoData(const std::string& path, const DemoOptions& options, std::ostream& out,
              std::ostream& err) {
   try {
-    if (!std::filesystem::exists(path)) sqlite::createHostDatabase(path);
+    if (!databases::hostDatabaseExists(path)) databases::createHostDatabase(path);
     DemoSummary s = fillDemoPractice(path, options);
-    out << "Filled " << path << ": " << s.companies << " companies, " << s.contacts
-        << " contacts, " << s.categories << " categories, " << s.clients << " client records, "
-        << s.scheduleRows << " schedule rows\n";
+    out << "Filled " << databases::displayName(path) << ": " << s.companies << " companies, "
+        << s.contacts << " contacts, " << s.categories << " categories, " << s.clients
+        << " client records, " << s.scheduleRows << " schedule rows\n";
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitFailure;
@@ -55,9 +55,11 @@ int check(const std::string& hostDb, const std::string& syncDb, std::ostream& ou
   component->setSyncDatabaseLocation(syncDb);
   bool failed = component->FailedToInitializeFlag();
   auto describe = [](const hostdb::DataAccessPtr& db, const std::string& path) {
-    if (db && db->isDatabaseOpen()) return "open (" + path + ")";
-    if (!std::filesystem::exists(path)) return "not open (" + path + ": no such file)";
-    return "not open (" + path + ")";
+    std::string name = databases::displayName(path);
+    if (db && db->isDatabaseOpen()) return "open (" + name + ")";
+    if (!databases::isServer(path) && !std::filesystem::exists(path))
+      return "not open (" + name + ": no such file)";
+    return "not open (" + name + ")";
   };
   out << "FailedToInitializeFlag: " << (failed ? "True" : "False") << "\n";
   out << "Host database: " << describe(apartment().hostDb, hostDb) << "\n";
@@ -69,6 +71,7 @@ int check(const std::string& hostDb, const std::string& syncDb, std::ostream& ou
 
 int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   sqlite::registerSqliteClasses();
+  databases::registerDataAccess();  // host databases on SQLite or PostgreSQL
 
   CLI::App app{"dossync: keeps a practice's client records and its Outlook contacts in step"};
   app.require_subcommand(1);

@@ -10,7 +10,7 @@
 #include "app/host_component.h"
 #include "app/demo_data.h"
 #include "app/outlook_wiring.h"
-#include "backends/sqlite/host_database.h"
+#include "backends/databases.h"
 #include "core/synchronization.h"
 #include "wizard_qt/qt_services.h"
 #include "wizard_qt/wizard_app.h"
@@ -81,7 +81,7 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
       o.hostDb = (demoDir / "host.db").string();
       o.syncDb = (demoDir / "sync.db").string();
       o.outlook = "vdir:" + (demoDir / "outlook").string();
-      sqlite::createHostDatabase(o.hostDb);
+      databases::createHostDatabase(o.hostDb);
       DemoOptions practice;
       practice.companies = 40;
       practice.seed = 7;

@@ -7,7 +7,8 @@
 #include <unordered_set>
 #include <vector>
 
-#include "backends/sqlite/sqlite_db.h"
+#include "backends/databases.h"
+#include "backends/sql/database.h"
 
 namespace dossync::app {
 
@@ -38,9 +39,9 @@ const std::array<const char*, 10> kDemoStreets = {
     "Barrington Street", "Granville Street"};
 namespace {
 
-using sqlite::Database;
-using sqlite::Statement;
-using sqlite::Stored;
+using sql::Database;
+using sql::Statement;
+using sql::Stored;
 
 // SplitMix64: small, fast and the same on every platform.
 class Random {
@@ -118,20 +119,24 @@ int64_t insert(Database& db, const std::string& table, const std::vector<std::st
   std::string cols, params;
   for (size_t i = 0; i < columns.size(); ++i) {
     if (i) cols += ", ", params += ", ";
-    cols += sqlite::quoteIdentifier(columns[i]);
+    cols += sql::quoteIdentifier(columns[i]);
     params += "?" + std::to_string(i + 1);
   }
-  sqlite::StatementUse st(db.cached("INSERT INTO " + sqlite::quoteIdentifier(table) + " (" + cols +
-                                    ") VALUES (" + params + ");"));
+  auto info = db.table(table);
+  if (!info) db.fail(kStatementFailed, "No table " + table);
+  sql::StatementUse st(db.cached("INSERT INTO " + sql::quoteIdentifier(table) + " (" + cols +
+                                 ") VALUES (" + params + ")" + db.engine().insertSuffix(*info) +
+                                 ";"));
   for (size_t i = 0; i < values.size(); ++i) st->bind(static_cast<int>(i + 1), values[i]);
   st->step();
-  return sqlite3_last_insert_rowid(db.handle());
+  return db.engine().insertedKey(st->engineStatement());
 }
 
 }  // namespace
 
 DemoSummary fillDemoPractice(const std::string& path, const DemoOptions& options) {
-  Database db(path, false);
+  std::unique_ptr<Database> opened = databases::open(path);
+  Database& db = *opened;
   Random r(options.seed);
   DemoSummary sum;
   db.exec("BEGIN;");
@@ -308,7 +313,7 @@ DemoSummary fillDemoPractice(const std::string& path, const DemoOptions& options
       }
     }
     if (defaultIndex >= 0) {
-      sqlite::StatementUse st(db.cached(
+      sql::StatementUse st(db.cached(
           "UPDATE Companies SET DefaultContactName = ?1, DefaultContactPhoneNumber = ?2, "
           "DefaultContactFaxNumber = ?3, DefaultContactEmail = ?4 WHERE CompanyID = ?5;"));
       st->bind(1, defaultName);

@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "app/commands.h"
+#include "backends/databases.h"
 
 namespace dossync::app {
 
@@ -19,7 +20,7 @@ int openHostComponent(HostComponent& host, std::shared_ptr<IErrorService> errors
   c.setSyncDatabaseLocation(syncDb);
   if (c.FailedToInitializeFlag()) return kExitInitFailed;
   if (!c.mainDatabaseOpen()) {
-    err << "dossync: the host database " << hostDb << " does not exist\n";
+    err << "dossync: the host database " << databases::displayName(hostDb) << " does not exist\n";
     return kExitInitFailed;
   }
   return kExitOk;

@@ -62,7 +62,7 @@ void clsOutlookSynchronization::setMainDatabaseLocation(const std::string& path)
   apartment().currentComponent = this;
   mainDatabaseLocation_ = path;
   f.step([&] {
-    if (apartment().fileUtil().fileExists(path)) {
+    if (apartment().fileUtil().fileExists(path) || isServerLocation(path)) {
       mainDatabaseOpen_ = openMainDatabase(path);
     } else {
       mainDatabaseOpen_ = false;

@@ -43,6 +43,10 @@ bool FileUtil::fileExists(const std::string& path) const {
   return !path.empty() && fs::is_regular_file(path, ec);
 }
 
+bool isServerLocation(const std::string& location) {
+  return location.rfind("postgresql://", 0) == 0 || location.rfind("postgres://", 0) == 0;
+}
+
 void FileUtil::deleteFile(const std::string& path) const {
   std::error_code ec;
   fs::remove(path, ec);

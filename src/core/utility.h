@@ -43,6 +43,10 @@ class FileUtil {
   bool isUsableFile(const std::string& path) const;
 };
 
+// Whether a database location names a database on a server (a libpq URI: "postgresql://..." or
+// "postgres://..."), which is opened to learn whether it is there, rather than a file.
+bool isServerLocation(const std::string& location);
+
 class GeneralUtil {
  public:
   void setErrorService(std::shared_ptr<IErrorService> service) {

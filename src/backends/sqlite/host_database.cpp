@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "backends/sqlite/sqlite_db.h"
+#include "backends/sqlite/sqlite_engine.h"
 #include "host_schema.h"
 
 namespace dossync::sqlite {
@@ -15,7 +15,7 @@ const std::string& hostSchema() {
 void createHostDatabase(const std::string& path) {
   if (std::filesystem::exists(path))
     throw RuntimeError(kFileAlreadyExists, "'" + path + "' already exists; not overwriting it");
-  Database db(path, true);
+  SqliteEngine db(path, true);
   db.exec("PRAGMA journal_mode = WAL;");
   db.exec("BEGIN;" + hostSchema() + "COMMIT;");
 }

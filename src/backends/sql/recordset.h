@@ -1,5 +1,5 @@
-// Recordsets of the SQLite data access object: a cursor on one table (TableRecordset) and a
-// result read whole into memory (ResultRecordset). See sqlite_data_access.h for the costs.
+// Recordsets of the data access object: a cursor on one table (TableRecordset) and a result
+// read whole into memory (ResultRecordset). See data_access.h for the costs.
 #pragma once
 
 #include <limits>
@@ -9,30 +9,20 @@
 #include <unordered_map>
 #include <vector>
 
-#include "backends/sqlite/sqlite_db.h"
+#include "backends/sql/database.h"
+#include "backends/sql/dialect.h"
 
-namespace dossync::sqlite {
-
-// The parts of a single-table statement "SELECT T.*[, T.col] FROM T [WHERE c] [ORDER BY o]".
-struct TableQuery {
-  std::string table;
-  std::string where;
-  std::string orderBy;
-};
-// Answers the parts when the statement has that form.
-std::optional<TableQuery> parseTableQuery(const std::string& sql);
-// The statement with each term of its ORDER BY clause (if any) sorting text by the comparison
-// rule of finds (collation "dossync_text"): "apple Co" between "Acme" and "Beta".
-std::string withTextOrder(const std::string& sql);
+namespace dossync::sql {
 
 // The statements a cursor on one query runs, written once per query and table description.
 struct CursorShape {
   CursorShape(std::shared_ptr<const TableInfo> table, const TableQuery& query);
   std::shared_ptr<const TableInfo> table;
   std::string wherePrefix;             // "(where) AND " or ""
+  std::string firstSql;                // the first row
   std::string nextSql;                 // the next row after ?1
   std::string holdsSql;                // whether row ?1 exists and meets the WHERE clause
-  std::string orderSql;                // every rowid in order; "" without ORDER BY
+  std::string orderSql;                // every row's key in order; "" without ORDER BY
   std::vector<std::string> updateSql;  // by column, made at the first write of it
   const std::string& update(int column);
   // The columns this query's callers read: a row is read with just those (most callers read a
@@ -40,6 +30,7 @@ struct CursorShape {
   std::vector<int> wanted;
   std::vector<bool> isWanted;
   std::string wantedSql;
+  std::string holdsWantedSql;  // holdsSql reading the wanted columns
   void want(int column);
 };
 
@@ -88,10 +79,10 @@ class TableRecordset : public Recordset {
   // A cursor without ORDER BY finds its first row when first used: most are opened only to
   // find a row or add one.
   void position() const {
-    if (!positioned_) moveAfter(std::numeric_limits<int64_t>::min());
+    if (!positioned_) moveAfter(std::nullopt);
   }
   void moveTo(std::optional<int64_t> rowid) const;
-  void moveAfter(int64_t rowid) const;
+  void moveAfter(std::optional<int64_t> rowid) const;  // nullopt: to the first row
   void loadColumn(size_t column);
   std::optional<int64_t> findFrom(bool next);
 
@@ -150,4 +141,4 @@ class ResultRecordset : public Recordset {
   std::string findValue_;
 };
 
-}  // namespace dossync::sqlite
+}  // namespace dossync::sql

@@ -1,163 +1,87 @@
-#include "backends/sqlite/recordset.h"
+#include "backends/sql/recordset.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <limits>
 #include <set>
 
+#include "backends/sql/dialect.h"
 #include "core/value.h"
 
-namespace dossync::sqlite {
-namespace {
-
-bool isWordChar(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
-}
-
-// Position of a keyword (upper case, surrounded by blanks) outside quotes, or npos.
-size_t findKeyword(const std::string& s, const std::string& keyword, size_t from = 0) {
-  char quote = 0;
-  for (size_t i = from; i < s.size(); ++i) {
-    char c = s[i];
-    if (quote) {
-      if (c == quote) quote = 0;
-      continue;
-    }
-    if (c == '\'' || c == '"') {
-      quote = c;
-      continue;
-    }
-    if ((i == 0 || !isWordChar(s[i - 1])) && i + keyword.size() <= s.size() &&
-        value::equalsIgnoreCase(std::string_view(s).substr(i, keyword.size()), keyword) &&
-        (i + keyword.size() == s.size() || !isWordChar(s[i + keyword.size()])))
-      return i;
-  }
-  return std::string::npos;
-}
-
-std::string identifier(std::string text) {
-  text = value::trim(text);
-  if (text.size() >= 2 &&
-      ((text.front() == '[' && text.back() == ']') || (text.front() == '"' && text.back() == '"')))
-    text = text.substr(1, text.size() - 2);
-  return text;
-}
-
-bool isIdentifier(const std::string& text) {
-  return !text.empty() && std::all_of(text.begin(), text.end(), isWordChar);
-}
-
-}  // namespace
-
-std::optional<TableQuery> parseTableQuery(const std::string& statement) {
-  std::string sql = value::trim(statement);
-  while (!sql.empty() && (sql.back() == ';' || sql.back() == ' ')) sql.pop_back();
-  if (findKeyword(sql, "SELECT") != 0) return std::nullopt;
-  size_t from = findKeyword(sql, "FROM");
-  if (from == std::string::npos) return std::nullopt;
-  std::string list = sql.substr(6, from - 6);
-  std::string rest = sql.substr(from + 4);
-  size_t where = findKeyword(rest, "WHERE");
-  size_t order = findKeyword(rest, "ORDER BY");
-  size_t tableEnd = std::min(where, order);
-  TableQuery q;
-  q.table = identifier(rest.substr(0, tableEnd == std::string::npos ? rest.size() : tableEnd));
-  if (!isIdentifier(q.table)) return std::nullopt;  // joins, lists of tables, sub-queries
-  if (where != std::string::npos) {
-    size_t end = order != std::string::npos && order > where ? order : rest.size();
-    q.where = value::trim(rest.substr(where + 5, end - where - 5));
-  }
-  if (order != std::string::npos) q.orderBy = value::trim(rest.substr(order + 8));
-  // Every item of the select list must be T.* or T.column (the first one T.*).
-  size_t start = 0;
-  bool first = true;
-  while (start <= list.size()) {
-    size_t comma = list.find(',', start);
-    std::string item = value::trim(
-        list.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
-    size_t dot = item.find('.');
-    if (dot == std::string::npos) {
-      if (!(first && item == "*")) return std::nullopt;
-    } else {
-      if (!value::equalsIgnoreCase(identifier(item.substr(0, dot)), q.table)) return std::nullopt;
-      std::string col = identifier(item.substr(dot + 1));
-      if (first ? col != "*" : !isIdentifier(col)) return std::nullopt;
-    }
-    first = false;
-    if (comma == std::string::npos) break;
-    start = comma + 1;
-  }
-  return q;
-}
-
-std::string withTextOrder(const std::string& sql) {
-  size_t order = std::string::npos;
-  for (size_t at = findKeyword(sql, "ORDER BY"); at != std::string::npos;
-       at = findKeyword(sql, "ORDER BY", at + 1))
-    order = at;
-  if (order == std::string::npos) return sql;
-  size_t start = order + 8;
-  size_t end = sql.find_last_not_of("; \t\r\n");
-  end = end == std::string::npos || end < start ? start : end + 1;
-  // The terms, split at commas outside quotes and parentheses.
-  std::vector<std::string> terms;
-  int depth = 0;
-  char quote = 0;
-  size_t termStart = start;
-  for (size_t i = start; i <= end; ++i) {
-    char c = i < end ? sql[i] : ',';
-    if (quote) {
-      if (c == quote) quote = 0;
-    } else if (c == '\'' || c == '"' || c == '[') {
-      quote = c == '[' ? ']' : c;
-    } else if (c == '(') {
-      ++depth;
-    } else if (c == ')') {
-      --depth;
-    } else if (c == ',' && depth == 0) {
-      terms.push_back(value::trim(sql.substr(termStart, i - termStart)));
-      termStart = i + 1;
-    }
-  }
-  std::string out = sql.substr(0, start);
-  for (size_t k = 0; k < terms.size(); ++k) {
-    std::string term = terms[k];
-    std::string direction;
-    for (const char* word : {"ASC", "DESC"}) {
-      size_t at = findKeyword(term, word);
-      if (at != std::string::npos && at + std::char_traits<char>::length(word) == term.size()) {
-        direction = " " + term.substr(at);
-        term = value::trim(term.substr(0, at));
-      }
-    }
-    if (findKeyword(term, "COLLATE") == std::string::npos) term += " COLLATE dossync_text";
-    out += (k == 0 ? " " : ", ") + term + direction;
-  }
-  return out + sql.substr(end);
-}
+namespace dossync::sql {
 
 // ---- TableRecordset
 
 CursorShape::CursorShape(std::shared_ptr<const TableInfo> info, const TableQuery& q)
     : table(std::move(info)) {
   std::string t = quoteIdentifier(table->name);
+  const std::string& key = table->rowKey;
   wherePrefix = q.where.empty() ? "" : "(" + q.where + ") AND ";
-  nextSql =
-      "SELECT rowid FROM " + t + " WHERE " + wherePrefix + "rowid > ?1 ORDER BY rowid LIMIT 1;";
-  holdsSql = "SELECT 1 FROM " + t + " WHERE " + wherePrefix + "rowid = ?1;";
+  nextSql = "SELECT " + key + " FROM " + t + " WHERE " + wherePrefix + key + " > ?1 ORDER BY " +
+            key + " LIMIT 1;";
+  firstSql = "SELECT " + key + " FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
+             " ORDER BY " + key + " LIMIT 1;";
+  holdsSql = "SELECT 1 FROM " + t + " WHERE " + wherePrefix + key + " = ?1;";
   if (!q.orderBy.empty())
-    orderSql =
-        withTextOrder("SELECT rowid FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
-                      " ORDER BY " + q.orderBy + ", rowid;");
+    orderSql = "SELECT " + key + " FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
+               " ORDER BY " + q.orderBy + ", " + key + ";";
 }
+
+namespace {
+// Every row of a statement, sorted by its ORDER BY clause the way finds compare text: by the
+// engine's collation, or here when the engine has none (the statement then reads its sort keys
+// as extra columns after its own). With `columns`, the columns' descriptions too.
+std::vector<std::vector<Stored>> readOrdered(Database& db, const std::string& sql,
+                                             std::vector<ColumnInfo>* columns = nullptr) {
+  OrderBy order;
+  std::string run = sql;
+  if (db.engine().collatesText()) {
+    run = withTextOrder(sql);
+  } else {
+    order = splitOrderBy(sql);
+    if (!order.terms.empty()) {
+      size_t from = findKeyword(order.body, "FROM");
+      std::string keys;
+      for (size_t k = 0; k < order.terms.size(); ++k)
+        keys += ", " + order.terms[k].expression + " AS dossync_order_" + std::to_string(k);
+      run = order.body.substr(0, from) + keys + " " + order.body.substr(from) + ";";
+    }
+  }
+  Statement st(db, run);
+  size_t all = static_cast<size_t>(st.columnCount());
+  size_t width = all - order.terms.size();
+  if (columns) {
+    for (size_t i = 0; i < width; ++i) {
+      int c = static_cast<int>(i);
+      columns->push_back(describeColumn(st.columnName(c), st.columnDeclType(c)));
+    }
+  }
+  std::vector<std::vector<Stored>> rows;
+  while (st.step()) {
+    std::vector<Stored> row;
+    row.reserve(all);
+    for (size_t i = 0; i < all; ++i) row.push_back(st.column(static_cast<int>(i)));
+    rows.push_back(std::move(row));
+  }
+  if (order.terms.empty()) return rows;
+  std::stable_sort(rows.begin(), rows.end(), [&](const auto& x, const auto& y) {
+    for (size_t k = 0; k < order.terms.size(); ++k) {
+      int d = compareStored(x[width + k], y[width + k]);
+      if (d != 0) return order.terms[k].descending ? d > 0 : d < 0;
+    }
+    return false;
+  });
+  for (auto& row : rows) row.resize(width);
+  return rows;
+}
+}  // namespace
 
 TableRecordset::TableRecordset(Database& db, std::shared_ptr<CursorShape> shape, bool readOnly)
     : db_(db), shape_(std::move(shape)), table_(*shape_->table), readOnly_(readOnly) {
   if (!shape_->orderSql.empty()) {
     ordered_ = true;
-    Statement st(db, shape_->orderSql);
-    while (st.step()) order_.push_back(st.columnInt(0));
+    for (auto& row : readOrdered(db, shape_->orderSql))
+      order_.push_back(row[0].type == Stored::Int ? row[0].i : 0);
     index_ = 0;
     moveTo(order_.empty() ? std::nullopt : std::optional<int64_t>(order_[0]));
   }
@@ -174,9 +98,9 @@ void TableRecordset::moveTo(std::optional<int64_t> rowid) const {
   }
 }
 
-void TableRecordset::moveAfter(int64_t rowid) const {
-  StatementUse st(db_.cached(shape_->nextSql));
-  st->bind(1, rowid);
+void TableRecordset::moveAfter(std::optional<int64_t> rowid) const {
+  StatementUse st(db_.cached(rowid ? shape_->nextSql : shape_->firstSql));
+  if (rowid) st->bind(1, *rowid);
   moveTo(st->step() ? std::optional<int64_t>(st->columnInt(0)) : std::nullopt);
 }
 
@@ -225,8 +149,8 @@ const std::string& CursorShape::update(int column) {
   std::string& sql = updateSql[static_cast<size_t>(column)];
   if (sql.empty()) {
     std::string c = quoteIdentifier(table->columns[static_cast<size_t>(column)].name);
-    sql = "UPDATE " + quoteIdentifier(table->name) + " SET " + c + " = ?1 WHERE rowid = ?2 AND " +
-          c + " IS NOT ?1;";
+    sql = "UPDATE " + quoteIdentifier(table->name) + " SET " + c + " = ?1 WHERE " + table->rowKey +
+          " = ?2 AND " + c + " IS NOT ?1;";
   }
   return sql;
 }
@@ -241,7 +165,10 @@ void CursorShape::want(int column) {
     if (k > 0) wantedSql += ", ";
     wantedSql += quoteIdentifier(table->columns[static_cast<size_t>(wanted[k])].name);
   }
-  wantedSql += " FROM " + quoteIdentifier(table->name) + " WHERE rowid = ?1;";
+  std::string from = " FROM " + quoteIdentifier(table->name) + " WHERE ";
+  std::string columns = wantedSql.substr(7);
+  wantedSql += from + table->rowKey + " = ?1;";
+  holdsWantedSql = "SELECT " + columns + from + wherePrefix + table->rowKey + " = ?1;";
 }
 
 // The current row's column, read (with every other column this query reads) unless the row
@@ -351,7 +278,8 @@ void TableRecordset::saveNew() {
   // way, so a row the database would number cannot take a number promised to another.
   bool numbered =
       table_.keyColumn >= 0 && table_.columns[static_cast<size_t>(table_.keyColumn)].autoKey;
-  if (numbered && reservedKey_ == 0 && db_.hasReservedKeys(table_))
+  if (numbered && reservedKey_ == 0 &&
+      (db_.hasReservedKeys(table_) || db_.engine().reservesEveryKey()))
     reservedKey_ = db_.reserveKey(table_);
   std::string cols, params;
   std::vector<Stored> values;
@@ -369,15 +297,16 @@ void TableRecordset::saveNew() {
     params += "?" + std::to_string(values.size() + 1);
     values.push_back(*v);
   }
-  std::string sql =
-      "INSERT INTO " + quoteIdentifier(table_.name) +
-      (cols.empty() ? " DEFAULT VALUES;" : " (" + cols + ") VALUES (" + params + ");");
+  std::string sql = "INSERT INTO " + quoteIdentifier(table_.name) +
+                    (cols.empty() ? " DEFAULT VALUES" : " (" + cols + ") VALUES (" + params + ")") +
+                    db_.engine().insertSuffix(table_) + ";";
+  int64_t rowid = reservedKey_;
   {
     StatementUse st(db_.cached(sql));
     for (size_t i = 0; i < values.size(); ++i) st->bind(static_cast<int>(i + 1), values[i]);
     st->step();
+    if (rowid == 0) rowid = db_.engine().insertedKey(st->engineStatement());
   }
-  int64_t rowid = reservedKey_ != 0 ? reservedKey_ : sqlite3_last_insert_rowid(db_.handle());
   db_.indexInsert(table_, rowid);
   pending_.clear();
   if (ordered_) {
@@ -389,9 +318,31 @@ void TableRecordset::saveNew() {
 }
 
 bool TableRecordset::rowHolds(int64_t rowid) {
-  StatementUse st(db_.cached(shape_->holdsSql));
+  if (!db_.memo() || shape_->wanted.empty()) {
+    StatementUse st(db_.cached(shape_->holdsSql));
+    st->bind(1, rowid);
+    return st->step();
+  }
+  // Inside a snapshot the row found is read next: the check reads what its readers want of it
+  // (one statement where a server answers each in a round trip).
+  StatementUse st(db_.cached(shape_->holdsWantedSql));
   st->bind(1, rowid);
-  return st->step();
+  if (!st->step()) return false;
+  auto* memo = db_.memo();  // the statement may have begun a snapshot anew
+  if (!memo) return true;
+  Database::SnapshotMemo::Row& row = memo->rows[&table_][rowid];
+  if (!row) {
+    row = std::make_shared<Database::LoadedRow>();
+    row->values.resize(table_.columns.size());
+    row->loaded.assign(table_.columns.size(), false);
+  }
+  for (size_t k = 0; k < shape_->wanted.size(); ++k) {
+    auto c = static_cast<size_t>(shape_->wanted[k]);
+    if (row->loaded[c]) continue;
+    row->values[c] = st->column(static_cast<int>(k));
+    row->loaded[c] = true;
+  }
+  return true;
 }
 
 // Finds look rows up in the column's in-process index (the key column is the rowid itself),
@@ -460,7 +411,8 @@ void TableRecordset::findNext() {
 void TableRecordset::deleteCurrent() {
   requireWritable();
   requireRow();
-  StatementUse st(db_.cached("DELETE FROM " + quoteIdentifier(table_.name) + " WHERE rowid = ?1;"));
+  StatementUse st(db_.cached("DELETE FROM " + quoteIdentifier(table_.name) + " WHERE " +
+                             table_.rowKey + " = ?1;"));
   st->bind(1, rowid_);
   st->step();
   db_.indexDelete(table_, rowid_);
@@ -471,16 +423,7 @@ void TableRecordset::deleteCurrent() {
 // ---- ResultRecordset
 
 ResultRecordset::ResultRecordset(Database& db, const std::string& sql) : sql_(sql) {
-  Statement st(db, withTextOrder(sql));
-  int n = st.columnCount();
-  for (int i = 0; i < n; ++i)
-    columns_.push_back(describeColumn(st.columnName(i), st.columnDeclType(i)));
-  while (st.step()) {
-    std::vector<Stored> row;
-    row.reserve(static_cast<size_t>(n));
-    for (int i = 0; i < n; ++i) row.push_back(st.column(i));
-    rows_.push_back(std::move(row));
-  }
+  rows_ = readOrdered(db, sql, &columns_);
 }
 
 void ResultRecordset::readOnly() const {
@@ -543,4 +486,4 @@ void ResultRecordset::findNext() {
   index_ = found ? *found : rows_.size();
 }
 
-}  // namespace dossync::sqlite
+}  // namespace dossync::sql

@@ -1,9 +1,9 @@
-// An index of one column kept in this process: the host's database file belongs to the host
+// An index of one column kept in this process: the host's database belongs to the host
 // and is never given an index of ours. It maps the folded text of every non-null value
 // (value::foldCase, so finds compare without regard to case) to the rowids that hold it, in
 // ascending order, and each rowid back to its key so that a write can move it.
-// The owner (Database) builds it with one scan, keeps it up to date with its own writes and
-// builds it anew when another connection has changed the file.
+// The owner (sql::Database) builds it with one scan, keeps it up to date with its own writes and
+// builds it anew when another connection has changed the database.
 // Thread use: that of its connection.
 #pragma once
 
@@ -12,7 +12,7 @@
 #include <string>
 #include <unordered_map>
 
-namespace dossync::sqlite {
+namespace dossync::sql {
 
 class ColumnIndex {
  public:
@@ -27,4 +27,4 @@ class ColumnIndex {
   std::unordered_map<int64_t, const std::string*> keyOf_;
 };
 
-}  // namespace dossync::sqlite
+}  // namespace dossync::sql

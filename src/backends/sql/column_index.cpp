@@ -1,6 +1,6 @@
-#include "backends/sqlite/column_index.h"
+#include "backends/sql/column_index.h"
 
-namespace dossync::sqlite {
+namespace dossync::sql {
 
 void ColumnIndex::add(int64_t rowid, std::string foldedKey) {
   remove(rowid);
@@ -24,4 +24,4 @@ const std::set<int64_t>* ColumnIndex::find(const std::string& foldedKey) const {
   return it == rows_.end() ? nullptr : &it->second;
 }
 
-}  // namespace dossync::sqlite
+}  // namespace dossync::sql

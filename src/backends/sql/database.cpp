@@ -1,0 +1,322 @@
+#include "backends/sql/database.h"
+
+#include <algorithm>
+
+#include "core/value.h"
+
+namespace dossync::sql {
+
+// ---- Statement
+
+Statement::Statement(Database& db, const std::string& sql)
+    : owner_(db), stmt_(db.engine().prepare(sql)), sql_(sql) {}
+
+bool Statement::step() {
+  bool first = !running_;
+  if (first) owner_.flushUpdate();
+  bool inSnapshot = first && owner_.beforeStatement(*stmt_);
+  running_ = true;
+  Step rc = stmt_->step();
+  std::string msg;
+  int32_t code = kStatementFailed;
+  if (inSnapshot) {
+    // A write made inside the snapshot commits at once, or with the snapshot when writes are
+    // grouped. When another connection wrote since the snapshot began, the write cannot join
+    // it: it runs again on its own. (A write that answers rows, INSERT ... RETURNING, has
+    // them all by now.)
+    if ((rc == Step::Done || rc == Step::Row) && owner_.groupsWrites()) {
+      owner_.noteGroupedWrite();
+    } else {
+      if (rc == Step::Failed) msg = stmt_->errorMessage(), code = stmt_->errorCode();
+      owner_.endSnapshot();
+      if (rc == Step::Stale) {
+        stmt_->rewind();
+        rc = stmt_->step();
+        msg.clear();
+      }
+    }
+  }
+  if (rc == Step::Row) return true;
+  running_ = false;
+  if (rc == Step::Done) return false;
+  if (msg.empty()) msg = stmt_->errorMessage(), code = stmt_->errorCode();
+  if (rc == Step::Stale) code = kDatabaseLocked;
+  stmt_->rewind();
+  throw RuntimeError(code, "\"" + sql_ + "\" failed on '" + owner_.path() + "': " + msg);
+}
+
+void Statement::reset() {
+  running_ = false;
+  stmt_->reset();
+}
+
+int64_t Statement::columnInt(int i) const {
+  Stored v = stmt_->column(i);
+  return v.type == Stored::Int    ? v.i
+         : v.type == Stored::Real ? static_cast<int64_t>(v.r)
+         : v.type == Stored::Text ? value::toLong(v.s)
+                                  : 0;
+}
+
+// ---- Database
+
+Database::Database(std::unique_ptr<Engine> engine) : engine_(std::move(engine)) {}
+
+Database::~Database() {
+  try {
+    endSnapshot();
+  } catch (const RuntimeError&) {
+    // Closing without a caller to tell: the data access object commits before it closes.
+  }
+  statements_.clear();
+}
+
+void Database::fail(int32_t code, const std::string& what) const {
+  throw RuntimeError(code, what + " ('" + path() + "': " + engine_->lastErrorText() + ")");
+}
+
+void Database::setSnapshotReads(bool on) {
+  if (!on) endSnapshot();
+  snapshotReads_ = on;
+}
+
+void Database::setGroupWrites(bool on) {
+  if (on == groupWrites_) return;
+  if (!on) endSnapshot();
+  groupWrites_ = on;
+}
+
+// A snapshot that holds grouped writes is no older than its last commit point allows: only
+// commitIfDue and endSnapshot end it, so that a group holds whole records.
+bool Database::snapshotYoung() const {
+  return groupedWrites_ > 0 || std::chrono::steady_clock::now() - snapshotStart_ < kSnapshotAge;
+}
+
+Database::SnapshotMemo* Database::memo() {
+  if (!snapshotOpen_) return nullptr;
+  if (!snapshotYoung()) {
+    endSnapshot();
+    return nullptr;
+  }
+  return &memo_;
+}
+
+bool Database::commitDue() const {
+  return snapshotOpen_ && groupedWrites_ > 0 &&
+         std::chrono::steady_clock::now() - snapshotStart_ >= kSnapshotAge;
+}
+
+void Database::commitIfDue() {
+  if (snapshotOpen_ && std::chrono::steady_clock::now() - snapshotStart_ >= kSnapshotAge)
+    endSnapshot();
+}
+
+void Database::deferUpdate(const TableInfo& table, int column, int64_t rowid, Stored value) {
+  if (deferred_.table && (deferred_.table != &table || deferred_.rowid != rowid)) flushUpdate();
+  deferred_.table = &table;
+  deferred_.rowid = rowid;
+  auto& values = deferred_.values;
+  auto it = std::find_if(values.begin(), values.end(), [&](auto& v) { return v.first == column; });
+  if (it != values.end()) {
+    it->second = value;
+  } else {
+    values.emplace_back(column, value);
+  }
+  if (!snapshotOpen_) return;
+  auto rows = memo_.rows.find(&table);
+  if (rows == memo_.rows.end()) return;
+  auto row = rows->second.find(rowid);
+  if (row == rows->second.end()) return;
+  auto c = static_cast<size_t>(column);
+  if (row->second->loaded[c]) row->second->values[c] = std::move(value);
+}
+
+void Database::flushUpdate() {
+  if (!deferred_.table) return;
+  DeferredUpdate d = std::move(deferred_);
+  deferred_ = DeferredUpdate{};
+  // A row whose fields all hold their values already is left alone.
+  std::string set, changed;
+  for (size_t k = 0; k < d.values.size(); ++k) {
+    std::string column =
+        quoteIdentifier(d.table->columns[static_cast<size_t>(d.values[k].first)].name);
+    std::string param = "?" + std::to_string(k + 1);
+    set += (k ? ", " : "") + column + " = " + param;
+    changed += (k ? " OR " : "") + column + " IS NOT " + param;
+  }
+  StatementUse st(cached("UPDATE " + quoteIdentifier(d.table->name) + " SET " + set + " WHERE " +
+                         d.table->rowKey + " = ?" + std::to_string(d.values.size() + 1) + " AND (" +
+                         changed + ");"));
+  for (size_t k = 0; k < d.values.size(); ++k)
+    st->bind(static_cast<int>(k + 1), d.values[k].second);
+  st->bind(static_cast<int>(d.values.size() + 1), d.rowid);
+  try {
+    st->step();
+  } catch (const RuntimeError&) {
+    indexes_.clear();  // they hold the values that were not written
+    throw;
+  }
+}
+
+void Database::endSnapshot() {
+  flushUpdate();
+  if (!snapshotOpen_) return;
+  snapshotOpen_ = false;
+  versionSeen_ = false;
+  memo_.rows.clear();
+  int writes = groupedWrites_;
+  groupedWrites_ = 0;
+  std::string msg;
+  if (engine_->commit(msg)) return;
+  // A snapshot of reads only commits to nothing; grouped writes must not vanish unsaid, nor
+  // linger in the indexes.
+  if (writes > 0) indexes_.clear();
+  if (writes > 0)
+    throw RuntimeError(kDiskIO, "The last " + std::to_string(writes) +
+                                    " changes could not be committed to '" + path() + "': " + msg);
+}
+
+bool Database::beforeStatement(EngineStatement& statement) {
+  if (!snapshotReads()) return false;
+  bool reads = statement.readOnly();
+  if (snapshotOpen_) {
+    bool young = snapshotYoung();
+    if (reads && young) return false;
+    if (!reads && young) {
+      memo_.rows.clear();  // what the write changes must not be answered from the memo
+      return true;
+    }
+    endSnapshot();
+  }
+  if (engine_->inTransaction()) return false;  // the caller's own transaction
+  if (!reads && !groupWrites_) return false;   // a write on its own
+  if (engine_->begin()) {
+    snapshotOpen_ = true;
+    snapshotStart_ = std::chrono::steady_clock::now();
+  }
+  return !reads && snapshotOpen_;  // a grouped write opens the snapshot it joins
+}
+
+void Database::exec(const std::string& sql) {
+  endSnapshot();
+  indexes_.clear();
+  engine_->exec(sql);
+}
+
+Statement& Database::cached(const std::string& sql) {
+  auto it = statements_.find(sql);
+  if (it != statements_.end()) return *it->second;
+  auto st = std::make_unique<Statement>(*this, sql);
+  return *statements_.emplace(sql, std::move(st)).first->second;
+}
+
+std::shared_ptr<const TableInfo> Database::table(const std::string& name) {
+  std::string key = value::upper(name);
+  auto it = tables_.find(key);
+  if (it != tables_.end()) return it->second;
+  std::string viewOf;
+  std::shared_ptr<const TableInfo> info = engine_->describeTable(name, viewOf);
+  if (!info) {
+    // A view that only renames a table ("CREATE VIEW v AS SELECT * FROM t") is that table.
+    if (viewOf.empty() || value::equalsIgnoreCase(viewOf, name)) return nullptr;
+    info = table(viewOf);
+    if (!info) return nullptr;
+  }
+  return tables_.emplace(key, std::move(info)).first->second;
+}
+
+void Database::forgetSchema() {
+  indexes_.clear();
+  tables_.clear();
+}
+
+Stored Database::defaultValue(const TableInfo& table, int column) {
+  const ColumnInfo& c = table.columns[static_cast<size_t>(column)];
+  if (c.defaultSql.empty()) return Stored{};
+  StatementUse st(cached("SELECT " + c.defaultSql + ";"));
+  return st->step() ? st->column(0) : Stored{};
+}
+
+const ColumnIndex& Database::columnIndex(const TableInfo& table, int column) {
+  // Inside a read snapshot no other connection's write can show: one look per snapshot.
+  if (!versionSeen_) {
+    uint64_t version = engine_->dataVersion();
+    versionSeen_ = snapshotOpen_;
+    if (version != indexVersion_) {  // another connection wrote: every index is stale
+      indexes_.clear();
+      indexVersion_ = version;
+    }
+  }
+  auto& byColumn = indexes_[&table];
+  auto it = byColumn.find(column);
+  if (it != byColumn.end()) return it->second;
+  ColumnIndex& index = byColumn[column];
+  const ColumnInfo& c = table.columns[static_cast<size_t>(column)];
+  Statement scan(*this, "SELECT " + table.rowKey + ", " + quoteIdentifier(c.name) + " FROM " +
+                            quoteIdentifier(table.name) + ";");
+  while (scan.step()) {
+    if (auto key = findKey(c, scan.column(1))) index.add(scan.columnInt(0), std::move(*key));
+  }
+  return index;
+}
+
+void Database::indexUpdate(const TableInfo& table, int column, int64_t rowid, const Stored& value) {
+  auto t = indexes_.find(&table);
+  if (t == indexes_.end()) return;
+  auto it = t->second.find(column);
+  if (it == t->second.end()) return;
+  if (auto key = findKey(table.columns[static_cast<size_t>(column)], value)) {
+    it->second.add(rowid, std::move(*key));
+  } else {
+    it->second.remove(rowid);
+  }
+}
+
+void Database::indexInsert(const TableInfo& table, int64_t rowid) {
+  auto t = indexes_.find(&table);
+  if (t == indexes_.end() || t->second.empty()) return;
+  // The row as stored, defaults included.
+  std::string sql = "SELECT ";
+  std::vector<int> columns;
+  for (auto& [column, index] : t->second) {
+    if (!columns.empty()) sql += ", ";
+    sql += quoteIdentifier(table.columns[static_cast<size_t>(column)].name);
+    columns.push_back(column);
+  }
+  StatementUse st(
+      cached(sql + " FROM " + quoteIdentifier(table.name) + " WHERE " + table.rowKey + " = ?1;"));
+  st->bind(1, rowid);
+  if (!st->step()) return;
+  for (size_t k = 0; k < columns.size(); ++k)
+    indexUpdate(table, columns[k], rowid, st->column(static_cast<int>(k)));
+}
+
+void Database::indexDelete(const TableInfo& table, int64_t rowid) {
+  auto t = indexes_.find(&table);
+  if (t == indexes_.end()) return;
+  for (auto& [column, index] : t->second) index.remove(rowid);
+}
+
+bool Database::hasReservedKeys(const TableInfo& table) const {
+  return reservedTables_.count(value::upper(table.name)) > 0;
+}
+
+int64_t Database::reserveKey(const TableInfo& table) {
+  flushUpdate();
+  // A number taken by a write joins the grouped writes, or else commits at once: a read
+  // snapshot ends first, so the write does not stay open in it.
+  const bool writes = engine_->keysAreWrites();
+  if (writes && !groupWrites_) endSnapshot();
+  int64_t key = 0;
+  try {
+    key = engine_->reserveKey(table);
+  } catch (const StaleSnapshot&) {
+    endSnapshot();  // another connection wrote since it began: the number is taken on its own
+    key = engine_->reserveKey(table);
+  }
+  if (writes && groupWrites_ && engine_->inTransaction()) noteGroupedWrite();
+  reservedTables_.insert(value::upper(table.name));
+  return key;
+}
+
+}  // namespace dossync::sql

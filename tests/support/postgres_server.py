@@ -1,0 +1,104 @@
+#!/usr/bin/python3
+"""A throw-away PostgreSQL 15 cluster for the tests.
+
+  postgres_server.py WORKDIR
+      Makes a cluster in WORKDIR/data (initdb; superuser "dossync", trusted local logins),
+      starts it with its socket in WORKDIR/socket and no TCP listener, writes the libpq URI
+      of its maintenance database into WORKDIR/uri-base (the database name comes after the
+      last "/" before "?": postgresql://dossync@/postgres?host=WORKDIR/socket&port=PORT) and
+      stays in the foreground until killed (SIGTERM or SIGINT stop the cluster too). The
+      server's log is WORKDIR/postgres.log. Run as root, the cluster belongs to "nobody" (the
+      server refuses to run as root): WORKDIR is given to that user, whose way to it must be
+      open (folders above it searchable by others).
+"""
+
+import os
+import pwd
+import signal
+import socket
+import subprocess
+import sys
+import time
+
+BIN = "/usr/lib/postgresql/15/bin"
+
+
+def free_port():
+    # The port only names the socket file here, but a free TCP port keeps it unique anyway.
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        return s.getsockname()[1]
+
+
+def as_user():
+    """The preexec function and environment that run a command as the cluster's owner."""
+    if os.getuid() != 0:
+        return None, dict(os.environ)
+    user = pwd.getpwnam("nobody")
+
+    def drop():
+        os.setgid(user.pw_gid)
+        os.setuid(user.pw_uid)
+
+    env = dict(os.environ, HOME="/nonexistent", USER="nobody", LOGNAME="nobody")
+    return drop, env
+
+
+def main(args):
+    if len(args) != 1:
+        sys.exit(__doc__)
+    workdir = os.path.abspath(args[0])
+    data = os.path.join(workdir, "data")
+    sockets = os.path.join(workdir, "socket")
+    os.makedirs(sockets, exist_ok=True)
+    drop, env = as_user()
+    if drop:
+        user = pwd.getpwnam("nobody")
+        for path in (workdir, sockets):
+            os.chown(path, user.pw_uid, user.pw_gid)
+    env.pop("PGDATA", None)
+    log_path = os.path.join(workdir, "postgres.log")
+    log = open(log_path, "ab")
+    if drop:
+        os.chown(log_path, pwd.getpwnam("nobody").pw_uid, pwd.getpwnam("nobody").pw_gid)
+    if not os.path.exists(os.path.join(data, "PG_VERSION")):
+        subprocess.run(
+            [BIN + "/initdb", "-D", data, "-U", "dossync", "--auth=trust", "-E", "UTF8",
+             "--locale=C.UTF-8", "--no-sync"],
+            stdout=log, stderr=log, preexec_fn=drop, env=env, check=True, cwd=workdir)
+    port = free_port()
+    server = subprocess.Popen(
+        [BIN + "/postgres", "-D", data, "-k", sockets, "-p", str(port),
+         "-c", "listen_addresses=", "-c", "fsync=off", "-c", "full_page_writes=off",
+         "-c", "synchronous_commit=off", "-c", "max_connections=50"],
+        stdout=log, stderr=log, preexec_fn=drop, env=env, cwd=workdir)
+
+    def stop(*_):
+        if server.poll() is None:
+            server.send_signal(signal.SIGINT)  # fast shutdown: clients are cut off
+
+    signal.signal(signal.SIGTERM, stop)
+    signal.signal(signal.SIGINT, stop)
+
+    deadline = time.time() + 30
+    while True:
+        if server.poll() is not None:
+            sys.exit("postgres ended at its start (see postgres.log)")
+        ready = subprocess.run([BIN + "/pg_isready", "-q", "-h", sockets, "-p", str(port)])
+        if ready.returncode == 0:
+            break
+        if time.time() > deadline:
+            stop()
+            server.wait()
+            sys.exit("postgres did not start within 30 s (see postgres.log)")
+        time.sleep(0.05)
+    tmp = os.path.join(workdir, "uri-base.tmp")
+    with open(tmp, "w") as f:
+        f.write("postgresql://dossync@/postgres?host=%s&port=%d" % (sockets, port))
+    os.rename(tmp, os.path.join(workdir, "uri-base"))  # readers never see half a URI
+    server.wait()
+    sys.exit(0)
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])
