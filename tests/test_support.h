@@ -146,6 +146,8 @@ void execSql(const std::string& path, const std::string& sql);
 std::vector<std::string> querySql(const std::string& path, const std::string& sql);
 // A file's bytes ("" when it cannot be read).
 std::string readFile(const std::string& path);
+// A port on 127.0.0.1 that nothing listens on (one just let go of).
+int closedPort();
 
 // Forwards every call to a real data access object, calling before(call, detail) first: the
 // statement of openRecordset, the field of readField, writeField, setNewField and findFirst,

@@ -21,18 +21,6 @@ std::string vcard(const std::string& uid, const std::string& name) {
 }
 
 // A port nothing listens on.
-int closedPort() {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t len = sizeof addr;
-  bind(fd, reinterpret_cast<sockaddr*>(&addr), len);
-  getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
-  close(fd);
-  return ntohs(addr.sin_port);
-}
-
 class DavClientTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() { server = new testing::RadicaleServer({"alice:secret"}); }
@@ -107,7 +95,7 @@ TEST_F(DavClientTest, FailuresNameTheUrlAndWhatTheServerSaid) {
     EXPECT_EQ(e.source(), "carddav");
   }
 
-  const std::string nowhere = "http://127.0.0.1:" + std::to_string(closedPort()) + "/alice/b/";
+  const std::string nowhere = "http://127.0.0.1:" + std::to_string(testing::closedPort()) + "/alice/b/";
   try {
     DavClient(nowhere, options()).listMembers();
     ADD_FAILURE() << "reached " << nowhere;

@@ -33,18 +33,6 @@ bool hasHeader(const std::string& message, const std::string& name) {
 }
 
 // A port on 127.0.0.1 that nothing listens on.
-int closedPort() {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-  socklen_t n = sizeof a;
-  getsockname(fd, reinterpret_cast<sockaddr*>(&a), &n);
-  close(fd);
-  return ntohs(a.sin_port);
-}
-
 TEST(Mailbox, OneMailboxResolvesAnythingElseDoesNot) {
   for (auto [text, want] : std::vector<std::pair<const char*, MailAddress>>{
            {"jane@example.org", {"", "jane@example.org"}},
@@ -161,7 +149,7 @@ class DeliveryTest : public ::testing::Test {
  protected:
   void SetUp() override {
     MailAccount a;
-    a.server.url = "smtp://127.0.0.1:" + std::to_string(closedPort());
+    a.server.url = "smtp://127.0.0.1:" + std::to_string(testing::closedPort());
     a.server.timeoutSeconds = 5;
     a.from = "office@example.org";
     writeMailAccount(dir.path(), a);
