@@ -116,6 +116,14 @@ same "two bringing in: contacts" "$(hq 'SELECT count(*) FROM "Contacts";')" $((c
 same "two bringing in: others at their companies" "$(hq "SELECT count(*) FROM \"Contacts\" c JOIN \"Companies\" k ON k.\"CompanyID\" = c.\"CompanyNum\"
   WHERE c.\"FirstName\" = 'Other' AND k.\"CompanyName\" = 'Other Co ' || substr(c.\"LastName\", 7);")" "$n"
 
+# Two people bringing the same changed cards in at once (each paired with them under a scheme of
+# their own): both write the same contacts; both end well and the host holds the change.
+sed -i 's/^\(FN:Card Person\([0-9]*\)\)\(\r\?\)$/\1\3\nTITLE:Boss \2\3/' "$work"/in/default/contacts/*.vcf
+both "same changes" --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 2 -- \
+  --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 3
+same "same changes: contacts" "$(hq 'SELECT count(*) FROM "Contacts";')" $((contacts + 2 * n))
+same "same changes: titles" "$(hq "SELECT count(*) FROM \"Contacts\" WHERE \"FirstName\" = 'Card' AND \"BusinessJobTitle\" = 'Boss ' || substr(\"LastName\", 7);")" "$n"
+
 # Processes that make synchronisation databases in one folder at the same moment, some of them
 # the same database.
 mkdir "$work/many"
