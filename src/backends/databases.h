@@ -7,6 +7,7 @@
 #include <string>
 
 #include "backends/sql/data_access.h"
+#include "backends/sqlite/sqlite_data_access.h"
 
 namespace dossync::databases {
 
@@ -29,8 +30,32 @@ class RoutedDataAccess : public sql::DataAccess {
   RoutedDataAccess();
 };
 
-// Registers RoutedDataAccess as the platform's data access object (after the SQLite classes,
-// whose connection and catalog stay).
+// The connection and catalog that make and check the synchronisation database, on either
+// engine: "Data Source=" names a file, or a server database by its URI. A server database is
+// not made by the catalog (its create() only checks that it can be reached): the tables are
+// made in the database the URI names, which must exist.
+// Checking and making the tables of a server database is done by one process at a time, as it
+// is for files through the folder's lock: the first connection a process opens to a server
+// holds a lock of the database (an advisory lock) until it closes; the connections the process
+// opens meanwhile (those that make the tables) go ahead under it. One thread uses them.
+class RoutedConnection : public sqlite::SqliteConnection {
+ public:
+  ~RoutedConnection() override { close(); }
+  void open(const std::string& connectionString) override;
+  void close() override;
+
+ private:
+  bool server_ = false;
+};
+class RoutedCatalog : public sqlite::SqliteCatalog {
+ public:
+  void create(const std::string& connectionString) override;
+  std::vector<std::string> tableNames() override;
+  void appendTable(const store::TableDef& table) override;
+};
+
+// Registers RoutedDataAccess, RoutedConnection and RoutedCatalog with the platform (after the
+// SQLite classes, which they replace).
 void registerDataAccess();
 
 }  // namespace dossync::databases

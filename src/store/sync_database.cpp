@@ -6,6 +6,7 @@
 #include "core/apartment.h"
 #include "core/platform.h"
 #include "core/synchronization.h"
+#include "core/utility.h"
 #include "interfaces/catalog.h"
 
 namespace dossync {
@@ -55,6 +56,16 @@ void clsOutlookSynchronization::setSyncDatabaseLocation(const std::string& path)
   FileUtil& files = apartment().fileUtil();
   std::unique_ptr<FileLock> folderLock;
   f.step([&] { syncDatabaseLocation_ = path; });
+  // A database on a server is there when it can be opened; what it lacks of the two tables is
+  // made in it (it is never deleted, nor made through a file).
+  if (isServerLocation(path)) {
+    f.step([&] {
+      if (!verifySyncDatabase(path)) createOutlookSyncDatabase(path);
+    });
+    f.step([&] { openOutlookSyncDatabase(path); });
+    f.step([&] { syncDatabaseOpen_ = true; });
+    return;
+  }
   // Every process that makes a database in this folder goes through the same "Temp.mdb", and two
   // that find the same database missing would each make it: checking and making it is done by
   // one process of the machine at a time (the lock is released before the database is opened).
@@ -79,6 +90,13 @@ void clsOutlookSynchronization::createOutlookSyncDatabase(const std::string& pat
   ErrorFrame f(kLoc + "createOutlookSyncDatabase");
   FileUtil& files = apartment().fileUtil();
   std::string temp;
+  if (isServerLocation(path)) {  // the database exists on the server: only its tables are made
+    f.step([&] {
+      platform::create<store::ICatalog>(platform::kAdoxCatalog)->create(connectionString(path));
+    });
+    f.step([&] { createTables(path); });
+    return;
+  }
   f.step([&] { temp = files.withTrailingSeparator(files.folderOf(path)) + "Temp.mdb"; });
   f.step([&] {
     if (files.fileExists(temp)) files.deleteFile(temp);
@@ -136,7 +154,8 @@ bool clsOutlookSynchronization::verifySyncDatabase(const std::string& path) {
   std::shared_ptr<store::IConnection> connection;
   f.step([&] {
     FileUtil& files = apartment().fileUtil();
-    if (path.empty() || !files.fileExists(path) || !files.isUsableFile(path)) {
+    if (path.empty() ||
+        (!isServerLocation(path) && (!files.fileExists(path) || !files.isUsableFile(path)))) {
       result = false;
       return;
     }

@@ -3,16 +3,24 @@
 # Outlook-to-host run (each with its own synchronisation database, then sharing one), and two
 # host-to-Outlook runs of different schemes; and processes that make synchronisation databases in
 # one folder at the same moment. Every run succeeds and nothing of either is lost.
+# The host database is a SQLite file, or with DOSSYNC_TEST_HOST=postgres a database on a
+# PostgreSQL server (host_lib.sh); the synchronisation databases are files.
 set -uo pipefail
 bin=$1
 work=$(mktemp -d)
 source "$(dirname "$0")/check_lib.sh"
-trap 'rm -rf "$work"' EXIT
+source "$(dirname "$0")/host_lib.sh"
+trap 'host_cleanup; rm -rf "$work"' EXIT
+if host_skip; then
+  echo "concurrent_cli_test: PostgreSQL 15 is not installed (scripts/deps.sh --test): skipped"
+  exit 0
+fi
 
-h="$work/h.db" out="vdir:$work/out" in="vdir:$work/in"
-"$bin" demo-data "$h" --companies 300 --seed 7 >/dev/null
-hq() { sqlite3 "$h" "$1"; }
-companies=$(hq "SELECT count(*) FROM Companies;") contacts=$(hq "SELECT count(*) FROM Contacts;")
+h=$(host_make host) out="vdir:$work/out" in="vdir:$work/in"
+[[ $host_kind == sqlite ]] || "$bin" init-host "$h" >/dev/null || bad "init-host"
+"$bin" demo-data "$h" --companies 300 --seed 7 >/dev/null || bad "demo-data"
+hq() { host_query "$h" "$1"; }
+companies=$(hq 'SELECT count(*) FROM "Companies";') contacts=$(hq 'SELECT count(*) FROM "Contacts";')
 
 # The cards the Outlook-to-host runs bring in, each a person at a company of their own: in the
 # store DIR, N people named FIRST PersonK at "FIRST Co K".
@@ -49,43 +57,51 @@ both() {
 cards() { ls "$work/${1:-out}/default/contacts" | grep -c '\.vcf$'; }
 q() { sqlite3 "$work/$1" "$2"; }
 walked() { sed -n 's/^rows walked \([0-9]*\),.*/\1/p' "$work/$1.txt"; }
-# What the host-to-Outlook run walked (it may or may not see the companies the other run adds)
-# is in the store, each company paired once with its own card.
-sent_out() {  # NAME DB SCHEME WALKED
-  same "$1: cards" "$(cards)" "$4"
-  same "$1: companies paired once each, with their cards" "$(q "$2" "SELECT count(*) || '|' || count(DISTINCT CompanyNum) || '|' || count(DISTINCT OutlookID) FROM OutlookSync WHERE SchemeNum = $3 AND CompanyNum > 0 AND ContactNum IS NULL AND OutlookID <> '';")" "$4|$4|$4"
+# The host-to-Outlook run sends every company that was there when it began (its selection,
+# "all", is taken then); a company the other run adds meanwhile may be walked too, and is then
+# paired without a card (not selected). Every company walked is paired once, and every card
+# belongs to one company.
+top=0
+before() { top=$(hq 'SELECT max("CompanyID") FROM "Companies";') before=$(hq 'SELECT count(*) FROM "Companies";'); }
+sent_out() {  # NAME DB SCHEME WALKED (before() called before the runs began)
+  same "$1: companies walked, paired once each" "$(q "$2" "SELECT count(*) || '|' || count(DISTINCT CompanyNum) FROM OutlookSync WHERE SchemeNum = $3 AND CompanyNum > 0 AND ContactNum IS NULL;")" "$4|$4"
+  same "$1: companies there before, sent" "$(q "$2" "SELECT count(*) FROM OutlookSync WHERE SchemeNum = $3 AND CompanyNum BETWEEN 1 AND $top AND ContactNum IS NULL AND OutlookID <> '';")" "$before"
+  same "$1: cards, each paired once" "$(q "$2" "SELECT count(*) || '|' || count(DISTINCT OutlookID) FROM OutlookSync WHERE SchemeNum = $3 AND CompanyNum > 0 AND ContactNum IS NULL AND OutlookID <> '';")" "$(cards)|$(cards)"
 }
 # Every card of the Outlook-to-host run is a contact of the host, at its company, paired once (a
 # run with no pairings yet finds the contacts an earlier one made by their company's name).
 brought_in() {  # NAME DB SCHEME
-  same "$1: cards brought in" "$(hq "SELECT count(*) FROM Contacts c JOIN Companies k ON k.CompanyID = c.CompanyNum
-    WHERE c.FirstName = 'Card' AND k.CompanyName = 'Card Co ' || substr(c.LastName, 7);")" "$n"
+  same "$1: cards brought in" "$(hq "SELECT count(*) FROM \"Contacts\" c JOIN \"Companies\" k ON k.\"CompanyID\" = c.\"CompanyNum\"
+    WHERE c.\"FirstName\" = 'Card' AND k.\"CompanyName\" = 'Card Co ' || substr(c.\"LastName\", 7);")" "$n"
   same "$1: cards paired once each" "$(q "$2" "SELECT count(*) || '|' || count(DISTINCT OutlookID) || '|' || count(DISTINCT ContactNum) FROM OutlookSync WHERE SchemeNum = $3 AND ContactNum > 0;")" "$n|$n|$n"
 }
 
 # Each run with its own synchronisation database, both made in the same folder at once.
+before
 both "own databases" --direction 2 --outlook "$out" --sync-db "$work/s2.db" --select all -- \
   --direction 3 --outlook "$in" --sync-db "$work/s3.db" --select all
 sent_out "own databases" s2.db -1 "$(walked a)"
 brought_in "own databases" s3.db -1
-same "companies and contacts" "$(hq "SELECT count(*) FROM Companies;")|$(hq "SELECT count(*) FROM Contacts;")" \
+same "companies and contacts" "$(hq 'SELECT count(*) FROM "Companies";')|$(hq 'SELECT count(*) FROM "Contacts";')" \
   "$((companies + n))|$((contacts + n))"
 [[ -e "$work/Temp.mdb" ]] && bad "Temp.mdb left behind" || ok
 
 # Both with one synchronisation database that neither finds: it is made once, and holds both.
 rm -rf "$work/out"
+before
 both "one database" --direction 2 --outlook "$out" --sync-db "$work/s.db" --select all --scheme 1 -- \
   --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 2
 sent_out "one database" s.db 1 "$(walked a)"
 brought_in "one database" s.db 2
 
 # Again, on what these runs paired: updated in place, nothing duplicated or lost.
+before
 both "again" --direction 2 --outlook "$out" --sync-db "$work/s.db" --select all --scheme 1 -- \
   --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 2
 has "again: contacts updated in place" "$(cat "$work/b.txt")" "contacts created 0"
 sent_out "again" s.db 1 "$(walked a)"
 brought_in "again" s.db 2
-same "again: contacts" "$(hq "SELECT count(*) FROM Contacts;")" $((contacts + n))
+same "again: contacts" "$(hq 'SELECT count(*) FROM "Contacts";')" $((contacts + n))
 
 # Two people, each with a scheme and a selection of their own, and their own Outlook.
 both "two schemes" --direction 2 --outlook "vdir:$work/out1" --sync-db "$work/s.db" --scheme 7 --select "$(seq -s, 1 2 300)" -- \
@@ -96,9 +112,17 @@ same "two schemes: pairings" "$(q s.db "SELECT count(*) || '|' || count(DISTINCT
 # Two people bringing cards in at once, each adding companies and contacts.
 both "two bringing in" --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 3 -- \
   --direction 3 --outlook "vdir:$work/in2" --sync-db "$work/s.db" --select all --scheme 4
-same "two bringing in: contacts" "$(hq "SELECT count(*) FROM Contacts;")" $((contacts + 2 * n))
-same "two bringing in: others at their companies" "$(hq "SELECT count(*) FROM Contacts c JOIN Companies k ON k.CompanyID = c.CompanyNum
-  WHERE c.FirstName = 'Other' AND k.CompanyName = 'Other Co ' || substr(c.LastName, 7);")" "$n"
+same "two bringing in: contacts" "$(hq 'SELECT count(*) FROM "Contacts";')" $((contacts + 2 * n))
+same "two bringing in: others at their companies" "$(hq "SELECT count(*) FROM \"Contacts\" c JOIN \"Companies\" k ON k.\"CompanyID\" = c.\"CompanyNum\"
+  WHERE c.\"FirstName\" = 'Other' AND k.\"CompanyName\" = 'Other Co ' || substr(c.\"LastName\", 7);")" "$n"
+
+# Two people bringing the same changed cards in at once (each paired with them under a scheme of
+# their own): both write the same contacts; both end well and the host holds the change.
+sed -i 's/^\(FN:Card Person\([0-9]*\)\)\(\r\?\)$/\1\3\nTITLE:Boss \2\3/' "$work"/in/default/contacts/*.vcf
+both "same changes" --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 2 -- \
+  --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 3
+same "same changes: contacts" "$(hq 'SELECT count(*) FROM "Contacts";')" $((contacts + 2 * n))
+same "same changes: titles" "$(hq "SELECT count(*) FROM \"Contacts\" WHERE \"FirstName\" = 'Card' AND \"BusinessJobTitle\" = 'Boss ' || substr(\"LastName\", 7);")" "$n"
 
 # Processes that make synchronisation databases in one folder at the same moment, some of them
 # the same database.

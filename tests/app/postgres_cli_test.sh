@@ -73,4 +73,36 @@ same "same contacts as on SQLite" \
   "$(pq "$h2" "SELECT \"DisplayName\", to_char(\"Birthday\", 'YYYY-MM-DD'), \"DefaultContact\"::int FROM \"Contacts\" ORDER BY \"ContactID\";" | md5sum)" \
   "$(sqlite3 "$work/h2.db" 'SELECT DisplayName, Birthday, DefaultContact FROM Contacts ORDER BY ContactID;' | md5sum)"
 
+# Both databases on the server: the synchronisation database's tables are made in the database
+# its URI names (nothing beside any file), found there by the next run, and made again when one
+# is missing; a database that is not there is the failed-to-open path.
+psql -qX "$base" -c "CREATE DATABASE sync1" >/dev/null
+s=$(uri sync1)
+out=$("$bin" sync --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol5" --no-progress \
+  --direction 2 --select all 2>&1)
+has "sync database on the server" "$out" "rows walked 50, items created 50,"
+same "its tables" "$(pq "$s" "SELECT string_agg(table_name, ',' ORDER BY table_name) FROM information_schema.tables WHERE table_schema = current_schema();")" \
+  "OutlookScheme,OutlookSync"
+same "its pairings" "$(pq "$s" 'SELECT count(DISTINCT "OutlookID") FROM "OutlookSync" WHERE "SchemeNum" = -1;')" 50
+pq "$s" 'DROP TABLE "OutlookScheme";'
+out=$("$bin" sync --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol5" --no-progress \
+  --direction 2 --select all 2>&1)
+has "again: paired, updated in place" "$out" "items created 0, items updated 50,"
+same "missing table made again" "$(pq "$s" "SELECT count(*) FROM information_schema.tables WHERE table_name = 'OutlookScheme';")" 1
+out=$("$bin" check --host-db "$h" --sync-db "$(uri nosync)" 2>&1)
+same "missing sync database exit" $? 2
+has "missing sync database named" "$out" "$(uri nosync)"
+
+# Runs that find the tables missing at the same moment: every one succeeds, the tables made once.
+psql -qX "$base" -c "CREATE DATABASE sync2" >/dev/null
+pids=()
+for i in 1 2 3 4; do
+  "$bin" check --host-db "$h" --sync-db "$(uri sync2)" >"$work/maker$i.txt" 2>&1 &
+  pids+=($!)
+done
+for i in "${!pids[@]}"; do
+  wait "${pids[$i]}"; same "maker $i exit" $? 0
+done
+same "made once" "$(cat "$work"/maker*.txt | grep -ci error)" 0
+
 finish postgres_cli_test

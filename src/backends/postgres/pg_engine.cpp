@@ -481,23 +481,40 @@ std::shared_ptr<sql::TableInfo> PgEngine::describeTable(const std::string& name,
 
 int64_t PgEngine::reserveKey(const sql::TableInfo& table) {
   // The table's sequence hands the number out once, whatever becomes of this transaction; as
-  // SQLite's AUTOINCREMENT does, it is above every key in use, also those given explicitly
-  // (a sequence left behind by them is moved past them).
+  // SQLite's AUTOINCREMENT does, it is above every key in use, also those given explicitly. A
+  // sequence left behind by such keys is moved past them by one connection at a time (two that
+  // both moved it to the same place would hand out the same number), and never backwards.
   const std::string& key = table.columns[static_cast<size_t>(table.keyColumn)].name;
   std::string t = sql::quoteIdentifier(table.name);
-  Result r(run(conn_,
-               "SELECT CASE WHEN n.v > m.top THEN n.v ELSE setval(n.s, m.top + 1) END FROM "
-               "(SELECT s, nextval(s) AS v FROM (SELECT pg_get_serial_sequence($1, $2) AS s) q) "
-               "n, (SELECT coalesce(max(" +
-                   sql::quoteIdentifier(key) + "), 0) AS top FROM " + t + ") m;",
-               {t, key}));
-  if (!r.ok()) {
+  std::string top = "(SELECT coalesce(max(" + sql::quoteIdentifier(key) + "), 0) FROM " + t + ")";
+  auto fail = [&](const Result& r) {
     std::string why = message(conn_, r.r);
     failedInTransaction();
     throw RuntimeError(kStatementFailed,
                        "Cannot number a new row of " + table.name + " in '" + name_ + "': " + why);
-  }
-  return std::strtoll(PQgetvalue(r.r, 0, 0), nullptr, 10);
+  };
+  Result r(run(conn_,
+               "SELECT CASE WHEN n.v > " + top +
+                   " THEN n.v ELSE 0 END FROM (SELECT nextval(pg_get_serial_sequence($1, $2)) "
+                   "AS v) n;",
+               {t, key}));
+  if (!r.ok()) fail(r);
+  int64_t number = std::strtoll(PQgetvalue(r.r, 0, 0), nullptr, 10);
+  if (number > 0) return number;
+  Result lock(PQexec(conn_, "SELECT pg_advisory_lock(1146311508);"));
+  if (!lock.ok()) fail(lock);
+  Result moved(run(conn_,
+                   "SELECT CASE WHEN n.v > " + top + " THEN n.v ELSE setval(n.s, greatest(" + top +
+                       " + 1, n.v)) END FROM (SELECT s, nextval(s) AS v FROM (SELECT "
+                       "pg_get_serial_sequence($1, $2) AS s) q) n;",
+                   {t, key}));
+  std::string why = moved.ok() ? "" : message(conn_, moved.r);
+  if (!moved.ok()) failedInTransaction();  // so that the lock can be let go
+  Result unlock(PQexec(conn_, "SELECT pg_advisory_unlock(1146311508);"));
+  if (!moved.ok())
+    throw RuntimeError(kStatementFailed,
+                       "Cannot number a new row of " + table.name + " in '" + name_ + "': " + why);
+  return std::strtoll(PQgetvalue(moved.r, 0, 0), nullptr, 10);
 }
 
 std::string PgEngine::insertSuffix(const sql::TableInfo& table) {

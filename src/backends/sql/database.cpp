@@ -1,6 +1,7 @@
 #include "backends/sql/database.h"
 
 #include <algorithm>
+#include <thread>
 
 #include "core/value.h"
 
@@ -10,6 +11,13 @@ namespace dossync::sql {
 
 Statement::Statement(Database& db, const std::string& sql)
     : owner_(db), stmt_(db.engine().prepare(sql)), sql_(sql) {}
+
+void Statement::bind(int index, const Stored& v) {
+  auto i = static_cast<size_t>(index - 1);
+  if (bound_.size() <= i) bound_.resize(i + 1);
+  bound_[i] = v;
+  stmt_->bind(index, v);
+}
 
 bool Statement::step() {
   bool first = !running_;
@@ -24,8 +32,17 @@ bool Statement::step() {
     // grouped. When another connection wrote since the snapshot began, the write cannot join
     // it: it runs again on its own. (A write that answers rows, INSERT ... RETURNING, has
     // them all by now.)
+    // A grouped write that met another connection's change takes the writes of its group
+    // along into a new snapshot (they were lost with the old one).
+    for (int attempt = 0; rc == Step::Stale && owner_.groupsWrites() &&
+                          attempt < Database::kRewriteAttempts && owner_.rewriteGroup();
+         ++attempt) {
+      stmt_->rewind();
+      rc = stmt_->step();
+    }
     if ((rc == Step::Done || rc == Step::Row) && owner_.groupsWrites()) {
       owner_.noteGroupedWrite();
+      owner_.logGroupedWrite(sql_, bound_);
     } else {
       if (rc == Step::Failed) msg = stmt_->errorMessage(), code = stmt_->errorCode();
       owner_.endSnapshot();
@@ -47,6 +64,7 @@ bool Statement::step() {
 
 void Statement::reset() {
   running_ = false;
+  bound_.clear();
   stmt_->reset();
 }
 
@@ -166,6 +184,7 @@ void Database::endSnapshot() {
   memo_.rows.clear();
   int writes = groupedWrites_;
   groupedWrites_ = 0;
+  groupLog_.clear();
   std::string msg;
   if (engine_->commit(msg)) return;
   // A snapshot of reads only commits to nothing; grouped writes must not vanish unsaid, nor
@@ -174,6 +193,44 @@ void Database::endSnapshot() {
   if (writes > 0)
     throw RuntimeError(kDiskIO, "The last " + std::to_string(writes) +
                                     " changes could not be committed to '" + path() + "': " + msg);
+}
+
+void Database::logGroupedWrite(const std::string& sql, const std::vector<Stored>& params) {
+  groupLog_.push_back(LoggedWrite{sql, params});
+}
+
+bool Database::rewriteGroup() {
+  if (!snapshotOpen_ || groupLog_.empty()) return false;
+  std::string msg;
+  for (int attempt = 0; attempt < kRewriteAttempts; ++attempt) {
+    engine_->commit(msg);  // the lost transaction: rolled back already
+    if (attempt > 0) std::this_thread::sleep_for(std::chrono::milliseconds(5 * attempt));
+    memo_.rows.clear();
+    versionSeen_ = false;
+    if (!engine_->begin()) break;
+    Step rc = Step::Done;
+    for (const LoggedWrite& w : groupLog_) {
+      auto st = engine_->prepare(w.sql);
+      for (size_t i = 0; i < w.params.size(); ++i) st->bind(static_cast<int>(i + 1), w.params[i]);
+      while ((rc = st->step()) == Step::Row) {
+      }
+      if (rc != Step::Done) {
+        msg = st->errorMessage();
+        break;
+      }
+    }
+    if (rc == Step::Done) return true;
+    if (rc != Step::Stale) break;
+  }
+  // Given up: the group is lost, and the indexes that hold its writes with it.
+  int writes = groupedWrites_;
+  snapshotOpen_ = false;
+  groupedWrites_ = 0;
+  groupLog_.clear();
+  indexes_.clear();
+  if (engine_->inTransaction()) engine_->commit(msg);
+  throw RuntimeError(kDiskIO, "The last " + std::to_string(writes) +
+                                  " changes could not be committed to '" + path() + "': " + msg);
 }
 
 bool Database::beforeStatement(EngineStatement& statement) {

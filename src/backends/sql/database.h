@@ -30,9 +30,9 @@ class Statement {
   Statement(const Statement&) = delete;
   Statement& operator=(const Statement&) = delete;
 
-  void bind(int index, const Stored& v) { stmt_->bind(index, v); }
-  void bind(int index, int64_t v) { stmt_->bind(index, Stored{Stored::Int, v, 0, {}}); }
-  void bind(int index, const std::string& v) { stmt_->bind(index, Stored{Stored::Text, 0, 0, v}); }
+  void bind(int index, const Stored& v);
+  void bind(int index, int64_t v) { bind(index, Stored{Stored::Int, v, 0, {}}); }
+  void bind(int index, const std::string& v) { bind(index, Stored{Stored::Text, 0, 0, v}); }
   bool step();  // true while a row is available
   void reset();
   int columnCount() const { return stmt_->columnCount(); }
@@ -47,7 +47,8 @@ class Statement {
   Database& owner_;
   std::unique_ptr<EngineStatement> stmt_;
   std::string sql_;
-  bool running_ = false;  // stepped since the last reset
+  std::vector<Stored> bound_;  // the parameters, by number from 1 (kept to write it again)
+  bool running_ = false;       // stepped since the last reset
 };
 
 // Resets a cached statement when the scope ends.
@@ -111,6 +112,16 @@ class Database {
   void setGroupWrites(bool on);
   bool groupsWrites() const { return groupWrites_; }
   void noteGroupedWrite() { ++groupedWrites_; }
+  // A grouped write that succeeded, kept until its group commits so that the group can be
+  // written again (rewriteGroup).
+  void logGroupedWrite(const std::string& sql, const std::vector<Stored>& params);
+  // After a grouped write met a row another connection changed since the snapshot began (the
+  // engine's transaction is lost with the writes before it): the group's writes are made again
+  // in a new snapshot, which the failed write then joins. True when there were writes to make
+  // again and they were made; throws RuntimeError kDiskIO naming the database when they could
+  // not be made (they are lost then).
+  static constexpr int kRewriteAttempts = 8;
+  bool rewriteGroup();
   void commitIfDue();
   bool commitDue() const;  // grouped writes that commitIfDue would commit
   // Field writes while writes are grouped: the writes to one row made one after another become
@@ -157,6 +168,11 @@ class Database {
   bool snapshotOpen_ = false;
   bool groupWrites_ = false;
   int groupedWrites_ = 0;  // in the open snapshot
+  struct LoggedWrite {
+    std::string sql;
+    std::vector<Stored> params;
+  };
+  std::vector<LoggedWrite> groupLog_;  // the grouped writes of the open snapshot, in order
   std::chrono::steady_clock::time_point snapshotStart_;
   SnapshotMemo memo_;
 };

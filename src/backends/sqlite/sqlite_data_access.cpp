@@ -56,17 +56,14 @@ std::vector<std::string> SqliteCatalog::tableNames() {
   return names;
 }
 
-void SqliteCatalog::appendTable(const store::TableDef& table) {
-  sql::Database& db = active();
-  if (db.table(table.name))
-    throw RuntimeError(kTableExists,
-                       "Table '" + table.name + "' already exists in '" + db.path() + "'");
-  std::string sql = "CREATE TABLE " + sql::quoteIdentifier(table.name) + " (";
+std::string createTableSql(const store::TableDef& table, bool quoted) {
+  auto name = [&](const std::string& n) { return quoted ? sql::quoteIdentifier(n) : n; };
+  std::string sql = "CREATE TABLE " + name(table.name) + " (";
   bool first = true;
   for (const store::ColumnDef& c : table.columns) {
     if (!first) sql += ", ";
     first = false;
-    sql += sql::quoteIdentifier(c.name) + " ";
+    sql += name(c.name) + " ";
     if (c.property("AutoIncrement")) {
       sql += "INTEGER PRIMARY KEY AUTOINCREMENT";
       continue;
@@ -90,8 +87,15 @@ void SqliteCatalog::appendTable(const store::TableDef& table) {
     }
     if (!c.property("NullAble")) sql += " NOT NULL";
   }
-  sql += ");";
-  db.exec(sql);
+  return sql + ");";
+}
+
+void SqliteCatalog::appendTable(const store::TableDef& table) {
+  sql::Database& db = active();
+  if (db.table(table.name))
+    throw RuntimeError(kTableExists,
+                       "Table '" + table.name + "' already exists in '" + db.path() + "'");
+  db.exec(createTableSql(table));
   db.forgetSchema();
 }
 

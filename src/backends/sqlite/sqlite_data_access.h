@@ -25,6 +25,9 @@ class SqliteConnection : public store::IConnection {
   bool isOpen() const override { return db_ != nullptr; }
   sql::Database* database() const { return db_.get(); }
 
+ protected:
+  void adopt(std::unique_ptr<sql::Database> db) { db_ = std::move(db); }
+
  private:
   int32_t cursorLocation_ = 0;
   std::unique_ptr<sql::Database> db_;
@@ -37,10 +40,16 @@ class SqliteCatalog : public store::ICatalog {
   std::vector<std::string> tableNames() override;
   void appendTable(const store::TableDef& table) override;
 
- private:
+ protected:
   sql::Database& active();
+
+ private:
   std::shared_ptr<SqliteConnection> connection_;
 };
+
+// The CREATE TABLE statement of a table definition, in SQLite's words; names unquoted (as the
+// host's schema is written, for sql::postgresSchema) when they are plain words.
+std::string createTableSql(const store::TableDef& table, bool quoted = true);
 
 // Registers the SQLite data access object, connection and catalog with the platform.
 void registerSqliteClasses();
