@@ -72,6 +72,7 @@ class PgEngine : public sql::Engine {
                                                 std::string& viewOf) override;
   int64_t reserveKey(const sql::TableInfo& table) override;
   bool reservesEveryKey() const override { return true; }
+  bool losesGroupOnConflict() const override { return true; }
   std::string insertSuffix(const sql::TableInfo& table) override;
   int64_t insertedKey(sql::EngineStatement& insert) override;
   bool collatesText() const override { return false; }

@@ -196,6 +196,7 @@ void Database::endSnapshot() {
 }
 
 void Database::logGroupedWrite(const std::string& sql, const std::vector<Stored>& params) {
+  if (!engine_->losesGroupOnConflict()) return;  // a group that holds the write lock meets none
   groupLog_.push_back(LoggedWrite{sql, params});
 }
 

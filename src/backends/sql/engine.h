@@ -75,6 +75,9 @@ class Engine {
   // engine's own numbering does not keep above keys that were given explicitly).
   // Whether reserveKey takes the number with a write of its own (in the open transaction).
   virtual bool keysAreWrites() const { return false; }
+  // Whether a write refused for another connection's change loses the writes made before it in
+  // the same transaction (PostgreSQL), so that a group of writes must be kept to be made again.
+  virtual bool losesGroupOnConflict() const { return false; }
   virtual bool reservesEveryKey() const = 0;
   // What an INSERT ends with so that insertedKey can tell the new row's key.
   virtual std::string insertSuffix(const TableInfo& table) = 0;
