@@ -62,17 +62,8 @@ int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
   }
-  // A server's logon is checked before anything is opened: a refused one is one clear error,
-  // not one per record. The session stays, and the run logs on to it again.
   Session server;
-  if (isServerStore(o.outlook)) {
-    try {
-      server = openSession(o.profile, o.password);
-    } catch (const RuntimeError& e) {
-      err << "dossync: " << e.description() << "\n";
-      return kExitFailure;
-    }
-  }
+  if (!checkServerLogon(o.outlook, o.profile, o.password, &server, err)) return kExitFailure;
   registerTerminalProgress(!o.noProgress);
   auto errors = std::make_shared<ConsoleErrorService>(err, actionFor(o.onError));
   auto messages = std::make_shared<ConsoleMessageBox>(err);

@@ -95,16 +95,8 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
   }
-  // A server's logon is checked first; the wizard's own logons then attach to this session.
   Session server;
-  if (isServerStore(o.outlook)) {
-    try {
-      server = openSession(o.profile, o.password);
-    } catch (const RuntimeError& e) {
-      err << "dossync: " << e.description() << "\n";
-      return kExitFailure;
-    }
-  }
+  if (!checkServerLogon(o.outlook, o.profile, o.password, &server, err)) return kExitFailure;
 
   int code = qt::withQtApplication(offscreen, [&] {
     auto errors = std::make_shared<ConsoleErrorService>(err);

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <ostream>
 
 #include "backends/carddav/carddav_store.h"
 #include "backends/vdir/vdir_store.h"
@@ -68,6 +69,18 @@ Session openSession(const std::string& profile, const std::string& password) {
   };
   s.nameSpace->Logon(given(profile), given(password), false, false);
   return s;
+}
+
+bool checkServerLogon(const std::string& spec, const std::string& profile,
+                      const std::string& password, Session* held, std::ostream& err) {
+  if (!isServerStore(spec)) return true;
+  try {
+    *held = openSession(profile, password);
+  } catch (const RuntimeError& e) {
+    err << "dossync: " << e.description() << "\n";
+    return false;
+  }
+  return true;
 }
 
 }  // namespace dossync::app

@@ -7,6 +7,7 @@
 //                             ~/.local/share/dossync/outlook).
 #pragma once
 
+#include <iosfwd>
 #include <memory>
 #include <optional>
 #include <string>
@@ -33,5 +34,11 @@ struct Session {
   std::shared_ptr<outlook::NameSpace> nameSpace;
 };
 Session openSession(const std::string& profile, const std::string& password = "");
+
+// For a store on a server, logs on before anything else is opened, so that a refused logon is
+// one clear error on `err` (answers false), not one per record; the session is kept in *held
+// and later logons of the run attach to it. Other stores: true, nothing done.
+bool checkServerLogon(const std::string& outlookSpec, const std::string& profile,
+                      const std::string& password, Session* held, std::ostream& err);
 
 }  // namespace dossync::app

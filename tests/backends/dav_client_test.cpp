@@ -20,7 +20,6 @@ std::string vcard(const std::string& uid, const std::string& name) {
          ";;;;\r\nEND:VCARD\r\n";
 }
 
-// A port nothing listens on.
 class DavClientTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() { server = new testing::RadicaleServer({"alice:secret"}); }
