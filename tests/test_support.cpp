@@ -311,6 +311,24 @@ void PostgresServer::createDatabase(const std::string& name) {
   PQfinish(conn);
 }
 
+RadicaleServer* RadicaleSuite::server = nullptr;
+
+void RadicaleSuite::SetUpTestSuite() {
+  server = new RadicaleServer({"alice:secret"});
+}
+
+void RadicaleSuite::TearDownTestSuite() {
+  delete server;
+  server = nullptr;
+}
+
+void RadicaleSuite::SetUp() {
+  book = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+  std::transform(book.begin(), book.end(), book.begin(), ::tolower);
+  server->makeBook("alice", book);
+  url = server->url("alice", book);
+}
+
 int closedPort() {
   int fd = socket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in a{};

@@ -140,6 +140,17 @@ class PostgresServer {
   int port_ = 0;
 };
 
+// Tests on one Radicale server for the suite (user alice, password secret), each with an address
+// book of its own named after the test in lower case: `book`, at `url`.
+class RadicaleSuite : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite();
+  static void TearDownTestSuite();
+  void SetUp() override;
+  static RadicaleServer* server;
+  std::string book, url;
+};
+
 // Runs SQL directly on a database file (fixtures and checks that bypass dossync).
 void execSql(const std::string& path, const std::string& sql);
 // The first column of every row of a query, as text ("" for NULL).

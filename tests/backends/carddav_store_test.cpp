@@ -20,18 +20,8 @@ namespace {
 namespace fs = std::filesystem;
 using outlook::ContactItem;
 
-class CardDavStoreTest : public ::testing::Test {
+class CardDavStoreTest : public testing::RadicaleSuite {
  protected:
-  static void SetUpTestSuite() { server = new testing::RadicaleServer({"alice:secret"}); }
-  static void TearDownTestSuite() {
-    delete server;
-    server = nullptr;
-  }
-  void SetUp() override {
-    book = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-    server->makeBook("alice", book);
-    url = server->url("alice", book);
-  }
   std::shared_ptr<outlook::NameSpace> logon(const std::string& password = "secret") {
     CardDavSettings settings;
     settings.url = url;
@@ -66,12 +56,9 @@ class CardDavStoreTest : public ::testing::Test {
     return std::dynamic_pointer_cast<ContactItem>(s->GetItemFromID(id, ""));
   }
 
-  static testing::RadicaleServer* server;
-  std::string book, url;
   testing::TempDir cache;
   std::vector<std::shared_ptr<outlook::Application>> apps;
 };
-testing::RadicaleServer* CardDavStoreTest::server = nullptr;
 
 TEST_F(CardDavStoreTest, SavesReachTheServerAndLogonsFetchOnlyWhatChanged) {
   auto session = logon();

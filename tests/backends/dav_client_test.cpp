@@ -20,18 +20,11 @@ std::string vcard(const std::string& uid, const std::string& name) {
          ";;;;\r\nEND:VCARD\r\n";
 }
 
-class DavClientTest : public ::testing::Test {
+class DavClientTest : public testing::RadicaleSuite {
  protected:
-  static void SetUpTestSuite() { server = new testing::RadicaleServer({"alice:secret"}); }
-  static void TearDownTestSuite() {
-    delete server;
-    server = nullptr;
-  }
   void SetUp() override {
-    book = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-    std::transform(book.begin(), book.end(), book.begin(), ::tolower);
-    server->makeBook("alice", book);
-    client = std::make_unique<DavClient>(server->url("alice", book), options());
+    RadicaleSuite::SetUp();
+    client = std::make_unique<DavClient>(url, options());
   }
   static DavOptions options(const std::string& password = "secret") {
     DavOptions o;
@@ -45,11 +38,8 @@ class DavClientTest : public ::testing::Test {
     return client->put({href(uid + ".vcf"), vcard(uid, "Name " + uid), "", true});
   }
 
-  static testing::RadicaleServer* server;
-  std::string book;
   std::unique_ptr<DavClient> client;
 };
-testing::RadicaleServer* DavClientTest::server = nullptr;
 
 TEST_F(DavClientTest, ProbeAndAddresses) {
   DavClient::CollectionInfo info = client->probe();
