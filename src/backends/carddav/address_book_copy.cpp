@@ -68,9 +68,14 @@ AddressBookCopy::RefreshCounts AddressBookCopy::lastRefresh() const {
 }
 
 void AddressBookCopy::logon(const std::string& password) {
-  options_.password = password;
-  reader_ = std::make_unique<DavClient>(url_, options_);
-  writer_ = std::make_unique<DavClient>(url_, options_);
+  // The clients (and their connections) stay while the password does; the writer's client
+  // may be sending cards of an earlier run's saves only until that run returned, so a new
+  // password, which replaces it, never meets one in use.
+  if (!reader_ || password != options_.password) {
+    options_.password = password;
+    reader_ = std::make_unique<DavClient>(url_, options_);
+    writer_ = std::make_unique<DavClient>(url_, options_);
+  }
   DavClient::CollectionInfo info = reader_->probe();
   if (!info.isAddressBook)
     throw RuntimeError(kServerRejected,
