@@ -311,6 +311,15 @@ void PostgresServer::createDatabase(const std::string& name) {
   PQfinish(conn);
 }
 
+int32_t errorOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const RuntimeError& e) {
+    return e.number();
+  }
+  return 0;
+}
+
 RadicaleServer* RadicaleSuite::server = nullptr;
 
 void RadicaleSuite::SetUpTestSuite() {

@@ -157,6 +157,8 @@ void execSql(const std::string& path, const std::string& sql);
 std::vector<std::string> querySql(const std::string& path, const std::string& sql);
 // A file's bytes ("" when it cannot be read).
 std::string readFile(const std::string& path);
+// The number of the RuntimeError that f throws; 0 when it throws none.
+int32_t errorOf(const std::function<void()>& f);
 // A port on 127.0.0.1 that nothing listens on (one just let go of).
 int closedPort();
 

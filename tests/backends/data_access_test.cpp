@@ -23,15 +23,6 @@ namespace {
 using hostdb::kLockOptimistic;
 using hostdb::kLockReadOnly;
 
-int32_t errorOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const RuntimeError& e) {
-    return e.number();
-  }
-  return 0;
-}
-
 enum class Engine { SQLite, PostgreSQL };
 
 class DataAccessTest : public ::testing::TestWithParam<Engine> {
@@ -150,7 +141,7 @@ TEST(SqliteDataAccessTest, OpeningReportsWhatIsWrongWithTheFile) {
   garbage.setDatabaseLocation(dir.file("text.db"));
   EXPECT_FALSE(garbage.openDatabase(2));
   EXPECT_NE(garbage.lastError().find("not a database"), std::string::npos);
-  EXPECT_EQ(errorOf([&] { garbage.openRecordset("SELECT Companies.* FROM Companies;", 1, 1); }),
+  EXPECT_EQ(testing::errorOf([&] { garbage.openRecordset("SELECT Companies.* FROM Companies;", 1, 1); }),
             kObjectClosed);
 }
 
@@ -229,7 +220,7 @@ TEST_P(DataAccessTest, MisusesAreErrorsByNumber) {
       {"a date", [&] { db.writeField(contact, "Birthday", "someday"); }, kTypeMismatch},
       {"save without a new row", [&] { db.saveNew(row); }, kNoCurrentRecord},
   };
-  for (const Row& r : rows) EXPECT_EQ(errorOf(r.run), r.error) << r.what;
+  for (const Row& r : rows) EXPECT_EQ(testing::errorOf(r.run), r.error) << r.what;
   EXPECT_EQ(db.readField(readOnly, "CompanyName"), "Zeta Ltd.");
   EXPECT_EQ(stored(), (std::vector<std::string>{"Zeta Ltd.", "acme Inc.", "Beta Co."}));
   for (int32_t h : {ended, readOnly, row, contact, join}) db.closeRecordset(h);
@@ -588,7 +579,7 @@ TEST_P(DataAccessTest, ColumnsReadLaterAndRowsDeletedMeanwhile) {
   int32_t w = open("SELECT Contacts.* FROM Contacts;", kLockOptimistic);
   db.findFirst(w, "ContactID", "10");
   db.deleteCurrent(w);
-  EXPECT_EQ(errorOf([&] { db.readField(h, "CompanyNum"); }), kNoCurrentRecord);
+  EXPECT_EQ(testing::errorOf([&] { db.readField(h, "CompanyNum"); }), kNoCurrentRecord);
 }
 
 TEST_P(DataAccessTest, TextLongerThanItsColumnIsRefusedNamingTableColumnAndSize) {
@@ -645,7 +636,7 @@ TEST_P(DataAccessTest, NewRowsKnowTheirKeyBeforeTheyAreSaved) {
   db.setNewField(d, "LawInfoID", "42");
   db.saveNew(d);
   EXPECT_EQ(db.readField(d, "LawInfoID"), "42");
-  EXPECT_EQ(errorOf([&] { db.saveNew(d); }), kNoCurrentRecord);
+  EXPECT_EQ(testing::errorOf([&] { db.saveNew(d); }), kNoCurrentRecord);
 }
 
 // A key read before save is taken for every connection to the database (another
@@ -678,7 +669,7 @@ TEST_P(DataAccessTest, DeletingTheCurrentRowThenWalkingOn) {
   int32_t h = open("SELECT Contacts.* FROM Contacts WHERE CompanyNum = 1;", kLockOptimistic);
   db.deleteCurrent(h);
   EXPECT_FALSE(db.isEOF(h));
-  EXPECT_EQ(errorOf([&] { db.readField(h, "DisplayName"); }), kNoCurrentRecord);
+  EXPECT_EQ(testing::errorOf([&] { db.readField(h, "DisplayName"); }), kNoCurrentRecord);
   db.moveNext(h);
   EXPECT_EQ(walk(h, "DisplayName"), (std::vector<std::string>{"Bob", "Dee"}));
   EXPECT_EQ(query("SELECT count(*) FROM Contacts;")[0], "3");

@@ -3,18 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "core/error.h"
+#include "test_support.h"
 
 namespace dossync::value {
 namespace {
-
-int32_t errorOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const RuntimeError& e) {
-    return e.number();
-  }
-  return 0;
-}
 
 TEST(Value, BlankAndNumeric) {
   EXPECT_TRUE(isBlank(""));
@@ -33,18 +25,18 @@ TEST(Value, WholeNumbersRoundHalfToEvenAndReportErrors) {
   EXPECT_EQ(toLong("2147483647"), 2147483647);
   EXPECT_EQ(toLong("-2147483648"), -2147483648LL);
   EXPECT_EQ(toLong("True"), -1);
-  EXPECT_EQ(errorOf([] { toLong("2147483648"); }), kOverflow);
-  EXPECT_EQ(errorOf([] { toLong("abc"); }), kTypeMismatch);
-  EXPECT_EQ(errorOf([] { toLong(""); }), kTypeMismatch);
-  EXPECT_EQ(errorOf([] { toInteger("40000"); }), kOverflow);
+  EXPECT_EQ(testing::errorOf([] { toLong("2147483648"); }), kOverflow);
+  EXPECT_EQ(testing::errorOf([] { toLong("abc"); }), kTypeMismatch);
+  EXPECT_EQ(testing::errorOf([] { toLong(""); }), kTypeMismatch);
+  EXPECT_EQ(testing::errorOf([] { toInteger("40000"); }), kOverflow);
   EXPECT_EQ(toInteger("3"), 3);
 }
 
 TEST(Value, Booleans) {
   for (const char* yes : {"True", "tRUE", "-1", "1"}) EXPECT_TRUE(toBoolean(yes)) << yes;
   for (const char* no : {"FALSE", "0"}) EXPECT_FALSE(toBoolean(no)) << no;
-  EXPECT_EQ(errorOf([] { toBoolean("yes"); }), kTypeMismatch);
-  EXPECT_EQ(errorOf([] { toBoolean(""); }), kTypeMismatch);
+  EXPECT_EQ(testing::errorOf([] { toBoolean("yes"); }), kTypeMismatch);
+  EXPECT_EQ(testing::errorOf([] { toBoolean(""); }), kTypeMismatch);
   EXPECT_EQ(fromBoolean(true) + fromBoolean(false), "TrueFalse");
 }
 
@@ -58,7 +50,7 @@ TEST(Value, DatesParseInEveryAcceptedForm) {
        {"", "1970-02-30", "2023-02-29", "13/1/2000", "Foo 5, 1970", "1970", "5 Mar"})
     EXPECT_FALSE(isDate(bad)) << bad;
   EXPECT_TRUE(isDate("2024-02-29"));
-  EXPECT_EQ(errorOf([] { toDate("not a date"); }), kTypeMismatch);
+  EXPECT_EQ(testing::errorOf([] { toDate("not a date"); }), kTypeMismatch);
 }
 
 TEST(Value, DateTextForms) {
