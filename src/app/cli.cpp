@@ -70,8 +70,7 @@ int check(const std::string& hostDb, const std::string& syncDb, std::ostream& ou
 }  // namespace
 
 int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
-  sqlite::registerSqliteClasses();
-  databases::registerDataAccess();  // host databases on SQLite or PostgreSQL
+  databases::registerDataAccess();  // databases on SQLite or PostgreSQL
 
   CLI::App app{"dossync: keeps a practice's client records and its Outlook contacts in step"};
   app.require_subcommand(1);

@@ -84,14 +84,9 @@ std::vector<std::string> RoutedCatalog::tableNames() {
   return names;
 }
 
-void RoutedCatalog::appendTable(const store::TableDef& table) {
-  sql::Database& db = active();
-  if (!isServer(db.path())) return SqliteCatalog::appendTable(table);
-  if (db.table(table.name))
-    throw RuntimeError(kTableExists,
-                       "Table '" + table.name + "' already exists in '" + db.path() + "'");
-  db.exec(sql::postgresSchema(sqlite::createTableSql(table, false)));
-  db.forgetSchema();
+std::string RoutedCatalog::tableSql(const store::TableDef& table) {
+  if (!isServer(active().path())) return SqliteCatalog::tableSql(table);
+  return sql::postgresSchema(sqlite::createTableSql(table, false));
 }
 
 void registerDataAccess() {

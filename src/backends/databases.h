@@ -51,7 +51,9 @@ class RoutedCatalog : public sqlite::SqliteCatalog {
  public:
   void create(const std::string& connectionString) override;
   std::vector<std::string> tableNames() override;
-  void appendTable(const store::TableDef& table) override;
+
+ protected:
+  std::string tableSql(const store::TableDef& table) override;
 };
 
 // Registers RoutedDataAccess, RoutedConnection and RoutedCatalog with the platform (after the

@@ -95,7 +95,7 @@ void SqliteCatalog::appendTable(const store::TableDef& table) {
   if (db.table(table.name))
     throw RuntimeError(kTableExists,
                        "Table '" + table.name + "' already exists in '" + db.path() + "'");
-  db.exec(createTableSql(table));
+  db.exec(tableSql(table));
   db.forgetSchema();
 }
 

@@ -33,6 +33,10 @@ class SqliteConnection : public store::IConnection {
   std::unique_ptr<sql::Database> db_;
 };
 
+// The CREATE TABLE statement of a table definition, in SQLite's words; names unquoted (as the
+// host's schema is written, for sql::postgresSchema) when they are plain words.
+std::string createTableSql(const store::TableDef& table, bool quoted = true);
+
 class SqliteCatalog : public store::ICatalog {
  public:
   void create(const std::string& connectionString) override;
@@ -42,14 +46,12 @@ class SqliteCatalog : public store::ICatalog {
 
  protected:
   sql::Database& active();
+  // The statement that makes the table in the active database.
+  virtual std::string tableSql(const store::TableDef& table) { return createTableSql(table); }
 
  private:
   std::shared_ptr<SqliteConnection> connection_;
 };
-
-// The CREATE TABLE statement of a table definition, in SQLite's words; names unquoted (as the
-// host's schema is written, for sql::postgresSchema) when they are plain words.
-std::string createTableSql(const store::TableDef& table, bool quoted = true);
 
 // Registers the SQLite data access object, connection and catalog with the platform.
 void registerSqliteClasses();
