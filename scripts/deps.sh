@@ -5,17 +5,21 @@ set -euo pipefail
 
 BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libsqlite3-dev libgtest-dev libcli11-dev
   nlohmann-json3-dev qt6-base-dev libgl-dev libcurl4-openssl-dev libgmime-3.0-dev libical-dev
-  libmimalloc-dev libpugixml-dev libpq-dev)
+  libmimalloc-dev libpugixml-dev libpq-dev unixodbc-dev)
 TEST_PACKAGES=(python3 python3-vobject khard python3-aiosmtpd python3-icalendar
-  radicale vdirsyncer curl sqlite3 postgresql-15)
+  radicale vdirsyncer curl sqlite3 postgresql-15 unixodbc odbcinst libsqliteodbc)
 # ./run demo-carddav: a CardDAV server of its own.
 CARDDAV_PACKAGES=(python3 radicale)
+# ./test --windows: the cross build and Wine to run it; the ODBC back end also builds on Linux.
+WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools libwine-dev
+  wine64 unixodbc odbcinst libsqliteodbc)
 # ./run demo-postgres: a PostgreSQL cluster of its own.
 POSTGRES_PACKAGES=(python3 postgresql-15)
 
 want=("${BUILD_PACKAGES[@]}")
 [[ "${1:-}" == "--test" ]] && want+=("${TEST_PACKAGES[@]}")
 [[ "${1:-}" == "--carddav" ]] && want+=("${CARDDAV_PACKAGES[@]}")
+[[ "${1:-}" == "--windows" ]] && want+=("${WINDOWS_PACKAGES[@]}")
 [[ "${1:-}" == "--postgres" ]] && want+=("${POSTGRES_PACKAGES[@]}")
 
 missing=()

@@ -18,6 +18,17 @@ void SelectionCollection::add(const std::string& companyNum, const std::string& 
   entries_.push_back(std::move(e));
 }
 
+void SelectionCollection::remove(int32_t position) {
+  if (position < 0 || position >= count()) return;
+  entries_.erase(entries_.begin() + position);
+  // Positions after it move down by one: index anew.
+  for (auto& m : index_) m.clear();
+  for (int32_t pos = 0; pos < count(); ++pos)
+    for (int m = 0; m < 3; ++m)
+      if (!entries_[pos][m].empty()) index_[m].emplace(entries_[pos][m], pos);
+  if (cursor_ > static_cast<size_t>(position)) --cursor_;
+}
+
 int32_t SelectionCollection::indexOf(const std::string& value, int member) const {
   if (member < 1 || member > 3) return -1;
   auto it = index_[member - 1].find(value);

@@ -2,7 +2,7 @@
 // triples (host company number, host contact number, Outlook identifier) with, as the wizard
 // and the host fill it, one member set. Members are numbered 1 to 3 and held as text.
 //
-// Operations: clear, add, empty test, count, index of a value in a member, a cursor walk
+// Operations: clear, add, remove, empty test, count, index of a value in a member, a cursor walk
 // (moveFirst, atEnd, currentItem, moveNext) and member reads of the current entry.
 // indexOf is a hash look-up, so testing every row of a large table against a large selection
 // stays linear. Single-threaded, like the apartment that owns it.
@@ -27,6 +27,8 @@ class SelectionCollection : public Object {
   // Adds an entry; empty texts leave a member unfilled.
   void add(const std::string& companyNum, const std::string& contactNum,
            const std::string& outlookId);
+  // Removes the entry at position (0-based); nothing for a position out of range.
+  void remove(int32_t position);
   bool isEmpty() const { return entries_.empty(); }
   int32_t count() const { return static_cast<int32_t>(entries_.size()); }
   // Position (0-based) of the first entry whose member (1..3) equals value; -1 when absent.

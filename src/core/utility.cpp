@@ -1,8 +1,12 @@
 #include "core/utility.h"
 
+#ifdef _WIN32
+#include <windows.h>
+#else
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
+#endif
 
 #include <cerrno>
 #include <cstring>
@@ -16,6 +20,45 @@ namespace fs = std::filesystem;
 
 namespace dossync {
 
+fs::path pathOf(const std::string& utf8) {
+#ifdef _WIN32
+  return fs::path(std::u8string(utf8.begin(), utf8.end()));
+#else
+  return fs::path(utf8);
+#endif
+}
+
+#ifdef _WIN32
+FileLock::~FileLock() {
+  ::CloseHandle(static_cast<HANDLE>(handle_));  // releases the lock
+}
+
+std::unique_ptr<FileLock> FileUtil::lock(const std::string& lockFile,
+                                         std::chrono::milliseconds wait) const {
+  const std::wstring name = pathOf(lockFile).wstring();
+  HANDLE h = ::CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                           OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (h == INVALID_HANDLE_VALUE)
+    h = ::CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (h == INVALID_HANDLE_VALUE) return nullptr;  // nothing to make in that folder either
+  auto lock = std::make_unique<FileLock>(h);
+  const auto until = std::chrono::steady_clock::now() + wait;
+  OVERLAPPED whole{};
+  while (!::LockFileEx(h, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, MAXDWORD,
+                       MAXDWORD, &whole)) {
+    DWORD error = ::GetLastError();
+    if (error != ERROR_LOCK_VIOLATION && error != ERROR_IO_PENDING)
+      throw RuntimeError(kPermissionDenied, "Cannot lock '" + lockFile + "': Windows error " +
+                                                std::to_string(error));
+    if (std::chrono::steady_clock::now() >= until)
+      throw RuntimeError(kPermissionDenied, "'" + lockFile + "' stayed locked by another process");
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return lock;
+}
+#else
 FileLock::~FileLock() {
   ::close(fd_);  // releases the lock
 }
@@ -37,10 +80,11 @@ std::unique_ptr<FileLock> FileUtil::lock(const std::string& lockFile,
   }
   return lock;
 }
+#endif
 
 bool FileUtil::fileExists(const std::string& path) const {
   std::error_code ec;
-  return !path.empty() && fs::is_regular_file(path, ec);
+  return !path.empty() && fs::is_regular_file(pathOf(path), ec);
 }
 
 bool isServerLocation(const std::string& location) {
@@ -49,32 +93,36 @@ bool isServerLocation(const std::string& location) {
 
 void FileUtil::deleteFile(const std::string& path) const {
   std::error_code ec;
-  fs::remove(path, ec);
+  fs::remove(pathOf(path), ec);
   if (ec) throw RuntimeError(kPermissionDenied, "Cannot delete '" + path + "': " + ec.message());
 }
 
 void FileUtil::copyFile(const std::string& from, const std::string& to) const {
   std::error_code ec;
-  fs::copy_file(from, to, fs::copy_options::overwrite_existing, ec);
+  fs::copy_file(pathOf(from), pathOf(to), fs::copy_options::overwrite_existing, ec);
   if (ec)
     throw RuntimeError(kPathNotFound,
                        "Cannot copy '" + from + "' to '" + to + "': " + ec.message());
 }
 
 std::string FileUtil::folderOf(const std::string& path) const {
-  fs::path p(path);
-  std::string parent = p.parent_path().string();
-  return parent.empty() ? "." : parent;
+  std::u8string parent = pathOf(path).parent_path().u8string();
+  return parent.empty() ? "." : std::string(parent.begin(), parent.end());
 }
 
 std::string FileUtil::withTrailingSeparator(const std::string& folder) const {
+#ifdef _WIN32
+  if (!folder.empty() && (folder.back() == '/' || folder.back() == '\\')) return folder;
+  return folder + "\\";
+#else
   if (!folder.empty() && folder.back() == '/') return folder;
   return folder + "/";
+#endif
 }
 
 bool FileUtil::isUsableFile(const std::string& path) const {
   if (!fileExists(path)) return false;
-  std::ifstream in(path, std::ios::binary);
+  std::ifstream in(pathOf(path), std::ios::binary);
   return in.good();
 }
 

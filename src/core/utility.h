@@ -8,6 +8,7 @@
 #pragma once
 
 #include <chrono>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -15,19 +16,30 @@
 
 namespace dossync {
 
-// An exclusive advisory lock (flock) on a lock file, held until the object is destroyed or the
+// An exclusive advisory lock (flock; LockFileEx on Windows) on a lock file, held until the object is destroyed or the
 // process ends. The lock file stays: removing it would let a process that waits on the old file
 // and one that creates a new file both hold "the" lock.
 class FileLock {
  public:
+#ifdef _WIN32
+  explicit FileLock(void* handle) : handle_(handle) {}
+#else
   explicit FileLock(int fd) : fd_(fd) {}
+#endif
   ~FileLock();
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
 
  private:
+#ifdef _WIN32
+  void* handle_;  // the lock file's HANDLE, locked with LockFileEx
+#else
   int fd_;
+#endif
 };
+
+// A path from UTF-8 text (on Windows the narrow form would be read in the ANSI code page).
+std::filesystem::path pathOf(const std::string& utf8);
 
 class FileUtil {
  public:

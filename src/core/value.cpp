@@ -11,6 +11,9 @@
 
 #include <locale.h>
 #include <wctype.h>
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 #include "core/error.h"
 
@@ -193,10 +196,20 @@ void appendUtf8(std::string& out, char32_t cp) {
 char32_t foldCodePoint(char32_t cp) {
   if (cp < 0x80) return cp >= 'A' && cp <= 'Z' ? cp + 32 : cp;
   if (cp < 0xC0 || cp >= kStray) return cp;  // Latin-1 symbols and stray bytes have no case
+#ifdef _WIN32
+  // The system's tables, for the Basic Multilingual Plane (which holds every cased letter the
+  // comparison meets in names).
+  if (cp > 0xFFFF) return cp;
+  WCHAR c = static_cast<WCHAR>(cp);
+  ::CharUpperBuffW(&c, 1);
+  ::CharLowerBuffW(&c, 1);
+  return c;
+#else
   static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(0));
   if (!utf8) return cp;
   auto wc = static_cast<wint_t>(cp);
   return static_cast<char32_t>(towlower_l(towupper_l(wc, utf8), utf8));
+#endif
 }
 
 }  // namespace
@@ -351,7 +364,11 @@ std::string formatAsMmmDYyyy(std::string_view text) {
 Date now() {
   std::time_t t = std::time(nullptr);
   std::tm tm{};
+#ifdef _WIN32
+  localtime_s(&tm, &t);
+#else
   localtime_r(&t, &tm);
+#endif
   return Date{tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec};
 }
 

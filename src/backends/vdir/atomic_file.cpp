@@ -1,9 +1,8 @@
 #include "backends/vdir/atomic_file.h"
 
+#ifndef _WIN32
 #include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <cerrno>
@@ -12,6 +11,7 @@
 #include <string>
 
 #include "backends/vdir/entry_id.h"
+#include "backends/vdir/posix_io.h"
 #include "core/error.h"
 
 namespace fs = std::filesystem;
@@ -121,6 +121,23 @@ std::string_view targetOfTemporaryName(std::string_view name) {
 size_t removeStaleTemporaryFiles(const fs::path& dir,
                                  const std::function<bool(std::string_view)>& isTarget,
                                  std::chrono::seconds age) {
+#ifdef _WIN32
+  // No links to keep away from here; the folder is listed by name.
+  std::error_code ec;
+  size_t removed = 0;
+  const auto now = fs::file_time_type::clock::now();
+  for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec)) {
+    std::string name = it->path().filename().string();
+    std::string_view target = targetOfTemporaryName(name);
+    if (target.empty() || !isTarget(target) || !it->is_regular_file()) continue;
+    std::error_code timeError;
+    auto written = fs::last_write_time(it->path(), timeError);
+    if (timeError || now - written <= age) continue;
+    std::error_code removeError;
+    if (fs::remove(it->path(), removeError)) ++removed;
+  }
+  return removed;
+#else
   DIR* d = ::opendir(dir.c_str());
   if (!d) return 0;
   struct timespec now {};
@@ -138,6 +155,7 @@ size_t removeStaleTemporaryFiles(const fs::path& dir,
   }
   ::closedir(d);
   return removed;
+#endif
 }
 
 }  // namespace dossync::vdir

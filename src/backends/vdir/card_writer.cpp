@@ -1,14 +1,15 @@
 #include "backends/vdir/card_writer.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "backends/vdir/atomic_file.h"
+#include "backends/vdir/posix_io.h"
 
 namespace fs = std::filesystem;
 
@@ -34,19 +35,30 @@ bool holds(const fs::path& target, const std::string& text, std::optional<FileSt
 
 // Moves the temporary file into place; a new file must not replace one that appeared meanwhile.
 int moveIntoPlace(const fs::path& temp, const fs::path& target, bool isNew) {
+#ifdef _WIN32
+  if (::MoveFileExW(temp.c_str(), target.c_str(), isNew ? 0 : MOVEFILE_REPLACE_EXISTING)) return 0;
+  return ::GetLastError() == ERROR_ALREADY_EXISTS || ::GetLastError() == ERROR_FILE_EXISTS ? EEXIST
+                                                                                           : EACCES;
+#else
   if (isNew) {
     if (::renameat2(AT_FDCWD, temp.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0)
       return 0;
     if (errno != EINVAL && errno != ENOSYS) return errno;  // the file system may not know it
   }
   return std::rename(temp.c_str(), target.c_str()) == 0 ? 0 : errno;
+#endif
 }
 
 }  // namespace
 
 FileStamp fileStamp(const struct stat& st) {
+#ifdef _WIN32
+  return FileStamp{static_cast<uint64_t>(st.st_ino), st.st_mtime, 0,
+                   static_cast<uint64_t>(st.st_size)};
+#else
   return FileStamp{static_cast<uint64_t>(st.st_ino), st.st_mtim.tv_sec, st.st_mtim.tv_nsec,
                    static_cast<uint64_t>(st.st_size)};
+#endif
 }
 
 std::optional<FileStamp> stampOfFile(const fs::path& path) {
@@ -220,7 +232,8 @@ CardWriter::Result CardWriter::writeFile(const Job& job) {
   if (::close(fd) != 0 && err == 0) err = errno;
   if (err == 0) err = moveIntoPlace(temp, target, job.isNew);
   if (err != 0) {
-    std::remove(temp.c_str());
+    std::error_code ignored;
+    fs::remove(temp, ignored);
     result.error = writeError(target, err);
     return result;
   }

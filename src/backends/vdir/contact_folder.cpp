@@ -1,8 +1,5 @@
 #include "backends/vdir/contact_folder.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,6 +10,7 @@
 #include "backends/vdir/atomic_file.h"
 #include "backends/vdir/contact_card.h"
 #include "backends/vdir/entry_id.h"
+#include "backends/vdir/posix_io.h"
 #include "backends/vdir/vdir_items.h"
 #include "core/error.h"
 
@@ -477,8 +475,9 @@ void ContactFolder::remove(const std::string& file) {
   fs::path target = dir_ / file;
   auto before = writer_.dirTime();
   bool current = built_ && before && before == writer_.knownDirTime();
-  if (std::remove(target.c_str()) != 0 && errno != ENOENT)
-    throw fileError("Cannot delete contact file " + target.string(), errno);
+  std::error_code ec;
+  if (!fs::remove(target, ec) && ec && ec != std::errc::no_such_file_or_directory)
+    throw fileError("Cannot delete contact file " + target.string(), ec.value());
   if (!built_) return;
   drop(file);
   if (current) writer_.setKnownDirTime(writer_.dirTime());

@@ -1,8 +1,13 @@
 #include "backends/vdir/vdir_mail.h"
 
+#ifdef _WIN32
+#include <windows.h>
+#include <shellapi.h>
+#else
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <cerrno>
@@ -17,7 +22,9 @@
 #include "backends/vdir/mail_account.h"
 #include "core/error.h"
 
+#ifndef _WIN32
 extern char** environ;
+#endif
 
 namespace fs = std::filesystem;
 
@@ -41,7 +48,11 @@ std::string lowerAscii(std::string s) {
 std::string newMailId() {
   std::time_t t = std::time(nullptr);
   std::tm tm{};
+#ifdef _WIN32
+  localtime_s(&tm, &t);
+#else
   localtime_r(&t, &tm);
+#endif
   char stamp[32];
   std::strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", &tm);
   return std::string(stamp) + "-" + randomHex(8);
@@ -67,6 +78,14 @@ std::optional<std::string> readWholeFile(const std::string& path, std::string* w
   return bytes.str();
 }
 
+#ifdef _WIN32
+// The program Windows opens .eml files with; the shell returns without waiting for it.
+bool openWithDesktop(const std::string& file) {
+  std::wstring path = fs::path(std::u8string(file.begin(), file.end())).wstring();
+  return reinterpret_cast<INT_PTR>(::ShellExecuteW(nullptr, L"open", path.c_str(), nullptr,
+                                                   nullptr, SW_SHOWNORMAL)) > 32;
+}
+#else
 bool onPath(const std::string& program) {
   const char* path = std::getenv("PATH");
   if (!path) return false;
@@ -91,6 +110,7 @@ bool openWithDesktop(const std::string& file) {
   }
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
+#endif
 
 }  // namespace
 
@@ -313,11 +333,15 @@ fs::path vdirProfileDirectory(outlook::Application& application) {
 }
 
 bool desktopAvailable() {
+#ifdef _WIN32
+  return true;
+#else
   auto set = [](const char* name) {
     const char* v = std::getenv(name);
     return v && *v;
   };
   return (set("DISPLAY") || set("WAYLAND_DISPLAY")) && onPath("xdg-open");
+#endif
 }
 
 }  // namespace dossync::vdir

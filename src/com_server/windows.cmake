@@ -1,0 +1,42 @@
+# kvoutlookdx.dll: the component as an in-process COM server (included by cmake/windows.cmake).
+# The type library is compiled from kvoutlookdx.idl with widl into a header, the interface
+# kvoutlookdx.tlb, which the DLL carries as resource TYPELIB 1.
+set(KV_IDL ${CMAKE_SOURCE_DIR}/src/com_server/kvoutlookdx.idl)
+set(KV_GEN ${CMAKE_BINARY_DIR}/generated/com)
+set(KV_TLB ${KV_GEN}/kvoutlookdx.tlb)
+file(MAKE_DIRECTORY ${KV_GEN})
+if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+  set(KV_WIDL_ARCH --win64)
+else()
+  set(KV_WIDL_ARCH --win32)
+endif()
+# oaidl.idl and friends come with Wine's development files; stdole2.tlb with Wine.
+set(KV_IDL_INCLUDE /usr/include/wine/wine/windows)
+set(KV_STDOLE_DIR /usr/lib/x86_64-linux-gnu/wine/x86_64-windows)
+add_custom_command(
+  OUTPUT ${KV_GEN}/kvoutlookdx_h.h ${KV_TLB}
+  COMMAND ${DOSSYNC_WIDL} ${KV_WIDL_ARCH} -I${KV_IDL_INCLUDE} -L${KV_STDOLE_DIR}
+          -h -H ${KV_GEN}/kvoutlookdx_h.h -t -T ${KV_TLB} ${KV_IDL}
+  DEPENDS ${KV_IDL}
+  COMMENT "widl kvoutlookdx.idl")
+add_custom_target(kvoutlookdx_idl DEPENDS ${KV_GEN}/kvoutlookdx_h.h ${KV_TLB})
+configure_file(${CMAKE_SOURCE_DIR}/src/com_server/kvoutlookdx.rc.in ${KV_GEN}/kvoutlookdx.rc @ONLY)
+set_source_files_properties(${KV_GEN}/kvoutlookdx.rc PROPERTIES OBJECT_DEPENDS ${KV_TLB})
+
+# The header and the identifiers of the type library, for the server and for clients built
+# from it.
+add_library(kvoutlookdx_guids STATIC ${CMAKE_SOURCE_DIR}/src/com_server/guids.cc)
+target_include_directories(kvoutlookdx_guids PUBLIC ${KV_GEN})
+add_dependencies(kvoutlookdx_guids kvoutlookdx_idl)
+
+file(GLOB KV_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/com_server/*.cpp)
+add_library(kvoutlookdx SHARED ${KV_SOURCES} ${KV_GEN}/kvoutlookdx.rc
+            ${CMAKE_SOURCE_DIR}/src/com_server/kvoutlookdx.def)
+set_target_properties(kvoutlookdx PROPERTIES PREFIX "" OUTPUT_NAME kvoutlookdx)
+add_dependencies(kvoutlookdx kvoutlookdx_idl)
+target_link_libraries(kvoutlookdx PRIVATE kvoutlookdx_guids dossync_outlook_com dossync_odbc
+                      dossync_sql dossync_core ole32 oleaut32 uuid)
+if(NOT CMAKE_SIZEOF_VOID_P EQUAL 8)
+  # Exports by their plain names (the host and regsvr32 look them up so), not name@bytes.
+  target_link_options(kvoutlookdx PRIVATE -Wl,--kill-at)
+endif()

@@ -1,0 +1,193 @@
+// C++ clients of kvoutlookdx.dll under Wine: one bound early through the type library's header
+// (vtable calls), one bound late (GetIDsOfNames and Invoke only, as a scripting host does), and
+// one that sinks the ExitProgram event through the connection point.
+// Usage: com_clients.exe HOST_DB   (a demo practice, Windows path). Prints "OK com clients"
+// when every check held; exits 1 otherwise.
+#include <windows.h>
+#include <ocidl.h>
+
+#include <cstdio>
+#include <string>
+
+#include "backends/win32/automation.h"
+#include "kvoutlookdx_h.h"
+
+using dossync::win32::ComPtr;
+using dossync::win32::Dispatch;
+using dossync::win32::Variant;
+
+namespace {
+
+int failures = 0;
+
+void check(bool condition, const std::string& what) {
+  if (condition) return;
+  ++failures;
+  std::printf("FAIL %s\n", what.c_str());
+}
+
+// The host's error service: counts errors and answers a fixed action.
+class ErrorService final : public dossync::win32::DispatchServer {
+ public:
+  explicit ErrorService(int32_t action) : action_(action) {
+    addMember(L"EnterProcedure", 1);
+    addMember(L"LeaveProcedure", 2);
+    addMember(L"RecordError", 3);
+    addMember(L"ReportError", 4);
+    addMember(L"ChooseAction", 5);
+  }
+  int errors = 0;
+
+ protected:
+  HRESULT invokeMember(DISPID id, WORD, DISPPARAMS*, VARIANT* result) override {
+    if (id == 3) ++errors;
+    if (id == 5 && result) {
+      VariantInit(result);
+      result->vt = VT_I4;
+      result->lVal = action_;
+    }
+    return S_OK;
+  }
+
+ private:
+  int32_t action_;
+};
+
+// A sink of __clsOutlookSynchronization: counts ExitProgram (DISPID 1).
+class ExitSink final : public dossync::win32::DispatchServer {
+ public:
+  ExitSink() { addMember(L"ExitProgram", 1); }
+  int exits = 0;
+
+ protected:
+  HRESULT invokeMember(DISPID id, WORD, DISPPARAMS*, VARIANT*) override {
+    if (id == 1) ++exits;
+    return S_OK;
+  }
+};
+
+void earlyBound(const std::wstring& hostDb) {
+  ComPtr<_clsOutlookSynchronization> c;
+  HRESULT hr = CoCreateInstance(CLSID_clsOutlookSynchronization, nullptr, CLSCTX_INPROC_SERVER,
+                                IID__clsOutlookSynchronization, reinterpret_cast<void**>(c.put()));
+  check(SUCCEEDED(hr) && c, "early: CoCreateInstance");
+  if (!c) return;
+  LONG scheme = 0;
+  c->get_SchemeID(&scheme);
+  check(scheme == -1, "early: SchemeID default");
+  c->put_SchemeID(12);
+  c->get_SchemeID(&scheme);
+  check(scheme == 12, "early: SchemeID round trip");
+  outlookSyncTypeEnum direction{};
+  c->put_SyncDirectionType(syncFromOutlookToDossiera);
+  c->get_SyncDirectionType(&direction);
+  check(direction == syncFromOutlookToDossiera, "early: SyncDirectionType");
+  VARIANT_BOOL opened = VARIANT_FALSE;
+  dossync::win32::Bstr path(dossync::win32::narrow(hostDb.c_str()));
+  c->openMainDatabase(path, &opened);
+  check(opened == VARIANT_TRUE, "early: openMainDatabase on the demo practice");
+
+  ComPtr<IProvideClassInfo2> info;
+  c->QueryInterface(IID_IProvideClassInfo2, reinterpret_cast<void**>(info.put()));
+  GUID source{};
+  check(info && SUCCEEDED(info->GetGUID(GUIDKIND_DEFAULT_SOURCE_DISP_IID, &source)) &&
+            IsEqualGUID(source, DIID___clsOutlookSynchronization),
+        "early: IProvideClassInfo2 names the event interface");
+  ComPtr<ISupportErrorInfo> errorInfo;
+  c->QueryInterface(IID_ISupportErrorInfo, reinterpret_cast<void**>(errorInfo.put()));
+  check(errorInfo && errorInfo->InterfaceSupportsErrorInfo(IID__clsOutlookSynchronization) == S_OK,
+        "early: ISupportErrorInfo");
+
+  ComPtr<_clsOutlookSendMail> m;
+  CoCreateInstance(CLSID_clsOutlookSendMail, nullptr, CLSCTX_INPROC_SERVER, IID__clsOutlookSendMail,
+                   reinterpret_cast<void**>(m.put()));
+  check(static_cast<bool>(m), "early: clsOutlookSendMail");
+  if (!m) return;
+  VARIANT_BOOL sent = VARIANT_TRUE;
+  m->SendMail(&sent);
+  check(sent == VARIANT_FALSE, "early: SendMail without a mail");
+}
+
+void lateBound() {
+  CLSID clsid{};
+  check(SUCCEEDED(CLSIDFromProgID(L"kvoutlookdx.clsOutlookSynchronization", &clsid)),
+        "late: ProgID registered");
+  ComPtr<IDispatch> object;
+  CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                   reinterpret_cast<void**>(object.put()));
+  check(static_cast<bool>(object), "late: CoCreateInstance IDispatch");
+  if (!object) return;
+  Dispatch c(object.get(), "clsOutlookSynchronization");
+  try {
+    check(c.get("OutlookCategory").toString() == "Business", "late: OutlookCategory default");
+    c.put("SchemeID", Variant(std::string("31")));  // converted by the type library
+    check(c.get("SchemeID").toInt32() == 31, "late: SchemeID from text");
+    c.put("Profile", Variant(std::string("Büro")));
+    check(c.get("Profile").toString() == "Büro", "late: Profile keeps non-ASCII text");
+    c.call("resetOutlookSchemeToDefault");
+    check(c.get("Profile").toString().empty() && c.get("SchemeID").toInt32() == 31,
+          "late: resetOutlookSchemeToDefault");
+    Dispatch coll(c.get("companyCollection").toDispatch().get(), "companyCollection");
+    coll.call("Add", {Variant(int32_t{5})});
+    check(coll.get("Count").toInt32() == 1, "late: collection Add");
+    check(!c.has("NoSuchMember"), "late: unknown member");
+
+    CLSIDFromProgID(L"kvoutlookdx.clsOutlookSendMail", &clsid);
+    ComPtr<IDispatch> mailObject;
+    CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                     reinterpret_cast<void**>(mailObject.put()));
+    Dispatch m(mailObject.get(), "clsOutlookSendMail");
+    check(!m.call("CreateNewMail").toBool(), "late: CreateNewMail before StartOutlook");
+    check(m.call("StartOutlook").toBool(), "late: StartOutlook with defaults");
+    check(m.call("CreateNewMail").toBool(), "late: CreateNewMail");
+    m.put("Subject", Variant(std::string("Late")));
+    m.call("CloseOutlook");
+  } catch (const std::exception& e) {
+    check(false, std::string("late: ") + e.what());
+  }
+}
+
+void events() {
+  ComPtr<_clsOutlookSynchronization> c;
+  CoCreateInstance(CLSID_clsOutlookSynchronization, nullptr, CLSCTX_INPROC_SERVER,
+                   IID__clsOutlookSynchronization, reinterpret_cast<void**>(c.put()));
+  if (!c) return check(false, "events: CoCreateInstance");
+  ComPtr<IConnectionPointContainer> container;
+  c->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(container.put()));
+  ComPtr<IConnectionPoint> point;
+  if (container) container->FindConnectionPoint(DIID___clsOutlookSynchronization, point.put());
+  check(static_cast<bool>(point), "events: connection point");
+  if (!point) return;
+
+  auto* sink = new ExitSink();
+  auto* errors = new ErrorService(3);  // end the program
+  DWORD cookie = 0;
+  check(SUCCEEDED(point->Advise(sink, &cookie)), "events: Advise");
+  c->putref_errorClass(errors);
+  // The wizard is not in this build: an error, answered with action 3.
+  c->openSynchForm();
+  check(errors->errors == 1 && sink->exits == 1,
+        "events: ExitProgram raised once (errors " + std::to_string(errors->errors) + ", exits " +
+            std::to_string(sink->exits) + ")");
+  point->Unadvise(cookie);
+  c->openSynchForm();
+  check(sink->exits == 1, "events: no event after Unadvise");
+  sink->Release();
+  errors->Release();
+}
+
+}  // namespace
+
+int wmain(int argc, wchar_t** argv) {
+  if (argc < 2) {
+    std::printf("usage: com_clients.exe HOST_DB\n");
+    return 64;
+  }
+  CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+  earlyBound(argv[1]);
+  lateBound();
+  events();
+  CoUninitialize();
+  std::printf(failures == 0 ? "OK com clients\n" : "FAILED com clients\n");
+  return failures == 0 ? 0 : 1;
+}

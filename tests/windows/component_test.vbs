@@ -1,0 +1,113 @@
+' clsOutlookSynchronization from VBScript, as a Windows host creates and drives it.
+' Arguments: this folder, a work folder holding host.db (a demo practice) and notadb.db (a
+' file that is no database), the number of companies in host.db.
+Option Explicit
+Dim fso : Set fso = CreateObject("Scripting.FileSystemObject")
+ExecuteGlobal fso.OpenTextFile(WScript.Arguments(0) & "\host_services.vbs").ReadAll
+Dim work : work = WScript.Arguments(1)
+Dim companies : companies = CLng(WScript.Arguments(2))
+Const kLoc = "kvoutlookdx.dll-clsOutlookSynchronization-"
+
+Dim c : Set c = CreateObject("kvoutlookdx.clsOutlookSynchronization")
+
+' Defaults after creation.
+CheckEqual c.SyncDirectionType, 2, "default SyncDirectionType"
+CheckEqual c.SyncInformationType, 1, "default SyncInformationType"
+CheckEqual c.companyList, 1, "default companyList"
+CheckEqual c.OutlookCategory, "Business", "default OutlookCategory"
+CheckEqual c.SchemeID, -1, "default SchemeID"
+CheckEqual c.AppName, "Dossiera", "default AppName"
+CheckEqual c.showProgress, True, "default showProgress"
+CheckEqual c.DisplayLoginDialog, True, "default DisplayLoginDialog"
+CheckEqual c.OpenNewSession, True, "default OpenNewSession"
+CheckEqual c.RefreshData, False, "default RefreshData"
+CheckEqual c.closeOutlookWhenFinished, False, "default closeOutlookWhenFinished"
+CheckEqual c.FailedToInitializeFlag, False, "default FailedToInitializeFlag"
+CheckEqual c.Profile & c.Password & c.MainDatabaseLocation & c.SyncDatabaseLocation, "", "default texts"
+CheckEqual c.companyCollection.Count, 0, "default companyCollection"
+
+' Every property that can be written reads back what was written.
+c.TempFolder = "C:\temp\é" : CheckEqual c.TempFolder, "C:\temp\é", "TempFolder"
+c.SyncDirectionType = 3 : CheckEqual c.SyncDirectionType, 3, "SyncDirectionType"
+c.SyncInformationType = 4 : CheckEqual c.SyncInformationType, 4, "SyncInformationType"
+c.showProgress = False : CheckEqual c.showProgress, False, "showProgress"
+c.AppName = "Practice" : CheckEqual c.AppName, "Practice", "AppName"
+c.OutlookCategory = "Clients" : CheckEqual c.OutlookCategory, "Clients", "OutlookCategory"
+c.Profile = "Outlook" : CheckEqual c.Profile, "Outlook", "Profile"
+c.Password = "secret" : CheckEqual c.Password, "secret", "Password"
+c.DisplayLoginDialog = False : CheckEqual c.DisplayLoginDialog, False, "DisplayLoginDialog"
+c.OpenNewSession = False : CheckEqual c.OpenNewSession, False, "OpenNewSession"
+c.RefreshData = True : CheckEqual c.RefreshData, True, "RefreshData"
+c.closeOutlookWhenFinished = True : CheckEqual c.closeOutlookWhenFinished, True, "closeOutlookWhenFinished"
+c.companyList = 2 : CheckEqual c.companyList, 2, "companyList"
+c.DataFileUniqueID = "DF-0042" : CheckEqual c.DataFileUniqueID, "DF-0042", "DataFileUniqueID"
+c.SchemeID = 7 : CheckEqual c.SchemeID, 7, "SchemeID"
+
+' The collection: Add, Count, Item (the default member), IndexOf, Remove, Clear, IsEmpty.
+Dim coll : Set coll = c.companyCollection
+coll.Add 17 : coll.Add "00000000ABCDEF" : coll.Add 4
+CheckEqual c.companyCollection.Count, 3, "collection shared with the component"
+CheckEqual coll(2), "00000000ABCDEF", "collection Item"
+CheckEqual coll.IndexOf(4), 3, "collection IndexOf"
+CheckEqual coll.IndexOf(99), -1, "collection IndexOf absent"
+coll.Remove 1
+CheckEqual coll.Item(1) & "," & coll.Count, "00000000ABCDEF,2", "collection Remove"
+coll.Clear
+CheckEqual coll.IsEmpty, True, "collection Clear"
+
+' The scheme settings go back to their defaults; SchemeID stays.
+c.resetOutlookSchemeToDefault
+CheckEqual c.SyncInformationType & c.SyncDirectionType & c.companyList, "121", "reset: types"
+CheckEqual c.Profile & c.Password, "", "reset: logon"
+CheckEqual c.OutlookCategory, "Business", "reset: category"
+CheckEqual c.SchemeID, 7, "reset keeps SchemeID"
+
+' A file that is no database: the message of the host database, through the host's services.
+Dim es : Set es = New ErrorService
+Dim mb : Set mb = New MessageBox
+Set c.errorClass = es
+Set c.MsgboxClass = mb
+c.MainDatabaseLocation = work & "\notadb.db"
+CheckEqual c.FailedToInitializeFlag, True, "FailedToInitializeFlag after a file that is no database"
+CheckEqual mb.Log, "The outlook synchronization was not able to access the companies database and needs to close.|3|101" & vbLf, "message shown"
+Check mb.LastOwner Is c, "the message's owner is the component"
+Check InStr(es.Entered, kLoc & "openMainDatabase" & vbLf) > 0, "location openMainDatabase entered: " & es.Entered
+Check InStr(es.Log, kLoc & "openMainDatabase|") = 1, "the error names openMainDatabase: " & es.Log
+CheckEqual es.Depth_, 0, "every procedure left"
+c.MainDatabaseLocation = work & "\missing.db"
+CheckEqual mb.Log, "The outlook synchronization was not able to access the companies database and needs to close.|3|101" & vbLf, "a missing file shows nothing"
+
+' The wizard is not in this build: the error service hears it, in openSyncForm.
+es.Log = ""
+c.openSynchForm
+Check InStr(es.Log, kLoc & "openSyncForm|429|") = 1, "openSynchForm reports the wizard missing: " & es.Log
+Set c = Nothing
+
+' A synchronisation of the demo practice into the stand-in's folder, under the host's progress
+' dialog, every company chosen.
+Set c = CreateObject("kvoutlookdx.clsOutlookSynchronization")
+Set es = New ErrorService
+Set mb = New MessageBox
+Set c.errorClass = es
+Set c.MsgboxClass = mb
+c.DataFileUniqueID = "DEMO"
+c.MainDatabaseLocation = work & "\host.db"
+c.SyncDatabaseLocation = work & "\sync.db"
+CheckEqual c.FailedToInitializeFlag, False, "demo practice opens"
+Check fso.FileExists(work & "\sync.db"), "synchronisation database made"
+Dim i
+For i = 1 To companies
+  c.companyCollection.Add i
+Next
+CheckEqual c.Synchronize, False, "Synchronize answers False"
+CheckEqual es.Log, "", "no error during the synchronisation"
+Check mb.LastDialog.Shown And mb.LastDialog.Closed, "progress dialog shown and closed"
+CheckEqual mb.LastDialog.Message, "Synchronizing Outlook information, please wait ...", "progress message"
+CheckEqual mb.LastDialog.Maximum, companies, "progress maximum"
+Check mb.LastDialog.Value >= companies, "progress value advanced: " & mb.LastDialog.Value
+CheckEqual c.closeOutlookWhenFinished, True, "Outlook was started, not attached to"
+CheckEqual c.StartOutlook, True, "StartOutlook"
+CheckEqual c.StopOutlook, False, "StopOutlook answers False"
+Set c = Nothing
+
+Finish "component"

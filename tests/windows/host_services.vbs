@@ -1,0 +1,96 @@
+' The host's services as a Windows host written in VBScript would give them to the component:
+' an error service that keeps the procedure stack and logs every error with the procedure it
+' happened in, a message box that logs what it was asked to show, and a progress dialog that
+' runs the work it is handed as soon as it is shown. Included by the test scripts.
+
+Dim failures : failures = 0
+
+Sub Check(condition, what)
+  If Not condition Then
+    failures = failures + 1
+    WScript.Echo "FAIL " & what
+  End If
+End Sub
+
+Sub CheckEqual(actual, expected, what)
+  If CStr(actual) <> CStr(expected) Then
+    failures = failures + 1
+    WScript.Echo "FAIL " & what & ": got [" & actual & "], expected [" & expected & "]"
+  End If
+End Sub
+
+' Every script ends with this line, which the runner looks for (cscript itself ends 0 even
+' when a script stops on an error).
+Sub Finish(name)
+  If failures = 0 Then
+    WScript.Echo "OK " & name
+  Else
+    WScript.Echo "FAILED " & name & " (" & failures & ")"
+  End If
+End Sub
+
+Class ErrorService
+  Private stack(), depth
+  Public Log, Action, Entered
+  Private Sub Class_Initialize()
+    ReDim stack(1000)
+    depth = 0
+    Log = ""
+    Action = 2
+    Entered = ""
+  End Sub
+  Public Sub EnterProcedure(location)
+    stack(depth) = location
+    depth = depth + 1
+    Entered = Entered & location & vbLf
+  End Sub
+  Public Sub LeaveProcedure()
+    If depth > 0 Then depth = depth - 1
+  End Sub
+  Public Sub RecordError(number, description, source)
+    Dim where : where = ""
+    If depth > 0 Then where = stack(depth - 1)
+    Log = Log & where & "|" & number & "|" & description & vbLf
+  End Sub
+  Public Sub ReportError()
+  End Sub
+  Public Function ChooseAction()
+    ChooseAction = Action
+  End Function
+  Public Property Get Depth_()
+    Depth_ = depth
+  End Property
+End Class
+
+Class ProgressDialog
+  Public Message, Style, Minimum, Maximum, ShowBar, Value, SecondaryValue, AllowCancel
+  Public Number, Status, Shown, Closed, Owner, StartHandler
+  Private Sub Class_Initialize()
+    Shown = False
+    Closed = False
+    Value = 0
+  End Sub
+  Public Sub Show()
+    Shown = True
+    StartHandler.StartProgress
+  End Sub
+  Public Sub Close()
+    Closed = True
+  End Sub
+End Class
+
+Class MessageBox
+  Public Log, LastOwner, LastDialog
+  Private Sub Class_Initialize()
+    Log = ""
+  End Sub
+  Public Function ShowMessage(text, style, owner, number)
+    Log = Log & text & "|" & style & "|" & number & vbLf
+    Set LastOwner = owner
+    ShowMessage = 1
+  End Function
+  Public Function CreateProgressDialog()
+    Set LastDialog = New ProgressDialog
+    Set CreateProgressDialog = LastDialog
+  End Function
+End Class

@@ -1,0 +1,6 @@
+# The Windows tests' own programs (included by cmake/windows.cmake); tests/windows/run.sh runs
+# them under Wine.
+add_executable(com_clients ${CMAKE_SOURCE_DIR}/tests/windows/com_clients.cpp)
+target_link_libraries(com_clients PRIVATE kvoutlookdx_guids dossync_outlook_com dossync_core
+                      ole32 oleaut32 uuid)
+target_link_options(com_clients PRIVATE -municode)
