@@ -11,5 +11,5 @@ for arch in ${DOSSYNC_WINDOWS_ARCHS:-x86_64 i686}; do
     cmake -S "$root" -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Release \
       -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-$arch.cmake" "${launcher[@]}" >/dev/null
   fi
-  ninja -C "$dir" "$@"
+  ninja -C "$dir" "$@" >/dev/null || ninja -C "$dir" -j 1 "$@"
 done
