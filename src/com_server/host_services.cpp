@@ -19,7 +19,7 @@ using win32::Variant;
 
 class HostObject final : public Object {
  public:
-  explicit HostObject(IDispatch* object) : dispatch_(object) {}
+  explicit HostObject(IDispatch* object) : dispatch_(object, "host object") {}
   IDispatch* get() const { return dispatch_.get(); }
 
  private:

@@ -1,6 +1,7 @@
 #include "com_server/registration.h"
 
 #include <oleauto.h>
+#include <olectl.h>
 
 #include "com_server/module.h"
 #include "kvoutlookdx_h.h"
@@ -70,7 +71,7 @@ HRESULT registerServer() {
   ITypeLib* lib = typeLibrary();
   if (!lib) return SELFREG_E_TYPELIB;
   std::wstring helpDir = path.substr(0, path.find_last_of(L"\\/"));
-  HRESULT hr = RegisterTypeLib(lib, path.c_str(), helpDir.data());
+  HRESULT hr = RegisterTypeLib(lib, const_cast<wchar_t*>(path.c_str()), helpDir.data());
   return FAILED(hr) ? SELFREG_E_TYPELIB : S_OK;
 }
 

@@ -184,9 +184,9 @@ HRESULT SyncObject::putref_MDIForm(IDispatch* value) {
 DOSSYNC_TEXT_PROPERTY(MainDatabaseLocation, MainDatabaseLocation, setMainDatabaseLocation)
 DOSSYNC_TEXT_PROPERTY(SyncDatabaseLocation, SyncDatabaseLocation, setSyncDatabaseLocation)
 DOSSYNC_TEXT_PROPERTY(TempFolder, TempFolder, setTempFolder)
-DOSSYNC_LONG_PROPERTY(SyncDirectionType, outlookSyncTypeEnum, SyncDirectionType,
+DOSSYNC_LONG_PROPERTY(SyncDirectionType, ::outlookSyncTypeEnum, SyncDirectionType,
                       setSyncDirectionType)
-DOSSYNC_LONG_PROPERTY(SyncInformationType, syncInformationTypeEnum, SyncInformationType,
+DOSSYNC_LONG_PROPERTY(SyncInformationType, ::syncInformationTypeEnum, SyncInformationType,
                       setSyncInformationType)
 DOSSYNC_BOOL_PROPERTY(showProgress, showProgress, setShowProgress)
 DOSSYNC_TEXT_PROPERTY(AppName, AppName, setAppName)
@@ -198,7 +198,7 @@ DOSSYNC_BOOL_PROPERTY(OpenNewSession, OpenNewSession, setOpenNewSession)
 DOSSYNC_BOOL_PROPERTY(RefreshData, RefreshData, setRefreshData)
 DOSSYNC_BOOL_PROPERTY(closeOutlookWhenFinished, closeOutlookWhenFinished,
                       setCloseOutlookWhenFinished)
-DOSSYNC_LONG_PROPERTY(companyList, companyListType, companyList, setCompanyList)
+DOSSYNC_LONG_PROPERTY(companyList, ::companyListType, companyList, setCompanyList)
 DOSSYNC_TEXT_PROPERTY(DataFileUniqueID, DataFileUniqueID, setDataFileUniqueID)
 DOSSYNC_LONG_PROPERTY(SchemeID, LONG, SchemeID, setSchemeID)
 

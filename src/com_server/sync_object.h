@@ -53,10 +53,10 @@ class SyncObject final : public DualObject<_clsOutlookSynchronization>,
   HRESULT STDMETHODCALLTYPE put_TempFolder(BSTR value) override;
   HRESULT STDMETHODCALLTYPE get_TempFolder(BSTR* value) override;
   HRESULT STDMETHODCALLTYPE get_FailedToInitializeFlag(VARIANT_BOOL* value) override;
-  HRESULT STDMETHODCALLTYPE put_SyncDirectionType(outlookSyncTypeEnum value) override;
-  HRESULT STDMETHODCALLTYPE get_SyncDirectionType(outlookSyncTypeEnum* value) override;
-  HRESULT STDMETHODCALLTYPE put_SyncInformationType(syncInformationTypeEnum value) override;
-  HRESULT STDMETHODCALLTYPE get_SyncInformationType(syncInformationTypeEnum* value) override;
+  HRESULT STDMETHODCALLTYPE put_SyncDirectionType(::outlookSyncTypeEnum value) override;
+  HRESULT STDMETHODCALLTYPE get_SyncDirectionType(::outlookSyncTypeEnum* value) override;
+  HRESULT STDMETHODCALLTYPE put_SyncInformationType(::syncInformationTypeEnum value) override;
+  HRESULT STDMETHODCALLTYPE get_SyncInformationType(::syncInformationTypeEnum* value) override;
   HRESULT STDMETHODCALLTYPE get_showProgress(VARIANT_BOOL* value) override;
   HRESULT STDMETHODCALLTYPE put_showProgress(VARIANT_BOOL value) override;
   HRESULT STDMETHODCALLTYPE put_AppName(BSTR value) override;
@@ -75,8 +75,8 @@ class SyncObject final : public DualObject<_clsOutlookSynchronization>,
   HRESULT STDMETHODCALLTYPE put_RefreshData(VARIANT_BOOL value) override;
   HRESULT STDMETHODCALLTYPE get_closeOutlookWhenFinished(VARIANT_BOOL* value) override;
   HRESULT STDMETHODCALLTYPE put_closeOutlookWhenFinished(VARIANT_BOOL value) override;
-  HRESULT STDMETHODCALLTYPE put_companyList(companyListType value) override;
-  HRESULT STDMETHODCALLTYPE get_companyList(companyListType* value) override;
+  HRESULT STDMETHODCALLTYPE put_companyList(::companyListType value) override;
+  HRESULT STDMETHODCALLTYPE get_companyList(::companyListType* value) override;
   HRESULT STDMETHODCALLTYPE get_DataFileUniqueID(BSTR* value) override;
   HRESULT STDMETHODCALLTYPE put_DataFileUniqueID(BSTR value) override;
   HRESULT STDMETHODCALLTYPE get_SchemeID(LONG* value) override;
