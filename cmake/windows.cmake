@@ -41,7 +41,7 @@ file(GLOB DOSSYNC_VDIR_SOURCES CONFIGURE_DEPENDS src/backends/vdir/*.cpp)
 list(FILTER DOSSYNC_VDIR_SOURCES EXCLUDE REGEX ".*/(mime_message|smtp_client|vdir_calendar)\\.cpp$")
 add_library(dossync_vdir STATIC ${DOSSYNC_VDIR_SOURCES}
   src/backends/vdir/windows/mime_plain.cpp src/backends/vdir/windows/unavailable.cpp)
-target_link_libraries(dossync_vdir PUBLIC dossync_core shell32)
+target_link_libraries(dossync_vdir PUBLIC dossync_core shell32 shlwapi)
 
 include(${CMAKE_SOURCE_DIR}/src/com_server/windows.cmake)
 include(${CMAKE_SOURCE_DIR}/tests/windows/outlook_standin/windows.cmake)

@@ -3,6 +3,7 @@
 #ifdef _WIN32
 #include <windows.h>
 #include <shellapi.h>
+#include <shlwapi.h>
 #else
 #include <spawn.h>
 #include <sys/wait.h>
@@ -334,7 +335,11 @@ fs::path vdirProfileDirectory(outlook::Application& application) {
 
 bool desktopAvailable() {
 #ifdef _WIN32
-  return true;
+  // Only where a program is set to open mail files.
+  DWORD size = MAX_PATH;
+  wchar_t program[MAX_PATH];
+  return ::AssocQueryStringW(ASSOCF_NONE, ASSOCSTR_EXECUTABLE, L".eml", L"open", program, &size) ==
+         S_OK;
 #else
   auto set = [](const char* name) {
     const char* v = std::getenv(name);
