@@ -4,26 +4,23 @@
 // library with its interfaces. Unregistering removes exactly those keys. Both answer an
 // HRESULT (SELFREG_E_CLASS / SELFREG_E_TYPELIB on failure) and never throw.
 //
-// registerInprocClass/unregisterInprocClass are the CLSID and ProgID part alone, for any
-// in-process server of the project.
+// registerInprocClass/unregisterInprocClass (backends/win32/com_registration.h) are the CLSID
+// and ProgID part alone, shared with the other in-process servers of the project.
 #pragma once
 
 #include <windows.h>
 
 #include <string>
 
+#include "backends/win32/com_registration.h"
+
 namespace dossync::com {
 
 HRESULT registerServer();
 HRESULT unregisterServer();
 
-struct InprocClass {
-  CLSID clsid;
-  const wchar_t* progId;
-  const wchar_t* description;
-  const GUID* typeLibrary;  // nullptr: no TypeLib value
-};
-HRESULT registerInprocClass(const InprocClass& c, const std::wstring& dllPath);
-HRESULT unregisterInprocClass(const InprocClass& c);
+using win32::InprocClass;
+using win32::registerInprocClass;
+using win32::unregisterInprocClass;
 
 }  // namespace dossync::com

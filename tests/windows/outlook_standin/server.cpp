@@ -1,0 +1,179 @@
+// outlook_standin.dll: a stand-in for Outlook for the Windows tests under Wine, never installed
+// on a user's machine. regsvr32 registers it as "Outlook.Application" (its own CLSID
+// {FC4CC544-0543-4688-9A85-D42E96B544C3}, in-process, apartment-threaded), so that
+// CreateObject("Outlook.Application") in a test script, or dossync's Outlook-by-automation
+// client, gets Outlook's object model (objects.h) over the vCard folder store whose root the
+// environment variable DOSSYNC_STANDIN_STORE names (a Windows path). Without that variable
+// CreateInstance fails with E_FAIL and says why (error info and the debugger output).
+#include <objbase.h>
+#include <oleauto.h>
+#include <olectl.h>
+#include <windows.h>
+
+#include <atomic>
+#include <filesystem>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "backends/vdir/vdir_store.h"
+#include "backends/win32/automation.h"
+#include "backends/win32/com_registration.h"
+#include "objects.h"
+
+namespace {
+
+using namespace dossync;
+
+// {FC4CC544-0543-4688-9A85-D42E96B544C3}
+constexpr CLSID kClsid = {
+    0xfc4cc544, 0x0543, 0x4688, {0x9a, 0x85, 0xd4, 0x2e, 0x96, 0xb5, 0x44, 0xc3}};
+const win32::InprocClass kClass{kClsid, L"Outlook.Application",
+                                L"Outlook stand-in over a vCard folder store (tests only)",
+                                nullptr};
+
+HMODULE g_module = nullptr;
+std::atomic<long> g_locks{0};
+std::atomic<long> g_factories{0};
+
+// Tells a failed creation to whoever looks: the caller's error info and the debugger.
+HRESULT creationFailed(HRESULT hr, const std::wstring& why) {
+  std::wstring line = L"outlook_standin: " + why + L"\n";
+  ::OutputDebugStringW(line.c_str());
+  ICreateErrorInfo* create = nullptr;
+  if (SUCCEEDED(::CreateErrorInfo(&create))) {
+    create->SetDescription(const_cast<LPOLESTR>(why.c_str()));
+    create->SetSource(const_cast<LPOLESTR>(L"outlook_standin"));
+    IErrorInfo* info = nullptr;
+    if (SUCCEEDED(create->QueryInterface(IID_IErrorInfo, reinterpret_cast<void**>(&info)))) {
+      ::SetErrorInfo(0, info);
+      info->Release();
+    }
+    create->Release();
+  }
+  return hr;
+}
+
+// The store's root from DOSSYNC_STANDIN_STORE, "" when the variable is not set.
+std::wstring storeRoot() {
+  DWORD n = ::GetEnvironmentVariableW(L"DOSSYNC_STANDIN_STORE", nullptr, 0);
+  if (n == 0) return {};
+  std::wstring value(n, L'\0');
+  n = ::GetEnvironmentVariableW(L"DOSSYNC_STANDIN_STORE", value.data(), n);
+  value.resize(n);
+  return value;
+}
+
+class Factory final : public IClassFactory {
+ public:
+  Factory() { ++g_factories; }
+  ~Factory() { --g_factories; }
+
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+    if (!out) return E_POINTER;
+    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IClassFactory)) {
+      *out = static_cast<IClassFactory*>(this);
+      AddRef();
+      return S_OK;
+    }
+    *out = nullptr;
+    return E_NOINTERFACE;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ::InterlockedIncrement(&refs_); }
+  ULONG STDMETHODCALLTYPE Release() override {
+    ULONG n = ::InterlockedDecrement(&refs_);
+    if (n == 0) delete this;
+    return n;
+  }
+
+  HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** out) override {
+    if (!out) return E_POINTER;
+    *out = nullptr;
+    if (outer) return CLASS_E_NOAGGREGATION;
+    std::wstring root = storeRoot();
+    if (root.empty())
+      return creationFailed(E_FAIL,
+                            L"DOSSYNC_STANDIN_STORE is not set: it names the folder of the vCard "
+                            L"store that stands in for Outlook");
+    IDispatch* app = nullptr;
+    try {
+      const std::u8string utf8 = std::filesystem::path(root).u8string();
+      app = dossync::standin::newApplicationObject(vdir::makeVdirApplication(
+          std::string(reinterpret_cast<const char*>(utf8.data()), utf8.size())));
+    } catch (const RuntimeError& e) {
+      return creationFailed(
+          E_FAIL, L"Cannot open the store " + root + L": " + win32::widen(e.description()));
+    } catch (const std::bad_alloc&) {
+      return E_OUTOFMEMORY;
+    } catch (const std::exception& e) {
+      return creationFailed(E_FAIL,
+                            L"Cannot open the store " + root + L": " + win32::widen(e.what()));
+    }
+    HRESULT hr = app->QueryInterface(iid, out);
+    app->Release();
+    return hr;
+  }
+  HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {
+    if (lock) {
+      ++g_locks;
+    } else {
+      --g_locks;
+    }
+    return S_OK;
+  }
+
+ private:
+  LONG refs_ = 1;
+};
+
+std::wstring modulePath() {
+  std::wstring path(MAX_PATH, L'\0');
+  for (;;) {
+    DWORD n = ::GetModuleFileNameW(g_module, path.data(), static_cast<DWORD>(path.size()));
+    if (n == 0) return {};
+    if (n < path.size()) {
+      path.resize(n);
+      return path;
+    }
+    path.resize(path.size() * 2);
+  }
+}
+
+}  // namespace
+
+extern "C" {
+
+BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+  if (reason == DLL_PROCESS_ATTACH) {
+    g_module = instance;
+    ::DisableThreadLibraryCalls(instance);
+  }
+  return TRUE;
+}
+
+STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** out) {
+  if (!out) return E_POINTER;
+  *out = nullptr;
+  if (!IsEqualCLSID(clsid, kClsid)) return CLASS_E_CLASSNOTAVAILABLE;
+  auto* factory = new (std::nothrow) Factory();
+  if (!factory) return E_OUTOFMEMORY;
+  HRESULT hr = factory->QueryInterface(iid, out);
+  factory->Release();
+  return hr;
+}
+
+STDAPI DllCanUnloadNow() {
+  return dossync::standin::liveObjects() == 0 && g_locks == 0 && g_factories == 0 ? S_OK : S_FALSE;
+}
+
+STDAPI DllRegisterServer() {
+  std::wstring path = modulePath();
+  if (path.empty()) return SELFREG_E_CLASS;
+  return dossync::win32::registerInprocClass(kClass, path);
+}
+
+STDAPI DllUnregisterServer() {
+  return dossync::win32::unregisterInprocClass(kClass);
+}
+
+}  // extern "C"
