@@ -31,10 +31,10 @@ ColumnInfo describeColumn(const std::string& name, const std::string& declaredTy
 struct CaseInsensitiveHash {
   using is_transparent = void;
   size_t operator()(std::string_view s) const {
-    size_t h = 1469598103934665603ULL;
+    uint64_t h = 1469598103934665603ULL;  // FNV-1a
     for (char c : s)
       h = (h ^ static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 32 : c)) * 1099511628211ULL;
-    return h;
+    return static_cast<size_t>(h ^ (h >> 32));
   }
 };
 struct CaseInsensitiveEqual {
