@@ -1,11 +1,9 @@
 ' clsOutlookSynchronization from VBScript, as a Windows host creates and drives it.
-' Arguments: this folder, a work folder holding host.db (a demo practice) and notadb.db (a
+' Arguments: a work folder holding host.db (a demo practice) and notadb.db (a
 ' file that is no database), the number of companies in host.db.
-Option Explicit
 Dim fso : Set fso = CreateObject("Scripting.FileSystemObject")
-ExecuteGlobal fso.OpenTextFile(WScript.Arguments(0) & "\host_services.vbs").ReadAll
-Dim work : work = WScript.Arguments(1)
-Dim companies : companies = CLng(WScript.Arguments(2))
+Dim work : work = WScript.Arguments(0)
+Dim companies : companies = CLng(WScript.Arguments(1))
 Const kLoc = "kvoutlookdx.dll-clsOutlookSynchronization-"
 
 Dim c : Set c = CreateObject("kvoutlookdx.clsOutlookSynchronization")

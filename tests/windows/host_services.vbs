@@ -1,7 +1,10 @@
 ' The host's services as a Windows host written in VBScript would give them to the component:
 ' an error service that keeps the procedure stack and logs every error with the procedure it
 ' happened in, a message box that logs what it was asked to show, and a progress dialog that
-' runs the work it is handed as soon as it is shown. Included by the test scripts.
+' runs the work it is handed as soon as it is shown. run.sh puts this file in front of each test
+' script (Wine's VBScript has no ExecuteGlobal to include it). Wine's VBScript also wants one
+' name per Private or Public line in a class.
+Option Explicit
 
 Dim failures : failures = 0
 
@@ -30,8 +33,11 @@ Sub Finish(name)
 End Sub
 
 Class ErrorService
-  Private stack(), depth
-  Public Log, Action, Entered
+  Private stack
+  Private depth
+  Public Log
+  Public Action
+  Public Entered
   Private Sub Class_Initialize()
     ReDim stack(1000)
     depth = 0
@@ -63,8 +69,20 @@ Class ErrorService
 End Class
 
 Class ProgressDialog
-  Public Message, Style, Minimum, Maximum, ShowBar, Value, SecondaryValue, AllowCancel
-  Public Number, Status, Shown, Closed, Owner, StartHandler
+  Public Message
+  Public Style
+  Public Minimum
+  Public Maximum
+  Public ShowBar
+  Public Value
+  Public SecondaryValue
+  Public AllowCancel
+  Public Number
+  Public Status
+  Public Shown
+  Public Closed
+  Public Owner
+  Public StartHandler
   Private Sub Class_Initialize()
     Shown = False
     Closed = False
@@ -80,7 +98,9 @@ Class ProgressDialog
 End Class
 
 Class MessageBox
-  Public Log, LastOwner, LastDialog
+  Public Log
+  Public LastOwner
+  Public LastDialog
   Private Sub Class_Initialize()
     Log = ""
   End Sub

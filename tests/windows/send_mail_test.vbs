@@ -1,9 +1,6 @@
 ' clsOutlookSendMail from VBScript: a draft composed through Outlook and shown.
-' Arguments: this folder, a work folder holding papers.txt.
-Option Explicit
-Dim fso : Set fso = CreateObject("Scripting.FileSystemObject")
-ExecuteGlobal fso.OpenTextFile(WScript.Arguments(0) & "\host_services.vbs").ReadAll
-Dim work : work = WScript.Arguments(1)
+' Arguments: a work folder holding papers.txt.
+Dim work : work = WScript.Arguments(0)
 
 Dim m : Set m = CreateObject("kvoutlookdx.clsOutlookSendMail")
 CheckEqual m.SendMail, False, "SendMail before CreateNewMail"

@@ -2,32 +2,6 @@
 ' a contact written and found again by FileAs and by entry id, a mail draft with a recipient
 ' and an attachment saved into the store, and errors that reach the script with their number.
 ' The store is the folder DOSSYNC_STANDIN_STORE names; it may already hold contacts.
-' Self-contained: Wine's VBScript has no ExecuteGlobal to share host_services.vbs with.
-Option Explicit
-Dim failures : failures = 0
-
-Sub Check(condition, what)
-  If Not condition Then
-    failures = failures + 1
-    WScript.Echo "FAIL " & what
-  End If
-End Sub
-
-Sub CheckEqual(actual, expected, what)
-  If CStr(actual) <> CStr(expected) Then
-    failures = failures + 1
-    WScript.Echo "FAIL " & what & ": got [" & actual & "], expected [" & expected & "]"
-  End If
-End Sub
-
-' The last line, which the runner looks for (cscript ends 0 even when a script stops on an error).
-Sub Finish(name)
-  If failures = 0 Then
-    WScript.Echo "OK " & name
-  Else
-    WScript.Echo "FAILED " & name & " (" & failures & ")"
-  End If
-End Sub
 
 Dim fso : Set fso = CreateObject("Scripting.FileSystemObject")
 Dim store : store = CreateObject("WScript.Shell").Environment("Process")("DOSSYNC_STANDIN_STORE")
