@@ -78,7 +78,8 @@ class AutomationMessageBox final : public IMessageBox {
                       int32_t, int32_t number) override {
     try {
       return service_
-          .call("ShowMessage", {Variant(text), Variant(style), ownerVariant(owner), Variant(number)})
+          .call("ShowMessage",
+                {Variant(text), Variant(style), ownerVariant(owner), Variant(number)})
           .toInt32();
     } catch (...) {
       return 0;
@@ -182,7 +183,9 @@ void registerComponentObject(const Object* component, IDispatch* object) {
   if (component) componentObjects()[component] = object;
 }
 
-void unregisterComponentObject(const Object* component) { componentObjects().erase(component); }
+void unregisterComponentObject(const Object* component) {
+  componentObjects().erase(component);
+}
 
 IDispatch* ownerDispatch(const ObjectPtr& owner) {
   if (!owner) return nullptr;
@@ -219,6 +222,8 @@ void registerHostClasses() {
   });
 }
 
-void useWindowsUi() { apartment().hostUi = std::make_shared<WindowsUi>(); }
+void useWindowsUi() {
+  apartment().hostUi = std::make_shared<WindowsUi>();
+}
 
 }  // namespace dossync::com

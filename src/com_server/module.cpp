@@ -17,7 +17,9 @@ std::atomic<long> g_objects{0};
 std::atomic<long> g_locks{0};
 }  // namespace
 
-HMODULE moduleHandle() { return g_module; }
+HMODULE moduleHandle() {
+  return g_module;
+}
 
 std::wstring modulePath() {
   std::wstring path(MAX_PATH, L'\0');
@@ -31,10 +33,18 @@ std::wstring modulePath() {
   }
 }
 
-void objectCreated() { ++g_objects; }
-void objectDestroyed() { --g_objects; }
-void lockServer(bool lock) { lock ? ++g_locks : --g_locks; }
-bool canUnload() { return g_objects == 0 && g_locks == 0; }
+void objectCreated() {
+  ++g_objects;
+}
+void objectDestroyed() {
+  --g_objects;
+}
+void lockServer(bool lock) {
+  lock ? ++g_locks : --g_locks;
+}
+bool canUnload() {
+  return g_objects == 0 && g_locks == 0;
+}
 
 ITypeLib* typeLibrary() {
   // Loaded once and kept for the life of the process (a host may create objects again after
@@ -82,8 +92,14 @@ extern "C" HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID clsid, REFIID iid, 
   return hr;
 }
 
-extern "C" HRESULT STDAPICALLTYPE DllCanUnloadNow() { return canUnload() ? S_OK : S_FALSE; }
+extern "C" HRESULT STDAPICALLTYPE DllCanUnloadNow() {
+  return canUnload() ? S_OK : S_FALSE;
+}
 
-extern "C" HRESULT STDAPICALLTYPE DllRegisterServer() { return registerServer(); }
+extern "C" HRESULT STDAPICALLTYPE DllRegisterServer() {
+  return registerServer();
+}
 
-extern "C" HRESULT STDAPICALLTYPE DllUnregisterServer() { return unregisterServer(); }
+extern "C" HRESULT STDAPICALLTYPE DllUnregisterServer() {
+  return unregisterServer();
+}

@@ -17,7 +17,9 @@ const InprocClass kClasses[] = {
      &LIBID_kvoutlookdx},
 };
 
-SYSKIND systemKind() { return sizeof(void*) == 8 ? SYS_WIN64 : SYS_WIN32; }
+SYSKIND systemKind() {
+  return sizeof(void*) == 8 ? SYS_WIN64 : SYS_WIN32;
+}
 
 }  // namespace
 

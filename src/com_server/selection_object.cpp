@@ -85,9 +85,9 @@ class SelectionObject final : public win32::DispatchServer {
   int32_t position(DISPPARAMS* params) const {
     int32_t index = argument(params, 0).toInt32();
     if (index < 1 || index > selection_->count())
-      throw RuntimeError(kSubscriptOutOfRange,
-                         "companyCollection has no item " + std::to_string(index) + " (it holds " +
-                             std::to_string(selection_->count()) + ")");
+      throw RuntimeError(kSubscriptOutOfRange, "companyCollection has no item " +
+                                                   std::to_string(index) + " (it holds " +
+                                                   std::to_string(selection_->count()) + ")");
     return index - 1;
   }
   std::string itemText(int32_t position) const {
@@ -107,7 +107,8 @@ IDispatch* newSelectionObject(std::shared_ptr<SelectionCollection> selection) {
 
 std::shared_ptr<SelectionCollection> selectionOf(IDispatch* object) {
   SelectionObject* ours = nullptr;
-  if (!object || FAILED(object->QueryInterface(IID_SelectionObject, reinterpret_cast<void**>(&ours))))
+  if (!object ||
+      FAILED(object->QueryInterface(IID_SelectionObject, reinterpret_cast<void**>(&ours))))
     return nullptr;
   auto selection = ours->selection();
   ours->Release();

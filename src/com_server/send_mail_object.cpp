@@ -38,17 +38,16 @@ HRESULT SendMailObject::SendMail(VARIANT_BOOL* result) {
   return outBool(result, [&] { return mail_->SendMail(); });
 }
 
-HRESULT SendMailObject::Attachment(BSTR strNewValue, BSTR strNewDisplayName,
-                                   VARIANT_BOOL* result) {
+HRESULT SendMailObject::Attachment(BSTR strNewValue, BSTR strNewDisplayName, VARIANT_BOOL* result) {
   return outBool(result, [&] {
     return mail_->Attachment(win32::narrow(strNewValue), win32::narrow(strNewDisplayName));
   });
 }
 
-#define DOSSYNC_TEXT_SETTER(Name)                                   \
-  HRESULT SendMailObject::put_##Name(BSTR value) {                  \
-    guard([&] { mail_->set##Name(win32::narrow(value)); });         \
-    return S_OK;                                                    \
+#define DOSSYNC_TEXT_SETTER(Name)                           \
+  HRESULT SendMailObject::put_##Name(BSTR value) {          \
+    guard([&] { mail_->set##Name(win32::narrow(value)); }); \
+    return S_OK;                                            \
   }
 DOSSYNC_TEXT_SETTER(Body)
 DOSSYNC_TEXT_SETTER(Subject)

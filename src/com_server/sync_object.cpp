@@ -46,7 +46,8 @@ class SyncObject::EventPoint final : public IConnectionPoint {
   HRESULT STDMETHODCALLTYPE Advise(IUnknown* sink, DWORD* cookie) override {
     if (!sink || !cookie) return E_POINTER;
     IDispatch* d = nullptr;
-    if (FAILED(sink->QueryInterface(DIID___clsOutlookSynchronization, reinterpret_cast<void**>(&d))) &&
+    if (FAILED(
+            sink->QueryInterface(DIID___clsOutlookSynchronization, reinterpret_cast<void**>(&d))) &&
         FAILED(sink->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&d))))
       return CONNECT_E_CANNOTCONNECT;
     sinks_.push_back({nextCookie_, win32::ComPtr<IDispatch>::adopt(d)});
@@ -153,32 +154,32 @@ HRESULT SyncObject::putref_MDIForm(IDispatch* value) {
   return S_OK;
 }
 
-#define DOSSYNC_TEXT_PROPERTY(Name, getter, setter)                 \
-  HRESULT SyncObject::put_##Name(BSTR value) {                      \
-    guard([&] { component_->setter(win32::narrow(value)); });       \
-    return S_OK;                                                    \
-  }                                                                 \
-  HRESULT SyncObject::get_##Name(BSTR* value) {                     \
-    return outText(value, [&] { return component_->getter(); });    \
+#define DOSSYNC_TEXT_PROPERTY(Name, getter, setter)              \
+  HRESULT SyncObject::put_##Name(BSTR value) {                   \
+    guard([&] { component_->setter(win32::narrow(value)); });    \
+    return S_OK;                                                 \
+  }                                                              \
+  HRESULT SyncObject::get_##Name(BSTR* value) {                  \
+    return outText(value, [&] { return component_->getter(); }); \
   }
-#define DOSSYNC_BOOL_PROPERTY(Name, getter, setter)                 \
-  HRESULT SyncObject::put_##Name(VARIANT_BOOL value) {              \
-    guard([&] { component_->setter(value != VARIANT_FALSE); });     \
-    return S_OK;                                                    \
-  }                                                                 \
-  HRESULT SyncObject::get_##Name(VARIANT_BOOL* value) {             \
-    return outBool(value, [&] { return component_->getter(); });    \
+#define DOSSYNC_BOOL_PROPERTY(Name, getter, setter)              \
+  HRESULT SyncObject::put_##Name(VARIANT_BOOL value) {           \
+    guard([&] { component_->setter(value != VARIANT_FALSE); });  \
+    return S_OK;                                                 \
+  }                                                              \
+  HRESULT SyncObject::get_##Name(VARIANT_BOOL* value) {          \
+    return outBool(value, [&] { return component_->getter(); }); \
   }
-#define DOSSYNC_LONG_PROPERTY(Name, Type, getter, setter)           \
-  HRESULT SyncObject::put_##Name(Type value) {                      \
-    guard([&] { component_->setter(static_cast<int32_t>(value)); }); \
-    return S_OK;                                                    \
-  }                                                                 \
-  HRESULT SyncObject::get_##Name(Type* value) {                     \
-    if (!value) return E_POINTER;                                   \
-    *value = static_cast<Type>(0);                                  \
+#define DOSSYNC_LONG_PROPERTY(Name, Type, getter, setter)             \
+  HRESULT SyncObject::put_##Name(Type value) {                        \
+    guard([&] { component_->setter(static_cast<int32_t>(value)); });  \
+    return S_OK;                                                      \
+  }                                                                   \
+  HRESULT SyncObject::get_##Name(Type* value) {                       \
+    if (!value) return E_POINTER;                                     \
+    *value = static_cast<Type>(0);                                    \
     guard([&] { *value = static_cast<Type>(component_->getter()); }); \
-    return S_OK;                                                    \
+    return S_OK;                                                      \
   }
 
 DOSSYNC_TEXT_PROPERTY(MainDatabaseLocation, MainDatabaseLocation, setMainDatabaseLocation)
@@ -246,7 +247,8 @@ void SyncObject::takeHostSelection() {
   auto selection = std::make_shared<SelectionCollection>();
   // Each item stands for whatever the run walks: a company or contact number, or an Outlook
   // entry id.
-  for (const std::string& item : readHostCollection(collection_.get())) selection->add(item, item, item);
+  for (const std::string& item : readHostCollection(collection_.get()))
+    selection->add(item, item, item);
   component_->setCompanyCollection(selection);
 }
 

@@ -50,8 +50,8 @@ std::unique_ptr<FileLock> FileUtil::lock(const std::string& lockFile,
                        MAXDWORD, &whole)) {
     DWORD error = ::GetLastError();
     if (error != ERROR_LOCK_VIOLATION && error != ERROR_IO_PENDING)
-      throw RuntimeError(kPermissionDenied, "Cannot lock '" + lockFile + "': Windows error " +
-                                                std::to_string(error));
+      throw RuntimeError(kPermissionDenied,
+                         "Cannot lock '" + lockFile + "': Windows error " + std::to_string(error));
     if (std::chrono::steady_clock::now() >= until)
       throw RuntimeError(kPermissionDenied, "'" + lockFile + "' stayed locked by another process");
     std::this_thread::sleep_for(std::chrono::milliseconds(5));

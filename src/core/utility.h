@@ -16,9 +16,9 @@
 
 namespace dossync {
 
-// An exclusive advisory lock (flock; LockFileEx on Windows) on a lock file, held until the object is destroyed or the
-// process ends. The lock file stays: removing it would let a process that waits on the old file
-// and one that creates a new file both hold "the" lock.
+// An exclusive advisory lock (flock; LockFileEx on Windows) on a lock file, held until the object
+// is destroyed or the process ends. The lock file stays: removing it would let a process that waits
+// on the old file and one that creates a new file both hold "the" lock.
 class FileLock {
  public:
 #ifdef _WIN32

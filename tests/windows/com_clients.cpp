@@ -166,9 +166,9 @@ void events() {
   c->putref_errorClass(errors);
   // The wizard is not in this build: an error, answered with action 3.
   c->openSynchForm();
-  check(errors->errors == 1 && sink->exits == 1,
-        "events: ExitProgram raised once (errors " + std::to_string(errors->errors) + ", exits " +
-            std::to_string(sink->exits) + ")");
+  check(errors->errors == 1 && sink->exits == 1, "events: ExitProgram raised once (errors " +
+                                                     std::to_string(errors->errors) + ", exits " +
+                                                     std::to_string(sink->exits) + ")");
   point->Unadvise(cookie);
   c->openSynchForm();
   check(sink->exits == 1, "events: no event after Unadvise");

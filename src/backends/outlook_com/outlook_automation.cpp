@@ -247,7 +247,8 @@ class Application final : public outlook::Application {
 CLSID outlookClass() {
   CLSID clsid{};
   HRESULT hr = ::CLSIDFromProgID(L"Outlook.Application", &clsid);
-  if (FAILED(hr)) win32::throwHresult(hr, "Outlook is not installed (no class Outlook.Application)");
+  if (FAILED(hr))
+    win32::throwHresult(hr, "Outlook is not installed (no class Outlook.Application)");
   return clsid;
 }
 

@@ -1,6 +1,5 @@
 #include "backends/vdir/contact_folder.h"
 
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>

@@ -83,8 +83,8 @@ std::optional<std::string> readWholeFile(const std::string& path, std::string* w
 // The program Windows opens .eml files with; the shell returns without waiting for it.
 bool openWithDesktop(const std::string& file) {
   std::wstring path = fs::path(std::u8string(file.begin(), file.end())).wstring();
-  return reinterpret_cast<INT_PTR>(::ShellExecuteW(nullptr, L"open", path.c_str(), nullptr,
-                                                   nullptr, SW_SHOWNORMAL)) > 32;
+  return reinterpret_cast<INT_PTR>(
+             ::ShellExecuteW(nullptr, L"open", path.c_str(), nullptr, nullptr, SW_SHOWNORMAL)) > 32;
 }
 #else
 bool onPath(const std::string& program) {

@@ -26,10 +26,9 @@ namespace {
 
 std::string systemMessage(HRESULT hr) {
   wchar_t* text = nullptr;
-  ::FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
-                       FORMAT_MESSAGE_IGNORE_INSERTS,
-                   nullptr, static_cast<DWORD>(hr), 0, reinterpret_cast<wchar_t*>(&text), 0,
-                   nullptr);
+  ::FormatMessageW(
+      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+      nullptr, static_cast<DWORD>(hr), 0, reinterpret_cast<wchar_t*>(&text), 0, nullptr);
   std::string message = narrow(text);
   ::LocalFree(text);
   while (!message.empty() && (message.back() == '\n' || message.back() == '\r' ||
@@ -222,11 +221,10 @@ Variant Dispatch::invoke(const std::string& member, WORD flags,
   Variant result;
   EXCEPINFO exception{};
   UINT argError = 0;
-  HRESULT hr = object_->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &params,
-                               (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF))
-                                   ? nullptr
-                                   : result.out(),
-                               &exception, &argError);
+  HRESULT hr = object_->Invoke(
+      id, IID_NULL, LOCALE_USER_DEFAULT, flags, &params,
+      (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) ? nullptr : result.out(),
+      &exception, &argError);
   if (hr == DISP_E_EXCEPTION) {
     if (exception.pfnDeferredFillIn) exception.pfnDeferredFillIn(&exception);
     std::string description = narrow(exception.bstrDescription);
@@ -235,7 +233,8 @@ Variant Dispatch::invoke(const std::string& member, WORD flags,
     ::SysFreeString(exception.bstrDescription);
     ::SysFreeString(exception.bstrSource);
     ::SysFreeString(exception.bstrHelpFile);
-    throw RuntimeError(number, description.empty() ? label_ + "." + member + " failed" : description,
+    throw RuntimeError(number,
+                       description.empty() ? label_ + "." + member + " failed" : description,
                        source.empty() ? label_ + "." + member : source);
   }
   if (FAILED(hr)) throwHresult(hr, label_ + "." + member);
@@ -269,7 +268,9 @@ HRESULT DispatchServer::QueryInterface(REFIID iid, void** out) {
   return E_NOINTERFACE;
 }
 
-ULONG DispatchServer::AddRef() { return static_cast<ULONG>(::InterlockedIncrement(&refs_)); }
+ULONG DispatchServer::AddRef() {
+  return static_cast<ULONG>(::InterlockedIncrement(&refs_));
+}
 
 ULONG DispatchServer::Release() {
   LONG left = ::InterlockedDecrement(&refs_);
@@ -324,7 +325,8 @@ HRESULT DispatchServer::Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* 
                              ? MAKE_HRESULT(SEVERITY_ERROR, FACILITY_CONTROL, e.number())
                              : static_cast<SCODE>(e.number());
       exception->bstrDescription = ::SysAllocString(widen(e.description()).c_str());
-      exception->bstrSource = ::SysAllocString(widen(e.source().empty() ? label() : e.source()).c_str());
+      exception->bstrSource =
+          ::SysAllocString(widen(e.source().empty() ? label() : e.source()).c_str());
     }
     return DISP_E_EXCEPTION;
   } catch (const std::exception& e) {

@@ -27,7 +27,9 @@ namespace dossync::win32 {
 
 std::wstring widen(const std::string& utf8);
 std::string narrow(const wchar_t* text);  // nullptr (an empty BSTR) is ""
-inline std::string narrow(const std::wstring& text) { return narrow(text.c_str()); }
+inline std::string narrow(const std::wstring& text) {
+  return narrow(text.c_str());
+}
 
 // A RuntimeError for a failed HRESULT: the system's message for it, after `what`.
 [[noreturn]] void throwHresult(HRESULT hr, const std::string& what);
@@ -88,7 +90,7 @@ class Variant {
   explicit Variant(int32_t n);
   explicit Variant(bool b);
   explicit Variant(double d);
-  explicit Variant(IDispatch* object);  // AddRefs; nullptr is Nothing
+  explicit Variant(IDispatch* object);        // AddRefs; nullptr is Nothing
   explicit Variant(const value::Date& date);  // VT_DATE
   static Variant missing();                   // an omitted optional argument
   static Variant copyOf(const VARIANT& v);

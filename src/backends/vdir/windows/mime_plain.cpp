@@ -110,7 +110,8 @@ std::string rfc5322Date(std::time_t t) {
 
 std::string crlf(std::string_view text) {
   std::string out;
-  for (char c : mime::canonicalLineBreaks(text)) out += c == '\n' ? std::string("\r\n") : std::string(1, c);
+  for (char c : mime::canonicalLineBreaks(text))
+    out += c == '\n' ? std::string("\r\n") : std::string(1, c);
   return out;
 }
 
@@ -144,15 +145,15 @@ std::string writeMime(const MimeMail& mail) {
   if (mail.bccHeader) addressHeader(out, "Bcc", mail.bcc);
   if (!mail.subject.empty()) out += "Subject: " + headerWord(mail.subject) + "\r\n";
   out += "Date: " + rfc5322Date(mail.date ? mail.date : std::time(nullptr)) + "\r\n";
-  std::string id = mail.messageId.empty()
-                       ? randomHex(16) + "@" + mime::domainOf(mail.from.address)
-                       : mail.messageId;
+  std::string id = mail.messageId.empty() ? randomHex(16) + "@" + mime::domainOf(mail.from.address)
+                                          : mail.messageId;
   out += "Message-Id: <" + id + ">\r\n";
   if (mail.unsent) out += "X-Unsent: 1\r\n";
   out += "MIME-Version: 1.0\r\n";
-  const std::string body = "Content-Type: text/plain; charset=utf-8\r\n"
-                           "Content-Transfer-Encoding: base64\r\n\r\n" +
-                           base64(crlf(mail.body), true);
+  const std::string body =
+      "Content-Type: text/plain; charset=utf-8\r\n"
+      "Content-Transfer-Encoding: base64\r\n\r\n" +
+      base64(crlf(mail.body), true);
   if (mail.attachments.empty()) return out + body;
   const std::string boundary = "=-" + randomHex(24);
   out += "Content-Type: multipart/mixed; boundary=\"" + boundary + "\"\r\n\r\n";

@@ -21,8 +21,8 @@ void sendSmtp(const SmtpServer& server, const std::string&, const std::vector<st
   throw unavailable("Delivery through " + server.url);
 }
 
-std::shared_ptr<outlook::AppointmentItem> makeVdirAppointmentItem(
-    const std::filesystem::path&, std::shared_ptr<CardRemote>) {
+std::shared_ptr<outlook::AppointmentItem> makeVdirAppointmentItem(const std::filesystem::path&,
+                                                                  std::shared_ptr<CardRemote>) {
   throw unavailable("The calendar");
 }
 
