@@ -28,7 +28,15 @@ void SqliteCatalog::create(const std::string& connectionString) {
     throw RuntimeError(kCannotOpenDatabase, "No Data Source in the connection string");
   if (std::filesystem::exists(path))
     throw RuntimeError(kFileAlreadyExists, "Database '" + path + "' already exists");
+  createFile(path);
+}
+
+void SqliteCatalog::createFile(const std::string& path) {
   SqliteEngine db(path, true);
+  markNewFile(db);
+}
+
+void SqliteCatalog::markNewFile(sql::Engine& db) {
   // Marks the file as ours and writes its header, so it is a database even before it has tables.
   db.exec("PRAGMA application_id = 1146311507; PRAGMA journal_mode = WAL;");
 }

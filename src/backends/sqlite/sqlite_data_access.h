@@ -46,6 +46,10 @@ class SqliteCatalog : public store::ICatalog {
 
  protected:
   sql::Database& active();
+  // Makes the new file create() was asked for (the path is checked: given, and free).
+  virtual void createFile(const std::string& path);
+  // Marks a new, empty SQLite file as a database of ours (on any engine open on it).
+  static void markNewFile(sql::Engine& db);
   // The statement that makes the table in the active database.
   virtual std::string tableSql(const store::TableDef& table) { return createTableSql(table); }
 
