@@ -1,7 +1,5 @@
 #include "backends/odbc/odbc_data_access.h"
 
-#include <filesystem>
-
 #include "core/platform.h"
 
 namespace dossync::odbc {
@@ -23,7 +21,7 @@ OdbcDataAccess::OdbcDataAccess()
 void OdbcConnection::open(const std::string& connectionString) {
   close();
   std::string path = store::dataSourceOf(connectionString);
-  if (!std::filesystem::exists(path))
+  if (!fileExists(path))
     throw RuntimeError(kCannotOpenDatabase, "Could not find file '" + path + "'");
   adopt(openOdbc(path));
 }

@@ -300,8 +300,9 @@ bool fetchAll(SQLHSTMT stmt, const std::vector<Column>& columns,
   }
 }
 
-// "?N" parameters become the plain markers ODBC knows, each remembering its number.
-std::string plainMarkers(const std::string& sql, std::vector<int>& markers) {
+// "?N" parameters become the plain markers ODBC knows, each remembering its number; with
+// brackets, names quoted "so" become [so].
+std::string plainMarkers(const std::string& sql, std::vector<int>& markers, bool brackets) {
   std::string out;
   out.reserve(sql.size());
   int highest = 0;
@@ -311,6 +312,11 @@ std::string plainMarkers(const std::string& sql, std::vector<int>& markers) {
       char close = c == '[' ? ']' : c;
       size_t end = sql.find(close, i + 1);
       if (end == std::string::npos) end = sql.size() - 1;
+      if (c == '"' && brackets) {  // Jet reads "x" as text: a name is written [x]
+        out += "[" + sql.substr(i + 1, end - i - 1) + "]";
+        i = end;
+        continue;
+      }
       out.append(sql, i, end - i + 1);
       i = end;
       continue;
@@ -388,7 +394,7 @@ class OdbcStatement : public sql::EngineStatement {
   // mustPrepare=false: a statement the driver refuses is not thrown but fails at its first step.
   OdbcStatement(OdbcEngine& engine, const std::string& sql, bool mustPrepare = true)
       : engine_(engine), flavour_(engine.flavour()), readOnly_(readsOnly(sql)) {
-    WString text = wide(plainMarkers(sql, markers_));
+    WString text = wide(plainMarkers(sql, markers_, flavour_ == Flavour::Access));
     SQLHSTMT stmt = SQL_NULL_HSTMT;
     if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_STMT, engine.connection(), &stmt)))
       throw RuntimeError(kStatementFailed,
@@ -635,14 +641,25 @@ void createAccessDatabase(const std::string& path) {
 
 // ---- Flavours and drivers
 
+std::filesystem::path filePath(const std::string& path) {
+  return std::filesystem::path(std::u8string(path.begin(), path.end()));
+}
+
+bool fileExists(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::exists(filePath(path), error);
+}
+
 Flavour flavourOf(const std::string& path) {
-  std::filesystem::path p(path);
-  std::string ext = value::upper(p.extension().string());
+  size_t slash = path.find_last_of("/\\");
+  std::string file = slash == std::string::npos ? path : path.substr(slash + 1);
+  size_t dot = file.rfind('.');
+  std::string ext = dot == std::string::npos ? "" : value::upper(file.substr(dot));
   if (ext != ".MDB" && ext != ".ACCDB") return Flavour::SQLite;
+  std::filesystem::path p = filePath(path);
   std::error_code error;
   if (!std::filesystem::exists(p, error))
-    return value::equalsIgnoreCase(p.filename().string(), "Temp.mdb") ? Flavour::SQLite
-                                                                      : Flavour::Access;
+    return value::equalsIgnoreCase(file, "Temp.mdb") ? Flavour::SQLite : Flavour::Access;
   if (std::filesystem::file_size(p, error) == 0 && !error) return Flavour::SQLite;
   char header[16] = {};
   std::ifstream in(p, std::ios::binary);
@@ -719,7 +736,7 @@ OdbcEngine::OdbcEngine(const std::string& path, bool create)
 
 OdbcEngine::OdbcEngine(const std::string& path, bool create, Flavour flavour)
     : impl_(std::make_unique<Impl>()), path_(path), flavour_(flavour) {
-  const bool exists = std::filesystem::exists(path);
+  const bool exists = fileExists(path);
   if (!create && !exists)
     throw RuntimeError(kCannotOpenDatabase,
                        "Cannot open database '" + path + "': there is no such file");
@@ -757,7 +774,10 @@ OdbcEngine::OdbcEngine(const std::string& path, bool create, Flavour flavour)
                                    nullptr, 0, nullptr, SQL_DRIVER_NOPROMPT);
   if (!SQL_SUCCEEDED(rc)) {
     Diagnostic d = diagnose(SQL_HANDLE_DBC, dbc);
-    if (create && flavour == Flavour::SQLite) std::filesystem::remove(path);
+    if (create && flavour == Flavour::SQLite) {
+      std::error_code ignored;
+      std::filesystem::remove(filePath(path), ignored);
+    }
     fail(kCannotOpenDatabase, "driver \"" + driver + "\": " + d.text);
   }
   if (flavour == Flavour::SQLite) {

@@ -18,6 +18,7 @@
 //     as one above the table's largest key and every key this connection promised, and a row
 //     the insert numbered is told by SELECT @@IDENTITY; no read snapshots, and another
 //     connection's change is assumed at every look (the in-process indexes are built anew).
+//     Names quoted "so" are given to Jet as [so].
 //     THE ACCESS FLAVOUR IS UNTESTED: no Access driver runs where this is built; nor does the
 //     shared layer's SQL (written for SQLite) all run on Jet.
 // Values are read as text and typed as SQLite does by the column's affinity (a declared text
@@ -40,6 +41,8 @@ enum class Flavour { SQLite, Access };
 // .mdb and .accdb files that exist and are not SQLite files (nor empty), and such names of
 // files not made yet other than "Temp.mdb", are Access databases; anything else is SQLite.
 Flavour flavourOf(const std::string& path);
+// Whether a file is there (the path in UTF-8, on Windows too).
+bool fileExists(const std::string& path);
 // The driver names: "Microsoft Access Driver (*.mdb, *.accdb)", and for SQLite
 // $DOSSYNC_ODBC_SQLITE_DRIVER or "SQLite3".
 std::string driverName(Flavour flavour);
