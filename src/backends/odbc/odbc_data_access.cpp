@@ -33,12 +33,12 @@ void OdbcCatalog::createFile(const std::string& path) {
 
 std::vector<std::string> OdbcCatalog::tableNames() {
   sql::Database& db = active();
-  if (!onAccess(db)) return SqliteCatalog::tableNames();
+  if (!onAccess(db)) return DatabaseCatalog::tableNames();
   return static_cast<OdbcEngine&>(db.engine()).tableNames();
 }
 
 std::string OdbcCatalog::tableSql(const store::TableDef& table) {
-  if (!onAccess(active())) return SqliteCatalog::tableSql(table);
+  if (!onAccess(active())) return DatabaseCatalog::tableSql(table);
   return accessTableSql(table);
 }
 

@@ -4,6 +4,7 @@
 // The catalog makes a new file with the SQLite driver, except a .mdb/.accdb file other than
 // "Temp.mdb" (the temporary file every new synchronisation database is made as, then copied),
 // which the Access driver makes (untested: see odbc_engine.h).
+// Nothing here needs the SQLite library: only the ODBC driver manager.
 // Thread use: one thread per object.
 #pragma once
 
@@ -12,7 +13,8 @@
 #include <vector>
 
 #include "backends/odbc/odbc_engine.h"
-#include "backends/sqlite/sqlite_data_access.h"
+#include "backends/sql/data_access.h"
+#include "backends/sqlite/sql_catalog.h"
 
 namespace dossync::odbc {
 
@@ -21,13 +23,13 @@ class OdbcDataAccess : public sql::DataAccess {
   OdbcDataAccess();
 };
 
-class OdbcConnection : public sqlite::SqliteConnection {
+class OdbcConnection : public sqlite::DatabaseConnection {
  public:
   // RuntimeError kCannotOpenDatabase naming the file when there is none or it cannot be opened.
   void open(const std::string& connectionString) override;
 };
 
-class OdbcCatalog : public sqlite::SqliteCatalog {
+class OdbcCatalog : public sqlite::DatabaseCatalog {
  public:
   std::vector<std::string> tableNames() override;
 
