@@ -1,5 +1,6 @@
-// One suite for every engine of the data access object: each test runs on a SQLite file and
-// on a database of a PostgreSQL server of the test's own.
+// One suite for every engine of the data access object: each test runs on a SQLite file, on a
+// database of a PostgreSQL server of the test's own, and on a SQLite file through the SQLite ODBC
+// driver.
 #include "backends/sql/data_access.h"
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include <functional>
 
 #include "backends/databases.h"
+#include "backends/odbc/odbc_data_access.h"
 #include "backends/postgres/pg_engine.h"
 #include "backends/sql/dialect.h"
 #include "backends/sqlite/sqlite_data_access.h"
@@ -23,7 +25,11 @@ namespace {
 using hostdb::kLockOptimistic;
 using hostdb::kLockReadOnly;
 
-enum class Engine { SQLite, PostgreSQL };
+enum class Engine { SQLite, PostgreSQL, ODBC };
+
+std::string engineName(const ::testing::TestParamInfo<Engine>& info) {
+  return info.param == Engine::SQLite ? "sqlite" : info.param == Engine::ODBC ? "odbc" : "postgres";
+}
 
 class DataAccessTest : public ::testing::TestWithParam<Engine> {
  protected:
@@ -31,6 +37,10 @@ class DataAccessTest : public ::testing::TestWithParam<Engine> {
 
   void SetUp() override {
     if (GetParam() == Engine::SQLite) {
+      path = testing::makeHostDatabase(dir);
+    } else if (GetParam() == Engine::ODBC) {
+      if (!odbc::driverInstalled(odbc::driverName(odbc::Flavour::SQLite)))
+        GTEST_SKIP() << "The SQLite ODBC driver is not installed (scripts/deps.sh --test)";
       path = testing::makeHostDatabase(dir);
     } else {
       if (access("/usr/lib/postgresql/15/bin/postgres", X_OK) != 0)
@@ -51,6 +61,11 @@ class DataAccessTest : public ::testing::TestWithParam<Engine> {
     ASSERT_TRUE(db.openDatabase(2)) << db.lastError();
   }
   bool postgres() const { return GetParam() == Engine::PostgreSQL; }
+  // A data access object of the engine under test.
+  std::unique_ptr<DataAccess> makeDataAccess() const {
+    if (GetParam() == Engine::ODBC) return std::make_unique<odbc::OdbcDataAccess>();
+    return std::make_unique<databases::RoutedDataAccess>();
+  }
 
   // Another program's statements, on a connection of their own, one statement after another
   // (CREATE TABLE in SQLite's words, as the host's schema is written).
@@ -119,14 +134,13 @@ class DataAccessTest : public ::testing::TestWithParam<Engine> {
   static inline int databases = 0;
   testing::TempDir dir;
   std::string path;
-  databases::RoutedDataAccess db;
+  std::unique_ptr<DataAccess> owned = makeDataAccess();
+  DataAccess& db = *owned;
 };
 
 INSTANTIATE_TEST_SUITE_P(Engines, DataAccessTest,
-                         ::testing::Values(Engine::SQLite, Engine::PostgreSQL),
-                         [](const auto& info) {
-                           return info.param == Engine::SQLite ? "sqlite" : "postgres";
-                         });
+                         ::testing::Values(Engine::SQLite, Engine::PostgreSQL, Engine::ODBC),
+                         engineName);
 
 TEST(SqliteDataAccessTest, OpeningReportsWhatIsWrongWithTheFile) {
   testing::TempDir dir;
@@ -141,8 +155,9 @@ TEST(SqliteDataAccessTest, OpeningReportsWhatIsWrongWithTheFile) {
   garbage.setDatabaseLocation(dir.file("text.db"));
   EXPECT_FALSE(garbage.openDatabase(2));
   EXPECT_NE(garbage.lastError().find("not a database"), std::string::npos);
-  EXPECT_EQ(testing::errorOf([&] { garbage.openRecordset("SELECT Companies.* FROM Companies;", 1, 1); }),
-            kObjectClosed);
+  EXPECT_EQ(
+      testing::errorOf([&] { garbage.openRecordset("SELECT Companies.* FROM Companies;", 1, 1); }),
+      kObjectClosed);
 }
 
 // A database that cannot be opened is reported naming it (a server's without the password).
@@ -160,12 +175,12 @@ TEST_P(DataAccessTest, OpeningFailuresNameTheDatabase) {
     cases = {{dir.file("none.db"), dir.file("none.db")}};
   }
   for (const auto& [location, shown] : cases) {
-    databases::RoutedDataAccess other;
-    other.setDatabaseLocation(location);
-    EXPECT_FALSE(other.openDatabase(2)) << location;
-    EXPECT_FALSE(other.isDatabaseOpen());
-    EXPECT_NE(other.lastError().find("'" + shown + "'"), std::string::npos) << other.lastError();
-    EXPECT_EQ(other.lastError().find("s3cret"), std::string::npos) << other.lastError();
+    auto other = makeDataAccess();
+    other->setDatabaseLocation(location);
+    EXPECT_FALSE(other->openDatabase(2)) << location;
+    EXPECT_FALSE(other->isDatabaseOpen());
+    EXPECT_NE(other->lastError().find("'" + shown + "'"), std::string::npos) << other->lastError();
+    EXPECT_EQ(other->lastError().find("s3cret"), std::string::npos) << other->lastError();
   }
 }
 
@@ -451,10 +466,8 @@ class SnapshotTest : public DataAccessTest {
 };
 
 INSTANTIATE_TEST_SUITE_P(Engines, SnapshotTest,
-                         ::testing::Values(Engine::SQLite, Engine::PostgreSQL),
-                         [](const auto& info) {
-                           return info.param == Engine::SQLite ? "sqlite" : "postgres";
-                         });
+                         ::testing::Values(Engine::SQLite, Engine::PostgreSQL, Engine::ODBC),
+                         engineName);
 
 // Reads share a snapshot while a procedure runs; what another program wrote shows once the
 // outermost procedure has returned (or, outside procedures, once no recordset is open), and this
@@ -644,7 +657,8 @@ TEST_P(DataAccessTest, NewRowsKnowTheirKeyBeforeTheyAreSaved) {
 // again, whether it asks for a key ahead too, inside a read snapshot of its own, or lets the
 // insert number the row.
 TEST_P(DataAccessTest, KeysHandedOutAheadAreTakenForOtherConnectionsToo) {
-  databases::RoutedDataAccess other;
+  auto owner = makeDataAccess();
+  DataAccess& other = *owner;
   other.setDatabaseLocation(path);
   ASSERT_TRUE(other.openDatabase(2));
   int32_t theirs =

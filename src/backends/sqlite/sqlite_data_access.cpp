@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "backends/sqlite/sqlite_engine.h"
 #include "core/apartment.h"
 #include "core/platform.h"
 
@@ -15,88 +16,16 @@ SqliteDataAccess::SqliteDataAccess()
 // ---- Connection and catalog
 
 void SqliteConnection::open(const std::string& connectionString) {
-  db_.reset();
+  close();
   std::string path = store::dataSourceOf(connectionString);
   if (!std::filesystem::exists(path))
     throw RuntimeError(kCannotOpenDatabase, "Could not find file '" + path + "'");
-  db_ = openSqlite(path);
+  adopt(openSqlite(path));
 }
 
-void SqliteCatalog::create(const std::string& connectionString) {
-  std::string path = store::dataSourceOf(connectionString);
-  if (path.empty())
-    throw RuntimeError(kCannotOpenDatabase, "No Data Source in the connection string");
-  if (std::filesystem::exists(path))
-    throw RuntimeError(kFileAlreadyExists, "Database '" + path + "' already exists");
+void SqliteCatalog::createFile(const std::string& path) {
   SqliteEngine db(path, true);
-  // Marks the file as ours and writes its header, so it is a database even before it has tables.
-  db.exec("PRAGMA application_id = 1146311507; PRAGMA journal_mode = WAL;");
-}
-
-void SqliteCatalog::setActiveConnection(std::shared_ptr<store::IConnection> connection) {
-  connection_ = std::dynamic_pointer_cast<SqliteConnection>(connection);
-}
-
-sql::Database& SqliteCatalog::active() {
-  if (!connection_ || !connection_->database())
-    throw RuntimeError(kObjectClosed,
-                       "Operation is not allowed when the object is closed: the "
-                       "catalog has no open connection");
-  return *connection_->database();
-}
-
-std::vector<std::string> SqliteCatalog::tableNames() {
-  sql::Database& db = active();
-  sql::Statement st(
-      db,
-      "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite_%' "
-      "ORDER BY name;");
-  std::vector<std::string> names;
-  while (st.step()) names.push_back(st.column(0).s);
-  return names;
-}
-
-std::string createTableSql(const store::TableDef& table, bool quoted) {
-  auto name = [&](const std::string& n) { return quoted ? sql::quoteIdentifier(n) : n; };
-  std::string sql = "CREATE TABLE " + name(table.name) + " (";
-  bool first = true;
-  for (const store::ColumnDef& c : table.columns) {
-    if (!first) sql += ", ";
-    first = false;
-    sql += name(c.name) + " ";
-    if (c.property("AutoIncrement")) {
-      sql += "INTEGER PRIMARY KEY AUTOINCREMENT";
-      continue;
-    }
-    switch (c.type) {
-      case store::adInteger:
-        sql += "INTEGER";
-        break;
-      case store::adDate:
-        sql += "DATETIME";
-        break;
-      case store::adBoolean:
-        sql += "BOOLEAN";
-        break;
-      case store::adVarWChar:
-        sql += "VARCHAR(" + std::to_string(c.definedSize) + ")";
-        break;
-      default:
-        sql += "TEXT";
-        break;
-    }
-    if (!c.property("NullAble")) sql += " NOT NULL";
-  }
-  return sql + ");";
-}
-
-void SqliteCatalog::appendTable(const store::TableDef& table) {
-  sql::Database& db = active();
-  if (db.table(table.name))
-    throw RuntimeError(kTableExists,
-                       "Table '" + table.name + "' already exists in '" + db.path() + "'");
-  db.exec(tableSql(table));
-  db.forgetSchema();
+  markNewFile(db);
 }
 
 void registerSqliteClasses() {

@@ -8,10 +8,10 @@
 
 #include <memory>
 #include <string>
-#include <unordered_map>
 
 #include "backends/sql/database.h"
 #include "backends/sql/engine.h"
+#include "backends/sqlite/sqlite_schema.h"
 
 namespace dossync::sqlite {
 
@@ -30,7 +30,7 @@ class SqliteEngine : public sql::Engine {
   // kReserveAttempts tries.
   static constexpr int kBusyTimeoutMs = 20000;
   static constexpr int kBusyRetries = 3;
-  static constexpr int kReserveAttempts = 1000;
+  static constexpr int kReserveAttempts = KeyReserver::kAttempts;
 
   const std::string& name() const override { return path_; }
   bool readOnly() const override { return readOnly_; }
@@ -60,13 +60,7 @@ class SqliteEngine : public sql::Engine {
   sqlite3_stmt* begin_ = nullptr;
   sqlite3_stmt* commit_ = nullptr;
   sqlite3_stmt* version_ = nullptr;
-  std::unordered_map<std::string, int64_t> reserved_;
-  // The statements that read and take a table's next number, by table (kept: a new row asks
-  // each time).
-  struct KeySteps {
-    std::unique_ptr<sql::EngineStatement> read, update, insert;
-  };
-  std::unordered_map<std::string, KeySteps> keySteps_;
+  KeyReserver keys_;
 };
 
 // A connection to a SQLite file (create: a new one) for the shared layer.

@@ -1,0 +1,85 @@
+#include "backends/odbc/odbc_data_access.h"
+
+#include "core/platform.h"
+
+namespace dossync::odbc {
+
+namespace {
+
+bool onAccess(sql::Database& db) {
+  auto* engine = dynamic_cast<OdbcEngine*>(&db.engine());
+  return engine && engine->flavour() == Flavour::Access;
+}
+
+}  // namespace
+
+OdbcDataAccess::OdbcDataAccess()
+    : sql::DataAccess([](const std::string& path) -> std::unique_ptr<sql::Engine> {
+        return std::make_unique<OdbcEngine>(path, false);
+      }) {}
+
+void OdbcConnection::open(const std::string& connectionString) {
+  close();
+  std::string path = store::dataSourceOf(connectionString);
+  if (!fileExists(path))
+    throw RuntimeError(kCannotOpenDatabase, "Could not find file '" + path + "'");
+  adopt(openOdbc(path));
+}
+
+void OdbcCatalog::createFile(const std::string& path) {
+  OdbcEngine db(path, true);  // the driver makes the file
+  if (db.flavour() == Flavour::SQLite) markNewFile(db);
+}
+
+std::vector<std::string> OdbcCatalog::tableNames() {
+  sql::Database& db = active();
+  if (!onAccess(db)) return DatabaseCatalog::tableNames();
+  return static_cast<OdbcEngine&>(db.engine()).tableNames();
+}
+
+std::string OdbcCatalog::tableSql(const store::TableDef& table) {
+  if (!onAccess(active())) return DatabaseCatalog::tableSql(table);
+  return accessTableSql(table);
+}
+
+std::string accessTableSql(const store::TableDef& table) {
+  std::string sql = "CREATE TABLE [" + table.name + "] (";
+  bool first = true;
+  for (const store::ColumnDef& c : table.columns) {
+    if (!first) sql += ", ";
+    first = false;
+    sql += "[" + c.name + "] ";
+    if (c.property("AutoIncrement")) {
+      sql += "COUNTER PRIMARY KEY";
+      continue;
+    }
+    switch (c.type) {
+      case store::adInteger:
+        sql += "INTEGER";
+        break;
+      case store::adDate:
+        sql += "DATETIME";
+        break;
+      case store::adBoolean:
+        sql += "BIT";
+        break;
+      case store::adVarWChar:
+        sql += "VARCHAR(" + std::to_string(c.definedSize) + ")";
+        break;
+      default:
+        sql += "LONGTEXT";
+        break;
+    }
+    if (!c.property("NullAble")) sql += " NOT NULL";
+  }
+  return sql + ");";
+}
+
+void registerDataAccess() {
+  platform::registerClass(platform::kDataAccess, [] { return std::make_shared<OdbcDataAccess>(); });
+  platform::registerClass(platform::kAdoConnection,
+                          [] { return std::make_shared<OdbcConnection>(); });
+  platform::registerClass(platform::kAdoxCatalog, [] { return std::make_shared<OdbcCatalog>(); });
+}
+
+}  // namespace dossync::odbc
