@@ -25,9 +25,12 @@ target_link_libraries(dossync_core PUBLIC user32)
 file(GLOB DOSSYNC_SQL_SOURCES CONFIGURE_DEPENDS src/backends/sql/*.cpp)
 add_library(dossync_sql STATIC ${DOSSYNC_SQL_SOURCES})
 target_link_libraries(dossync_sql PUBLIC dossync_core)
+# The connection and catalog of the synchronisation database in SQLite's words, without SQLite
+# itself (the driver brings it).
 file(GLOB DOSSYNC_ODBC_SOURCES CONFIGURE_DEPENDS src/backends/odbc/*.cpp)
-add_library(dossync_odbc STATIC ${DOSSYNC_ODBC_SOURCES})
-target_link_libraries(dossync_odbc PUBLIC dossync_sql odbc32)
+add_library(dossync_odbc STATIC ${DOSSYNC_ODBC_SOURCES} src/backends/sqlite/sqlite_schema.cpp
+  src/backends/sqlite/sql_catalog.cpp)
+target_link_libraries(dossync_odbc PUBLIC dossync_sql odbc32 odbccp32)
 
 # IDispatch helpers and Outlook by automation.
 file(GLOB DOSSYNC_OUTLOOK_COM_SOURCES CONFIGURE_DEPENDS

@@ -182,12 +182,32 @@ value::Date fromOleDate(double date) {
   return value::Date{st.wYear, st.wMonth, st.wDay, st.wHour, st.wMinute, st.wSecond};
 }
 
-bool Dispatch::has(const std::string& member) const {
-  if (!object_) return false;
+namespace {
+// IID_IDispatchEx, which mingw-w64's uuid library does not carry.
+constexpr IID kIidDispatchEx = {
+    0xa6ef9860, 0xc720, 0x11d0, {0x93, 0x37, 0x00, 0xa0, 0xc9, 0x0d, 0xca, 0xa9}};
+}  // namespace
+
+HRESULT Dispatch::lookUp(const std::string& member, DISPID* id) const {
   std::wstring name = widen(member);
   LPOLESTR names[] = {name.data()};
+  *id = DISPID_UNKNOWN;
+  HRESULT hr = object_->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, id);
+  if (hr != E_NOTIMPL) return hr;
+  // Script engines' own objects may answer names only through IDispatchEx.
+  ComPtr<IDispatchEx> ex;
+  if (FAILED(object_->QueryInterface(kIidDispatchEx, reinterpret_cast<void**>(ex.put()))))
+    return hr;
+  Bstr text(member);
+  hr = ex->GetDispID(text, fdexNameCaseInsensitive, id);
+  if (SUCCEEDED(hr)) ex_ = ex;
+  return hr;
+}
+
+bool Dispatch::has(const std::string& member) const {
+  if (!object_) return false;
   DISPID id = DISPID_UNKNOWN;
-  return SUCCEEDED(object_->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id));
+  return SUCCEEDED(lookUp(member, &id));
 }
 
 DISPID Dispatch::idOf(const std::string& member) const {
@@ -196,10 +216,8 @@ DISPID Dispatch::idOf(const std::string& member) const {
                        "Object variable not set: " + label_ + " (calling " + member + ")");
   auto it = ids_.find(member);
   if (it != ids_.end()) return it->second;
-  std::wstring name = widen(member);
-  LPOLESTR names[] = {name.data()};
   DISPID id = DISPID_UNKNOWN;
-  HRESULT hr = object_->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id);
+  HRESULT hr = lookUp(member, &id);
   if (FAILED(hr)) throwHresult(hr, label_ + " has no member " + member);
   ids_[member] = id;
   return id;

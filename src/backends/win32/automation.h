@@ -12,6 +12,7 @@
 #pragma once
 
 #include <windows.h>
+#include <dispex.h>
 #include <oaidl.h>
 #include <oleauto.h>
 
@@ -129,7 +130,8 @@ class Variant {
 double toOleDate(const value::Date& date);
 value::Date fromOleDate(double date);
 
-// Late-bound calls on an object by member name. The label names the object in errors.
+// Late-bound calls on an object by member name. The label names the object in errors. Objects
+// that answer names only through IDispatchEx (Wine's VBScript classes) are called through it.
 class Dispatch {
  public:
   Dispatch() = default;
@@ -146,8 +148,10 @@ class Dispatch {
 
  private:
   DISPID idOf(const std::string& member) const;
+  HRESULT lookUp(const std::string& member, DISPID* id) const;
   Variant invoke(const std::string& member, WORD flags, const std::vector<Variant>& args) const;
   ComPtr<IDispatch> object_;
+  mutable ComPtr<IDispatchEx> ex_;  // set once a name was found only through it
   std::string label_;
   mutable std::map<std::string, DISPID> ids_;
 };
