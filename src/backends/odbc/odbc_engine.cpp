@@ -672,7 +672,14 @@ Flavour flavourOf(const std::string& path) {
 std::string driverName(Flavour flavour) {
   if (flavour == Flavour::Access) return "Microsoft Access Driver (*.mdb, *.accdb)";
   const char* name = std::getenv("DOSSYNC_ODBC_SQLITE_DRIVER");
-  return name && *name ? name : "SQLite3";
+  if (name && *name) return name;
+#ifdef _WIN32
+  // The SQLite ODBC driver's installer for Windows names it so; under Wine, the drivers are the
+  // host's unixODBC ones, where Debian names it "SQLite3".
+  static const bool windowsName = driverInstalled("SQLite3 ODBC Driver");
+  if (windowsName) return "SQLite3 ODBC Driver";
+#endif
+  return "SQLite3";
 }
 
 bool driverInstalled(const std::string& name) {

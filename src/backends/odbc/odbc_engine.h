@@ -3,8 +3,8 @@
 // that the same code builds against unixODBC and against Windows' odbc32.
 //
 // Two flavours, chosen by the file:
-//   SQLite: the SQLite ODBC driver ("SQLite3"; the environment variable
-//     DOSSYNC_ODBC_SQLITE_DRIVER names another). It behaves as the native SQLite engine does:
+//   SQLite: the SQLite ODBC driver ("SQLite3", or on Windows "SQLite3 ODBC Driver" where it is
+//     installed by that name; the environment variable DOSSYNC_ODBC_SQLITE_DRIVER names another). It behaves as the native SQLite engine does:
 //     the same table descriptions and key reservation (sqlite/sqlite_schema.h), read snapshots
 //     in WAL mode, PRAGMA data_version for other connections' changes, rows named by rowid, a
 //     20 s wait for another connection's lock (SQLite's busy timeout: the driver's own wait is
@@ -19,8 +19,8 @@
 //     the insert numbered is told by SELECT @@IDENTITY; no read snapshots, and another
 //     connection's change is assumed at every look (the in-process indexes are built anew).
 //     Names quoted "so" are given to Jet as [so].
-//     THE ACCESS FLAVOUR IS UNTESTED: no Access driver runs where this is built; nor does the
-//     shared layer's SQL (written for SQLite) all run on Jet.
+//     The Access flavour is untested: no Access driver runs where this is built, and not all of
+//     the shared layer's SQL (written for SQLite: coalesce, "IS NOT ?1", ||) runs on Jet.
 // Values are read as text and typed as SQLite does by the column's affinity (a declared text
 // column reads text; any other column reads an integer or a real when its text is one); a
 // real reads with the 15 digits the driver prints.
@@ -44,7 +44,7 @@ Flavour flavourOf(const std::string& path);
 // Whether a file is there (the path in UTF-8, on Windows too).
 bool fileExists(const std::string& path);
 // The driver names: "Microsoft Access Driver (*.mdb, *.accdb)", and for SQLite
-// $DOSSYNC_ODBC_SQLITE_DRIVER or "SQLite3".
+// $DOSSYNC_ODBC_SQLITE_DRIVER, "SQLite3 ODBC Driver" (Windows, where installed) or "SQLite3".
 std::string driverName(Flavour flavour);
 // Whether the ODBC driver manager knows a driver of that name (SQLDrivers).
 bool driverInstalled(const std::string& name);
