@@ -46,6 +46,14 @@ add_library(dossync_vdir STATIC ${DOSSYNC_VDIR_SOURCES}
   src/backends/vdir/windows/mime_plain.cpp src/backends/vdir/windows/unavailable.cpp)
 target_link_libraries(dossync_vdir PUBLIC dossync_core shell32 shlwapi)
 
+# The wizard's form (no toolkit) and its Win32 view.
+file(GLOB DOSSYNC_WIZARD_SOURCES CONFIGURE_DEPENDS src/wizard/*.cpp)
+add_library(dossync_wizard STATIC ${DOSSYNC_WIZARD_SOURCES})
+target_link_libraries(dossync_wizard PUBLIC dossync_core)
+if(EXISTS ${CMAKE_SOURCE_DIR}/src/wizard_win32/windows.cmake)
+  include(${CMAKE_SOURCE_DIR}/src/wizard_win32/windows.cmake)
+endif()
+
 include(${CMAKE_SOURCE_DIR}/src/com_server/windows.cmake)
 include(${CMAKE_SOURCE_DIR}/tests/windows/outlook_standin/windows.cmake)
 include(${CMAKE_SOURCE_DIR}/tests/windows/windows.cmake)
