@@ -7,6 +7,10 @@
 #                  folder, which dossync on Linux then reads back
 #   send mail      a VBScript host composes a draft through clsOutlookSendMail and the stand-in
 #   com clients    C++ clients bound early, bound late, and sinking ExitProgram
+#   wizard         the wizard seen from the VBScript host, and driven through its windows by a
+#                  C++ client, which photographs every step (DOSSYNC_UPDATE_SCREENSHOTS=1 copies
+#                  the pictures to docs/wizard/) and completes a synchronisation
+# Wine's windows go to a virtual X display of the run's own (Xvfb).
 # Usage: tests/windows/run.sh BUILD_DIR   (build-windows/x86_64). Exits 1 when a test failed.
 set -uo pipefail
 build=$(cd "${1:?usage: run.sh BUILD_DIR}" && pwd)
@@ -16,8 +20,10 @@ wine=/usr/lib/wine/wine64
 work=$(mktemp -d /tmp/dossync-windows.XXXXXX)
 export WINEPREFIX=$work/prefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
 export DOSSYNC_STANDIN_STORE
+xvfb=
 cleanup() {
   "$wine"server -k 2>/dev/null || /usr/lib/wine/wineserver -k 2>/dev/null
+  [[ -n "$xvfb" ]] && kill "$xvfb" 2>/dev/null
   rm -rf "$work"
 }
 trap cleanup EXIT
@@ -49,6 +55,15 @@ dossync=$root/build/dossync
 if [[ ! -x $dossync ]]; then
   BUILD_DIR=$root/build TARGETS=dossync "$root/scripts/build.sh" || exit 1
 fi
+
+for n in $(seq 90 120); do
+  [[ -e /tmp/.X$n-lock || -e /tmp/.X11-unix/X$n ]] && continue
+  Xvfb ":$n" -screen 0 1280x1024x24 -nolisten tcp >/dev/null 2>&1 &
+  xvfb=$!
+  export DISPLAY=":$n"
+  break
+done
+for _ in $(seq 50); do [[ -e /tmp/.X11-unix/X${DISPLAY#:} ]] && break; sleep 0.1; done
 
 "$wine" wineboot -i >/dev/null 2>&1
 dll=$build/kvoutlookdx.dll
@@ -82,7 +97,14 @@ companies=12
 printf 'This file is not a database.\n' >"$work/notadb.db"
 printf 'Please sign.\n' >"$work/papers.txt"
 DOSSYNC_STANDIN_STORE=$(winpath "$store")
+"$wine" "$build/wizard_client.exe" watch >"$work/watch.txt" 2>&1 &
+watcher=$!
 script component component_test.vbs "$(winpath "$work")" $companies
+wait $watcher
+watched=$(tr -d '\r' <"$work/watch.txt")
+echo "$watched" | sed 's/^/    /'
+[[ "$(echo "$watched" | tail -n 1)" == "OK wizard watch" ]] && pass "wizard from VBScript" ||
+  fail "wizard from VBScript"
 listed=$("$dossync" contacts list --outlook "vdir:$store" --json 2>/dev/null | grep -c '"EntryID"' || true)
 if [[ "$listed" -ge $companies ]]; then
   pass "store read back on Linux ($listed contacts)"
@@ -106,6 +128,26 @@ fi
 out=$(wrun "$build/com_clients.exe" "$(winpath "$work/host.db")")
 echo "$out" | sed 's/^/    /'
 [[ "$(echo "$out" | tail -n 1)" == "OK com clients" ]] && pass "com clients" || fail "com clients"
+
+# ---- The wizard driven through its windows: a tour photographed, then a synchronisation.
+before=$("$dossync" contacts list --outlook "vdir:$store" --json 2>/dev/null | grep -c '"EntryID"' || true)
+"$dossync" demo-data "$work/wizard.db" --companies $companies --seed 11 >/dev/null
+out=$(wrun "$build/wizard_client.exe" drive "$(winpath "$work/wizard.db")" \
+  "$(winpath "$work/wizard-sync.db")" "$(winpath "$work/shots")")
+echo "$out" | sed 's/^/    /'
+[[ "$(echo "$out" | tail -n 1)" == "OK wizard drive" ]] && pass "wizard driven" || fail "wizard driven"
+scheme=$(sqlite3 "$work/wizard-sync.db" "SELECT SchemeName FROM OutlookScheme;" 2>&1)
+after=$("$dossync" contacts list --outlook "vdir:$store" --json 2>/dev/null | grep -c '"EntryID"' || true)
+if [[ "$scheme" == "Month-end clients" && "$after" -gt "$before" ]]; then
+  pass "the wizard's synchronisation (scheme saved, $((after - before)) contacts more)"
+else
+  fail "the wizard's synchronisation: scheme [$scheme], contacts $before then $after"
+fi
+shots=$(ls "$work"/shots/windows-*.png 2>/dev/null | wc -l)
+[[ "$shots" -eq 6 ]] && pass "wizard screenshots" || fail "wizard screenshots: $shots of 6"
+if [[ "${DOSSYNC_UPDATE_SCREENSHOTS:-}" == 1 ]]; then
+  cp "$work"/shots/windows-*.png "$root/docs/wizard/"
+fi
 
 # ---- Unregistration.
 wrun regsvr32 /s /u "$(winpath "$build/outlook_standin.dll")" >/dev/null

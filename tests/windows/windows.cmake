@@ -4,3 +4,8 @@ add_executable(com_clients ${CMAKE_SOURCE_DIR}/tests/windows/com_clients.cpp)
 target_link_libraries(com_clients PRIVATE kvoutlookdx_guids dossync_outlook_com dossync_core
                       ole32 oleaut32 uuid)
 target_link_options(com_clients PRIVATE -municode)
+# Drives the wizard through its windows (and photographs it).
+add_executable(wizard_client ${CMAKE_SOURCE_DIR}/tests/windows/wizard_client.cpp)
+target_link_libraries(wizard_client PRIVATE dossync_outlook_com dossync_core windowscodecs
+                      comctl32 ole32 oleaut32 uuid)
+target_link_options(wizard_client PRIVATE -municode)

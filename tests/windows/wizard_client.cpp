@@ -1,0 +1,456 @@
+// The wizard of kvoutlookdx.dll under Wine, driven as a user would: through its windows.
+//
+//   wizard_client.exe drive HOST_DB SYNC_DB SHOT_DIR
+//       creates clsOutlookSynchronization with host services of its own (an error service, a
+//       message box service and a progress dialog that runs the work when shown), opens the
+//       wizard on the demo practice and, from a timer in the wizard's own message loop, clicks
+//       its buttons, ticks tree nodes with the Space key and types into its text boxes by
+//       window messages: first a tour of every step, photographed into SHOT_DIR as
+//       windows-*.png, which ends with Cancel; then a second wizard that ticks a category,
+//       names the scheme "Month-end clients" and finishes, which synchronises into Outlook.
+//   wizard_client.exe watch
+//       waits for the wizard of another process (a VBScript host's), checks its caption and
+//       its navigation buttons, and cancels it.
+// Controls are found by the window property "dossync.name" (a global atom of the control's
+// name) that the wizard's windows carry. Prints "OK wizard drive" / "OK wizard watch" when
+// every check held; exits 1 otherwise.
+#include <windows.h>
+
+#include <commctrl.h>
+#include <wincodec.h>
+
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "backends/win32/automation.h"
+
+using dossync::win32::Dispatch;
+using dossync::win32::Variant;
+
+namespace {
+
+int failures = 0;
+
+void check(bool condition, const std::string& what) {
+  if (condition) return;
+  ++failures;
+  std::printf("FAIL %s\n", what.c_str());
+  std::fflush(stdout);
+}
+
+// ---- Finding the wizard and its controls.
+
+HWND findWizard() {
+  return ::FindWindowW(L"dossyncWizard", nullptr);
+}
+
+std::wstring nameOf(HWND h) {
+  auto atom = static_cast<ATOM>(reinterpret_cast<UINT_PTR>(::GetPropW(h, L"dossync.name")));
+  if (!atom) return {};
+  wchar_t text[256];
+  UINT n = ::GlobalGetAtomNameW(atom, text, 256);
+  return std::wstring(text, n);
+}
+
+HWND control(HWND wizard, const std::wstring& name) {
+  struct Search {
+    std::wstring name;
+    HWND found = nullptr;
+  } search{name};
+  ::EnumChildWindows(
+      wizard,
+      [](HWND h, LPARAM p) -> BOOL {
+        auto* s = reinterpret_cast<Search*>(p);
+        if (nameOf(h) != s->name) return TRUE;
+        s->found = h;
+        return FALSE;
+      },
+      reinterpret_cast<LPARAM>(&search));
+  return search.found;
+}
+
+bool usable(HWND h) {
+  return h && ::IsWindowVisible(h) && ::IsWindowEnabled(h);
+}
+
+bool click(HWND wizard, const std::wstring& name) {
+  HWND h = control(wizard, name);
+  if (!usable(h)) {
+    check(false, "cannot click " + dossync::win32::narrow(name));
+    return false;
+  }
+  ::SendMessageW(h, BM_CLICK, 0, 0);
+  return true;
+}
+
+void type(HWND wizard, const std::wstring& name, const std::wstring& text) {
+  HWND h = control(wizard, name);
+  if (!usable(h)) return check(false, "cannot type into " + dossync::win32::narrow(name));
+  ::SetFocus(h);
+  for (wchar_t c : text) ::SendMessageW(h, WM_CHAR, c, 0);
+}
+
+// The tree's items in display order (expanded or not), with their depth.
+struct TreeItem {
+  HTREEITEM item;
+  int depth;
+  std::wstring text;
+  bool hasChildren;
+};
+std::vector<TreeItem> treeItems(HWND tree) {
+  std::vector<TreeItem> out;
+  std::function<void(HTREEITEM, int)> walk = [&](HTREEITEM first, int depth) {
+    for (HTREEITEM i = first; i; i = TreeView_GetNextSibling(tree, i)) {
+      wchar_t text[256] = {};
+      TVITEMW item{};
+      item.mask = TVIF_TEXT | TVIF_CHILDREN;
+      item.hItem = i;
+      item.pszText = text;
+      item.cchTextMax = 256;
+      TreeView_GetItem(tree, &item);
+      HTREEITEM child = TreeView_GetChild(tree, i);
+      out.push_back({i, depth, text, child != nullptr});
+      if (child) walk(child, depth + 1);
+    }
+  };
+  walk(TreeView_GetRoot(tree), 0);
+  return out;
+}
+
+bool isChecked(HWND tree, HTREEITEM item) {
+  return ((TreeView_GetItemState(tree, item, TVIS_STATEIMAGEMASK) >> 12) & 0xF) == 2;
+}
+
+// Ticks an item as a user does with the keyboard: selects it and presses Space.
+void tick(HWND tree, HTREEITEM item) {
+  TreeView_SelectItem(tree, item);
+  ::SetFocus(tree);
+  ::SendMessageW(tree, WM_KEYDOWN, VK_SPACE, 0);
+  ::SendMessageW(tree, WM_CHAR, L' ', 0);
+  ::SendMessageW(tree, WM_KEYUP, VK_SPACE, 0);
+}
+
+// The first top-level item (a category) whose children have children of their own
+// (companies with contacts), or any top-level item with children.
+HTREEITEM categoryWithCompanies(HWND tree) {
+  auto items = treeItems(tree);
+  HTREEITEM any = nullptr;
+  for (size_t i = 0; i < items.size(); ++i) {
+    if (items[i].depth != 0 || !items[i].hasChildren) continue;
+    if (!any) any = items[i].item;
+    if (i + 1 < items.size() && items[i + 1].hasChildren) return items[i].item;
+  }
+  return any;
+}
+
+// ---- Screenshots: the window's client area as a PNG, through WIC.
+
+bool savePng(HWND window, const std::wstring& path) {
+  RECT r{};
+  ::GetClientRect(window, &r);
+  HDC source = ::GetDC(window);
+  HDC memory = ::CreateCompatibleDC(source);
+  HBITMAP bitmap = ::CreateCompatibleBitmap(source, r.right, r.bottom);
+  HGDIOBJ old = ::SelectObject(memory, bitmap);
+  ::BitBlt(memory, 0, 0, r.right, r.bottom, source, 0, 0, SRCCOPY);
+  ::SelectObject(memory, old);
+  ::DeleteDC(memory);
+  ::ReleaseDC(window, source);
+
+  using dossync::win32::ComPtr;
+  bool ok = false;
+  ComPtr<IWICImagingFactory> factory;
+  ComPtr<IWICBitmap> picture;
+  ComPtr<IWICStream> stream;
+  ComPtr<IWICBitmapEncoder> encoder;
+  ComPtr<IWICBitmapFrameEncode> frame;
+  if (SUCCEEDED(::CoCreateInstance(CLSID_WICImagingFactory, nullptr, CLSCTX_INPROC_SERVER,
+                                   IID_IWICImagingFactory,
+                                   reinterpret_cast<void**>(factory.put()))) &&
+      SUCCEEDED(
+          factory->CreateBitmapFromHBITMAP(bitmap, nullptr, WICBitmapIgnoreAlpha, picture.put())) &&
+      SUCCEEDED(factory->CreateStream(stream.put())) &&
+      SUCCEEDED(stream->InitializeFromFilename(path.c_str(), GENERIC_WRITE)) &&
+      SUCCEEDED(factory->CreateEncoder(GUID_ContainerFormatPng, nullptr, encoder.put())) &&
+      SUCCEEDED(encoder->Initialize(stream.get(), WICBitmapEncoderNoCache)) &&
+      SUCCEEDED(encoder->CreateNewFrame(frame.put(), nullptr)) &&
+      SUCCEEDED(frame->Initialize(nullptr)) &&
+      SUCCEEDED(frame->WriteSource(picture.get(), nullptr)) && SUCCEEDED(frame->Commit()) &&
+      SUCCEEDED(encoder->Commit()))
+    ok = true;
+  ::DeleteObject(bitmap);
+  check(ok, "screenshot " + dossync::win32::narrow(path));
+  return ok;
+}
+
+// ---- The host's services.
+
+class ErrorService final : public dossync::win32::DispatchServer {
+ public:
+  ErrorService() {
+    addMember(L"EnterProcedure", 1);
+    addMember(L"LeaveProcedure", 2);
+    addMember(L"RecordError", 3);
+    addMember(L"ReportError", 4);
+    addMember(L"ChooseAction", 5);
+  }
+  std::string log;
+
+ protected:
+  HRESULT invokeMember(DISPID id, WORD, DISPPARAMS* params, VARIANT* result) override {
+    if (id == 3)
+      log += argument(params, 0).toString() + " " + argument(params, 1).toString() + "\n";
+    if (id == 5) Variant(int32_t{2}).copyTo(result);  // leave the procedure
+    return S_OK;
+  }
+};
+
+// A progress dialog that keeps what it is told and runs the work once it is shown.
+class ProgressDialog final : public dossync::win32::DispatchServer {
+ public:
+  ProgressDialog() {
+    const wchar_t* properties[] = {L"Message",     L"Style",   L"Owner",  L"Minimum",
+                                   L"Maximum",     L"ShowBar", L"Value",  L"SecondaryValue",
+                                   L"AllowCancel", L"Number",  L"Status", L"StartHandler"};
+    DISPID id = 1;
+    for (const wchar_t* p : properties) addMember(p, id++);
+    addMember(L"Show", kShow);
+    addMember(L"Close", kClose);
+  }
+  static constexpr DISPID kValue = 7, kStartHandler = 12, kShow = 100, kClose = 101;
+  std::vector<Variant> values = std::vector<Variant>(13);
+  bool shown = false, closed = false;
+
+ protected:
+  HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
+    if (id == kShow) {
+      shown = true;
+      auto handler = values[kStartHandler].toDispatch();
+      if (handler) Dispatch(handler.get(), "StartHandler").call("StartProgress");
+      return S_OK;
+    }
+    if (id == kClose) {
+      closed = true;
+      return S_OK;
+    }
+    if (id <= 0 || id >= static_cast<DISPID>(values.size())) return DISP_E_MEMBERNOTFOUND;
+    if (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF))
+      values[id] = assigned(params);
+    else
+      values[id].copyTo(result);
+    return S_OK;
+  }
+};
+
+class MessageBoxService final : public dossync::win32::DispatchServer {
+ public:
+  MessageBoxService() {
+    addMember(L"ShowMessage", 1);
+    addMember(L"CreateProgressDialog", 2);
+  }
+  ~MessageBoxService() override {
+    for (auto* d : dialogs) d->Release();
+  }
+  std::string log;
+  std::vector<ProgressDialog*> dialogs;
+
+ protected:
+  HRESULT invokeMember(DISPID id, WORD, DISPPARAMS* params, VARIANT* result) override {
+    if (id == 1) {
+      log += argument(params, 0).toString() + "\n";
+      Variant(int32_t{1}).copyTo(result);
+    } else if (id == 2) {
+      auto* d = new ProgressDialog();
+      dialogs.push_back(d);
+      d->AddRef();
+      Variant(static_cast<IDispatch*>(d)).copyTo(result);
+      d->Release();
+    }
+    return S_OK;
+  }
+};
+
+// ---- Scripts: one step per timer tick, inside the wizard's message loop.
+
+using Step = std::function<void(HWND)>;
+std::vector<Step> steps;
+size_t nextStep = 0;
+bool busy = false;
+
+void CALLBACK onTimer(HWND, UINT, UINT_PTR, DWORD) {
+  if (busy || nextStep >= steps.size()) return;
+  HWND wizard = findWizard();
+  if (!wizard || !::IsWindowVisible(wizard)) return;
+  busy = true;  // a step may run long work that pumps messages (and this timer) itself
+  steps[nextStep++](wizard);
+  busy = false;
+}
+
+std::wstring shotDir;
+void shoot(HWND wizard, const wchar_t* name) {
+  ::UpdateWindow(wizard);
+  ::RedrawWindow(wizard, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW | RDW_ALLCHILDREN);
+  savePng(wizard, shotDir + L"\\windows-" + name + L".png");
+}
+
+void tickCategory(HWND wizard, bool expand) {
+  HWND tree = control(wizard, L"tvwContacts");
+  HTREEITEM category = tree ? categoryWithCompanies(tree) : nullptr;
+  check(category != nullptr, "the tree holds a category with companies");
+  if (!category) return;
+  tick(tree, category);
+  check(isChecked(tree, category), "the ticked category shows its check mark");
+  if (expand) TreeView_Expand(tree, category, TVE_EXPAND);
+  TreeView_EnsureVisible(tree, category);
+}
+
+int drive(const std::wstring& hostDb, const std::wstring& syncDb) {
+  CLSID clsid{};
+  ::CLSIDFromProgID(L"kvoutlookdx.clsOutlookSynchronization", &clsid);
+  auto run = [&](bool finish) {
+    dossync::win32::ComPtr<IDispatch> object;
+    ::CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                       reinterpret_cast<void**>(object.put()));
+    check(static_cast<bool>(object), "CoCreateInstance");
+    if (!object) return;
+    Dispatch c(object.get(), "clsOutlookSynchronization");
+    auto* errors = new ErrorService();
+    auto* messages = new MessageBoxService();
+    c.putRef("errorClass", Variant(static_cast<IDispatch*>(errors)));
+    c.putRef("MsgboxClass", Variant(static_cast<IDispatch*>(messages)));
+    c.put("DataFileUniqueID", Variant(std::string("DEMO")));
+    c.put("MainDatabaseLocation", Variant(dossync::win32::narrow(hostDb)));
+    c.put("SyncDatabaseLocation", Variant(dossync::win32::narrow(syncDb)));
+    check(!c.get("FailedToInitializeFlag").toBool(), "the demo practice opens");
+    nextStep = 0;
+    UINT_PTR timer = ::SetTimer(nullptr, 0, 150, onTimer);
+    c.call("openSynchForm");
+    ::KillTimer(nullptr, timer);
+    check(nextStep == steps.size(), "every step ran (" + std::to_string(nextStep) + " of " +
+                                        std::to_string(steps.size()) + ")");
+    check(findWizard() == nullptr, "the wizard is gone after it closed");
+    check(errors->log.empty(), "no error: " + errors->log);
+    if (finish) {
+      check(messages->dialogs.size() == 1 && messages->dialogs[0]->shown &&
+                messages->dialogs[0]->closed,
+            "Finish ran the synchronisation under the host's progress dialog");
+      if (!messages->dialogs.empty())
+        check(messages->dialogs[0]->values[ProgressDialog::kValue].toInt32() > 0,
+              "the progress dialog advanced");
+    }
+    c.putRef("errorClass", Variant(static_cast<IDispatch*>(nullptr)));
+    c.putRef("MsgboxClass", Variant(static_cast<IDispatch*>(nullptr)));
+    errors->Release();
+    messages->Release();
+  };
+
+  // The tour: every step photographed, as the Linux view's screenshots are; then Cancel.
+  steps = {
+      [](HWND w) {
+        shoot(w, L"1-welcome");
+        click(w, L"cmdNav(3)");
+      },
+      [](HWND w) {
+        tickCategory(w, false);
+        shoot(w, L"2-select-from-dossiera");
+        click(w, L"cmdNav(3)");
+      },
+      [](HWND w) {
+        type(w, L"txtSaveName", L"Month-end clients");
+        shoot(w, L"3-finish");
+        click(w, L"cmdNav(2)");
+      },
+      [](HWND w) {
+        click(w, L"cmdNav(2)");
+        click(w, L"cmdAdvancedOptions");
+        click(w, L"optInfoType(3)");
+        type(w, L"txtContactsCategory", L"Business");
+        shoot(w, L"4-advanced-options");
+        click(w, L"cmdNav(2)");
+        click(w, L"cmdNav(3)");
+      },
+      [](HWND w) {
+        HWND tree = control(w, L"tvwContacts");
+        auto items = tree ? treeItems(tree) : std::vector<TreeItem>{};
+        for (const TreeItem& i : items) {
+          if (i.depth == 0 || !i.hasChildren) continue;
+          tick(tree, i.item);
+          TreeView_EnsureVisible(tree, i.item);
+          break;
+        }
+        shoot(w, L"2-select-contacts");
+        click(w, L"cmdNav(2)");
+        click(w, L"optSynchDirection(3)");
+        click(w, L"cmdNav(3)");
+      },
+      [](HWND w) {
+        tickCategory(w, true);
+        shoot(w, L"2-select-from-outlook");
+        click(w, L"cmdNav(1)");
+      },
+  };
+  run(false);
+
+  // A synchronisation through the wizard: a category ticked, the scheme named, Finish.
+  steps = {
+      [](HWND w) { click(w, L"cmdNav(3)"); },
+      [](HWND w) {
+        tickCategory(w, false);
+        click(w, L"cmdNav(3)");
+      },
+      [](HWND w) {
+        type(w, L"txtSaveName", L"Month-end clients");
+        check(usable(control(w, L"cmdNav(4)")), "Finish is enabled on the last step");
+        click(w, L"cmdNav(4)");
+      },
+  };
+  run(true);
+  return failures;
+}
+
+// Another process's wizard: seen, checked and cancelled.
+int watch() {
+  HWND wizard = nullptr;
+  for (int i = 0; i < 1800 && !wizard; ++i) {  // three minutes at most
+    wizard = findWizard();
+    if (!wizard || !::IsWindowVisible(wizard)) wizard = nullptr;
+    if (!wizard) ::Sleep(100);
+  }
+  check(wizard != nullptr, "a wizard window appeared");
+  if (!wizard) return failures;
+  wchar_t caption[256] = {};
+  ::GetWindowTextW(wizard, caption, 256);
+  check(std::wstring(caption).find(L"Outlook") != std::wstring::npos,
+        "the wizard's caption names Outlook: " + dossync::win32::narrow(caption));
+  for (int i = 1; i <= 4; ++i)
+    check(control(wizard, L"cmdNav(" + std::to_wstring(i) + L")") != nullptr,
+          "navigation button " + std::to_string(i));
+  HWND cancel = control(wizard, L"cmdNav(1)");
+  if (cancel) ::PostMessageW(cancel, BM_CLICK, 0, 0);
+  for (int i = 0; i < 300 && ::IsWindow(wizard); ++i) ::Sleep(100);
+  check(!::IsWindow(wizard), "Cancel closed the wizard");
+  return failures;
+}
+
+}  // namespace
+
+int wmain(int argc, wchar_t** argv) {
+  std::wstring mode = argc > 1 ? argv[1] : L"";
+  ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+  if (mode == L"drive" && argc == 5) {
+    shotDir = argv[4];
+    ::CreateDirectoryW(shotDir.c_str(), nullptr);
+    drive(argv[2], argv[3]);
+  } else if (mode == L"watch") {
+    watch();
+  } else {
+    std::printf("usage: wizard_client.exe drive HOST_DB SYNC_DB SHOT_DIR | watch\n");
+    return 64;
+  }
+  ::CoUninitialize();
+  std::string name = dossync::win32::narrow(mode);
+  std::printf(failures == 0 ? "OK wizard %s\n" : "FAILED wizard %s\n", name.c_str());
+  return failures == 0 ? 0 : 1;
+}
