@@ -5,7 +5,8 @@ target_link_libraries(com_clients PRIVATE kvoutlookdx_guids dossync_outlook_com 
                       ole32 oleaut32 uuid)
 target_link_options(com_clients PRIVATE -municode)
 # Drives the wizard through its windows (and photographs it).
-add_executable(wizard_client ${CMAKE_SOURCE_DIR}/tests/windows/wizard_client.cpp)
+add_executable(wizard_client ${CMAKE_SOURCE_DIR}/tests/windows/wizard_client.cpp
+  ${CMAKE_SOURCE_DIR}/tests/windows/wizard_client.rc)
 target_link_libraries(wizard_client PRIVATE dossync_outlook_com dossync_core windowscodecs
                       comctl32 ole32 oleaut32 uuid)
 target_link_options(wizard_client PRIVATE -municode)
