@@ -22,7 +22,8 @@ constexpr WORD kFirstId = 100;
 // Posted after a click or Space on a node's check box: wParam the node, lParam the new state.
 constexpr UINT kToggleMessage = WM_APP + 1;
 constexpr int kDropDownHeight = 200;  // the open list of the combo box, at 96 DPI
-constexpr DWORD kWindowStyle = WS_POPUP | WS_CAPTION | WS_SYSMENU | WS_CLIPCHILDREN;
+// No WS_CLIPCHILDREN: group boxes do not paint their inside, the window does.
+constexpr DWORD kWindowStyle = WS_POPUP | WS_CAPTION | WS_SYSMENU;
 constexpr DWORD kWindowExStyle = WS_EX_DLGMODALFRAME | WS_EX_CONTROLPARENT;
 
 std::wstring widen(const std::string& s) {
@@ -197,8 +198,13 @@ void WizardWindow::build() {
     DWORD ex = 0;
     switch (c.kind) {
       case ControlKind::Frame:
-        cls = WC_BUTTONW;
-        style |= BS_GROUPBOX | WS_GROUP;
+        if (c.container.empty()) {
+          // A step frame covers the whole page: a flat group, its caption without a box.
+          style |= SS_LEFT | SS_NOPREFIX | WS_GROUP;
+        } else {
+          cls = WC_BUTTONW;
+          style |= BS_GROUPBOX | WS_GROUP;
+        }
         break;
       case ControlKind::Label:
         style |= SS_NOPREFIX | (c.name == "lblProgress" ? SS_CENTER : SS_LEFT);

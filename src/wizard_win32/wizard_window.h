@@ -5,7 +5,8 @@
 // controls' state (caption, enabled, visible, position, text, value, range) into the child
 // windows. The tree view mirrors the form's tree through its observer interface.
 //
-// Child windows: frames are group boxes, labels static texts (word-wrapped), command buttons
+// Child windows: frames are group boxes (a step frame, which covers the page, only its caption
+// as a flat group), labels static texts (word-wrapped), command buttons
 // push buttons (Next the default one), option buttons radio buttons whose checked state is the
 // form's, text boxes edit controls (the password one masked), the scheme list a drop-down
 // list, the tree a tree view with check boxes and drawn icons, pictures owner-drawn statics.
