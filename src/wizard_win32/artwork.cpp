@@ -109,9 +109,7 @@ class Painter {
   void noBrush() { SelectObject(dc_, GetStockObject(NULL_BRUSH)); }
 
   // Without a pen GDI leaves out the right and bottom edges: one more unit closes them.
-  int extra() const {
-    return GetCurrentObject(dc_, OBJ_PEN) == GetStockObject(NULL_PEN) ? 1 : 0;
-  }
+  int extra() const { return GetCurrentObject(dc_, OBJ_PEN) == GetStockObject(NULL_PEN) ? 1 : 0; }
   void ellipse(double x, double y, double w, double h) {
     Ellipse(dc_, s(x), s(y), s(x + w) + extra(), s(y + h) + extra());
   }
@@ -151,9 +149,9 @@ class Painter {
   }
   void text(const std::wstring& t, double x, double y, double w, double h, double pixelSize,
             COLORREF c) {
-    HFONT font = CreateFontW(-s(pixelSize), 0, 0, 0, FW_BOLD, FALSE, FALSE, FALSE,
-                             DEFAULT_CHARSET, OUT_DEFAULT_PRECIS, CLIP_DEFAULT_PRECIS,
-                             ANTIALIASED_QUALITY, DEFAULT_PITCH | FF_SWISS, L"Segoe UI");
+    HFONT font = CreateFontW(-s(pixelSize), 0, 0, 0, FW_BOLD, FALSE, FALSE, FALSE, DEFAULT_CHARSET,
+                             OUT_DEFAULT_PRECIS, CLIP_DEFAULT_PRECIS, ANTIALIASED_QUALITY,
+                             DEFAULT_PITCH | FF_SWISS, L"Segoe UI");
     HGDIOBJ old = SelectObject(dc_, font);
     SetTextColor(dc_, colour(c));
     RECT r{s(x), s(y), s(x + w), s(y + h)};
@@ -198,8 +196,8 @@ void layer(Canvas& target, double f, COLORREF colour, double opacity,
     auto mix = [&](double from, double to) {
       return static_cast<uint32_t>(std::lround(from + (to - from) * a));
     };
-    dst[i] = (mix((d >> 16) & 0xff, cr) << 16) | (mix((d >> 8) & 0xff, cg) << 8) |
-             mix(d & 0xff, cb);
+    dst[i] =
+        (mix((d >> 16) & 0xff, cr) << 16) | (mix((d >> 8) & 0xff, cg) << 8) | mix(d & 0xff, cb);
   }
 }
 
@@ -218,7 +216,8 @@ void shrink(Canvas& src, Canvas& dst) {
           for (int c = 0; c < 4; ++c) sum[c] += (v >> (8 * c)) & 0xff;
         }
       uint32_t out = 0;
-      for (int c = 0; c < 4; ++c) out |= ((sum[c] + kSuper * kSuper / 2) / (kSuper * kSuper)) << (8 * c);
+      for (int c = 0; c < 4; ++c)
+        out |= ((sum[c] + kSuper * kSuper / 2) / (kSuper * kSuper)) << (8 * c);
       d[static_cast<size_t>(y) * dst.width() + x] = out;
     }
 }
@@ -346,7 +345,9 @@ HBITMAP stepPicture(int number, int width, int height) {
     for (int y = 0; y < big.height(); ++y)
       for (int x = 0; x < big.width(); ++x) {
         double t = std::clamp((x * gx + y * gy) / len2, 0.0, 1.0);
-        auto mix = [&](int a, int b) { return static_cast<uint32_t>(std::lround(a + (b - a) * t)); };
+        auto mix = [&](int a, int b) {
+          return static_cast<uint32_t>(std::lround(a + (b - a) * t));
+        };
         px[static_cast<size_t>(y) * big.width() + x] =
             (mix(GetRValue(kSky), GetRValue(kDeep)) << 16) |
             (mix(GetGValue(kSky), GetGValue(kDeep)) << 8) | mix(GetBValue(kSky), GetBValue(kDeep));

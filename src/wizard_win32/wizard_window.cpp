@@ -36,8 +36,8 @@ std::wstring widen(const std::string& s) {
 
 std::string narrow(const std::wstring& s) {
   if (s.empty()) return {};
-  int n = WideCharToMultiByte(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), nullptr, 0,
-                              nullptr, nullptr);
+  int n = WideCharToMultiByte(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), nullptr, 0, nullptr,
+                              nullptr);
   std::string out(static_cast<size_t>(n), '\0');
   WideCharToMultiByte(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), out.data(), n, nullptr,
                       nullptr);
@@ -74,7 +74,8 @@ using SystemParametersInfoForDpiFn = BOOL(WINAPI*)(UINT, UINT, PVOID, UINT, UINT
 class DpiAwarenessScope {
  public:
   DpiAwarenessScope() {
-    set_ = systemProc<SetThreadDpiAwarenessContextFn>(L"user32.dll", "SetThreadDpiAwarenessContext");
+    set_ =
+        systemProc<SetThreadDpiAwarenessContextFn>(L"user32.dll", "SetThreadDpiAwarenessContext");
     if (set_) old_ = set_(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2);
   }
   ~DpiAwarenessScope() {
@@ -106,7 +107,8 @@ LOGFONTW messageFont(UINT dpi) {
   ncm.cbSize = sizeof(ncm);
   static auto forDpi =
       systemProc<SystemParametersInfoForDpiFn>(L"user32.dll", "SystemParametersInfoForDpi");
-  if (forDpi && forDpi(SPI_GETNONCLIENTMETRICS, sizeof(ncm), &ncm, 0, dpi)) return ncm.lfMessageFont;
+  if (forDpi && forDpi(SPI_GETNONCLIENTMETRICS, sizeof(ncm), &ncm, 0, dpi))
+    return ncm.lfMessageFont;
   if (!SystemParametersInfoW(SPI_GETNONCLIENTMETRICS, sizeof(ncm), &ncm, 0)) {
     LOGFONTW lf{};
     lf.lfHeight = -MulDiv(9, static_cast<int>(dpi), 72);
@@ -124,9 +126,9 @@ LOGFONTW messageFont(UINT dpi) {
 
 HINSTANCE moduleHandle() {
   HMODULE m = nullptr;
-  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
-                         GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                     reinterpret_cast<LPCWSTR>(&moduleHandle), &m);
+  GetModuleHandleExW(
+      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+      reinterpret_cast<LPCWSTR>(&moduleHandle), &m);
   return m;
 }
 
@@ -250,9 +252,9 @@ void WizardWindow::build() {
         style |= SS_LEFT | WS_GROUP;
         break;
     }
-    HWND h = CreateWindowExW(ex, cls, L"", style, 0, 0, 0, 0, hwnd_,
-                             reinterpret_cast<HMENU>(static_cast<INT_PTR>(kFirstId + i)), inst,
-                             nullptr);
+    HWND h =
+        CreateWindowExW(ex, cls, L"", style, 0, 0, 0, 0, hwnd_,
+                        reinterpret_cast<HMENU>(static_cast<INT_PTR>(kFirstId + i)), inst, nullptr);
     if (!h) {
       destroyWindow();
       throw RuntimeError(kCannotCreateObject, "Cannot create the wizard's control " + c.fullName());
@@ -322,7 +324,9 @@ void WizardWindow::destroyWindow() {
 
 // ---- Geometry and fonts.
 
-int WizardWindow::scale(int v) const { return MulDiv(v, static_cast<int>(dpi_), 96); }
+int WizardWindow::scale(int v) const {
+  return MulDiv(v, static_cast<int>(dpi_), 96);
+}
 
 void WizardWindow::clientSize(int& w, int& h) const {
   RECT r{0, 0, scale(wizard::kFormWidth), scale(wizard::kFormHeight)};
@@ -513,13 +517,14 @@ void WizardWindow::buildImageList() {
   const auto& list = form_.tree().imageList() ? form_.tree().imageList() : form_.imageList1();
   std::vector<std::string> keys = list ? list->keys : std::vector<std::string>{};
   int size = scale(16);
-  if (images_ && keys == imageKeys_ && ImageList_GetImageCount(images_) == static_cast<int>(keys.size()) + 1) {
+  if (images_ && keys == imageKeys_ &&
+      ImageList_GetImageCount(images_) == static_cast<int>(keys.size()) + 1) {
     int cx = 0, cy = 0;
     ImageList_GetIconSize(images_, &cx, &cy);
     if (cx == size) return;
   }
-  HIMAGELIST list32 = ImageList_Create(size, size, ILC_COLOR32 | ILC_MASK,
-                                       static_cast<int>(keys.size()) + 1, 1);
+  HIMAGELIST list32 =
+      ImageList_Create(size, size, ILC_COLOR32 | ILC_MASK, static_cast<int>(keys.size()) + 1, 1);
   // One image per key, and a blank one last for nodes without an image.
   std::vector<std::string> all = keys;
   all.push_back("");
@@ -665,8 +670,10 @@ LRESULT WizardWindow::handle(UINT msg, WPARAM wp, LPARAM lp) {
       return TRUE;
     case WM_CLOSE:
       // The close box acts through the form; a window whose form is gone just goes.
-      if (form_.loaded()) forward([&] { form_.userClose(); });
-      else unload();
+      if (form_.loaded())
+        forward([&] { form_.userClose(); });
+      else
+        unload();
       return 0;
     case WM_DPICHANGED:
       onDpiChanged(HIWORD(wp), reinterpret_cast<const RECT*>(lp));
@@ -756,8 +763,7 @@ LRESULT WizardWindow::onNotify(NMHDR* hdr) {
       auto* change = reinterpret_cast<NMTREEVIEWW*>(hdr);
       if (change->action != TVC_BYMOUSE && change->action != TVC_BYKEYBOARD) break;
       auto index = static_cast<int32_t>(change->itemNew.lParam);
-      if (index >= 1 && index <= form_.tree().count())
-        forward([&] { form_.tree().select(index); });
+      if (index >= 1 && index <= form_.tree().count()) forward([&] { form_.tree().select(index); });
       break;
     }
     default:
@@ -779,7 +785,8 @@ void WizardWindow::onDrawItem(const DRAWITEMSTRUCT* di) {
   int w = r.right - r.left, h = r.bottom - r.top;
   HBITMAP& picture = pictures_[c.picture];
   BITMAP info{};
-  if (picture && (!GetObjectW(picture, sizeof(info), &info) || info.bmWidth != w || info.bmHeight != h)) {
+  if (picture &&
+      (!GetObjectW(picture, sizeof(info), &info) || info.bmWidth != w || info.bmHeight != h)) {
     DeleteObject(picture);
     picture = nullptr;
   }
@@ -825,8 +832,10 @@ void WizardWindow::showModal(const ObjectPtr& ownerWindow) {
   RECT over = area;
   if (owner && IsWindowVisible(owner) && !IsIconic(owner)) GetWindowRect(owner, &over);
   int w = win.right - win.left, h = win.bottom - win.top;
-  int x = std::clamp<int>((over.left + over.right - w) / 2, area.left, std::max(area.left, area.right - w));
-  int y = std::clamp<int>((over.top + over.bottom - h) / 2, area.top, std::max(area.top, area.bottom - h));
+  int x = std::clamp<int>((over.left + over.right - w) / 2, area.left,
+                          std::max(area.left, area.right - w));
+  int y = std::clamp<int>((over.top + over.bottom - h) / 2, area.top,
+                          std::max(area.top, area.bottom - h));
   SetWindowPos(hwnd_, nullptr, x, y, 0, 0, SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
 
   if (session) {
@@ -899,9 +908,9 @@ void WizardWindow::refresh() {
   // Paint and other non-input messages now; the user's input waits for the procedure.
   std::vector<MSG> later;
   MSG msg;
-  for (int i = 0; i < 1000 && PeekMessageW(&msg, nullptr, 0, 0,
-                                           PM_REMOVE | PM_QS_PAINT | PM_QS_SENDMESSAGE |
-                                               PM_QS_POSTMESSAGE);
+  for (int i = 0;
+       i < 1000 && PeekMessageW(&msg, nullptr, 0, 0,
+                                PM_REMOVE | PM_QS_PAINT | PM_QS_SENDMESSAGE | PM_QS_POSTMESSAGE);
        ++i) {
     if (msg.message == WM_QUIT) {
       PostQuitMessage(static_cast<int>(msg.wParam));
@@ -930,9 +939,8 @@ Win32Wizard::~Win32Wizard() {
 }
 
 void registerWin32Wizard(OwnerResolver ownerWindowOf) {
-  platform::registerClass(kWizardFormClass, [ownerWindowOf] {
-    return std::make_shared<Win32Wizard>(ownerWindowOf);
-  });
+  platform::registerClass(kWizardFormClass,
+                          [ownerWindowOf] { return std::make_shared<Win32Wizard>(ownerWindowOf); });
 }
 
 }  // namespace dossync::win32ui

@@ -119,8 +119,9 @@ class WizardWindow : public wizard::IWizardView, public wizard::ITreeObserver {
   std::vector<HTREEITEM> items_;  // by node index - 1
   HIMAGELIST images_ = nullptr;
   std::vector<std::string> imageKeys_;
-  std::map<std::pair<bool, int32_t>, HFONT> fonts_;  // (bold, points) -> font; (false, 0): the message font
-  std::map<int32_t, HBITMAP> pictures_;               // step picture by number, at the current size
+  std::map<std::pair<bool, int32_t>, HFONT>
+      fonts_;                            // (bold, points) -> font; (false, 0): the message font
+  std::map<int32_t, HBITMAP> pictures_;  // step picture by number, at the current size
   UINT dpi_ = 96;
   bool syncing_ = false;
   bool inModalLoop_ = false;
