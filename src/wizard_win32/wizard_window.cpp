@@ -1,6 +1,7 @@
 #include "wizard_win32/wizard_window.h"
 
 #include <algorithm>
+#include <mutex>
 
 #include "core/platform.h"
 #include "wizard_win32/artwork.h"
@@ -132,6 +133,8 @@ HINSTANCE moduleHandle() {
   return m;
 }
 
+// The windows of the class, on any thread.
+std::mutex classMutex;
 int classUsers = 0;
 
 int32_t shiftState() {
@@ -163,6 +166,7 @@ WizardWindow::~WizardWindow() {
 
 void WizardWindow::build() {
   HINSTANCE inst = moduleHandle();
+  std::unique_lock classLock(classMutex);
   if (classUsers++ == 0) {
     WNDCLASSEXW wc{};
     wc.cbSize = sizeof(wc);
@@ -178,10 +182,13 @@ void WizardWindow::build() {
     }
   }
 
+  classLock.unlock();
+
   DpiAwarenessScope awareness;
   hwnd_ = CreateWindowExW(kWindowExStyle, kClassName, widen(form_.caption()).c_str(), kWindowStyle,
                           CW_USEDEFAULT, CW_USEDEFAULT, 100, 100, nullptr, nullptr, inst, this);
   if (!hwnd_) {
+    std::lock_guard relock(classMutex);
     if (--classUsers == 0) UnregisterClassW(kClassName, inst);
     throw RuntimeError(kCannotCreateObject, "Cannot create the wizard's window");
   }
@@ -312,6 +319,7 @@ void WizardWindow::destroyWindow() {
     DestroyWindow(hwnd_);
     hwnd_ = nullptr;
     tree_ = nullptr;
+    std::lock_guard lock(classMutex);
     if (--classUsers == 0) UnregisterClassW(kClassName, moduleHandle());
   }
   for (auto& [key, font] : fonts_) DeleteObject(font);
@@ -726,7 +734,8 @@ LRESULT WizardWindow::onNotify(NMHDR* hdr) {
     case NM_SETFOCUS:
       forward([&] { form_.userFocus(&form_.control("tvwContacts")); });
       break;
-    case NM_CLICK: {
+    case NM_CLICK:
+    case NM_DBLCLK: {  // the control turns the box on the second click of a double click too
       TVHITTESTINFO hit{};
       DWORD pos = GetMessagePos();
       hit.pt = {static_cast<short>(LOWORD(pos)), static_cast<short>(HIWORD(pos))};
@@ -816,6 +825,7 @@ void WizardWindow::onDpiChanged(UINT dpi, const RECT* suggested) {
 // ---- Showing.
 
 void WizardWindow::showModal(const ObjectPtr& ownerWindow) {
+  if (!hwnd_ || !form_.loaded()) return;
   HWND owner = ownerWindowOf_ ? ownerWindowOf_(ownerWindow) : nullptr;
   if (owner == hwnd_) owner = nullptr;
   SetWindowLongPtrW(hwnd_, GWLP_HWNDPARENT, reinterpret_cast<LONG_PTR>(owner));

@@ -16,8 +16,12 @@
 // name ("cmdNav(3)"), for tests that find controls from outside.
 //
 // Keyboard: the dialog manager's tab order (the form's order), mnemonics from "&" in button
-// captions, Enter clicks Next while it is enabled (or the focused button); Escape and the
-// close box act only through the form, as they do in the Qt view.
+// captions, Enter clicks Next while it is enabled (or the focused button). Enter and Escape go
+// to the form's KeyDown first; Escape and the close box act only through the form, as they do
+// in the Qt view (the form's close box unloads it; Escape alone does not).
+// A click on a node's check box, or Space on the selected node, checks it through the form;
+// the check boxes are then set again from the form's tree, which spreads a check to the
+// node's children.
 // Visual styles need a comctl32 version 6 manifest in the host process (or an activation
 // context around the window's creation); without one the classic controls are drawn.
 //
@@ -119,8 +123,8 @@ class WizardWindow : public wizard::IWizardView, public wizard::ITreeObserver {
   std::vector<HTREEITEM> items_;  // by node index - 1
   HIMAGELIST images_ = nullptr;
   std::vector<std::string> imageKeys_;
-  std::map<std::pair<bool, int32_t>, HFONT>
-      fonts_;                            // (bold, points) -> font; (false, 0): the message font
+  // Fonts by (bold, points); (false, 0) is the message font.
+  std::map<std::pair<bool, int32_t>, HFONT> fonts_;
   std::map<int32_t, HBITMAP> pictures_;  // step picture by number, at the current size
   UINT dpi_ = 96;
   bool syncing_ = false;
