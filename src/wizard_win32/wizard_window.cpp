@@ -566,7 +566,7 @@ void WizardWindow::applyNode(HTREEITEM it, const wizard::TreeNode& n) {
   bool expanded = (TreeView_GetItemState(tree_, it, TVIS_EXPANDED) & TVIS_EXPANDED) != 0;
   if (expanded != n.expanded) {
     if (TreeView_GetChild(tree_, it)) {
-      TreeView_Expand(tree_, it, n.expanded ? TVE_EXPAND : TVE_COLLAPSE);
+      expand(it, n.expanded);
     } else {
       // No children yet: the state is kept for when they come.
       tv.stateMask = TVIS_EXPANDED;
@@ -575,6 +575,13 @@ void WizardWindow::applyNode(HTREEITEM it, const wizard::TreeNode& n) {
     }
   }
   syncing_ = was;
+}
+
+void WizardWindow::expand(HTREEITEM it, bool expanded) {
+  // Expanding scrolls the children into view; the form's changes leave the view where it is.
+  HTREEITEM top = TreeView_GetFirstVisible(tree_);
+  TreeView_Expand(tree_, it, expanded ? TVE_EXPAND : TVE_COLLAPSE);
+  if (top && TreeView_GetFirstVisible(tree_) != top) TreeView_Select(tree_, top, TVGN_FIRSTVISIBLE);
 }
 
 void WizardWindow::treeCleared() {
@@ -608,7 +615,8 @@ void WizardWindow::nodeAdded(const wizard::TreeNode& n) {
   if (n.parent) {
     const wizard::TreeNode& parent = form_.tree().node(n.parent);
     HTREEITEM p = item(n.parent);
-    if (parent.expanded && p) TreeView_Expand(tree_, p, TVE_EXPAND);
+    if (parent.expanded && p && !(TreeView_GetItemState(tree_, p, TVIS_EXPANDED) & TVIS_EXPANDED))
+      expand(p, true);
   }
   syncing_ = was;
 }

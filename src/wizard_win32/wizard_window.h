@@ -101,6 +101,7 @@ class WizardWindow : public wizard::IWizardView, public wizard::ITreeObserver {
   void toggleFromUser(int32_t nodeIndex, bool checked);
   void syncChecks();
   void applyNode(HTREEITEM item, const wizard::TreeNode& node);
+  void expand(HTREEITEM item, bool expanded);
   void buildImageList();
   int imageIndex(int32_t image) const;
   void place(Child& child);
