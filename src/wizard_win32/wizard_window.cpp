@@ -137,6 +137,37 @@ HINSTANCE moduleHandle() {
 std::mutex classMutex;
 int classUsers = 0;
 
+// The module's own manifest (resource 2, as for isolation-aware code) made active while the
+// controls are created: with a comctl32 version 6 dependency in it, they get visual styles
+// whatever the host process's manifest says. Without one nothing changes.
+class ActivationScope {
+ public:
+  explicit ActivationScope(HINSTANCE module) {
+    if (!FindResourceW(module, MAKEINTRESOURCEW(2), MAKEINTRESOURCEW(24))) return;  // RT_MANIFEST
+    ACTCTXW ac{};
+    ac.cbSize = sizeof(ac);
+    ac.dwFlags = ACTCTX_FLAG_HMODULE_VALID | ACTCTX_FLAG_RESOURCE_NAME_VALID;
+    ac.hModule = module;
+    ac.lpResourceName = MAKEINTRESOURCEW(2);
+    context_ = CreateActCtxW(&ac);
+    if (context_ != INVALID_HANDLE_VALUE && !ActivateActCtx(context_, &cookie_)) {
+      ReleaseActCtx(context_);
+      context_ = INVALID_HANDLE_VALUE;
+    }
+  }
+  ~ActivationScope() {
+    if (context_ == INVALID_HANDLE_VALUE) return;
+    DeactivateActCtx(0, cookie_);
+    ReleaseActCtx(context_);
+  }
+  ActivationScope(const ActivationScope&) = delete;
+  ActivationScope& operator=(const ActivationScope&) = delete;
+
+ private:
+  HANDLE context_ = INVALID_HANDLE_VALUE;
+  ULONG_PTR cookie_ = 0;
+};
+
 int32_t shiftState() {
   return (GetKeyState(VK_SHIFT) < 0 ? 1 : 0) | (GetKeyState(VK_CONTROL) < 0 ? 2 : 0) |
          (GetKeyState(VK_MENU) < 0 ? 4 : 0);
@@ -148,12 +179,6 @@ int32_t shiftState() {
 
 WizardWindow::WizardWindow(wizard::frmWizard& form, OwnerResolver ownerWindowOf)
     : form_(form), ownerWindowOf_(std::move(ownerWindowOf)) {
-  static const bool commonControls = [] {
-    INITCOMMONCONTROLSEX icc{sizeof(icc), ICC_STANDARD_CLASSES | ICC_WIN95_CLASSES |
-                                              ICC_TREEVIEW_CLASSES | ICC_PROGRESS_CLASS};
-    return InitCommonControlsEx(&icc) != FALSE;
-  }();
-  (void)commonControls;
   build();
   form_.tree().setObserver(this);
   syncFromModel();
@@ -184,6 +209,10 @@ void WizardWindow::build() {
 
   classLock.unlock();
 
+  ActivationScope styles(inst);
+  INITCOMMONCONTROLSEX icc{sizeof(icc), ICC_STANDARD_CLASSES | ICC_WIN95_CLASSES |
+                                            ICC_TREEVIEW_CLASSES | ICC_PROGRESS_CLASS};
+  InitCommonControlsEx(&icc);
   DpiAwarenessScope awareness;
   hwnd_ = CreateWindowExW(kWindowExStyle, kClassName, widen(form_.caption()).c_str(), kWindowStyle,
                           CW_USEDEFAULT, CW_USEDEFAULT, 100, 100, nullptr, nullptr, inst, this);

@@ -22,8 +22,9 @@
 // A click on a node's check box, or Space on the selected node, checks it through the form;
 // the check boxes are then set again from the form's tree, which spreads a check to the
 // node's children.
-// Visual styles need a comctl32 version 6 manifest in the host process (or an activation
-// context around the window's creation); without one the classic controls are drawn.
+// Visual styles need comctl32 version 6: the host process's manifest, or the manifest the
+// module carries as resource 2 (RT_MANIFEST), which is made active while the controls are
+// created; without either the classic controls are drawn.
 //
 // showModal disables the owner window (resolved from the form's owner object by the function
 // given), runs a modal message loop until the form is unloaded, then enables the owner again.
