@@ -5,15 +5,18 @@
 // controls' state (caption, enabled, visible, position, text, value, range) into the child
 // windows. The tree view mirrors the form's tree through its observer interface.
 //
-// Child windows: frames are group boxes (a step frame, which covers the page, only its caption
-// as a flat group), labels static texts (word-wrapped), command buttons
-// push buttons (Next the default one), option buttons radio buttons whose checked state is the
-// form's, text boxes edit controls (the password one masked), the scheme list a drop-down
-// list, the tree a tree view with check boxes and drawn icons, pictures owner-drawn statics.
-// Group boxes are not containers in Win32: every child is a child of the top-level window,
-// placed at its containers' offsets and hidden while a container is hidden or off-screen.
+// Child windows: frames are group boxes (a step frame, which covers the page, shows only its
+// caption, as a flat group), labels static texts (word-wrapped), command buttons push buttons
+// (Next the default one), option buttons radio buttons whose checked state is the form's, text
+// boxes edit controls (the password one masked), the scheme list a drop-down list, the tree a
+// tree view with check boxes and drawn icons, pictures owner-drawn statics. Group boxes are
+// not containers in Win32: every child is a child of the top-level window, placed at its
+// containers' offsets and hidden while a container is hidden or off-screen.
 // Each child carries the window property "dossync.name", a global atom of the control's full
 // name ("cmdNav(3)"), for tests that find controls from outside.
+// Focus moving between controls goes to the form (userFocus), so that a text box writes when
+// the focus leaves it; edits, clicks, the combo box's choice and the tree's selection by the
+// user go to the form as the Qt view forwards them.
 //
 // Keyboard: the dialog manager's tab order (the form's order), mnemonics from "&" in button
 // captions, Enter clicks Next while it is enabled (or the focused button). Enter and Escape go
@@ -29,7 +32,8 @@
 // showModal disables the owner window (resolved from the form's owner object by the function
 // given), runs a modal message loop until the form is unloaded, then enables the owner again.
 // When a session is set instead (scripted runs), it shows the window without a modal loop,
-// runs the session and returns.
+// runs the session and returns. refresh() copies the model and paints at most every 30 ms,
+// running the pending non-input messages (the user's input waits for the procedure).
 // Thread use: the thread that created the view (the apartment's); the window belongs to it.
 #pragma once
 
