@@ -9,6 +9,7 @@
 #include "core/platform.h"
 #include "core/progress.h"
 #include "core/wizard_host.h"
+#include "wizard_win32/wizard_window.h"
 
 namespace dossync::com {
 
@@ -202,6 +203,24 @@ std::vector<std::string> readHostCollection(IDispatch* collection) {
   return items;
 }
 
+namespace {
+
+// The window of the host's form (MDIForm): its hWnd property, as every VB form has one.
+HWND ownerWindow(const ObjectPtr& owner) {
+  IDispatch* form = ownerDispatch(owner);
+  if (!form) return nullptr;
+  try {
+    Dispatch d(form, "MDIForm");
+    if (!d.has("hWnd")) return nullptr;
+    HWND window = reinterpret_cast<HWND>(static_cast<intptr_t>(d.get("hWnd").toInt32()));
+    return ::IsWindow(window) ? window : nullptr;
+  } catch (const RuntimeError&) {
+    return nullptr;
+  }
+}
+
+}  // namespace
+
 void registerHostClasses() {
   platform::registerClass(kProgressDialogClass, []() -> ObjectPtr {
     auto box = std::dynamic_pointer_cast<AutomationMessageBox>(apartment().msgBox);
@@ -215,11 +234,7 @@ void registerHostClasses() {
                          "MsgboxClass.CreateProgressDialog answered no progress dialog");
     return std::make_shared<AutomationProgressDialog>(d.get());
   });
-  platform::registerClass(kWizardFormClass, []() -> ObjectPtr {
-    throw RuntimeError(kCannotCreateObject,
-                       "The synchronisation wizard is not available in this build of "
-                       "kvoutlookdx.dll: fill companyCollection and call Synchronize instead");
-  });
+  win32ui::registerWin32Wizard(ownerWindow);
 }
 
 void useWindowsUi() {

@@ -24,7 +24,8 @@
 // registered with registerComponentObject for as long as it lives).
 //
 // registerHostClasses makes the platform answer the progress dialog class from the current
-// message box service and the wizard form with "not available in this build"; useWindowsUi
+// message box service and the wizard form with the Win32 view, modal over the window of the
+// host's MDIForm (its hWnd) when it has one; useWindowsUi
 // gives the calling thread's apartment Windows' message pump and mouse pointer.
 // Thread use: the host's single-threaded apartment.
 #pragma once

@@ -6,8 +6,8 @@
 //       wizard on the demo practice and, from a timer in the wizard's own message loop, clicks
 //       its buttons, ticks tree nodes with the Space key and types into its text boxes by
 //       window messages: first a tour of every step, photographed into SHOT_DIR as
-//       windows-*.png, which ends with Cancel; then a second wizard that ticks a category,
-//       names the scheme "Month-end clients" and finishes, which synchronises into Outlook.
+//       windows-*.png, which ends with Cancel; then a second wizard that ticks a company,
+//       saves the scheme as "Month-end clients" and finishes, which synchronises into Outlook.
 //   wizard_client.exe watch
 //       waits for the wizard of another process (a VBScript host's), checks its caption and
 //       its navigation buttons, and cancels it.
@@ -89,6 +89,7 @@ void type(HWND wizard, const std::wstring& name, const std::wstring& text) {
   HWND h = control(wizard, name);
   if (!usable(h)) return check(false, "cannot type into " + dossync::win32::narrow(name));
   ::SetFocus(h);
+  ::SendMessageW(h, EM_SETSEL, 0, -1);  // what was there is typed over
   for (wchar_t c : text) ::SendMessageW(h, WM_CHAR, c, 0);
 }
 
@@ -123,26 +124,38 @@ bool isChecked(HWND tree, HTREEITEM item) {
   return ((TreeView_GetItemState(tree, item, TVIS_STATEIMAGEMASK) >> 12) & 0xF) == 2;
 }
 
-// Ticks an item as a user does with the keyboard: selects it and presses Space.
-void tick(HWND tree, HTREEITEM item) {
-  TreeView_SelectItem(tree, item);
-  ::SetFocus(tree);
-  ::SendMessageW(tree, WM_KEYDOWN, VK_SPACE, 0);
-  ::SendMessageW(tree, WM_CHAR, L' ', 0);
-  ::SendMessageW(tree, WM_KEYUP, VK_SPACE, 0);
+void press(HWND window, UINT key) {
+  ::SendMessageW(window, WM_KEYDOWN, key, 0);
+  if (key == VK_SPACE) ::SendMessageW(window, WM_CHAR, L' ', 0);
+  ::SendMessageW(window, WM_KEYUP, key, 0);
 }
 
-// The first top-level item (a category) whose children have children of their own
-// (companies with contacts), or any top-level item with children.
-HTREEITEM categoryWithCompanies(HWND tree) {
-  auto items = treeItems(tree);
-  HTREEITEM any = nullptr;
-  for (size_t i = 0; i < items.size(); ++i) {
-    if (items[i].depth != 0 || !items[i].hasChildren) continue;
-    if (!any) any = items[i].item;
-    if (i + 1 < items.size() && items[i + 1].hasChildren) return items[i].item;
+// Runs what the window posted itself meanwhile (the wizard answers a check box later).
+void settle() {
+  MSG msg;
+  while (::PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+    ::TranslateMessage(&msg);
+    ::DispatchMessageW(&msg);
   }
-  return any;
+}
+
+// Ticks an item as a user does with the keyboard: Home, Down until it is selected, Space.
+void tick(HWND tree, HTREEITEM item) {
+  ::SetFocus(tree);
+  press(tree, VK_HOME);
+  for (int i = 0; i < 1000 && TreeView_GetSelection(tree) != item; ++i) press(tree, VK_DOWN);
+  press(tree, VK_SPACE);
+  settle();
+}
+
+// The first item with items beneath it (a category, a company with contacts, the Outlook
+// folder), or the first item when none has any (a list of companies).
+// minDepth 1 passes over the top item (Outlook's contacts folder, which holds everything).
+HTREEITEM firstGroup(HWND tree, int minDepth = 0) {
+  auto items = treeItems(tree);
+  for (const TreeItem& i : items)
+    if (i.hasChildren && i.depth >= minDepth) return i.item;
+  return items.empty() ? nullptr : items.front().item;
 }
 
 // ---- Screenshots: the window's client area as a PNG, through WIC.
@@ -284,6 +297,8 @@ void CALLBACK onTimer(HWND, UINT, UINT_PTR, DWORD) {
   HWND wizard = findWizard();
   if (!wizard || !::IsWindowVisible(wizard)) return;
   busy = true;  // a step may run long work that pumps messages (and this timer) itself
+  std::printf("step %zu\n", nextStep + 1);
+  std::fflush(stdout);
   steps[nextStep++](wizard);
   busy = false;
 }
@@ -295,15 +310,15 @@ void shoot(HWND wizard, const wchar_t* name) {
   savePng(wizard, shotDir + L"\\windows-" + name + L".png");
 }
 
-void tickCategory(HWND wizard, bool expand) {
+void tickFirstGroup(HWND wizard, int minDepth = 0) {
   HWND tree = control(wizard, L"tvwContacts");
-  HTREEITEM category = tree ? categoryWithCompanies(tree) : nullptr;
-  check(category != nullptr, "the tree holds a category with companies");
-  if (!category) return;
-  tick(tree, category);
-  check(isChecked(tree, category), "the ticked category shows its check mark");
-  if (expand) TreeView_Expand(tree, category, TVE_EXPAND);
-  TreeView_EnsureVisible(tree, category);
+  HTREEITEM group = tree ? firstGroup(tree, minDepth) : nullptr;
+  check(group != nullptr, "the tree holds something to choose");
+  if (!group) return;
+  tick(tree, group);
+  check(isChecked(tree, group), "the ticked node shows its check mark");
+  TreeView_Expand(tree, group, TVE_EXPAND);
+  TreeView_EnsureVisible(tree, group);
 }
 
 int drive(const std::wstring& hostDb, const std::wstring& syncDb) {
@@ -353,7 +368,7 @@ int drive(const std::wstring& hostDb, const std::wstring& syncDb) {
         click(w, L"cmdNav(3)");
       },
       [](HWND w) {
-        tickCategory(w, false);
+        tickFirstGroup(w);
         shoot(w, L"2-select-from-dossiera");
         click(w, L"cmdNav(3)");
       },
@@ -372,21 +387,14 @@ int drive(const std::wstring& hostDb, const std::wstring& syncDb) {
         click(w, L"cmdNav(3)");
       },
       [](HWND w) {
-        HWND tree = control(w, L"tvwContacts");
-        auto items = tree ? treeItems(tree) : std::vector<TreeItem>{};
-        for (const TreeItem& i : items) {
-          if (i.depth == 0 || !i.hasChildren) continue;
-          tick(tree, i.item);
-          TreeView_EnsureVisible(tree, i.item);
-          break;
-        }
+        tickFirstGroup(w);
         shoot(w, L"2-select-contacts");
         click(w, L"cmdNav(2)");
         click(w, L"optSynchDirection(3)");
         click(w, L"cmdNav(3)");
       },
       [](HWND w) {
-        tickCategory(w, true);
+        tickFirstGroup(w, 1);
         shoot(w, L"2-select-from-outlook");
         click(w, L"cmdNav(1)");
       },
@@ -397,11 +405,13 @@ int drive(const std::wstring& hostDb, const std::wstring& syncDb) {
   steps = {
       [](HWND w) { click(w, L"cmdNav(3)"); },
       [](HWND w) {
-        tickCategory(w, false);
+        tickFirstGroup(w);
         click(w, L"cmdNav(3)");
       },
       [](HWND w) {
         type(w, L"txtSaveName", L"Month-end clients");
+        click(w, L"cmdSaveScheme");
+        settle();
         check(usable(control(w, L"cmdNav(4)")), "Finish is enabled on the last step");
         click(w, L"cmdNav(4)");
       },
