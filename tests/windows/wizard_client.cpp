@@ -54,20 +54,21 @@ std::wstring nameOf(HWND h) {
   return std::wstring(text, n);
 }
 
+struct Search {
+  std::wstring name;
+  HWND found = nullptr;
+};
+
+BOOL CALLBACK matchName(HWND h, LPARAM p) {
+  auto* s = reinterpret_cast<Search*>(p);
+  if (nameOf(h) != s->name) return TRUE;
+  s->found = h;
+  return FALSE;
+}
+
 HWND control(HWND wizard, const std::wstring& name) {
-  struct Search {
-    std::wstring name;
-    HWND found = nullptr;
-  } search{name};
-  ::EnumChildWindows(
-      wizard,
-      [](HWND h, LPARAM p) -> BOOL {
-        auto* s = reinterpret_cast<Search*>(p);
-        if (nameOf(h) != s->name) return TRUE;
-        s->found = h;
-        return FALSE;
-      },
-      reinterpret_cast<LPARAM>(&search));
+  Search search{name};
+  ::EnumChildWindows(wizard, matchName, reinterpret_cast<LPARAM>(&search));
   return search.found;
 }
 
