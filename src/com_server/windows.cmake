@@ -20,8 +20,10 @@ add_custom_command(
   DEPENDS ${KV_IDL}
   COMMENT "widl kvoutlookdx.idl")
 add_custom_target(kvoutlookdx_idl DEPENDS ${KV_GEN}/kvoutlookdx_h.h ${KV_TLB})
+set(KV_MANIFEST ${CMAKE_SOURCE_DIR}/src/com_server/kvoutlookdx.manifest)
 configure_file(${CMAKE_SOURCE_DIR}/src/com_server/kvoutlookdx.rc.in ${KV_GEN}/kvoutlookdx.rc @ONLY)
-set_source_files_properties(${KV_GEN}/kvoutlookdx.rc PROPERTIES OBJECT_DEPENDS ${KV_TLB})
+set_source_files_properties(${KV_GEN}/kvoutlookdx.rc PROPERTIES OBJECT_DEPENDS
+                            "${KV_TLB};${KV_MANIFEST}")
 
 # The header and the identifiers of the type library, for the server and for clients built
 # from it.

@@ -734,7 +734,18 @@ LRESULT WizardWindow::handle(UINT msg, WPARAM wp, LPARAM lp) {
 
 void WizardWindow::onCommand(WORD id, WORD code, HWND) {
   Child* child = childById(id);
-  if (!child) return;  // IDOK and IDCANCEL from the dialog manager: the keys went to the form
+  if (!child) {
+    // Escape, from the dialog manager after the form's KeyDown had it: the Cancel button, as
+    // a Windows dialog's Cancel button answers Escape (when it can be clicked). Enter (IDOK)
+    // went to the form already.
+    if (id == IDCANCEL && !syncing_) {
+      Control& cancel = form_.control("cmdNav", 1);
+      HWND button = WizardWindow::child("cmdNav", 1);
+      if (cancel.enabled && IsWindowVisible(button) && IsWindowEnabled(button))
+        forward([&] { form_.userClick(cancel); });
+    }
+    return;
+  }
   Control& c = *child->control;
   bool focus = code == BN_SETFOCUS || code == EN_SETFOCUS || code == CBN_SETFOCUS;
   if (syncing_) return;

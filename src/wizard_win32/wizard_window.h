@@ -20,8 +20,8 @@
 //
 // Keyboard: the dialog manager's tab order (the form's order), mnemonics from "&" in button
 // captions, Enter clicks Next while it is enabled (or the focused button). Enter and Escape go
-// to the form's KeyDown first; Escape and the close box act only through the form, as they do
-// in the Qt view (the form's close box unloads it; Escape alone does not).
+// to the form's KeyDown first; then Escape clicks Cancel while Cancel can be clicked, as it
+// does in any Windows dialog, and the close box acts through the form (which unloads).
 // A click on a node's check box, or Space on the selected node, checks it through the form;
 // the check boxes are then set again from the form's tree, which spreads a check to the
 // node's children.

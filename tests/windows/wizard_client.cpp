@@ -10,7 +10,7 @@
 //       saves the scheme as "Month-end clients" and finishes, which synchronises into Outlook.
 //   wizard_client.exe watch
 //       waits for the wizard of another process (a VBScript host's), checks its caption and
-//       its navigation buttons, and cancels it.
+//       its navigation buttons, and presses Escape, which cancels it.
 // Controls are found by the window property "dossync.name" (a global atom of the control's
 // name) that the wizard's windows carry. Prints "OK wizard drive" / "OK wizard watch" when
 // every check held; exits 1 otherwise.
@@ -438,10 +438,11 @@ int watch() {
   for (int i = 1; i <= 4; ++i)
     check(control(wizard, L"cmdNav(" + std::to_wstring(i) + L")") != nullptr,
           "navigation button " + std::to_string(i));
-  HWND cancel = control(wizard, L"cmdNav(1)");
-  if (cancel) ::PostMessageW(cancel, BM_CLICK, 0, 0);
-  for (int i = 0; i < 300 && ::IsWindow(wizard); ++i) ::Sleep(100);
-  check(!::IsWindow(wizard), "Cancel closed the wizard");
+  // Escape, as a user presses it: the dialog's Cancel.
+  ::PostMessageW(wizard, WM_KEYDOWN, VK_ESCAPE, 0);
+  ::PostMessageW(wizard, WM_KEYUP, VK_ESCAPE, 0);
+  for (int i = 0; i < 300 && ::IsWindowVisible(wizard); ++i) ::Sleep(100);
+  check(!::IsWindowVisible(wizard), "Escape closed the wizard");
   return failures;
 }
 
