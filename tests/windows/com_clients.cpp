@@ -10,6 +10,7 @@
 #include <string>
 
 #include "backends/win32/automation.h"
+#include "error_service.h"
 #include "kvoutlookdx_h.h"
 
 using dossync::win32::ComPtr;
@@ -25,33 +26,6 @@ void check(bool condition, const std::string& what) {
   ++failures;
   std::printf("FAIL %s\n", what.c_str());
 }
-
-// The host's error service: counts errors and answers a fixed action.
-class ErrorService final : public dossync::win32::DispatchServer {
- public:
-  explicit ErrorService(int32_t action) : action_(action) {
-    addMember(L"EnterProcedure", 1);
-    addMember(L"LeaveProcedure", 2);
-    addMember(L"RecordError", 3);
-    addMember(L"ReportError", 4);
-    addMember(L"ChooseAction", 5);
-  }
-  int errors = 0;
-
- protected:
-  HRESULT invokeMember(DISPID id, WORD, DISPPARAMS*, VARIANT* result) override {
-    if (id == 3) ++errors;
-    if (id == 5 && result) {
-      VariantInit(result);
-      result->vt = VT_I4;
-      result->lVal = action_;
-    }
-    return S_OK;
-  }
-
- private:
-  int32_t action_;
-};
 
 // A sink of __clsOutlookSynchronization: counts ExitProgram (DISPID 1).
 class ExitSink final : public dossync::win32::DispatchServer {
@@ -160,7 +134,7 @@ void events() {
   if (!point) return;
 
   auto* sink = new ExitSink();
-  auto* errors = new ErrorService(3);  // end the program
+  auto* errors = new TestErrorService(3);  // end the program
   DWORD cookie = 0;
   check(SUCCEEDED(point->Advise(sink, &cookie)), "events: Advise");
   c->putref_errorClass(errors);

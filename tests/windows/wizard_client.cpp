@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "backends/win32/automation.h"
+#include "error_service.h"
 
 using dossync::win32::Dispatch;
 using dossync::win32::Variant;
@@ -201,26 +202,6 @@ bool savePng(HWND window, const std::wstring& path) {
 
 // ---- The host's services.
 
-class ErrorService final : public dossync::win32::DispatchServer {
- public:
-  ErrorService() {
-    addMember(L"EnterProcedure", 1);
-    addMember(L"LeaveProcedure", 2);
-    addMember(L"RecordError", 3);
-    addMember(L"ReportError", 4);
-    addMember(L"ChooseAction", 5);
-  }
-  std::string log;
-
- protected:
-  HRESULT invokeMember(DISPID id, WORD, DISPPARAMS* params, VARIANT* result) override {
-    if (id == 3)
-      log += argument(params, 0).toString() + " " + argument(params, 1).toString() + "\n";
-    if (id == 5) Variant(int32_t{2}).copyTo(result);  // leave the procedure
-    return S_OK;
-  }
-};
-
 // A progress dialog that keeps what it is told and runs the work once it is shown.
 class ProgressDialog final : public dossync::win32::DispatchServer {
  public:
@@ -332,7 +313,7 @@ int drive(const std::wstring& hostDb, const std::wstring& syncDb) {
     check(static_cast<bool>(object), "CoCreateInstance");
     if (!object) return;
     Dispatch c(object.get(), "clsOutlookSynchronization");
-    auto* errors = new ErrorService();
+    auto* errors = new TestErrorService();
     auto* messages = new MessageBoxService();
     c.putRef("errorClass", Variant(static_cast<IDispatch*>(errors)));
     c.putRef("MsgboxClass", Variant(static_cast<IDispatch*>(messages)));
