@@ -776,6 +776,19 @@ void WizardWindow::onCommand(WORD id, WORD code, HWND) {
   }
 }
 
+// The user's click on a node's check box, or Space on it: the form toggles the node once the
+// tree view is done with the message (which would otherwise toggle the box itself afterwards).
+void WizardWindow::postToggle(HTREEITEM item) {
+  TVITEMW tv{};
+  tv.mask = TVIF_PARAM | TVIF_HANDLE;
+  tv.hItem = item;
+  TreeView_GetItem(tree_, &tv);
+  auto index = static_cast<int32_t>(tv.lParam);
+  if (index >= 1 && index <= form_.tree().count())
+    PostMessageW(hwnd_, kToggleMessage, static_cast<WPARAM>(index),
+                 form_.tree().node(index).checked ? 0 : 1);
+}
+
 LRESULT WizardWindow::onNotify(NMHDR* hdr) {
   if (!tree_ || hdr->hwndFrom != tree_ || syncing_) return 0;
   switch (hdr->code) {
@@ -789,31 +802,13 @@ LRESULT WizardWindow::onNotify(NMHDR* hdr) {
       hit.pt = {static_cast<short>(LOWORD(pos)), static_cast<short>(HIWORD(pos))};
       ScreenToClient(tree_, &hit.pt);
       HTREEITEM it = TreeView_HitTest(tree_, &hit);
-      if (it && (hit.flags & TVHT_ONITEMSTATEICON)) {
-        TVITEMW tv{};
-        tv.mask = TVIF_PARAM | TVIF_HANDLE;
-        tv.hItem = it;
-        TreeView_GetItem(tree_, &tv);
-        auto index = static_cast<int32_t>(tv.lParam);
-        if (index >= 1 && index <= form_.tree().count())
-          PostMessageW(hwnd_, kToggleMessage, static_cast<WPARAM>(index),
-                       form_.tree().node(index).checked ? 0 : 1);
-      }
+      if (it && (hit.flags & TVHT_ONITEMSTATEICON)) postToggle(it);
       break;
     }
     case TVN_KEYDOWN: {
       auto* key = reinterpret_cast<NMTVKEYDOWN*>(hdr);
       if (key->wVKey != VK_SPACE) break;
-      if (HTREEITEM it = TreeView_GetSelection(tree_)) {
-        TVITEMW tv{};
-        tv.mask = TVIF_PARAM | TVIF_HANDLE;
-        tv.hItem = it;
-        TreeView_GetItem(tree_, &tv);
-        auto index = static_cast<int32_t>(tv.lParam);
-        if (index >= 1 && index <= form_.tree().count())
-          PostMessageW(hwnd_, kToggleMessage, static_cast<WPARAM>(index),
-                       form_.tree().node(index).checked ? 0 : 1);
-      }
+      if (HTREEITEM it = TreeView_GetSelection(tree_)) postToggle(it);
       break;
     }
     case TVN_SELCHANGEDW: {

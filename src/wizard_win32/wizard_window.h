@@ -103,6 +103,7 @@ class WizardWindow : public wizard::IWizardView, public wizard::ITreeObserver {
   LRESULT onNotify(NMHDR* hdr);
   void onDrawItem(const DRAWITEMSTRUCT* di);
   void onDpiChanged(UINT dpi, const RECT* suggested);
+  void postToggle(HTREEITEM item);
   void toggleFromUser(int32_t nodeIndex, bool checked);
   void syncChecks();
   void applyNode(HTREEITEM item, const wizard::TreeNode& node);
