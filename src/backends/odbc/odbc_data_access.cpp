@@ -43,36 +43,10 @@ std::string OdbcCatalog::tableSql(const store::TableDef& table) {
 }
 
 std::string accessTableSql(const store::TableDef& table) {
-  std::string sql = "CREATE TABLE [" + table.name + "] (";
-  bool first = true;
-  for (const store::ColumnDef& c : table.columns) {
-    if (!first) sql += ", ";
-    first = false;
-    sql += "[" + c.name + "] ";
-    if (c.property("AutoIncrement")) {
-      sql += "COUNTER PRIMARY KEY";
-      continue;
-    }
-    switch (c.type) {
-      case store::adInteger:
-        sql += "INTEGER";
-        break;
-      case store::adDate:
-        sql += "DATETIME";
-        break;
-      case store::adBoolean:
-        sql += "BIT";
-        break;
-      case store::adVarWChar:
-        sql += "VARCHAR(" + std::to_string(c.definedSize) + ")";
-        break;
-      default:
-        sql += "LONGTEXT";
-        break;
-    }
-    if (!c.property("NullAble")) sql += " NOT NULL";
-  }
-  return sql + ");";
+  auto bracketed = [](const std::string& n) { return "[" + n + "]"; };
+  return sqlite::createTableSql(
+      table, sqlite::TableWords{+bracketed, "COUNTER PRIMARY KEY", "INTEGER", "DATETIME", "BIT",
+                                "LONGTEXT"});
 }
 
 void registerDataAccess() {

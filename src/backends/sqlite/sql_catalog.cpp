@@ -43,8 +43,8 @@ std::vector<std::string> DatabaseCatalog::tableNames() {
   return names;
 }
 
-std::string createTableSql(const store::TableDef& table, bool quoted) {
-  auto name = [&](const std::string& n) { return quoted ? sql::quoteIdentifier(n) : n; };
+std::string createTableSql(const store::TableDef& table, const TableWords& words) {
+  const auto name = words.name;
   std::string sql = "CREATE TABLE " + name(table.name) + " (";
   bool first = true;
   for (const store::ColumnDef& c : table.columns) {
@@ -52,29 +52,37 @@ std::string createTableSql(const store::TableDef& table, bool quoted) {
     first = false;
     sql += name(c.name) + " ";
     if (c.property("AutoIncrement")) {
-      sql += "INTEGER PRIMARY KEY AUTOINCREMENT";
+      sql += words.autoKey;
       continue;
     }
     switch (c.type) {
       case store::adInteger:
-        sql += "INTEGER";
+        sql += words.integer;
         break;
       case store::adDate:
-        sql += "DATETIME";
+        sql += words.date;
         break;
       case store::adBoolean:
-        sql += "BOOLEAN";
+        sql += words.boolean;
         break;
       case store::adVarWChar:
         sql += "VARCHAR(" + std::to_string(c.definedSize) + ")";
         break;
       default:
-        sql += "TEXT";
+        sql += words.memo;
         break;
     }
     if (!c.property("NullAble")) sql += " NOT NULL";
   }
   return sql + ");";
+}
+
+std::string createTableSql(const store::TableDef& table, bool quoted) {
+  auto plain = [](const std::string& n) { return n; };
+  auto quote = [](const std::string& n) { return sql::quoteIdentifier(n); };
+  return createTableSql(
+      table, TableWords{quoted ? +quote : +plain, "INTEGER PRIMARY KEY AUTOINCREMENT", "INTEGER",
+                        "DATETIME", "BOOLEAN", "TEXT"});
 }
 
 void DatabaseCatalog::appendTable(const store::TableDef& table) {

@@ -32,6 +32,16 @@ class DatabaseConnection : public store::IConnection {
 // The CREATE TABLE statement of a table definition, in SQLite's words; names unquoted (as the
 // host's schema is written, for sql::postgresSchema) when they are plain words.
 std::string createTableSql(const store::TableDef& table, bool quoted = true);
+// The words a CREATE TABLE statement is written with in one dialect.
+struct TableWords {
+  std::string (*name)(const std::string&);  // a table's or column's name as written
+  const char* autoKey;                      // an auto-number primary key column
+  const char* integer;
+  const char* date;
+  const char* boolean;
+  const char* memo;  // text of any length
+};
+std::string createTableSql(const store::TableDef& table, const TableWords& words);
 
 class DatabaseCatalog : public store::ICatalog {
  public:
