@@ -10,22 +10,14 @@
 #include <string>
 
 #include "backends/win32/automation.h"
-#include "error_service.h"
 #include "kvoutlookdx_h.h"
+#include "test_client.h"
 
 using dossync::win32::ComPtr;
 using dossync::win32::Dispatch;
 using dossync::win32::Variant;
 
 namespace {
-
-int failures = 0;
-
-void check(bool condition, const std::string& what) {
-  if (condition) return;
-  ++failures;
-  std::printf("FAIL %s\n", what.c_str());
-}
 
 // A sink of __clsOutlookSynchronization: counts ExitProgram (DISPID 1).
 class ExitSink final : public dossync::win32::DispatchServer {

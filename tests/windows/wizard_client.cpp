@@ -25,21 +25,12 @@
 #include <vector>
 
 #include "backends/win32/automation.h"
-#include "error_service.h"
+#include "test_client.h"
 
 using dossync::win32::Dispatch;
 using dossync::win32::Variant;
 
 namespace {
-
-int failures = 0;
-
-void check(bool condition, const std::string& what) {
-  if (condition) return;
-  ++failures;
-  std::printf("FAIL %s\n", what.c_str());
-  std::fflush(stdout);
-}
 
 // ---- Finding the wizard and its controls.
 

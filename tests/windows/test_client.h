@@ -1,11 +1,22 @@
-// The host's error service for the C++ clients of the Windows tests: logs each error as
-// "number description" and answers every ChooseAction with a fixed action (2: leave the
-// procedure; 3: raise ExitProgram and leave).
+// What the C++ clients of the Windows tests share: check(), which counts and prints each
+// failure (the client's closing line says whether there was any), and the host's error service,
+// which logs each error as "number description" and answers every ChooseAction with a fixed
+// action (2: leave the procedure; 3: raise ExitProgram and leave).
 #pragma once
 
+#include <cstdio>
 #include <string>
 
 #include "backends/win32/automation.h"
+
+inline int failures = 0;
+
+inline void check(bool condition, const std::string& what) {
+  if (condition) return;
+  ++failures;
+  std::printf("FAIL %s\n", what.c_str());
+  std::fflush(stdout);
+}
 
 class TestErrorService final : public dossync::win32::DispatchServer {
  public:
