@@ -142,6 +142,30 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   syncCmd->add_flag("--no-progress", sync.noProgress, "No progress bar");
   syncCmd->add_option("--on-error", sync.onError, "What an error does: leave, resume or exit")
       ->check(CLI::IsMember({"leave", "resume", "exit"}));
+  syncCmd->add_flag("--preview", sync.preview,
+                    "Show what the run would do, record by record, and change nothing");
+  syncCmd->add_flag("--json", sync.json, "Print the preview, or the run's report, as JSON");
+  syncCmd->add_flag("--pair-created", sync.pairCreated,
+                    "From Outlook: pair each item with the company made for it (not -1, which "
+                    "makes the next run from Outlook make it again)");
+  syncCmd->add_option("--keep-reports", sync.keepReports,
+                      "How many reports the profile keeps (0: all; default 100)")
+      ->check(CLI::NonNegativeNumber);
+  syncCmd->add_option("--keep-days", sync.keepDays,
+                      "How many days a report is kept (0: for ever; default 90)")
+      ->check(CLI::NonNegativeNumber);
+
+  ReportOptions reportOptions;
+  auto* reportCmd = app.add_subcommand("report", "The reports of past runs (of a store's profile)");
+  auto* reportList = reportCmd->add_subcommand("list", "Every report kept, oldest first (the default)");
+  auto* reportShow = reportCmd->add_subcommand("show", "One report");
+  reportShow->add_option("ID", reportOptions.id, "The report's id, or last (the default)");
+  for (CLI::App* cmd : {reportCmd, reportList, reportShow}) {
+    cmd->add_option("--outlook", reportOptions.outlook,
+                    "The Outlook store, as for sync (default: the vdir store)");
+    cmd->add_option("--profile", reportOptions.profile, "The profile, as for sync");
+    cmd->add_flag("--json", reportOptions.json, "Print JSON");
+  }
 
   WizardCommand wizard;
   addWizardCommand(app, wizard);
@@ -170,6 +194,10 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
     return runContacts(contacts, out, err);
   }
   if (*syncCmd) return runSync(sync, out, err);
+  if (*reportCmd) {
+    if (*reportShow) reportOptions.action = "show";
+    return runReport(reportOptions, out, err);
+  }
   if (*wizard.command) return runWizard(wizard.options, out, err);
   if (auto code = mail.run(out, err)) return *code;
   return kExitUsage;

@@ -22,7 +22,7 @@ ordered_json toJson(const outlook::ContactItem& c) {
   ordered_json o;
   o["EntryID"] = c.EntryID();
   o["Class"] = c.Class();
-  for (const auto& [name, text] : vdir::listContactProperties(c)) {
+  for (const auto& [name, text] : outlook::contactProperties(c)) {
     if (name == "EntryID") continue;
     if (name == "Gender") {
       o[name] = c.Gender();
@@ -78,7 +78,7 @@ std::shared_ptr<outlook::ContactItem> find(const Session& s, const std::string& 
 }
 
 void printPlain(const outlook::ContactItem& c, std::ostream& out) {
-  for (const auto& [name, text] : vdir::listContactProperties(c)) {
+  for (const auto& [name, text] : outlook::contactProperties(c)) {
     if (!text.empty()) out << name << ": " << text << "\n";
   }
 }

@@ -1,9 +1,14 @@
 // dossync sync: one synchronisation through the component, headless, with console services.
+// A real run writes its report into the profile's reports/ folder; --preview runs the same walk
+// inside a PreviewScope and prints the plan instead, changing nothing.
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <ostream>
 #include <sstream>
+
+#include <unistd.h>
 
 #include "app/commands.h"
 #include "app/console_services.h"
@@ -13,7 +18,10 @@
 #include "core/apartment.h"
 #include "core/synchronization.h"
 #include "core/value.h"
+#include "backends/databases.h"
 #include "hostdb/recordset.h"
+#include "report/report_store.h"
+#include "report/run_recorder.h"
 
 namespace dossync::app {
 namespace {
@@ -53,6 +61,25 @@ void selectAll(clsOutlookSynchronization& c, int member) {
   for (; !rs.eof(); rs.next()) addEntry(s, member, rs.read(member == 1 ? "CompanyID" : "ContactID"));
 }
 
+// A preview needs a synchronisation database that exists (opening one makes it): one that does
+// not yet is as good as an empty one, made in a temporary folder and removed afterwards.
+struct PreviewSyncDb {
+  std::string path;
+  std::filesystem::path temp;
+  explicit PreviewSyncDb(const std::string& given) : path(given) {
+    if (databases::isServer(given) || std::filesystem::exists(given)) return;
+    temp = std::filesystem::temp_directory_path() /
+           ("dossync-preview-" + std::to_string(::getpid()) + "-" +
+            std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()));
+    std::filesystem::create_directories(temp);
+    path = (temp / "sync.db").string();
+  }
+  ~PreviewSyncDb() {
+    std::error_code ec;
+    if (!temp.empty()) std::filesystem::remove_all(temp, ec);
+  }
+};
+
 }  // namespace
 
 int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
@@ -68,9 +95,20 @@ int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
   auto errors = std::make_shared<ConsoleErrorService>(err, actionFor(o.onError));
   auto messages = std::make_shared<ConsoleMessageBox>(err);
   HostComponent host;
-  if (int code = openHostComponent(host, errors, messages, o.dataFile, o.hostDb, o.syncDb, err))
+  std::optional<PreviewSyncDb> previewDb;
+  if (o.preview) previewDb.emplace(o.syncDb);
+  const std::string& syncDb = previewDb ? previewDb->path : o.syncDb;
+  if (int code = openHostComponent(host, errors, messages, o.dataFile, o.hostDb, syncDb, err))
     return code;
   auto& component = host.component;
+  auto recorder = std::make_shared<report::RunRecorder>();
+  recorder->setSetting("syncDatabase", o.syncDb);
+  recorder->setSetting("outlook", o.outlook.empty() ? "vdir (the default store)" : o.outlook);
+  recorder->setSetting("profile", o.profile);
+  recorder->setSetting("select", o.select);
+  recorder->setSetting("onError", o.onError);
+  component->setRunObserver(recorder);
+  component->setPairCreatedCompanies(o.pairCreated);
 
   component->setSchemeID(o.scheme);
   component->setSyncDirectionType(o.direction);
@@ -103,6 +141,35 @@ int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
     return kExitFailure;
   }
 
+  if (o.preview) {
+    try {
+      report::PreviewScope scope(*recorder);
+      component->Synchronize();
+    } catch (const RuntimeError& e) {
+      err << "dossync: cannot preview: " << e.description() << "\n";
+      return kExitFailure;
+    }
+    if (o.json) {
+      out << report::toJson(recorder->plan()).dump(2) << "\n";
+    } else {
+      out << report::toText(recorder->plan());
+    }
+    return host.exitRequested ? kExitProgram : kExitOk;
+  }
+
+  std::string reportPath, reportError;
+  report::RunPlan written;
+  recorder->finished = [&](const report::RunPlan& plan) {
+    written = plan;
+    try {
+      report::ReportLimits limits{o.keepReports, o.keepDays};
+      reportPath = report::writeReport(std::filesystem::path(profileFolder(o.outlook, o.profile)) / "reports",
+                                       written, limits)
+                       .string();
+    } catch (const RuntimeError& e) {
+      reportError = e.description();
+    }
+  };
   auto started = std::chrono::steady_clock::now();
   component->Synchronize();
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
@@ -113,12 +180,19 @@ int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
                 "errors %d, seconds %.2f",
                 n.rowsWalked, n.itemsCreated, n.itemsUpdated, n.mappingsSaved, errors->errorCount(),
                 seconds);
+  if (o.json) {
+    if (!reportError.empty()) err << "dossync: the run's report was not written: " << reportError << "\n";
+    out << report::toJson(written).dump(2) << "\n";
+    return host.exitRequested ? kExitProgram : kExitOk;
+  }
   out << line;
   if (o.direction == syncFromOutlookToDossiera) {
     out << ", companies created " << n.companiesCreated << ", companies updated "
         << n.companiesUpdated << ", contacts created " << n.contactsCreated;
   }
   out << "\n";
+  if (!reportPath.empty()) out << "Report: " << reportPath << "\n";
+  if (!reportError.empty()) err << "dossync: the run's report was not written: " << reportError << "\n";
   return host.exitRequested ? kExitProgram : kExitOk;
 }
 

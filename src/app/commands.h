@@ -26,7 +26,17 @@ struct SyncOptions {
   std::string category = "Business", onError = "leave";
   int32_t direction = 2, info = 1, scheme = -1;
   bool noProgress = false, insecure = false;
+  bool preview = false, json = false, pairCreated = false;
+  int keepReports = 100, keepDays = 90;  // report/report_store.h's limits
 };
 int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err);
+
+struct ReportOptions {
+  std::string action = "list";  // list, show
+  std::string id = "last";
+  std::string outlook, profile;
+  bool json = false;
+};
+int runReport(const ReportOptions& o, std::ostream& out, std::ostream& err);
 
 }  // namespace dossync::app

@@ -47,6 +47,11 @@ std::string vdirRoot(const std::string& spec) {
                      "Unknown Outlook store '" + spec + "': use vdir:DIRECTORY or carddav:URL");
 }
 
+std::string profileFolder(const std::string& spec, const std::string& profile) {
+  std::filesystem::path root = vdirRoot(spec);
+  return (root / vdir::profileName(root, profile)).string();
+}
+
 void registerOutlook(const std::string& spec, bool insecure) {
   if (isServerStore(spec)) {
     auto settings = cardDavSettings(spec, insecure);

@@ -21,6 +21,11 @@ namespace dossync::app {
 // is not known.
 std::string vdirRoot(const std::string& outlookSpec);
 
+// The folder of that profile of the store (its reports/ are kept there): ROOT/<profile>, the
+// profile "" being the store's default. Throws RuntimeError 5 as vdirRoot does, and for a
+// profile name that is no folder name.
+std::string profileFolder(const std::string& outlookSpec, const std::string& profile);
+
 // Registers the store with the platform as "Outlook.Application". `insecure`: a CardDAV server's
 // TLS certificate is not verified.
 void registerOutlook(const std::string& outlookSpec, bool insecure = false);

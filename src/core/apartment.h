@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/error.h"
+#include "core/run_observer.h"
 #include "core/services.h"
 #include "core/utility.h"
 #include "interfaces/data_access.h"
@@ -28,6 +29,8 @@ struct Apartment {
   hostdb::DataAccessPtr syncDb;  // the synchronisation database
   clsOutlookSynchronization* currentComponent = nullptr;
   std::shared_ptr<Object> currentWizard;
+  // The observer of the run going on (core/run_observer.h); nullptr outside runs.
+  IRunObserver* runObserver = nullptr;
 
   std::shared_ptr<IErrorService> errorService;
   bool errorServiceSet = false;
@@ -64,6 +67,17 @@ struct Apartment {
 };
 
 Apartment& apartment();
+
+template <class Call>
+void observeRun(Call&& call) {
+  IRunObserver* o = apartment().runObserver;
+  if (!o) return;
+  try {
+    call(*o);
+  } catch (...) {
+    // What the observer could not note is not the run's concern.
+  }
+}
 
 // Forgets everything of this thread's apartment (tests, and a host shutting down).
 void resetApartment();

@@ -78,6 +78,7 @@ uint64_t ErrorFrame::errorsReported() {
 void ErrorFrame::report(const RuntimeError& error) {
   Apartment& a = apartment();
   ++tErrorsReported;
+  observeRun([&](IRunObserver& o) { o.errorReported(error, location_); });
   int32_t action = kActionLeave;
   if (a.errorServiceSet && a.errorService) {
     try {

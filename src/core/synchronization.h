@@ -21,6 +21,7 @@
 #include "core/collection.h"
 #include "core/error.h"
 #include "core/object.h"
+#include "core/run_observer.h"
 #include "core/services.h"
 #include "interfaces/data_access.h"
 #include "interfaces/object_model.h"
@@ -166,6 +167,13 @@ class clsOutlookSynchronization : public Object {
     int32_t companiesCreated = 0, companiesUpdated = 0, contactsCreated = 0;
   };
   Counters& counters() { return counters_; }
+  // Who watches each run (core/run_observer.h): the report and the preview. Not published.
+  void setRunObserver(std::shared_ptr<IRunObserver> o) { runObserver_ = std::move(o); }
+  std::shared_ptr<IRunObserver> runObserver() const { return runObserver_; }
+  // A run from Outlook pairs each item with the host company it just created, instead of -1
+  // (with -1, every later run from Outlook creates that company again). Off by default.
+  bool pairCreatedCompanies() const { return pairCreatedCompanies_; }
+  void setPairCreatedCompanies(bool v) { pairCreatedCompanies_ = v; }
   // Shows "Synchronizing " + name on the progress dialog's status line when progress is shown.
   void showStatus(const std::string& name);
 
@@ -197,6 +205,8 @@ class clsOutlookSynchronization : public Object {
   std::shared_ptr<IProgressDialog> progressDialog_;
 
   Counters counters_;
+  std::shared_ptr<IRunObserver> runObserver_;
+  bool pairCreatedCompanies_ = false;
   std::map<int32_t, std::function<void()>> exitProgramHandlers_;
   int32_t nextHandlerToken_ = 1;
 };

@@ -68,6 +68,21 @@ int32_t clsOutlookSynchronization::getRecordCount() {
 }
 
 bool clsOutlookSynchronization::SynchronizeContacts() {
+  // The run's observer watches from before the first statement to after the frame is gone (its
+  // last writes committed, or, in a preview, undone).
+  struct Watch {
+    clsOutlookSynchronization& c;
+    explicit Watch(clsOutlookSynchronization& c) : c(c) {
+      if (!c.runObserver_) return;
+      apartment().runObserver = c.runObserver_.get();
+      observeRun([&](IRunObserver& o) { o.runStarted(c); });
+    }
+    ~Watch() {
+      if (!c.runObserver_) return;
+      observeRun([&](IRunObserver& o) { o.runFinished(c); });
+      apartment().runObserver = nullptr;
+    }
+  } watch(*this);
   ErrorFrame f(kLoc + "SynchronizeContacts");
   bool result = true;
   counters_ = Counters{};
@@ -98,8 +113,9 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
   // so the pairing it has is kept and no item is made for what the look-up could not see. A
   // transfer that saved nothing ("-1", or no identifier at all) keeps the identifier the
   // look-up gave.
-  auto walk = [&](const char* sql, const char* keyField, int member, Lookup lookup,
-                  Transfer transfer, Save save) {
+  auto walk = [&](const char* sql, const char* keyField, const char* nameField, int member,
+                  Lookup lookup, Transfer transfer, Save save) {
+    const auto kind = member == 1 ? IRunObserver::Kind::Company : IRunObserver::Kind::Contact;
     std::unique_ptr<hostdb::Recordset> rs;
     f.step([&] {
       auto& db = apartment().hostDb;
@@ -110,9 +126,18 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
     while (f.test([&] { return !rs->eof(); })) {
       int32_t number = 0;
       std::string outlookID;
-      if (f.step([&] { number = value::toLong(rs->read(keyField)); }) &&
-          f.call([&] { outlookID = (this->*lookup)(number); })) {
-        if (f.test([&] { return companyCollection_->indexOf(number, member) >= 0; })) {
+      bool keyRead = f.step([&] { number = value::toLong(rs->read(keyField)); });
+      if (keyRead) {
+        observeRun([&](IRunObserver& o) {
+          o.recordStarted(kind, std::to_string(number));
+          o.recordNamed(rs->read(nameField));
+        });
+      }
+      if (keyRead && f.call([&] { outlookID = (this->*lookup)(number); })) {
+        observeRun([&](IRunObserver& o) { o.lookedUp(outlookID); });
+        bool selected = f.test([&] { return companyCollection_->indexOf(number, member) >= 0; });
+        observeRun([&](IRunObserver& o) { o.recordSelected(selected); });
+        if (selected) {
           std::string saved;
           f.step([&] { saved = (this->*transfer)(number, outlookID); });
           if (saved != "-1" && !value::isBlank(saved)) outlookID = saved;
@@ -120,8 +145,10 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
         f.step([&] {
           (this->*save)(number, outlookID);
           ++counters_.mappingsSaved;
+          observeRun([&](IRunObserver& o) { o.paired(std::to_string(number), outlookID); });
         });
       }
+      if (keyRead) observeRun([](IRunObserver& o) { o.recordFinished(); });
       if (!endOfPass([&] { rs->next(); })) break;
     }
   };
@@ -129,19 +156,19 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
   if (syncDirectionType_ == syncFromDossieraToOutlook) {
     switch (syncInformationType_) {
       case companyWithDefaultContact:
-        walk("SELECT Companies.* FROM Companies;", "CompanyID", 1,
+        walk("SELECT Companies.* FROM Companies;", "CompanyID", "CompanyName", 1,
              &clsOutlookSynchronization::getCompanyOutlookID,
              &clsOutlookSynchronization::createNewDossieraCompanyWithDefaultContactInOutlook,
              &clsOutlookSynchronization::saveCompanyOutlookID);
         break;
       case companyOnly:
-        walk("SELECT Companies.* FROM Companies;", "CompanyID", 1,
+        walk("SELECT Companies.* FROM Companies;", "CompanyID", "CompanyName", 1,
              &clsOutlookSynchronization::getCompanyOutlookID,
              &clsOutlookSynchronization::createNewDossieraCompanyInOutlook,
              &clsOutlookSynchronization::saveCompanyOutlookID);
         break;
       case contactOnlyShowContactName | contactOnlyShowCompanyName:  // 7: the contact walk
-        walk("SELECT Contacts.* FROM Contacts;", "ContactID", 2,
+        walk("SELECT Contacts.* FROM Contacts;", "ContactID", "DisplayName", 2,
              &clsOutlookSynchronization::getContactOutlookID,
              &clsOutlookSynchronization::createNewDossieraContactInOutlook,
              &clsOutlookSynchronization::saveContactOutlookID);
@@ -155,19 +182,31 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
     while (f.test([&] { return !chosen.atEnd(); })) {
       std::string outlookID;
       int32_t companyNumber = -1;
+      bool keyRead = f.step([&] { outlookID = chosen.currentItem(); });
+      if (keyRead) {
+        observeRun([&](IRunObserver& o) {
+          o.recordStarted(IRunObserver::Kind::OutlookItem, outlookID);
+          o.recordSelected(true);
+        });
+      }
       // As above: a failed look-up neither makes a host company nor pairs the item with -1.
-      if (f.step([&] { outlookID = chosen.currentItem(); }) &&
-          f.call([&] { companyNumber = getOutlookCompanyID(outlookID); })) {
+      if (keyRead && f.call([&] { companyNumber = getOutlookCompanyID(outlookID); })) {
+        observeRun([&](IRunObserver& o) { o.lookedUp(std::to_string(companyNumber)); });
+        int32_t made = 0;
         f.step([&] {
           if (!value::isBlank(outlookID))
-            createNewOutlookCompanyWithDefaultContactInDossiera(outlookID, companyNumber);
+            made = createNewOutlookCompanyWithDefaultContactInDossiera(outlookID, companyNumber);
         });
-        // The number found before the transfer is what is paired, -1 included.
+        // The number found before the transfer is what is paired, -1 included, unless the
+        // company just made is to be paired instead.
+        if (pairCreatedCompanies_ && made > 0) companyNumber = made;
         f.step([&] {
           saveOutlookCompanyID(outlookID, companyNumber);
           ++counters_.mappingsSaved;
+          observeRun([&](IRunObserver& o) { o.paired(std::to_string(companyNumber), outlookID); });
         });
       }
+      if (keyRead) observeRun([](IRunObserver& o) { o.recordFinished(); });
       if (!endOfPass([&] { chosen.moveNext(); })) break;
     }
   }

@@ -1,5 +1,6 @@
 // The Outlook session: attach to a running Outlook (or start one), take its MAPI namespace and
 // log on with the component's settings; StopOutlook lets go of both and never closes Outlook.
+#include "core/apartment.h"
 #include "core/platform.h"
 #include "core/synchronization.h"
 
@@ -14,6 +15,7 @@ bool clsOutlookSynchronization::StartOutlook() {
     ObjectPtr app = platform::attachOrCreate(platform::kOutlookApplication, created);
     if (created) closeOutlookWhenFinished_ = true;
     outlookApp_ = std::dynamic_pointer_cast<outlook::Application>(app);
+    if (outlookApp_) observeRun([&](IRunObserver& o) { outlookApp_ = o.watch(outlookApp_); });
   });
   if (!outlookApp_) return false;
   f.step([&] { outlookNameSpace_ = outlookApp_->GetNamespace("MAPI"); });

@@ -1,10 +1,15 @@
 // A recordset handle of a data access object, closed when it goes out of scope (an error that
 // ends a procedure early leaves no handle behind). Read-only (lock 1) or writable (lock 3).
 // All calls go straight to the data access object and throw its RuntimeErrors.
+// While a run is watched (core/run_observer.h), a recordset of the host database reports the
+// rows it adds and the columns whose values it changes.
 #pragma once
 
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "core/apartment.h"
 #include "interfaces/data_access.h"
 
 namespace dossync::hostdb {
@@ -12,7 +17,10 @@ namespace dossync::hostdb {
 class Recordset {
  public:
   Recordset(IDataAccess& db, const std::string& sql, int32_t lock = kLockReadOnly)
-      : db_(db), handle_(db.openRecordset(sql, kCursorKeyset, lock, true, "")) {}
+      : db_(db), handle_(db.openRecordset(sql, kCursorKeyset, lock, true, "")) {
+    if (lock != kLockReadOnly && apartment().runObserver && &db == apartment().hostDb.get())
+      table_ = tableOf(sql);
+  }
   ~Recordset() { close(); }
   Recordset(const Recordset&) = delete;
   Recordset& operator=(const Recordset&) = delete;
@@ -33,13 +41,31 @@ class Recordset {
   void next() { db_.moveNext(handle_); }
   std::string read(const std::string& field) { return db_.readField(handle_, field); }
   void write(const std::string& field, const std::string& value) {
+    std::string before;
+    if (!table_.empty()) {
+      try {
+        before = db_.readField(handle_, field);
+      } catch (const RuntimeError&) {
+        // The write itself will say what is wrong.
+      }
+    }
     db_.writeField(handle_, field, value, false);
+    if (!table_.empty() && before != value)
+      observeRun([&](IRunObserver& o) { o.hostColumnChanged(table_, field, before, value); });
   }
-  void addNew() { db_.addNew(handle_); }
+  void addNew() {
+    db_.addNew(handle_);
+    added_.clear();
+  }
   void set(const std::string& field, const std::string& value) {
     db_.setNewField(handle_, field, value);
+    if (!table_.empty()) added_.emplace_back(field, value);
   }
-  void save() { db_.saveNew(handle_); }
+  void save() {
+    db_.saveNew(handle_);
+    if (!table_.empty()) observeRun([&](IRunObserver& o) { o.hostRowAdded(table_, added_); });
+    added_.clear();
+  }
   bool find(const std::string& field, const std::string& value) {
     return db_.findFirst(handle_, field, value);
   }
@@ -48,9 +74,21 @@ class Recordset {
   void remove() { db_.deleteCurrent(handle_); }
 
  private:
+  // "SELECT T.* FROM T;" -> "T".
+  static std::string tableOf(const std::string& sql) {
+    size_t at = sql.find(" FROM ");
+    if (at == std::string::npos) at = sql.find(" From ");
+    if (at == std::string::npos) return "?";
+    at += 6;
+    size_t end = sql.find_first_of(" ;", at);
+    return sql.substr(at, end == std::string::npos ? std::string::npos : end - at);
+  }
+
   IDataAccess& db_;
   int32_t handle_;
   bool open_ = true;
+  std::string table_;  // set while a run is watched: the host table this recordset writes
+  std::vector<std::pair<std::string, std::string>> added_;  // the fields of the row being added
 };
 
 }  // namespace dossync::hostdb

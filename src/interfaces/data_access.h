@@ -78,6 +78,12 @@ class IDataAccess : public Object {
   // are committed (throws what could not be). commitDue: whether commitPoint would commit.
   virtual void commitPoint() {}
   virtual bool commitDue() { return false; }
+  // A preview: from beginPreview on, nothing read or written is ever committed, and endPreview
+  // undoes all of it, leaving the database as it was (readers elsewhere never see it). Answers
+  // false when this object cannot preview (nothing was begun then). Closing the database ends a
+  // preview the same way.
+  virtual bool beginPreview() { return false; }
+  virtual void endPreview() {}
 };
 
 using DataAccessPtr = std::shared_ptr<IDataAccess>;

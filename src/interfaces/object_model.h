@@ -15,6 +15,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "core/object.h"
 #include "core/value.h"
@@ -53,6 +55,12 @@ enum class ContactProperty : int32_t {
 };
 
 const char* propertyName(ContactProperty p);
+class ContactItem;
+// Every property of a contact by its Outlook name, in a fixed order: the text properties, then
+// Gender (its number), Birthday and Anniversary (default text form, "" for none), then EntryID
+// when withEntryID.
+std::vector<std::pair<std::string, std::string>> contactProperties(const ContactItem& c,
+                                                                   bool withEntryID = true);
 std::optional<ContactProperty> propertyFromName(const std::string& name);
 inline constexpr int kContactTextPropertyCount = static_cast<int>(ContactProperty::Body) + 1;
 

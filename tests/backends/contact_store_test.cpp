@@ -119,7 +119,7 @@ TEST_P(ContactStoreTest, EveryPropertySurvivesSaveAndReopen) {
 
   auto back = byId(open(), id);
   ASSERT_NE(back, nullptr);
-  EXPECT_EQ(vdir::listContactProperties(*back), vdir::listContactProperties(*c));
+  EXPECT_EQ(outlook::contactProperties(*back), outlook::contactProperties(*c));
 
   // And emptied again.
   for (int i = 0; i < outlook::kContactTextPropertyCount; ++i)
@@ -130,7 +130,7 @@ TEST_P(ContactStoreTest, EveryPropertySurvivesSaveAndReopen) {
   back->Save();
   auto empty = byId(open(), id);
   ASSERT_NE(empty, nullptr);
-  for (const auto& [name, text] : vdir::listContactProperties(*empty)) {
+  for (const auto& [name, text] : outlook::contactProperties(*empty)) {
     if (name == "Gender") {
       EXPECT_EQ(text, "0");
     } else if (name != "EntryID") {

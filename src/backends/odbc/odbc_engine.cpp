@@ -852,6 +852,13 @@ bool OdbcEngine::commit(std::string& error) {
   return ok;
 }
 
+void OdbcEngine::rollback() {
+  if (!inTransaction_) return;
+  SQLEndTran(SQL_HANDLE_DBC, dbc_, SQL_ROLLBACK);
+  SQLSetConnectAttrW(dbc_, SQL_ATTR_AUTOCOMMIT, reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_ON), 0);
+  inTransaction_ = false;
+}
+
 uint64_t OdbcEngine::dataVersion() {
   if (flavour_ == Flavour::Access) return ++looks_;
   if (!impl_->version) impl_->version = prepare("PRAGMA data_version;");

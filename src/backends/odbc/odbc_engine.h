@@ -78,6 +78,7 @@ class OdbcEngine : public sql::Engine {
   bool snapshots() const override { return wal_; }
   bool begin() override;
   bool commit(std::string& error) override;
+  void rollback() override;
   bool inTransaction() const override { return inTransaction_; }
   uint64_t dataVersion() override;
   std::shared_ptr<sql::TableInfo> describeTable(const std::string& name,

@@ -402,6 +402,12 @@ bool PgEngine::commit(std::string& error) {
   return false;
 }
 
+void PgEngine::rollback() {
+  lost_ = false;
+  wroteInTransaction_ = false;
+  if (PQtransactionStatus(conn_) != PQTRANS_IDLE) Result(PQexec(conn_, "ROLLBACK;"));
+}
+
 uint64_t PgEngine::dataVersion() {
   if (!notified_) return ++version_;
   PQconsumeInput(conn_);

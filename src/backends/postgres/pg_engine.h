@@ -66,6 +66,7 @@ class PgEngine : public sql::Engine {
   bool snapshots() const override { return true; }
   bool begin() override;
   bool commit(std::string& error) override;
+  void rollback() override;
   bool inTransaction() const override { return PQtransactionStatus(conn_) != PQTRANS_IDLE; }
   uint64_t dataVersion() override;
   std::shared_ptr<sql::TableInfo> describeTable(const std::string& name,

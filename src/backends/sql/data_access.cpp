@@ -39,10 +39,21 @@ bool DataAccess::openDatabase(int32_t mode) {
   }
 }
 
+bool DataAccess::beginPreview() {
+  if (!db_) return false;
+  db_->beginPreview();
+  return true;
+}
+
+void DataAccess::endPreview() {
+  if (db_) db_->endPreview();
+}
+
 void DataAccess::closeDatabase() {
   recordsets_.clear();
   if (!db_) return;
   std::unique_ptr<Database> db = std::move(db_);
+  db->endPreview();
   db->endSnapshot();  // commits grouped writes, or says why not
 }
 

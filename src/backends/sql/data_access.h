@@ -87,6 +87,8 @@ class DataAccess : public hostdb::IDataAccess {
   void groupWrites(bool on) override;
   void commitPoint() override;
   bool commitDue() override { return db_ && db_->commitDue(); }
+  bool beginPreview() override;
+  void endPreview() override;
 
   // Open recordsets (for tests and leak reports).
   size_t openRecordsetCount() const { return recordsets_.size(); }

@@ -21,6 +21,7 @@ void Statement::bind(int index, const Stored& v) {
 
 bool Statement::step() {
   bool first = !running_;
+  if (first) owner_.checkPreview();
   if (first) owner_.flushUpdate();
   bool inSnapshot = first && owner_.beforeStatement(*stmt_);
   running_ = true;
@@ -355,12 +356,49 @@ void Database::indexDelete(const TableInfo& table, int64_t rowid) {
   for (auto& [column, index] : t->second) index.remove(rowid);
 }
 
+void Database::beginPreview() {
+  if (preview_) return;
+  endSnapshot();
+  if (!engine_->begin())
+    throw RuntimeError(kDiskIO, "Cannot begin a preview on '" + path() + "': " + engine_->lastErrorText());
+  preview_ = true;
+}
+
+void Database::endPreview() {
+  if (!preview_) return;
+  deferred_ = DeferredUpdate{};
+  engine_->rollback();
+  preview_ = false;
+  previewKeys_.clear();
+  reservedTables_.clear();
+  indexes_.clear();  // they hold what was rolled back
+  memo_.rows.clear();
+}
+
+void Database::checkPreview() const {
+  if (preview_ && !engine_->inTransaction())
+    throw RuntimeError(kDiskIO, "The preview on '" + path() +
+                                    "' lost its transaction after an error: nothing more is read "
+                                    "or written");
+}
+
 bool Database::hasReservedKeys(const TableInfo& table) const {
   return reservedTables_.count(value::upper(table.name)) > 0;
 }
 
 int64_t Database::reserveKey(const TableInfo& table) {
   flushUpdate();
+  if (preview_ && table.keyColumn >= 0) {
+    checkPreview();
+    const std::string& key = table.columns[static_cast<size_t>(table.keyColumn)].name;
+    StatementUse st(cached("SELECT max(" + quoteIdentifier(key) + ") FROM " +
+                           quoteIdentifier(table.name) + ";"));
+    int64_t top = st->step() ? st->columnInt(0) : 0;
+    int64_t& last = previewKeys_[value::upper(table.name)];
+    last = std::max(top, last) + 1;
+    reservedTables_.insert(value::upper(table.name));
+    return last;
+  }
   // A number taken by a write joins the grouped writes, or else commits at once: a read
   // snapshot ends first, so the write does not stay open in it.
   const bool writes = engine_->keysAreWrites();

@@ -129,6 +129,16 @@ class Database {
   // so nothing ever reads past them; what the memo holds of the row shows them at once.
   void deferUpdate(const TableInfo& table, int column, int64_t rowid, Stored value);
   void flushUpdate();
+  // A preview: everything from beginPreview on runs in one transaction that endPreview rolls
+  // back, so nothing read or written meanwhile is ever committed and the database is left as it
+  // was. Auto-numbers are worked out from the table (max + 1) instead of being taken from a
+  // sequence, which no rollback would give back. Should the engine lose the transaction (after
+  // a failed statement, PostgreSQL does), every later statement is refused (RuntimeError
+  // kDiskIO naming the database) rather than run outside it.
+  void beginPreview();
+  void endPreview();
+  bool inPreview() const { return preview_; }
+  void checkPreview() const;
   // Ends the snapshot, committing grouped writes; throws RuntimeError kDiskIO naming the
   // database when they cannot be committed (they are lost then).
   void endSnapshot();
@@ -163,6 +173,8 @@ class Database {
   uint64_t indexVersion_ = 0;  // the data version the indexes are of
   bool versionSeen_ = false;   // indexVersion_ checked in the open snapshot
   std::unordered_set<std::string> reservedTables_;
+  bool preview_ = false;
+  std::unordered_map<std::string, int64_t> previewKeys_;  // the last number given, by table
   bool snapshotYoung() const;
   bool snapshotReads_ = false;
   bool snapshotOpen_ = false;

@@ -61,6 +61,7 @@ class Engine {
   virtual bool snapshots() const = 0;
   virtual bool begin() = 0;
   virtual bool commit(std::string& error) = 0;  // false: rolled back; error says why
+  virtual void rollback() = 0;                   // the open transaction, if any, undone
   virtual bool inTransaction() const = 0;
   // A number that changes whenever another connection committed a change, as seen from the
   // current snapshot (or the latest data outside one).

@@ -203,6 +203,11 @@ bool SqliteEngine::commit(std::string& error) {
   return false;
 }
 
+void SqliteEngine::rollback() {
+  if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK;", nullptr, nullptr, nullptr);
+  keys_.clear();  // the numbers it reserved went with it
+}
+
 uint64_t SqliteEngine::dataVersion() {
   if (!version_ &&
       sqlite3_prepare_v2(db_, "PRAGMA data_version;", -1, &version_, nullptr) != SQLITE_OK)

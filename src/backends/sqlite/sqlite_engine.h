@@ -39,6 +39,7 @@ class SqliteEngine : public sql::Engine {
   bool snapshots() const override { return wal_; }
   bool begin() override;
   bool commit(std::string& error) override;
+  void rollback() override;
   bool inTransaction() const override { return !sqlite3_get_autocommit(db_); }
   uint64_t dataVersion() override;
   std::shared_ptr<sql::TableInfo> describeTable(const std::string& name,

@@ -30,7 +30,10 @@ class KeyReserver {
   // The table's next number, taken in its row of sqlite_sequence; throws sql::StaleSnapshot when
   // the write cannot join the open snapshot, RuntimeError kDatabaseLocked when every try lost.
   int64_t reserve(sql::Engine& engine, const sql::TableInfo& table);
-  void clear() { steps_.clear(); }
+  void clear() {
+    steps_.clear();
+    reserved_.clear();
+  }
 
  private:
   struct Steps {

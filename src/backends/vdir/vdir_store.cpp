@@ -139,14 +139,7 @@ class VdirSession final : public outlook::NameSpace {
   }
 
  private:
-  std::string profileName(std::string name) const {
-    if (name.empty()) name = firstLineOf(root_ / "default-profile");
-    if (name.empty()) name = "default";
-    if (name == "." || name == ".." ||
-        name.find_first_of(std::string("/\\\0", 3)) != std::string::npos)
-      throw RuntimeError(kInvalidProcedureCall, "Invalid profile name '" + name + "'", "vdir");
-    return name;
-  }
+  std::string profileName(const std::string& name) const { return vdir::profileName(root_, name); }
 
   std::shared_ptr<ContactFolder> open(std::string name) {
     name = profileName(std::move(name));
@@ -229,21 +222,13 @@ bool deleteVdirItem(outlook::NameSpace& session, const std::string& entryId) {
   return true;
 }
 
-std::vector<std::pair<std::string, std::string>> listContactProperties(
-    const outlook::ContactItem& c) {
-  std::vector<std::pair<std::string, std::string>> out;
-  for (int i = 0; i < outlook::kContactTextPropertyCount; ++i) {
-    auto p = static_cast<outlook::ContactProperty>(i);
-    out.emplace_back(outlook::propertyName(p), c.get(p));
-  }
-  auto date = [](const value::Date& d) {
-    return d == outlook::kNoDate ? std::string() : value::toText(d);
-  };
-  out.emplace_back("Gender", std::to_string(c.Gender()));
-  out.emplace_back("Birthday", date(c.Birthday()));
-  out.emplace_back("Anniversary", date(c.Anniversary()));
-  out.emplace_back("EntryID", c.EntryID());
-  return out;
+std::string profileName(const std::filesystem::path& root, std::string name) {
+  if (name.empty()) name = firstLineOf(root / "default-profile");
+  if (name.empty()) name = "default";
+  if (name == "." || name == ".." ||
+      name.find_first_of(std::string("/\\\0", 3)) != std::string::npos)
+    throw RuntimeError(kInvalidProcedureCall, "Invalid profile name '" + name + "'", "vdir");
+  return name;
 }
 
 }  // namespace dossync::vdir

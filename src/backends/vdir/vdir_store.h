@@ -67,14 +67,12 @@ class VdirItem {
   virtual void Delete() = 0;
 };
 
+// The profile a Logon with that name works on ("" the default); throws RuntimeError 5 for a
+// name that is no folder name. Its folder is ROOT/<answer>.
+std::string profileName(const std::filesystem::path& profilesRoot, std::string name);
+
 // Deletes the item with that entry id from the session's profile (a session of this store).
 // Answers false when there is no such item.
 bool deleteVdirItem(outlook::NameSpace& session, const std::string& entryId);
-
-// Every property of a contact with its text, in Outlook's order: the text properties, then
-// Gender (0/1/2), Birthday and Anniversary ("" for none, else yyyy-mm-dd[ hh:mm:ss]),
-// EntryID. For listings; works on any back end's contact.
-std::vector<std::pair<std::string, std::string>> listContactProperties(
-    const outlook::ContactItem& contact);
 
 }  // namespace dossync::vdir

@@ -1,0 +1,58 @@
+// Watches a synchronisation run record by record, for the preview and the report of the run
+// (report/). The component tells the observer it was given when a run starts and ends; while a
+// run goes on, the apartment's runObserver is that observer and:
+//   the driver says which record it is on, whether it was chosen, what the look-up found and
+//   what it paired the record with;
+//   the host database's recordsets report each row they add and each column whose value they
+//   change (before and after);
+//   error frames report each error with the procedure it happened in;
+//   StartOutlook hands the observer the Outlook application, which may answer one of its own
+//   standing in front of it (to see every item saved, or, in a preview, to save none).
+// An observer never changes what the run does: whatever it throws is dropped.
+// Thread use: the apartment's one thread; the observer outlives the runs it watches.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/error.h"
+
+namespace dossync {
+
+class clsOutlookSynchronization;
+namespace outlook {
+class Application;
+}
+
+class IRunObserver {
+ public:
+  enum class Kind { Company, Contact, OutlookItem };
+
+  virtual ~IRunObserver() = default;
+  virtual void runStarted(clsOutlookSynchronization& component) = 0;
+  virtual void runFinished(clsOutlookSynchronization& component) = 0;
+  virtual std::shared_ptr<outlook::Application> watch(std::shared_ptr<outlook::Application> app) = 0;
+
+  // key: the host number, or the Outlook entry id.
+  virtual void recordStarted(Kind kind, const std::string& key) = 0;
+  virtual void recordNamed(const std::string& name) = 0;
+  virtual void recordSelected(bool selected) = 0;
+  // What the look-up found: an entry id ("" none) or a host number ("-1" none).
+  virtual void lookedUp(const std::string& counterpart) = 0;
+  virtual void paired(const std::string& hostNumber, const std::string& outlookID) = 0;
+  virtual void recordFinished() = 0;
+
+  virtual void hostRowAdded(const std::string& table,
+                            const std::vector<std::pair<std::string, std::string>>& fields) = 0;
+  virtual void hostColumnChanged(const std::string& table, const std::string& column,
+                                 const std::string& before, const std::string& after) = 0;
+  virtual void errorReported(const RuntimeError& error, const std::string& location) = 0;
+};
+
+// Calls the apartment's observer, if a run is watched, dropping anything it throws.
+template <class Call>
+void observeRun(Call&& call);
+
+}  // namespace dossync

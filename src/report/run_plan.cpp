@@ -1,0 +1,218 @@
+#include "report/run_plan.h"
+
+#include <cstdio>
+#include <map>
+#include <sstream>
+
+namespace dossync::report {
+
+using json = nlohmann::ordered_json;
+
+namespace {
+
+constexpr const char* kFormat = "dossync-run/1";
+constexpr const char* kActions[] = {"create-item",    "update-item",    "pair-only", "nothing",
+                                    "create-company", "update-company"};
+
+json errorsJson(const std::vector<ErrorNote>& errors) {
+  json out = json::array();
+  for (const auto& e : errors)
+    out.push_back({{"number", e.number}, {"description", e.description}, {"location", e.location}});
+  return out;
+}
+
+std::vector<ErrorNote> errorsFrom(const json& j) {
+  std::vector<ErrorNote> out;
+  for (const auto& e : j)
+    out.push_back({e.at("number").get<int32_t>(), e.at("description").get<std::string>(),
+                   e.at("location").get<std::string>()});
+  return out;
+}
+
+// Text between double quotes, with what could break the line shown as escapes.
+std::string quote(const std::string& s) {
+  std::string out = "\"";
+  for (char c : s) {
+    if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if (c == '"' || c == '\\') {
+      out += '\\';
+      out += c;
+    } else {
+      out += c;
+    }
+  }
+  return out + "\"";
+}
+
+// Long values (the host's RTF summaries) cut short in the text; the JSON has them whole.
+std::string shown(const std::string& s) {
+  constexpr size_t kShown = 70;
+  if (s.size() <= kShown) return quote(s);
+  size_t cut = kShown;
+  while (cut > 0 && (static_cast<unsigned char>(s[cut]) & 0xC0) == 0x80) --cut;  // whole UTF-8
+  return quote(s.substr(0, cut)) + "... (" + std::to_string(s.size()) + " bytes)";
+}
+
+}  // namespace
+
+int32_t RunPlan::count(const std::string& action) const {
+  int32_t n = 0;
+  for (const auto& r : records) n += r.action == action;
+  return n;
+}
+
+int32_t RunPlan::errorCount() const {
+  auto n = static_cast<int32_t>(errors.size());
+  for (const auto& r : records) n += static_cast<int32_t>(r.errors.size());
+  return n;
+}
+
+json toJson(const RunPlan& plan) {
+  json settings = json::object();
+  for (const auto& [k, v] : plan.settings) settings[k] = v;
+  json records = json::array();
+  for (const auto& r : plan.records) {
+    json changes = json::array();
+    for (const auto& c : r.changes)
+      changes.push_back({{"target", c.target}, {"field", c.field}, {"old", c.before}, {"new", c.after}});
+    json added = json::array();
+    for (const auto& a : r.added) {
+      json fields = json::object();
+      for (const auto& [k, v] : a.fields) fields[k] = v;
+      added.push_back({{"table", a.table}, {"fields", fields}});
+    }
+    records.push_back({{"kind", r.kind},
+                       {"key", r.key},
+                       {"name", r.name},
+                       {"selected", r.selected},
+                       {"action", r.action},
+                       {"outlookId", r.outlookId},
+                       {"pairedWith", r.pairedWith},
+                       {"changes", changes},
+                       {"added", added},
+                       {"notes", r.notes},
+                       {"errors", errorsJson(r.errors)}});
+  }
+  json counts = json::object();
+  for (const char* a : kActions) counts[a] = plan.count(a);
+  return {{"format", kFormat},
+          {"kind", plan.kind},
+          {"id", plan.id},
+          {"started", plan.started},
+          {"finished", plan.finished},
+          {"seconds", plan.seconds},
+          {"settings", settings},
+          {"summary",
+           {{"records", plan.records.size()},
+            {"actions", counts},
+            {"errors", plan.errorCount()},
+            {"companiesCreatedAgain", plan.companiesCreatedAgain},
+            {"companiesToCreateAgain", plan.companiesToCreateAgain}}},
+          {"records", records},
+          {"errors", errorsJson(plan.errors)}};
+}
+
+RunPlan planFromJson(const json& j) {
+  if (j.at("format").get<std::string>() != kFormat)
+    throw json::other_error::create(501, "not a dossync run report", &j);
+  RunPlan plan;
+  plan.kind = j.at("kind").get<std::string>();
+  plan.id = j.at("id").get<std::string>();
+  plan.started = j.at("started").get<std::string>();
+  plan.finished = j.at("finished").get<std::string>();
+  plan.seconds = j.at("seconds").get<double>();
+  for (const auto& [k, v] : j.at("settings").items()) plan.settings.emplace_back(k, v.get<std::string>());
+  const json& summary = j.at("summary");
+  plan.companiesCreatedAgain = summary.at("companiesCreatedAgain").get<int32_t>();
+  plan.companiesToCreateAgain = summary.at("companiesToCreateAgain").get<int32_t>();
+  for (const auto& r : j.at("records")) {
+    RecordPlan p;
+    p.kind = r.at("kind").get<std::string>();
+    p.key = r.at("key").get<std::string>();
+    p.name = r.at("name").get<std::string>();
+    p.selected = r.at("selected").get<bool>();
+    p.action = r.at("action").get<std::string>();
+    p.outlookId = r.at("outlookId").get<std::string>();
+    p.pairedWith = r.at("pairedWith").get<std::string>();
+    for (const auto& c : r.at("changes"))
+      p.changes.push_back({c.at("target").get<std::string>(), c.at("field").get<std::string>(),
+                           c.at("old").get<std::string>(), c.at("new").get<std::string>()});
+    for (const auto& a : r.at("added")) {
+      AddedRow row{a.at("table").get<std::string>(), {}};
+      for (const auto& [k, v] : a.at("fields").items()) row.fields.emplace_back(k, v.get<std::string>());
+      p.added.push_back(std::move(row));
+    }
+    p.notes = r.at("notes").get<std::vector<std::string>>();
+    p.errors = errorsFrom(r.at("errors"));
+    plan.records.push_back(std::move(p));
+  }
+  plan.errors = errorsFrom(j.at("errors"));
+  return plan;
+}
+
+std::string summaryLine(const RunPlan& plan) {
+  std::ostringstream out;
+  out << plan.records.size() << " records";
+  const char* sep = ": ";
+  for (const char* a : kActions) {
+    if (int32_t n = plan.count(a)) {
+      out << sep << n << " " << a;
+      sep = ", ";
+    }
+  }
+  out << "; " << plan.errorCount() << (plan.errorCount() == 1 ? " error" : " errors");
+  return out.str();
+}
+
+std::string toText(const RunPlan& plan) {
+  std::ostringstream out;
+  bool preview = plan.kind == "preview";
+  out << (preview ? "Preview" : "Report " + plan.id) << ": "
+      << (preview ? "what the run will do (nothing has been changed)" : "what the run did") << "\n";
+  out << "Started " << plan.started;
+  if (!preview) {
+    char seconds[32];
+    std::snprintf(seconds, sizeof seconds, "%.2f", plan.seconds);
+    out << ", finished " << plan.finished << " (" << seconds << " s)";
+  }
+  out << "\n";
+  for (const auto& [k, v] : plan.settings) out << "  " << k << ": " << v << "\n";
+  out << summaryLine(plan) << "\n";
+  if (plan.companiesCreatedAgain || plan.companiesToCreateAgain) {
+    out << "Companies made again because items are paired with -1 (see --pair-created): "
+        << plan.companiesCreatedAgain << " by this run, "
+        << plan.companiesToCreateAgain << " by the next run from Outlook\n";
+  }
+  for (const auto& r : plan.records) {
+    out << "\n" << r.kind << " " << r.key;
+    if (!r.name.empty()) out << " " << quote(r.name);
+    out << ": " << r.action;
+    if (!r.selected) out << " (not chosen)";
+    if (!r.outlookId.empty() && r.outlookId != r.key) out << ", item " << r.outlookId;
+    out << ", paired with " << (r.pairedWith.empty() ? "no item" : r.pairedWith) << "\n";
+    for (const auto& a : r.added) {
+      out << "    adds a row to " << a.table;
+      const char* sep = ": ";
+      for (const auto& [k, v] : a.fields) {
+        out << sep << k << " " << quote(v);
+        sep = ", ";
+      }
+      out << "\n";
+    }
+    for (const auto& c : r.changes)
+      out << "    " << c.target << " " << c.field << ": " << shown(c.before) << " -> "
+          << shown(c.after) << "\n";
+    for (const auto& n : r.notes) out << "    note: " << n << "\n";
+    for (const auto& e : r.errors)
+      out << "    error " << e.number << " in " << e.location << ": " << e.description << "\n";
+  }
+  if (!plan.errors.empty()) out << "\nOutside any record:\n";
+  for (const auto& e : plan.errors)
+    out << "    error " << e.number << " in " << e.location << ": " << e.description << "\n";
+  return out.str();
+}
+
+}  // namespace dossync::report

@@ -1,0 +1,79 @@
+// What a synchronisation run does (a preview) or did (a report), record by record, and its two
+// renderings: JSON (the stable shape documented in docs/preview-and-report.md) and readable text.
+//
+// Each record of the run's walk (a host company or contact going to Outlook, or an Outlook item
+// coming to the host) gets one RecordPlan with its action:
+//   create-item     a new Outlook contact is saved for the record
+//   update-item     the paired Outlook contact is saved with changed properties
+//   pair-only       the record was not chosen: only its pairing is saved (with what the look-up
+//                   found, which may be no item)
+//   nothing         the record was chosen but nothing changes (or an error stopped it)
+//   create-company  a host company (with its client record) and contact are made from the item
+//   update-company  the host company and contact paired with the item change
+// Thread use: plain values.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace dossync::report {
+
+struct Change {
+  std::string target;  // "item" (the Outlook contact) or the host table
+  std::string field, before, after;
+};
+
+struct AddedRow {
+  std::string table;
+  std::vector<std::pair<std::string, std::string>> fields;  // as the run set them
+};
+
+struct ErrorNote {
+  int32_t number = 0;
+  std::string description, location;
+};
+
+struct RecordPlan {
+  std::string kind;  // "company", "contact" or "outlook-item"
+  std::string key;   // the host number, or the Outlook entry id
+  std::string name;
+  bool selected = true;
+  std::string action = "nothing";
+  std::string outlookId;   // the Outlook item involved ("" none)
+  std::string pairedWith;  // what the pairing saved: an entry id, or a host company number
+  std::vector<Change> changes;
+  std::vector<AddedRow> added;
+  std::vector<std::string> notes;
+  std::vector<ErrorNote> errors;
+};
+
+struct RunPlan {
+  std::string kind = "report";  // or "preview"
+  std::string id;               // the report's name in its folder ("" for a preview)
+  std::string started, finished;  // local time, ISO 8601
+  double seconds = 0;
+  std::vector<std::pair<std::string, std::string>> settings;
+  std::vector<RecordPlan> records;
+  std::vector<ErrorNote> errors;  // reported outside any record
+  // Runs from Outlook without the pairing of created companies: companies this run makes for
+  // items an earlier run already made one for (and paired with -1), and items this run leaves
+  // paired with -1 after making their company (the next run makes those again).
+  int32_t companiesCreatedAgain = 0;
+  int32_t companiesToCreateAgain = 0;
+
+  int32_t count(const std::string& action) const;
+  int32_t errorCount() const;
+};
+
+nlohmann::ordered_json toJson(const RunPlan& plan);
+// Throws nlohmann::json::exception on a document of another shape.
+RunPlan planFromJson(const nlohmann::ordered_json& json);
+std::string toText(const RunPlan& plan);
+// One line: how many records take each action, and the errors.
+std::string summaryLine(const RunPlan& plan);
+
+}  // namespace dossync::report
