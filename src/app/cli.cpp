@@ -160,10 +160,12 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   auto* reportList = reportCmd->add_subcommand("list", "Every report kept, oldest first (the default)");
   auto* reportShow = reportCmd->add_subcommand("show", "One report");
   reportShow->add_option("ID", reportOptions.id, "The report's id, or last (the default)");
+  std::string unusedPassword;
+  bool unusedInsecure = false;
   for (CLI::App* cmd : {reportCmd, reportList, reportShow}) {
-    cmd->add_option("--outlook", reportOptions.outlook,
-                    "The Outlook store, as for sync (default: the vdir store)");
-    cmd->add_option("--profile", reportOptions.profile, "The profile, as for sync");
+    // The store options of sync, so that the same words find a run's reports; the reports are
+    // local files, so the password is not needed.
+    outlookOptions(cmd, reportOptions.outlook, reportOptions.profile, unusedPassword, unusedInsecure);
     cmd->add_flag("--json", reportOptions.json, "Print JSON");
   }
 

@@ -691,3 +691,44 @@ TEST_P(DataAccessTest, DeletingTheCurrentRowThenWalkingOn) {
 
 }  // namespace
 }  // namespace dossync::sql
+
+namespace dossync::sql {
+namespace {
+
+// A preview sees its own writes (a new row found by its key, a changed field) as the run would,
+// inside procedures and at their commit points alike; ending it leaves the database as it was,
+// the auto-numbers included, and what others wrote meanwhile shows afterwards.
+TEST_P(DataAccessTest, APreviewSeesItsWritesAndLeavesNothingBehind) {
+  ASSERT_TRUE(db.beginPreview());
+  {
+    ErrorFrame procedure("test:preview");
+    db.groupWrites(true);
+    int32_t h = companies(kLockOptimistic);
+    db.addNew(h);
+    std::string key = db.readField(h, "CompanyID");
+    EXPECT_EQ(key, "6");
+    db.setNewField(h, "CompanyName", "Preview Ltd.");
+    db.saveNew(h);
+    ASSERT_TRUE(db.findFirst(h, "CompanyID", "1"));
+    db.writeField(h, "CompanyName", "Changed");
+    db.commitPoint();
+    int32_t again = companies();
+    ASSERT_TRUE(db.findFirst(again, "CompanyName", "preview ltd."));
+    EXPECT_EQ(db.readField(again, "CompanyID"), key);
+    ASSERT_TRUE(db.findFirst(again, "CompanyID", "1"));
+    EXPECT_EQ(db.readField(again, "CompanyName"), "Changed");
+  }
+  db.idle();  // the outermost procedure returned: nothing is committed
+  EXPECT_EQ(stored(), (std::vector<std::string>{"Zeta Ltd.", "acme Inc.", "Beta Co."}));
+  db.endPreview();
+  EXPECT_EQ(stored(), (std::vector<std::string>{"Zeta Ltd.", "acme Inc.", "Beta Co."}));
+  int32_t h = companies(kLockOptimistic);
+  EXPECT_FALSE(db.findFirst(h, "CompanyName", "Preview Ltd."));
+  db.addNew(h);
+  EXPECT_EQ(db.readField(h, "CompanyID"), "6");  // the number the preview showed is still free
+  db.saveNew(h);
+  EXPECT_EQ(query("SELECT count(*) FROM Companies;")[0], "4");
+}
+
+}  // namespace
+}  // namespace dossync::sql

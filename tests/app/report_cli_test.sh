@@ -1,0 +1,99 @@
+#!/usr/bin/env bash
+# The preview and the report of a run, end to end: a preview changes no file (databases, cards,
+# the server's storage) and makes no request that writes; the run that follows reports exactly
+# the records and actions the preview showed, in both directions; a run's errors are in its
+# report with their record and location; --pair-created; old reports are let go.
+# The Outlook store: the vCard folder, or a CardDAV server (store_lib.sh).
+set -uo pipefail
+bin=$1
+work=$(mktemp -d)
+source "$(dirname "$0")/check_lib.sh"
+source "$(dirname "$0")/store_lib.sh"
+trap 'store_cleanup; rm -rf "$work"' EXIT
+
+h="$work/h.db" s="$work/s.db"
+"$bin" demo-data "$h" --companies 8 --seed 3 >/dev/null
+hq() { sqlite3 "$h" "$1"; }
+sq() { sqlite3 "$s" "$1"; }
+sync() { "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress "$@"; }
+# Every file of the run's world by content, but the server's log and the caches reading fills
+# (the server's, and the sync state of the copy dossync keeps of a server's address book).
+files() {
+  (cd "$work" && find . -type f ! -name radicale.log ! -path '*/.Radicale.cache/*' \
+    ! -name carddav-state ! -path './out/*' -print0 | sort -z | xargs -0 md5sum)
+}
+writes() { grep -Ec '"(PUT|DELETE|MKCOL|PROPPATCH|MOVE|COPY) ' "$work/radicale/radicale.log" 2>/dev/null || echo 0; }
+mkdir -p "$work/out"
+# The records of a preview and a report side by side: kind, key, name, chosen, action, changes,
+# rows added and notes; the entry ids a new item gets (and the pairings naming them) differ.
+plan_of() {
+  /usr/bin/python3 -c '
+import json, sys
+d = json.load(open(sys.argv[1]))
+for r in d["records"]:
+    changes = [(c["target"], c["field"], c["old"], c["new"]) for c in r["changes"]]
+    print(r["kind"], r["key"], r["name"], r["selected"], r["action"], changes, r["added"], r["notes"])
+print(d["summary"]["companiesCreatedAgain"], d["summary"]["companiesToCreateAgain"])' "$1"
+}
+preview_then_run() {  # NAME ARGS...: the preview changes nothing, the run does what it showed
+  local name=$1; shift
+  local before; before=$(files); local w; w=$(writes)
+  sync "$@" --preview --json >"$work/out/$name-preview.json"; same "$name preview exit" $? 0
+  same "$name preview changes no file" "$(files)" "$before"
+  same "$name preview makes no write request" "$(writes)" "$w"
+  sync "$@" --json >"$work/out/$name-report.json"; same "$name run exit" $? 0
+  same "$name report is the preview" "$(plan_of "$work/out/$name-report.json")" \
+    "$(plan_of "$work/out/$name-preview.json")"
+}
+
+# Host to Outlook: three companies first, then all with one of them changed: updates, creates,
+# an unchanged item and the rows not chosen, paired all the same.
+sync --select 1,2,3 >/dev/null
+hq "UPDATE Companies SET City = 'Gatineau' WHERE CompanyID = 2;"
+preview_then_run to-outlook --select 1,2,4,5
+p="$work/out/to-outlook-preview.json"
+action() { /usr/bin/python3 -c 'import json,sys; print([r["action"] for r in json.load(open(sys.argv[1]))["records"] if r["key"] == sys.argv[2]][0])' "$1" "$2"; }
+same "unchanged item" "$(action "$p" 1)" nothing
+same "changed item" "$(action "$p" 2)" update-item
+same "not chosen" "$(action "$p" 3)" pair-only
+same "new item" "$(action "$p" 4)" create-item
+hq "UPDATE Companies SET City = 'Hull' WHERE CompanyID = 2;"
+has "text form" "$(sync --select 2 --preview)" 'item BusinessAddressCity: "Gatineau" -> "Hull"'
+same "report show last is the run's report" "$("$bin" report show last "${ol[@]}" --json | plan_of /dev/stdin)" \
+  "$(plan_of "$work/out/to-outlook-report.json")"
+
+# Outlook to host: a new contact makes a company; it stays paired with -1, so the next run makes
+# it again, and both the preview and the report count it.
+put() { "$bin" contacts put "${ol[@]}" --json -; }
+jane=$(put <<<'{"FullName": "Jane Q Public", "FirstName": "Jane", "LastName": "Public", "CompanyName": "Public Works", "BusinessAddressCity": "Ottawa"}')
+preview_then_run from-outlook --direction 3 --select "$jane"
+same "company made" "$(action "$work/out/from-outlook-report.json" "$jane")" create-company
+count() { /usr/bin/python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["summary"][sys.argv[2]])' "$@"; }
+same "to make again next run" "$(count "$work/out/from-outlook-report.json" companiesToCreateAgain)" 1
+preview_then_run again --direction 3 --select "$jane"
+same "made again" "$(count "$work/out/again-report.json" companiesCreatedAgain)" 1
+same "two companies now" "$(hq "SELECT count(*) FROM Companies WHERE CompanyName = 'Public Works';")" 2
+
+# --pair-created pairs the item with the company made: the next run updates it.
+ann=$(put <<<'{"FullName": "Ann Lee", "CompanyName": "Lee Bakery"}')
+sync --direction 3 --select "$ann" --pair-created >/dev/null
+same "paired with the company made" "$(sq "SELECT CompanyNum FROM OutlookSync WHERE OutlookID = '$ann';")" \
+  "$(hq "SELECT CompanyID FROM Companies WHERE CompanyName = 'Lee Bakery';")"
+preview_then_run paired --direction 3 --select "$ann" --pair-created
+same "updated, not made again" "$(action "$work/out/paired-preview.json" "$ann")" nothing
+same "one Lee Bakery" "$(hq "SELECT count(*) FROM Companies WHERE CompanyName = 'Lee Bakery';")" 1
+
+# An error is in the report with its record and where it happened.
+hq "UPDATE Contacts SET Birthday = 'someday' WHERE CompanyNum = 1 AND DefaultContact = 1;"
+sync --select 1 >/dev/null 2>&1
+shown=$("$bin" report show last "${ol[@]}")
+has "error's record" "$shown" "company 1 "
+has "error's location" "$shown" "error 13 in kvoutlookdx.dll-clsOutlookSynchronization-createNewDossieraCompanyWithDefaultContactInOutlook"
+
+# Reports kept: the newest N, the one just written always.
+sync --select 1 --keep-reports 2 >/dev/null 2>&1
+same "reports kept" "$("$bin" report list "${ol[@]}" | wc -l)" 2
+same "no report: said so" "$("$bin" report show 19990101-000000 "${ol[@]}" 2>&1)" \
+  "dossync: No report 19990101-000000 in $(dirname "$cards")/reports"
+
+finish "report cli ($store_kind)"
