@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <system_error>
@@ -65,8 +66,17 @@ fs::path writeReport(const fs::path& folder, RunPlan& plan, const ReportLimits& 
   std::error_code ec;
   fs::create_directories(folder, ec);
   if (ec) throw RuntimeError(kPathNotFound, "Cannot make the reports folder " + folder.string() + ": " + ec.message());
-  std::string id = idNow();
-  for (int n = 2; fs::exists(folder / (id + ".json")); ++n) id = idNow() + "-" + std::to_string(n);
+  // After every report of the same second, so that the order of the ids is the order of the
+  // runs (also when an earlier report of that second was let go).
+  const std::string second = idNow();
+  int after = 0;
+  for (const auto& existing : listReports(folder)) {
+    if (existing.compare(0, second.size(), second) != 0) continue;
+    after = std::max(after, existing.size() == second.size()
+                                ? 1
+                                : std::atoi(existing.c_str() + second.size() + 1));
+  }
+  std::string id = after == 0 ? second : second + "-" + std::to_string(after + 1);
   plan.id = id;
   writeFile(folder / (id + ".txt"), toText(plan));
   writeFile(folder / (id + ".json"), toJson(plan).dump(2) + "\n");

@@ -47,16 +47,19 @@ preview_then_run() {  # NAME ARGS...: the preview changes nothing, the run does 
 }
 
 # Host to Outlook: three companies first, then all with one of them changed: updates, creates,
-# an unchanged item and the rows not chosen, paired all the same.
+# an unchanged item and the rows not chosen, paired all the same. Of two companies of one name,
+# the second finds the item the first made (by its file-as name), in the preview as in the run.
 sync --select 1,2,3 >/dev/null
 hq "UPDATE Companies SET City = 'Gatineau' WHERE CompanyID = 2;"
-preview_then_run to-outlook --select 1,2,4,5
+hq "INSERT INTO Companies (CompanyID, CompanyName, City) VALUES (9, 'Twin Ltd.', 'Laval'), (10, 'Twin Ltd.', 'Hull');"
+preview_then_run to-outlook --select 1,2,4,5,9,10
 p="$work/out/to-outlook-preview.json"
 action() { /usr/bin/python3 -c 'import json,sys; print([r["action"] for r in json.load(open(sys.argv[1]))["records"] if r["key"] == sys.argv[2]][0])' "$1" "$2"; }
 same "unchanged item" "$(action "$p" 1)" nothing
 same "changed item" "$(action "$p" 2)" update-item
 same "not chosen" "$(action "$p" 3)" pair-only
 same "new item" "$(action "$p" 4)" create-item
+same "the twin's item" "$(action "$p" 10)" update-item
 hq "UPDATE Companies SET City = 'Hull' WHERE CompanyID = 2;"
 has "text form" "$(sync --select 2 --preview)" 'item BusinessAddressCity: "Gatineau" -> "Hull"'
 same "report show last is the run's report" "$("$bin" report show last "${ol[@]}" --json | plan_of /dev/stdin)" \
