@@ -3,28 +3,15 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <ctime>
 #include <fstream>
 #include <system_error>
 
 #include "core/error.h"
+#include "report/run_recorder.h"
 
 namespace dossync::report {
 namespace fs = std::filesystem;
 namespace {
-
-std::string idNow() {
-  std::time_t now = std::time(nullptr);
-  std::tm tm{};
-#ifdef _WIN32
-  localtime_s(&tm, &now);
-#else
-  localtime_r(&now, &tm);
-#endif
-  char text[32];
-  std::strftime(text, sizeof text, "%Y%m%d-%H%M%S", &tm);
-  return text;
-}
 
 // The whole file or nothing: a temporary file beside it, then renamed over it.
 void writeFile(const fs::path& path, const std::string& text) {
@@ -68,7 +55,7 @@ fs::path writeReport(const fs::path& folder, RunPlan& plan, const ReportLimits& 
   if (ec) throw RuntimeError(kPathNotFound, "Cannot make the reports folder " + folder.string() + ": " + ec.message());
   // After every report of the same second, so that the order of the ids is the order of the
   // runs (also when an earlier report of that second was let go).
-  const std::string second = idNow();
+  const std::string second = localTimestamp(true);
   int after = 0;
   for (const auto& existing : listReports(folder)) {
     if (existing.compare(0, second.size(), second) != 0) continue;

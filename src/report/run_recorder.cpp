@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
+#include <cstdio>
 
 #include "core/apartment.h"
 #include "core/synchronization.h"
+#include "core/value.h"
 #include "hostdb/recordset.h"
 #include "report/watched_outlook.h"
 
@@ -40,16 +41,11 @@ std::string directionName(int32_t d) {
 
 }  // namespace
 
-std::string localTimestamp() {
-  std::time_t now = std::time(nullptr);
-  std::tm tm{};
-#ifdef _WIN32
-  localtime_s(&tm, &now);
-#else
-  localtime_r(&now, &tm);
-#endif
+std::string localTimestamp(bool compact) {
+  value::Date d = value::now();
   char text[32];
-  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &tm);
+  std::snprintf(text, sizeof text, compact ? "%04d%02d%02d-%02d%02d%02d" : "%04d-%02d-%02dT%02d:%02d:%02d",
+                d.year, d.month, d.day, d.hour, d.minute, d.second);
   return text;
 }
 

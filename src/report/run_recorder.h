@@ -71,7 +71,7 @@ class PreviewScope {
   RunRecorder& recorder_;
 };
 
-// Local time as ISO 8601 ("2026-11-25T17:15:02").
-std::string localTimestamp();
+// Local time as ISO 8601 ("2026-11-25T17:15:02"), or compact ("20261125-171502").
+std::string localTimestamp(bool compact = false);
 
 }  // namespace dossync::report

@@ -18,6 +18,18 @@ struct Shared {
   int nextId = 1;
 };
 
+// What every stand-in holds: the run's shared state and the object it stands in front of.
+template <class Interface>
+class Watched : public Interface {
+ public:
+  Watched(std::shared_ptr<Shared> shared, std::shared_ptr<Interface> inner)
+      : shared_(std::move(shared)), inner_(std::move(inner)) {}
+
+ protected:
+  std::shared_ptr<Shared> shared_;
+  std::shared_ptr<Interface> inner_;
+};
+
 class WatchedContact : public outlook::ContactItem,
                        public std::enable_shared_from_this<WatchedContact> {
  public:
@@ -85,10 +97,9 @@ outlook::ItemPtr wrap(const std::shared_ptr<Shared>& shared, outlook::ItemPtr it
   return std::make_shared<WatchedContact>(shared, contact, false);
 }
 
-class WatchedItems : public outlook::Items {
+class WatchedItems : public Watched<outlook::Items> {
  public:
-  WatchedItems(std::shared_ptr<Shared> shared, std::shared_ptr<outlook::Items> inner)
-      : shared_(std::move(shared)), inner_(std::move(inner)) {}
+  using Watched::Watched;
   int32_t Count() override { return inner_->Count(); }
   outlook::ItemPtr Item(int32_t index) override { return wrap(shared_, inner_->Item(index)); }
   outlook::ItemPtr Find(const std::string& filter) override {
@@ -110,30 +121,22 @@ class WatchedItems : public outlook::Items {
     return nullptr;
   }
 
- private:
-  std::shared_ptr<Shared> shared_;
-  std::shared_ptr<outlook::Items> inner_;
 };
 
-class WatchedFolder : public outlook::MAPIFolder {
+class WatchedFolder : public Watched<outlook::MAPIFolder> {
  public:
-  WatchedFolder(std::shared_ptr<Shared> shared, std::shared_ptr<outlook::MAPIFolder> inner)
-      : shared_(std::move(shared)), inner_(std::move(inner)) {}
+  using Watched::Watched;
   std::shared_ptr<outlook::Items> Items() override {
     auto items = inner_->Items();
     return items ? std::make_shared<WatchedItems>(shared_, items) : nullptr;
   }
   std::string StoreID() const override { return inner_->StoreID(); }
 
- private:
-  std::shared_ptr<Shared> shared_;
-  std::shared_ptr<outlook::MAPIFolder> inner_;
 };
 
-class WatchedNameSpace : public outlook::NameSpace {
+class WatchedNameSpace : public Watched<outlook::NameSpace> {
  public:
-  WatchedNameSpace(std::shared_ptr<Shared> shared, std::shared_ptr<outlook::NameSpace> inner)
-      : shared_(std::move(shared)), inner_(std::move(inner)) {}
+  using Watched::Watched;
   void Logon(std::optional<std::string> profile, std::optional<std::string> password,
              std::optional<bool> showDialog, std::optional<bool> newSession) override {
     inner_->Logon(std::move(profile), std::move(password), showDialog, newSession);
@@ -156,15 +159,11 @@ class WatchedNameSpace : public outlook::NameSpace {
     return item;
   }
 
- private:
-  std::shared_ptr<Shared> shared_;
-  std::shared_ptr<outlook::NameSpace> inner_;
 };
 
-class WatchedApplication : public outlook::Application {
+class WatchedApplication : public Watched<outlook::Application> {
  public:
-  WatchedApplication(std::shared_ptr<Shared> shared, std::shared_ptr<outlook::Application> inner)
-      : shared_(std::move(shared)), inner_(std::move(inner)) {}
+  using Watched::Watched;
   std::shared_ptr<outlook::NameSpace> GetNamespace(const std::string& type) override {
     auto ns = inner_->GetNamespace(type);
     return ns ? std::make_shared<WatchedNameSpace>(shared_, ns) : nullptr;
@@ -176,9 +175,6 @@ class WatchedApplication : public outlook::Application {
     return std::make_shared<WatchedContact>(shared_, contact, true);
   }
 
- private:
-  std::shared_ptr<Shared> shared_;
-  std::shared_ptr<outlook::Application> inner_;
 };
 
 }  // namespace
