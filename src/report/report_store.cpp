@@ -66,7 +66,7 @@ fs::path writeReport(const fs::path& folder, RunPlan& plan, const ReportLimits& 
   std::string id = after == 0 ? second : second + "-" + std::to_string(after + 1);
   plan.id = id;
   writeFile(folder / (id + ".txt"), toText(plan));
-  writeFile(folder / (id + ".json"), toJson(plan).dump(2) + "\n");
+  writeFile(folder / (id + ".json"), toJson(plan).dump() + "\n");  // compact: the .txt is for reading
   prune(folder, id, limits);
   return folder / (id + ".json");
 }
