@@ -41,7 +41,13 @@ int runReport(const ReportOptions& o, std::ostream& out, std::ostream& err) {
       return kExitOk;
     }
     for (const auto& id : ids) {
-      report::RunPlan plan = report::readReport(folder, id);
+      report::RunPlan plan;
+      try {
+        plan = report::readReport(folder, id);
+      } catch (const RuntimeError& e) {
+        out << id << "  (unreadable: " << e.description() << ")\n";  // the others still list
+        continue;
+      }
       std::string direction;
       for (const auto& [k, v] : plan.settings)
         if (k == "direction") direction = v;
