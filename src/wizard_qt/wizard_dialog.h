@@ -87,7 +87,8 @@ class QtWizard : public wizard::frmWizard {
   std::unique_ptr<WizardDialog> dialog_;
 };
 
-// Registers QtWizard with the platform as "frmWizard".
-void registerQtWizard();
+// Registers QtWizard with the platform as "frmWizard"; setup (if any) is applied to each form
+// made, to give it the host's hooks.
+void registerQtWizard(std::function<void(QtWizard&)> setup = {});
 
 }  // namespace dossync::qt
