@@ -14,6 +14,7 @@
 #include "app/console_services.h"
 #include "app/host_component.h"
 #include "app/outlook_wiring.h"
+#include "app/run_report.h"
 #include "app/terminal_progress.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
@@ -101,7 +102,10 @@ int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
   if (int code = openHostComponent(host, errors, messages, o.dataFile, o.hostDb, syncDb, err))
     return code;
   auto& component = host.component;
-  auto recorder = std::make_shared<report::RunRecorder>();
+  auto outcome = std::make_shared<RunOutcome>();
+  auto recorder = makeReportingRecorder(
+      o.outlook, [profile = o.profile] { return profile; },
+      report::ReportLimits{o.keepReports, o.keepDays}, outcome);
   recorder->setSetting("syncDatabase", o.syncDb);
   recorder->setSetting("outlook", o.outlook.empty() ? "vdir (the default store)" : o.outlook);
   recorder->setSetting("profile", o.profile);
@@ -157,21 +161,11 @@ int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
     return host.exitRequested ? kExitProgram : kExitOk;
   }
 
-  std::string reportPath, reportError;
-  report::RunPlan written;
-  recorder->finished = [&](const report::RunPlan& plan) {
-    written = plan;
-    try {
-      report::ReportLimits limits{o.keepReports, o.keepDays};
-      reportPath = report::writeReport(std::filesystem::path(profileFolder(o.outlook, o.profile)) / "reports",
-                                       written, limits)
-                       .string();
-    } catch (const RuntimeError& e) {
-      reportError = e.description();
-    }
-  };
   auto started = std::chrono::steady_clock::now();
   component->Synchronize();
+  const std::string& reportPath = outcome->reportPath;
+  const std::string& reportError = outcome->error;
+  const report::RunPlan& written = outcome->plan;
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
   const auto& n = component->counters();
   char line[400];

@@ -10,10 +10,14 @@
 #include "app/host_component.h"
 #include "app/demo_data.h"
 #include "app/outlook_wiring.h"
+#include "app/run_report.h"
 #include "backends/databases.h"
 #include "core/synchronization.h"
+#include "report/run_recorder.h"
 #include "wizard_qt/qt_services.h"
+#include "wizard_qt/run_dialogs.h"
 #include "wizard_qt/wizard_app.h"
+#include "wizard_qt/wizard_dialog.h"
 
 namespace dossync::app {
 namespace {
@@ -41,6 +45,34 @@ void fillDemoOutlook(clsOutlookSynchronization& c) {
 }
 
 }  // namespace
+
+std::function<void(qt::QtWizard&)> wizardRunDialogs(clsOutlookSynchronization& component,
+                                                    const std::string& outlookSpec) {
+  auto outcome = std::make_shared<RunOutcome>();
+  auto recorder = makeReportingRecorder(
+      outlookSpec, [&component] { return component.Profile(); }, {}, outcome);
+  recorder->setSetting("outlook", outlookSpec.empty() ? "vdir (the default store)" : outlookSpec);
+  recorder->setSetting("select", "the wizard's selection");
+  component.setRunObserver(recorder);
+  return [recorder, outcome](qt::QtWizard& form) {
+    QWidget* over = &form.dialog();
+    // A database that cannot preview throws before anything runs; the form's error frame
+    // reports it.
+    form.setPreviewRun([recorder, over](clsOutlookSynchronization& c) {
+      {
+        report::PreviewScope scope(*recorder);
+        c.Synchronize();
+      }
+      qt::makePlanDialog(recorder->plan(), over)->exec();
+    });
+    form.afterRun = [outcome, over](clsOutlookSynchronization& c) {
+      if (!outcome->finished) return;
+      qt::makeSummaryDialog(outcome->plan, c.counters(), outcome->textPath(), outcome->error, over)
+          ->exec();
+      outcome->finished = false;
+    };
+  };
+}
 
 void addWizardCommand(CLI::App& app, WizardCommand& wizard) {
   WizardOptions& o = wizard.options;
@@ -112,11 +144,12 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
     component->setDisplayLoginDialog(false);
     if (offscreen) {
       if (demo) fillDemoOutlook(*component);
-      auto files = qt::renderScreenshots(*component, o.screenshots);
+      auto files = qt::renderScreenshots(*component, o.screenshots,
+                                         wizardRunDialogs(*component, o.outlook));
       for (const auto& f : files) out << f << "\n";
       if (files.empty()) return kExitFailure;
     } else {
-      qt::runWizardWindow(*component);
+      qt::runWizardWindow(*component, wizardRunDialogs(*component, o.outlook));
     }
     return host.exitRequested ? kExitProgram : kExitOk;
   });

@@ -7,11 +7,19 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
 #include <string>
 
 namespace CLI {
 class App;
+}
+
+namespace dossync {
+class clsOutlookSynchronization;
+}
+namespace dossync::qt {
+class QtWizard;
 }
 
 namespace dossync::app {
@@ -30,5 +38,12 @@ struct WizardCommand {
 // Adds the subcommand to app; the answer must outlive parsing.
 void addWizardCommand(CLI::App& app, WizardCommand& wizard);
 int runWizard(const WizardOptions& o, std::ostream& out, std::ostream& err);
+
+// Gives the component a recorder that writes each run's report into the profile's reports/
+// folder of that store (run_report.h), and answers the setup of a Qt wizard over it: "Show what
+// will change" previews the run Finish would make and shows its plan; after Finish, a summary
+// of the run with a link to its report.
+std::function<void(qt::QtWizard&)> wizardRunDialogs(clsOutlookSynchronization& component,
+                                                    const std::string& outlookSpec);
 
 }  // namespace dossync::app

@@ -23,6 +23,7 @@ enum class ControlKind {
   Label,
   CommandButton,
   OptionButton,
+  CheckBox,
   TextBox,
   ComboBox,
   TreeView,
@@ -56,7 +57,7 @@ struct Control {
   bool focusable = false;
   bool masked = false;  // text box showing its text as bullets
 
-  bool value = false;  // option button
+  bool value = false;  // option button, check box
 
   std::vector<ComboItem> items;  // combo box
   int32_t listIndex = -1;

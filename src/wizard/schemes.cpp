@@ -162,7 +162,7 @@ void frmWizard::populateOutlookSchemeSettings() {
   f.step([&] {
     int32_t info = owner().SyncInformationType();
     if (info >= 1 && info <= 4) setOption(control("optInfoType", info));
-  });
+  });  f.step([&] { control("chkPairCreated").value = owner().pairCreatedCompanies(); });
 }
 
 void frmWizard::setupAdvancedOptions() {
@@ -172,6 +172,8 @@ void frmWizard::setupAdvancedOptions() {
     for (const char* name : {"Frame6", "Frame3", "txtContactsCategory", "Label6", "Label7"})
       control(name).enabled = toOutlook;
     for (int32_t i = 1; i <= 4; ++i) control("optInfoType", i).enabled = toOutlook;
+    // Only a run from Outlook makes companies.
+    control("chkPairCreated").enabled = !toOutlook;
   });
 }
 

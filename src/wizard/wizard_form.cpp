@@ -47,7 +47,7 @@ Control& frmWizard::add(ControlKind kind, const std::string& name, int32_t index
   c->container = container;
   c->containerIndex = containerIndex;
   c->focusable = kind == ControlKind::CommandButton || kind == ControlKind::OptionButton ||
-                 kind == ControlKind::TextBox || kind == ControlKind::ComboBox ||
+                 kind == ControlKind::CheckBox || kind == ControlKind::TextBox || kind == ControlKind::ComboBox ||
                  kind == ControlKind::TreeView;
   Control& ref = *c;
   byName_[{name, index}] = &ref;
@@ -106,31 +106,37 @@ void frmWizard::buildControls() {
   add(K::Frame, "Frame5", -1, "Save Synchronization Scheme", x, 118, w, 68, "fraStep", 2);
   add(K::TextBox, "txtSaveName", -1, "", 12, 28, 336, 26, "Frame5");
   add(K::CommandButton, "cmdSaveScheme", -1, "Save", 358, 27, 90, 28, "Frame5");
+  // Shown only when the host can preview a run (setPreviewRun).
+  add(K::CommandButton, "cmdPreview", -1, "Show what will change", x, 200, 200, 30, "fraStep", 2)
+      .visible = false;
 
   // Step 3: advanced options.
   Control& options = add(K::Label, "Label3", -1, "Synchronization Options", x, 14, w, 24, "fraStep", 3);
   options.bold = true;
   options.fontSize = 12;
-  add(K::Frame, "Frame3", -1, "Information Type", x, 42, w, 124, "fraStep", 3);
+  add(K::Frame, "Frame3", -1, "Information Type", x, 40, w, 116, "fraStep", 3);
   const std::array<const char*, 4> infoTypes = {
       "Company Information (with Default Contact)", "Company Information Only",
       "Contact Information (with Contact Name Displayed)",
       "Contact Information (with Company Name Displayed)"};
   for (int32_t i = 1; i <= 4; ++i)
-    add(K::OptionButton, "optInfoType", i, infoTypes[i - 1], 14, 24 + 24 * (i - 1), 434, 22, "Frame3")
+    add(K::OptionButton, "optInfoType", i, infoTypes[i - 1], 14, 22 + 22 * (i - 1), 434, 22, "Frame3")
         .value = i == 1;
-  add(K::Frame, "Frame4", -1, "Outlook Settings", x, 172, w, 84, "fraStep", 3);
-  add(K::Label, "Label4", -1, "Profile Name:", 14, 27, 130, 22, "Frame4");
-  add(K::TextBox, "txtProfileName", -1, "", 150, 24, 298, 26, "Frame4");
-  add(K::Label, "Label5", -1, "Password:", 14, 55, 130, 22, "Frame4");
-  add(K::TextBox, "txtPassword", -1, "", 150, 52, 298, 26, "Frame4").masked = true;
-  add(K::Frame, "Frame6", -1, "Contacts Category", x, 262, w, 102, "fraStep", 3);
+  add(K::Frame, "Frame4", -1, "Outlook Settings", x, 160, w, 80, "fraStep", 3);
+  add(K::Label, "Label4", -1, "Profile Name:", 14, 25, 130, 22, "Frame4");
+  add(K::TextBox, "txtProfileName", -1, "", 150, 22, 298, 26, "Frame4");
+  add(K::Label, "Label5", -1, "Password:", 14, 53, 130, 22, "Frame4");
+  add(K::TextBox, "txtPassword", -1, "", 150, 50, 298, 26, "Frame4").masked = true;
+  add(K::Frame, "Frame6", -1, "Contacts Category", x, 244, w, 92, "fraStep", 3);
   add(K::Label, "Label6", -1,
       "You can specify the Outlook contacts category you would like the imported clients to be "
       "allocated to.",
-      14, 22, 434, 40, "Frame6");
-  add(K::Label, "Label7", -1, "Contacts Category:", 14, 69, 130, 22, "Frame6");
-  add(K::TextBox, "txtContactsCategory", -1, "", 150, 66, 298, 26, "Frame6");
+      14, 20, 434, 36, "Frame6");
+  add(K::Label, "Label7", -1, "Contacts Category:", 14, 61, 130, 22, "Frame6");
+  add(K::TextBox, "txtContactsCategory", -1, "", 150, 58, 298, 26, "Frame6");
+  // A setting of this session only: saved schemes do not keep it.
+  add(K::CheckBox, "chkPairCreated", -1, "Pair Outlook contacts with the companies made for them",
+      x + 14, 342, w - 14, 22, "fraStep", 3);
 
   // The navigation panel along the bottom.
   add(K::PictureBox, "picNav", -1, "", 0, 370, kFormWidth, 60);
@@ -240,6 +246,11 @@ void frmWizard::userClick(Control& c) {
       else if (c.name == "cmdAdvancedOptions") cmdAdvancedOptions_Click();
       else if (c.name == "cmdDeleteScheme") cmdDeleteScheme_Click();
       else if (c.name == "cmdSaveScheme") cmdSaveScheme_Click();
+      else if (c.name == "cmdPreview") cmdPreview_Click();
+      break;
+    case ControlKind::CheckBox:
+      c.value = !c.value;
+      if (c.name == "chkPairCreated") chkPairCreated_Click();
       break;
     case ControlKind::OptionButton: {
       bool was = c.value;
@@ -381,13 +392,9 @@ void frmWizard::cmdNav_Click(int16_t Index) {
         break;
       }
       case 4:
-        if (selection().isEmpty()) {
-          showMessage("You must select some companies or contacts to import into Microsoft "
-                      "Outlook before proceeding.  Go to the first step and select some clients "
-                      "to import.",
-                      3);
-        } else {
+        if (selectionChosen()) {
           owner().Synchronize();
+          if (afterRun) afterRun(owner());
           unload();
         }
         break;
@@ -395,6 +402,33 @@ void frmWizard::cmdNav_Click(int16_t Index) {
         break;
     }
   });
+}
+
+bool frmWizard::selectionChosen() {
+  if (!selection().isEmpty()) return true;
+  showMessage("You must select some companies or contacts to import into Microsoft Outlook "
+              "before proceeding.  Go to the first step and select some clients to import.",
+              3);
+  return false;
+}
+
+void frmWizard::setPreviewRun(std::function<void(clsOutlookSynchronization&)> run) {
+  previewRun_ = std::move(run);
+  control("cmdPreview").visible = static_cast<bool>(previewRun_);
+}
+
+// The settings and the selection are the component's already (each control writes through, a
+// text box when it loses the focus to this button), so the preview runs what Finish would.
+void frmWizard::cmdPreview_Click() {
+  ErrorFrame f(kLoc + "cmdPreview_Click");
+  f.step([&] {
+    if (previewRun_ && selectionChosen()) previewRun_(owner());
+  });
+}
+
+void frmWizard::chkPairCreated_Click() {
+  ErrorFrame f(kLoc + "chkPairCreated_Click");
+  f.step([&] { owner().setPairCreatedCompanies(control("chkPairCreated").value); });
 }
 
 void frmWizard::cmdAdvancedOptions_Click() {

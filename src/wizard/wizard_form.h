@@ -23,6 +23,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -62,6 +63,13 @@ class frmWizard : public IWizardForm {
 
   void setView(IWizardView* view) { view_ = view; }
 
+  // ---- Hooks the host may supply (a view without them still works).
+  // Runs the component as Finish would without changing anything, and shows what the run would
+  // change. The last step shows its "Show what will change" button only when there is one.
+  void setPreviewRun(std::function<void(clsOutlookSynchronization&)> run);
+  // Called when Finish's run is over, before the form unloads (to sum the run up, say).
+  std::function<void(clsOutlookSynchronization&)> afterRun;
+
   // ---- Entry.
   void startWizard(clsOutlookSynchronization& owner) override;
 
@@ -98,6 +106,8 @@ class frmWizard : public IWizardForm {
   void SetNavBtns(int16_t& nStep);
   void cmdNav_Click(int16_t Index);
   void cmdAdvancedOptions_Click();
+  void cmdPreview_Click();
+  void chkPairCreated_Click();
   void optSynchDirection_Click(int16_t Index);
   void optInfoType_Click(int16_t Index);
   void txtContactsCategory_LostFocus();
@@ -146,6 +156,8 @@ class frmWizard : public IWizardForm {
   // The index of the selected button of an option array, 0 when none is.
   int32_t selectedOption(const std::string& name);
   void showMessage(const std::string& text, int32_t style);
+  // Whether something is selected; tells the user to select something when not.
+  bool selectionChosen();
   void refresh();
   clsOutlookSynchronization& owner();
   SelectionCollection& selection();
@@ -166,6 +178,7 @@ class frmWizard : public IWizardForm {
   bool schemeSaved_ = false;
   std::unique_ptr<clsPopulateClientTree> populateAddressBookTree_;
   std::unique_ptr<clsOutlookContactTree> populateOutlookTree_;
+  std::function<void(clsOutlookSynchronization&)> previewRun_;
 };
 
 }  // namespace dossync::wizard

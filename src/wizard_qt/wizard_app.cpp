@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QLabel>
 #include <QMainWindow>
+#include <QTimer>
 #include <QTreeWidget>
 
 #include <filesystem>
@@ -28,7 +29,7 @@ int withQtApplication(bool offscreen, const std::function<int()>& body) {
   return code;
 }
 
-void runWizardWindow(clsOutlookSynchronization& component) {
+void runWizardWindow(clsOutlookSynchronization& component, std::function<void(QtWizard&)> setup) {
   QMainWindow window;
   window.setWindowTitle("Dossiera");
   auto* label = new QLabel("Dossiera: the synchronisation wizard runs over this window.");
@@ -37,7 +38,7 @@ void runWizardWindow(clsOutlookSynchronization& component) {
   window.resize(820, 560);
   window.show();
   component.setMDIForm(std::make_shared<WindowObject>(&window));
-  registerQtWizard();
+  registerQtWizard(std::move(setup));
   component.openSynchForm();
   component.setMDIForm(nullptr);
 }
@@ -57,10 +58,12 @@ std::string categoryWithCompanies(wizard::TreeView& t, const char* childPrefix) 
 
 }  // namespace
 
-std::vector<std::string> renderScreenshots(clsOutlookSynchronization& component, const std::string& dir) {
+std::vector<std::string> renderScreenshots(clsOutlookSynchronization& component, const std::string& dir,
+                                           std::function<void(QtWizard&)> setup) {
   std::filesystem::create_directories(dir);
   std::vector<std::string> written;
   auto form = std::make_shared<QtWizard>();
+  if (setup) setup(*form);
   WizardDialog& dialog = form->dialog();
   auto shoot = [&](const std::string& name) {
     dialog.syncFromModel();
@@ -88,6 +91,26 @@ std::vector<std::string> renderScreenshots(clsOutlookSynchronization& component,
     d.click("cmdNav", 3);
     d.type("txtSaveName", "Month-end clients");
     shoot("wizard-3-finish.png");
+
+    if (form->control("cmdPreview").visible) {
+      // The dialog is modal: it is pictured and closed from inside its own loop, once the
+      // preview's run (and its progress dialog) is over.
+      QTimer poll;
+      QObject::connect(&poll, &QTimer::timeout, [&] {
+        for (QWidget* shown : QApplication::topLevelWidgets()) {
+          if (!shown->isVisible() || shown->windowTitle() != "What will change") continue;
+          poll.stop();
+          shown->resize(720, 460);
+          QCoreApplication::processEvents();
+          std::string path = (std::filesystem::path(dir) / "wizard-6-preview.png").string();
+          if (shown->grab().save(QString::fromStdString(path), "PNG")) written.push_back(path);
+          shown->close();
+          return;
+        }
+      });
+      poll.start(20);
+      d.click("cmdPreview");
+    }
 
     d.click("cmdNav", 2);
     d.click("cmdNav", 2);

@@ -1,6 +1,7 @@
 #include "wizard_qt/wizard_dialog.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QFrame>
@@ -82,6 +83,12 @@ void WizardDialog::build() {
         radio->setAutoExclusive(false);
         connect(radio, &QRadioButton::clicked, this, [this, &c] { forward([&] { form_.userClick(c); }); });
         w = radio;
+        break;
+      }
+      case ControlKind::CheckBox: {
+        auto* box = new QCheckBox(parent);
+        connect(box, &QCheckBox::clicked, this, [this, &c] { forward([&] { form_.userClick(c); }); });
+        w = box;
         break;
       }
       case ControlKind::TextBox: {
@@ -173,6 +180,12 @@ void WizardDialog::syncFromModel() {
         auto* radio = static_cast<QRadioButton*>(w);
         radio->setText(q(c->text));
         radio->setChecked(c->value);
+        break;
+      }
+      case ControlKind::CheckBox: {
+        auto* box = static_cast<QCheckBox*>(w);
+        box->setText(q(c->text));
+        box->setChecked(c->value);
         break;
       }
       case ControlKind::TextBox: {
@@ -327,8 +340,12 @@ QtWizard::~QtWizard() {
   dialog_.reset();
 }
 
-void registerQtWizard() {
-  platform::registerClass(kWizardFormClass, [] { return std::make_shared<QtWizard>(); });
+void registerQtWizard(std::function<void(QtWizard&)> setup) {
+  platform::registerClass(kWizardFormClass, [setup] {
+    auto form = std::make_shared<QtWizard>();
+    if (setup) setup(*form);
+    return form;
+  });
 }
 
 }  // namespace dossync::qt

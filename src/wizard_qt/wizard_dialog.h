@@ -5,9 +5,10 @@
 // into the widgets. The tree widget mirrors the form's tree through its observer interface.
 //
 // Widgets: frames are group boxes (the step frames flat), labels word-wrap, text boxes are
-// line edits (the password one masked), option buttons radio buttons whose checked state is
-// the form's, the scheme list a combo box, the tree a QTreeWidget with check boxes and drawn
-// icons (an icon's selected form is the node's selected image), pictures drawn step pictures.
+// line edits (the password one masked), option buttons radio buttons and check boxes check
+// boxes, whose checked state is the form's, the scheme list a combo box, the tree a QTreeWidget
+// with check boxes and drawn icons (an icon's selected form is the node's selected image),
+// pictures drawn step pictures.
 //
 // showModal runs the dialog modally over the owner window (QDialog::exec); when a session is
 // set instead (offscreen rendering), it shows the dialog without a modal loop, runs the
@@ -87,7 +88,8 @@ class QtWizard : public wizard::frmWizard {
   std::unique_ptr<WizardDialog> dialog_;
 };
 
-// Registers QtWizard with the platform as "frmWizard".
-void registerQtWizard();
+// Registers QtWizard with the platform as "frmWizard"; setup (if any) is applied to each form
+// made, to give it the host's hooks.
+void registerQtWizard(std::function<void(QtWizard&)> setup = {});
 
 }  // namespace dossync::qt

@@ -262,6 +262,10 @@ void WizardWindow::build() {
         if (!continues) style |= WS_GROUP;
         break;
       }
+      case ControlKind::CheckBox:
+        cls = WC_BUTTONW;
+        style |= BS_CHECKBOX | BS_NOTIFY | WS_TABSTOP | WS_GROUP;
+        break;
       case ControlKind::TextBox:
         cls = WC_EDITW;
         style |= ES_AUTOHSCROLL | WS_TABSTOP | WS_GROUP | (c.masked ? ES_PASSWORD : 0);
@@ -477,7 +481,8 @@ void WizardWindow::syncFromModel() {
       case ControlKind::TextBox:
         setText(h, c.text);
         break;
-      case ControlKind::OptionButton: {
+      case ControlKind::OptionButton:
+      case ControlKind::CheckBox: {
         setText(h, c.text);
         WPARAM state = c.value ? BST_CHECKED : BST_UNCHECKED;
         if (static_cast<WPARAM>(SendMessageW(h, BM_GETCHECK, 0, 0)) != state)
@@ -750,13 +755,15 @@ void WizardWindow::onCommand(WORD id, WORD code, HWND) {
   bool focus = code == BN_SETFOCUS || code == EN_SETFOCUS || code == CBN_SETFOCUS;
   if (syncing_) return;
   if (focus && (c.kind == ControlKind::CommandButton || c.kind == ControlKind::OptionButton ||
-                c.kind == ControlKind::TextBox || c.kind == ControlKind::ComboBox)) {
+                c.kind == ControlKind::CheckBox || c.kind == ControlKind::TextBox ||
+                c.kind == ControlKind::ComboBox)) {
     forward([&] { form_.userFocus(&c); });
     return;
   }
   switch (c.kind) {
     case ControlKind::CommandButton:
     case ControlKind::OptionButton:
+    case ControlKind::CheckBox:
       if (code == BN_CLICKED) forward([&] { form_.userClick(c); });
       break;
     case ControlKind::TextBox:

@@ -190,6 +190,26 @@ TEST_F(WizardTest, NextFromTheOutlookDirectionFillsTheTreeFromOutlook) {
   EXPECT_EQ(c().outlookNameSpace(), nullptr);  // the wizard let go of Outlook after filling
 }
 
+TEST_F(WizardTest, ThePreviewButtonNeedsTheHostsHookAndASelection) {
+  start();
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  EXPECT_FALSE(d->canUse("cmdPreview"));  // a view without the hook shows no dead button
+  int previews = 0;
+  form->setPreviewRun([&](clsOutlookSynchronization&) { ++previews; });
+  ASSERT_TRUE(d->click("cmdPreview"));
+  EXPECT_EQ(previews, 0);  // nothing selected: the same message as Finish gives
+  ASSERT_EQ(shown().size(), 1u);
+  EXPECT_EQ(shown()[0].style, 3);
+  selection().add("13", "", "");
+  ASSERT_TRUE(d->click("cmdPreview"));
+  EXPECT_EQ(previews, 1);
+  int after = 0;
+  form->afterRun = [&](clsOutlookSynchronization& o) { after += o.counters().itemsCreated; };
+  ASSERT_TRUE(d->click("cmdNav", 4));
+  EXPECT_EQ(after, 1);  // after the run, before the form goes
+}
+
 TEST_F(WizardTest, OpenSynchFormRunsTheRegisteredFormAndReleasesIt) {
   bool sawCurrentWizard = false;
   wizard::registerHeadlessWizard([&](wizard::WizardDriver& w) {

@@ -45,6 +45,8 @@ TEST(WizardScreenshots, EveryStepAndBothDirectionsArePictured) {
     for (const QImage& earlier : shots) EXPECT_NE(shot, earlier);  // each shows something else
     shots.push_back(shot);
   }
+  // The dialog "Show what will change" opens over the last step.
+  EXPECT_FALSE(QImage(QString::fromStdString(out + "/wizard-6-preview.png"), "PNG").isNull());
 }
 
 }  // namespace

@@ -1,12 +1,24 @@
 // The Qt dialog over the real form, offscreen: widgets render the form's controls and what the
 // user does in them reaches the form.
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
+#include <QLabel>
 #include <QLineEdit>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QRadioButton>
+#include <QRegularExpression>
+#include <QTimer>
 #include <QTreeWidget>
+#include <QUrl>
 
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "app/cmd_wizard.h"
 #include "wizard/wizard_fixture.h"
 #include "wizard_qt/wizard_dialog.h"
 
@@ -38,8 +50,36 @@ class QtWizardTest : public testing::WizardTest {
         qtForm->dialog().treeWidget()->findItems(text, Qt::MatchExactly | Qt::MatchRecursive);
     return found.empty() ? nullptr : found.front();
   }
+  // The dialog of that title the next click opens modally, read and closed inside its loop.
+  void onDialog(const QString& title, std::function<void(QWidget&)> read) {
+    auto* poll = new QTimer(qApp);
+    QObject::connect(poll, &QTimer::timeout, [poll, title, read] {
+      for (QWidget* shown : QApplication::topLevelWidgets()) {
+        if (!shown->isVisible() || shown->windowTitle() != title) continue;
+        poll->deleteLater();
+        poll->stop();
+        read(*shown);
+        shown->close();
+        return;
+      }
+    });
+    poll->start(10);
+  }
   std::shared_ptr<qt::QtWizard> qtForm;
 };
+
+// Every file under the folder with its bytes.
+std::map<std::string, std::string> filesUnder(const std::string& dir) {
+  std::map<std::string, std::string> out;
+  for (const auto& e : std::filesystem::recursive_directory_iterator(dir)) {
+    if (!e.is_regular_file()) continue;
+    std::ifstream in(e.path(), std::ios::binary);
+    std::ostringstream bytes;
+    bytes << in.rdbuf();
+    out[e.path().string()] = bytes.str();
+  }
+  return out;
+}
 
 TEST_F(QtWizardTest, TickingACategoryInTheTreeWidgetSelectsItsCompaniesAndFinishSynchronises) {
   qt::WizardDialog& dialog = qtForm->dialog();
@@ -120,6 +160,82 @@ TEST_F(QtWizardTest, OptionButtonsTextBoxesAndTheSchemeListReachTheForm) {
   };
   qtForm->startWizard(c());
   EXPECT_FALSE(qtForm->loaded());
+}
+
+TEST_F(QtWizardTest, ShowWhatWillChangePreviewsTheRunOfFinishAndChangesNoFile) {
+  app::wizardRunDialogs(c(), "vdir:" + host->outlookRoot)(*qtForm);
+  c().StartOutlook();  // the store exists, with one contact that must stay as it is
+  auto kept = std::dynamic_pointer_cast<outlook::ContactItem>(
+      c().outlookApplication()->CreateItem(outlook::olContactItem));
+  kept->setFileAs("Kept Contact");
+  kept->Save();
+  c().StopOutlook();
+  qt::WizardDialog& dialog = qtForm->dialog();
+  std::string title, summary, plan;
+  dialog.session = [&] {
+    button("cmdNav", 3)->click();
+    item("Corporations")->setCheckState(0, Qt::Checked);
+    button("cmdNav", 3)->click();
+    ASSERT_TRUE(button("cmdPreview")->isVisibleTo(&dialog));
+    auto before = filesUnder(dir.path());
+    onDialog("What will change", [&](QWidget& shown) {
+      title = shown.windowTitle().toStdString();
+      summary = shown.findChild<QLabel*>("summary")->text().toStdString();
+      plan = shown.findChild<QPlainTextEdit*>("plan")->toPlainText().toStdString();
+    });
+    button("cmdPreview")->click();
+    EXPECT_EQ(filesUnder(dir.path()), before);
+    button("cmdNav", 1)->click();
+  };
+  qtForm->startWizard(c());
+  EXPECT_EQ(title, "What will change");
+  EXPECT_NE(summary.find("create-item"), std::string::npos) << summary;
+  EXPECT_NE(plan.find("Acme Ltd"), std::string::npos) << plan;
+  EXPECT_NE(plan.find("create-item"), std::string::npos) << plan;
+  EXPECT_NE(plan.find(summary), std::string::npos) << plan;  // the line on top sums the text up
+}
+
+TEST_F(QtWizardTest, FinishFromOutlookPairsTheCompanyMadeAndLinksItsReport) {
+  app::wizardRunDialogs(c(), "vdir:" + host->outlookRoot)(*qtForm);
+  c().StartOutlook();
+  auto card = std::dynamic_pointer_cast<outlook::ContactItem>(
+      c().outlookApplication()->CreateItem(outlook::olContactItem));
+  card->setFileAs("Harbour Printing");
+  card->setCompanyName("Harbour Printing");
+  card->Save();
+  std::string entryID = card->EntryID();
+  c().StopOutlook();
+  qt::WizardDialog& dialog = qtForm->dialog();
+  QString reportLabel;
+  dialog.session = [&] {
+    qobject_cast<QRadioButton*>(dialog.widget("optSynchDirection", 3))->click();
+    button("cmdAdvancedOptions")->click();
+    auto* pair = qobject_cast<QCheckBox*>(dialog.widget("chkPairCreated"));
+    ASSERT_TRUE(pair->isEnabled() && !pair->isChecked());
+    pair->click();
+    EXPECT_TRUE(pair->isChecked());
+    EXPECT_TRUE(c().pairCreatedCompanies());
+    button("cmdNav", 2)->click();
+    button("cmdNav", 3)->click();
+    ASSERT_NE(item("Harbour Printing"), nullptr);
+    item("Harbour Printing")->setCheckState(0, Qt::Checked);
+    button("cmdNav", 3)->click();
+    onDialog("Synchronization finished",
+             [&](QWidget& shown) { reportLabel = shown.findChild<QLabel*>("report")->text(); });
+    button("cmdNav", 4)->click();
+  };
+  qtForm->startWizard(c());
+  EXPECT_FALSE(qtForm->loaded());
+  std::string made = one("SELECT CompanyID FROM Companies WHERE CompanyName = 'Harbour Printing';");
+  ASSERT_NE(made, "<no row>");
+  EXPECT_EQ(testing::querySql(host->syncPath, "SELECT CompanyNum FROM OutlookSync WHERE OutlookID = '" +
+                                                  entryID + "';"),
+            (std::vector<std::string>{made}));
+  auto link = QRegularExpression("href=\"([^\"]+)\"").match(reportLabel);
+  ASSERT_TRUE(link.hasMatch()) << reportLabel.toStdString();
+  std::string report = QUrl(link.captured(1)).toLocalFile().toStdString();
+  EXPECT_TRUE(std::filesystem::exists(report)) << report;
+  EXPECT_EQ(std::filesystem::path(report).extension(), ".txt");
 }
 
 TEST_F(QtWizardTest, TheCloseBoxClosesLikeCancel) {
