@@ -69,7 +69,7 @@ def run_radicale(workdir, users, books, port=None):
             "[auth]\ntype = htpasswd\nhtpasswd_filename = %s\nhtpasswd_encryption = plain\n"
             "delay = 0\n"
             "[storage]\nfilesystem_folder = %s\n"
-            "[logging]\nlevel = warning\n"
+            "[logging]\nlevel = info\n"  # one line a request: the tests count the writes
             % (port, os.path.join(workdir, "users"), os.path.join(workdir, "collections"))
         )
     log = open(os.path.join(workdir, "radicale.log"), "ab")
