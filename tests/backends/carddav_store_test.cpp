@@ -195,24 +195,6 @@ TEST_F(CardDavStoreTest, AFailedWriteNamesTheCardAndTheOthersStillReachTheServer
   for (const auto& id : lost) EXPECT_EQ(byId(second, id), nullptr) << id;
 }
 
-TEST_F(CardDavStoreTest, ARefusedLogonOrAServerOutOfReachSaysWhichServer) {
-  try {
-    logon("wrong");
-    FAIL() << "logon with a wrong password";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kLogonFailed);
-    EXPECT_NE(e.description().find(url), std::string::npos) << e.description();
-  }
-  url = "http://127.0.0.1:1/alice/book/";
-  try {
-    logon();
-    FAIL() << "logon to nothing";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kServerUnreachable);
-    EXPECT_NE(e.description().find("127.0.0.1:1"), std::string::npos) << e.description();
-  }
-}
-
 // An appointment goes into the account's calendar when it has one, and stays in the profile's
 // folder when it has none.
 TEST_F(CardDavStoreTest, AppointmentsGoToTheAccountsCalendar) {

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "app/outlook_wiring.h"
 #include "core/apartment.h"
-#include "core/platform.h"
 #include "core/synchronization.h"
 #include "test_support.h"
 
@@ -131,26 +129,6 @@ TEST_F(DriverTest, ProgressRunsUnderTheDialogAndMayPassItsMaximum) {
   EXPECT_EQ(c().progressDialog(), nullptr);  // released afterwards
   EXPECT_NE(mapped(5), "");
   EXPECT_TRUE(errors().errors.empty()) << errors().errors[0].description();
-}
-
-TEST_F(DriverTest, ARunThatCannotReachOutlookSpoilsNoPairingAndTheNextRunMakesNoDuplicates) {
-  select({1, 3, 5});
-  c().StopOutlook();
-  platform::unregisterClass(platform::kOutlookApplication);
-  c().Synchronize();
-  EXPECT_FALSE(errors().errors.empty());
-  // The transfer failed: the pairing stays; not chosen, found in the mapping: rewritten as it
-  // was; the look-up in Outlook failed: nothing paired or made.
-  EXPECT_EQ(mapped(1) + mapped(2), mapped1 + mapped2);
-  for (int company : {3, 4, 5, 6}) EXPECT_EQ(mapped(company), "<0 rows>") << company;
-
-  app::registerOutlook("vdir:" + host->outlookRoot);
-  errors().errors.clear();
-  c().Synchronize();
-  EXPECT_TRUE(errors().errors.empty());
-  EXPECT_EQ(itemCount(), 5);  // only company 5 is new
-  EXPECT_EQ(mapped(1) + mapped(3) + mapped(4), mapped1 + named3 + named4);
-  EXPECT_EQ(item(mapped1)->CompanyName(), "Mapped Chosen");
 }
 
 TEST_F(DriverTest, AMappingThatCannotBeReadLeavesTheRowAndMakesNoItem) {
