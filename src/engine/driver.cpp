@@ -3,6 +3,7 @@
 #include "engine/driver.h"
 
 #include <functional>
+#include <vector>
 
 #include "core/apartment.h"
 #include "core/platform.h"
@@ -68,8 +69,10 @@ int32_t clsOutlookSynchronization::getRecordCount() {
 }
 
 bool clsOutlookSynchronization::SynchronizeContacts() {
-  // The run's observer watches from before the first statement to after the frame is gone (its
-  // last writes committed, or, in a preview, undone).
+  // The run's observer watches from before the first statement to after the frame is gone. Its
+  // last writes are committed before the observer hears that the run is over (it may take its
+  // time writing a report, and must not hold other programs' writes back meanwhile); what could
+  // not be committed is reported here.
   struct Watch {
     clsOutlookSynchronization& c;
     explicit Watch(clsOutlookSynchronization& c) : c(c) {
@@ -79,6 +82,11 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
     }
     ~Watch() {
       if (!c.runObserver_) return;
+      std::vector<RuntimeError> failed = apartment().idleDatabases();
+      if (!failed.empty()) {
+        ErrorFrame f(kLoc + "SynchronizeContacts");
+        for (const RuntimeError& e : failed) f.onExit([&] { throw e; });
+      }
       observeRun([&](IRunObserver& o) { o.runFinished(c); });
       apartment().runObserver = nullptr;
     }

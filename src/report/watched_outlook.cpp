@@ -164,6 +164,12 @@ class WatchedNameSpace : public Watched<outlook::NameSpace> {
 class WatchedApplication : public Watched<outlook::Application> {
  public:
   using Watched::Watched;
+  // The items a preview kept hold the shared state they are kept in: let them go with the
+  // application, which the run's objects all came from.
+  ~WatchedApplication() override {
+    shared_->kept.clear();
+    shared_->keptOrder.clear();
+  }
   std::shared_ptr<outlook::NameSpace> GetNamespace(const std::string& type) override {
     auto ns = inner_->GetNamespace(type);
     return ns ? std::make_shared<WatchedNameSpace>(shared_, ns) : nullptr;

@@ -42,7 +42,7 @@ bool QtMessageBox::askYesNo(const std::string& text, int32_t, const ObjectPtr& o
 }
 
 QtProgressDialog::QtProgressDialog() = default;
-QtProgressDialog::~QtProgressDialog() = default;
+QtProgressDialog::~QtProgressDialog() { *alive_ = false; }
 
 void QtProgressDialog::setMessage(const std::string& text) {
   message_ = text;
@@ -92,8 +92,9 @@ void QtProgressDialog::show() {
   setMessage(message_);
   dialog_->show();
   pump(true);
-  if (start_) start_();  // the work runs while the dialog is up
-  close();
+  std::shared_ptr<bool> alive = alive_;
+  if (start_) start_();  // the work runs while the dialog is up, and may close it for good
+  if (*alive) close();
 }
 
 void QtProgressDialog::close() {

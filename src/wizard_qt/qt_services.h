@@ -78,6 +78,8 @@ class QtProgressDialog : public IProgressDialog {
   ObjectPtr owner_;
   std::function<void()> start_;
   std::unique_ptr<QProgressDialog> dialog_;
+  // False once this object is gone: the work show() runs may let go of the dialog's last owner.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
   std::string message_, status_;
   int32_t minimum_ = 0, maximum_ = 0, value_ = 0;
   std::chrono::steady_clock::time_point lastPump_;
