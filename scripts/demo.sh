@@ -108,5 +108,8 @@ Look at the result:
   ./run contacts list --outlook vdir:demo/outlook --json     (every property)
   ls demo/outlook/default/contacts/                           (one vCard file per contact)
   sqlite3 demo/sync.db 'SELECT * FROM OutlookSync LIMIT 5;'   (which company is which contact)
+  ./run report show last --outlook vdir:demo/outlook          (what the run did, record by record)
+  ./run sync --host-db demo/host.db --sync-db demo/sync.db --outlook vdir:demo/outlook --preview
+                                                              (what a run would do; changes nothing)
 Run ./run again to synchronise once more (the same contacts are updated, none duplicated).
 EOF2
