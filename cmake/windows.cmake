@@ -21,6 +21,11 @@ add_library(dossync_core STATIC ${DOSSYNC_CORE_SOURCES})
 # Case folding through the system's Unicode tables.
 target_link_libraries(dossync_core PUBLIC user32)
 
+# Previews and reports of runs.
+file(GLOB DOSSYNC_REPORT_SOURCES CONFIGURE_DEPENDS src/report/*.cpp)
+add_library(dossync_report STATIC ${DOSSYNC_REPORT_SOURCES})
+target_link_libraries(dossync_report PUBLIC dossync_core)
+
 # The shared SQL layer and the ODBC engine.
 file(GLOB DOSSYNC_SQL_SOURCES CONFIGURE_DEPENDS src/backends/sql/*.cpp)
 add_library(dossync_sql STATIC ${DOSSYNC_SQL_SOURCES})

@@ -7,6 +7,7 @@
 #include "com_server/boundary.h"
 #include "com_server/host_services.h"
 #include "com_server/module.h"
+#include "com_server/run_reports.h"
 #include "com_server/selection_object.h"
 
 namespace dossync::com {
@@ -92,6 +93,7 @@ SyncObject::SyncObject()
     component_ = std::make_unique<clsOutlookSynchronization>();
     registerComponentObject(component_.get(), static_cast<_clsOutlookSynchronization*>(this));
     component_->subscribeExitProgram([this] { fireExitProgram(); });
+    component_->setRunObserver(reportingObserver(*component_));
   });
 }
 

@@ -111,6 +111,13 @@ if [[ "$listed" -ge $companies ]]; then
 else
   fail "store read back on Linux: $listed contacts, expected $companies or more"
 fi
+# The host's run left its report where the component keeps them: LOCALAPPDATA\dossync\<profile>.
+report=$(ls "$WINEPREFIX"/drive_c/users/*/AppData/Local/dossync/*/reports/*.json 2>/dev/null | tail -n 1)
+if [[ -n "$report" ]] && grep -q "\"records\"" "$report" && [[ -f "${report%.json}.txt" ]]; then
+  pass "the run's report ($(grep -o '"records":[0-9][0-9]*' "$report" | cut -d: -f2) records)"
+else
+  fail "no report of the host's run under $WINEPREFIX/drive_c/users/*/AppData/Local/dossync"
+fi
 
 # ---- The mail sender from VBScript.
 script "send mail" send_mail_test.vbs "$(winpath "$work")"
