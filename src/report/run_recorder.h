@@ -25,7 +25,6 @@ class RunRecorder : public IRunObserver {
   void setSetting(const std::string& key, const std::string& value);
   std::function<void(const RunPlan&)> finished;
   const RunPlan& plan() const { return plan_; }
-  bool previewing() const { return preview_; }
 
   void runStarted(clsOutlookSynchronization& component) override;
   void runFinished(clsOutlookSynchronization& component) override;
