@@ -36,6 +36,25 @@ ordered_json toJson(const outlook::ContactItem& c) {
   return o;
 }
 
+// A contact is one flat object; deeper input is refused while it is read, before it could cost
+// a stack frame per level anywhere.
+constexpr int kMaxJsonDepth = 64;
+
+ordered_json parseContactJson(const std::string& text, const std::string& source) {
+  return ordered_json::parse(text, [&](int depth, nlohmann::json::parse_event_t, ordered_json&) {
+    if (depth > kMaxJsonDepth)
+      throw RuntimeError(kTypeMismatch, "The JSON of " + source + " is nested more than " +
+                                            std::to_string(kMaxJsonDepth) +
+                                            " levels deep; a contact is one object of values");
+    return true;
+  });
+}
+
+// Text that is not UTF-8 shows as U+FFFD rather than failing the whole output.
+std::string jsonDump(const ordered_json& v) {
+  return v.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
 std::string jsonText(const ordered_json& v) {
   if (v.is_string()) return v.get<std::string>();
   if (v.is_number_integer()) return std::to_string(v.get<int64_t>());
@@ -55,6 +74,9 @@ void applyJson(outlook::ContactItem& c, const ordered_json& o) {
     const std::string& name = it.key();
     if (name == "EntryID" || name == "Class") continue;
     std::string text = jsonText(it.value());
+    if (text.find('\0') != std::string::npos)
+      throw RuntimeError(kTypeMismatch, name + " holds a NUL character (\\u0000), which a card "
+                                               "cannot keep; leave it out");
     if (name == "Gender") {
       if (!value::isNumeric(text) || value::toLong(text) < 0 || value::toLong(text) > 2)
         throw RuntimeError(kTypeMismatch, "Gender must be 0, 1 or 2, not '" + text + "'");
@@ -103,7 +125,7 @@ int runContacts(const ContactsOptions& o, std::ostream& out, std::ostream& err) 
               << c->Email1Address() << "\n";
         }
       }
-      if (o.json) out << all.dump(2) << "\n";
+      if (o.json) out << jsonDump(all) << "\n";
       return kExitOk;
     }
     if (o.action == "show") {
@@ -113,7 +135,7 @@ int runContacts(const ContactsOptions& o, std::ostream& out, std::ostream& err) 
         return kExitFailure;
       }
       if (o.json) {
-        out << toJson(*c).dump(2) << "\n";
+        out << jsonDump(toJson(*c)) << "\n";
       } else {
         printPlain(*c, out);
       }
@@ -128,7 +150,8 @@ int runContacts(const ContactsOptions& o, std::ostream& out, std::ostream& err) 
         if (!in) throw RuntimeError(kFileNotFound, "Cannot read '" + o.jsonFile + "'");
         text << in.rdbuf();
       }
-      ordered_json obj = ordered_json::parse(text.str());
+      ordered_json obj =
+          parseContactJson(text.str(), o.jsonFile == "-" ? "standard input" : "'" + o.jsonFile + "'");
       if (!obj.is_object()) throw RuntimeError(kTypeMismatch, "The JSON must be one object");
       std::shared_ptr<outlook::ContactItem> c;
       if (obj.contains("EntryID") && !jsonText(obj["EntryID"]).empty()) {

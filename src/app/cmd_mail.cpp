@@ -184,7 +184,8 @@ int runAppointment(const MailCommands::State& s, std::ostream& out, std::ostream
   }
   std::string root;
   try {
-    root = vdirRoot(s.outlook);
+    // The folder of the profiles (of a plain vdir's state folders): each one's calendar/.
+    root = fs::path(profileFolder(s.outlook, s.profile)).parent_path().string();
     registerOutlook(s.outlook, s.insecure);
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";

@@ -12,7 +12,7 @@ namespace dossync::app {
 int runReport(const ReportOptions& o, std::ostream& out, std::ostream& err) {
   std::filesystem::path folder;
   try {
-    folder = std::filesystem::path(profileFolder(o.outlook, o.profile)) / "reports";
+    folder = reportsFolder(o.outlook, o.profile);
     if (o.action == "show") {
       report::RunPlan plan = report::readReport(folder, o.id);
       if (o.json) {

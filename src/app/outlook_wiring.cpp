@@ -21,6 +21,26 @@ std::string dataRoot() {
   return std::string(home && *home ? home : ".") + "/.local/share/dossync";
 }
 
+// $XDG_STATE_HOME/dossync (or ~/.local/state/dossync): what dossync keeps of its own for a
+// store it does not lay out itself.
+std::filesystem::path stateRoot() {
+  const char* xdg = std::getenv("XDG_STATE_HOME");
+  if (xdg && *xdg) return std::filesystem::path(xdg) / "dossync";
+  const char* home = std::getenv("HOME");
+  return std::filesystem::path(home && *home ? home : ".") / ".local/state/dossync";
+}
+
+// For `vdir:DIR` where DIR is a plain vdir: the state folder of DIR's one profile.
+std::filesystem::path plainStateOf(const std::string& spec, const std::string& root) {
+  if (spec.rfind("vdir:", 0) != 0) return {};
+  return stateRoot() / "vdir" / vdir::plainVdirName(root);
+}
+
+bool isPlain(const std::string& spec, const std::string& root) {
+  auto state = plainStateOf(spec, root);
+  return !state.empty() && vdir::isPlainVdir(root, state);
+}
+
 carddav::CardDavSettings cardDavSettings(const std::string& spec, bool insecure) {
   carddav::CardDavSettings s;
   s.url = spec.substr(std::string(kCardDav).size());
@@ -49,7 +69,15 @@ std::string vdirRoot(const std::string& spec) {
 
 std::string profileFolder(const std::string& spec, const std::string& profile) {
   std::filesystem::path root = vdirRoot(spec);
-  return (root / vdir::profileName(root, profile)).string();
+  std::string name = vdir::profileName(root, profile);
+  if (isPlain(spec, root)) return plainStateOf(spec, root).string();
+  return (root / name).string();
+}
+
+std::string reportsFolder(const std::string& spec, const std::string& profile) {
+  std::string root = vdirRoot(spec);
+  if (isPlain(spec, root)) return (stateRoot() / "reports" / vdir::plainVdirName(root)).string();
+  return (std::filesystem::path(profileFolder(spec, profile)) / "reports").string();
 }
 
 void registerOutlook(const std::string& spec, bool insecure) {
@@ -60,8 +88,10 @@ void registerOutlook(const std::string& spec, bool insecure) {
     return;
   }
   std::string root = vdirRoot(spec);
-  platform::registerClass(platform::kOutlookApplication,
-                          [root] { return vdir::makeVdirApplication(root); });
+  auto plainState = plainStateOf(spec, root);
+  platform::registerClass(platform::kOutlookApplication, [root, plainState] {
+    return vdir::makeVdirApplication(root, {}, {}, plainState);
+  });
 }
 
 Session openSession(const std::string& profile, const std::string& password) {

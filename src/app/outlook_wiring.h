@@ -1,5 +1,7 @@
 // Which back end answers "Outlook.Application" for the command line:
-//   --outlook vdir:DIR        a profiles root of vCard folders;
+//   --outlook vdir:DIR        a profiles root of vCard folders, or a plain vdir (DIR holds the
+//                             cards itself, as khard and vdirsyncer keep them: vdir_store.h),
+//                             whose state then goes to $XDG_STATE_HOME/dossync/vdir/<name>;
 //   --outlook carddav:URL     an address book on a CardDAV server (http:// or https://), its
 //                             copy kept under $XDG_DATA_HOME/dossync/carddav; the profile is
 //                             the account's user name, the password its password;
@@ -21,10 +23,15 @@ namespace dossync::app {
 // is not known.
 std::string vdirRoot(const std::string& outlookSpec);
 
-// The folder of that profile of the store (its reports/ are kept there): ROOT/<profile>, the
-// profile "" being the store's default. Throws RuntimeError 5 as vdirRoot does, and for a
+// The folder of that profile of the store: ROOT/<profile>, the profile "" being the store's
+// default; for a plain vdir, its state folder. Throws RuntimeError 5 as vdirRoot does, and for a
 // profile name that is no folder name.
 std::string profileFolder(const std::string& outlookSpec, const std::string& profile);
+
+// Where the reports of that profile's runs are kept: its folder's reports/; for a plain vdir
+// $XDG_STATE_HOME/dossync/reports/<name> (~/.local/state/dossync/... by default), <name> made
+// from the folder (vdir::plainVdirName).
+std::string reportsFolder(const std::string& outlookSpec, const std::string& profile);
 
 // Registers the store with the platform as "Outlook.Application". `insecure`: a CardDAV server's
 // TLS certificate is not verified.

@@ -24,8 +24,7 @@ std::shared_ptr<report::RunRecorder> makeReportingRecorder(const std::string& ou
     outcome->reportPath.clear();
     outcome->error.clear();
     try {
-      auto folder =
-          std::filesystem::path(profileFolder(outlookSpec, profile ? profile() : "")) / "reports";
+      std::filesystem::path folder = reportsFolder(outlookSpec, profile ? profile() : "");
       outcome->reportPath = report::writeReport(folder, outcome->plan, limits).string();
     } catch (const RuntimeError& e) {
       outcome->error = e.description();

@@ -24,8 +24,8 @@ struct RunOutcome {
 };
 
 // A recorder to give the component (setRunObserver). `profile` is asked when a run ends, as
-// the profile may change between runs; the report goes to profileFolder(outlookSpec,
-// profile())/reports. Errors writing it are kept in outcome->error, never thrown.
+// the profile may change between runs; the report goes to reportsFolder(outlookSpec,
+// profile()). Errors writing it are kept in outcome->error, never thrown.
 std::shared_ptr<report::RunRecorder> makeReportingRecorder(const std::string& outlookSpec,
                                                            std::function<std::string()> profile,
                                                            const report::ReportLimits& limits,

@@ -160,6 +160,37 @@ TEST(VcardSyntaxTest, RejectsMalformedCardsNamingTheLine) {
   }
 }
 
+TEST(VcardSyntaxTest, TextThatIsNotUtf8ReadsWithReplacementCharacters) {
+  using namespace std::string_literals;
+  const std::string fffd = "\xEF\xBF\xBD";
+  bool changed = true;
+  std::string valid = "BOM \xEF\xBB\xBF, Zoë, 東京, 🎉, U+10FFFF \xF4\x8F\xBF\xBF";
+  EXPECT_EQ(readableText(valid, &changed), valid);
+  EXPECT_FALSE(changed);
+  std::string folded = "M\xC3\r\n \xBCller \xE6\n\t\x9D\r\n \xB1";  // folded inside characters
+  EXPECT_EQ(readableText(folded, &changed), folded);
+  EXPECT_FALSE(changed);
+  struct Case {
+    std::string in, out;
+  } cases[] = {
+      {"a\0b"s, "a" + fffd + "b"},                  // NUL: nothing is cut off
+      {"caf\xE9!", "caf" + fffd + "!"},                          // Latin-1
+      {"\x80\xBF", fffd + fffd},                                 // lone continuation bytes
+      {"\xC0\x80", fffd + fffd},                                 // overlong NUL
+      {"\xED\xA0\x80", fffd + fffd + fffd},                      // a surrogate
+      {"\xF4\x90\x80\x80", fffd + fffd + fffd + fffd},           // past U+10FFFF
+      {"end \xE6\x9D", "end " + fffd + fffd},                     // cut short at the end
+      {"\xE6\x9Dx\xE6\x9D\xB1", fffd + fffd + "x\xE6\x9D\xB1"},  // then a whole one
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(readableText(c.in, &changed), c.out) << c.in;
+    EXPECT_TRUE(changed) << c.in;
+  }
+  // A card repaired so reads whole, its value kept past the bad bytes.
+  ContactCard card(parseVcard(readableText("BEGIN:VCARD\nFN:Jo\0e M\xFCller\nEND:VCARD\n"s)));
+  EXPECT_EQ(card.get(ContactProperty::FullName), "Jo" + fffd + "e M" + fffd + "ller");
+}
+
 // ---- Mapping ------------------------------------------------------------------------------
 
 const std::vector<std::string>& awkwardTexts() {
@@ -199,6 +230,48 @@ TEST(VcardMappingTest, EveryPropertyRoundTripsAwkwardTextWithoutDisturbingTheOth
       EXPECT_EQ(reread(back).get(p), "after") << outlook::propertyName(p);
     }
   }
+}
+
+TEST(VcardMappingTest, ACompanyCardStaysOneWhenAnotherProgramDropsItsMarks) {
+  // What khard writes when it edits the company card we wrote: FN without our parameter,
+  // X-ABShowAs and X-DOSSYNC-FIELD gone, our X- properties kept.
+  const std::string edited =
+      "BEGIN:VCARD\r\nVERSION:3.0\r\nUID:abc\r\nEMAIL;TYPE=INTERNET:info@acme.example\r\n"
+      "FN:Acme Ltd\r\nN:;;;;\r\nORG:Acme Ltd\r\nREV:20261125T205419Z\r\n"
+      "TEL;TYPE=WORK,VOICE:+1 555 0100\r\nX-DOSSYNC-FILEAS:Acme Ltd\r\nEND:VCARD\r\n";
+  ContactCard card(parseVcard(edited));
+  EXPECT_EQ(card.get(ContactProperty::FullName), "");
+  EXPECT_EQ(card.get(ContactProperty::CompanyName), "Acme Ltd");
+  EXPECT_EQ(card.get(ContactProperty::BusinessTelephoneNumber), "+1 555 0100");
+  // Saved again, it gets its marks back.
+  card.completeName();
+  EXPECT_NE(card.text().find("\r\nFN;X-DOSSYNC-DERIVED=TRUE:Acme Ltd\r\n"), std::string::npos);
+  EXPECT_NE(card.text().find("\r\nX-ABShowAs:COMPANY\r\n"), std::string::npos);
+
+  // Other programs' company cards (khard names one by its ORG components joined by ", ") read
+  // the same; a card with a person's name, or an FN that is not the company's, keeps its FN.
+  auto fullName = [](const std::string& props) {
+    return ContactCard(parseVcard("BEGIN:VCARD\nVERSION:3.0\n" + props + "END:VCARD\n"))
+        .get(ContactProperty::FullName);
+  };
+  EXPECT_EQ(fullName("FN:Acme\\, Sales\nN:;;;;\nORG:Acme;Sales\nX-ABSHOWAS:COMPANY\n"), "");
+  EXPECT_EQ(fullName("FN:Acme Holdings\nX-EVOLUTION-FILE-AS:Acme Holdings\nORG:Acme\n"), "");
+  EXPECT_EQ(fullName("FN:Acme\nN:Acme;;;;\nORG:Acme\n"), "Acme");
+  EXPECT_EQ(fullName("FN:Ann Lee\nN:;;;;\nORG:Acme\n"), "Ann Lee");
+  EXPECT_EQ(fullName("FN:Acme\nN:;;;;\n"), "Acme");
+
+  // A FullName set here that would read so is marked, and every edit that would turn an FN
+  // into one that reads so, or back, marks it: what was set reads back.
+  ContactCard named;
+  named.set(ContactProperty::CompanyName, "Acme");
+  named.set(ContactProperty::FullName, "Acme");
+  EXPECT_EQ(reread(named).get(ContactProperty::FullName), "Acme");
+  ContactCard theirs(parseVcard("BEGIN:VCARD\nFN:Acme\nN:Lee;;;;\nORG:Acme\nEND:VCARD\n"));
+  theirs.set(ContactProperty::LastName, "");
+  EXPECT_EQ(reread(theirs).get(ContactProperty::FullName), "Acme");
+  ContactCard company(parseVcard(edited));
+  company.set(ContactProperty::FirstName, "Ann");
+  EXPECT_EQ(reread(company).get(ContactProperty::FullName), "");
 }
 
 TEST(VcardMappingTest, EmptyTextRemovesThePropertyButKeepsRequiredOnes) {

@@ -22,7 +22,7 @@ RuntimeError writeError(const fs::path& target, int err) {
 
 // True when the file holds exactly `text`; its stamp in *stamp.
 bool holds(const fs::path& target, const std::string& text, std::optional<FileStamp>* stamp) {
-  int fd = ::open(target.c_str(), O_RDONLY | O_CLOEXEC);
+  int fd = ::open(target.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return false;
   std::string existing;  // one byte more than the text tells a longer file
   struct stat st {};
@@ -168,7 +168,7 @@ std::vector<CardWriter::Result> CardWriter::write(std::vector<Job> jobs) {
   for (const auto& job : jobs) {
     CardRemote::Upload u{job.file, job.text, job.base, {}, job.isNew};
     if (!job.isNew) {
-      int fd = ::open((dir_ / job.file).c_str(), O_RDONLY | O_CLOEXEC);
+      int fd = ::open((dir_ / job.file).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
       if (fd >= 0) {
         readAll(fd, &u.current, job.text.size());
         ::close(fd);

@@ -15,7 +15,8 @@ using CP = outlook::ContactProperty;
 
 constexpr const char* kEolParam = "X-DOSSYNC-EOL";
 constexpr const char* kFieldParam = "X-DOSSYNC-FIELD";
-// On FN: the name was made here for address books (completeName); the contact has no FullName.
+// On FN: TRUE, the name was made here for address books (completeName), the contact has no
+// FullName; FALSE, a FullName that would otherwise read as made (looksMade below).
 constexpr const char* kDerivedParam = "X-DOSSYNC-DERIVED";
 // Apple's (and khard's) mark of a card that shows as the company it names.
 constexpr std::array<const char*, 1> kShowAs = {"X-ABShowAs"};
@@ -710,21 +711,25 @@ constexpr std::array<const char*, 3> kGender = {"X-GENDER", "X-DOSSYNC-GENDER", 
 // FullName of a company is empty. So a card without a FullName gets an FN made from what the
 // contact is filed under, marked kDerivedParam so that it still reads as no FullName.
 
-bool isDerivedName(const VcardProperty& fn) {
-  return fn.hasParam(kDerivedParam);
+// The FN's mark (kDerivedParam): nullopt when it has none (another program's FN, or ours after
+// a program that drops unknown parameters rewrote it, as khard does).
+std::optional<bool> derivedMark(const VcardProperty& fn) {
+  if (!fn.hasParam(kDerivedParam)) return std::nullopt;
+  const std::string* v = fn.paramValue(kDerivedParam);
+  return !(v && value::equalsIgnoreCase(value::trimmed(*v), "FALSE"));
 }
 
 // A FullName set here, or another program's FN.
 bool hasRealName(const Vcard& card) {
-  const VcardProperty* fn = card.find("FN");
-  return fn && !isDerivedName(*fn) && !fn->rawValue().empty();
+  return !contactProperty(card, CP::FullName).empty();
 }
 
 void setFullName(Vcard& card, const std::string& text) {
   bool named = hasRealName(card);
   setAliased(card, kFn, text, true);
   if (text.empty()) return;  // completeName makes one again
-  if (VcardProperty* fn = card.find("FN"); isDerivedName(*fn)) fn->removeParam(kDerivedParam);
+  if (VcardProperty* fn = card.find("FN"); fn->hasParam(kDerivedParam))
+    fn->removeParam(kDerivedParam);
   // Named now, the contact is a person: it no longer shows as its company. A card named before
   // keeps whatever its program chose.
   if (!named) removeAll(card, kShowAs);
@@ -764,6 +769,41 @@ bool hasPersonName(const Vcard& card) {
   return false;
 }
 
+// An unmarked FN that names what a company card is filed under, on a card without a person's
+// name, reads as no FullName: it is a company card whose marks another program dropped (khard
+// rewrites FN without unknown parameters and drops X-ABShowAs on every edit), or another
+// program's company card (khard, Evolution and Apple name one by its organisation, khard as the
+// ORG components joined by ", "). Outlook's company contacts have no FullName.
+bool looksMade(const Vcard& card, const std::string& fnText) {
+  std::string shown = displayText(fnText);
+  if (shown.empty()) return false;
+  std::string company = displayText(contactProperty(card, CP::CompanyName));
+  if (company.empty() || hasPersonName(card)) return false;
+  if (shown == company || shown == displayText(contactProperty(card, CP::FileAs))) return true;
+  std::string department = displayText(contactProperty(card, CP::Department));
+  return !department.empty() && shown == company + ", " + department;
+}
+
+std::string fullNameOf(const Vcard& card, const VcardProperty& fn) {
+  auto mark = derivedMark(fn);
+  if (mark && *mark) return std::string();
+  std::string text = wholeText(fn);
+  return !mark && looksMade(card, text) ? std::string() : text;
+}
+
+// The properties whose edit may turn an unmarked FN into one that looks made, or back.
+bool weighsOnFullName(CP p) {
+  return p == CP::FullName || p == CP::FileAs || p == CP::CompanyName || p == CP::Department ||
+         p == CP::FirstName || p == CP::MiddleName || p == CP::LastName;
+}
+
+// After such an edit: the FullName still reads `expected`, the FN marked when it must be.
+void keepFullName(Vcard& card, const std::string& expected) {
+  if (contactProperty(card, CP::FullName) == expected) return;
+  if (VcardProperty* fn = card.find("FN"))
+    fn->setParam(kDerivedParam, {expected.empty() ? "TRUE" : "FALSE"});
+}
+
 }  // namespace
 
 void ContactCard::completeName() {
@@ -773,7 +813,7 @@ void ContactCard::completeName() {
   VcardProperty* fn = card_.find("FN");
   if (!fn) fn = &insertProperty(card_, VcardProperty("FN", ""));
   if (wholeText(*fn) != shown) setWholeText(*fn, shown);
-  if (!isDerivedName(*fn)) fn->setParam(kDerivedParam, {"TRUE"});
+  if (derivedMark(*fn) != true) fn->setParam(kDerivedParam, {"TRUE"});
 
   bool company = !hasPersonName(card_) && !displayText(get(CP::CompanyName)).empty();
   VcardProperty* showAs = card_.find(kShowAs[0]);
@@ -807,8 +847,8 @@ std::string contactProperty(const Vcard& card_, CP p) {
   switch (f.kind) {
     case Kind::Text: {
       const VcardProperty* prop = findAny(card_, f.names);
-      if (!prop || (p == CP::FullName && isDerivedName(*prop))) return std::string();
-      return wholeText(*prop);
+      if (!prop) return std::string();
+      return p == CP::FullName ? fullNameOf(card_, *prop) : wholeText(*prop);
     }
     case Kind::Name:
     case Kind::Org:
@@ -829,6 +869,17 @@ std::string contactProperty(const Vcard& card_, CP p) {
 }
 
 void ContactCard::set(CP p, const std::string& text) {
+  if (!weighsOnFullName(p)) {
+    setField(p, text);
+    return;
+  }
+  if (get(p) == text) return;  // untouched properties keep their lines as read
+  std::string fullName = p == CP::FullName ? text : get(CP::FullName);
+  setField(p, text);
+  keepFullName(card_, fullName);
+}
+
+void ContactCard::setField(CP p, const std::string& text) {
   Field f = fieldOf(p);
   // Untouched properties keep their lines as read.
   if (f.kind != Kind::Phone && f.kind != Kind::Email) {

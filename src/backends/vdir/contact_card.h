@@ -13,7 +13,10 @@
 // FN is never empty. Without a FullName, FN is made from what the contact is filed under and
 // carries the parameter X-DOSSYNC-DERIVED=TRUE, which makes it read as no FullName; a company
 // card (no person name, a company name) also gets X-ABShowAs:COMPANY. Setting a FullName on a
-// card that had none replaces the made FN and takes the company mark away.
+// card that had none replaces the made FN and takes the company mark away. An FN without the
+// parameter that names the company of a card without a person's name (a company card whose
+// marks khard dropped as it edited it, or another program's company card) reads as no FullName
+// too; a FullName that would read so is marked X-DOSSYNC-DERIVED=FALSE.
 //
 // Telephone and e-mail slots: the slot an entry fills is told by X-DOSSYNC-FIELD=<Outlook name>
 // when present, else by TYPE in card order (WORK -> Business then Business2, HOME -> Home then
@@ -71,6 +74,7 @@ class ContactCard {
   // The slots are worked out when first asked and kept until the card is edited: every edit
   // goes through this class and forgets them first.
   void edited() { slots_ = CardSlots{}; }
+  void setField(outlook::ContactProperty p, const std::string& text);  // set() but the FN's mark
 
   Vcard card_;
   mutable CardSlots slots_;

@@ -170,6 +170,7 @@ void ContactFolder::scan() {
     Stamp stamp;
     std::optional<Entry> entry;
     std::string problem;
+    bool repaired = false;
   };
   Entries fresh;
   std::map<std::string, Stamp> reported;
@@ -193,7 +194,7 @@ void ContactFolder::scan() {
         continue;
       }
     }
-    todo.push_back(Todo{&name, Stamp{}, std::nullopt, {}});
+    todo.push_back(Todo{&name, Stamp{}, std::nullopt, {}, false});
   }
   auto readSome = [this, &todo, &folder](size_t from, size_t to) {
     for (size_t i = from; i < to; ++i) {
@@ -201,6 +202,7 @@ void ContactFolder::scan() {
       auto file = readFile(*t.name, &t.problem, folder.fd());
       if (!file) continue;
       t.stamp = file->stamp;
+      t.repaired = file->repaired;
       try {
         t.entry = entryFor(*t.name, readCardKeys(file->text), file->stamp);
       } catch (const RuntimeError& e) {
@@ -214,6 +216,9 @@ void ContactFolder::scan() {
   readSome(0, half);
   if (helper.joinable()) helper.join();
   for (auto& t : todo) {
+    if (t.entry && t.repaired)
+      warn_("Contact file " + pathOf(*t.name) +
+            " holds bytes that are not UTF-8 text (or NUL); they read as U+FFFD");
     if (t.entry) {
       fresh.emplace(*t.name, std::move(*t.entry));
     } else if (!t.problem.empty()) {
@@ -230,8 +235,9 @@ void ContactFolder::scan() {
 std::optional<ContactFolder::FileText> ContactFolder::readFile(const std::string& file,
                                                                std::string* problem,
                                                                int dirFd) const {
-  int fd = dirFd >= 0 ? ::openat(dirFd, file.c_str(), O_RDONLY | O_CLOEXEC)
-                      : ::open((dir_ / file).c_str(), O_RDONLY | O_CLOEXEC);
+  // Never waits: a FIFO or a device under a card's name is opened without blocking and left.
+  constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
+  int fd = dirFd >= 0 ? ::openat(dirFd, file.c_str(), kFlags) : ::open((dir_ / file).c_str(), kFlags);
   if (fd < 0) {
     int err = errno;
     if (err != ENOENT && err != ENOTDIR && problem)
@@ -251,6 +257,7 @@ std::optional<ContactFolder::FileText> ContactFolder::readFile(const std::string
     if (problem) *problem = "Cannot read contact file " + pathOf(file) + ": " + std::strerror(err);
     return std::nullopt;
   }
+  out.text = readableText(out.text, &out.repaired);
   return out;
 }
 

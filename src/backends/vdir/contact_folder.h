@@ -108,10 +108,12 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   void scan();
   // The text of that file and its stamp as opened; nullopt when it is gone or not a file, or
   // (with *problem set) unreadable. `dirFd`: the folder, opened (else the file's path is used).
+  // Bytes that are not UTF-8, and NUL, read as U+FFFD (readableText; the scan warns of it).
   // Touches nothing of the folder object: safe on any thread.
   struct FileText {
     std::string text;
     Stamp stamp;
+    bool repaired = false;  // some bytes were replaced
   };
   std::optional<FileText> readFile(const std::string& file, std::string* problem,
                                    int dirFd = -1) const;

@@ -14,6 +14,9 @@
 #ifndef O_CLOEXEC
 #define O_CLOEXEC _O_NOINHERIT
 #endif
+#ifndef O_NONBLOCK
+#define O_NONBLOCK 0  // only files are opened here: nothing to wait for
+#endif
 #ifndef O_DIRECTORY
 #define O_DIRECTORY 0x40000000  // no such open here: folders are never opened
 #endif

@@ -361,6 +361,63 @@ std::string writeVcard(const Vcard& card) {
   return out;
 }
 
+namespace {
+
+// The length of the fold (a line end, then a blank or tab) at text[i]; 0 when there is none.
+size_t foldAt(std::string_view text, size_t i) {
+  size_t end = text.compare(i, 2, "\r\n") == 0 ? 2 : text.compare(i, 1, "\n") == 0 ? 1 : 0;
+  return end > 0 && i + end < text.size() && (text[i + end] == ' ' || text[i + end] == '\t')
+             ? end + 1
+             : 0;
+}
+
+// The length of the valid UTF-8 sequence at text[i] (not NUL), with the folds inside it (some
+// programs fold a line inside a character); 0 when there is none.
+size_t utf8SequenceAt(std::string_view text, size_t i) {
+  unsigned char b = static_cast<unsigned char>(text[i]);
+  if (b >= 0x01 && b < 0x80) return 1;
+  size_t n = b >= 0xC2 && b <= 0xDF ? 2 : b >= 0xE0 && b <= 0xEF ? 3 : b >= 0xF0 && b <= 0xF4 ? 4 : 0;
+  if (n == 0) return 0;
+  size_t at = i + 1;
+  for (size_t k = 1; k < n; ++k, ++at) {
+    at += foldAt(text, at);
+    if (at >= text.size()) return 0;
+    // The second byte's range rules out overlong forms, surrogates and code points past
+    // U+10FFFF.
+    unsigned char lo = 0x80, hi = 0xBF;
+    if (k == 1 && b == 0xE0) lo = 0xA0;
+    if (k == 1 && b == 0xED) hi = 0x9F;
+    if (k == 1 && b == 0xF0) lo = 0x90;
+    if (k == 1 && b == 0xF4) hi = 0x8F;
+    auto c = static_cast<unsigned char>(text[at]);
+    if (c < lo || c > hi) return 0;
+  }
+  return at - i;
+}
+
+}  // namespace
+
+std::string readableText(std::string_view text, bool* changed) {
+  if (changed) *changed = false;
+  size_t i = 0;
+  for (size_t n; i < text.size() && (n = utf8SequenceAt(text, i)) > 0;) i += n;
+  if (i == text.size()) return std::string(text);
+  if (changed) *changed = true;
+  std::string out(text.substr(0, i));
+  out.reserve(text.size() + 16);
+  while (i < text.size()) {
+    size_t n = utf8SequenceAt(text, i);
+    if (n == 0) {
+      out += "\xEF\xBF\xBD";
+      ++i;
+    } else {
+      out.append(text.substr(i, n));
+      i += n;
+    }
+  }
+  return out;
+}
+
 std::string escapeText(std::string_view text) {
   if (text.find_first_of("\\,;\n\r") == std::string_view::npos) return std::string(text);
   std::string out;

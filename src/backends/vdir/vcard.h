@@ -137,6 +137,12 @@ using PropertyFilter = bool (*)(std::string_view name);
 Vcard parseVcard(std::string_view text, PropertyFilter keep = nullptr);
 std::string writeVcard(const Vcard& card);
 
+// Card files are UTF-8. What another program wrote may not be: readableText answers the text
+// with every byte that is not part of a valid UTF-8 sequence (overlong forms, surrogates and
+// code points past U+10FFFF included), and every NUL, turned into U+FFFD, and tells in *changed
+// whether it had to. Valid text comes back as it is, lines folded inside a character included.
+std::string readableText(std::string_view text, bool* changed = nullptr);
+
 // One property line (unfolded, without line end), for tests and the parser.
 VcardProperty parsePropertyLine(std::string_view line, size_t lineNumber = 0);
 // The line folded at 75 octets, each physical line ending in CRLF.

@@ -102,8 +102,11 @@ class VdirFolder final : public outlook::MAPIFolder {
 
 class VdirSession final : public outlook::NameSpace {
  public:
-  VdirSession(fs::path root, WarnFunction warn, MirrorLogon mirror)
-      : root_(std::move(root)), warn_(std::move(warn)), mirror_(std::move(mirror)) {}
+  VdirSession(fs::path root, WarnFunction warn, MirrorLogon mirror, fs::path plainState)
+      : root_(std::move(root)),
+        warn_(std::move(warn)),
+        mirror_(std::move(mirror)),
+        plainState_(isPlainVdir(root_, plainState) ? std::move(plainState) : fs::path()) {}
 
   void Logon(std::optional<std::string> profile, std::optional<std::string> password,
              std::optional<bool>, std::optional<bool>) override {
@@ -137,22 +140,33 @@ class VdirSession final : public outlook::NameSpace {
     if (!current_) current_ = open("");
     return current_;
   }
+  // The folder of the current profile's own files (store-id, calendar/, mail).
+  fs::path profileDir() {
+    auto contacts = current();
+    return plainState_.empty() ? contacts->dir().parent_path() : plainState_;
+  }
 
  private:
-  std::string profileName(const std::string& name) const { return vdir::profileName(root_, name); }
+  // A plain vdir is the one profile, whatever name a logon gives.
+  std::string profileName(const std::string& name) const {
+    std::string checked = vdir::profileName(root_, name);
+    return plainState_.empty() ? checked : std::string();
+  }
 
   std::shared_ptr<ContactFolder> open(std::string name) {
     name = profileName(std::move(name));
     if (auto it = profiles_.find(name); it != profiles_.end()) return it->second;
 
-    fs::path dir = root_ / name;
-    for (const char* sub : {"contacts", "calendar"}) {
+    bool plain = !plainState_.empty();
+    fs::path dir = plain ? plainState_ : root_ / name;
+    fs::path contactsDir = plain ? root_ : dir / "contacts";
+    for (const fs::path& sub : {contactsDir, dir / "calendar"}) {
       std::error_code ec;
-      fs::create_directories(dir / sub, ec);
+      fs::create_directories(sub, ec);
       if (ec)
-        throw RuntimeError(
-            kPathNotFound,
-            "Cannot create profile folder " + (dir / sub).string() + ": " + ec.message(), "vdir");
+        throw RuntimeError(kPathNotFound,
+                           "Cannot create profile folder " + sub.string() + ": " + ec.message(),
+                           "vdir");
     }
     std::shared_ptr<CardRemote> remote;
     if (mirror_) remote = mirror_(name, dir, password_);  // may write the store's id
@@ -161,7 +175,7 @@ class VdirSession final : public outlook::NameSpace {
       storeId = randomHex(32);
       writeFileAtomically(dir / "store-id", storeId + "\n");
     }
-    auto folder = std::make_shared<ContactFolder>(dir / "contacts", storeId, warn_, remote);
+    auto folder = std::make_shared<ContactFolder>(contactsDir, storeId, warn_, remote);
     profiles_.emplace(name, folder);
     return folder;
   }
@@ -169,6 +183,7 @@ class VdirSession final : public outlook::NameSpace {
   fs::path root_;
   WarnFunction warn_;
   MirrorLogon mirror_;
+  fs::path plainState_;  // set when root_ is a plain vdir: its profile's own folder
   std::string password_;
   std::map<std::string, std::shared_ptr<ContactFolder>> profiles_;
   std::shared_ptr<ContactFolder> current_;
@@ -186,12 +201,9 @@ class VdirApplication final : public outlook::Application {
 
   outlook::ItemPtr CreateItem(int32_t itemType) override {
     if (itemType == outlook::olContactItem) return session_->current()->newContact();
-    // The profile's folder is the one that holds its contacts/.
-    if (itemType == outlook::olMailItem)
-      return makeVdirMailItem(session_->current()->dir().parent_path());
+    if (itemType == outlook::olMailItem) return makeVdirMailItem(session_->profileDir());
     if (itemType == outlook::olAppointmentItem)
-      return makeVdirAppointmentItem(session_->current()->dir().parent_path(),
-                                     session_->current()->remote());
+      return makeVdirAppointmentItem(session_->profileDir(), session_->current()->remote());
     throw RuntimeError(
         kOutlookOperationFailed,
         "The vCard folder store cannot make items of type " + std::to_string(itemType) + " yet",
@@ -206,11 +218,38 @@ class VdirApplication final : public outlook::Application {
 
 std::shared_ptr<outlook::Application> makeVdirApplication(
     const std::string& profilesRoot, std::function<void(const std::string&)> warn,
-    MirrorLogon mirror) {
+    MirrorLogon mirror, const std::filesystem::path& plainState) {
   if (!warn)
     warn = [](const std::string& m) { std::cerr << "dossync: warning: " << m << std::endl; };
-  return std::make_shared<VdirApplication>(
-      std::make_shared<VdirSession>(fs::path(profilesRoot), std::move(warn), std::move(mirror)));
+  return std::make_shared<VdirApplication>(std::make_shared<VdirSession>(
+      fs::path(profilesRoot), std::move(warn), std::move(mirror), plainState));
+}
+
+bool isPlainVdir(const fs::path& root, const fs::path& stateDir) {
+  if (stateDir.empty()) return false;
+  std::error_code ec;
+  if (fs::is_directory(stateDir, ec)) return true;
+  for (fs::directory_iterator it(root, ec), end; !ec && it != end; it.increment(ec)) {
+    std::string name = it->path().filename().string();
+    if (name.size() > 4 && name[0] != '.' &&
+        value::equalsIgnoreCase(std::string_view(name).substr(name.size() - 4), ".vcf") &&
+        it->is_regular_file(ec))
+      return true;
+  }
+  return false;
+}
+
+std::string plainVdirName(const fs::path& root) {
+  std::error_code ec;
+  fs::path full = fs::weakly_canonical(fs::absolute(root, ec), ec);
+  if (ec) full = root;
+  std::string base = full.filename().string();
+  if (base.empty()) base = full.parent_path().filename().string();
+  for (char& c : base) {
+    if (c == '/' || c == '\\' || c == '.' || static_cast<unsigned char>(c) < 0x20) c = '_';
+  }
+  if (base.empty()) base = "vdir";
+  return base + "-" + hash128(full.string()).substr(0, 8);
 }
 
 bool deleteVdirItem(outlook::NameSpace& session, const std::string& entryId) {

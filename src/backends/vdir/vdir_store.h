@@ -7,6 +7,7 @@
 //   ROOT/<profile>/calendar/      one .ics per appointment sent (AppointmentItem::Send)
 //   ROOT/<profile>/account.json   the SMTP account mail goes out through (mail_account.h)
 //   ROOT/<profile>/drafts/, outbox/  displayed mail, and mail that could not be delivered
+// or, for a plain vdir (isPlainVdir below), ROOT itself is the one contacts folder.
 //
 // Session: Application::GetNamespace("MAPI") answers the one session. Logon(profile) with an
 // empty or omitted profile takes the default profile (named in ROOT/default-profile, else
@@ -53,9 +54,22 @@ using MirrorLogon = std::function<std::shared_ptr<CardRemote>(
     const std::string& profile, const std::filesystem::path& profileDir,
     const std::string& password)>;
 
+// `plainState`: when `profilesRoot` turns out to be a plain vdir (isPlainVdir), the folder that
+// takes what the store keeps of its own; empty: the root is always a profiles root.
 std::shared_ptr<outlook::Application> makeVdirApplication(
     const std::string& profilesRoot, std::function<void(const std::string&)> warn = {},
-    MirrorLogon mirror = {});
+    MirrorLogon mirror = {}, const std::filesystem::path& plainState = {});
+
+// A plain vdir: a folder that itself holds the cards, as khard and vdirsyncer keep them. It is
+// used as it is, as the store's one profile (any profile name logs on to it): its cards are the
+// contacts folder, and what the store keeps of its own (store-id, calendar/, account.json,
+// drafts/, outbox/) goes to a state folder outside it, so nothing is added among the cards.
+// `root` is one when it holds a *.vcf file (not hidden), or when `stateDir` exists already (a
+// vdir emptied since); never with an empty `stateDir`.
+bool isPlainVdir(const std::filesystem::path& root, const std::filesystem::path& stateDir);
+// A name for that folder's state and reports: its last component and 8 hex digits of a hash of
+// its absolute path (two address books both called "contacts" stay apart).
+std::string plainVdirName(const std::filesystem::path& root);
 
 // What every item of this store also is: dynamic_cast an outlook item to it.
 class VdirItem {

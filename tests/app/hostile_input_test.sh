@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Hostile or odd input on the command line: a FIFO among the cards, cards that are not UTF-8 or
+# hold a NUL byte, and JSON nested deep enough to exhaust a recursive reader.
+set -uo pipefail
+bin=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+source "$(dirname "$0")/check_lib.sh"
+export HOME="$work/home" XDG_DATA_HOME="$work/data" XDG_STATE_HOME="$work/state"
+ol=(--outlook "vdir:$work/ol")
+run() { timeout 20 "$bin" "$@" >"$work/out" 2>"$work/err"; echo $?; }
+
+for name in Alpha Omega; do
+  echo "{\"FileAs\": \"$name\", \"CompanyName\": \"$name Ltd\"}" | "$bin" contacts put "${ol[@]}" --json - >/dev/null
+done
+cards="$work/ol/default/contacts"
+card() { printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:%s\r\nFN:%s\r\nN:;;;;\r\nEND:VCARD\r\n' "$1" "$2"; }
+
+# A FIFO under a card's name is passed over, not waited on.
+mkfifo "$cards/x.vcf"
+same "fifo: list does not hang" "$(run contacts list "${ol[@]}")" 0
+same "fifo: the cards still list" "$(wc -l <"$work/out")" 2
+
+# A card that is not UTF-8 lists with the others, its bad bytes as U+FFFD, its file named once.
+card latin "Caf$(printf '\xe9') Ol$(printf '\xe9')" >"$cards/latin.vcf"
+# A NUL byte does not cut the value short.
+printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:nul\r\nFN:Jo\0e Bloggs\r\nN:;;;;\r\nEND:VCARD\r\n' >"$cards/nul.vcf"
+same "bad bytes: list --json exit" "$(run contacts list "${ol[@]}" --json)" 0
+names=$(python3 -c 'import json,sys; print("|".join(sorted(c["FullName"] for c in json.load(sys.stdin))))' <"$work/out")
+same "bad bytes: every card listed, bytes replaced" "$names" "||Caf� Ol�|Jo�e Bloggs"
+same "bad bytes: one warning per file" "$(grep -c 'not UTF-8' "$work/err")" 2
+has "bad bytes: warning names the file" "$(cat "$work/err")" "$cards/latin.vcf"
+has "bad bytes: warning names the NUL file" "$(cat "$work/err")" "$cards/nul.vcf"
+same "bad bytes: show" "$(run contacts show latin "${ol[@]}" --json)" 0
+has "bad bytes: show replaces" "$(cat "$work/out")" '"FullName": "Caf� Ol�"'
+
+# JSON nested 100,000 deep: a clear error, exit 1, no crash; as a whole and as a value.
+python3 -c 'print("[" * 100000 + "]" * 100000)' >"$work/deep.json"
+python3 -c 'print("{\"Body\": " + "[" * 100000 + "]" * 100000 + "}")' >"$work/deep-value.json"
+for f in deep deep-value; do
+  same "$f json: exit" "$(run contacts put "${ol[@]}" --json "$work/$f.json")" 1
+  has "$f json: message" "$(cat "$work/err")" "nested more than"
+done
+# A NUL given to put is refused, not written into a card.
+same "put NUL: exit" "$(echo '{"FileAs": "Nul", "Body": "a\u0000b"}' | run contacts put "${ol[@]}" --json -)" 1
+has "put NUL: message" "$(cat "$work/err")" "Body holds a NUL"
+same "deep json: nothing made" "$(ls "$cards" | grep -c '\.vcf$')" 5
+
+finish hostile_input_test
