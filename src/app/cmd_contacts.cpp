@@ -75,8 +75,9 @@ void applyJson(outlook::ContactItem& c, const ordered_json& o) {
     if (name == "EntryID" || name == "Class") continue;
     std::string text = jsonText(it.value());
     if (text.find('\0') != std::string::npos)
-      throw RuntimeError(kTypeMismatch, name + " holds a NUL character (\\u0000), which a card "
-                                               "cannot keep; leave it out");
+      throw RuntimeError(kTypeMismatch, name +
+                                            " holds a NUL character (\\u0000), which a card "
+                                            "cannot keep; leave it out");
     if (name == "Gender") {
       if (!value::isNumeric(text) || value::toLong(text) < 0 || value::toLong(text) > 2)
         throw RuntimeError(kTypeMismatch, "Gender must be 0, 1 or 2, not '" + text + "'");
@@ -150,8 +151,8 @@ int runContacts(const ContactsOptions& o, std::ostream& out, std::ostream& err) 
         if (!in) throw RuntimeError(kFileNotFound, "Cannot read '" + o.jsonFile + "'");
         text << in.rdbuf();
       }
-      ordered_json obj =
-          parseContactJson(text.str(), o.jsonFile == "-" ? "standard input" : "'" + o.jsonFile + "'");
+      ordered_json obj = parseContactJson(
+          text.str(), o.jsonFile == "-" ? "standard input" : "'" + o.jsonFile + "'");
       if (!obj.is_object()) throw RuntimeError(kTypeMismatch, "The JSON must be one object");
       std::shared_ptr<outlook::ContactItem> c;
       if (obj.contains("EntryID") && !jsonText(obj["EntryID"]).empty()) {

@@ -173,13 +173,13 @@ TEST(VcardSyntaxTest, TextThatIsNotUtf8ReadsWithReplacementCharacters) {
   struct Case {
     std::string in, out;
   } cases[] = {
-      {"a\0b"s, "a" + fffd + "b"},                  // NUL: nothing is cut off
+      {"a\0b"s, "a" + fffd + "b"},                               // NUL: nothing is cut off
       {"caf\xE9!", "caf" + fffd + "!"},                          // Latin-1
       {"\x80\xBF", fffd + fffd},                                 // lone continuation bytes
       {"\xC0\x80", fffd + fffd},                                 // overlong NUL
       {"\xED\xA0\x80", fffd + fffd + fffd},                      // a surrogate
       {"\xF4\x90\x80\x80", fffd + fffd + fffd + fffd},           // past U+10FFFF
-      {"end \xE6\x9D", "end " + fffd + fffd},                     // cut short at the end
+      {"end \xE6\x9D", "end " + fffd + fffd},                    // cut short at the end
       {"\xE6\x9Dx\xE6\x9D\xB1", fffd + fffd + "x\xE6\x9D\xB1"},  // then a whole one
   };
   for (const auto& c : cases) {

@@ -237,7 +237,8 @@ std::optional<ContactFolder::FileText> ContactFolder::readFile(const std::string
                                                                int dirFd) const {
   // Never waits: a FIFO or a device under a card's name is opened without blocking and left.
   constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_CLOEXEC;
-  int fd = dirFd >= 0 ? ::openat(dirFd, file.c_str(), kFlags) : ::open((dir_ / file).c_str(), kFlags);
+  int fd =
+      dirFd >= 0 ? ::openat(dirFd, file.c_str(), kFlags) : ::open((dir_ / file).c_str(), kFlags);
   if (fd < 0) {
     int err = errno;
     if (err != ENOENT && err != ENOTDIR && problem)

@@ -376,7 +376,10 @@ size_t foldAt(std::string_view text, size_t i) {
 size_t utf8SequenceAt(std::string_view text, size_t i) {
   unsigned char b = static_cast<unsigned char>(text[i]);
   if (b >= 0x01 && b < 0x80) return 1;
-  size_t n = b >= 0xC2 && b <= 0xDF ? 2 : b >= 0xE0 && b <= 0xEF ? 3 : b >= 0xF0 && b <= 0xF4 ? 4 : 0;
+  size_t n = b >= 0xC2 && b <= 0xDF   ? 2
+             : b >= 0xE0 && b <= 0xEF ? 3
+             : b >= 0xF0 && b <= 0xF4 ? 4
+                                      : 0;
   if (n == 0) return 0;
   size_t at = i + 1;
   for (size_t k = 1; k < n; ++k, ++at) {
