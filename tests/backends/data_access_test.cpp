@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <fstream>
 #include <functional>
 
@@ -474,9 +475,14 @@ TEST_P(SnapshotTest, OthersWritesShowWhenIdleOwnWritesAtOnce) {
   EXPECT_EQ(nameOf("1"), "Zeta Two");  // no procedure running: the last close let go
   {
     ErrorFrame procedure("test:outer");
+    auto began = std::chrono::steady_clock::now();
     EXPECT_EQ(nameOf("5"), "Beta Co.");
     exec("UPDATE Companies SET CompanyName = 'Beta Two' WHERE CompanyID = 5;");
-    EXPECT_EQ(nameOf("5"), "Beta Co.");  // still the procedure's snapshot
+    std::string during = nameOf("5");
+    // Still the procedure's snapshot, unless the machine was so slow that the snapshot reached
+    // its age limit and was renewed (which is allowed).
+    if (std::chrono::steady_clock::now() - began < sql::Database::kSnapshotAge)
+      EXPECT_EQ(during, "Beta Co.");
     rename("2", "Acme Renamed");
     EXPECT_EQ(nameOf("2"), "Acme Renamed");  // our own write, inside the same procedure
     // A write after another program's, made while this connection still reads its snapshot,
