@@ -154,5 +154,41 @@ TEST_F(DriverTest, AWalkWhoseEndCannotBeToldStopsInsideItsOwnFrame) {
   EXPECT_EQ(c().counters().rowsWalked, 0);
 }
 
+// A record whose transfer fails half-way (here the second contact's name) is undone in both
+// databases once the procedures are done with it: no company without its contact, no pairing
+// of it. The error service hears the error once, as it always did; the counts are of what was
+// kept.
+TEST_F(DriverTest, ARecordThatFailsIsUndoneInBothDatabasesAndCountedAsFailed) {
+  errors().action = kActionResume;
+  std::string good = put("Good Person"), broken = put("Broken Person");
+  apartment().hostDb =
+      std::make_shared<testing::FaultyDataAccess>(apartment().hostDb, "writeField", "LastName", 1);
+  c().setSyncDirectionType(syncFromOutlookToDossiera);
+  c().setPairCreatedCompanies(true);
+  c().companyCollection()->add("", "", good);
+  c().companyCollection()->add("", "", broken);
+  c().Synchronize();
+  ASSERT_EQ(errors().errors.size(), 1u);
+  auto count = [&](const std::string& path, const std::string& sql) {
+    return querySql(path, sql)[0];
+  };
+  EXPECT_EQ(count(host->hostPath, "SELECT count(*) FROM Companies;"), "7");
+  EXPECT_EQ(count(host->hostPath, "SELECT count(*) FROM ClientData;"),
+            count(host->hostPath, "SELECT count(*) FROM Companies WHERE CompanyID > 6;"));
+  EXPECT_EQ(count(host->hostPath, "SELECT count(*) FROM Contacts;"), "3");
+  EXPECT_EQ(count(host->syncPath, "SELECT count(*) FROM OutlookSync WHERE OutlookID = '" + broken +
+                                      "';"),
+            "0");
+  EXPECT_EQ(count(host->syncPath, "SELECT CompanyNum FROM OutlookSync WHERE OutlookID = '" + good +
+                                      "';"),
+            count(host->hostPath, "SELECT max(CompanyID) FROM Companies;"));
+  const auto& n = c().counters();
+  EXPECT_EQ(n.companiesCreated, 1);
+  EXPECT_EQ(n.contactsCreated, 1);
+  EXPECT_EQ(n.mappingsSaved, 1);
+  EXPECT_EQ(n.recordsFailed, 1);
+  EXPECT_EQ(n.rowsWalked, 2);
+}
+
 }  // namespace
 }  // namespace dossync
