@@ -568,10 +568,10 @@ TEST_P(SnapshotTest, AChangeOfCaseIsWrittenWhateverTheColumnsCollation) {
     int32_t c = open("SELECT Contacts.* FROM Contacts;", kLockOptimistic);
     ASSERT_TRUE(db.findFirst(c, "ContactID", "10"));
     db.writeField(c, "DisplayName", "ann");
-    db.writeField(c, "Email", "Ann@Example.org");
+    db.writeField(c, "BusinessEmail", "Ann@Example.org");
   }
   EXPECT_EQ(stored()[0], "ZETA LTD.");
-  EXPECT_EQ(query("SELECT DisplayName || ' ' || Email FROM Contacts WHERE ContactID = 10;")[0],
+  EXPECT_EQ(query("SELECT DisplayName || ' ' || BusinessEmail FROM Contacts WHERE ContactID = 10;")[0],
             "ann Ann@Example.org");
 }
 
