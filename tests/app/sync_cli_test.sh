@@ -30,7 +30,7 @@ done
 
 # Companies 1 and 3 chosen: two new items; company 2 is paired with nothing.
 out=$(sync --select 1,3); same "sync exit" $? 0
-[[ "$out" == "rows walked 3, items created 2, items updated 0, mapping rows saved 3, errors 0, seconds "* ]] && ok || bad "summary: $out"
+[[ "$out" == "rows walked 3, items created 2, items updated 0, mapping rows saved 3, errors 0, records failed 0, seconds "* ]] && ok || bad "summary: $out"
 same "two cards" "$(count)" 2
 same "unselected company mapped with an empty id" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 2;")" ""
 alpha=$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")
