@@ -206,6 +206,11 @@ class ForwardingDataAccess : public hostdb::IDataAccess {
   void deleteCurrent(int32_t h) override { before("deleteCurrent"), real_->deleteCurrent(h); }
   void idle() override { real_->idle(); }
   void groupWrites(bool on) override { real_->groupWrites(on); }
+  void commitPoint() override { real_->commitPoint(); }
+  bool commitDue() override { return real_->commitDue(); }
+  void dropGroup() override { real_->dropGroup(); }
+  void beginRecord() override { real_->beginRecord(); }
+  void endRecord(bool keep) override { real_->endRecord(keep); }
 
  protected:
   virtual void before(const char* call, const std::string& detail = "") {}

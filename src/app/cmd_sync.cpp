@@ -168,16 +168,22 @@ int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
   const report::RunPlan& written = outcome->plan;
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
   const auto& n = component->counters();
+  // The counts are of what was committed; any error (a record that failed, a commit that
+  // failed, anything else reported) makes the run a failure.
+  const int done = host.exitRequested                                        ? kExitProgram
+                   : errors->errorCount() > 0 || n.recordsFailed > 0 ||
+                           n.commitsFailed > 0                               ? kExitFailure
+                                                                             : kExitOk;
   char line[400];
   std::snprintf(line, sizeof line,
                 "rows walked %d, items created %d, items updated %d, mapping rows saved %d, "
-                "errors %d, seconds %.2f",
+                "errors %d, records failed %d, seconds %.2f",
                 n.rowsWalked, n.itemsCreated, n.itemsUpdated, n.mappingsSaved, errors->errorCount(),
-                seconds);
+                n.recordsFailed, seconds);
   if (o.json) {
     if (!reportError.empty()) err << "dossync: the run's report was not written: " << reportError << "\n";
     out << report::toJson(written).dump(2) << "\n";
-    return host.exitRequested ? kExitProgram : kExitOk;
+    return done;
   }
   out << line;
   if (o.direction == syncFromOutlookToDossiera) {
@@ -187,7 +193,7 @@ int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
   out << "\n";
   if (!reportPath.empty()) out << "Report: " << reportPath << "\n";
   if (!reportError.empty()) err << "dossync: the run's report was not written: " << reportError << "\n";
-  return host.exitRequested ? kExitProgram : kExitOk;
+  return done;
 }
 
 }  // namespace dossync::app

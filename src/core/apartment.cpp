@@ -1,5 +1,9 @@
 #include "core/apartment.h"
 
+#include <optional>
+
+#include "core/synchronization.h"
+
 namespace dossync {
 namespace {
 thread_local std::unique_ptr<Apartment> tApartment;
@@ -21,29 +25,71 @@ void Apartment::finishWhenIdle(const std::shared_ptr<IdleTask>& task) {
   idleTasks.push_back(task);
 }
 
-std::vector<RuntimeError> Apartment::idleDatabases() {
+std::vector<RuntimeError> Apartment::idleDatabases(bool forgetTasks) {
+  if (inRecord) return {};
+  return commitAll(forgetTasks);
+}
+
+std::vector<RuntimeError> Apartment::commitPoint() {
+  bool due = false;
+  for (hostdb::IDataAccess* db : {hostDb.get(), syncDb.get()}) due = due || (db && db->commitDue());
+  if (!due) return {};
+  return commitAll(false);
+}
+
+std::vector<RuntimeError> Apartment::commitAll(bool forgetTasks) {
   std::vector<RuntimeError> failed;
-  for (hostdb::IDataAccess* db : {hostDb.get(), syncDb.get()}) {
-    if (!db) continue;
+  auto attempt = [&](auto&& body) {
     try {
-      db->idle();
+      body();
+      return true;
     } catch (const RuntimeError& e) {
       failed.push_back(e);
+    } catch (const std::exception& e) {
+      failed.emplace_back(kInvalidProcedureCall, e.what());
     } catch (...) {
+      failed.emplace_back(kInvalidProcedureCall, "Unknown failure");
+    }
+    return false;
+  };
+  std::vector<std::weak_ptr<IdleTask>> tasks = idleTasks;
+  if (forgetTasks) idleTasks.clear();
+  bool lost = false;
+  for (const auto& weak : tasks) {
+    if (auto task = weak.lock()) {
+      lost = !attempt([&] { task->finish(); }) || lost;
+      lost = task->takeFailure() || lost;
     }
   }
+  if (hostDb) lost = !attempt([&] { hostDb->idle(); }) || lost;
+  if (syncDb) {
+    if (lost) {
+      attempt([&] { syncDb->dropGroup(); });
+    } else {
+      lost = !attempt([&] { syncDb->idle(); });
+    }
+  }
+  if (currentComponent) currentComponent->groupEnded(!lost);
   return failed;
 }
 
-void Apartment::commitPoint() {
-  bool due = false;
-  for (hostdb::IDataAccess* db : {hostDb.get(), syncDb.get()}) due = due || (db && db->commitDue());
-  if (!due) return;
-  for (const auto& weak : idleTasks) {
-    if (auto task = weak.lock()) task->finish();
-  }
+void Apartment::beginRecord() {
+  inRecord = true;
+  std::optional<RuntimeError> failed;
   for (hostdb::IDataAccess* db : {hostDb.get(), syncDb.get()}) {
-    if (db) db->commitPoint();
+    try {
+      if (db) db->beginRecord();
+    } catch (const RuntimeError& e) {
+      if (!failed) failed = e;
+    }
+  }
+  if (failed) throw *failed;
+}
+
+void Apartment::endRecord(bool keep) {
+  inRecord = false;
+  for (hostdb::IDataAccess* db : {hostDb.get(), syncDb.get()}) {
+    if (db) db->endRecord(keep);
   }
 }
 

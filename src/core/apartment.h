@@ -22,6 +22,9 @@ class IdleTask {
  public:
   virtual ~IdleTask() = default;
   virtual void finish() = 0;
+  // True (once) when some of the work failed since the last time asked, reported or not: what
+  // was committed with it must not be.
+  virtual bool takeFailure() { return false; }
 };
 
 struct Apartment {
@@ -44,14 +47,25 @@ struct Apartment {
   std::vector<std::weak_ptr<IdleTask>> idleTasks;
 
   // The databases go idle: read snapshots end and grouped writes are committed (before an error
-  // or a message is shown, and when the outermost procedure returns). What could not be
-  // committed is answered, not thrown.
-  std::vector<RuntimeError> idleDatabases();
+  // or a message is shown, and when the outermost procedure returns), except while a record is
+  // being synchronised (its writes wait for its end). What could not be done is answered, not
+  // thrown. `forgetTasks`: the outermost procedure returns.
+  //
+  // Committing keeps an order, so that nothing the synchronisation database pairs is missing:
+  // first the work behind the procedures' back (cards still being written) is finished and made
+  // durable, then the host's writes are committed, and only when both succeeded are the
+  // synchronisation database's (the pairings); otherwise its group is dropped. The current
+  // component hears which (clsOutlookSynchronization::groupEnded), for its counts.
+  std::vector<RuntimeError> idleDatabases(bool forgetTasks = false);
   // A point where what was written so far forms a whole (the synchronisation driver calls it
-  // between records): grouped writes older than 100 ms are committed here, after the work
-  // behind the procedures' back (cards still being written) is done, so that no pairing is
-  // committed before what it pairs with exists. Throws what could not be done.
-  void commitPoint();
+  // between records): once either database holds grouped writes 100 ms old, everything is
+  // committed in the order above. Answers what could not be done.
+  std::vector<RuntimeError> commitPoint();
+  // The record being synchronised (the driver's pass): its writes in both databases are undone
+  // by endRecord(false), kept with the group by endRecord(true).
+  void beginRecord();
+  void endRecord(bool keep);
+  bool inRecord = false;
 
   FileUtil& fileUtil();
   GeneralUtil& generalUtil();
@@ -62,6 +76,7 @@ struct Apartment {
   void setMousePointer(int32_t pointer) { hostUi->setMousePointer(pointer); }
 
  private:
+  std::vector<RuntimeError> commitAll(bool forgetTasks);
   std::unique_ptr<FileUtil> fileUtil_;
   std::unique_ptr<GeneralUtil> generalUtil_;
 };

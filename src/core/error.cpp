@@ -27,18 +27,7 @@ ErrorFrame::~ErrorFrame() {
   // The outermost procedure is returning: what the back ends left to do in the background is
   // done now, and a failure of it is this procedure's.
   if (a.procedureDepth == 1) {
-    auto tasks = std::move(a.idleTasks);
-    a.idleTasks.clear();
-    for (const auto& weak : tasks) {
-      auto task = weak.lock();
-      if (!task) continue;
-      try {
-        task->finish();
-      } catch (...) {
-        handleCurrentException();
-      }
-    }
-    for (const auto& e : a.idleDatabases()) report(e);
+    for (const auto& e : a.idleDatabases(true)) report(e);
   }
   if (entered_ && a.errorServiceSet && a.errorService) {
     try {
@@ -64,7 +53,8 @@ void ErrorFrame::handleCurrentException() {
   }
 }
 
-// Nothing is left uncommitted while the host tells the user.
+// Nothing is left uncommitted while the host tells the user, except the record being
+// synchronised: it is undone as a whole when the driver leaves it.
 void ErrorFrame::handle(const RuntimeError& error) {
   auto failed = apartment().idleDatabases();
   report(error);

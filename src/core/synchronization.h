@@ -162,11 +162,18 @@ class clsOutlookSynchronization : public Object {
                          std::string& location);
 
   // What the last synchronisation did (for the host's summary).
+  // The counts are of what was committed: a record that failed (any error reported while it
+  // was synchronised) is undone and counted in recordsFailed only, and so is every record of a
+  // group whose commit failed.
   struct Counters {
     int32_t rowsWalked = 0, itemsCreated = 0, itemsUpdated = 0, mappingsSaved = 0;
     int32_t companiesCreated = 0, companiesUpdated = 0, contactsCreated = 0;
+    int32_t recordsFailed = 0;
+    int32_t commitsFailed = 0;  // groups whose commit failed (or that could not be made whole)
   };
   Counters& counters() { return counters_; }
+  // Apartment::groupEnded: what the run counted up to now was committed (true) or lost.
+  void groupEnded(bool committed);
   // Who watches each run (core/run_observer.h): the report and the preview. Not published.
   void setRunObserver(std::shared_ptr<IRunObserver> o) { runObserver_ = std::move(o); }
   std::shared_ptr<IRunObserver> runObserver() const { return runObserver_; }
@@ -205,6 +212,8 @@ class clsOutlookSynchronization : public Object {
   std::shared_ptr<IProgressDialog> progressDialog_;
 
   Counters counters_;
+  Counters committed_;      // the counts as of the last commit
+  int32_t groupRecords_ = 0;  // records kept in the group not committed yet
   std::shared_ptr<IRunObserver> runObserver_;
   bool pairCreatedCompanies_ = false;
   std::map<int32_t, std::function<void()>> exitProgramHandlers_;

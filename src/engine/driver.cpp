@@ -93,7 +93,8 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
   } watch(*this);
   ErrorFrame f(kLoc + "SynchronizeContacts");
   bool result = true;
-  counters_ = Counters{};
+  counters_ = committed_ = Counters{};
+  groupRecords_ = 0;
   f.step([&] { StartOutlook(); });
   // A selection that cannot say whether it is empty is taken for empty.
   if (f.test([&] { return !companyCollection_ || companyCollection_->isEmpty(); }, true))
@@ -111,9 +112,35 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
     f.step(advance);
     ++counters_.rowsWalked;
     if (!f.step(moveNext)) return false;
-    f.step([&] { apartment().commitPoint(); });  // the record is whole
+    // The record is whole: a commit point (its failures are this procedure's errors).
+    for (const RuntimeError& e : apartment().commitPoint()) f.step([&] { throw e; });
     f.step([&] { apartment().doEvents(); });
     return true;
+  };
+
+  // A record (a pass) is undone as a whole in both databases when any error was reported while
+  // it ran, once the procedures' own error handling is done with it: no half-made client, no
+  // pairing of one. Outlook items are saved whole and stay.
+  struct Record {
+    uint64_t errors;
+    Counters before;
+  };
+  auto beginRecord = [&] {
+    f.step([&] { apartment().beginRecord(); });
+    return Record{ErrorFrame::errorsReported(), counters_};
+  };
+  auto endRecord = [&](const Record& record) {
+    bool failed = ErrorFrame::errorsReported() != record.errors;
+    apartment().endRecord(!failed);
+    if (!failed) {
+      ++groupRecords_;
+      return;
+    }
+    int32_t walked = counters_.rowsWalked, commits = counters_.commitsFailed;
+    counters_ = record.before;
+    counters_.rowsWalked = walked;
+    counters_.commitsFailed = commits;
+    ++counters_.recordsFailed;
   };
 
   // A look-up that reported an error answers a fallback ("" or -1), not "no counterpart": its
@@ -132,6 +159,7 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
     });
     if (!rs || !f.test([&] { return rs->hasRow(); })) return;
     while (f.test([&] { return !rs->eof(); })) {
+      Record record = beginRecord();
       int32_t number = 0;
       std::string outlookID;
       bool keyRead = f.step([&] { number = value::toLong(rs->read(keyField)); });
@@ -156,6 +184,7 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
           observeRun([&](IRunObserver& o) { o.paired(std::to_string(number), outlookID); });
         });
       }
+      endRecord(record);
       if (keyRead) observeRun([](IRunObserver& o) { o.recordFinished(); });
       if (!endOfPass([&] { rs->next(); })) break;
     }
@@ -188,6 +217,7 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
     SelectionCollection& chosen = *companyCollection_;
     f.step([&] { chosen.moveFirst(); });
     while (f.test([&] { return !chosen.atEnd(); })) {
+      Record record = beginRecord();
       std::string outlookID;
       int32_t companyNumber = -1;
       bool keyRead = f.step([&] { outlookID = chosen.currentItem(); });
@@ -214,12 +244,28 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
           observeRun([&](IRunObserver& o) { o.paired(std::to_string(companyNumber), outlookID); });
         });
       }
+      endRecord(record);
       if (keyRead) observeRun([](IRunObserver& o) { o.recordFinished(); });
       if (!endOfPass([&] { chosen.moveNext(); })) break;
     }
   }
   // syncBothsWays and anything else: nothing is synchronised.
   return result;
+}
+
+void clsOutlookSynchronization::groupEnded(bool committed) {
+  if (committed) {
+    committed_ = counters_;
+    groupRecords_ = 0;
+    return;
+  }
+  Counters now = counters_;
+  counters_ = committed_;
+  counters_.rowsWalked = now.rowsWalked;
+  counters_.recordsFailed = now.recordsFailed + groupRecords_;
+  counters_.commitsFailed = now.commitsFailed + 1;
+  committed_ = counters_;
+  groupRecords_ = 0;
 }
 
 }  // namespace dossync

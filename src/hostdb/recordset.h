@@ -2,7 +2,7 @@
 // ends a procedure early leaves no handle behind). Read-only (lock 1) or writable (lock 3).
 // All calls go straight to the data access object and throw its RuntimeErrors.
 // While a run is watched (core/run_observer.h), a recordset of the host database reports the
-// rows it adds and the columns whose values it changes.
+// rows it adds and the columns whose values it changes, as they were stored.
 #pragma once
 
 #include <string>
@@ -50,8 +50,15 @@ class Recordset {
       }
     }
     db_.writeField(handle_, field, value, false);
-    if (!table_.empty() && before != value)
-      observeRun([&](IRunObserver& o) { o.hostColumnChanged(table_, field, before, value); });
+    if (table_.empty()) return;
+    // What the field holds now is what was written (a date in its stored form, say).
+    std::string after = value;
+    try {
+      after = db_.readField(handle_, field);
+    } catch (const RuntimeError&) {
+    }
+    if (before != after)
+      observeRun([&](IRunObserver& o) { o.hostColumnChanged(table_, field, before, after); });
   }
   void addNew() {
     db_.addNew(handle_);

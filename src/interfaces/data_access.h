@@ -78,6 +78,12 @@ class IDataAccess : public Object {
   // are committed (throws what could not be). commitDue: whether commitPoint would commit.
   virtual void commitPoint() {}
   virtual bool commitDue() { return false; }
+  // The grouped writes not committed yet are undone (what they named was not saved).
+  virtual void dropGroup() {}
+  // A record's writes within the group: endRecord(false) undoes those made since beginRecord
+  // (and only those), endRecord(true) keeps them with the group.
+  virtual void beginRecord() {}
+  virtual void endRecord(bool /*keep*/) {}
   // A preview: from beginPreview on, nothing read or written is ever committed, and endPreview
   // undoes all of it, leaving the database as it was (readers elsewhere never see it). Answers
   // false when this object cannot preview (nothing was begun then). Closing the database ends a

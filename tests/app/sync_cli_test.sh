@@ -30,7 +30,7 @@ done
 
 # Companies 1 and 3 chosen: two new items; company 2 is paired with nothing.
 out=$(sync --select 1,3); same "sync exit" $? 0
-[[ "$out" == "rows walked 3, items created 2, items updated 0, mapping rows saved 3, errors 0, seconds "* ]] && ok || bad "summary: $out"
+[[ "$out" == "rows walked 3, items created 2, items updated 0, mapping rows saved 3, errors 0, records failed 0, seconds "* ]] && ok || bad "summary: $out"
 same "two cards" "$(count)" 2
 same "unselected company mapped with an empty id" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 2;")" ""
 alpha=$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")
@@ -56,7 +56,7 @@ same "contact card made" "$(count)" 3
 
 # Errors: reported with their location; --on-error exit ends with code 3.
 sqlite3 "$h" "UPDATE Contacts SET Birthday = 'someday' WHERE ContactID = 10;"
-sync --select 1 >/dev/null 2>"$work/err"; same "leave exit code" $? 0
+sync --select 1 >/dev/null 2>"$work/err"; same "a failed record: exit code 1" $? 1
 grep -q "error 13: .*someday.*createNewDossieraCompanyWithDefaultContactInOutlook" "$work/err" && ok || { bad "error report"; cat "$work/err"; }
 sync --select 1 --on-error exit >/dev/null 2>&1; same "exit action exit code" $? 3
 same "a failed transfer keeps the pairing" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")" "$alpha"

@@ -555,6 +555,32 @@ TEST_P(SnapshotTest, GroupedWritesCommitWhenTheProcedureReturnsOrAnErrorIsReport
   EXPECT_EQ(seen[0], "Zeta Failing");
 }
 
+// The name columns compare without regard to case (COLLATE NOCASE on SQLite; here a citext
+// column on PostgreSQL), yet a write that changes only a value's case is stored, either way,
+// written at once or grouped.
+TEST_P(SnapshotTest, AChangeOfCaseIsWrittenWhateverTheColumnsCollation) {
+  if (postgres())
+    exec("CREATE EXTENSION IF NOT EXISTS citext; ALTER TABLE Companies ALTER COLUMN CompanyName "
+         "TYPE citext;");
+  rename("5", "BETA CO.");
+  EXPECT_EQ(stored()[2], "BETA CO.");
+  rename("5", "Beta Co.");
+  EXPECT_EQ(stored()[2], "Beta Co.");
+  db.groupWrites(true);
+  apartment().syncDb = shared();
+  {
+    ErrorFrame procedure("test:outer");
+    rename("1", "ZETA LTD.");
+    int32_t c = open("SELECT Contacts.* FROM Contacts;", kLockOptimistic);
+    ASSERT_TRUE(db.findFirst(c, "ContactID", "10"));
+    db.writeField(c, "DisplayName", "ann");
+    db.writeField(c, "BusinessEmail", "Ann@Example.org");
+  }
+  EXPECT_EQ(stored()[0], "ZETA LTD.");
+  EXPECT_EQ(query("SELECT DisplayName || ' ' || BusinessEmail FROM Contacts WHERE ContactID = 10;")[0],
+            "ann Ann@Example.org");
+}
+
 // A grouped write to a row another connection changed since the group's snapshot began (the
 // server then refuses it, and drops the writes before it) is made after them in a new snapshot:
 // none of the group is lost. (SQLite's group holds the write lock: no other write can come

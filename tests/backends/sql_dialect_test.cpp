@@ -35,6 +35,9 @@ TEST(SqlDialectTest, JetStatementsInPostgresWords) {
       {"UPDATE Companies SET CompanyName = ?1 WHERE CompanyID = ?2 AND CompanyName IS NOT ?1;",
        "UPDATE \"Companies\" SET \"CompanyName\" = $1 WHERE \"CompanyID\" = $2 AND "
        "\"CompanyName\" IS DISTINCT FROM $1;"},
+      {"UPDATE Companies SET CompanyName = ?12 WHERE CompanyName IS NOT ?12 COLLATE BINARY;",
+       "UPDATE \"Companies\" SET \"CompanyName\" = $12 WHERE \"CompanyName\" IS DISTINCT FROM "
+       "$12::text COLLATE \"C\";"},
       {"INSERT INTO Companies (CompanyName) VALUES (?1) RETURNING [companyid];",
        "INSERT INTO \"Companies\" (\"CompanyName\") VALUES ($1) RETURNING \"CompanyID\";"},
       {"SELECT max(CompanyID), count(*), Max FROM Companies WHERE x IS NOT NULL;",

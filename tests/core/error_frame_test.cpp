@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "backends/sqlite/sqlite_data_access.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
@@ -72,30 +74,56 @@ TEST(ErrorFrameWithoutService, NothingIsRecordedAndErrorsLeaveSilently) {
 }
 
 // Work behind the procedures' back (cards being written) is done before a group of pairings
-// naming it is committed, and only then.
-TEST_F(ErrorFrameTest, ACommitPointFinishesBackgroundWorkBeforeItCommits) {
+// naming it is committed, and only then; the host's writes are committed before the pairings,
+// and when they (or the work) fail, the pairings' group is dropped instead.
+TEST_F(ErrorFrameTest, ACommitPointFinishesBackgroundWorkThenCommitsTheHostThenThePairings) {
   std::vector<std::string> order;
   struct Work : IdleTask {
     std::vector<std::string>* order;
+    bool fail = false;
     void finish() override { order->push_back("finish"); }
+    bool takeFailure() override { return std::exchange(fail, false); }
   };
   struct Grouped : testing::ForwardingDataAccess {
     using ForwardingDataAccess::ForwardingDataAccess;
     std::vector<std::string>* order;
-    bool due = false;
+    std::string name;
+    bool due = false, fail = false;
     bool commitDue() override { return due; }
-    void commitPoint() override { order->push_back("commit"); }
+    void idle() override {
+      order->push_back(name + " commit");
+      if (fail) throw RuntimeError(kDiskIO, "The last 3 changes could not be committed");
+    }
+    void dropGroup() override { order->push_back(name + " drop"); }
   };
   auto work = std::make_shared<Work>();
   work->order = &order;
-  auto db = std::make_shared<Grouped>(std::make_shared<sqlite::SqliteDataAccess>());
-  db->order = &order;
-  apartment().syncDb = db;
+  auto grouped = [&](const char* name) {
+    auto db = std::make_shared<Grouped>(std::make_shared<sqlite::SqliteDataAccess>());
+    db->order = &order;
+    db->name = name;
+    return db;
+  };
+  auto host = grouped("host"), sync = grouped("sync");
+  apartment().hostDb = host;
+  apartment().syncDb = sync;
   apartment().finishWhenIdle(work);
-  apartment().commitPoint();
-  db->due = true;
-  apartment().commitPoint();
-  EXPECT_EQ(order, (std::vector<std::string>{"finish", "commit"}));  // nothing before it was due
+  EXPECT_TRUE(apartment().commitPoint().empty());
+  EXPECT_TRUE(order.empty());  // nothing before it was due
+  sync->due = true;
+  EXPECT_TRUE(apartment().commitPoint().empty());
+  EXPECT_EQ(order, (std::vector<std::string>{"finish", "host commit", "sync commit"}));
+  order.clear();
+  host->fail = true;
+  auto failed = apartment().commitPoint();
+  ASSERT_EQ(failed.size(), 1u);
+  EXPECT_EQ(failed[0].number(), kDiskIO);
+  EXPECT_EQ(order, (std::vector<std::string>{"finish", "host commit", "sync drop"}));
+  order.clear();
+  host->fail = false;
+  work->fail = true;  // a card that could not be written, reported already
+  EXPECT_TRUE(apartment().commitPoint().empty());
+  EXPECT_EQ(order, (std::vector<std::string>{"finish", "host commit", "sync drop"}));
 }
 
 }  // namespace

@@ -154,5 +154,53 @@ TEST_F(DriverTest, AWalkWhoseEndCannotBeToldStopsInsideItsOwnFrame) {
   EXPECT_EQ(c().counters().rowsWalked, 0);
 }
 
+// A record whose transfer fails half-way (here the second company's e-mail, after its rows
+// were added) is undone in both databases once the procedures are done with it: no client
+// without its rows, no pairing of it. The error service hears the error once, as it always did;
+// the counts are of what was kept.
+TEST_F(DriverTest, ARecordThatFailsIsUndoneInBothDatabasesAndCountedAsFailed) {
+  errors().action = kActionResume;
+  auto person = [&](const std::string& name) {
+    std::string id = put(name);
+    auto i = item(id);
+    i->setCompanyName(name + " Inc.");
+    i->setFullName(name);
+    i->Save();
+    return id;
+  };
+  std::string good = person("Good Person"), broken = person("Broken Person");
+  auto db = std::make_shared<testing::FaultyDataAccess>(apartment().hostDb, "", "");
+  int emails = 0;
+  db->fails = [&](const std::string& call) { return call == "writeField Email" && ++emails == 2; };
+  apartment().hostDb = db;
+  c().setSyncDirectionType(syncFromOutlookToDossiera);
+  c().setPairCreatedCompanies(true);
+  c().companyCollection()->add("", "", good);
+  c().companyCollection()->add("", "", broken);
+  c().Synchronize();
+  ASSERT_EQ(errors().errors.size(), 1u);
+  auto count = [&](const std::string& path, const std::string& sql) {
+    return querySql(path, sql)[0];
+  };
+  const std::string& h = host->hostPath;
+  EXPECT_EQ(count(h, "SELECT group_concat(CompanyName) FROM Companies WHERE CompanyID > 6;"),
+            "Good Person Inc.");
+  EXPECT_EQ(count(h, "SELECT count(*) FROM ClientData;"), "1");
+  EXPECT_EQ(count(h, "SELECT count(*) FROM Contacts WHERE CompanyNum NOT IN (SELECT CompanyID "
+                     "FROM Companies);"),
+            "0");
+  EXPECT_EQ(count(host->syncPath, "SELECT count(*) FROM OutlookSync WHERE OutlookID = '" + broken +
+                                      "';"),
+            "0");
+  EXPECT_EQ(count(host->syncPath, "SELECT CompanyNum FROM OutlookSync WHERE OutlookID = '" + good +
+                                      "';"),
+            count(h, "SELECT max(CompanyID) FROM Companies;"));
+  const auto& n = c().counters();
+  EXPECT_EQ(n.companiesCreated, 1);
+  EXPECT_EQ(n.mappingsSaved, 1);
+  EXPECT_EQ(n.recordsFailed, 1);
+  EXPECT_EQ(n.rowsWalked, 2);
+}
+
 }  // namespace
 }  // namespace dossync

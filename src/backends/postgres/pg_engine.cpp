@@ -374,7 +374,10 @@ void PgEngine::exec(const std::string& sql) {
     failedInTransaction();
     throw RuntimeError(kStatementFailed, "\"" + sql + "\" failed on '" + name_ + "': " + why);
   }
-  namesLoaded_ = false;  // it may have made tables
+  // It may have made tables (a savepoint makes none).
+  if (sql.rfind("SAVEPOINT ", 0) != 0 && sql.rfind("RELEASE ", 0) != 0 &&
+      sql.rfind("ROLLBACK TO ", 0) != 0)
+    namesLoaded_ = false;
 }
 
 bool PgEngine::begin() {

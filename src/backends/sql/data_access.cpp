@@ -66,6 +66,18 @@ void DataAccess::commitPoint() {
   if (db_) db_->commitIfDue();
 }
 
+void DataAccess::dropGroup() {
+  if (db_) db_->dropGroup();
+}
+
+void DataAccess::beginRecord() {
+  if (db_) db_->beginRecord();
+}
+
+void DataAccess::endRecord(bool keep) {
+  if (db_) db_->endRecord(keep);
+}
+
 void DataAccess::beforeWrite() {
   if (db_) db_->setGroupWrites(groupWrites_ && apartment().procedureDepth > 0);
 }

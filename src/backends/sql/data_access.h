@@ -17,7 +17,8 @@
 //   into memory at open and is read-only; its finds use a hash index of folded text built at the
 //   first find on a field.
 // Writes: lock kinds 2-4 write each field at once (its own transaction unless writes are
-// grouped, below; a field that holds the value already is not written); a pending new row is
+// grouped, below; a field that holds the value already, byte for byte, is not written: a
+// change of case is written whatever the column's collation); a pending new row is
 // held in memory and inserted by saveNew with the columns that were set (the others take the
 // database's defaults, which reading the pending row already shows); its auto-number key is
 // reserved when first read before the save (and from then on for every new row of that
@@ -87,6 +88,9 @@ class DataAccess : public hostdb::IDataAccess {
   void groupWrites(bool on) override;
   void commitPoint() override;
   bool commitDue() override { return db_ && db_->commitDue(); }
+  void dropGroup() override;
+  void beginRecord() override;
+  void endRecord(bool keep) override;
   bool beginPreview() override;
   void endPreview() override;
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "backends/sql/dialect.h"
 #include "core/value.h"
 
 namespace dossync::sql {
@@ -44,6 +45,10 @@ bool Statement::step() {
     if ((rc == Step::Done || rc == Step::Row) && owner_.groupsWrites()) {
       owner_.noteGroupedWrite();
       owner_.logGroupedWrite(sql_, bound_);
+    } else if (rc == Step::Failed && owner_.groupsWrites()) {
+      // The group stays open: the record the write was part of is undone with its savepoint
+      // (should the engine have undone the whole transaction, the group's commit says so).
+      msg = stmt_->errorMessage(), code = stmt_->errorCode();
     } else {
       if (rc == Step::Failed) msg = stmt_->errorMessage(), code = stmt_->errorCode();
       owner_.endSnapshot();
@@ -157,11 +162,11 @@ void Database::flushUpdate() {
   // A row whose fields all hold their values already is left alone.
   std::string set, changed;
   for (size_t k = 0; k < d.values.size(); ++k) {
-    std::string column =
-        quoteIdentifier(d.table->columns[static_cast<size_t>(d.values[k].first)].name);
-    std::string param = "?" + std::to_string(k + 1);
-    set += (k ? ", " : "") + column + " = " + param;
-    changed += (k ? " OR " : "") + column + " IS NOT " + param;
+    const ColumnInfo& c = d.table->columns[static_cast<size_t>(d.values[k].first)];
+    std::string column = quoteIdentifier(c.name);
+    int param = static_cast<int>(k + 1);
+    set += (k ? ", " : "") + column + " = ?" + std::to_string(param);
+    changed += (k ? " OR " : "") + differs(column, c.kind, param);
   }
   StatementUse st(cached("UPDATE " + quoteIdentifier(d.table->name) + " SET " + set + " WHERE " +
                          d.table->rowKey + " = ?" + std::to_string(d.values.size() + 1) + " AND (" +
@@ -177,10 +182,38 @@ void Database::flushUpdate() {
   }
 }
 
+void Database::noticeLostTransaction() {
+  if (!snapshotOpen_ || preview_ || engine_->inTransaction()) return;
+  // The engine undid the snapshot's transaction on its own (after a failed write: a full
+  // disk, a lost server transaction). Its grouped writes are gone; the group is failed as a
+  // whole when it is committed, so that nothing pairs what was lost.
+  if (groupedWrites_ > 0) {
+    if (lostWrites_ == 0) lostReason_ = engine_->lastErrorText();
+    lostWrites_ += groupedWrites_;
+    indexes_.clear();
+  }
+  snapshotOpen_ = false;
+  savepoint_ = false;
+  versionSeen_ = false;
+  memo_.rows.clear();
+  groupedWrites_ = 0;
+  groupLog_.clear();
+}
+
 void Database::endSnapshot() {
   flushUpdate();
+  noticeLostTransaction();
+  if (lostWrites_ > 0) {
+    int writes = lostWrites_ + groupedWrites_;
+    std::string why = lostReason_;
+    lostWrites_ = 0;
+    dropGroup();
+    throw RuntimeError(kDiskIO, "The last " + std::to_string(writes) +
+                                    " changes could not be committed to '" + path() + "': " + why);
+  }
   if (!snapshotOpen_) return;
   snapshotOpen_ = false;
+  savepoint_ = false;
   versionSeen_ = false;
   memo_.rows.clear();
   int writes = groupedWrites_;
@@ -194,6 +227,63 @@ void Database::endSnapshot() {
   if (writes > 0)
     throw RuntimeError(kDiskIO, "The last " + std::to_string(writes) +
                                     " changes could not be committed to '" + path() + "': " + msg);
+}
+
+void Database::dropGroup() {
+  deferred_ = DeferredUpdate{};
+  savepoint_ = false;
+  lostWrites_ = 0;
+  if (!snapshotOpen_) return;
+  snapshotOpen_ = false;
+  versionSeen_ = false;
+  memo_.rows.clear();
+  if (groupedWrites_ > 0) indexes_.clear();  // they hold what is undone
+  groupedWrites_ = 0;
+  groupLog_.clear();
+  engine_->rollback();
+}
+
+void Database::beginRecord() {
+  flushUpdate();  // the record before's last writes are not this one's
+  inRecord_ = true;
+  savepoint_ = false;
+}
+
+void Database::setSavepoint() {
+  if (!inRecord_ || savepoint_ || !snapshotOpen_ || !engine_->inTransaction()) return;
+  engine_->exec("SAVEPOINT dossync_record;");
+  savepoint_ = true;
+  recordStartWrites_ = groupedWrites_;
+  recordStartLog_ = groupLog_.size();
+}
+
+void Database::releaseSavepoint(bool undo) {
+  bool set = savepoint_;
+  savepoint_ = false;
+  if (!set || !snapshotOpen_ || !engine_->inTransaction()) return;
+  try {
+    if (undo) {
+      engine_->exec("ROLLBACK TO SAVEPOINT dossync_record;");
+      groupedWrites_ = recordStartWrites_;
+      groupLog_.resize(std::min(groupLog_.size(), recordStartLog_));
+      memo_.rows.clear();
+      indexes_.clear();  // they hold what is undone
+    }
+    engine_->exec("RELEASE SAVEPOINT dossync_record;");
+  } catch (const RuntimeError&) {
+    // The engine lost the transaction already: its commit says so.
+  }
+}
+
+void Database::endRecord(bool keep) {
+  if (!inRecord_) return;
+  inRecord_ = false;
+  if (!keep && deferred_.table) {  // written to the memo and the indexes only
+    deferred_ = DeferredUpdate{};
+    memo_.rows.clear();
+    indexes_.clear();
+  }
+  releaseSavepoint(!keep);
 }
 
 void Database::logGroupedWrite(const std::string& sql, const std::vector<Stored>& params) {
@@ -211,7 +301,14 @@ bool Database::rewriteGroup() {
     versionSeen_ = false;
     if (!engine_->begin()) break;
     Step rc = Step::Done;
-    for (const LoggedWrite& w : groupLog_) {
+    // The record's savepoint goes where it was: before the record's own writes.
+    bool record = savepoint_;
+    auto mark = [&](size_t k) {
+      if (record && k == recordStartLog_) engine_->exec("SAVEPOINT dossync_record;");
+    };
+    for (size_t k = 0; k < groupLog_.size(); ++k) {
+      const LoggedWrite& w = groupLog_[k];
+      mark(k);
       auto st = engine_->prepare(w.sql);
       for (size_t i = 0; i < w.params.size(); ++i) st->bind(static_cast<int>(i + 1), w.params[i]);
       while ((rc = st->step()) == Step::Row) {
@@ -221,12 +318,16 @@ bool Database::rewriteGroup() {
         break;
       }
     }
-    if (rc == Step::Done) return true;
+    if (rc == Step::Done) {
+      mark(groupLog_.size());
+      return true;
+    }
     if (rc != Step::Stale) break;
   }
   // Given up: the group is lost, and the indexes that hold its writes with it.
   int writes = groupedWrites_;
   snapshotOpen_ = false;
+  savepoint_ = false;
   groupedWrites_ = 0;
   groupLog_.clear();
   indexes_.clear();
@@ -237,12 +338,14 @@ bool Database::rewriteGroup() {
 
 bool Database::beforeStatement(EngineStatement& statement) {
   if (!snapshotReads()) return false;
+  noticeLostTransaction();
   bool reads = statement.readOnly();
   if (snapshotOpen_) {
     bool young = snapshotYoung();
     if (reads && young) return false;
     if (!reads && young) {
       memo_.rows.clear();  // what the write changes must not be answered from the memo
+      if (groupWrites_) setSavepoint();
       return true;
     }
     endSnapshot();
@@ -253,6 +356,7 @@ bool Database::beforeStatement(EngineStatement& statement) {
     snapshotOpen_ = true;
     snapshotStart_ = std::chrono::steady_clock::now();
   }
+  if (!reads && snapshotOpen_) setSavepoint();
   return !reads && snapshotOpen_;  // a grouped write opens the snapshot it joins
 }
 

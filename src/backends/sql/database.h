@@ -141,6 +141,14 @@ class Database {
   // Ends the snapshot, committing grouped writes; throws RuntimeError kDiskIO naming the
   // database when they cannot be committed (they are lost then).
   void endSnapshot();
+  // Undoes the grouped writes not committed yet (the snapshot ends with them).
+  void dropGroup();
+  // A record's writes, inside the group: from beginRecord on, the grouped writes can be undone
+  // by endRecord(false) without those made before (a savepoint, set at the record's first
+  // write); endRecord(true) keeps them in the group. Writes that were committed meanwhile (not
+  // grouped) stay.
+  void beginRecord();
+  void endRecord(bool keep);
   // Statement::step calls it on a first step; true: a write that runs inside the snapshot, which
   // the caller then ends (committing the write).
   bool beforeStatement(EngineStatement& statement);
@@ -184,6 +192,15 @@ class Database {
     std::vector<Stored> params;
   };
   std::vector<LoggedWrite> groupLog_;  // the grouped writes of the open snapshot, in order
+  bool inRecord_ = false;
+  bool savepoint_ = false;  // set in the open snapshot for the record
+  int recordStartWrites_ = 0;
+  size_t recordStartLog_ = 0;
+  int lostWrites_ = 0;      // grouped writes the engine undid on its own, not told yet
+  std::string lostReason_;
+  void noticeLostTransaction();
+  void setSavepoint();
+  void releaseSavepoint(bool undo);
   std::chrono::steady_clock::time_point snapshotStart_;
   SnapshotMemo memo_;
 };

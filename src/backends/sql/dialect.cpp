@@ -187,6 +187,11 @@ std::string withTextOrder(const std::string& sql) {
   return out + ";";
 }
 
+std::string differs(const std::string& quotedColumn, ColumnKind kind, int parameter) {
+  std::string test = quotedColumn + " IS NOT ?" + std::to_string(parameter);
+  return kind == ColumnKind::Text || kind == ColumnKind::Memo ? test + " COLLATE BINARY" : test;
+}
+
 namespace {
 
 // toPostgres; without `calls`, every word before "(" is a name (CREATE INDEX i ON t(c)).
@@ -233,8 +238,18 @@ std::string translate(const std::string& sql,
       if (value::equalsIgnoreCase(word, "IS") && findKeyword(sql, "NOT", next) == next) {
         size_t after = skipBlanks(sql, next + 3);
         if (after < sql.size() && sql[after] == '?') {  // SQLite's null-safe "differs from"
-          out += "IS DISTINCT FROM ";
-          i = after;
+          size_t end = after + 1;
+          while (end < sql.size() && std::isdigit(static_cast<unsigned char>(sql[end]))) ++end;
+          out += "IS DISTINCT FROM $" + sql.substr(after + 1, end - after - 1);
+          size_t collate = skipBlanks(sql, end);
+          if (findKeyword(sql, "COLLATE", collate) == collate) {
+            size_t name = skipBlanks(sql, collate + 7);
+            if (findKeyword(sql, "BINARY", name) == name) {
+              out += "::text COLLATE \"C\"";
+              end = name + 6;
+            }
+          }
+          i = end;
           continue;
         }
       }

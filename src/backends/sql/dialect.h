@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "backends/sql/stored.h"
+
 namespace dossync::sql {
 
 // Position of a keyword (any case, standing alone) outside quotes, or npos.
@@ -38,11 +40,18 @@ OrderBy splitOrderBy(const std::string& sql);
 // comparison rule of finds (collation "dossync_text"): "apple Co" between "Acme" and "Beta".
 std::string withTextOrder(const std::string& sql);
 
+// The test "the column's value differs from parameter N" in the shared dialect: null-safe, and
+// for text byte for byte ("IS NOT ?N COLLATE BINARY"), whatever the column's own collation
+// (the host's name columns are COLLATE NOCASE): a change of case is a change.
+std::string differs(const std::string& quotedColumn, ColumnKind kind, int parameter);
+
 // PostgreSQL: names are respelled as the database spells them and quoted (Jet's names match
 // in any case, PostgreSQL's quoted ones only in theirs; `spelling` answers the database's
 // spelling of a table or column name, nullptr for a word that is neither), [names] quoted,
 // "?N" parameters become "$N", and "IS NOT ?N" (SQLite's null-safe comparison) becomes
-// "IS DISTINCT FROM $N".
+// "IS DISTINCT FROM $N", and "IS NOT ?N COLLATE BINARY" compares as text byte for byte
+// ("IS DISTINCT FROM $N::text COLLATE \"C\"": neither citext nor a case-blind collation of the
+// column decides it).
 std::string toPostgres(const std::string& sql,
                        const std::function<const std::string*(std::string_view)>& spelling);
 

@@ -148,9 +148,10 @@ const std::string& CursorShape::update(int column) {
   if (updateSql.empty()) updateSql.resize(table->columns.size());
   std::string& sql = updateSql[static_cast<size_t>(column)];
   if (sql.empty()) {
-    std::string c = quoteIdentifier(table->columns[static_cast<size_t>(column)].name);
+    const ColumnInfo& info = table->columns[static_cast<size_t>(column)];
+    std::string c = quoteIdentifier(info.name);
     sql = "UPDATE " + quoteIdentifier(table->name) + " SET " + c + " = ?1 WHERE " + table->rowKey +
-          " = ?2 AND " + c + " IS NOT ?1;";
+          " = ?2 AND " + differs(c, info.kind, 1) + ";";
   }
   return sql;
 }

@@ -106,6 +106,7 @@ void ContactFolder::apply(const CardWriter::Result& result) {
   }
   if (result.error) {
     failed_.push_back(*result.error);
+    failedSinceAsked_ = true;
     writeAtOnce_ = true;
     // What the index says of that file is unsure now: a new one is not there, an old one is
     // read again when next found or scanned (its stamp stays unknown).
@@ -135,6 +136,34 @@ void ContactFolder::flush() {
                      first.description() + " (and " + std::to_string(more) +
                          " more contact files could not be written)",
                      first.source());
+}
+
+void ContactFolder::finish() {
+  flush();
+  if (!unsynced_) return;
+  unsynced_ = false;
+#ifndef _WIN32
+  int fd = ::open(dir_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  int err = fd < 0 ? errno : 0;
+  if (fd >= 0) {
+#ifdef __linux__
+    if (::syncfs(fd) != 0) err = errno;
+#else
+    if (::fsync(fd) != 0) err = errno;
+#endif
+    ::close(fd);
+  }
+  if (err != 0) {
+    failedSinceAsked_ = true;
+    throw fileError("Cannot flush the contact files of " + dir_.string() + " to the disk", err);
+  }
+#endif
+}
+
+bool ContactFolder::takeFailure() {
+  bool failed = failedSinceAsked_;
+  failedSinceAsked_ = false;
+  return failed;
 }
 
 // Every *.vcf of the folder, rereading only files whose time or size changed since the last
@@ -461,6 +490,7 @@ bool ContactFolder::store(const std::string& file, const Vcard& card, bool isNew
     }
   }
   Apartment& a = apartment();
+  unsynced_ = true;
   if (writeAtOnce_ || a.procedureDepth == 0) {
     auto result = writer_.writeNow(file, text, isNew, source ? source->text : std::string());
     if (result.error) throw *result.error;

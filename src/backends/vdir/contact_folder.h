@@ -21,7 +21,8 @@
 // and reading a card still being written waits for it. A write that fails is that procedure's
 // error (or, should the folder close first, reported through `warn`); from then on saves are
 // written at once, so that each later failure shows on its own item. Saves made outside any
-// procedure are written at once.
+// procedure are written at once. At each commit point (finish()) the cards written since the
+// last one are flushed to the disk together, so that a pairing never outlives its card.
 // Thread use: the apartment's one thread (and the writer's own thread inside).
 #pragma once
 
@@ -86,7 +87,11 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   bool taken(const std::string& file) const;
   // Waits until every card handed to store() is written; throws the failures not reported yet.
   void flush();
-  void finish() override { flush(); }
+  // At a commit point: flush, then the cards written since the last one are made durable, all
+  // at once (one syncfs of the folder's file system), before anything that names them is
+  // committed.
+  void finish() override;
+  bool takeFailure() override;
   std::string pathOf(const std::string& file) const { return (dir_ / file).string(); }
 
  private:
@@ -163,6 +168,8 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
   std::unordered_map<std::string, int> inFlight_;  // files with writes not taken in yet
   std::vector<RuntimeError> failed_;               // failed writes not reported yet
   bool writeAtOnce_ = false;                       // after a failure, until a write succeeds
+  bool unsynced_ = false;                          // cards written since the last finish()
+  bool failedSinceAsked_ = false;                  // a write failed since takeFailure()
 };
 
 }  // namespace dossync::vdir
