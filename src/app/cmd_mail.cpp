@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "app/commands.h"
+#include "app/credentials.h"
 #include "app/console_services.h"
 #include "app/outlook_wiring.h"
 #include "backends/vdir/mail_account.h"
@@ -41,7 +42,8 @@ struct MailCommands::State {
   std::string smtp, from, name, user, password, starttls = "auto";
   long timeout = 0;
   // appointment
-  std::string start, end, location, password3;
+  std::string start, end, location;
+  PasswordOptions password3;
 };
 
 namespace {
@@ -183,9 +185,11 @@ int runAppointment(const MailCommands::State& s, std::ostream& out, std::ostream
     }
   }
   std::string root;
+  Credentials c;
   try {
-    root = vdirRoot(s.outlook);
-    registerOutlook(s.outlook, s.insecure);
+    c = resolveCredentials(s.outlook, s.profile, s.password3);
+    root = vdirRoot(c.outlook);
+    registerOutlook(c.outlook, s.insecure);
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
@@ -195,8 +199,8 @@ int runAppointment(const MailCommands::State& s, std::ostream& out, std::ostream
   auto component = std::make_unique<clsOutlookSynchronization>();
   component->setErrorClass(errors);
   component->setMsgboxClass(std::make_shared<ConsoleMessageBox>(err));
-  component->setProfile(s.profile);
-  component->setPassword(s.password3);
+  component->setProfile(c.profile);
+  component->setPassword(c.password);
   component->setDisplayLoginDialog(false);
   component->setOpenNewSession(false);
   component->StartOutlook();
@@ -261,7 +265,7 @@ MailCommands::MailCommands(CLI::App& app) : s_(std::make_unique<State>()) {
 
   s.appointment = app.add_subcommand("appointment", "Put one appointment into the calendar");
   outlookOptions(s.appointment);
-  s.appointment->add_option("--password", s.password3, "The Outlook profile's password");
+  addPasswordOptions(s.appointment, s.password3);
   s.appointment->add_option("--start", s.start, "Start: yyyy-mm-dd hh:mm")->required();
   s.appointment->add_option("--end", s.end, "End: yyyy-mm-dd hh:mm")->required();
   s.appointment->add_option("--subject", s.subject, "The subject")->required();
