@@ -84,8 +84,10 @@ int runMail(const MailCommands::State& s, std::ostream& out, std::ostream& err) 
     }
     body = *text;
   }
+  Credentials c;
   try {
-    registerOutlook(s.outlook, s.insecure);
+    c = resolveCredentials(s.outlook, s.profile, {});
+    registerOutlook(c.outlook, s.insecure);
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
@@ -95,7 +97,7 @@ int runMail(const MailCommands::State& s, std::ostream& out, std::ostream& err) 
 
   clsOutlookSendMail mail;
   auto failed = [&] { return errors->errorCount() > 0; };
-  if (!mail.StartOutlook(s.profile)) {
+  if (!mail.StartOutlook(c.profile, c.password)) {
     if (!failed()) err << "dossync: Outlook could not be started\n";
     return kExitFailure;
   }
@@ -126,8 +128,9 @@ int runMail(const MailCommands::State& s, std::ostream& out, std::ostream& err) 
 
 int runAccount(const MailCommands::State& s, bool set, std::ostream& out, std::ostream& err) {
   try {
-    registerOutlook(s.outlook, s.insecure);
-    Session session = openSession(s.profile);
+    Credentials c = resolveCredentials(s.outlook, s.profile, {});
+    registerOutlook(c.outlook, s.insecure);
+    Session session = openSession(c.profile, c.password);
     fs::path dir = vdir::vdirProfileDirectory(*session.application);
     if (!set) {
       auto account = vdir::readMailAccount(dir);

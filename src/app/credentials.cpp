@@ -131,7 +131,7 @@ Credentials resolveCredentials(const std::string& outlook, const std::string& pr
 
 bool promptPassword(const std::string& question, std::string* password) {
   if (!::isatty(STDIN_FILENO)) return false;
-  std::cerr << question << std::flush;
+  // Echo is off before the question is asked: nothing typed after it is ever shown.
   termios before{};
   bool quiet = ::tcgetattr(STDIN_FILENO, &before) == 0;
   if (quiet) {
@@ -140,6 +140,7 @@ bool promptPassword(const std::string& question, std::string* password) {
     silent.c_lflag |= ECHONL;
     ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
   }
+  std::cerr << question << std::flush;
   std::string line;
   bool read = static_cast<bool>(std::getline(std::cin, line));
   if (quiet) ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
