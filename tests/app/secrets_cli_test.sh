@@ -73,7 +73,7 @@ same "a prompt on a terminal" "$(cat "$work/tty")" "exit 0 asked True echoed Fal
 
 # ps shows no password while a run works: given by file, or even as --password.
 for given in "--password-file $work/pw" "--password secret"; do
-  rm -f "$s"
+  rm -rf "$s" "${copies}_book"  # the run downloads the book again, after it has parsed
   "$bin" sync --host-db "$h" --sync-db "$s" --outlook "$url" --profile alice $given --no-progress \
     --select all >/dev/null 2>&1 &
   run=$!
@@ -83,7 +83,7 @@ for given in "--password-file $work/pw" "--password secret"; do
     sleep 0.05
   done
   wait $run; same "run with ${given%% *}" $? 0
-  [[ -n "$args" && "$args" != *secret* ]] && ok || bad "ps during a run with ${given%% *}: '$args'"
+  [[ -n "$args" && "$args" != *" secret"* ]] && ok || bad "ps during a run with ${given%% *}: '$args'"
 done
 
 # Everything written under umask 022 is its owner's only: the synchronisation database, the
@@ -171,7 +171,7 @@ id=$(cut -f1 "$work/out")
 echo "{\"EntryID\": \"$id\", \"JobTitle\": \"Changed\"}" >"$work/own.json"
 "$bin" contacts put --outlook "$bad_url" --profile alice --password-file "$work/pw" --json "$work/own.json" >/dev/null 2>&1
 "$bin" contacts delete "$id" --outlook "$bad_url" --profile alice --password-file "$work/pw" >/dev/null 2>&1
-same "hostile: the own card written and deleted" "$(grep -c '^\(PUT\|DELETE\) /book/own.vcf' "$work/hostile/book.log")" 2
+same "hostile: the own card written and deleted" "$(grep '^\(PUT\|DELETE\) /book/own.vcf' "$work/hostile/book.log" | sort -u | wc -l)" 2
 same "hostile: nothing asked outside the book" "$(grep -v ' /book/' "$work/hostile/book.log")" ""
 same "hostile: nothing reached the other origin" "$(cat "$work/hostile/other.log" 2>/dev/null)" ""
 

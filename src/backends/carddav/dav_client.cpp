@@ -145,6 +145,21 @@ UrlParts partsOf(const std::string& url) {
   return p;
 }
 
+// The URL with a user name in it (and no password).
+std::string withUser(const std::string& url, const std::string& user) {
+  CURLU* u = curl_url();
+  if (!u) return url;
+  std::string out = url;
+  char* v = nullptr;
+  if (curl_url_set(u, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK &&
+      curl_url_set(u, CURLUPART_USER, user.c_str(), CURLU_URLENCODE) == CURLUE_OK &&
+      curl_url_get(u, CURLUPART_URL, &v, 0) == CURLUE_OK && v)
+    out = v;
+  curl_free(v);
+  curl_url_cleanup(u);
+  return out;
+}
+
 const char* standardReason(long status) {
   switch (status) {
     case 200:
@@ -415,7 +430,11 @@ struct DavClient::Impl {
       if (!grown) throw RuntimeError(kOutOfMemory, "Out of memory", kSource);
       x.headerList = grown;
     }
-    curl_easy_setopt(h, CURLOPT_URL, r.url.c_str());
+    // Without a password the user's ~/.netrc is asked (libcurl's own reading of it); libcurl
+    // looks a user's password up there only when the user is named in the URL.
+    const bool netrc = options.password.empty();
+    curl_easy_setopt(h, CURLOPT_URL,
+                     (netrc && !options.user.empty() ? withUser(r.url, options.user) : r.url).c_str());
     if (r.method == "GET") {
       curl_easy_setopt(h, CURLOPT_HTTPGET, 1L);
       curl_easy_setopt(h, CURLOPT_CUSTOMREQUEST, nullptr);
@@ -432,10 +451,8 @@ struct DavClient::Impl {
     curl_easy_setopt(h, CURLOPT_FOLLOWLOCATION, r.follow ? 1L : 0L);
     curl_easy_setopt(h, CURLOPT_MAXREDIRS, 5L);
     curl_easy_setopt(h, CURLOPT_UNRESTRICTED_AUTH, 0L);
-    // What is not given is looked for in the user's ~/.netrc (libcurl's own reading of it).
-    curl_easy_setopt(h, CURLOPT_USERNAME, options.user.empty() ? nullptr : options.user.c_str());
-    curl_easy_setopt(h, CURLOPT_PASSWORD,
-                     options.password.empty() ? nullptr : options.password.c_str());
+    curl_easy_setopt(h, CURLOPT_USERNAME, netrc ? nullptr : options.user.c_str());
+    curl_easy_setopt(h, CURLOPT_PASSWORD, netrc ? nullptr : options.password.c_str());
     curl_easy_setopt(h, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
     curl_easy_setopt(h, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
     curl_easy_setopt(h, CURLOPT_SSL_VERIFYPEER, options.insecure ? 0L : 1L);
