@@ -269,7 +269,7 @@ class KeptPasswords : public wizard::ISchemePasswords {
   void forget(const std::string& db, int32_t id) override { kept.erase({db, id}); }
 };
 
-TEST_F(SchemeLoadTest, WithASecretStoreThePasswordStaysOutOfTheDatabase) {
+TEST_F(SchemeTest, WithASecretStoreASavedPasswordStaysOutOfTheDatabase) {
   auto store = std::make_shared<KeptPasswords>();
   form->setSchemePasswords(store);
   start();
@@ -278,21 +278,9 @@ TEST_F(SchemeLoadTest, WithASecretStoreThePasswordStaysOutOfTheDatabase) {
   save("Monthly");
   std::string id = q("SELECT SchemeID FROM OutlookScheme;")[0];
   EXPECT_EQ(q("SELECT IFNULL(ProfilePassword, '') FROM OutlookScheme;"), (std::vector<std::string>{""}));
-  const auto key = std::make_pair(c().SyncDatabaseLocation(), std::stoi(id));
-  EXPECT_EQ(store->kept, (decltype(store->kept){{key, "pw"}}));
-  EXPECT_TRUE(shown().empty());
-
-  // Loaded from the store; a scheme it has nothing for keeps the password the wizard was given.
-  execSql(host->syncPath, "UPDATE OutlookScheme SET DataFileID = 'DF1';");
-  form->resetScheme();
-  c().setPassword("given");
-  ASSERT_TRUE(d->pick("Monthly"));
-  EXPECT_EQ(c().Password(), "pw");
-  store->kept.clear();
-  c().setPassword("given");
-  ASSERT_TRUE(d->pick("Click here to open a saved scheme"));
-  ASSERT_TRUE(d->pick("Monthly"));
-  EXPECT_EQ(c().Password(), "given");
+  EXPECT_EQ(store->kept,
+            (decltype(store->kept){{{c().SyncDatabaseLocation(), std::stoi(id)}, "pw"}}));
+  ASSERT_EQ(shown().size(), 1u);  // saved
 
   // Nowhere to keep it: saved without it, and the user is told.
   store->available = false;
@@ -300,12 +288,28 @@ TEST_F(SchemeLoadTest, WithASecretStoreThePasswordStaysOutOfTheDatabase) {
   save("Other");
   EXPECT_EQ(q("SELECT IFNULL(ProfilePassword, '') FROM OutlookScheme WHERE SchemeName = 'Other';"),
             (std::vector<std::string>{""}));
-  ASSERT_EQ(shown().size(), 1u);
-  EXPECT_NE(shown()[0].text.find("without its password"), std::string::npos);
+  ASSERT_EQ(shown().size(), 3u);
+  EXPECT_NE(shown()[1].text.find("without its password"), std::string::npos) << shown()[1].text;
+}
 
-  // Deleting the scheme forgets its password.
-  store->kept[key] = "pw";
-  ASSERT_TRUE(d->pick("Monthly"));
+TEST_F(SchemeLoadTest, WithASecretStoreThePasswordIsLoadedFromItAndForgottenWithTheScheme) {
+  scheme(5, "Kept", "'DF1'", 2, 1, "");
+  scheme(6, "Nothing kept", "'DF1'", 2, 1, "");
+  scheme(7, "Of old", "'DF1'", 2, 1, "");
+  execSql(host->syncPath, "UPDATE OutlookScheme SET ProfilePassword = '' WHERE SchemeID <> 7;");
+  auto store = std::make_shared<KeptPasswords>();
+  form->setSchemePasswords(store);
+  openList();
+  const std::string db = c().SyncDatabaseLocation();
+  store->kept[{db, 5}] = "pw";
+  ASSERT_TRUE(d->pick("Kept"));
+  EXPECT_EQ(c().Password(), "pw");
+  c().setPassword("given");  // nothing kept: the password the wizard was given stays
+  ASSERT_TRUE(d->pick("Nothing kept"));
+  EXPECT_EQ(c().Password(), "given");
+  ASSERT_TRUE(d->pick("Of old"));  // a password saved in the database before still counts
+  EXPECT_EQ(c().Password(), "Pass");
+  ASSERT_TRUE(d->pick("Kept"));
   ASSERT_TRUE(d->click("cmdDeleteScheme"));
   EXPECT_TRUE(store->kept.empty());
 }
