@@ -61,7 +61,14 @@ std::string fromCommand(const std::string& command) {
 // Takes USER:PASSWORD@ out of an http(s) URL; answers whether the URL held any.
 bool takeUserInfo(std::string* url, std::string* user, std::string* password) {
   size_t scheme = url->find("://");
-  if (scheme == std::string::npos) return false;
+  if (scheme == std::string::npos) {
+    size_t at = url->find('@');
+    if (at != std::string::npos && at < url->find('/'))  // a login, but no http(s)://
+      throw RuntimeError(kInvalidProcedureCall,
+                         "Unknown Outlook store 'carddav:..." + url->substr(at) +
+                             "': a CardDAV address book is carddav:http://... or carddav:https://...");
+    return false;
+  }
   size_t end = url->find_first_of("/?#", scheme + 3);
   size_t at = url->rfind('@', end == std::string::npos ? url->size() : end);
   if (at == std::string::npos || at < scheme + 3) return false;
