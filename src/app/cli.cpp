@@ -8,6 +8,7 @@
 #include "app/cmd_mail.h"
 #include "app/cmd_wizard.h"
 #include "app/commands.h"
+#include "app/credentials.h"
 #include "app/console_services.h"
 #include "app/demo_data.h"
 #include "backends/databases.h"
@@ -98,13 +99,13 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   auto* contactsCmd = app.add_subcommand("contacts", "Read and write the contacts of an Outlook store");
   contactsCmd->require_subcommand(1);
   auto outlookOptions = [&](CLI::App* cmd, std::string& outlook, std::string& profile,
-                            std::string& password, bool& insecure) {
+                            PasswordOptions& password, bool& insecure) {
     cmd->add_option("--outlook", outlook,
                     "The Outlook store: vdir:DIR or carddav:URL (default: vdir under "
                     "$XDG_DATA_HOME/dossync/outlook)");
     cmd->add_option("--profile", profile,
                     "The Outlook profile (default: the store's default); for carddav: the user name");
-    cmd->add_option("--password", password, "The profile's password (carddav: the account's)");
+    addPasswordOptions(cmd, password);
     cmd->add_flag("--insecure", insecure, "carddav over https: do not verify the certificate");
   };
   auto* listCmd = contactsCmd->add_subcommand("list", "Every item of the contacts folder");
@@ -160,7 +161,7 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   auto* reportList = reportCmd->add_subcommand("list", "Every report kept, oldest first (the default)");
   auto* reportShow = reportCmd->add_subcommand("show", "One report");
   reportShow->add_option("ID", reportOptions.id, "The report's id, or last (the default)");
-  std::string unusedPassword;
+  PasswordOptions unusedPassword;
   bool unusedInsecure = false;
   for (CLI::App* cmd : {reportCmd, reportList, reportShow}) {
     // The store options of sync, so that the same words find a run's reports; the reports are
@@ -185,6 +186,7 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
     err << "dossync: " << e.what() << "\n" << "Run 'dossync --help' for the commands.\n";
     return kExitUsage;
   }
+  hidePasswordArguments(argc, argv);
 
   if (*init) return initHost(initPath, out, err);
   if (*demoCmd) return demoData(demoPath, demo, out, err);

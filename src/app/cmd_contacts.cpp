@@ -110,8 +110,14 @@ void printPlain(const outlook::ContactItem& c, std::ostream& out) {
 
 int runContacts(const ContactsOptions& o, std::ostream& out, std::ostream& err) {
   try {
-    registerOutlook(o.outlook, o.insecure);
-    Session s = openSession(o.profile, o.password);
+    Credentials c = resolveCredentials(o.outlook, o.profile, o.password);
+    registerOutlook(c.outlook, o.insecure);
+    Session s;
+    if (isServerStore(c.outlook)) {
+      if (!checkServerLogon(c, &s, err)) return kExitFailure;
+    } else {
+      s = openSession(c.profile, c.password);
+    }
     auto folder = s.nameSpace->GetDefaultFolder(outlook::olFolderContacts);
     if (o.action == "list") {
       auto items = folder->Items();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "app/commands.h"
+#include "app/credentials.h"
 #include "app/console_services.h"
 #include "app/outlook_wiring.h"
 #include "backends/vdir/mail_account.h"
@@ -41,7 +42,8 @@ struct MailCommands::State {
   std::string smtp, from, name, user, password, starttls = "auto";
   long timeout = 0;
   // appointment
-  std::string start, end, location, password3;
+  std::string start, end, location;
+  PasswordOptions password3;
 };
 
 namespace {
@@ -82,8 +84,10 @@ int runMail(const MailCommands::State& s, std::ostream& out, std::ostream& err) 
     }
     body = *text;
   }
+  Credentials c;
   try {
-    registerOutlook(s.outlook, s.insecure);
+    c = resolveCredentials(s.outlook, s.profile, {});
+    registerOutlook(c.outlook, s.insecure);
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
@@ -93,7 +97,7 @@ int runMail(const MailCommands::State& s, std::ostream& out, std::ostream& err) 
 
   clsOutlookSendMail mail;
   auto failed = [&] { return errors->errorCount() > 0; };
-  if (!mail.StartOutlook(s.profile)) {
+  if (!mail.StartOutlook(c.profile, c.password)) {
     if (!failed()) err << "dossync: Outlook could not be started\n";
     return kExitFailure;
   }
@@ -124,8 +128,9 @@ int runMail(const MailCommands::State& s, std::ostream& out, std::ostream& err) 
 
 int runAccount(const MailCommands::State& s, bool set, std::ostream& out, std::ostream& err) {
   try {
-    registerOutlook(s.outlook, s.insecure);
-    Session session = openSession(s.profile);
+    Credentials c = resolveCredentials(s.outlook, s.profile, {});
+    registerOutlook(c.outlook, s.insecure);
+    Session session = openSession(c.profile, c.password);
     fs::path dir = vdir::vdirProfileDirectory(*session.application);
     if (!set) {
       auto account = vdir::readMailAccount(dir);
@@ -183,10 +188,12 @@ int runAppointment(const MailCommands::State& s, std::ostream& out, std::ostream
     }
   }
   std::string root;
+  Credentials c;
   try {
+    c = resolveCredentials(s.outlook, s.profile, s.password3);
     // The folder of the profiles (of a plain vdir's state folders): each one's calendar/.
-    root = fs::path(profileFolder(s.outlook, s.profile)).parent_path().string();
-    registerOutlook(s.outlook, s.insecure);
+    root = fs::path(profileFolder(c.outlook, c.profile)).parent_path().string();
+    registerOutlook(c.outlook, s.insecure);
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
@@ -196,8 +203,8 @@ int runAppointment(const MailCommands::State& s, std::ostream& out, std::ostream
   auto component = std::make_unique<clsOutlookSynchronization>();
   component->setErrorClass(errors);
   component->setMsgboxClass(std::make_shared<ConsoleMessageBox>(err));
-  component->setProfile(s.profile);
-  component->setPassword(s.password3);
+  component->setProfile(c.profile);
+  component->setPassword(c.password);
   component->setDisplayLoginDialog(false);
   component->setOpenNewSession(false);
   component->StartOutlook();
@@ -262,7 +269,7 @@ MailCommands::MailCommands(CLI::App& app) : s_(std::make_unique<State>()) {
 
   s.appointment = app.add_subcommand("appointment", "Put one appointment into the calendar");
   outlookOptions(s.appointment);
-  s.appointment->add_option("--password", s.password3, "The Outlook profile's password");
+  addPasswordOptions(s.appointment, s.password3);
   s.appointment->add_option("--start", s.start, "Start: yyyy-mm-dd hh:mm")->required();
   s.appointment->add_option("--end", s.end, "End: yyyy-mm-dd hh:mm")->required();
   s.appointment->add_option("--subject", s.subject, "The subject")->required();

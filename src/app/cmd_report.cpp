@@ -12,7 +12,9 @@ namespace dossync::app {
 int runReport(const ReportOptions& o, std::ostream& out, std::ostream& err) {
   std::filesystem::path folder;
   try {
-    folder = reportsFolder(o.outlook, o.profile);
+    // The store and profile as sync takes them from a URL holding a user name.
+    Credentials store = resolveCredentials(o.outlook, o.profile, {});
+    folder = reportsFolder(store.outlook, store.profile);
     if (o.action == "show") {
       report::RunPlan plan = report::readReport(folder, o.id);
       if (o.json) {

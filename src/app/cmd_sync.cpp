@@ -83,15 +83,20 @@ struct PreviewSyncDb {
 
 }  // namespace
 
-int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
+int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
+  SyncOptions o = given;
+  Credentials credentials;
   try {
+    credentials = resolveCredentials(o.outlook, o.profile, o.password);
+    o.outlook = credentials.outlook;
+    o.profile = credentials.profile;
     registerOutlook(o.outlook, o.insecure);
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
   }
   Session server;
-  if (!checkServerLogon(o.outlook, o.profile, o.password, &server, err)) return kExitFailure;
+  if (!checkServerLogon(credentials, &server, err)) return kExitFailure;
   registerTerminalProgress(!o.noProgress);
   auto errors = std::make_shared<ConsoleErrorService>(err, actionFor(o.onError));
   auto messages = std::make_shared<ConsoleMessageBox>(err);
@@ -119,7 +124,7 @@ int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err) {
   component->setSyncInformationType(o.info);
   component->setOutlookCategory(o.category);
   component->setProfile(o.profile);
-  component->setPassword(o.password);
+  component->setPassword(credentials.password);
   component->setDisplayLoginDialog(false);
   component->setShowProgress(!o.noProgress);
 

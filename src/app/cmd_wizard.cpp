@@ -11,6 +11,7 @@
 #include "app/demo_data.h"
 #include "app/outlook_wiring.h"
 #include "app/run_report.h"
+#include "app/scheme_secrets.h"
 #include "backends/databases.h"
 #include "core/synchronization.h"
 #include "report/run_recorder.h"
@@ -55,6 +56,7 @@ std::function<void(qt::QtWizard&)> wizardRunDialogs(clsOutlookSynchronization& c
   recorder->setSetting("select", "the wizard's selection");
   component.setRunObserver(recorder);
   return [recorder, outcome](qt::QtWizard& form) {
+    form.setSchemePasswords(makeSecretServicePasswords());
     QWidget* over = &form.dialog();
     // A database that cannot preview throws before anything runs; the form's error frame
     // reports it.
@@ -84,7 +86,7 @@ void addWizardCommand(CLI::App& app, WizardCommand& wizard) {
                   "The Outlook store: vdir:DIR or carddav:URL (default: vdir under "
                   "$XDG_DATA_HOME/dossync/outlook)");
   cmd->add_option("--profile", o.profile, "The Outlook profile; for carddav: the user name");
-  cmd->add_option("--password", o.password, "The profile's password (carddav: the account's)");
+  addPasswordOptions(cmd, o.password);
   cmd->add_flag("--insecure", o.insecure, "carddav over https: do not verify the certificate");
   cmd->add_option("--data-file", o.dataFile, "The host data file's unique id");
   cmd->add_option("--company-list", o.companyList,
@@ -105,6 +107,7 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
   }
   std::filesystem::path demoDir;
   bool demo = offscreen && o.hostDb.empty();
+  Credentials credentials;
   try {
     if (demo) {
       demoDir = std::filesystem::temp_directory_path() /
@@ -122,13 +125,16 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
       std::filesystem::create_directories(o.screenshots);
       o.syncDb = (std::filesystem::path(o.screenshots) / "sync.db").string();
     }
+    credentials = resolveCredentials(o.outlook, o.profile, o.password);
+    o.outlook = credentials.outlook;
+    o.profile = credentials.profile;
     registerOutlook(o.outlook, o.insecure);
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
   }
   Session server;
-  if (!checkServerLogon(o.outlook, o.profile, o.password, &server, err)) return kExitFailure;
+  if (!checkServerLogon(credentials, &server, err)) return kExitFailure;
 
   int code = qt::withQtApplication(offscreen, [&] {
     auto errors = std::make_shared<ConsoleErrorService>(err);
@@ -140,7 +146,7 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
     auto& component = host.component;
     component->setCompanyList(o.companyList);
     component->setProfile(o.profile);
-    component->setPassword(o.password);
+    component->setPassword(credentials.password);
     component->setDisplayLoginDialog(false);
     if (offscreen) {
       if (demo) fillDemoOutlook(*component);

@@ -1,6 +1,6 @@
 // dossync wizard: the synchronisation wizard on the desktop, or rendered offscreen to PNG files.
 //   dossync wizard --host-db H --sync-db S [--outlook vdir:DIR|carddav:URL [--profile USER
-//                  --password PW]] [--data-file ID]
+//                  --password-file FILE]] [--data-file ID]
 //   dossync wizard --screenshots DIR [--host-db H --sync-db S --outlook vdir:DIR]
 // Without a host database the screenshots use a demonstration practice and a few Outlook
 // contacts in a temporary folder.
@@ -10,6 +10,8 @@
 #include <functional>
 #include <iosfwd>
 #include <string>
+
+#include "app/credentials.h"
 
 namespace CLI {
 class App;
@@ -25,7 +27,8 @@ class QtWizard;
 namespace dossync::app {
 
 struct WizardOptions {
-  std::string hostDb, syncDb, outlook, profile, password, dataFile, screenshots;
+  std::string hostDb, syncDb, outlook, profile, dataFile, screenshots;
+  PasswordOptions password;
   bool insecure = false;
   int32_t companyList = 2;
 };

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "app/credentials.h"
+
 namespace dossync::app {
 
 constexpr int kExitOk = 0;
@@ -16,13 +18,15 @@ constexpr int kExitUsage = 64;
 
 struct ContactsOptions {
   std::string action;  // list, show, put, delete
-  std::string outlook, profile, password, entryId, jsonFile;
+  std::string outlook, profile, entryId, jsonFile;
+  PasswordOptions password;
   bool json = false, insecure = false;
 };
 int runContacts(const ContactsOptions& o, std::ostream& out, std::ostream& err);
 
 struct SyncOptions {
-  std::string hostDb, syncDb, outlook, profile, password, select = "all", dataFile;
+  std::string hostDb, syncDb, outlook, profile, select = "all", dataFile;
+  PasswordOptions password;
   std::string category = "Business", onError = "leave";
   int32_t direction = 2, info = 1, scheme = -1;
   bool noProgress = false, insecure = false;

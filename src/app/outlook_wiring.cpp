@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <ostream>
 
+#include "app/credentials.h"
 #include "backends/carddav/carddav_store.h"
 #include "backends/vdir/vdir_store.h"
 #include "core/error.h"
@@ -106,13 +107,28 @@ Session openSession(const std::string& profile, const std::string& password) {
   return s;
 }
 
-bool checkServerLogon(const std::string& spec, const std::string& profile,
-                      const std::string& password, Session* held, std::ostream& err) {
-  if (!isServerStore(spec)) return true;
+bool checkServerLogon(Credentials& c, Session* held, std::ostream& err) {
+  if (!isServerStore(c.outlook)) return true;
   try {
-    *held = openSession(profile, password);
+    try {
+      *held = openSession(c.profile, c.password);
+    } catch (const RuntimeError& e) {
+      // Refused without a password (none given, none in ~/.netrc): ask the person at the
+      // terminal, once.
+      std::string typed;
+      if (e.number() != kLogonFailed || !c.password.empty() ||
+          !promptPassword("Password for " + (c.profile.empty() ? "" : c.profile + " at ") +
+                              c.outlook.substr(std::string(kCardDav).size()) + ": ",
+                          &typed))
+        throw;
+      c.password = typed;
+      *held = openSession(c.profile, c.password);
+    }
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
+    if (e.number() == kLogonFailed)
+      err << "dossync: give the password with --password-file, --password-command or "
+             "DOSSYNC_PASSWORD (or in ~/.netrc)\n";
     return false;
   }
   return true;

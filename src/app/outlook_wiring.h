@@ -17,6 +17,10 @@
 #include "interfaces/object_model.h"
 
 namespace dossync::app {
+struct Credentials;
+}
+
+namespace dossync::app {
 
 // The profiles root of the store an --outlook value names ("" for the default): for a CardDAV
 // address book, the root its copies are kept in. Throws RuntimeError 5 for a kind of store that
@@ -49,8 +53,9 @@ Session openSession(const std::string& profile, const std::string& password = ""
 
 // For a store on a server, logs on before anything else is opened, so that a refused logon is
 // one clear error on `err` (answers false), not one per record; the session is kept in *held
-// and later logons of the run attach to it. Other stores: true, nothing done.
-bool checkServerLogon(const std::string& outlookSpec, const std::string& profile,
-                      const std::string& password, Session* held, std::ostream& err);
+// and later logons of the run attach to it. A logon refused without a password asks for one
+// when standard input is a terminal (credentials.h), and keeps it in `c`. Other stores: true,
+// nothing done.
+bool checkServerLogon(Credentials& c, Session* held, std::ostream& err);
 
 }  // namespace dossync::app

@@ -130,7 +130,15 @@ void frmWizard::populateOutlookScheme(int32_t schemeID) {
   f.step([&] { o.setCompanyList(rs->read("CompanyListType") == "1" ? Dossiera : AddressBook); });
   f.step([&] { o.setOutlookCategory(rs->read("ContactsCategory")); });
   f.step([&] { o.setProfile(rs->read("ProfileName")); });
-  f.step([&] { o.setPassword(rs->read("ProfilePassword")); });
+  f.step([&] {
+    std::string kept = rs->read("ProfilePassword");
+    if (schemePasswords_ && kept.empty()) {
+      // Nothing kept for the scheme: the password the wizard was given stays.
+      if (auto p = schemePasswords_->lookup(o.SyncDatabaseLocation(), schemeID)) o.setPassword(*p);
+      return;
+    }
+    o.setPassword(kept);
+  });
   f.step([&] { syncType = rs->read("SyncType"); });
   f.step([&] { infoType = rs->read("InfoType"); });
   if (syncType == "1" || syncType == "2" || syncType == "3")
@@ -212,6 +220,8 @@ void frmWizard::cmdDeleteScheme_Click() {
   });
   if (!found) return;
   f.step([&] { scheme->remove(); });
+  if (schemePasswords_)
+    f.step([&] { schemePasswords_->forget(owner().SyncDatabaseLocation(), schemeID); });
   std::unique_ptr<hostdb::Recordset> rows;
   f.step([&] {
     rows = std::make_unique<hostdb::Recordset>(syncDb(), schemeRowsSql(schemeID),
@@ -270,7 +280,7 @@ void frmWizard::cmdSaveScheme_Click() {
     put("CompanyListType", o.companyList() == Dossiera ? "1" : "2");
     put("ContactsCategory", control("txtContactsCategory").text);
     put("ProfileName", control("txtProfileName").text);
-    put("ProfilePassword", control("txtPassword").text);
+    put("ProfilePassword", schemePasswords_ ? std::string() : control("txtPassword").text);
     put("InfoType", std::to_string(selectedOption("optInfoType")));
     put("SyncType", std::to_string(selectedOption("optSynchDirection")));
   };
@@ -289,6 +299,19 @@ void frmWizard::cmdSaveScheme_Click() {
       settings([&](const std::string& field, const std::string& v) { rs->set(field, v); });
       schemeID = value::toLong(rs->read("SchemeID"));
       rs->save();
+    });
+  }
+  if (schemePasswords_ && schemeID >= 1) {
+    f.step([&] {
+      const std::string& password = control("txtPassword").text;
+      const std::string database = owner().SyncDatabaseLocation();
+      if (password.empty()) {
+        schemePasswords_->forget(database, schemeID);
+      } else if (!schemePasswords_->store(database, schemeID, name, password)) {
+        showMessage("The scheme was saved without its password: there is no keyring (secret "
+                    "service) to keep it in. Give the password again when you run it.",
+                    64);
+      }
     });
   }
   // One OutlookSync row per chosen record, each added on its own.

@@ -26,6 +26,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,6 +53,20 @@ class IWizardView {
   virtual void refresh() = 0;
 };
 
+// Where a host keeps the password of a saved scheme outside the synchronisation database (the
+// desktop's secret store). With one, the scheme's ProfilePassword column stays empty; without
+// one (the Windows component) the column holds the password, as it always has.
+class ISchemePasswords {
+ public:
+  virtual ~ISchemePasswords() = default;
+  // Keeps the password of scheme `schemeID` of that synchronisation database; false when it
+  // cannot be kept now (no secret store running).
+  virtual bool store(const std::string& syncDatabase, int32_t schemeID,
+                     const std::string& schemeName, const std::string& password) = 0;
+  virtual std::optional<std::string> lookup(const std::string& syncDatabase, int32_t schemeID) = 0;
+  virtual void forget(const std::string& syncDatabase, int32_t schemeID) = 0;
+};
+
 inline constexpr int32_t kFormWidth = 640;
 inline constexpr int32_t kFormHeight = 430;
 inline constexpr int32_t kOffScreen = -10000;
@@ -69,6 +84,10 @@ class frmWizard : public IWizardForm {
   void setPreviewRun(std::function<void(clsOutlookSynchronization&)> run);
   // Called when Finish's run is over, before the form unloads (to sum the run up, say).
   std::function<void(clsOutlookSynchronization&)> afterRun;
+  // Where saved schemes keep their passwords instead of the database (see ISchemePasswords).
+  void setSchemePasswords(std::shared_ptr<ISchemePasswords> passwords) {
+    schemePasswords_ = std::move(passwords);
+  }
 
   // ---- Entry.
   void startWizard(clsOutlookSynchronization& owner) override;
@@ -179,6 +198,7 @@ class frmWizard : public IWizardForm {
   std::unique_ptr<clsPopulateClientTree> populateAddressBookTree_;
   std::unique_ptr<clsOutlookContactTree> populateOutlookTree_;
   std::function<void(clsOutlookSynchronization&)> previewRun_;
+  std::shared_ptr<ISchemePasswords> schemePasswords_;
 };
 
 }  // namespace dossync::wizard

@@ -144,4 +144,24 @@ same "appointment as read by python3-icalendar" "$got" \
 [[ $? -ne 0 ]] && ok || bad "appointment ending before it starts: exit 0"
 has "appointment error located" "$(cat "$work/err")" "clsOutlookSynchronization-CreateAppointment"
 
+# A log-on needs TLS unless the account allows a plain connection: the sink offers no STARTTLS,
+# so "auto" refuses before any AUTH; --starttls never logs on (the sink notes the user).
+umask 022
+"$bin" account set --outlook "$o" --smtp "smtp://127.0.0.1:$port" --from office@example.org \
+  --user office --password hunter2 >/dev/null
+before=$(received)
+"$bin" mail --outlook "$o" --to jane@example.org --subject s --body b --send >"$work/out" 2>"$work/err"
+[[ $? -ne 0 ]] && ok || bad "auto over plain: exit 0"
+has "auto over plain: says why" "$(cat "$work/err")" "offers no TLS (STARTTLS)"
+same "auto over plain: nothing sent, no log-on" "$(received):$(cat "$work/sink/auth" 2>/dev/null)" "$before:"
+[[ "$(cat "$work/err")" != *hunter2* ]] && ok || bad "the error showed the password"
+"$bin" account set --outlook "$o" --smtp "smtp://127.0.0.1:$port" --from office@example.org \
+  --user office --password hunter2 --starttls never >/dev/null
+"$bin" mail --outlook "$o" --to jane@example.org --subject s --body b --send >/dev/null 2>"$work/err"
+same "never: sent" $? 0
+same "never: logged on" "$(cat "$work/sink/auth" 2>/dev/null)" "office"
+# Written under umask 022 and still the owner's only: the account, drafts, the outbox.
+"$bin" mail --outlook "$o" --to jane@example.org --subject Draft --body b --display >/dev/null
+same "private mail files" "$(find "$profile_dir" -type f -perm /077)" ""
+
 finish "mail cli"

@@ -1,6 +1,8 @@
 """A local SMTP server for the mail tests: saves each envelope it accepts as DIR/N.from,
 DIR/N.rcpt (one recipient a line) and DIR/N.eml (the data as received), and refuses any
-recipient whose address starts with "refuse". Writes its port to DIR/port once it listens.
+recipient whose address starts with "refuse". It offers AUTH without TLS (and no STARTTLS),
+accepts any log-on and appends its user to DIR/auth. Writes its port to DIR/port once it
+listens.
 
     /usr/bin/python3 smtp_sink.py DIR
 """
@@ -10,6 +12,7 @@ import sys
 import time
 
 from aiosmtpd.controller import Controller
+from aiosmtpd.smtp import AuthResult
 
 
 class Sink:
@@ -35,6 +38,15 @@ class Sink:
         return "250 Message accepted"
 
 
+def authenticator(folder):
+    def check(server, session, envelope, mechanism, auth_data):
+        user = getattr(auth_data, "login", b"") or b""
+        with open(os.path.join(folder, "auth"), "a") as f:
+            f.write(user.decode(errors="replace") + "\n")
+        return AuthResult(success=True)
+    return check
+
+
 def free_port():
     with socket.socket() as s:
         s.bind(("127.0.0.1", 0))
@@ -43,7 +55,8 @@ def free_port():
 
 def main():
     folder = sys.argv[1]
-    controller = Controller(Sink(folder), hostname="127.0.0.1", port=free_port())
+    controller = Controller(Sink(folder), hostname="127.0.0.1", port=free_port(),
+                            authenticator=authenticator(folder), auth_require_tls=False)
     controller.start()
     with open(os.path.join(folder, "port.tmp"), "w") as f:
         f.write(str(controller.port))

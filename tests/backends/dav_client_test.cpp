@@ -62,6 +62,29 @@ TEST_F(DavClientTest, ProbeAndAddresses) {
   };
   for (const auto& [h, url] : hrefs) EXPECT_EQ(client->urlOf(h), url) << h;
 
+  // Only members inside the collection are followed; requests never leave its origin.
+  const std::string dir = "/alice/" + book + "/";
+  for (const std::string& inside : {dir + "a.vcf", std::string("a%20b.vcf"), origin + dir + "x.vcf",
+                                    "HTTP://127.0.0.1:" + origin.substr(origin.rfind(':') + 1) +
+                                        dir + "y.vcf"})
+    EXPECT_TRUE(client->contains(inside)) << inside;
+  for (const std::string& outside :
+       {std::string("https://other.example/x.vcf"), "http://localhost:1" + dir + "a.vcf",
+        std::string("/alice/other/a.vcf"), dir, dir + "../other/a.vcf", dir + "%2e%2e/other/a.vcf",
+        dir + "a%2F..%2F..%2Fb.vcf", "/alice/" + book + "x/a.vcf"})
+    EXPECT_FALSE(client->contains(outside)) << outside;
+  EXPECT_TRUE(client->sameOrigin(origin + "/calendars/"));
+  try {
+    client->put({"https://other.example/x.vcf", vcard("x", "X"), "", true});
+    ADD_FAILURE() << "sent to another origin";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), kServerRejected);
+    EXPECT_NE(e.description().find("not on the address book's server"), std::string::npos);
+  }
+  auto many = client->putMany({{"http://other.example/y.vcf", vcard("y", "Y"), "", true}});
+  ASSERT_TRUE(many[0].error.has_value());
+  EXPECT_EQ(many[0].error->number(), kServerRejected);
+
   for (const char* bad : {"", "ftp://host/book/", "http:///book/", "127.0.0.1/book"}) {
     try {
       DavClient c(bad, options());

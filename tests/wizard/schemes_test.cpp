@@ -1,6 +1,13 @@
 // Saved schemes: saving (new, replaced with No and Yes), loading settings and items for each
-// direction, the never-ending load of direction 1 (bounded), deleting and resetting.
+// direction, the never-ending load of direction 1 (bounded), deleting and resetting; the
+// password kept out of the database when the host has a secret store.
 #include "wizard_fixture.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+
+#include "app/scheme_secrets.h"
 
 namespace dossync {
 namespace {
@@ -244,6 +251,84 @@ TEST_F(SchemeLoadTest, DeleteRemovesTheChosenSchemeAndResets) {
   EXPECT_EQ(settings(), "5|2|1|1|Business||");
   EXPECT_TRUE(d->value("optSynchDirection", 2));
   EXPECT_EQ(d->text("txtSaveName") + "|" + d->text("txtContactsCategory"), "|Business");
+}
+
+// A host's secret store, that can be made to have nowhere to keep anything.
+class KeptPasswords : public wizard::ISchemePasswords {
+ public:
+  bool available = true;
+  std::map<std::pair<std::string, int32_t>, std::string> kept;
+  bool store(const std::string& db, int32_t id, const std::string&, const std::string& pw) override {
+    if (available) kept[{db, id}] = pw;
+    return available;
+  }
+  std::optional<std::string> lookup(const std::string& db, int32_t id) override {
+    auto it = kept.find({db, id});
+    return it == kept.end() ? std::nullopt : std::optional<std::string>(it->second);
+  }
+  void forget(const std::string& db, int32_t id) override { kept.erase({db, id}); }
+};
+
+TEST_F(SchemeTest, WithASecretStoreASavedPasswordStaysOutOfTheDatabase) {
+  auto store = std::make_shared<KeptPasswords>();
+  form->setSchemePasswords(store);
+  start();
+  form->control("txtPassword").text = "pw";
+  selectAndGoToSave({"Company:12"});
+  save("Monthly");
+  std::string id = q("SELECT SchemeID FROM OutlookScheme;")[0];
+  EXPECT_EQ(q("SELECT IFNULL(ProfilePassword, '') FROM OutlookScheme;"), (std::vector<std::string>{""}));
+  EXPECT_EQ(store->kept,
+            (decltype(store->kept){{{c().SyncDatabaseLocation(), std::stoi(id)}, "pw"}}));
+  ASSERT_EQ(shown().size(), 1u);  // saved
+
+  // Nowhere to keep it: saved without it, and the user is told.
+  store->available = false;
+  form->control("txtPassword").text = "pw2";
+  save("Other");
+  EXPECT_EQ(q("SELECT IFNULL(ProfilePassword, '') FROM OutlookScheme WHERE SchemeName = 'Other';"),
+            (std::vector<std::string>{""}));
+  ASSERT_EQ(shown().size(), 3u);
+  EXPECT_NE(shown()[1].text.find("without its password"), std::string::npos) << shown()[1].text;
+}
+
+TEST_F(SchemeLoadTest, WithASecretStoreThePasswordIsLoadedFromItAndForgottenWithTheScheme) {
+  scheme(5, "Kept", "'DF1'", 2, 1, "");
+  scheme(6, "Nothing kept", "'DF1'", 2, 1, "");
+  scheme(7, "Of old", "'DF1'", 2, 1, "");
+  execSql(host->syncPath, "UPDATE OutlookScheme SET ProfilePassword = '' WHERE SchemeID <> 7;");
+  auto store = std::make_shared<KeptPasswords>();
+  form->setSchemePasswords(store);
+  openList();
+  const std::string db = c().SyncDatabaseLocation();
+  store->kept[{db, 5}] = "pw";
+  ASSERT_TRUE(d->pick("Kept"));
+  EXPECT_EQ(c().Password(), "pw");
+  c().setPassword("given");  // nothing kept: the password the wizard was given stays
+  ASSERT_TRUE(d->pick("Nothing kept"));
+  EXPECT_EQ(c().Password(), "given");
+  ASSERT_TRUE(d->pick("Of old"));  // a password saved in the database before still counts
+  EXPECT_EQ(c().Password(), "Pass");
+  ASSERT_TRUE(d->pick("Kept"));
+  ASSERT_TRUE(d->click("cmdDeleteScheme"));
+  EXPECT_TRUE(store->kept.empty());
+}
+
+// The desktop's store through libsecret, on its file keyring (no secret service needed).
+TEST(SchemeSecretsTest, LibsecretKeepsFindsAndForgets) {
+  auto dir = std::filesystem::path(::testing::TempDir()) / "dossync-keyring";
+  std::filesystem::create_directories(dir);
+  ::setenv("SECRET_BACKEND", "file", 1);
+  ::setenv("SECRET_FILE_TEST_PATH", (dir / "test.keyring").c_str(), 1);
+  ::setenv("SECRET_FILE_TEST_PASSWORD", "test", 1);
+  auto secrets = app::makeSecretServicePasswords();
+  const std::string db = (dir / "sync.db").string();
+  ASSERT_TRUE(secrets->store(db, 4, "Monthly", "pw"));
+  EXPECT_EQ(secrets->lookup((dir / "." / "sync.db").string(), 4), "pw");  // the same file
+  EXPECT_EQ(secrets->lookup(db, 5), std::nullopt);
+  secrets->forget(db, 4);
+  EXPECT_EQ(secrets->lookup(db, 4), std::nullopt);
+  std::filesystem::remove_all(dir);
 }
 
 }  // namespace

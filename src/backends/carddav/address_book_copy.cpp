@@ -54,9 +54,11 @@ RuntimeError conflict(const std::string& what) {
 
 }  // namespace
 
-AddressBookCopy::AddressBookCopy(std::string url, DavOptions options, fs::path profileDir)
+AddressBookCopy::AddressBookCopy(std::string url, DavOptions options, fs::path profileDir,
+                                 std::function<void(const std::string&)> warn)
     : url_(std::move(url)),
       options_(std::move(options)),
+      warn_(std::move(warn)),
       dir_(profileDir / "contacts"),
       state_(profileDir / "carddav-state") {
   loadState();
@@ -100,6 +102,22 @@ std::string AddressBookCopy::hrefFor(const std::string& file) const {
   return reader_->collectionPath() + file;
 }
 
+bool AddressBookCopy::followed(const std::string& href) const {
+  if (reader_->contains(href)) return true;
+  if (warn_)
+    warn_("The server at " + reader_->collectionUrl() + " lists " + href +
+          ", which is outside the address book; skipped");
+  return false;
+}
+
+RuntimeError AddressBookCopy::outside(const std::string& href, const std::string& file) const {
+  return RuntimeError(kServerRejected,
+                      "The card " + file + " is known at " + href +
+                          ", outside the address book " + reader_->collectionUrl() +
+                          "; not sent there",
+                      "carddav");
+}
+
 // carddav-state: "token\t<token>", then "card\t<file>\t<href>\t<etag>" and "gone\t<file>"
 // lines; the last line about a file counts.
 void AddressBookCopy::loadState() {
@@ -124,7 +142,7 @@ void AddressBookCopy::saveState() {
   std::string text = "token\t" + token_ + "\n";
   for (const auto& [file, known] : files_)
     text += "card\t" + file + "\t" + known.href + "\t" + known.etag + "\n";
-  vdir::writeFileAtomically(state_, text);
+  vdir::writeFileAtomically(state_, text, true);
 }
 
 void AddressBookCopy::appendState(const std::vector<std::string>& lines) {
@@ -134,7 +152,7 @@ void AddressBookCopy::appendState(const std::vector<std::string>& lines) {
 }
 
 void AddressBookCopy::writeCopy(const std::string& file, const std::string& text) {
-  vdir::writeFileAtomically(dir_ / file, text);
+  vdir::writeFileAtomically(dir_ / file, text, true);
 }
 
 void AddressBookCopy::removeCopy(const std::string& file) {
@@ -210,6 +228,8 @@ void AddressBookCopy::refresh() {
       }
     }
   }
+  std::erase_if(changed, [this](const DavClient::Member& m) { return !followed(m.href); });
+  std::erase_if(removed, [this](const std::string& href) { return !reader_->contains(href); });
   std::vector<DavClient::Member> fetch;
   std::set<std::string> listed;
   for (const auto& m : changed) {
@@ -302,6 +322,10 @@ std::vector<vdir::CardRemote::Outcome> AddressBookCopy::upload(const std::vector
       }
       DavClient::Put put;
       put.href = hrefFor(up.file);
+      if (!writer_->contains(put.href)) {
+        outcomes[i].error = outside(put.href, up.file);
+        continue;
+      }
       put.body = up.text;
       if (known != files_.end() && !known->second.etag.empty())
         put.ifMatch = known->second.etag;
@@ -357,6 +381,7 @@ void AddressBookCopy::remove(const std::string& file) {
   std::lock_guard lock(mutex_);
   auto known = files_.find(file);
   std::string href = hrefFor(file);
+  if (!reader_->contains(href)) throw outside(href, file);
   auto result = reader_->remove(href, known != files_.end() ? known->second.etag : "");
   if (result.status == 412)
     throw conflict("The card " + reader_->urlOf(href) +

@@ -20,11 +20,16 @@
 // of a card deleted on the server meanwhile makes it again. The copy then holds what the server
 // took. Deletes use If-Match; a card changed on the server since is not deleted (kEditConflict).
 //
+// Only members inside the collection (DavClient::contains: its origin and path) are copied,
+// written or deleted; the server's other hrefs are skipped, each named through `warn`, so that
+// neither the account's credentials nor a card go anywhere else.
+//
 // Thread use: logon/refresh/remove on the apartment's thread, upload on the writer's; each has
 // a client of its own, and the state is guarded by a mutex.
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -40,7 +45,8 @@ namespace dossync::carddav {
 class AddressBookCopy : public vdir::CardRemote {
  public:
   // `profileDir` holds contacts/ (made by the caller) and carddav-state.
-  AddressBookCopy(std::string url, DavOptions options, std::filesystem::path profileDir);
+  AddressBookCopy(std::string url, DavOptions options, std::filesystem::path profileDir,
+                  std::function<void(const std::string&)> warn = {});
 
   // Checks the logon (kLogonFailed names the server and the user) and that the URL is an
   // address book, then refreshes. A new password replaces the one given before.
@@ -67,6 +73,9 @@ class AddressBookCopy : public vdir::CardRemote {
   };
   std::string fileFor(const std::string& href) const;
   std::string hrefFor(const std::string& file) const;
+  // Whether the href is inside the collection; warns of one that is not.
+  bool followed(const std::string& href) const;
+  RuntimeError outside(const std::string& href, const std::string& file) const;
   void loadState();
   void saveState();
   void appendState(const std::vector<std::string>& lines);
@@ -79,6 +88,7 @@ class AddressBookCopy : public vdir::CardRemote {
 
   std::string url_;
   DavOptions options_;
+  std::function<void(const std::string&)> warn_;
   std::filesystem::path dir_;    // contacts/
   std::filesystem::path state_;  // carddav-state
   std::unique_ptr<DavClient> reader_, writer_;

@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <filesystem>
+#include <iostream>
 #include <map>
 
 #include "backends/carddav/address_book_copy.h"
@@ -45,13 +46,15 @@ std::string cardDavCopyRoot(const CardDavSettings& settings) {
 std::shared_ptr<outlook::Application> makeCardDavApplication(
     const CardDavSettings& settings, std::function<void(const std::string&)> warn) {
   std::string url = normalisedUrl(settings.url);
+  if (!warn)
+    warn = [](const std::string& m) { std::cerr << "dossync: warning: " << m << std::endl; };
   DavOptions options;
   options.insecure = settings.insecure;
   options.timeoutSeconds = settings.timeoutSeconds;
   options.maxInFlight = settings.maxInFlight;
   // One copy per profile (user), made by its first logon and kept for the session's life.
   auto copies = std::make_shared<std::map<std::string, std::shared_ptr<AddressBookCopy>>>();
-  vdir::MirrorLogon logon = [url, options, copies](const std::string& profile,
+  vdir::MirrorLogon logon = [url, options, copies, warn](const std::string& profile,
                                                    const fs::path& profileDir,
                                                    const std::string& password) {
     auto& copy = (*copies)[profile];
@@ -61,7 +64,7 @@ std::shared_ptr<outlook::Application> makeCardDavApplication(
       fs::create_directories(profileDir / "contacts");
       if (!fs::exists(profileDir / "store-id"))
         vdir::writeFileAtomically(profileDir / "store-id", vdir::hash128(url) + "\n");
-      copy = std::make_shared<AddressBookCopy>(url, o, profileDir);
+      copy = std::make_shared<AddressBookCopy>(url, o, profileDir, warn);
     }
     try {
       copy->logon(password);

@@ -113,6 +113,53 @@ std::string hrefKey(const std::string& href) {
   return path;
 }
 
+// The parts of a URL that say where a request goes, as libcurl reads them: scheme and host in
+// lower case, the port (the scheme's default when none is written), the path as written.
+struct UrlParts {
+  std::string scheme, host, port, path;
+  bool ok = false;
+  bool sameOrigin(const UrlParts& other) const {
+    return ok && other.ok && scheme == other.scheme && host == other.host && port == other.port;
+  }
+};
+
+UrlParts partsOf(const std::string& url) {
+  UrlParts p;
+  CURLU* u = curl_url();
+  if (!u) return p;
+  if (curl_url_set(u, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK) {
+    auto get = [u](CURLUPart part, unsigned flags) {
+      char* v = nullptr;
+      std::string out;
+      if (curl_url_get(u, part, &v, flags) == CURLUE_OK && v) out = v;
+      curl_free(v);
+      return out;
+    };
+    p.scheme = lower(get(CURLUPART_SCHEME, 0));
+    p.host = lower(get(CURLUPART_HOST, 0));
+    p.port = get(CURLUPART_PORT, CURLU_DEFAULT_PORT);
+    p.path = get(CURLUPART_PATH, 0);
+    p.ok = !p.scheme.empty() && !p.host.empty();
+  }
+  curl_url_cleanup(u);
+  return p;
+}
+
+// The URL with a user name in it (and no password).
+std::string withUser(const std::string& url, const std::string& user) {
+  CURLU* u = curl_url();
+  if (!u) return url;
+  std::string out = url;
+  char* v = nullptr;
+  if (curl_url_set(u, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK &&
+      curl_url_set(u, CURLUPART_USER, user.c_str(), CURLU_URLENCODE) == CURLUE_OK &&
+      curl_url_get(u, CURLUPART_URL, &v, 0) == CURLUE_OK && v)
+    out = v;
+  curl_free(v);
+  curl_url_cleanup(u);
+  return out;
+}
+
 const char* standardReason(long status) {
   switch (status) {
     case 200:
@@ -329,6 +376,7 @@ std::string saidIn(const std::string& body) {
 struct DavClient::Impl {
   std::string url;     // ends with '/'
   std::string origin;  // scheme://host[:port]
+  UrlParts where;      // the collection's URL, taken apart
   DavOptions options;
   CURL* easy = nullptr;
   CURLM* multi = nullptr;
@@ -382,7 +430,11 @@ struct DavClient::Impl {
       if (!grown) throw RuntimeError(kOutOfMemory, "Out of memory", kSource);
       x.headerList = grown;
     }
-    curl_easy_setopt(h, CURLOPT_URL, r.url.c_str());
+    // Without a password the user's ~/.netrc is asked (libcurl's own reading of it); libcurl
+    // looks a user's password up there only when the user is named in the URL.
+    const bool netrc = options.password.empty();
+    curl_easy_setopt(h, CURLOPT_URL,
+                     (netrc && !options.user.empty() ? withUser(r.url, options.user) : r.url).c_str());
     if (r.method == "GET") {
       curl_easy_setopt(h, CURLOPT_HTTPGET, 1L);
       curl_easy_setopt(h, CURLOPT_CUSTOMREQUEST, nullptr);
@@ -399,8 +451,9 @@ struct DavClient::Impl {
     curl_easy_setopt(h, CURLOPT_FOLLOWLOCATION, r.follow ? 1L : 0L);
     curl_easy_setopt(h, CURLOPT_MAXREDIRS, 5L);
     curl_easy_setopt(h, CURLOPT_UNRESTRICTED_AUTH, 0L);
-    curl_easy_setopt(h, CURLOPT_USERNAME, options.user.c_str());
-    curl_easy_setopt(h, CURLOPT_PASSWORD, options.password.c_str());
+    curl_easy_setopt(h, CURLOPT_USERNAME, netrc ? nullptr : options.user.c_str());
+    curl_easy_setopt(h, CURLOPT_PASSWORD, netrc ? nullptr : options.password.c_str());
+    curl_easy_setopt(h, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_OPTIONAL));
     curl_easy_setopt(h, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
     curl_easy_setopt(h, CURLOPT_SSL_VERIFYPEER, options.insecure ? 0L : 1L);
     curl_easy_setopt(h, CURLOPT_SSL_VERIFYHOST, options.insecure ? 0L : 2L);
@@ -442,8 +495,17 @@ struct DavClient::Impl {
     return std::chrono::seconds(std::clamp(seconds, 0L, std::max(0L, options.maxRetryWaitSeconds)));
   }
 
+  // Requests go to the collection's origin only: the credentials are the account's there.
+  std::optional<RuntimeError> refusedElsewhere(const std::string& target) const {
+    if (partsOf(target).sameOrigin(where)) return std::nullopt;
+    return RuntimeError(kServerRejected,
+                        "Not sent: " + target + " is not on the address book's server " + origin,
+                        kSource);
+  }
+
   // One request on the client's own handle, asked again while the server is busy.
   std::unique_ptr<Exchange> send(Request request) {
+    if (auto refusal = refusedElsewhere(request.url)) throw *refusal;
     for (int attempt = 0;; ++attempt) {
       auto x = std::make_unique<Exchange>(request);
       prepare(easy, *x);
@@ -549,6 +611,9 @@ DavClient::DavClient(std::string collectionUrl, DavOptions options) : impl_(new 
   if (collectionUrl.back() != '/') collectionUrl += '/';
   size_t path = collectionUrl.find('/', hostStart);
   impl_->origin = collectionUrl.substr(0, path);
+  impl_->where = partsOf(collectionUrl);
+  if (!impl_->where.ok)
+    throw RuntimeError(kInvalidProcedureCall, "Not a valid address: " + collectionUrl, kSource);
   impl_->url = std::move(collectionUrl);
   impl_->options = std::move(options);
   impl_->options.maxInFlight = std::max(1, impl_->options.maxInFlight);
@@ -575,6 +640,25 @@ std::string DavClient::urlOf(const std::string& href) const {
 
 std::string DavClient::collectionPath() const {
   return impl_->url.substr(impl_->origin.size());
+}
+
+bool DavClient::contains(const std::string& href) const {
+  UrlParts member = partsOf(urlOf(href));
+  if (!member.sameOrigin(impl_->where)) return false;
+  std::string path = percentDecode(member.path), base = percentDecode(impl_->where.path);
+  if (base.empty() || base.back() != '/') base += '/';
+  for (size_t start = 0; start <= path.size();) {
+    size_t end = std::min(path.find('/', start), path.size());
+    std::string segment = path.substr(start, end - start);
+    if (segment == "." || segment == "..") return false;
+    start = end + 1;
+  }
+  return path.size() > base.size() && path.compare(0, base.size(), base) == 0 &&
+         hrefKey(path) != hrefKey(base);
+}
+
+bool DavClient::sameOrigin(const std::string& url) const {
+  return partsOf(url).sameOrigin(impl_->where);
 }
 
 DavClient::CollectionInfo DavClient::probe() {
@@ -765,12 +849,17 @@ std::vector<DavClient::WriteResult> DavClient::putMany(const std::vector<Put>& r
     const auto now = Clock::now();
     bool any = false;
     for (Slot& slot : slots) {
-      if (!slot.exchange && next < requests.size()) {
-        slot.index = next++;
+      while (!slot.exchange && next < requests.size()) {
+        size_t index = next++;
+        std::string target = urlOf(requests[index].href);
+        if (auto refusal = d.refusedElsewhere(target)) {
+          results[index].error = *refusal;
+          continue;
+        }
+        slot.index = index;
         slot.attempt = 0;
         slot.due = now;
-        slot.exchange = std::make_unique<Exchange>(
-            d.putRequest(requests[slot.index], urlOf(requests[slot.index].href)));
+        slot.exchange = std::make_unique<Exchange>(d.putRequest(requests[index], target));
       }
       if (!slot.exchange) continue;
       any = true;
@@ -833,7 +922,8 @@ std::string DavClient::findEventCalendar() {
     pugi::xml_node root = impl_->multistatus(*x, doc);
     for (pugi::xml_node response : children(root, kDav, "response")) {
       std::string href = trim(textOf(child(child(okProps(response), ns, name), kDav, "href")));
-      if (!href.empty()) return urlOf(href);
+      // Elsewhere than the address book's server: not asked with this account's credentials.
+      if (!href.empty()) return sameOrigin(urlOf(href)) ? urlOf(href) : std::string();
     }
     return std::string();
   };
@@ -862,7 +952,8 @@ std::string DavClient::findEventCalendar() {
     bool events = !set;
     for (pugi::xml_node comp : children(set, kCalDav, "comp"))
       events = events || std::string(comp.attribute("name").value()) == "VEVENT";
-    if (events) calendars.push_back(trim(textOf(child(response, kDav, "href"))));
+    std::string href = trim(textOf(child(response, kDav, "href")));
+    if (events && sameOrigin(urlOf(href))) calendars.push_back(href);
   }
   if (calendars.empty()) return "";
   std::sort(calendars.begin(), calendars.end());

@@ -2,14 +2,17 @@
 // libcurl with the XML read by pugixml.
 //
 // Connection: HTTP or HTTPS; the user name and password are offered to basic and digest
-// authentication alike (libcurl picks what the server asks for); TLS certificates are verified
+// authentication alike (libcurl picks what the server asks for), and when either is empty
+// libcurl looks in the user's ~/.netrc for the server's host; TLS certificates are verified
 // unless `insecure`. Connections are kept alive between requests. Every request has a time
 // limit (`timeoutSeconds` for the whole exchange, a tenth of it, at least 5 s, to connect).
 // 429 and 503 answers are retried up to `maxRetries` times after the wait their Retry-After
 // asks for (seconds or an HTTP date; at most `maxRetryWaitSeconds`), else 1, 2, 4... seconds.
 //
 // Hrefs are what the server lists (usually absolute paths such as /alice/book/abc.vcf);
-// urlOf turns one into a URL on the collection's server. Etags are kept as the server sent them,
+// urlOf turns one into a URL on the collection's server. The credentials never leave the
+// collection's origin: a request to a URL on another scheme, host or port is not sent
+// (kServerRejected naming it); `contains` tells the hrefs inside the collection itself. Etags are kept as the server sent them,
 // quotes included, and sent back the same way.
 //
 // Failures throw RuntimeError, its description naming the URL and what the server said:
@@ -59,6 +62,11 @@ class DavClient {
   std::string urlOf(const std::string& href) const;
   // The collection's own path (as its hrefs start), e.g. /alice/book/.
   std::string collectionPath() const;
+  // Whether an href names a resource inside the collection: on its origin and under its path
+  // (unescaped, without "." or ".." segments), not the collection itself.
+  bool contains(const std::string& href) const;
+  // Whether a URL is on the collection's scheme, host and port (the default port counted).
+  bool sameOrigin(const std::string& url) const;
 
   // PROPFIND depth 0 on the collection: whether it is an address book, whether it offers
   // sync-collection (supported-report-set), its sync token and display name. The logon check.

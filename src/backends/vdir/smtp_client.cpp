@@ -135,8 +135,13 @@ void sendSmtp(const SmtpServer& server, const std::string& sender,
   curl_easy_setopt(c, CURLOPT_VERBOSE, 1L);  // the answers reach `watch`, nothing is printed
   curl_easy_setopt(c, CURLOPT_DEBUGFUNCTION, watch);
   curl_easy_setopt(c, CURLOPT_DEBUGDATA, &transcript);
-  if (startsWithNoCase(server.url, "smtp://")) {
-    long tls = !server.starttls   ? static_cast<long>(CURLUSESSL_TRY)
+  // Unless the account says otherwise, a log-on needs TLS: the password never goes over a
+  // plain connection because a server (or someone between) did not offer STARTTLS.
+  const bool plain = startsWithNoCase(server.url, "smtp://");
+  const bool tlsForLogon = plain && !server.starttls && !server.user.empty();
+  if (plain) {
+    long tls = tlsForLogon        ? static_cast<long>(CURLUSESSL_ALL)
+               : !server.starttls ? static_cast<long>(CURLUSESSL_TRY)
                : *server.starttls ? static_cast<long>(CURLUSESSL_ALL)
                                   : static_cast<long>(CURLUSESSL_NONE);
     curl_easy_setopt(c, CURLOPT_USE_SSL, tls);
@@ -148,6 +153,10 @@ void sendSmtp(const SmtpServer& server, const std::string& sender,
 
   CURLcode rc = curl_easy_perform(c);
   if (rc == CURLE_OK) return;
+  if (rc == CURLE_USE_SSL_FAILED && tlsForLogon)
+    throw fail("the server offers no TLS (STARTTLS), and the password is not sent over a "
+               "connection without it; use smtps://, or log on without TLS by setting the "
+               "account's \"starttls\" to false (dossync account set --starttls never)");
   std::string what = errorText[0] ? errorText : curl_easy_strerror(rc);
   while (!what.empty() && (what.back() == '\n' || what.back() == '\r')) what.pop_back();
   const std::string& answer =

@@ -3,7 +3,9 @@
 // The server is a URL: smtp://host[:port] (port 25 by default; STARTTLS when the server offers
 // it, unless `starttls` says otherwise) or smtps://host[:port] (TLS from the start, port 465).
 // starttls true requires STARTTLS on smtp://, false never asks for it. User and password, when
-// set, log on with whatever mechanism the server offers. The envelope sender is the account's
+// set, log on with whatever mechanism the server offers; on smtp:// with starttls unset a
+// log-on requires STARTTLS (a server that offers none is a delivery failure that says so), and
+// only starttls false logs on over a plain connection. The envelope sender is the account's
 // address; every recipient (To, Cc and Bcc alike) gets one RCPT TO, and a recipient the server
 // refuses fails the whole delivery.
 //

@@ -256,7 +256,7 @@ std::string VdirMailItem::saveDraft() {
     throw RuntimeError(kFileNotFound, "Cannot save the draft: " + b.unreadable.front(), "vdir");
   b.mail.bccHeader = true;
   b.mail.unsent = true;
-  writeFileAtomically(draftPath(), writeMime(b.mail));
+  writeFileAtomically(draftPath(), writeMime(b.mail), true);
   saved_ = true;
   return draftPath().string();
 }
@@ -284,7 +284,7 @@ void VdirMailItem::Send() {
     kept.bccHeader = true;
     std::string where;
     try {
-      writeFileAtomically(outboxPath(), writeMime(kept));
+      writeFileAtomically(outboxPath(), writeMime(kept), true);
       where = "; the message is kept in " + outboxPath().string();
     } catch (const RuntimeError& e) {
       where = "; the message could not be kept either: " + e.description();
