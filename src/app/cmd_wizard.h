@@ -26,7 +26,7 @@ namespace dossync::app {
 
 struct WizardOptions {
   std::string hostDb, syncDb, outlook, profile, password, dataFile, screenshots;
-  bool insecure = false;
+  bool insecure = false, replaceSyncDb = false;
   int32_t companyList = 2;
 };
 

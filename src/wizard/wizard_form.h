@@ -69,6 +69,10 @@ class frmWizard : public IWizardForm {
   void setPreviewRun(std::function<void(clsOutlookSynchronization&)> run);
   // Called when Finish's run is over, before the form unloads (to sum the run up, say).
   std::function<void(clsOutlookSynchronization&)> afterRun;
+  // Called when Finish is clicked, before the run: answers what the host holds while the run
+  // goes on (a lock, say), or nullptr to leave the form open without running, having told the
+  // user why.
+  std::function<std::shared_ptr<void>(clsOutlookSynchronization&)> holdRun;
 
   // ---- Entry.
   void startWizard(clsOutlookSynchronization& owner) override;
