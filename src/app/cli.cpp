@@ -11,6 +11,7 @@
 #include "app/credentials.h"
 #include "app/console_services.h"
 #include "app/demo_data.h"
+#include "app/path_guards.h"
 #include "backends/databases.h"
 #include "backends/sqlite/sqlite_data_access.h"
 #include "core/apartment.h"
@@ -45,8 +46,9 @@ int demoData(const std::string& path, const DemoOptions& options, std::ostream& 
   return kExitOk;
 }
 
-int check(const std::string& hostDb, const std::string& syncDb, std::ostream& out,
-          std::ostream& err) {
+int check(const std::string& hostDb, const std::string& syncDb, bool replaceSyncDb,
+          std::ostream& out, std::ostream& err) {
+  if (int code = refuseMistakenDatabases(hostDb, syncDb, replaceSyncDb, err)) return code;
   auto errors = std::make_shared<ConsoleErrorService>(err);
   auto messages = std::make_shared<ConsoleMessageBox>(err);
   auto component = std::make_unique<clsOutlookSynchronization>();
@@ -65,6 +67,8 @@ int check(const std::string& hostDb, const std::string& syncDb, std::ostream& ou
   out << "FailedToInitializeFlag: " << (failed ? "True" : "False") << "\n";
   out << "Host database: " << describe(apartment().hostDb, hostDb) << "\n";
   out << "Sync database: " << describe(apartment().syncDb, syncDb) << "\n";
+  if (failed)
+    err << initFailureHint(hostDb, syncDb) << "\n";
   return failed ? kExitInitFailed : kExitOk;
 }
 
@@ -89,11 +93,14 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   demoCmd->add_option("--seed", demo.seed, "Seed: the same seed gives the same practice");
 
   std::string hostDb, syncDb;
+  bool replaceSyncDb = false;
   auto* checkCmd = app.add_subcommand(
       "check", "Open both databases as the component does and report the outcome");
   checkCmd->add_option("--host-db", hostDb, "The host database")->required();
   checkCmd->add_option("--sync-db", syncDb, "The synchronisation database (created when needed)")
       ->required();
+  checkCmd->add_flag("--replace-sync-db", replaceSyncDb,
+                     "Let a --sync-db file that is not a database be replaced by a new one");
 
   ContactsOptions contacts;
   auto* contactsCmd = app.add_subcommand("contacts", "Read and write the contacts of an Outlook store");
@@ -149,6 +156,12 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   syncCmd->add_flag("--pair-created", sync.pairCreated,
                     "From Outlook: pair each item with the company made for it (not -1, which "
                     "makes the next run from Outlook make it again)");
+  syncCmd->add_option("--wait", sync.wait,
+                      "How many seconds to wait for another run of the same scheme on the "
+                      "synchronisation database to end (default 60; then exit code 75)")
+      ->check(CLI::NonNegativeNumber);
+  syncCmd->add_flag("--replace-sync-db", sync.replaceSyncDb,
+                    "Let a --sync-db file that is not a database be replaced by a new one");
   syncCmd->add_option("--keep-reports", sync.keepReports,
                       "How many reports the profile keeps (0: all; default 100)")
       ->check(CLI::NonNegativeNumber);
@@ -190,7 +203,7 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
 
   if (*init) return initHost(initPath, out, err);
   if (*demoCmd) return demoData(demoPath, demo, out, err);
-  if (*checkCmd) return check(hostDb, syncDb, out, err);
+  if (*checkCmd) return check(hostDb, syncDb, replaceSyncDb, out, err);
   if (*contactsCmd) {
     for (CLI::App* cmd : {listCmd, showCmd, putCmd, deleteCmd}) {
       if (*cmd) contacts.action = cmd->get_name();

@@ -9,6 +9,7 @@
 
 #include "app/commands.h"
 #include "app/outlook_wiring.h"
+#include "app/path_guards.h"
 #include "backends/vdir/vdir_store.h"
 #include "core/error.h"
 #include "core/value.h"
@@ -109,6 +110,19 @@ void printPlain(const outlook::ContactItem& c, std::ostream& out) {
 }  // namespace
 
 int runContacts(const ContactsOptions& o, std::ostream& out, std::ostream& err) {
+  bool reads = o.action != "put";  // delete too: a store that is not there holds nothing
+  bool present = true;
+  if (int code = prepareStore(o.outlook, o.profile, reads ? StoreUse::Read : StoreUse::Write,
+                              present, err))
+    return code;
+  if (!present) {  // an empty store: opening it would make it
+    if (o.action != "list") {
+      err << "dossync: no contact with entry id " << o.entryId << "\n";
+      return kExitFailure;
+    }
+    if (o.json) out << "[]\n";
+    return kExitOk;
+  }
   try {
     Credentials c = resolveCredentials(o.outlook, o.profile, o.password);
     registerOutlook(c.outlook, o.insecure);

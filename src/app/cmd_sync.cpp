@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <ostream>
 #include <sstream>
 
@@ -14,7 +15,9 @@
 #include "app/console_services.h"
 #include "app/host_component.h"
 #include "app/outlook_wiring.h"
+#include "app/path_guards.h"
 #include "app/run_report.h"
+#include "app/scheme_lock.h"
 #include "app/terminal_progress.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
@@ -62,6 +65,36 @@ void selectAll(clsOutlookSynchronization& c, int member) {
   for (; !rs.eof(); rs.next()) addEntry(s, member, rs.read(member == 1 ? "CompanyID" : "ContactID"));
 }
 
+// Names on err the chosen numbers (or Outlook entry ids) that no record has: the run passes
+// them by without a word.
+void warnUnmatched(clsOutlookSynchronization& c, int member, const std::vector<std::string>& chosen,
+                   std::ostream& err) {
+  if (chosen.empty()) return;
+  std::set<std::string> known;
+  if (member == 3) {
+    c.StartOutlook();
+    auto items = c.contactsFolder()->Items();
+    for (int32_t i = 1, n = items->Count(); i <= n; ++i)
+      if (auto item = items->Item(i)) known.insert(item->EntryID());
+  } else {
+    std::string list;
+    for (const auto& id : chosen) list += (list.empty() ? "" : ", ") + id;
+    std::string key = member == 1 ? "CompanyID" : "ContactID";
+    hostdb::Recordset rs(*apartment().hostDb, "SELECT " + key + " FROM " +
+                                                  (member == 1 ? "Companies" : "Contacts") +
+                                                  " WHERE " + key + " IN (" + list + ");");
+    for (; !rs.eof(); rs.next()) known.insert(std::to_string(value::toLong(rs.read(key))));
+  }
+  std::string missing;
+  for (const auto& id : chosen)
+    if (!known.count(id)) missing += (missing.empty() ? "" : ", ") + id;
+  if (missing.empty()) return;
+  const char* what = member == 1 ? "company" : member == 2 ? "contact" : "Outlook item";
+  err << "dossync: warning: --select names no " << what << " " << missing << " ("
+      << (member == 3 ? "no item of the store has that entry id" : "no such number in the host database")
+      << "); left out\n";
+}
+
 // A preview needs a synchronisation database that exists (opening one makes it): one that does
 // not yet is as good as an empty one, made in a temporary folder and removed afterwards.
 struct PreviewSyncDb {
@@ -81,6 +114,22 @@ struct PreviewSyncDb {
   }
 };
 
+// Holds the scheme's lock on the synchronisation database for the run (kExitOk), waiting at
+// most o.wait seconds for another run that holds it (then kExitBusy).
+int lockRun(const SyncOptions& o, std::unique_ptr<SchemeLock>& lock, std::ostream& err) {
+  std::string scheme = "scheme " + std::to_string(o.scheme) + " of " + databases::displayName(o.syncDb);
+  lock = lockScheme(o.syncDb, o.scheme, std::chrono::seconds(o.wait), [&](const std::string& holder) {
+    err << "dossync: " << scheme << " is in use by another run (" << holder << "); waiting up to "
+        << o.wait << " seconds for it to end\n";
+    err.flush();
+  });
+  if (lock->state() != SchemeLock::State::Busy) return kExitOk;
+  err << "dossync: " << scheme << " is still in use by another run (" << lock->holder()
+      << ", lock " << lock->where() << "): nothing was done. Run again when it has ended, or give "
+      << "--wait SECONDS to wait longer\n";
+  return kExitBusy;
+}
+
 }  // namespace
 
 int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
@@ -94,6 +143,13 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
+  }
+  if (int code = refuseMistakenDatabases(o.hostDb, o.syncDb, o.replaceSyncDb, err)) return code;
+  bool storeThere = true;
+  if (int code = prepareStore(o.outlook, o.profile, StoreUse::Write, storeThere, err)) return code;
+  std::unique_ptr<SchemeLock> lock;
+  if (!o.preview) {  // a preview changes nothing: it need not wait
+    if (int code = lockRun(o, lock, err)) return code;
   }
   Session server;
   if (!checkServerLogon(credentials, &server, err)) return kExitFailure;
@@ -133,6 +189,7 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
     if (o.select == "all") {
       selectAll(*component, member);
     } else {
+      std::vector<std::string> chosen;
       std::stringstream list(o.select);
       std::string id;
       while (std::getline(list, id, ',')) {
@@ -142,8 +199,10 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
           err << "dossync: --select takes record numbers here, not '" << id << "'\n";
           return kExitUsage;
         }
-        addEntry(*component->companyCollection(), member, member == 3 ? id : std::to_string(value::toLong(id)));
+        chosen.push_back(member == 3 ? id : std::to_string(value::toLong(id)));
+        addEntry(*component->companyCollection(), member, chosen.back());
       }
+      warnUnmatched(*component, member, chosen, err);
     }
   } catch (const RuntimeError& e) {
     err << "dossync: cannot list the records to select: " << e.description() << "\n";

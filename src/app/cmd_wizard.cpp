@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <QMessageBox>
+
 #include <filesystem>
 #include <ostream>
 
@@ -10,7 +12,9 @@
 #include "app/host_component.h"
 #include "app/demo_data.h"
 #include "app/outlook_wiring.h"
+#include "app/path_guards.h"
 #include "app/run_report.h"
+#include "app/scheme_lock.h"
 #include "app/scheme_secrets.h"
 #include "backends/databases.h"
 #include "core/synchronization.h"
@@ -67,6 +71,17 @@ std::function<void(qt::QtWizard&)> wizardRunDialogs(clsOutlookSynchronization& c
       }
       qt::makePlanDialog(recorder->plan(), over)->exec();
     });
+    // Finish runs the scheme only while no other run of it goes on (dossync sync's lock).
+    form.holdRun = [over](clsOutlookSynchronization& c) -> std::shared_ptr<void> {
+      std::shared_ptr<SchemeLock> lock =
+          lockScheme(c.SyncDatabaseLocation(), c.SchemeID(), std::chrono::seconds(0), {});
+      if (lock->state() != SchemeLock::State::Busy) return lock;
+      QMessageBox::information(
+          over, "Dossiera",
+          QString::fromStdString("Another run of this scheme is going on (" + lock->holder() +
+                                 "). Click Finish again when it has ended."));
+      return nullptr;
+    };
     form.afterRun = [outcome, over](clsOutlookSynchronization& c) {
       if (!outcome->finished) return;
       qt::makeSummaryDialog(outcome->plan, c.counters(), outcome->textPath(), outcome->error, over)
@@ -92,6 +107,8 @@ void addWizardCommand(CLI::App& app, WizardCommand& wizard) {
   cmd->add_option("--company-list", o.companyList,
                   "Which host list to choose from: 1 shown clients, 2 the whole address book")
       ->check(CLI::IsMember({1, 2}));
+  cmd->add_flag("--replace-sync-db", o.replaceSyncDb,
+                "Let a --sync-db file that is not a database be replaced by a new one");
   cmd->add_option("--screenshots", o.screenshots,
                   "Render the steps offscreen into this folder instead of opening the wizard "
                   "(a demonstration practice when no --host-db is given)");
@@ -104,6 +121,13 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
   if (!offscreen && (o.hostDb.empty() || o.syncDb.empty())) {
     err << "dossync: wizard needs --host-db and --sync-db (or --screenshots DIR)\n";
     return kExitUsage;
+  }
+  if (!offscreen) {  // Qt would abort on a display it cannot open
+    if (std::string why = displayProblem(); !why.empty()) {
+      err << "dossync: the wizard needs a display, and " << why
+          << ": run it on the desktop, or give --screenshots DIR to render its steps offscreen\n";
+      return kExitInitFailed;
+    }
   }
   std::filesystem::path demoDir;
   bool demo = offscreen && o.hostDb.empty();
@@ -132,6 +156,11 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;
+  }
+  if (!demo) {
+    if (int code = refuseMistakenDatabases(o.hostDb, o.syncDb, o.replaceSyncDb, err)) return code;
+    bool storeThere = true;
+    if (int code = prepareStore(o.outlook, o.profile, StoreUse::Write, storeThere, err)) return code;
   }
   Session server;
   if (!checkServerLogon(credentials, &server, err)) return kExitFailure;

@@ -29,7 +29,7 @@ namespace dossync::app {
 struct WizardOptions {
   std::string hostDb, syncDb, outlook, profile, dataFile, screenshots;
   PasswordOptions password;
-  bool insecure = false;
+  bool insecure = false, replaceSyncDb = false;
   int32_t companyList = 2;
 };
 

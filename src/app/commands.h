@@ -14,6 +14,7 @@ constexpr int kExitOk = 0;
 constexpr int kExitFailure = 1;
 constexpr int kExitInitFailed = 2;
 constexpr int kExitProgram = 3;
+constexpr int kExitBusy = 75;  // another run of the scheme held its lock (EX_TEMPFAIL)
 constexpr int kExitUsage = 64;
 
 struct ContactsOptions {
@@ -31,6 +32,8 @@ struct SyncOptions {
   int32_t direction = 2, info = 1, scheme = -1;
   bool noProgress = false, insecure = false;
   bool preview = false, json = false, pairCreated = false;
+  bool replaceSyncDb = false;
+  int wait = 60;  // seconds to wait for another run of the scheme
   int keepReports = 100, keepDays = 90;  // report/report_store.h's limits
 };
 int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err);

@@ -3,6 +3,7 @@
 #include <ostream>
 
 #include "app/commands.h"
+#include "app/path_guards.h"
 #include "backends/databases.h"
 
 namespace dossync::app {
@@ -18,9 +19,13 @@ int openHostComponent(HostComponent& host, std::shared_ptr<IErrorService> errors
   c.setDataFileUniqueID(dataFile);
   c.setMainDatabaseLocation(hostDb);
   c.setSyncDatabaseLocation(syncDb);
-  if (c.FailedToInitializeFlag()) return kExitInitFailed;
+  if (c.FailedToInitializeFlag()) {
+    err << initFailureHint(hostDb, syncDb) << "\n";
+    return kExitInitFailed;
+  }
   if (!c.mainDatabaseOpen()) {
-    err << "dossync: the host database " << databases::displayName(hostDb) << " does not exist\n";
+    err << "dossync: the host database " << databases::displayName(hostDb)
+        << " does not exist: check --host-db (init-host makes a new one)\n";
     return kExitInitFailed;
   }
   return kExitOk;

@@ -62,7 +62,13 @@ bool isServerStore(const std::string& spec) {
 
 std::string vdirRoot(const std::string& spec) {
   if (spec.empty()) return dataRoot() + "/outlook";
-  if (spec.rfind("vdir:", 0) == 0 && spec.size() > 5) return spec.substr(5);
+  if (spec.rfind("vdir:", 0) == 0 && spec.size() > 5) {
+    std::string dir = spec.substr(5);
+    // vdir:~/book as a shell would read it (the shell leaves a ~ after "vdir:" alone).
+    const char* home = std::getenv("HOME");
+    if (home && *home && (dir == "~" || dir.rfind("~/", 0) == 0)) dir = home + dir.substr(1);
+    return dir;
+  }
   if (isServerStore(spec)) return carddav::cardDavCopyRoot(cardDavSettings(spec, false));
   throw RuntimeError(kInvalidProcedureCall,
                      "Unknown Outlook store '" + spec + "': use vdir:DIRECTORY or carddav:URL");

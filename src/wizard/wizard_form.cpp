@@ -393,6 +393,8 @@ void frmWizard::cmdNav_Click(int16_t Index) {
       }
       case 4:
         if (selectionChosen()) {
+          std::shared_ptr<void> held;
+          if (holdRun && !(held = holdRun(owner()))) break;
           owner().Synchronize();
           if (afterRun) afterRun(owner());
           unload();

@@ -88,6 +88,10 @@ class frmWizard : public IWizardForm {
   void setSchemePasswords(std::shared_ptr<ISchemePasswords> passwords) {
     schemePasswords_ = std::move(passwords);
   }
+  // Called when Finish is clicked, before the run: answers what the host holds while the run
+  // goes on (a lock, say), or nullptr to leave the form open without running, having told the
+  // user why.
+  std::function<std::shared_ptr<void>(clsOutlookSynchronization&)> holdRun;
 
   // ---- Entry.
   void startWizard(clsOutlookSynchronization& owner) override;

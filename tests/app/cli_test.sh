@@ -29,7 +29,7 @@ check check-good 0 "$bin" check --host-db "$work/h.db" --sync-db "$work/s.db"
 has flag-false "$(out)" "FailedToInitializeFlag: False"
 same "sync tables" "$(sync_tables "$work/s.db")" 2
 head -c 4096 /dev/urandom >"$work/s2.db"
-check garbage-sync-replaced 0 "$bin" check --host-db "$work/h.db" --sync-db "$work/s2.db"
+check garbage-sync-replaced 0 "$bin" check --host-db "$work/h.db" --sync-db "$work/s2.db" --replace-sync-db
 same "garbage sync replaced" "$(sync_tables "$work/s2.db")" 2
 
 check missing-host 0 "$bin" check --host-db "$work/none.db" --sync-db "$work/s.db"

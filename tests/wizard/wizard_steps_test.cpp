@@ -210,6 +210,27 @@ TEST_F(WizardTest, ThePreviewButtonNeedsTheHostsHookAndASelection) {
   EXPECT_EQ(after, 1);  // after the run, before the form goes
 }
 
+TEST_F(WizardTest, FinishRunsOnlyWhileTheHostHoldsTheRun) {
+  start();
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  selection().add("13", "", "");
+  auto lock = std::make_shared<int>(0);
+  bool free = false, heldAfter = false;
+  form->holdRun = [&](clsOutlookSynchronization&) -> std::shared_ptr<void> {
+    return free ? lock : nullptr;
+  };
+  form->afterRun = [&](clsOutlookSynchronization&) { heldAfter = lock.use_count() > 1; };
+  ASSERT_TRUE(d->click("cmdNav", 4));
+  EXPECT_EQ(c().counters().itemsCreated, 0);  // another run holds it: nothing ran
+  EXPECT_TRUE(form->loaded());                // and Finish may be clicked again
+  free = true;
+  ASSERT_TRUE(d->click("cmdNav", 4));
+  EXPECT_EQ(c().counters().itemsCreated, 1);
+  EXPECT_TRUE(heldAfter);
+  EXPECT_EQ(lock.use_count(), 1);  // let go once the run is over
+}
+
 TEST_F(WizardTest, OpenSynchFormRunsTheRegisteredFormAndReleasesIt) {
   bool sawCurrentWizard = false;
   wizard::registerHeadlessWizard([&](wizard::WizardDriver& w) {

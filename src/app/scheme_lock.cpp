@@ -1,0 +1,161 @@
+#include "app/scheme_lock.h"
+
+#include <cerrno>
+#include <ctime>
+#include <filesystem>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include "backends/databases.h"
+#include "backends/sql/database.h"
+#include "core/error.h"
+
+namespace dossync::app {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kPoll = std::chrono::milliseconds(50);
+
+// "process 4711 on host, started 2026-11-25 20:50:01 UTC"
+std::string thisRun() {
+  char host[256] = "";
+  ::gethostname(host, sizeof host - 1);
+  std::time_t now = std::time(nullptr);
+  std::tm utc{};
+  ::gmtime_r(&now, &utc);
+  char when[32];
+  std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S UTC", &utc);
+  return "process " + std::to_string(::getpid()) + (*host ? " on " + std::string(host) : "") +
+         ", started " + when;
+}
+
+class FileSchemeLock final : public SchemeLock {
+ public:
+  FileSchemeLock(const std::string& file, std::chrono::milliseconds wait,
+                 const std::function<void(const std::string&)>& waiting) {
+    where_ = file;
+    fd_ = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    writable_ = fd_ >= 0;
+    if (fd_ < 0) fd_ = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd_ < 0) return;  // NotTaken
+    const auto until = Clock::now() + wait;
+    bool told = false;
+    while (::flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+      if (errno != EWOULDBLOCK && errno != EINTR) return;
+      holder_ = readHolder();
+      if (Clock::now() >= until) {
+        state_ = State::Busy;
+        return;
+      }
+      if (!told && waiting) waiting(holder_);
+      told = true;
+      std::this_thread::sleep_for(kPoll);
+    }
+    state_ = State::Held;
+    holder_.clear();
+    if (writable_) {
+      std::string text = thisRun() + "\n";
+      if (::ftruncate(fd_, 0) != 0 || ::pwrite(fd_, text.data(), text.size(), 0) < 0) {
+        // The lock holds all the same; a waiting run just cannot name this one.
+      }
+    }
+  }
+  ~FileSchemeLock() override {
+    if (fd_ < 0) return;
+    if (state_ == State::Held && writable_ && ::ftruncate(fd_, 0) != 0) {
+      // closing lets go of the lock whatever the file says
+    }
+    ::close(fd_);
+  }
+
+ private:
+  std::string readHolder() const {
+    char buf[512];
+    ssize_t n = ::pread(fd_, buf, sizeof buf - 1, 0);
+    std::string text(buf, n > 0 ? static_cast<size_t>(n) : 0);
+    if (auto end = text.find('\n'); end != std::string::npos) text.resize(end);
+    return text.empty() ? "another process" : text;
+  }
+  int fd_ = -1;
+  bool writable_ = false;
+};
+
+// The advisory lock's two keys: this class of lock, and the scheme. (The one-key lock
+// databases.cpp takes while a process makes the tables is another lock.)
+constexpr const char* kLockClass = "1146311507";
+
+class ServerSchemeLock final : public SchemeLock {
+ public:
+  ServerSchemeLock(const std::string& location, int32_t scheme, std::chrono::milliseconds wait,
+                   const std::function<void(const std::string&)>& waiting) {
+    where_ = databases::displayName(location);
+    try {
+      db_ = databases::open(location);
+      std::string key = std::string(kLockClass) + ", " + std::to_string(scheme);
+      db_->exec("SET application_name = 'dossync " + thisRun().substr(0, 54) + "';");
+      const auto until = Clock::now() + wait;
+      bool told = false;
+      while (!tryLock(key)) {
+        holder_ = findHolder(scheme);
+        if (Clock::now() >= until) {
+          state_ = State::Busy;
+          return;
+        }
+        if (!told && waiting) waiting(holder_);
+        told = true;
+        std::this_thread::sleep_for(kPoll);
+      }
+      state_ = State::Held;
+      holder_.clear();
+    } catch (const RuntimeError&) {
+      db_.reset();  // NotTaken: the run reports the database it cannot reach
+      state_ = State::NotTaken;
+    }
+  }
+
+ private:
+  bool tryLock(const std::string& key) {
+    sql::Statement st(*db_, "SELECT pg_try_advisory_lock(" + key + ")::int;");
+    return st.step() && st.columnInt(0) == 1;
+  }
+  // The holder's connection: its name when it is a dossync run's and may be read, else the
+  // server process and when its connection began.
+  std::string findHolder(int32_t scheme) {
+    std::string objid = std::to_string(static_cast<uint32_t>(scheme));
+    sql::Statement st(
+        *db_,
+        "SELECT a.application_name, a.pid::text, to_char(a.backend_start AT TIME ZONE 'UTC', "
+        "'YYYY-MM-DD HH24:MI:SS') FROM pg_locks l JOIN pg_stat_activity a ON a.pid = l.pid "
+        "WHERE l.locktype = 'advisory' AND l.granted AND l.objsubid = 2 AND l.classid = '" +
+            std::string(kLockClass) + "'::oid AND l.objid = '" + objid +
+            "'::oid AND l.database = (SELECT oid FROM pg_database WHERE datname = "
+            "current_database());");
+    if (!st.step()) return "another connection";
+    sql::Stored name = st.column(0), pid = st.column(1), since = st.column(2);
+    if (name.s.starts_with("dossync ")) return name.s.substr(8);
+    return "server process " + pid.s + " (connected " + since.s + " UTC)";
+  }
+  std::unique_ptr<sql::Database> db_;  // the lock lasts as long as this session
+};
+
+}  // namespace
+
+std::string schemeLockFile(const std::string& syncDb, int32_t scheme) {
+  std::error_code ec;
+  std::filesystem::path file = std::filesystem::weakly_canonical(syncDb, ec);
+  if (ec || file.empty()) file = syncDb;
+  return file.string() + ".scheme-" + std::to_string(scheme) + ".lock";
+}
+
+std::unique_ptr<SchemeLock> lockScheme(const std::string& syncDb, int32_t scheme,
+                                       std::chrono::milliseconds wait,
+                                       const std::function<void(const std::string&)>& waiting) {
+  if (databases::isServer(syncDb))
+    return std::make_unique<ServerSchemeLock>(syncDb, scheme, wait, waiting);
+  return std::make_unique<FileSchemeLock>(schemeLockFile(syncDb, scheme), wait, waiting);
+}
+
+}  // namespace dossync::app
