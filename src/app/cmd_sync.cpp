@@ -255,6 +255,8 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
         << n.companiesUpdated << ", contacts created " << n.contactsCreated;
   }
   out << "\n";
+  if (std::string names = report::nameMatchLine(written); !names.empty())
+    out << names << " (see the report)\n";
   if (!reportPath.empty()) out << "Report: " << reportPath << "\n";
   if (!reportError.empty()) err << "dossync: the run's report was not written: " << reportError << "\n";
   return done;

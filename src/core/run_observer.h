@@ -3,6 +3,7 @@
 // run goes on, the apartment's runObserver is that observer and:
 //   the driver says which record it is on, whether it was chosen, what the look-up found and
 //   what it paired the record with;
+//   the look-ups of the pairings say how they found what they answer (its pairing, or a name);
 //   the host database's recordsets report each row they add and each column whose value they
 //   change (before and after);
 //   error frames report each error with the procedure it happened in;
@@ -29,6 +30,10 @@ class Application;
 class IRunObserver {
  public:
   enum class Kind { Company, Contact, OutlookItem };
+  // How a look-up found a record's counterpart: by the pairing saved for the record, by a name
+  // match (an Outlook contact filed under the record's name, or the first host record named like
+  // the item), or not at all.
+  enum class FoundBy { None, Mapping, Name };
 
   virtual ~IRunObserver() = default;
   virtual void runStarted(clsOutlookSynchronization& component) = 0;
@@ -42,6 +47,11 @@ class IRunObserver {
   // What the look-up found: an entry id ("" none) or a host number ("-1" none).
   virtual void lookedUp(const std::string& counterpart) = 0;
   virtual void paired(const std::string& hostNumber, const std::string& outlookID) = 0;
+  // A look-up of the pairing of a host company or contact (kind) with an Outlook contact: how
+  // it answered, and the host number it pairs ("-1" none). For a name match, itemCompany is
+  // the Outlook contact's CompanyName.
+  virtual void lookupAnswered(Kind kind, FoundBy how, const std::string& hostNumber,
+                              const std::string& itemCompany) = 0;
   virtual void recordFinished() = 0;
 
   virtual void hostRowAdded(const std::string& table,

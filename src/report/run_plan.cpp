@@ -89,6 +89,9 @@ json toJson(const RunPlan& plan) {
   summary["errors"] = plan.errorCount();
   summary["companiesCreatedAgain"] = plan.companiesCreatedAgain;
   summary["companiesToCreateAgain"] = plan.companiesToCreateAgain;
+  summary["nameMatches"] = plan.nameMatches;
+  summary["itemsPairedTwice"] = plan.itemsPairedTwice;
+  summary["contactsAtAnotherCompany"] = plan.contactsAtAnotherCompany;
   json& records = out["records"] = json::array();
   records.get_ref<json::array_t&>().reserve(plan.records.size());
   for (const auto& r : plan.records) {
@@ -100,6 +103,8 @@ json toJson(const RunPlan& plan) {
     record["action"] = r.action;
     record["outlookId"] = r.outlookId;
     record["pairedWith"] = r.pairedWith;
+    record["foundBy"] = r.foundBy;
+    record["contactFoundBy"] = r.contactFoundBy;
     json& changes = record["changes"] = json::array();
     changes.get_ref<json::array_t&>().reserve(r.changes.size());
     for (const auto& c : r.changes) {
@@ -117,6 +122,7 @@ json toJson(const RunPlan& plan) {
       for (const auto& [k, v] : a.fields) fields[k] = v;
     }
     record["notes"] = r.notes;
+    record["warnings"] = r.warnings;
     record["errors"] = errorsJson(r.errors);
   }
   out["errors"] = errorsJson(plan.errors);
@@ -136,6 +142,10 @@ RunPlan planFromJson(const json& j) {
   const json& summary = j.at("summary");
   plan.companiesCreatedAgain = summary.at("companiesCreatedAgain").get<int32_t>();
   plan.companiesToCreateAgain = summary.at("companiesToCreateAgain").get<int32_t>();
+  // Reports written before pairings by name were told apart have none of these.
+  plan.nameMatches = summary.value("nameMatches", 0);
+  plan.itemsPairedTwice = summary.value("itemsPairedTwice", 0);
+  plan.contactsAtAnotherCompany = summary.value("contactsAtAnotherCompany", 0);
   for (const auto& r : j.at("records")) {
     RecordPlan p;
     p.kind = r.at("kind").get<std::string>();
@@ -145,6 +155,8 @@ RunPlan planFromJson(const json& j) {
     p.action = r.at("action").get<std::string>();
     p.outlookId = r.at("outlookId").get<std::string>();
     p.pairedWith = r.at("pairedWith").get<std::string>();
+    p.foundBy = r.value("foundBy", "none");
+    p.contactFoundBy = r.value("contactFoundBy", "");
     for (const auto& c : r.at("changes"))
       p.changes.push_back({c.at("target").get<std::string>(), c.at("field").get<std::string>(),
                            c.at("old").get<std::string>(), c.at("new").get<std::string>()});
@@ -154,6 +166,7 @@ RunPlan planFromJson(const json& j) {
       p.added.push_back(std::move(row));
     }
     p.notes = r.at("notes").get<std::vector<std::string>>();
+    p.warnings = r.value("warnings", std::vector<std::string>{});
     p.errors = errorsFrom(r.at("errors"));
     plan.records.push_back(std::move(p));
   }
@@ -172,6 +185,15 @@ std::string summaryLine(const RunPlan& plan) {
     }
   }
   out << "; " << plan.errorCount() << (plan.errorCount() == 1 ? " error" : " errors");
+  return out.str();
+}
+
+std::string nameMatchLine(const RunPlan& plan) {
+  if (!plan.nameMatches && !plan.itemsPairedTwice && !plan.contactsAtAnotherCompany) return "";
+  std::ostringstream out;
+  out << "Pairings made by name: " << plan.nameMatches << "; Outlook contacts paired with two "
+      << "records: " << plan.itemsPairedTwice
+      << "; contacts found by name at another company: " << plan.contactsAtAnotherCompany;
   return out.str();
 }
 
@@ -194,6 +216,7 @@ std::string toText(const RunPlan& plan) {
         << plan.companiesCreatedAgain << " by this run, "
         << plan.companiesToCreateAgain << " by the next run from Outlook\n";
   }
+  if (std::string line = nameMatchLine(plan); !line.empty()) out << line << "\n";
   for (const auto& r : plan.records) {
     out << "\n" << r.kind << " " << r.key;
     if (!r.name.empty()) out << " " << quote(r.name);
@@ -214,6 +237,7 @@ std::string toText(const RunPlan& plan) {
       out << "    " << c.target << " " << c.field << ": " << shown(c.before) << " -> "
           << shown(c.after) << "\n";
     for (const auto& n : r.notes) out << "    note: " << n << "\n";
+    for (const auto& w : r.warnings) out << "    warning: " << w << "\n";
     for (const auto& e : r.errors)
       out << "    error " << e.number << " in " << e.location << ": " << e.description << "\n";
   }

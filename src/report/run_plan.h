@@ -10,6 +10,11 @@
 //   nothing         the record was chosen but nothing changes (or an error stopped it)
 //   create-company  a host company (with its client record) and contact are made from the item
 //   update-company  the host company and contact paired with the item change
+// Each record also says how its counterpart was found (foundBy): by the pairing saved for it,
+// by a name match (an Outlook contact filed under the record's name, or the first host company
+// named like the item), or not at all; pairings made by name are counted, and warned about
+// when one Outlook contact ends up paired with two records of the run, or when a contact found
+// by name is at another company than its Outlook contact says.
 // Thread use: plain values.
 #pragma once
 
@@ -45,9 +50,12 @@ struct RecordPlan {
   std::string action = "nothing";
   std::string outlookId;   // the Outlook item involved ("" none)
   std::string pairedWith;  // what the pairing saved: an entry id, or a host company number
+  std::string foundBy = "none";  // the record's look-up: "mapping", "name" or "none"
+  std::string contactFoundBy;    // from Outlook, its contact's look-up ("" none made)
   std::vector<Change> changes;
   std::vector<AddedRow> added;
   std::vector<std::string> notes;
+  std::vector<std::string> warnings;
   std::vector<ErrorNote> errors;
 };
 
@@ -64,6 +72,11 @@ struct RunPlan {
   // paired with -1 after making their company (the next run makes those again).
   int32_t companiesCreatedAgain = 0;
   int32_t companiesToCreateAgain = 0;
+  // Pairings made by a name match; Outlook contacts paired with more than one record of the
+  // run; contacts found by name at another company than their Outlook contact's.
+  int32_t nameMatches = 0;
+  int32_t itemsPairedTwice = 0;
+  int32_t contactsAtAnotherCompany = 0;
 
   int32_t count(const std::string& action) const;
   int32_t errorCount() const;
@@ -75,5 +88,7 @@ RunPlan planFromJson(const nlohmann::ordered_json& json);
 std::string toText(const RunPlan& plan);
 // One line: how many records take each action, and the errors.
 std::string summaryLine(const RunPlan& plan);
+// One line on the pairings made by name and what they put at risk; "" when there were none.
+std::string nameMatchLine(const RunPlan& plan);
 
 }  // namespace dossync::report

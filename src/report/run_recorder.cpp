@@ -39,6 +39,25 @@ std::string directionName(int32_t d) {
   }
 }
 
+// "company 9 \"Twin Ltd.\"".
+std::string describe(const RecordPlan& r) {
+  return r.kind + " " + r.key + (r.name.empty() ? "" : " \"" + r.name + "\"");
+}
+
+// The name of the host company a contact is at ("" none).
+std::string companyOfContact(const std::string& contactNumber) {
+  auto& db = apartment().hostDb;
+  if (!db || !value::isNumeric(contactNumber)) return "";
+  hostdb::Recordset contact(
+      *db, "SELECT Contacts.* FROM Contacts WHERE ContactID = " + contactNumber + ";");
+  if (!contact.hasRow()) return "";
+  std::string company = contact.read("CompanyNum");
+  if (!value::isNumeric(company)) return "";
+  hostdb::Recordset companies(*db, "SELECT Companies.* FROM Companies WHERE CompanyID = " +
+                                       std::to_string(value::toLong(company)) + ";");
+  return companies.hasRow() ? companies.read("CompanyName") : "";
+}
+
 }  // namespace
 
 std::string localTimestamp(bool compact) {
@@ -66,6 +85,7 @@ void RunRecorder::runStarted(clsOutlookSynchronization& c) {
   plan_.started = localTimestamp();
   startedAt_ = monotonicSeconds();
   inRecord_ = false;
+  pairedItems_.clear();
   auto& s = plan_.settings;
   s.emplace_back("direction", directionName(c.SyncDirectionType()));
   s.emplace_back("information", std::to_string(c.SyncInformationType()));
@@ -122,7 +142,7 @@ void RunRecorder::recordStarted(Kind kind, const std::string& key) {
   if (kind == Kind::OutlookItem) r.outlookId = key;
   plan_.records.push_back(std::move(r));
   inRecord_ = true;
-  itemSaved_ = itemCreated_ = madeBefore_ = false;
+  itemSaved_ = itemCreated_ = madeBefore_ = lookedUp_ = false;
   if (kind != Kind::OutlookItem || !component_ || !apartment().syncDb) return;
   // Whether an earlier run made a company from this item and paired it with -1.
   hostdb::Recordset pairing(*apartment().syncDb, component_->mappingStatement());
@@ -143,7 +163,54 @@ void RunRecorder::lookedUp(const std::string& counterpart) {
 }
 
 void RunRecorder::paired(const std::string& hostNumber, const std::string& outlookID) {
-  if (RecordPlan* r = current()) r->pairedWith = r->kind == "outlook-item" ? hostNumber : outlookID;
+  RecordPlan* r = current();
+  if (!r) return;
+  r->pairedWith = r->kind == "outlook-item" ? hostNumber : outlookID;
+  if (r->kind == "outlook-item" || outlookID.empty()) return;
+  // One Outlook contact for two host records (two companies of one name): each run writes one
+  // record's values over the other's.
+  auto [at, first] = pairedItems_.try_emplace(outlookID, ItemPairing{plan_.records.size() - 1, 0});
+  if (first) return;
+  RecordPlan& earlier = plan_.records[at->second.record];
+  const std::string risk = " in this run: both write to one Outlook contact";
+  if (at->second.more++ == 0) {
+    ++plan_.itemsPairedTwice;
+    earlier.warnings.push_back("its Outlook contact is also paired with " + describe(*r) + risk);
+  }
+  r->warnings.push_back("its Outlook contact is also paired with " + describe(earlier) + risk);
+}
+
+void RunRecorder::lookupAnswered(Kind kind, FoundBy how, const std::string& hostNumber,
+                                 const std::string& itemCompany) {
+  RecordPlan* r = current();
+  if (!r) return;
+  // The record's own look-up comes first; from Outlook, the item's contact is looked up next.
+  bool own = !lookedUp_;
+  lookedUp_ = true;
+  const char* by = how == FoundBy::Mapping ? "mapping" : how == FoundBy::Name ? "name" : "none";
+  (own ? r->foundBy : r->contactFoundBy) = by;
+  if (how != FoundBy::Name) return;
+  ++plan_.nameMatches;
+  if (r->kind != "outlook-item") {
+    r->notes.push_back(
+        "paired by name: it had no pairing, and the Outlook contact filed under "
+        "its name was taken");
+  } else if (own) {
+    r->notes.push_back("paired by name: the item had no pairing, and company " + hostNumber +
+                       ", the first named like its CompanyName, was taken");
+  } else {
+    r->notes.push_back(
+        "its contact paired by name: the item's contact had no pairing, and host "
+        "contact " +
+        hostNumber + ", the first named like its FullName, was taken");
+  }
+  if (kind != Kind::Contact || itemCompany.empty()) return;
+  std::string hostCompany = companyOfContact(hostNumber);
+  if (value::equalsIgnoreCase(hostCompany, itemCompany)) return;
+  ++plan_.contactsAtAnotherCompany;
+  r->warnings.push_back("contact found by name at another company: host contact " + hostNumber +
+                        " is at \"" + hostCompany + "\", the Outlook contact at \"" + itemCompany +
+                        "\"");
 }
 
 void RunRecorder::recordFinished() {

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -34,6 +35,8 @@ class RunRecorder : public IRunObserver {
   void recordSelected(bool selected) override;
   void lookedUp(const std::string& counterpart) override;
   void paired(const std::string& hostNumber, const std::string& outlookID) override;
+  void lookupAnswered(Kind kind, FoundBy how, const std::string& hostNumber,
+                      const std::string& itemCompany) override;
   void recordFinished() override;
   void hostRowAdded(const std::string& table,
                     const std::vector<std::pair<std::string, std::string>>& fields) override;
@@ -51,6 +54,14 @@ class RunRecorder : public IRunObserver {
   bool inRecord_ = false;
   bool itemSaved_ = false, itemCreated_ = false;
   bool madeBefore_ = false;  // the item's pairing says -1: an earlier run made its company
+  bool lookedUp_ = false;    // the record's own look-up was answered (the next is its contact's)
+  // The Outlook contacts paired in this run: the first record paired with each, and how many
+  // more were paired with it after.
+  struct ItemPairing {
+    size_t record;
+    int32_t more;
+  };
+  std::map<std::string, ItemPairing> pairedItems_;
   clsOutlookSynchronization* component_ = nullptr;
   double startedAt_ = 0;
 };

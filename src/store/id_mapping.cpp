@@ -52,6 +52,22 @@ std::shared_ptr<outlook::MAPIFolder> clsOutlookSynchronization::contactsFolder()
 
 namespace {
 
+// Tells a watched run how a look-up answered (core/run_observer.h).
+void tellLookup(IRunObserver::Kind kind, bool mapped, bool named, const std::string& hostNumber,
+                const std::string& outlookID, const outlook::ItemPtr& item) {
+  observeRun([&](IRunObserver& o) {
+    using FoundBy = IRunObserver::FoundBy;
+    bool none = outlookID.empty() || hostNumber == "-1";
+    FoundBy how = none     ? FoundBy::None
+                  : mapped ? FoundBy::Mapping
+                  : named  ? FoundBy::Name
+                           : FoundBy::None;
+    auto contact = std::dynamic_pointer_cast<outlook::ContactItem>(item);
+    o.lookupAnswered(kind, how, hostNumber,
+                     how == FoundBy::Name && contact ? contact->CompanyName() : "");
+  });
+}
+
 // getCompanyOutlookID and getContactOutlookID: the mapped entry id, else the item filed under
 // the record's name, else "".
 std::string hostToOutlook(clsOutlookSynchronization& c, const std::string& procedure,
@@ -66,12 +82,17 @@ std::string hostToOutlook(clsOutlookSynchronization& c, const std::string& proce
     found = rs.find(keyColumn, key);
     if (found) result = rs.read("OutlookID");
   });
-  if (!read || found) return result;
-  f.step([&] {
-    auto items = c.contactsFolder()->Items();
-    auto item = items->Find("[FileAs] = \"" + nameOf(key) + "\"");
-    if (item) result = item->EntryID();
-  });
+  outlook::ItemPtr item;
+  if (read && !found) {
+    f.step([&] {
+      auto items = c.contactsFolder()->Items();
+      item = items->Find("[FileAs] = \"" + nameOf(key) + "\"");
+      if (item) result = item->EntryID();
+    });
+  }
+  auto kind = std::string(keyColumn) == "CompanyNum" ? IRunObserver::Kind::Company
+                                                     : IRunObserver::Kind::Contact;
+  tellLookup(kind, found, item != nullptr, std::to_string(key), result, item);
   return result;
 }
 
@@ -82,7 +103,8 @@ int32_t outlookToHost(clsOutlookSynchronization& c, const std::string& procedure
                       const char* keyColumn, const std::string& entryID, bool company) {
   ErrorFrame f(kLoc + procedure);
   std::string result = "-1";
-  bool found = false;
+  bool found = false, named = false;
+  outlook::ContactItemPtr item;
   bool read = f.step([&] {
     hostdb::Recordset rs(syncDb(), c.mappingStatement());
     found = rs.find("OutlookID", entryID);
@@ -91,18 +113,20 @@ int32_t outlookToHost(clsOutlookSynchronization& c, const std::string& procedure
   if (read && !found) {
     f.step([&] {
       auto folder = c.contactsFolder();
-      auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
+      item = std::dynamic_pointer_cast<outlook::ContactItem>(
           c.outlookNameSpace()->GetItemFromID(entryID, folder->StoreID()));
       if (!item) return;
       std::string name = company ? item->CompanyName() : item->FullName();
       hostdb::Recordset host(hostDb(), company ? "SELECT Companies.* From Companies;"
                                                : "SELECT Contacts.* From Contacts;");
-      if (host.find(company ? "CompanyName" : "DisplayName", name))
-        result = host.read(company ? "CompanyID" : "ContactID");
+      named = host.find(company ? "CompanyName" : "DisplayName", name);
+      if (named) result = host.read(company ? "CompanyID" : "ContactID");
     });
   }
   int32_t number = -1;
   f.step([&] { number = value::isBlank(result) ? -1 : value::toLong(result); });
+  tellLookup(company ? IRunObserver::Kind::Company : IRunObserver::Kind::Contact, found, named,
+             std::to_string(number), entryID, item);
   return number;
 }
 

@@ -25,16 +25,20 @@ files() {
 # The requests that write, as the server logged them (0 for the vCard folder).
 writes() { grep -Ec '\] (PUT|DELETE|MKCOL|PROPPATCH|MOVE|COPY) request' "$work/radicale/radicale.log" 2>/dev/null || echo 0; }
 mkdir -p "$work/out"
-# The records of a preview and a report side by side: kind, key, name, chosen, action, changes,
-# rows added and notes; the entry ids a new item gets (and the pairings naming them) differ.
+# The records of a preview and a report side by side: kind, key, name, chosen, action, how the
+# counterpart was found, changes, rows added, notes and warnings; the entry ids a new item gets
+# (and the pairings naming them) differ.
 plan_of() {
   /usr/bin/python3 -c '
 import json, sys
 d = json.load(open(sys.argv[1]))
 for r in d["records"]:
     changes = [(c["target"], c["field"], c["old"], c["new"]) for c in r["changes"]]
-    print(r["kind"], r["key"], r["name"], r["selected"], r["action"], changes, r["added"], r["notes"])
-print(d["summary"]["companiesCreatedAgain"], d["summary"]["companiesToCreateAgain"])' "$1"
+    print(r["kind"], r["key"], r["name"], r["selected"], r["action"], r["foundBy"],
+          r["contactFoundBy"], changes, r["added"], r["notes"], r["warnings"])
+s = d["summary"]
+print([s[k] for k in ("companiesCreatedAgain", "companiesToCreateAgain", "nameMatches",
+                      "itemsPairedTwice", "contactsAtAnotherCompany")])' "$1"
 }
 preview_then_run() {  # NAME ARGS...: the preview changes nothing, the run does what it showed
   local name=$1; shift
@@ -50,7 +54,8 @@ preview_then_run() {  # NAME ARGS...: the preview changes nothing, the run does 
 
 # Host to Outlook: three companies first, then all with one of them changed: updates, creates,
 # an unchanged item and the rows not chosen, paired all the same. Of two companies of one name,
-# the second finds the item the first made (by its file-as name), in the preview as in the run.
+# the second finds the item the first made (by its file-as name), in the preview as in the run:
+# a pairing made by name, and one item paired with two companies, both warned.
 sync --select 1,2,3 >/dev/null
 hq "UPDATE Companies SET City = 'Gatineau' WHERE CompanyID = 2;"
 hq "INSERT INTO Companies (CompanyID, CompanyName, City) VALUES (9, 'Twin Ltd.', 'Laval'), (10, 'Twin Ltd.', 'Hull');"
@@ -62,6 +67,12 @@ same "changed item" "$(action "$p" 2)" update-item
 same "not chosen" "$(action "$p" 3)" pair-only
 same "new item" "$(action "$p" 4)" create-item
 same "the twin's item" "$(action "$p" 10)" update-item
+field() { /usr/bin/python3 -c 'import json,sys; print([r[sys.argv[3]] for r in json.load(open(sys.argv[1]))["records"] if r["key"] == sys.argv[2]][0])' "$@"; }
+same "found by its pairing" "$(field "$p" 2 foundBy)" mapping
+same "found by name" "$(field "$p" 10 foundBy)" name
+has "twins warned" "$(field "$p" 9 warnings)" 'also paired with company 10 "Twin Ltd."'
+count() { /usr/bin/python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["summary"][sys.argv[2]])' "$@"; }
+same "items paired twice" "$(count "$p" itemsPairedTwice)" 1
 [[ "$store_kind" == vdir || $run_writes -gt 0 ]] && ok || bad "the server logged none of the run's writes"
 hq "UPDATE Companies SET City = 'Hull' WHERE CompanyID = 2;"
 has "text form" "$(sync --select 2 --preview)" 'item BusinessAddressCity: "Gatineau" -> "Hull"'
@@ -74,7 +85,6 @@ put() { "$bin" contacts put "${ol[@]}" --json -; }
 jane=$(put <<<'{"FullName": "Jane Q Public", "FirstName": "Jane", "LastName": "Public", "CompanyName": "Public Works", "BusinessAddressCity": "Ottawa"}')
 preview_then_run from-outlook --direction 3 --select "$jane"
 same "company made" "$(action "$work/out/from-outlook-report.json" "$jane")" create-company
-count() { /usr/bin/python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["summary"][sys.argv[2]])' "$@"; }
 same "to make again next run" "$(count "$work/out/from-outlook-report.json" companiesToCreateAgain)" 1
 preview_then_run again --direction 3 --select "$jane"
 same "made again" "$(count "$work/out/again-report.json" companiesCreatedAgain)" 1
@@ -88,6 +98,19 @@ same "paired with the company made" "$(sq "SELECT CompanyNum FROM OutlookSync WH
 preview_then_run paired --direction 3 --select "$ann" --pair-created
 same "updated, not made again" "$(action "$work/out/paired-preview.json" "$ann")" nothing
 same "one Lee Bakery" "$(hq "SELECT count(*) FROM Companies WHERE CompanyName = 'Lee Bakery';")" 1
+
+# An item named like a host contact of another company: its company and its contact are found by
+# name, and the contact's company is not the item's: warned.
+IFS='|' read -r other_co someone <<<"$(hq "SELECT c.CompanyName, p.DisplayName FROM Companies c, Contacts p
+  WHERE c.CompanyID = 3 AND p.CompanyNum = 4 LIMIT 1;")"
+stray=$(put <<<"{\"FullName\": \"$someone\", \"CompanyName\": \"$other_co\"}")
+preview_then_run stray --direction 3 --select "$stray"
+r="$work/out/stray-report.json"
+same "company by name" "$(field "$r" "$stray" foundBy)" name
+same "contact by name" "$(field "$r" "$stray" contactFoundBy)" name
+has "another company warned" "$(field "$r" "$stray" warnings)" "contact found by name at another company"
+same "name matches counted" "$(count "$r" nameMatches)" 2
+has "text form" "$("$bin" report show last "${ol[@]}")" 'warning: contact found by name at another company'
 
 # An error is in the report with its record and where it happened.
 hq "UPDATE Contacts SET Birthday = 'someday' WHERE CompanyNum = 1 AND DefaultContact = 1;"

@@ -22,7 +22,10 @@ RunPlan planWith(const std::string& name) {
   r.action = "update-item";
   r.changes.push_back({"item", "BusinessAddressCity", "Kingston", "Gatineau\n(2)"});
   r.errors.push_back({13, "Type mismatch", "kvoutlookdx.dll-clsOutlookSynchronization-x"});
+  r.foundBy = "name";
+  r.warnings.push_back("its Outlook contact is also paired with company 2");
   plan.records.push_back(r);
+  plan.itemsPairedTwice = 1;
   return plan;
 }
 
@@ -45,10 +48,25 @@ TEST(ReportStoreTest, ReportsOfOneSecondKeepTheirOrderAndReadBackWhole) {
   EXPECT_EQ(last.records.at(0).name, "Run 11");
   EXPECT_EQ(last.records.at(0).changes.at(0).after, "Gatineau\n(2)");
   EXPECT_EQ(last.records.at(0).errors.at(0).location, "kvoutlookdx.dll-clsOutlookSynchronization-x");
+  EXPECT_EQ(last.records.at(0).foundBy, "name");
+  EXPECT_EQ(last.records.at(0).warnings, planWith("").records.at(0).warnings);
+  EXPECT_EQ(last.itemsPairedTwice, 1);
   EXPECT_TRUE(fs::exists(folder / (ids.back() + ".txt")));
   EXPECT_EQ(testing::errorOf([&] { readReport(folder, "19990101-000000"); }), kFileNotFound);
   std::ofstream(folder / "20000101-000000.json") << "{\"format\": \"something else\"}";
   EXPECT_EQ(testing::errorOf([&] { readReport(folder, "20000101-000000"); }), kTypeMismatch);
+}
+
+// Reports written before pairings by name were told apart still read: nothing found by name.
+TEST(ReportStoreTest, ReportsWithoutNameMatchesRead) {
+  auto json = toJson(planWith("old"));
+  for (auto* member : {"nameMatches", "itemsPairedTwice", "contactsAtAnotherCompany"})
+    json["summary"].erase(member);
+  for (auto* member : {"foundBy", "contactFoundBy", "warnings"}) json["records"][0].erase(member);
+  RunPlan plan = planFromJson(json);
+  EXPECT_EQ(plan.records.at(0).foundBy, "none");
+  EXPECT_TRUE(plan.records.at(0).warnings.empty());
+  EXPECT_EQ(plan.itemsPairedTwice, 0);
 }
 
 // Old reports go by count and by age; the one just written stays whatever the limits say.
