@@ -32,6 +32,26 @@ std::string thisRun() {
          ", started " + when;
 }
 
+// Tries `take` until it succeeds or `wait` is over, asking `holder` who has the lock while it
+// is held elsewhere and telling `waiting` once. Answers Held or Busy (holder_ names who).
+SchemeLock::State waitFor(const std::function<bool()>& take,
+                          const std::function<std::string()>& holder,
+                          std::chrono::milliseconds wait,
+                          const std::function<void(const std::string&)>& waiting,
+                          std::string& holderOut) {
+  const auto until = Clock::now() + wait;
+  bool told = false;
+  while (!take()) {
+    holderOut = holder();
+    if (Clock::now() >= until) return SchemeLock::State::Busy;
+    if (!told && waiting) waiting(holderOut);
+    told = true;
+    std::this_thread::sleep_for(kPoll);
+  }
+  holderOut.clear();
+  return SchemeLock::State::Held;
+}
+
 class FileSchemeLock final : public SchemeLock {
  public:
   FileSchemeLock(const std::string& file, std::chrono::milliseconds wait,
@@ -41,21 +61,18 @@ class FileSchemeLock final : public SchemeLock {
     writable_ = fd_ >= 0;
     if (fd_ < 0) fd_ = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd_ < 0) return;  // NotTaken
-    const auto until = Clock::now() + wait;
-    bool told = false;
-    while (::flock(fd_, LOCK_EX | LOCK_NB) != 0) {
-      if (errno != EWOULDBLOCK && errno != EINTR) return;
-      holder_ = readHolder();
-      if (Clock::now() >= until) {
-        state_ = State::Busy;
-        return;
-      }
-      if (!told && waiting) waiting(holder_);
-      told = true;
-      std::this_thread::sleep_for(kPoll);
+    bool failed = false;
+    auto take = [&] {
+      if (::flock(fd_, LOCK_EX | LOCK_NB) == 0) return true;
+      failed = errno != EWOULDBLOCK && errno != EINTR;
+      return failed;
+    };
+    state_ = waitFor(take, [&] { return readHolder(); }, wait, waiting, holder_);
+    if (failed) {
+      state_ = State::NotTaken;
+      return;
     }
-    state_ = State::Held;
-    holder_.clear();
+    if (state_ == State::Busy) return;
     if (writable_) {
       std::string text = thisRun() + "\n";
       if (::ftruncate(fd_, 0) != 0 || ::pwrite(fd_, text.data(), text.size(), 0) < 0) {
@@ -96,20 +113,8 @@ class ServerSchemeLock final : public SchemeLock {
       db_ = databases::open(location);
       std::string key = std::string(kLockClass) + ", " + std::to_string(scheme);
       db_->exec("SET application_name = 'dossync " + thisRun().substr(0, 54) + "';");
-      const auto until = Clock::now() + wait;
-      bool told = false;
-      while (!tryLock(key)) {
-        holder_ = findHolder(scheme);
-        if (Clock::now() >= until) {
-          state_ = State::Busy;
-          return;
-        }
-        if (!told && waiting) waiting(holder_);
-        told = true;
-        std::this_thread::sleep_for(kPoll);
-      }
-      state_ = State::Held;
-      holder_.clear();
+      state_ = waitFor([&] { return tryLock(key); }, [&] { return findHolder(scheme); }, wait,
+                       waiting, holder_);
     } catch (const RuntimeError&) {
       db_.reset();  // NotTaken: the run reports the database it cannot reach
       state_ = State::NotTaken;

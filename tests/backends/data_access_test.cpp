@@ -481,8 +481,9 @@ TEST_P(SnapshotTest, OthersWritesShowWhenIdleOwnWritesAtOnce) {
     std::string during = nameOf("5");
     // Still the procedure's snapshot, unless the machine was so slow that the snapshot reached
     // its age limit and was renewed (which is allowed).
-    if (std::chrono::steady_clock::now() - began < sql::Database::kSnapshotAge)
+    if (std::chrono::steady_clock::now() - began < sql::Database::kSnapshotAge) {
       EXPECT_EQ(during, "Beta Co.");
+    }
     rename("2", "Acme Renamed");
     EXPECT_EQ(nameOf("2"), "Acme Renamed");  // our own write, inside the same procedure
     // A write after another program's, made while this connection still reads its snapshot,
