@@ -69,7 +69,9 @@ else
     bad "full disk error: $(head -c 400 "$work/full.err")"
   rm -f "$small/filler"
   companies=$(sqlite3 "$small/h.db" "SELECT count(*) FROM Companies;")
-  [[ $companies -gt 0 && $companies -lt 400 ]] && ok || bad "some companies saved: $companies"
+  # Writes are grouped by time: on a fast machine the whole run may be one group, which the full
+  # disk then refuses as a whole; either way not every client fits.
+  [[ $companies -lt 400 ]] && ok || bad "every company saved on a full disk: $companies"
   sqlite3 "$work/full.db" "ATTACH '$small/h.db' AS h;
     SELECT count(*) FROM OutlookSync WHERE CompanyNum > 0;
     SELECT count(*) FROM OutlookSync o WHERE CompanyNum > 0
