@@ -87,6 +87,11 @@ std::string reportsFolder(const std::string& spec, const std::string& profile) {
   return (std::filesystem::path(profileFolder(spec, profile)) / "reports").string();
 }
 
+bool isPlainStore(const std::string& spec) {
+  if (spec.rfind("vdir:", 0) != 0) return false;
+  return isPlain(spec, vdirRoot(spec));
+}
+
 void registerOutlook(const std::string& spec, bool insecure) {
   if (isServerStore(spec)) {
     auto settings = cardDavSettings(spec, insecure);

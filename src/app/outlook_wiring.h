@@ -41,6 +41,10 @@ std::string reportsFolder(const std::string& outlookSpec, const std::string& pro
 // TLS certificate is not verified.
 void registerOutlook(const std::string& outlookSpec, bool insecure = false);
 
+// Whether `vdir:DIR` names a plain vdir (cards in DIR itself, as khard and vdirsyncer keep them),
+// which dossync uses as its one profile.
+bool isPlainStore(const std::string& outlookSpec);
+
 // Whether the store names a server (whose logon is worth checking before any work).
 bool isServerStore(const std::string& outlookSpec);
 

@@ -53,13 +53,6 @@ bool existingDatabase(const std::string& location) {
   return fs::is_regular_file(location, ec) && fs::file_size(location, ec) > 0 && isSqliteFile(location);
 }
 
-bool hasCards(const fs::path& dir) {
-  std::error_code ec;
-  for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec))
-    if (it->path().extension() == ".vcf") return true;
-  return false;
-}
-
 }  // namespace
 
 int refuseMistakenDatabases(const std::string& hostDb, const std::string& syncDb,
@@ -117,7 +110,7 @@ int prepareStore(const std::string& spec, const std::string& profile, StoreUse u
   std::error_code ec;
   bool rootThere = fs::is_directory(root, ec);
   if (use == StoreUse::Read) {
-    present = rootThere && (fs::is_directory(fs::path(folder) / "contacts", ec) || hasCards(root));
+    present = rootThere && (fs::is_directory(fs::path(folder) / "contacts", ec) || isPlainStore(spec));
     if (!rootThere && !spec.empty()) {
       err << "dossync: there is no Outlook store at " << root.string()
           << ": check --outlook (vdir:DIR names a folder of vCard files)\n";
