@@ -111,7 +111,7 @@ json toJson(const RunPlan& plan) {
       json& change = changes.emplace_back(json::object());
       change["target"] = c.target;
       change["field"] = c.field;
-      change["old"] = c.before;
+      if (c.beforeKnown) change["old"] = c.before;
       change["new"] = c.after;
     }
     json& added = record["added"] = json::array();
@@ -159,7 +159,7 @@ RunPlan planFromJson(const json& j) {
     p.contactFoundBy = r.value("contactFoundBy", "");
     for (const auto& c : r.at("changes"))
       p.changes.push_back({c.at("target").get<std::string>(), c.at("field").get<std::string>(),
-                           c.at("old").get<std::string>(), c.at("new").get<std::string>()});
+                           c.value("old", ""), c.at("new").get<std::string>(), c.contains("old")});
     for (const auto& a : r.at("added")) {
       AddedRow row{a.at("table").get<std::string>(), {}};
       for (const auto& [k, v] : a.at("fields").items()) row.fields.emplace_back(k, v.get<std::string>());
@@ -233,9 +233,14 @@ std::string toText(const RunPlan& plan) {
       }
       out << "\n";
     }
-    for (const auto& c : r.changes)
-      out << "    " << c.target << " " << c.field << ": " << shown(c.before) << " -> "
-          << shown(c.after) << "\n";
+    for (const auto& c : r.changes) {
+      out << "    " << c.target << " " << c.field << ": ";
+      if (c.beforeKnown) {
+        out << shown(c.before) << " -> " << shown(c.after) << "\n";
+      } else {
+        out << "changed to " << shown(c.after) << "\n";
+      }
+    }
     for (const auto& n : r.notes) out << "    note: " << n << "\n";
     for (const auto& w : r.warnings) out << "    warning: " << w << "\n";
     for (const auto& e : r.errors)

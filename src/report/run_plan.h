@@ -30,6 +30,9 @@ namespace dossync::report {
 struct Change {
   std::string target;  // "item" (the Outlook contact) or the host table
   std::string field, before, after;
+  // false: the run never read the old value (Outlook guards the property), so only the new
+  // one is known.
+  bool beforeKnown = true;
 };
 
 struct AddedRow {
