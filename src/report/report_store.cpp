@@ -6,6 +6,8 @@
 #include <fstream>
 #include <system_error>
 
+#include <unistd.h>
+
 #include "core/error.h"
 #include "report/run_recorder.h"
 
@@ -47,14 +49,9 @@ void prune(const fs::path& folder, const std::string& keep, const ReportLimits& 
   }
 }
 
-}  // namespace
-
-fs::path writeReport(const fs::path& folder, RunPlan& plan, const ReportLimits& limits) {
-  std::error_code ec;
-  fs::create_directories(folder, ec);
-  if (ec) throw RuntimeError(kPathNotFound, "Cannot make the reports folder " + folder.string() + ": " + ec.message());
-  // After every report of the same second, so that the order of the ids is the order of the
-  // runs (also when an earlier report of that second was let go).
+// A new report's id: the local time, after every report of the same second, so that the order
+// of the ids is the order of the runs (also when an earlier report of that second was let go).
+std::string newId(const fs::path& folder) {
   const std::string second = localTimestamp(true);
   int after = 0;
   for (const auto& existing : listReports(folder)) {
@@ -63,8 +60,36 @@ fs::path writeReport(const fs::path& folder, RunPlan& plan, const ReportLimits& 
                                 ? 1
                                 : std::atoi(existing.c_str() + second.size() + 1));
   }
-  std::string id = after == 0 ? second : second + "-" + std::to_string(after + 1);
-  plan.id = id;
+  return after == 0 ? second : second + "-" + std::to_string(after + 1);
+}
+
+}  // namespace
+
+fs::path beginReport(const fs::path& folder) {
+  std::error_code ec;
+  fs::create_directories(folder, ec);
+  if (ec) throw RuntimeError(kPathNotFound, "Cannot make the reports folder " + folder.string() + ": " + ec.message());
+  static int serial = 0;
+  return folder / (".running-" + std::to_string(::getpid()) + "-" + std::to_string(++serial));
+}
+
+fs::path endReport(const fs::path& folder, const fs::path& running, RunPlan& plan,
+                   const std::string& extension, const ReportLimits& limits) {
+  plan.id = newId(folder);
+  fs::path path = folder / (plan.id + extension);
+  std::error_code ec;
+  fs::rename(running, path, ec);
+  if (ec) throw RuntimeError(kDiskIO, "Cannot write the report " + path.string() + ": " + ec.message());
+  prune(folder, plan.id, limits);
+  return path;
+}
+
+fs::path writeReport(const fs::path& folder, RunPlan& plan, const ReportLimits& limits) {
+  std::error_code ec;
+  fs::create_directories(folder, ec);
+  if (ec) throw RuntimeError(kPathNotFound, "Cannot make the reports folder " + folder.string() + ": " + ec.message());
+  plan.id = newId(folder);
+  const std::string& id = plan.id;
   writeFile(folder / (id + ".txt"), toText(plan));
   writeFile(folder / (id + ".json"), toJson(plan).dump() + "\n");  // compact: the .txt is for reading
   prune(folder, id, limits);

@@ -22,8 +22,17 @@ struct ReportLimits {
   int keepDays = kKeepDays;
 };
 
-// Writes the plan (setting its id) and removes what the limits no longer keep. Answers the
-// path of the JSON file.
+// A run's report is written as the run goes: beginReport answers a hidden file in the folder
+// (made with it) to write it into; endReport gives that file its id (plan.id is set) and the
+// extension of its format, notes the plan's summary in the folder's index, and removes what the
+// limits no longer keep. Answers the report's path.
+std::filesystem::path beginReport(const std::filesystem::path& folder);
+std::filesystem::path endReport(const std::filesystem::path& folder,
+                                const std::filesystem::path& running, RunPlan& plan,
+                                const std::string& extension, const ReportLimits& limits = {});
+
+// Writes the whole plan at once (setting its id) and removes what the limits no longer keep.
+// Answers the path of the JSON file.
 std::filesystem::path writeReport(const std::filesystem::path& folder, RunPlan& plan,
                                   const ReportLimits& limits = {});
 // The ids of the reports in the folder, oldest first (none when there is no folder).

@@ -67,6 +67,7 @@ struct RunPlan {
   std::string id;               // the report's name in its folder ("" for a preview)
   std::string started, finished;  // local time, ISO 8601
   double seconds = 0;
+  bool interrupted = false;  // the run was stopped (SIGINT, SIGTERM) before its end
   std::vector<std::pair<std::string, std::string>> settings;
   std::vector<RecordPlan> records;
   std::vector<ErrorNote> errors;  // reported outside any record
