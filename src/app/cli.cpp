@@ -168,6 +168,11 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   syncCmd->add_option("--keep-days", sync.keepDays,
                       "How many days a report is kept (0: for ever; default 90)")
       ->check(CLI::NonNegativeNumber);
+  syncCmd->add_option("--keep-size", sync.keepBytes,
+                      "How much the profile's reports may take together, as 200MB, 1G or "
+                      "bytes (0: no limit; default 200MB)")
+      ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::NonNegativeNumber);
 
   ReportOptions reportOptions;
   auto* reportCmd = app.add_subcommand("report", "The reports of past runs (of a store's profile)");

@@ -1,4 +1,6 @@
-// dossync report: the reports of past runs, kept in the profile's reports/ folder.
+// dossync report: the reports of past runs, kept in the profile's reports folder (and those an
+// earlier version kept in the profile's own folder).
+#include <algorithm>
 #include <filesystem>
 #include <ostream>
 
@@ -8,15 +10,48 @@
 #include "report/report_store.h"
 
 namespace dossync::app {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The report with that id ("last": the newest) in the first of the folders that has it.
+report::RunPlan readFrom(const std::vector<fs::path>& folders, const std::string& id) {
+  if (id == "last") {
+    std::string newest;
+    const fs::path* where = nullptr;
+    for (const auto& folder : folders) {
+      auto ids = report::listReports(folder);
+      if (!ids.empty() && (!where || report::earlierReport(newest, ids.back()))) {
+        newest = ids.back();
+        where = &folder;
+      }
+    }
+    if (!where) throw RuntimeError(kFileNotFound, "No reports in " + folders.back().string());
+    return report::readReport(*where, newest);
+  }
+  for (auto it = folders.rbegin(); it != folders.rend(); ++it) {
+    try {
+      return report::readReport(*it, id);
+    } catch (const RuntimeError& e) {
+      if (e.number() != kFileNotFound) throw;
+    }
+  }
+  throw RuntimeError(kFileNotFound, "No report " + id + " in " + folders.back().string());
+}
+
+}  // namespace
 
 int runReport(const ReportOptions& o, std::ostream& out, std::ostream& err) {
-  std::filesystem::path folder;
   try {
     // The store and profile as sync takes them from a URL holding a user name.
     Credentials store = resolveCredentials(o.outlook, o.profile, {});
-    folder = reportsFolder(store.outlook, store.profile);
+    std::vector<fs::path> folders;
+    if (std::string old = oldReportsFolder(store.outlook, store.profile); !old.empty())
+      folders.emplace_back(old);
+    folders.emplace_back(reportsFolder(store.outlook, store.profile));  // searched first
+
     if (o.action == "show") {
-      report::RunPlan plan = report::readReport(folder, o.id);
+      report::RunPlan plan = readFrom(folders, o.id);
       if (o.json) {
         out << report::toJson(plan).dump(2) << "\n";
       } else {
@@ -24,37 +59,45 @@ int runReport(const ReportOptions& o, std::ostream& out, std::ostream& err) {
       }
       return kExitOk;
     }
-    auto ids = report::listReports(folder);
+
+    std::vector<report::ReportEntry> entries;
+    for (const auto& folder : folders) {
+      auto more = report::reportEntries(folder);
+      entries.insert(entries.end(), more.begin(), more.end());
+    }
+    std::stable_sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) {
+      return report::earlierReport(a.id, b.id);
+    });
     if (o.json) {
       nlohmann::ordered_json list = nlohmann::ordered_json::array();
-      for (const auto& id : ids) {
-        report::RunPlan plan = report::readReport(folder, id);
-        list.push_back({{"id", id},
-                        {"started", plan.started},
-                        {"finished", plan.finished},
-                        {"records", plan.records.size()},
-                        {"errors", plan.errorCount()}});
+      for (const auto& e : entries) {
+        nlohmann::ordered_json item = {{"id", e.id},
+                                       {"kind", e.kind},
+                                       {"started", e.started},
+                                       {"finished", e.finished},
+                                       {"direction", e.direction},
+                                       {"records", e.records},
+                                       {"errors", e.errors},
+                                       {"interrupted", e.interrupted},
+                                       {"bytes", e.bytes},
+                                       {"summary", e.summary}};
+        if (!e.unreadable.empty()) item["unreadable"] = e.unreadable;
+        list.push_back(std::move(item));
       }
       out << list.dump(2) << "\n";
       return kExitOk;
     }
-    if (ids.empty()) {
-      out << "No reports in " << folder.string() << "\n";
+    if (entries.empty()) {
+      out << "No reports in " << folders.back().string() << "\n";
       return kExitOk;
     }
-    for (const auto& id : ids) {
-      report::RunPlan plan;
-      try {
-        plan = report::readReport(folder, id);
-      } catch (const RuntimeError& e) {
-        out << id << "  (unreadable: " << e.description() << ")\n";  // the others still list
+    for (const auto& e : entries) {
+      if (!e.unreadable.empty()) {
+        out << e.id << "  (unreadable: " << e.unreadable << ")\n";  // the others still list
         continue;
       }
-      std::string direction;
-      for (const auto& [k, v] : plan.settings)
-        if (k == "direction") direction = v;
-      out << id << "  " << plan.started << "  direction " << direction << "  "
-          << report::summaryLine(plan) << "\n";
+      out << e.id << "  " << e.started << "  direction " << e.direction << "  " << e.summary
+          << (e.interrupted ? "  (interrupted)" : "") << "\n";
     }
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";

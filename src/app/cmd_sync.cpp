@@ -166,7 +166,7 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
   auto outcome = std::make_shared<RunOutcome>();
   auto recorder = makeReportingRecorder(
       o.outlook, [profile = o.profile] { return profile; },
-      report::ReportLimits{o.keepReports, o.keepDays}, outcome);
+      report::ReportLimits{o.keepReports, o.keepDays, o.keepBytes}, outcome);
   recorder->setSetting("syncDatabase", o.syncDb);
   recorder->setSetting("outlook", o.outlook.empty() ? "vdir (the default store)" : o.outlook);
   recorder->setSetting("profile", o.profile);

@@ -35,6 +35,7 @@ struct SyncOptions {
   bool replaceSyncDb = false;
   int wait = 60;  // seconds to wait for another run of the scheme
   int keepReports = 100, keepDays = 90;  // report/report_store.h's limits
+  int64_t keepBytes = 200LL * 1024 * 1024;
 };
 int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err);
 

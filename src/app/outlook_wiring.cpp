@@ -83,7 +83,15 @@ std::string profileFolder(const std::string& spec, const std::string& profile) {
 
 std::string reportsFolder(const std::string& spec, const std::string& profile) {
   std::string root = vdirRoot(spec);
-  if (isPlain(spec, root)) return (stateRoot() / "reports" / vdir::plainVdirName(root)).string();
+  std::filesystem::path reports = stateRoot() / "reports";
+  if (isPlain(spec, root)) return (reports / vdir::plainVdirName(root)).string();
+  std::string name = vdir::profileName(root, profile);
+  if (spec.empty()) return (reports / name).string();
+  return (reports / vdir::plainVdirName(root) / name).string();
+}
+
+std::string oldReportsFolder(const std::string& spec, const std::string& profile) {
+  if (isPlain(spec, vdirRoot(spec))) return "";
   return (std::filesystem::path(profileFolder(spec, profile)) / "reports").string();
 }
 

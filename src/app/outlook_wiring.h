@@ -32,10 +32,17 @@ std::string vdirRoot(const std::string& outlookSpec);
 // profile name that is no folder name.
 std::string profileFolder(const std::string& outlookSpec, const std::string& profile);
 
-// Where the reports of that profile's runs are kept: its folder's reports/; for a plain vdir
-// $XDG_STATE_HOME/dossync/reports/<name> (~/.local/state/dossync/... by default), <name> made
-// from the folder (vdir::plainVdirName).
+// Where the reports of that profile's runs are kept, under $XDG_STATE_HOME/dossync/reports
+// (~/.local/state/dossync/reports by default), one folder per store and profile:
+//   the default store          reports/<profile>;
+//   a plain vdir               reports/<name>, <name> made from the folder (vdir::plainVdirName);
+//   a profiles root, CardDAV   reports/<name>/<profile>, <name> made the same way from the root
+//                              (for CardDAV, its copy's root: one per server and address book).
+// Throws RuntimeError 5 as profileFolder does.
 std::string reportsFolder(const std::string& outlookSpec, const std::string& profile);
+// Where the reports of that profile were kept before: its folder's reports/ ("" for a plain
+// vdir, whose reports never moved).
+std::string oldReportsFolder(const std::string& outlookSpec, const std::string& profile);
 
 // Registers the store with the platform as "Outlook.Application". `insecure`: a CardDAV server's
 // TLS certificate is not verified.

@@ -1,12 +1,19 @@
-// The reports of one Outlook profile, in its folder's reports/ subfolder: each run's report as
-// <id>.json (run_plan.h's shape) and <id>.txt (the same as text), the id being the local time
-// the run ended, "20261125-171502" (with "-2", "-3"... when that second is taken).
-// Kept: the newest kKeepCount reports, and none older than kKeepDays days (by the time of its
-// file); the report just written is always kept. Limits of 0 keep everything.
+// The reports of one Outlook profile, in a folder of their own: each run's report as
+// <id>.jsonl.zst (report_file.h), or, for reports written before it, <id>.json (run_plan.h's
+// shape) with <id>.txt beside it. The id is the local time the run ended, "20261125-171502"
+// (with "-2", "-3"... when that second is taken).
+// Kept: the newest kKeepCount reports, none older than kKeepDays days (by the time of its file),
+// and the newest ones that fit in kKeepBytes together; the report just written is always kept.
+// A limit of 0 keeps everything.
+// The folder's index.jsonl holds one line per report (its id, times, counts and summary line),
+// so that listing does not read the reports; it is rebuilt from the files it does not match.
+// A run killed before its end leaves its hidden .running-* file, which is never listed and is
+// removed once its process is gone and it is a day old.
 // Errors are RuntimeError naming the file or folder.
-// Thread use: any; one writer per folder at a time.
+// Thread use: any; the index is changed under a lock file, .index.lock.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -18,8 +25,22 @@ namespace dossync::report {
 struct ReportLimits {
   static constexpr int kKeepCount = 100;
   static constexpr int kKeepDays = 90;
+  static constexpr int64_t kKeepBytes = 200LL * 1024 * 1024;
   int keepCount = kKeepCount;
   int keepDays = kKeepDays;
+  int64_t keepBytes = kKeepBytes;
+};
+
+// A report as the folder's index gives it.
+struct ReportEntry {
+  std::filesystem::path folder;
+  std::string id;
+  std::string kind, started, finished, direction;
+  std::string summary;  // summaryLine() of the report
+  int64_t records = 0, errors = 0;
+  int64_t bytes = 0;  // of its files together
+  bool interrupted = false;
+  std::string unreadable;  // why the report could not be read ("" when it could)
 };
 
 // A run's report is written as the run goes: beginReport answers a hidden file in the folder
@@ -31,14 +52,22 @@ std::filesystem::path endReport(const std::filesystem::path& folder,
                                 const std::filesystem::path& running, RunPlan& plan,
                                 const std::string& extension, const ReportLimits& limits = {});
 
-// Writes the whole plan at once (setting its id) and removes what the limits no longer keep.
-// Answers the path of the JSON file.
+// Writes the whole plan at once as <id>.json and <id>.txt (setting its id) and removes what the
+// limits no longer keep. Answers the path of the JSON file.
 std::filesystem::path writeReport(const std::filesystem::path& folder, RunPlan& plan,
                                   const ReportLimits& limits = {});
-// The ids of the reports in the folder, oldest first (none when there is no folder).
+// The ids of the reports in the folder, oldest first (none when there is no folder), from the
+// names of its files.
 std::vector<std::string> listReports(const std::filesystem::path& folder);
+// The reports in the folder, oldest first, from its index; a report the index does not list
+// (or lists with other sizes) is read and the index written again. A folder that cannot be
+// written to is still listed.
+std::vector<ReportEntry> reportEntries(const std::filesystem::path& folder);
 // The report with that id, or the newest for "last". Throws RuntimeError kFileNotFound naming
 // the folder when there is no such report, kTypeMismatch naming the file when it is not one.
 RunPlan readReport(const std::filesystem::path& folder, const std::string& id);
+
+// Whether id `a` names an earlier run than `b`.
+bool earlierReport(const std::string& a, const std::string& b);
 
 }  // namespace dossync::report

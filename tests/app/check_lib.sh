@@ -1,5 +1,7 @@
 # Shared by the command line test scripts (sourced): pass and fail counting and the closing
 # line "NAME: N passed, N failed". The caller sets its own work folder and cleanup.
+# dossync keeps the reports of runs under $XDG_STATE_HOME: the test's own, never the real one.
+export XDG_STATE_HOME="${work:?set work before sourcing check_lib.sh}/state"
 passed=0 failed=0
 ok() { passed=$((passed + 1)); }
 bad() { failed=$((failed + 1)); echo "FAIL $*"; }

@@ -5,6 +5,7 @@ set -uo pipefail
 bin=$1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+export XDG_STATE_HOME="$work/state"  # the reports of the runs
 failed=0
 h="$work/h.db" s="$work/s.db" cards="$work/ol/default/contacts"
 "$bin" demo-data "$h" --companies 3000 --seed 11 >/dev/null

@@ -122,7 +122,29 @@ has "error's location" "$shown" "error 13 in kvoutlookdx.dll-clsOutlookSynchroni
 # Reports kept: the newest N, the one just written always.
 sync --select 1 --keep-reports 2 >/dev/null 2>&1
 same "reports kept" "$("$bin" report list "${ol[@]}" | wc -l)" 2
-same "no report: said so" "$("$bin" report show 19990101-000000 "${ol[@]}" 2>&1)" \
-  "dossync: No report 19990101-000000 in $(dirname "$cards")/reports"
+has "no report: said so" "$("$bin" report show 19990101-000000 "${ol[@]}" 2>&1)" \
+  "dossync: No report 19990101-000000 in $XDG_STATE_HOME/dossync/reports/"
+
+# Reports live under $XDG_STATE_HOME, a folder per store and profile; those an earlier version
+# kept in the profile's folder are still listed and shown; --keep-size; a list of 100 reports.
+out=$(sync --select 1 2>/dev/null)
+folder=$(dirname "$(sed -n 's/^Report: //p' <<<"$out")")
+[[ $store_kind == carddav ]] && profile=alice || profile=default
+same "state folder per store and profile" "${folder%/*/*}|${folder##*/}" "$XDG_STATE_HOME/dossync/reports|$profile"
+old="$(dirname "$cards")/reports"
+mkdir -p "$old"
+"$bin" report show last --json "${ol[@]}" >"$old/20000101-000000.json"
+same "old report listed first" "$("$bin" report list "${ol[@]}" | head -1 | cut -c1-15)" 20000101-000000
+has "old report shown" "$("$bin" report show 20000101-000000 "${ol[@]}")" "direction"
+same "--keep-size 1G accepted" "$(sync --select 1 --keep-size 1G >/dev/null 2>&1; echo $?)" 0
+same "--keep-size lots refused" "$(sync --select 1 --keep-size lots >/dev/null 2>&1; echo $?)" 64
+sync --select 1 --keep-size 1 >/dev/null 2>&1
+same "--keep-size: the new one alone" "$("$bin" report list "${ol[@]}" | wc -l)|$(ls "$old")" "2|20000101-000000.json"
+for i in $(seq 10 109); do cp "$old/20000101-000000.json" "$folder/20010101-000$i.json"; done
+listed=$("$bin" report list "${ol[@]}")
+same "100 reports listed" "$(grep -c '^20010101-000.*direction 2' <<<"$listed")" 100
+same "index of the folder" "$(wc -l <"$folder/index.jsonl")" 101
+same "listed again from the index" "$("$bin" report list "${ol[@]}")" "$listed"
+same "json list" "$("$bin" report list --json "${ol[@]}" | grep -c '"id"')" 102
 
 finish "report cli ($store_kind)"

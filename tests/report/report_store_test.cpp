@@ -6,6 +6,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include <unistd.h>
+
+#include "report/report_file.h"
 #include "test_support.h"
 
 namespace dossync::report {
@@ -86,6 +89,120 @@ TEST(ReportStoreTest, OldReportsGoByCountAndAge) {
   RunPlan d = planWith("d");
   writeReport(folder, d, ReportLimits{1, 0});
   EXPECT_EQ(listReports(folder), (std::vector<std::string>{d.id}));
+}
+
+// A report written as the run goes, `bytes` long (the store never reads it back).
+std::string writeStreamed(const fs::path& folder, int bytes, const ReportLimits& limits) {
+  RunPlan plan = planWith("streamed");
+  fs::path running = beginReport(folder);
+  std::ofstream(running) << std::string(static_cast<size_t>(bytes), 'x');
+  endReport(folder, running, plan, kReportExtension, limits);
+  return plan.id;
+}
+
+void makeOld(const fs::path& file) {
+  fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::hours(24 * 10));
+}
+
+// Size, age and count each bite when they come first, old-style reports (with their text) among
+// the new ones; the report just written stays even alone over the size; the index follows
+// without reading the reports again (these could not be read: the index alone knows them).
+TEST(ReportStoreTest, RetentionBySizeAgeAndCountKeepsTheIndexInStep) {
+  testing::TempDir dir;
+  fs::path folder = fs::path(dir.path()) / "reports";
+  const ReportLimits none{0, 0, 0};
+  RunPlan old = planWith("old style");
+  writeReport(folder, old, none);
+  std::vector<std::string> ids = {old.id};
+  for (int i = 0; i < 5; ++i) ids.push_back(writeStreamed(folder, 1000, none));
+  auto listedIds = [&] {
+    std::vector<std::string> listed;
+    for (const auto& e : reportEntries(folder)) {
+      EXPECT_EQ(e.unreadable, "") << e.id;
+      EXPECT_EQ(e.summary, summaryLine(planWith(""))) << e.id;
+      EXPECT_EQ(e.records, 1);
+      listed.push_back(e.id);
+    }
+    EXPECT_EQ(listed, listReports(folder));
+    return listed;
+  };
+  EXPECT_EQ(listedIds(), ids);
+
+  // 3,500 bytes: the new one and two before it.
+  ids.push_back(writeStreamed(folder, 1000, ReportLimits{0, 0, 3500}));
+  EXPECT_EQ(listedIds(), std::vector<std::string>(ids.end() - 3, ids.end()));
+  EXPECT_FALSE(fs::exists(folder / (old.id + ".txt")));
+
+  // Five days: the middle one, written ten days ago, goes; the older one stays.
+  makeOld(folder / (ids[5] + kReportExtension));
+  ids.push_back(writeStreamed(folder, 1000, ReportLimits{0, 5, 0}));
+  EXPECT_EQ(listedIds(), (std::vector<std::string>{ids[4], ids[6], ids[7]}));
+
+  // Two reports.
+  ids.push_back(writeStreamed(folder, 1000, ReportLimits{2, 0, 0}));
+  EXPECT_EQ(listedIds(), (std::vector<std::string>{ids[7], ids[8]}));
+
+  // A report bigger than the limit is kept, alone.
+  ids.push_back(writeStreamed(folder, 5000, ReportLimits{100, 90, 1000}));
+  auto entries = reportEntries(folder);
+  ASSERT_EQ(entries.size(), 1u);
+  EXPECT_EQ(entries[0].id, ids.back());
+  EXPECT_EQ(entries[0].bytes, 5000);
+}
+
+// The index is made again from the files when it is missing, and mended where it does not match
+// them: a report added by hand, one removed, one rewritten, a line that is not an entry. Files of
+// runs still going are not listed; one left by a process that is gone goes after a day.
+TEST(ReportStoreTest, IndexFollowsTheFiles) {
+  testing::TempDir dir;
+  fs::path folder = fs::path(dir.path()) / "reports";
+  std::vector<std::string> ids;
+  for (int i = 0; i < 3; ++i) {
+    RunPlan plan = planWith("Run " + std::to_string(i));
+    plan.settings = {{"direction", std::to_string(i)}};
+    writeReport(folder, plan);
+    ids.push_back(plan.id);
+  }
+  fs::remove(folder / "index.jsonl");
+  auto entries = reportEntries(folder);
+  ASSERT_EQ(entries.size(), 3u);
+  EXPECT_EQ(entries[2].direction, "2");
+  EXPECT_EQ(entries[2].errors, 1);
+  EXPECT_EQ(entries[2].bytes, static_cast<int64_t>(fs::file_size(folder / (ids[2] + ".json")) +
+                                                   fs::file_size(folder / (ids[2] + ".txt"))));
+  EXPECT_TRUE(fs::exists(folder / "index.jsonl"));
+
+  fs::copy_file(folder / (ids[0] + ".json"), folder / "20991231-235959.json");
+  fs::remove(folder / (ids[1] + ".json"));
+  RunPlan rewritten = planWith("rewritten");
+  rewritten.records.push_back(rewritten.records[0]);
+  std::ofstream(folder / (ids[2] + ".json"), std::ios::trunc) << toJson(rewritten).dump();
+  std::ofstream(folder / "index.jsonl", std::ios::app) << "not an entry\n{\"id\": 1}\n";
+  std::ofstream(folder / ".running-1-1") << "a run still going";
+  entries = reportEntries(folder);
+  ASSERT_EQ(entries.size(), 3u);
+  EXPECT_EQ(entries[0].id, ids[0]);
+  EXPECT_EQ(entries[1].id, ids[2]);
+  EXPECT_EQ(entries[1].records, 2);
+  EXPECT_EQ(entries[2].id, "20991231-235959");
+  EXPECT_EQ(entries[2].direction, "0");
+  std::ifstream index(folder / "index.jsonl");
+  int lines = 0;
+  for (std::string line; std::getline(index, line);) ++lines;
+  EXPECT_EQ(lines, 3);
+
+  // A run of a process that is gone, a day old; one of this process; one of a minute ago.
+  const fs::path gone = folder / ".running-2147483646-1", mine = folder / (".running-" + std::to_string(::getpid()) + "-7");
+  for (const auto& p : {gone, mine}) {
+    std::ofstream(p) << "cut short";
+    fs::last_write_time(p, fs::file_time_type::clock::now() - std::chrono::hours(25));
+  }
+  RunPlan next = planWith("next");
+  writeReport(folder, next);
+  EXPECT_FALSE(fs::exists(gone));
+  EXPECT_TRUE(fs::exists(mine));
+  EXPECT_TRUE(fs::exists(folder / ".running-1-1"));
+  EXPECT_EQ(reportEntries(folder).size(), 4u);
 }
 
 }  // namespace
