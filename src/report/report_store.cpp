@@ -270,29 +270,24 @@ bool writeIndex(const fs::path& folder, const std::vector<ReportEntry>& entries)
   }
   std::error_code ec;
   fs::rename(temp, folder / kIndexName, ec);
-  if (ec) fs::remove(temp, ec);
-  return !ec;
+  if (!ec) return true;
+  fs::remove(temp, ec);
+  return false;
 }
 
 // The folder's reports as the index should list them, oldest first: the index's entries whose
 // files are there with their sizes, `added` (its size taken from its files), and, with
-// readMissing, every other report read from its file. Writes the index again when it differed.
-// Without readMissing, reports the index lacks are left out (and the next listing reads them).
-std::vector<ReportEntry> updateIndex(const fs::path& folder, const ReportEntry* added,
-                                     bool readMissing) {
-  std::unique_ptr<FileLock> lock;
-  try {
-    lock = FileUtil().lock(utf8(folder / kLockName), kIndexWait);
-  } catch (const RuntimeError&) {
-    // Another process holds it for longer than it should: list without writing.
-  }
+// readMissing, every other report read from its file; without it, reports the index lacks are
+// left out. *changed: whether that differs from the index.
+std::vector<ReportEntry> reconcile(const fs::path& folder, const ReportEntry* added,
+                                   bool readMissing, bool* changed) {
   auto files = scan(folder);
   auto indexed = readIndex(folder);
-  bool changed = false;
+  *changed = !fs::exists(folder / kIndexName);
   if (added) {
-    indexed[added->id] = *added;
-    indexed[added->id].bytes = files.count(added->id) ? files[added->id].bytes : -1;
-    changed = true;
+    ReportEntry& entry = indexed[added->id] = *added;
+    entry.bytes = files.count(added->id) ? files[added->id].bytes : -1;
+    *changed = true;
   }
   std::vector<ReportEntry> entries;
   for (const auto& id : sortedIds(files)) {
@@ -300,13 +295,34 @@ std::vector<ReportEntry> updateIndex(const fs::path& folder, const ReportEntry* 
     if (it != indexed.end() && it->second.bytes == files[id].bytes) {
       entries.push_back(std::move(it->second));
       indexed.erase(it);
-    } else if (readMissing) {
+      continue;
+    }
+    *changed = true;
+    if (readMissing) {
       entries.push_back(entryFromFile(folder, id));
       entries.back().bytes = files[id].bytes;
-      changed = true;
     }
   }
-  changed = changed || !indexed.empty() || !fs::exists(folder / kIndexName);
+  *changed = *changed || !indexed.empty();
+  return entries;
+}
+
+// reconcile() with every report read, and the index written again (under its lock) when it
+// differed; a reader that finds the index right writes nothing.
+std::vector<ReportEntry> updateIndex(const fs::path& folder, const ReportEntry* added,
+                                     bool readMissing) {
+  bool changed = false;
+  if (!added) {
+    auto entries = reconcile(folder, nullptr, false, &changed);
+    if (!changed) return entries;
+  }
+  std::unique_ptr<FileLock> lock;
+  try {
+    lock = FileUtil().lock(utf8(folder / kLockName), kIndexWait);
+  } catch (const RuntimeError&) {
+    // Another process holds it for longer than it should: list without writing.
+  }
+  auto entries = reconcile(folder, added, readMissing, &changed);
   if (changed && lock) writeIndex(folder, entries);
   return entries;
 }
