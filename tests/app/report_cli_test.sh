@@ -136,10 +136,11 @@ mkdir -p "$old"
 "$bin" report show last --json "${ol[@]}" >"$old/20000101-000000.json"
 same "old report listed first" "$("$bin" report list "${ol[@]}" | head -1 | cut -c1-15)" 20000101-000000
 has "old report shown" "$("$bin" report show 20000101-000000 "${ol[@]}")" "direction"
-same "--keep-size 1G accepted" "$(sync --select 1 --keep-size 1G >/dev/null 2>&1; echo $?)" 0
+# (The run itself fails: company 1's contact still has a bad birthday.)
+same "--keep-size 1G accepted" "$(sync --select 1 --keep-size 1G 2>&1 | grep -c keep-size)" 0
 same "--keep-size lots refused" "$(sync --select 1 --keep-size lots >/dev/null 2>&1; echo $?)" 64
 sync --select 1 --keep-size 1 >/dev/null 2>&1
-same "--keep-size: the new one alone" "$("$bin" report list "${ol[@]}" | wc -l)|$(ls "$old")" "2|20000101-000000.json"
+same "--keep-size: the new one alone" "$("$bin" report list "${ol[@]}" | wc -l)|$(ls "$old"/*.json)" "2|$old/20000101-000000.json"
 for i in $(seq 10 109); do cp "$old/20000101-000000.json" "$folder/20010101-000$i.json"; done
 listed=$("$bin" report list "${ol[@]}")
 same "100 reports listed" "$(grep -c '^20010101-000.*direction 2' <<<"$listed")" 100
