@@ -13,9 +13,11 @@
 #include <QTreeWidget>
 #include <QUrl>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <sstream>
 
 #include "app/cmd_wizard.h"
@@ -36,12 +38,20 @@ class QtWizardTest : public testing::WizardTest {
   }
   void SetUp() override {
     WizardTest::SetUp();
+    // Finish writes the run's report under $XDG_STATE_HOME: the test's own folder.
+    if (const char* state = std::getenv("XDG_STATE_HOME")) savedState = state;
+    ::setenv("XDG_STATE_HOME", (std::filesystem::path(dir.path()) / "state").c_str(), 1);
     qtForm = std::make_shared<qt::QtWizard>();
   }
   void TearDown() override {
     qtForm.reset();
+    if (savedState)
+      ::setenv("XDG_STATE_HOME", savedState->c_str(), 1);
+    else
+      ::unsetenv("XDG_STATE_HOME");
     WizardTest::TearDown();
   }
+  std::optional<std::string> savedState;
   QPushButton* button(const char* name, int index = -1) {
     return qobject_cast<QPushButton*>(qtForm->dialog().widget(name, index));
   }
