@@ -4,7 +4,10 @@
 #include <chrono>
 #include <cstdio>
 
+#include <unistd.h>
+
 #include "core/apartment.h"
+#include "core/run_stop.h"
 #include "core/synchronization.h"
 #include "core/value.h"
 #include "hostdb/recordset.h"
@@ -42,6 +45,27 @@ std::string directionName(int32_t d) {
 // "company 9 \"Twin Ltd.\"".
 std::string describe(const RecordPlan& r) {
   return r.kind + " " + r.key + (r.name.empty() ? "" : " \"" + r.name + "\"");
+}
+
+// What a record that was not chosen notes: its pairing is saved all the same.
+const char* const kNotChosenNone = "not chosen: its pairing is saved all the same, with no item";
+const char* const kNotChosenFound =
+    "not chosen: its pairing is saved all the same, with the item the look-up found";
+
+// Builds with libzstd compress; others store the lines in uncompressed frames.
+#ifdef DOSSYNC_HAVE_ZSTD
+constexpr bool kCompress = true;
+#else
+constexpr bool kCompress = false;
+#endif
+
+// The one static text of each action or look-up, for what is kept of earlier records.
+const char* staticText(const std::string& s) {
+  for (const char* known : RunCounts::kActionNames)
+    if (s == known) return known;
+  for (const char* known : {"mapping", "name", "none"})
+    if (s == known) return known;
+  return "";
 }
 
 // The name of the host company a contact is at ("" none).
@@ -83,9 +107,16 @@ void RunRecorder::runStarted(clsOutlookSynchronization& c) {
   plan_ = RunPlan{};
   plan_.kind = preview_ ? "preview" : "report";
   plan_.started = localTimestamp();
+  plan_.counts.emplace();
   startedAt_ = monotonicSeconds();
   inRecord_ = false;
   pairedItems_.clear();
+  currentPairing_ = nullptr;
+  late_.clear();
+  listed_ = 0;
+  writer_.reset();
+  file_.clear();
+  writeError_.clear();
   auto& s = plan_.settings;
   s.emplace_back("direction", directionName(c.SyncDirectionType()));
   s.emplace_back("information", std::to_string(c.SyncInformationType()));
@@ -103,14 +134,47 @@ void RunRecorder::runStarted(clsOutlookSynchronization& c) {
       s.push_back(kv);
     }
   }
+  try {
+    file_ = preview_ ? previewFile_ : open ? open(plan_) : std::filesystem::path();
+    if (file_.empty()) return;
+    writer_ = std::make_unique<ReportWriter>(file_, kCompress);
+    writer_->head(plan_);
+  } catch (const std::exception& e) {
+    writeFailed(e);
+  }
 }
 
 void RunRecorder::runFinished(clsOutlookSynchronization&) {
   if (inRecord_) recordFinished();
   plan_.finished = localTimestamp();
   plan_.seconds = monotonicSeconds() - startedAt_;
+  plan_.interrupted = runStopRequested();
+  plan_.counts->errors += static_cast<int32_t>(plan_.errors.size());
   component_ = nullptr;
-  if (finished) finished(plan_);
+  pairedItems_.clear();
+  try {
+    if (writer_) writer_->tail(plan_, late_);
+  } catch (const std::exception& e) {
+    writeFailed(e);
+  }
+  writer_.reset();
+  late_.clear();
+  if (preview_) {
+    // The plan as the file has it, records and all.
+    RunPlan written = readReportFile(file_);
+    written.id.clear();
+    plan_ = std::move(written);
+    return;
+  }
+  if (finished) finished(plan_, file_, writeError_);
+}
+
+void RunRecorder::writeFailed(const std::exception& e) {
+  writer_.reset();
+  if (writeError_.empty()) {
+    auto* error = dynamic_cast<const RuntimeError*>(&e);
+    writeError_ = error ? error->description() : e.what();
+  }
 }
 
 std::shared_ptr<outlook::Application> RunRecorder::watch(std::shared_ptr<outlook::Application> app) {
@@ -131,17 +195,17 @@ std::shared_ptr<outlook::Application> RunRecorder::watch(std::shared_ptr<outlook
 }
 
 RecordPlan* RunRecorder::current() {
-  return inRecord_ ? &plan_.records.back() : nullptr;
+  return inRecord_ ? &current_ : nullptr;
 }
 
 void RunRecorder::recordStarted(Kind kind, const std::string& key) {
   if (inRecord_) recordFinished();
-  RecordPlan r;
-  r.kind = kindName(kind);
-  r.key = key;
-  if (kind == Kind::OutlookItem) r.outlookId = key;
-  plan_.records.push_back(std::move(r));
+  current_ = RecordPlan{};
+  current_.kind = kindName(kind);
+  current_.key = key;
+  if (kind == Kind::OutlookItem) current_.outlookId = key;
   inRecord_ = true;
+  currentPairing_ = nullptr;
   itemSaved_ = itemCreated_ = madeBefore_ = lookedUp_ = false;
   if (kind != Kind::OutlookItem || !component_ || !apartment().syncDb) return;
   // Whether an earlier run made a company from this item and paired it with -1.
@@ -169,15 +233,42 @@ void RunRecorder::paired(const std::string& hostNumber, const std::string& outlo
   if (r->kind == "outlook-item" || outlookID.empty()) return;
   // One Outlook contact for two host records (two companies of one name): each run writes one
   // record's values over the other's.
-  auto [at, first] = pairedItems_.try_emplace(outlookID, ItemPairing{plan_.records.size() - 1, 0});
-  if (first) return;
-  RecordPlan& earlier = plan_.records[at->second.record];
-  const std::string risk = " in this run: both write to one Outlook contact";
-  if (at->second.more++ == 0) {
-    ++plan_.itemsPairedTwice;
-    earlier.warnings.push_back("its Outlook contact is also paired with " + describe(*r) + risk);
+  auto [at, first] = pairedItems_.try_emplace(std::hash<std::string>{}(outlookID));
+  ItemPairing& earlier = at->second;
+  if (first) {
+    earlier.key = r->key;
+    earlier.name = r->name;
+    currentPairing_ = &earlier;
+    return;
   }
-  r->warnings.push_back("its Outlook contact is also paired with " + describe(earlier) + risk);
+  const std::string risk = " in this run: both write to one Outlook contact";
+  if (earlier.more++ == 0) {
+    ++plan_.itemsPairedTwice;
+    // The earlier record is written already: its warning goes with the run's end.
+    LateWarning w;
+    w.listed = earlier.listed;
+    w.warning = "its Outlook contact is also paired with " + describe(*r) + risk;
+    if (earlier.listed < 0) {
+      w.before = earlier.before;
+      RecordPlan& e = w.record;
+      e.kind = r->kind;
+      e.key = earlier.key;
+      e.name = earlier.name;
+      e.selected = earlier.selected;
+      e.action = earlier.action;
+      e.pairedWith = outlookID;
+      e.outlookId = earlier.outlookId.empty() ? outlookID : earlier.outlookId;
+      e.foundBy = earlier.foundBy;
+      e.contactFoundBy = earlier.contactFoundBy;
+      if (!e.selected) e.notes.push_back(kNotChosenFound);
+    }
+    late_.push_back(std::move(w));
+  }
+  RecordPlan earlierRecord;
+  earlierRecord.kind = r->kind;
+  earlierRecord.key = earlier.key;
+  earlierRecord.name = earlier.name;
+  r->warnings.push_back("its Outlook contact is also paired with " + describe(earlierRecord) + risk);
 }
 
 void RunRecorder::lookupAnswered(Kind kind, FoundBy how, const std::string& hostNumber,
@@ -215,7 +306,6 @@ void RunRecorder::lookupAnswered(Kind kind, FoundBy how, const std::string& host
 
 void RunRecorder::recordFinished() {
   RecordPlan* r = current();
-  inRecord_ = false;
   if (!r) return;
   if (r->kind == "outlook-item") {
     bool madeCompany = false;
@@ -235,16 +325,32 @@ void RunRecorder::recordFinished() {
           "again (--pair-created pairs it with the company made)");
       ++plan_.companiesToCreateAgain;
     }
-    return;
-  }
-  if (!r->selected) {
+  } else if (!r->selected) {
     r->action = "pair-only";
-    r->notes.push_back(r->pairedWith.empty()
-                           ? "not chosen: its pairing is saved all the same, with no item"
-                           : "not chosen: its pairing is saved all the same, with the item the "
-                             "look-up found");
+    r->notes.push_back(r->pairedWith.empty() ? kNotChosenNone : kNotChosenFound);
   } else if (itemSaved_) {
     r->action = itemCreated_ ? "create-item" : (r->changes.empty() ? "nothing" : "update-item");
+  }
+  inRecord_ = false;
+  plan_.counts->add(*r);
+  bool listed = (preview_ && previewAll_) || worthListing(*r);
+  if (ItemPairing* p = currentPairing_) {
+    currentPairing_ = nullptr;
+    p->listed = listed ? listed_ : -1;
+    p->before = listed_;
+    p->selected = r->selected;
+    p->action = staticText(r->action);
+    p->foundBy = staticText(r->foundBy);
+    p->contactFoundBy = staticText(r->contactFoundBy);
+    if (r->outlookId != r->pairedWith) p->outlookId = r->outlookId;
+  }
+  if (!listed) return;
+  ++listed_;
+  if (!writer_) return;
+  try {
+    writer_->record(*r);
+  } catch (const std::exception& e) {
+    writeFailed(e);
   }
 }
 
@@ -267,7 +373,7 @@ void RunRecorder::errorReported(const RuntimeError& error, const std::string& lo
   }
 }
 
-PreviewScope::PreviewScope(RunRecorder& recorder) : recorder_(recorder) {
+PreviewScope::PreviewScope(RunRecorder& recorder, bool all) : recorder_(recorder) {
   Apartment& a = apartment();
   bool hostBegun = false;
   try {
@@ -283,10 +389,18 @@ PreviewScope::PreviewScope(RunRecorder& recorder) : recorder_(recorder) {
     throw;
   }
   recorder_.preview_ = true;
+  recorder_.previewAll_ = all;
+  static int serial = 0;
+  recorder_.previewFile_ =
+      std::filesystem::temp_directory_path() /
+      ("dossync-preview-" + std::to_string(::getpid()) + "-" + std::to_string(++serial) + kReportExtension);
 }
 
 PreviewScope::~PreviewScope() {
-  recorder_.preview_ = false;
+  recorder_.preview_ = recorder_.previewAll_ = false;
+  std::error_code ec;
+  std::filesystem::remove(recorder_.previewFile_, ec);
+  recorder_.previewFile_.clear();
   Apartment& a = apartment();
   for (auto* db : {a.hostDb.get(), a.syncDb.get()}) {
     try {
