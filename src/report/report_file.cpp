@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <set>
 
 #ifdef DOSSYNC_HAVE_ZSTD
 #include <zstd.h>
@@ -39,15 +38,10 @@ const std::string& usualOutlookId(const RecordPlan& r) {
   return r.kind == "outlook-item" ? r.key : r.pairedWith;
 }
 
-// A new item's values, once each: every change is to the item, from nothing known to be empty.
-bool newItemValues(const RecordPlan& r) {
-  if (r.action != "create-item" || r.changes.empty()) return false;
-  std::set<std::string> seen;
-  for (const auto& c : r.changes) {
-    if (c.target != "item" || !c.beforeKnown || !c.before.empty() || !seen.insert(c.field).second)
-      return false;
-  }
-  return true;
+// Of a new item's changes, those from nothing: its values, kept once each under "fields"; the
+// others (from a default the item had, as Gender's 0) stay changes.
+bool fromNothing(const RecordPlan& r, const Change& c) {
+  return r.action == "create-item" && c.target == "item" && c.beforeKnown && c.before.empty();
 }
 
 // A record's line leaves out what it would say of most records: chosen, found by nothing,
@@ -63,17 +57,19 @@ json recordJson(const RecordPlan& r) {
   if (r.outlookId != usualOutlookId(r)) out["outlookId"] = r.outlookId;
   if (r.foundBy != "none") out["foundBy"] = r.foundBy;
   if (!r.contactFoundBy.empty()) out["contactFoundBy"] = r.contactFoundBy;
-  if (newItemValues(r)) {
-    json& fields = out["fields"] = json::object();
-    for (const auto& c : r.changes) fields[c.field] = c.after;
-  } else if (!r.changes.empty()) {
-    // [target, field, old, new], or [target, field, new] when the old value was never read.
-    json& changes = out["changes"] = json::array();
-    for (const auto& c : r.changes) {
+  // A field set twice keeps its second value as a change, so that nothing is lost.
+  json fields = json::object(), changes = json::array();
+  for (const auto& c : r.changes) {
+    if (fromNothing(r, c) && !fields.contains(c.field)) {
+      fields[c.field] = c.after;
+    } else {
+      // [target, field, old, new], or [target, field, new] when the old value was never read.
       changes.push_back(c.beforeKnown ? json::array({c.target, c.field, c.before, c.after})
                                       : json::array({c.target, c.field, c.after}));
     }
   }
+  if (!fields.empty()) out["fields"] = std::move(fields);
+  if (!changes.empty()) out["changes"] = std::move(changes);
   if (!r.added.empty()) {
     json& added = out["added"] = json::array();
     for (const auto& a : r.added) {

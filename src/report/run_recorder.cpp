@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <iterator>
 
 #include <unistd.h>
 
@@ -59,13 +60,24 @@ constexpr bool kCompress = true;
 constexpr bool kCompress = false;
 #endif
 
-// The one static text of each action or look-up, for what is kept of earlier records.
-const char* staticText(const std::string& s) {
-  for (const char* known : RunCounts::kActionNames)
-    if (s == known) return known;
-  for (const char* known : {"mapping", "name", "none"})
-    if (s == known) return known;
-  return "";
+// What is kept of earlier records, as indexes into these.
+const char* const kLookups[] = {"none", "mapping", "name", ""};
+
+uint8_t indexOf(const std::string& s, const char* const* texts, size_t n) {
+  for (size_t i = 0; i < n; ++i)
+    if (s == texts[i]) return static_cast<uint8_t>(i);
+  return 0;
+}
+
+// The name of a host company or contact ("" none), read again for a warning.
+std::string hostName(const std::string& kind, int32_t number) {
+  auto& db = apartment().hostDb;
+  if (!db) return "";
+  bool company = kind == "company";
+  hostdb::Recordset rs(*db, std::string("SELECT ") + (company ? "Companies.* FROM Companies WHERE CompanyID = "
+                                                              : "Contacts.* FROM Contacts WHERE ContactID = ") +
+                                std::to_string(number) + ";");
+  return rs.hasRow() ? rs.read(company ? "CompanyName" : "DisplayName") : "";
 }
 
 // The name of the host company a contact is at ("" none).
@@ -230,17 +242,20 @@ void RunRecorder::paired(const std::string& hostNumber, const std::string& outlo
   RecordPlan* r = current();
   if (!r) return;
   r->pairedWith = r->kind == "outlook-item" ? hostNumber : outlookID;
-  if (r->kind == "outlook-item" || outlookID.empty()) return;
+  if (r->kind == "outlook-item" || outlookID.empty() || !value::isNumeric(r->key)) return;
   // One Outlook contact for two host records (two companies of one name): each run writes one
   // record's values over the other's.
   auto [at, first] = pairedItems_.try_emplace(std::hash<std::string>{}(outlookID));
   ItemPairing& earlier = at->second;
   if (first) {
-    earlier.key = r->key;
-    earlier.name = r->name;
+    earlier.key = value::toLong(r->key);
     currentPairing_ = &earlier;
     return;
   }
+  RecordPlan e;  // the earlier record, as far as it is known
+  e.kind = r->kind;
+  e.key = std::to_string(earlier.key);
+  e.name = hostName(e.kind, earlier.key);
   const std::string risk = " in this run: both write to one Outlook contact";
   if (earlier.more++ == 0) {
     ++plan_.itemsPairedTwice;
@@ -250,25 +265,18 @@ void RunRecorder::paired(const std::string& hostNumber, const std::string& outlo
     w.warning = "its Outlook contact is also paired with " + describe(*r) + risk;
     if (earlier.listed < 0) {
       w.before = earlier.before;
-      RecordPlan& e = w.record;
-      e.kind = r->kind;
-      e.key = earlier.key;
-      e.name = earlier.name;
-      e.selected = earlier.selected;
-      e.action = earlier.action;
-      e.pairedWith = outlookID;
-      e.outlookId = earlier.outlookId.empty() ? outlookID : earlier.outlookId;
-      e.foundBy = earlier.foundBy;
-      e.contactFoundBy = earlier.contactFoundBy;
-      if (!e.selected) e.notes.push_back(kNotChosenFound);
+      w.record = e;
+      RecordPlan& stub = w.record;
+      stub.selected = earlier.selected;
+      stub.action = RunCounts::kActionNames[earlier.action];
+      stub.pairedWith = stub.outlookId = outlookID;
+      stub.foundBy = kLookups[earlier.foundBy];
+      stub.contactFoundBy = kLookups[earlier.contactFoundBy];
+      if (!stub.selected) stub.notes.push_back(kNotChosenFound);
     }
     late_.push_back(std::move(w));
   }
-  RecordPlan earlierRecord;
-  earlierRecord.kind = r->kind;
-  earlierRecord.key = earlier.key;
-  earlierRecord.name = earlier.name;
-  r->warnings.push_back("its Outlook contact is also paired with " + describe(earlierRecord) + risk);
+  r->warnings.push_back("its Outlook contact is also paired with " + describe(e) + risk);
 }
 
 void RunRecorder::lookupAnswered(Kind kind, FoundBy how, const std::string& hostNumber,
@@ -339,10 +347,9 @@ void RunRecorder::recordFinished() {
     p->listed = listed ? listed_ : -1;
     p->before = listed_;
     p->selected = r->selected;
-    p->action = staticText(r->action);
-    p->foundBy = staticText(r->foundBy);
-    p->contactFoundBy = staticText(r->contactFoundBy);
-    if (r->outlookId != r->pairedWith) p->outlookId = r->outlookId;
+    p->action = indexOf(r->action, RunCounts::kActionNames, RunCounts::kActions);
+    p->foundBy = indexOf(r->foundBy, kLookups, std::size(kLookups));
+    p->contactFoundBy = indexOf(r->contactFoundBy, kLookups, std::size(kLookups));
   }
   if (!listed) return;
   ++listed_;

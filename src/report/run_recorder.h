@@ -80,17 +80,16 @@ class RunRecorder : public IRunObserver {
   bool madeBefore_ = false;  // the item's pairing says -1: an earlier run made its company
   bool lookedUp_ = false;    // the record's own look-up was answered (the next is its contact's)
   // The Outlook contacts paired in this run (by a hash of the entry id): the first record
-  // paired with each, as much of it as a warning that comes after it was written needs, and
-  // how many more records were paired with the contact after it.
+  // paired with each, as much of it as a warning that comes after it was written needs (its
+  // name is read again from the host then), and how many more records were paired with the
+  // contact after it. A few bytes a record: a run of 100,000 keeps a few MB.
   struct ItemPairing {
-    std::string key, name, outlookId;  // outlookId "" when it is the contact's
-    int32_t listed = -1;               // its place among the listed records, -1 not listed
-    int32_t before = 0;                // records listed before it
+    int32_t key = 0;      // the host number
+    int32_t listed = -1;  // its place among the listed records, -1 not listed
+    int32_t before = 0;   // records listed before it
     int32_t more = 0;
     bool selected = true;
-    const char* action = "nothing";  // static text, as the look-ups below
-    const char* foundBy = "none";
-    const char* contactFoundBy = "";
+    uint8_t action = 0, foundBy = 0, contactFoundBy = 0;  // indexes into the texts they are
   };
   std::unordered_map<uint64_t, ItemPairing> pairedItems_;
   ItemPairing* currentPairing_ = nullptr;
