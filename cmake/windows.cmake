@@ -21,7 +21,7 @@ add_library(dossync_core STATIC ${DOSSYNC_CORE_SOURCES})
 # Case folding through the system's Unicode tables.
 target_link_libraries(dossync_core PUBLIC user32)
 
-# Previews and reports of runs.
+# Previews and reports of runs (no libzstd here: reports are stored in zstd frames uncompressed).
 file(GLOB DOSSYNC_REPORT_SOURCES CONFIGURE_DEPENDS src/report/*.cpp)
 add_library(dossync_report STATIC ${DOSSYNC_REPORT_SOURCES})
 target_link_libraries(dossync_report PUBLIC dossync_core)

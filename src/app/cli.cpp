@@ -153,6 +153,8 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   syncCmd->add_flag("--preview", sync.preview,
                     "Show what the run would do, record by record, and change nothing");
   syncCmd->add_flag("--json", sync.json, "Print the preview, or the run's report, as JSON");
+  syncCmd->add_flag("--all", sync.all, "With --preview: list the records that change nothing too")
+      ->needs("--preview");
   syncCmd->add_flag("--pair-created", sync.pairCreated,
                     "From Outlook: pair each item with the company made for it (not -1, which "
                     "makes the next run from Outlook make it again)");

@@ -1,6 +1,9 @@
 // dossync sync: one synchronisation through the component, headless, with console services.
-// A real run writes its report into the profile's reports/ folder; --preview runs the same walk
-// inside a PreviewScope and prints the plan instead, changing nothing.
+// A real run writes its report into the profile's reports folder as it goes; --preview runs the
+// same walk inside a PreviewScope and prints the plan instead, changing nothing. SIGINT or
+// SIGTERM stops the walk at the next record (a second one ends the process at once): what was
+// done is committed, the report says the run was interrupted, and the exit code is 128 + the
+// signal's number.
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -9,6 +12,7 @@
 #include <ostream>
 #include <sstream>
 
+#include <signal.h>
 #include <unistd.h>
 
 #include "app/commands.h"
@@ -20,10 +24,12 @@
 #include "app/scheme_lock.h"
 #include "app/terminal_progress.h"
 #include "core/apartment.h"
+#include "core/run_stop.h"
 #include "core/synchronization.h"
 #include "core/value.h"
 #include "backends/databases.h"
 #include "hostdb/recordset.h"
+#include "report/report_file.h"
 #include "report/report_store.h"
 #include "report/run_recorder.h"
 
@@ -130,6 +136,59 @@ int lockRun(const SyncOptions& o, std::unique_ptr<SchemeLock>& lock, std::ostrea
   return kExitBusy;
 }
 
+volatile sig_atomic_t gStopSignal = 0;
+
+extern "C" void stopAtNextRecord(int signal) {
+  gStopSignal = signal;
+  requestRunStop();
+}
+
+// While it lives, SIGINT and SIGTERM ask the run to stop; each handler is used once, so the
+// second signal does what it would have done without it.
+class StopOnSignals {
+ public:
+  StopOnSignals() {
+    struct sigaction action {};
+    action.sa_handler = stopAtNextRecord;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART | SA_RESETHAND;
+    sigaction(SIGINT, &action, &oldInt_);
+    sigaction(SIGTERM, &action, &oldTerm_);
+  }
+  ~StopOnSignals() {
+    sigaction(SIGINT, &oldInt_, nullptr);
+    sigaction(SIGTERM, &oldTerm_, nullptr);
+  }
+  StopOnSignals(const StopOnSignals&) = delete;
+  StopOnSignals& operator=(const StopOnSignals&) = delete;
+  // 128 + the signal that stopped the run, or 0.
+  static int exitCode() { return runStopRequested() && gStopSignal ? kExitSignalBase + gStopSignal : 0; }
+
+ private:
+  struct sigaction oldInt_ {};
+  struct sigaction oldTerm_ {};
+};
+
+// The run's counts as its report has them: the records, each action the direction takes, the
+// errors; then the records the component undid, the time, and whether the run was stopped.
+std::string summaryOf(const report::RunPlan& plan, int32_t direction, int32_t recordsFailed,
+                      double seconds) {
+  std::ostringstream line;
+  line << "records " << plan.recordCount();
+  std::vector<const char*> actions;
+  if (direction == syncFromOutlookToDossiera) {
+    actions = {"create-company", "update-company", "nothing"};
+  } else if (direction == syncFromDossieraToOutlook) {
+    actions = {"create-item", "update-item", "pair-only", "nothing"};
+  }
+  for (const char* a : actions) line << ", " << a << " " << plan.count(a);
+  char tail[64];
+  std::snprintf(tail, sizeof tail, ", seconds %.2f", seconds);
+  line << ", errors " << plan.errorCount() << ", records failed " << recordsFailed << tail;
+  if (plan.interrupted) line << ", interrupted";
+  return line.str();
+}
+
 }  // namespace
 
 int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
@@ -209,9 +268,10 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
     return kExitFailure;
   }
 
+  StopOnSignals signals;
   if (o.preview) {
     try {
-      report::PreviewScope scope(*recorder);
+      report::PreviewScope scope(*recorder, o.all);
       component->Synchronize();
     } catch (const RuntimeError& e) {
       err << "dossync: cannot preview: " << e.description() << "\n";
@@ -222,6 +282,7 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
     } else {
       out << report::toText(recorder->plan());
     }
+    if (int stopped = StopOnSignals::exitCode()) return stopped;
     return host.exitRequested ? kExitProgram : kExitOk;
   }
 
@@ -232,33 +293,32 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
   const report::RunPlan& written = outcome->plan;
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
   const auto& n = component->counters();
-  // The counts are of what was committed; any error (a record that failed, a commit that
-  // failed, anything else reported) makes the run a failure.
-  const int done = host.exitRequested                                        ? kExitProgram
+  // Any error (a record that failed, a commit that failed, anything else reported) makes the
+  // run a failure; a signal that stopped it says so first.
+  const int done = StopOnSignals::exitCode()                                 ? StopOnSignals::exitCode()
+                   : host.exitRequested                                      ? kExitProgram
                    : errors->errorCount() > 0 || n.recordsFailed > 0 ||
                            n.commitsFailed > 0                               ? kExitFailure
                                                                              : kExitOk;
-  char line[400];
-  std::snprintf(line, sizeof line,
-                "rows walked %d, items created %d, items updated %d, mapping rows saved %d, "
-                "errors %d, records failed %d, seconds %.2f",
-                n.rowsWalked, n.itemsCreated, n.itemsUpdated, n.mappingsSaved, errors->errorCount(),
-                n.recordsFailed, seconds);
+  if (!reportError.empty()) {
+    err << "dossync: the run's report was not " << (reportPath.empty() ? "written" : "written whole")
+        << ": " << reportError << "\n";
+  }
   if (o.json) {
-    if (!reportError.empty()) err << "dossync: the run's report was not written: " << reportError << "\n";
-    out << report::toJson(written).dump(2) << "\n";
+    // The report as its file has it; without one, the run's counts.
+    report::RunPlan shown = written;
+    try {
+      if (!reportPath.empty()) shown = report::readReportFile(reportPath);
+    } catch (const RuntimeError& e) {
+      err << "dossync: " << e.description() << "\n";
+    }
+    out << report::toJson(shown).dump(2) << "\n";
     return done;
   }
-  out << line;
-  if (o.direction == syncFromOutlookToDossiera) {
-    out << ", companies created " << n.companiesCreated << ", companies updated "
-        << n.companiesUpdated << ", contacts created " << n.contactsCreated;
-  }
-  out << "\n";
+  out << summaryOf(written, o.direction, n.recordsFailed, seconds) << "\n";
   if (std::string names = report::nameMatchLine(written); !names.empty())
     out << names << " (see the report)\n";
   if (!reportPath.empty()) out << "Report: " << reportPath << "\n";
-  if (!reportError.empty()) err << "dossync: the run's report was not written: " << reportError << "\n";
   return done;
 }
 

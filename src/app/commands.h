@@ -16,6 +16,8 @@ constexpr int kExitInitFailed = 2;
 constexpr int kExitProgram = 3;
 constexpr int kExitBusy = 75;  // another run of the scheme held its lock (EX_TEMPFAIL)
 constexpr int kExitUsage = 64;
+// A run stopped by a signal: 128 + its number (130 SIGINT, 143 SIGTERM), as a shell says.
+constexpr int kExitSignalBase = 128;
 
 struct ContactsOptions {
   std::string action;  // list, show, put, delete
@@ -32,6 +34,7 @@ struct SyncOptions {
   int32_t direction = 2, info = 1, scheme = -1;
   bool noProgress = false, insecure = false;
   bool preview = false, json = false, pairCreated = false;
+  bool all = false;  // a preview lists the records that change nothing too
   bool replaceSyncDb = false;
   int wait = 60;  // seconds to wait for another run of the scheme
   int keepReports = 100, keepDays = 90;  // report/report_store.h's limits

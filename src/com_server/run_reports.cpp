@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "core/synchronization.h"
+#include "report/report_file.h"
 #include "report/report_store.h"
 #include "report/run_recorder.h"
 
@@ -26,14 +27,23 @@ std::filesystem::path reportsFolder(const std::string& profile) {
 }
 
 std::shared_ptr<IRunObserver> reportingObserver(clsOutlookSynchronization& component) {
+  // The host has nowhere to show a report that could not be written; the run itself went as it
+  // went.
   auto recorder = std::make_shared<report::RunRecorder>();
-  recorder->finished = [&component](const report::RunPlan& plan) {
-    if (plan.kind == "preview") return;
-    report::RunPlan written = plan;
+  auto folder = std::make_shared<std::filesystem::path>();
+  recorder->open = [&component, folder](const report::RunPlan&) -> std::filesystem::path {
     try {
-      report::writeReport(reportsFolder(component.Profile()), written);
+      *folder = reportsFolder(component.Profile());
+      return report::beginReport(*folder);
     } catch (...) {
-      // The host has nowhere to show it; the run itself went as it went.
+      return {};
+    }
+  };
+  recorder->finished = [folder](report::RunPlan& plan, const std::filesystem::path& file,
+                                const std::string&) {
+    try {
+      if (!file.empty()) report::endReport(*folder, file, plan, report::kReportExtension);
+    } catch (...) {
     }
   };
   return recorder;

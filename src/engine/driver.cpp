@@ -8,6 +8,7 @@
 #include "core/apartment.h"
 #include "core/platform.h"
 #include "core/progress.h"
+#include "core/run_stop.h"
 #include "core/synchronization.h"
 #include "core/value.h"
 #include "hostdb/recordset.h"
@@ -106,11 +107,12 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
     if (v == INT32_MAX) throw RuntimeError(kOverflow, "Overflow: progress value past 2147483647");
     progressDialog_->setValue(v + 1);
   };
-  // The end of a pass: progress, the next row (a row that cannot be left ends the walk), and
-  // the message pump.
+  // The end of a pass: progress, the next row (a row that cannot be left ends the walk, as a
+  // request to stop does), and the message pump.
   auto endOfPass = [&](const std::function<void()>& moveNext) {
     f.step(advance);
     ++counters_.rowsWalked;
+    if (runStopRequested()) return false;
     if (!f.step(moveNext)) return false;
     // The record is whole: a commit point (its failures are this procedure's errors).
     for (const RuntimeError& e : apartment().commitPoint()) f.step([&] { throw e; });

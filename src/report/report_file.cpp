@@ -1,11 +1,369 @@
 #include "report/report_file.h"
 
+#include <algorithm>
+#include <cstring>
+
+#ifdef DOSSYNC_HAVE_ZSTD
+#include <zstd.h>
+#endif
+
 #include "core/error.h"
 
 namespace dossync::report {
+namespace {
+
+using json = nlohmann::ordered_json;
+
+// zstd's frame magic number, as it lies in the file.
+constexpr unsigned char kZstdMagic[4] = {0x28, 0xB5, 0x2F, 0xFD};
+constexpr size_t kStoredBlock = 128 * 1024;  // a stored block's largest size (the window's)
+
+json errorsJson(const std::vector<ErrorNote>& errors) {
+  json out = json::array();
+  for (const auto& e : errors)
+    out.push_back({{"number", e.number}, {"description", e.description}, {"location", e.location}});
+  return out;
+}
+
+std::vector<ErrorNote> errorsFrom(const json& j) {
+  std::vector<ErrorNote> out;
+  for (const auto& e : j)
+    out.push_back({e.at("number").get<int32_t>(), e.at("description").get<std::string>(),
+                   e.at("location").get<std::string>()});
+  return out;
+}
+
+// The item a record names when it says none: an Outlook item's own entry id, or the pairing.
+const std::string& usualOutlookId(const RecordPlan& r) {
+  return r.kind == "outlook-item" ? r.key : r.pairedWith;
+}
+
+// Of a new item's changes, those from nothing: its values, kept once each under "fields"; the
+// others (from a default the item had, as Gender's 0) stay changes.
+bool fromNothing(const RecordPlan& r, const Change& c) {
+  return r.action == "create-item" && c.target == "item" && c.beforeKnown && c.before.empty();
+}
+
+// A record's line leaves out what it would say of most records: chosen, found by nothing,
+// the usual item, empty lists.
+json recordJson(const RecordPlan& r) {
+  json out = json::object();
+  out["kind"] = r.kind;
+  out["key"] = r.key;
+  if (!r.name.empty()) out["name"] = r.name;
+  out["action"] = r.action;
+  if (!r.selected) out["selected"] = false;
+  if (!r.pairedWith.empty()) out["pairedWith"] = r.pairedWith;
+  if (r.outlookId != usualOutlookId(r)) out["outlookId"] = r.outlookId;
+  if (r.foundBy != "none") out["foundBy"] = r.foundBy;
+  if (!r.contactFoundBy.empty()) out["contactFoundBy"] = r.contactFoundBy;
+  // A field set twice keeps its second value as a change, so that nothing is lost.
+  json fields = json::object(), changes = json::array();
+  for (const auto& c : r.changes) {
+    if (fromNothing(r, c) && !fields.contains(c.field)) {
+      fields[c.field] = c.after;
+    } else {
+      // [target, field, old, new], or [target, field, new] when the old value was never read.
+      changes.push_back(c.beforeKnown ? json::array({c.target, c.field, c.before, c.after})
+                                      : json::array({c.target, c.field, c.after}));
+    }
+  }
+  if (!fields.empty()) out["fields"] = std::move(fields);
+  if (!changes.empty()) out["changes"] = std::move(changes);
+  if (!r.added.empty()) {
+    json& added = out["added"] = json::array();
+    for (const auto& a : r.added) {
+      json& row = added.emplace_back(json::object());
+      row["table"] = a.table;
+      json& fields = row["fields"] = json::object();
+      for (const auto& [k, v] : a.fields) fields[k] = v;
+    }
+  }
+  if (!r.notes.empty()) out["notes"] = r.notes;
+  if (!r.warnings.empty()) out["warnings"] = r.warnings;
+  if (!r.errors.empty()) out["errors"] = errorsJson(r.errors);
+  return out;
+}
+
+RecordPlan recordFrom(const json& j) {
+  RecordPlan r;
+  r.kind = j.at("kind").get<std::string>();
+  r.key = j.at("key").get<std::string>();
+  r.name = j.value("name", "");
+  r.action = j.at("action").get<std::string>();
+  r.selected = j.value("selected", true);
+  r.pairedWith = j.value("pairedWith", "");
+  r.outlookId = j.contains("outlookId") ? j["outlookId"].get<std::string>() : usualOutlookId(r);
+  r.foundBy = j.value("foundBy", "none");
+  r.contactFoundBy = j.value("contactFoundBy", "");
+  if (auto f = j.find("fields"); f != j.end()) {
+    for (const auto& [k, v] : f->items()) r.changes.push_back({"item", k, "", v.get<std::string>()});
+  }
+  if (auto c = j.find("changes"); c != j.end()) {
+    for (const auto& change : *c) {
+      bool known = change.size() == 4;
+      r.changes.push_back({change.at(0).get<std::string>(), change.at(1).get<std::string>(),
+                           known ? change.at(2).get<std::string>() : "",
+                           change.at(known ? 3 : 2).get<std::string>(), known});
+    }
+  }
+  if (auto a = j.find("added"); a != j.end()) {
+    for (const auto& row : *a) {
+      AddedRow added{row.at("table").get<std::string>(), {}};
+      for (const auto& [k, v] : row.at("fields").items()) added.fields.emplace_back(k, v.get<std::string>());
+      r.added.push_back(std::move(added));
+    }
+  }
+  r.notes = j.value("notes", std::vector<std::string>{});
+  r.warnings = j.value("warnings", std::vector<std::string>{});
+  if (auto e = j.find("errors"); e != j.end()) r.errors = errorsFrom(*e);
+  return r;
+}
+
+[[noreturn]] void notAReport(const std::filesystem::path& path, const std::string& why) {
+  throw RuntimeError(kTypeMismatch, path.string() + " is not a dossync report: " + why);
+}
+
+}  // namespace
+
+#ifdef DOSSYNC_HAVE_ZSTD
+struct ReportWriter::Compressor {
+  ZSTD_CCtx* cctx = ZSTD_createCCtx();
+  std::vector<char> buffer = std::vector<char>(ZSTD_CStreamOutSize());
+  Compressor() { ZSTD_CCtx_setParameter(cctx, ZSTD_c_compressionLevel, 3); }
+  ~Compressor() { ZSTD_freeCCtx(cctx); }
+};
+#else
+struct ReportWriter::Compressor {};
+#endif
+
+ReportWriter::ReportWriter(const std::filesystem::path& path, bool compress)
+    : path_(path), out_(path, std::ios::binary | std::ios::trunc) {
+  if (!out_) throw RuntimeError(kDiskIO, "Cannot write the report " + path.string());
+#ifdef DOSSYNC_HAVE_ZSTD
+  if (compress) zstd_ = std::make_unique<Compressor>();
+#else
+  (void)compress;
+#endif
+}
+
+ReportWriter::~ReportWriter() = default;
+
+void ReportWriter::head(const RunPlan& plan) {
+  json out = json::object();
+  out["format"] = kReportFormat;
+  out["kind"] = plan.kind;
+  out["started"] = plan.started;
+  json& settings = out["settings"] = json::object();
+  for (const auto& [k, v] : plan.settings) settings[k] = v;
+  line(out.dump());
+}
+
+void ReportWriter::record(const RecordPlan& record) {
+  line(recordJson(record).dump());
+}
+
+void ReportWriter::tail(const RunPlan& plan, const std::vector<LateWarning>& late) {
+  json out = json::object();
+  out["finished"] = plan.finished;
+  out["seconds"] = plan.seconds;
+  out["interrupted"] = plan.interrupted;
+  RunCounts counts = plan.counts.value_or(RunCounts{});
+  out["records"] = counts.records;
+  json& actions = out["actions"] = json::object();
+  for (size_t i = 0; i < RunCounts::kActions; ++i) actions[RunCounts::kActionNames[i]] = counts.actions[i];
+  out["errors"] = counts.errors;
+  out["companiesCreatedAgain"] = plan.companiesCreatedAgain;
+  out["companiesToCreateAgain"] = plan.companiesToCreateAgain;
+  out["nameMatches"] = plan.nameMatches;
+  out["itemsPairedTwice"] = plan.itemsPairedTwice;
+  out["contactsAtAnotherCompany"] = plan.contactsAtAnotherCompany;
+  json lateWarnings = json::array(), lateRecords = json::array();
+  for (const auto& w : late) {
+    if (w.listed >= 0) {
+      lateWarnings.push_back({{"record", w.listed}, {"warning", w.warning}});
+    } else {
+      json r = recordJson(w.record);
+      r["before"] = w.before;
+      r["warnings"].push_back(w.warning);
+      lateRecords.push_back(std::move(r));
+    }
+  }
+  if (!lateWarnings.empty()) out["lateWarnings"] = std::move(lateWarnings);
+  if (!lateRecords.empty()) out["lateRecords"] = std::move(lateRecords);
+  if (!plan.errors.empty()) out["outsideErrors"] = errorsJson(plan.errors);
+  std::string text = out.dump() + "\n";
+  write(text.data(), text.size(), true);
+  out_.close();
+  if (!out_) throw RuntimeError(kDiskIO, "Cannot write the report " + path_.string());
+}
+
+void ReportWriter::line(const std::string& text) {
+  write(text.data(), text.size(), false);
+  write("\n", 1, false);
+}
+
+void ReportWriter::write(const char* data, size_t size, bool end) {
+#ifdef DOSSYNC_HAVE_ZSTD
+  if (zstd_) {
+    ZSTD_inBuffer in{data, size, 0};
+    bool done = false;
+    while (!done) {
+      ZSTD_outBuffer out{zstd_->buffer.data(), zstd_->buffer.size(), 0};
+      size_t left = ZSTD_compressStream2(zstd_->cctx, &out, &in, end ? ZSTD_e_end : ZSTD_e_continue);
+      if (ZSTD_isError(left))
+        throw RuntimeError(kDiskIO, "Cannot compress the report " + path_.string() + ": " +
+                                        ZSTD_getErrorName(left));
+      out_.write(zstd_->buffer.data(), static_cast<std::streamsize>(out.pos));
+      done = end ? left == 0 : in.pos == in.size;
+    }
+    if (!out_) throw RuntimeError(kDiskIO, "Cannot write the report " + path_.string());
+    return;
+  }
+#endif
+  // Stored: a frame without content size or checksum, a window of one block, and blocks of the
+  // bytes as they are (a 3-byte header: last-block flag, type 0, size).
+  pending_.append(data, size);
+  auto block = [&](size_t n, bool last) {
+    if (!frameStarted_) {
+      out_.write(reinterpret_cast<const char*>(kZstdMagic), 4);
+      const char header[2] = {0x00, 0x38};  // no flags; window 2^(10+7) = 128 KiB
+      out_.write(header, 2);
+      frameStarted_ = true;
+    }
+    uint32_t h = static_cast<uint32_t>(n << 3) | (last ? 1u : 0u);
+    const char bytes[3] = {static_cast<char>(h & 0xFF), static_cast<char>((h >> 8) & 0xFF),
+                           static_cast<char>((h >> 16) & 0xFF)};
+    out_.write(bytes, 3);
+    out_.write(pending_.data(), static_cast<std::streamsize>(n));
+    pending_.erase(0, n);
+  };
+  while (pending_.size() >= kStoredBlock && !(end && pending_.size() == kStoredBlock))
+    block(kStoredBlock, false);
+  if (end) block(pending_.size(), true);
+  if (!out_) throw RuntimeError(kDiskIO, "Cannot write the report " + path_.string());
+}
+
+namespace {
+
+// The file's bytes decoded, handed on a piece at a time. A frame cut short ends the text there.
+template <class Take>
+void decode(const std::filesystem::path& path, std::ifstream& in, Take&& take) {
+  std::vector<char> input(1 << 16);
+#ifdef DOSSYNC_HAVE_ZSTD
+  std::unique_ptr<ZSTD_DCtx, size_t (*)(ZSTD_DCtx*)> dctx(ZSTD_createDCtx(), ZSTD_freeDCtx);
+  std::vector<char> output(ZSTD_DStreamOutSize());
+  while (in) {
+    in.read(input.data(), static_cast<std::streamsize>(input.size()));
+    ZSTD_inBuffer buf{input.data(), static_cast<size_t>(in.gcount()), 0};
+    while (buf.pos < buf.size) {
+      ZSTD_outBuffer out{output.data(), output.size(), 0};
+      size_t r = ZSTD_decompressStream(dctx.get(), &out, &buf);
+      if (ZSTD_isError(r)) notAReport(path, ZSTD_getErrorName(r));
+      take(output.data(), out.pos);
+    }
+  }
+#else
+  // Stored blocks only: what this build writes.
+  std::string bytes;
+  while (in) {
+    in.read(input.data(), static_cast<std::streamsize>(input.size()));
+    bytes.append(input.data(), static_cast<size_t>(in.gcount()));
+  }
+  size_t at = 0;
+  while (at + 6 <= bytes.size()) {
+    if (std::memcmp(bytes.data() + at, kZstdMagic, 4) != 0 || bytes[at + 4] != 0)
+      notAReport(path, "not a zstd frame this build reads");
+    at += 6;
+    for (bool last = false; !last && at + 3 <= bytes.size();) {
+      auto b = [&](size_t i) { return static_cast<uint32_t>(static_cast<unsigned char>(bytes[at + i])); };
+      uint32_t h = b(0) | b(1) << 8 | b(2) << 16;
+      if (((h >> 1) & 3) != 0) notAReport(path, "compressed, and this build has no zstd");
+      last = h & 1;
+      at += 3;
+      size_t n = std::min<size_t>(h >> 3, bytes.size() - at);
+      take(bytes.data() + at, n);
+      at += n;
+    }
+  }
+#endif
+}
+
+}  // namespace
 
 RunPlan readReportFile(const std::filesystem::path& path) {
-  throw RuntimeError(kTypeMismatch, path.string() + " is not a dossync report");
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw RuntimeError(kFileNotFound, "No report " + path.string());
+  RunPlan plan;
+  std::string name = path.filename().string();
+  plan.id = name.size() > std::strlen(kReportExtension) &&
+                    name.compare(name.size() - std::strlen(kReportExtension), std::string::npos,
+                                 kReportExtension) == 0
+                ? name.substr(0, name.size() - std::strlen(kReportExtension))
+                : path.stem().string();
+  bool headRead = false, tailRead = false;
+  RunCounts listed;
+  std::string text;
+  auto takeLine = [&](const std::string& l) {
+    if (tailRead) notAReport(path, "lines after its end");
+    json j = json::parse(l);
+    if (!headRead) {
+      if (j.value("format", "") != kReportFormat) notAReport(path, "another format");
+      plan.kind = j.at("kind").get<std::string>();
+      plan.started = j.at("started").get<std::string>();
+      for (const auto& [k, v] : j.at("settings").items()) plan.settings.emplace_back(k, v.get<std::string>());
+      headRead = true;
+    } else if (j.contains("finished")) {
+      tailRead = true;
+      plan.finished = j["finished"].get<std::string>();
+      plan.seconds = j.at("seconds").get<double>();
+      plan.interrupted = j.at("interrupted").get<bool>();
+      RunCounts& counts = plan.counts.emplace();
+      counts.records = j.at("records").get<int32_t>();
+      for (size_t i = 0; i < RunCounts::kActions; ++i)
+        counts.actions[i] = j.at("actions").value(RunCounts::kActionNames[i], 0);
+      counts.errors = j.at("errors").get<int32_t>();
+      plan.companiesCreatedAgain = j.at("companiesCreatedAgain").get<int32_t>();
+      plan.companiesToCreateAgain = j.at("companiesToCreateAgain").get<int32_t>();
+      plan.nameMatches = j.at("nameMatches").get<int32_t>();
+      plan.itemsPairedTwice = j.at("itemsPairedTwice").get<int32_t>();
+      plan.contactsAtAnotherCompany = j.at("contactsAtAnotherCompany").get<int32_t>();
+      for (const auto& w : j.value("lateWarnings", json::array())) {
+        auto i = w.at("record").get<size_t>();
+        if (i >= plan.records.size()) notAReport(path, "a late warning for no record");
+        plan.records[i].warnings.push_back(w.at("warning").get<std::string>());
+      }
+      // Each goes before the listed record of its place; those placed alike keep their order.
+      size_t inserted = 0;
+      for (const auto& r : j.value("lateRecords", json::array())) {
+        size_t at = std::min(r.at("before").get<size_t>() + inserted, plan.records.size());
+        plan.records.insert(plan.records.begin() + static_cast<std::ptrdiff_t>(at), recordFrom(r));
+        ++inserted;
+      }
+      if (auto e = j.find("outsideErrors"); e != j.end()) plan.errors = errorsFrom(*e);
+    } else {
+      plan.records.push_back(recordFrom(j));
+      listed.add(plan.records.back());
+    }
+  };
+  try {
+    decode(path, in, [&](const char* data, size_t size) {
+      text.append(data, size);
+      size_t start = 0;
+      for (size_t nl; (nl = text.find('\n', start)) != std::string::npos; start = nl + 1)
+        takeLine(text.substr(start, nl - start));
+      text.erase(0, start);
+    });
+  } catch (const nlohmann::json::exception& e) {
+    notAReport(path, e.what());
+  }
+  if (!headRead) notAReport(path, "no head line");
+  if (!tailRead) {
+    // Cut short: what was written, counted from the records listed.
+    plan.interrupted = true;
+    plan.counts = listed;
+  }
+  return plan;
 }
 
 }  // namespace dossync::report

@@ -10,9 +10,15 @@ using json = nlohmann::ordered_json;
 
 namespace {
 
-constexpr const char* kFormat = "dossync-run/1";
-constexpr const char* kActions[] = {"create-item",    "update-item",    "pair-only", "nothing",
-                                    "create-company", "update-company"};
+constexpr const char* kFormat = "dossync-run/2";
+constexpr const char* kFormatListingAll = "dossync-run/1";  // every record listed, no counts
+const auto& kActions = RunCounts::kActionNames;
+
+int32_t actionIndex(const std::string& action) {
+  for (size_t i = 0; i < RunCounts::kActions; ++i)
+    if (action == kActions[i]) return static_cast<int32_t>(i);
+  return -1;
+}
 
 json errorsJson(const std::vector<ErrorNote>& errors) {
   json out = json::array();
@@ -58,16 +64,44 @@ std::string shown(const std::string& s) {
 
 }  // namespace
 
+const char* const RunCounts::kActionNames[RunCounts::kActions] = {
+    "create-item", "update-item", "pair-only", "nothing", "create-company", "update-company"};
+
+void RunCounts::add(const RecordPlan& record) {
+  ++records;
+  if (int32_t i = actionIndex(record.action); i >= 0) ++actions[i];
+  errors += static_cast<int32_t>(record.errors.size());
+}
+
 int32_t RunPlan::count(const std::string& action) const {
+  if (counts) {
+    int32_t i = actionIndex(action);
+    return i < 0 ? 0 : counts->actions[i];
+  }
   int32_t n = 0;
   for (const auto& r : records) n += r.action == action;
   return n;
 }
 
 int32_t RunPlan::errorCount() const {
+  if (counts) return counts->errors;
   auto n = static_cast<int32_t>(errors.size());
   for (const auto& r : records) n += static_cast<int32_t>(r.errors.size());
   return n;
+}
+
+int32_t RunPlan::recordCount() const {
+  return counts ? counts->records : static_cast<int32_t>(records.size());
+}
+
+bool worthListing(const RecordPlan& r) {
+  if (!r.changes.empty() || !r.added.empty() || !r.warnings.empty() || !r.errors.empty())
+    return true;
+  if (r.action == "nothing") return !r.notes.empty();
+  // Not chosen, and paired again with what its own pairing found: its one note is the
+  // "not chosen" one.
+  if (r.action == "pair-only") return r.foundBy != "mapping" || r.notes.size() > 1;
+  return true;
 }
 
 // Built member by member, moving each part in: nlohmann's initializer lists copy what they are
@@ -80,10 +114,12 @@ json toJson(const RunPlan& plan) {
   out["started"] = plan.started;
   out["finished"] = plan.finished;
   out["seconds"] = plan.seconds;
+  out["interrupted"] = plan.interrupted;
   json& settings = out["settings"] = json::object();
   for (const auto& [k, v] : plan.settings) settings[k] = v;
   json& summary = out["summary"] = json::object();
-  summary["records"] = plan.records.size();
+  summary["records"] = plan.recordCount();
+  summary["listed"] = plan.records.size();
   json& counts = summary["actions"] = json::object();
   for (const char* a : kActions) counts[a] = plan.count(a);
   summary["errors"] = plan.errorCount();
@@ -130,7 +166,8 @@ json toJson(const RunPlan& plan) {
 }
 
 RunPlan planFromJson(const json& j) {
-  if (j.at("format").get<std::string>() != kFormat)
+  const std::string format = j.at("format").get<std::string>();
+  if (format != kFormat && format != kFormatListingAll)
     throw json::other_error::create(501, "not a dossync run report", &j);
   RunPlan plan;
   plan.kind = j.at("kind").get<std::string>();
@@ -138,6 +175,7 @@ RunPlan planFromJson(const json& j) {
   plan.started = j.at("started").get<std::string>();
   plan.finished = j.at("finished").get<std::string>();
   plan.seconds = j.at("seconds").get<double>();
+  plan.interrupted = j.value("interrupted", false);
   for (const auto& [k, v] : j.at("settings").items()) plan.settings.emplace_back(k, v.get<std::string>());
   const json& summary = j.at("summary");
   plan.companiesCreatedAgain = summary.at("companiesCreatedAgain").get<int32_t>();
@@ -171,12 +209,19 @@ RunPlan planFromJson(const json& j) {
     plan.records.push_back(std::move(p));
   }
   plan.errors = errorsFrom(j.at("errors"));
+  if (format == kFormat) {
+    RunCounts& counts = plan.counts.emplace();
+    counts.records = summary.at("records").get<int32_t>();
+    for (size_t i = 0; i < RunCounts::kActions; ++i)
+      counts.actions[i] = summary.at("actions").value(kActions[i], 0);
+    counts.errors = summary.at("errors").get<int32_t>();
+  }
   return plan;
 }
 
 std::string summaryLine(const RunPlan& plan) {
   std::ostringstream out;
-  out << plan.records.size() << " records";
+  out << plan.recordCount() << " records";
   const char* sep = ": ";
   for (const char* a : kActions) {
     if (int32_t n = plan.count(a)) {
@@ -208,6 +253,7 @@ std::string toText(const RunPlan& plan) {
     std::snprintf(seconds, sizeof seconds, "%.2f", plan.seconds);
     out << ", finished " << plan.finished << " (" << seconds << " s)";
   }
+  if (plan.interrupted) out << ", interrupted: stopped before the end of its records";
   out << "\n";
   for (const auto& [k, v] : plan.settings) out << "  " << k << ": " << v << "\n";
   out << summaryLine(plan) << "\n";
@@ -217,6 +263,9 @@ std::string toText(const RunPlan& plan) {
         << plan.companiesToCreateAgain << " by the next run from Outlook\n";
   }
   if (std::string line = nameMatchLine(plan); !line.empty()) out << line << "\n";
+  if (auto unlisted = plan.recordCount() - static_cast<int32_t>(plan.records.size()); unlisted > 0)
+    out << unlisted << (unlisted == 1 ? " record" : " records")
+        << " that changed nothing not listed\n";
   for (const auto& r : plan.records) {
     out << "\n" << r.kind << " " << r.key;
     if (!r.name.empty()) out << " " << quote(r.name);

@@ -21,6 +21,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -62,6 +63,16 @@ struct RecordPlan {
   std::vector<ErrorNote> errors;
 };
 
+// What a run counts of its records, listed or not.
+struct RunCounts {
+  static constexpr size_t kActions = 6;
+  static const char* const kActionNames[kActions];
+  int32_t records = 0;
+  int32_t actions[kActions] = {};
+  int32_t errors = 0;  // in records and outside them
+  void add(const RecordPlan& record);
+};
+
 struct RunPlan {
   std::string kind = "report";  // or "preview"
   std::string id;               // the report's name in its folder ("" for a preview)
@@ -69,8 +80,12 @@ struct RunPlan {
   double seconds = 0;
   bool interrupted = false;  // the run was stopped (SIGINT, SIGTERM) before its end
   std::vector<std::pair<std::string, std::string>> settings;
+  // The records worth listing: those that changed nothing are only counted (see `counts`),
+  // unless the plan was asked for all of them.
   std::vector<RecordPlan> records;
   std::vector<ErrorNote> errors;  // reported outside any record
+  // The run's own counts; a plan without them (made record by record) counts its records.
+  std::optional<RunCounts> counts;
   // Runs from Outlook without the pairing of created companies: companies this run makes for
   // items an earlier run already made one for (and paired with -1), and items this run leaves
   // paired with -1 after making their company (the next run makes those again).
@@ -84,10 +99,17 @@ struct RunPlan {
 
   int32_t count(const std::string& action) const;
   int32_t errorCount() const;
+  int32_t recordCount() const;
 };
 
+// Whether a record is worth listing: it changed something, or has something to say. A record
+// that was not chosen and keeps the pairing its own mapping found changed nothing either.
+bool worthListing(const RecordPlan& record);
+
+// The whole plan as one document (`--json`): the records listed, and the counts of all.
 nlohmann::ordered_json toJson(const RunPlan& plan);
-// Throws nlohmann::json::exception on a document of another shape.
+// Takes that document, and the whole-file reports of earlier versions (which listed every
+// record). Throws nlohmann::json::exception on a document of another shape.
 RunPlan planFromJson(const nlohmann::ordered_json& json);
 std::string toText(const RunPlan& plan);
 // One line: how many records take each action, and the errors.

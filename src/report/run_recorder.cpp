@@ -3,8 +3,12 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <iterator>
+
+#include <unistd.h>
 
 #include "core/apartment.h"
+#include "core/run_stop.h"
 #include "core/synchronization.h"
 #include "core/value.h"
 #include "hostdb/recordset.h"
@@ -42,6 +46,38 @@ std::string directionName(int32_t d) {
 // "company 9 \"Twin Ltd.\"".
 std::string describe(const RecordPlan& r) {
   return r.kind + " " + r.key + (r.name.empty() ? "" : " \"" + r.name + "\"");
+}
+
+// What a record that was not chosen notes: its pairing is saved all the same.
+const char* const kNotChosenNone = "not chosen: its pairing is saved all the same, with no item";
+const char* const kNotChosenFound =
+    "not chosen: its pairing is saved all the same, with the item the look-up found";
+
+// Builds with libzstd compress; others store the lines in uncompressed frames.
+#ifdef DOSSYNC_HAVE_ZSTD
+constexpr bool kCompress = true;
+#else
+constexpr bool kCompress = false;
+#endif
+
+// What is kept of earlier records, as indexes into these.
+const char* const kLookups[] = {"none", "mapping", "name", ""};
+
+uint8_t indexOf(const std::string& s, const char* const* texts, size_t n) {
+  for (size_t i = 0; i < n; ++i)
+    if (s == texts[i]) return static_cast<uint8_t>(i);
+  return 0;
+}
+
+// The name of a host company or contact ("" none), read again for a warning.
+std::string hostName(const std::string& kind, int32_t number) {
+  auto& db = apartment().hostDb;
+  if (!db) return "";
+  bool company = kind == "company";
+  hostdb::Recordset rs(*db, std::string("SELECT ") + (company ? "Companies.* FROM Companies WHERE CompanyID = "
+                                                              : "Contacts.* FROM Contacts WHERE ContactID = ") +
+                                std::to_string(number) + ";");
+  return rs.hasRow() ? rs.read(company ? "CompanyName" : "DisplayName") : "";
 }
 
 // The name of the host company a contact is at ("" none).
@@ -83,9 +119,16 @@ void RunRecorder::runStarted(clsOutlookSynchronization& c) {
   plan_ = RunPlan{};
   plan_.kind = preview_ ? "preview" : "report";
   plan_.started = localTimestamp();
+  plan_.counts.emplace();
   startedAt_ = monotonicSeconds();
   inRecord_ = false;
   pairedItems_.clear();
+  currentPairing_ = nullptr;
+  late_.clear();
+  listed_ = 0;
+  writer_.reset();
+  file_.clear();
+  writeError_.clear();
   auto& s = plan_.settings;
   s.emplace_back("direction", directionName(c.SyncDirectionType()));
   s.emplace_back("information", std::to_string(c.SyncInformationType()));
@@ -103,14 +146,47 @@ void RunRecorder::runStarted(clsOutlookSynchronization& c) {
       s.push_back(kv);
     }
   }
+  try {
+    file_ = preview_ ? previewFile_ : open ? open(plan_) : std::filesystem::path();
+    if (file_.empty()) return;
+    writer_ = std::make_unique<ReportWriter>(file_, kCompress);
+    writer_->head(plan_);
+  } catch (const std::exception& e) {
+    writeFailed(e);
+  }
 }
 
 void RunRecorder::runFinished(clsOutlookSynchronization&) {
   if (inRecord_) recordFinished();
   plan_.finished = localTimestamp();
   plan_.seconds = monotonicSeconds() - startedAt_;
+  plan_.interrupted = runStopRequested();
+  plan_.counts->errors += static_cast<int32_t>(plan_.errors.size());
   component_ = nullptr;
-  if (finished) finished(plan_);
+  pairedItems_.clear();
+  try {
+    if (writer_) writer_->tail(plan_, late_);
+  } catch (const std::exception& e) {
+    writeFailed(e);
+  }
+  writer_.reset();
+  late_.clear();
+  if (preview_) {
+    // The plan as the file has it, records and all.
+    RunPlan written = readReportFile(file_);
+    written.id.clear();
+    plan_ = std::move(written);
+    return;
+  }
+  if (finished) finished(plan_, file_, writeError_);
+}
+
+void RunRecorder::writeFailed(const std::exception& e) {
+  writer_.reset();
+  if (writeError_.empty()) {
+    auto* error = dynamic_cast<const RuntimeError*>(&e);
+    writeError_ = error ? error->description() : e.what();
+  }
 }
 
 std::shared_ptr<outlook::Application> RunRecorder::watch(std::shared_ptr<outlook::Application> app) {
@@ -131,17 +207,17 @@ std::shared_ptr<outlook::Application> RunRecorder::watch(std::shared_ptr<outlook
 }
 
 RecordPlan* RunRecorder::current() {
-  return inRecord_ ? &plan_.records.back() : nullptr;
+  return inRecord_ ? &current_ : nullptr;
 }
 
 void RunRecorder::recordStarted(Kind kind, const std::string& key) {
   if (inRecord_) recordFinished();
-  RecordPlan r;
-  r.kind = kindName(kind);
-  r.key = key;
-  if (kind == Kind::OutlookItem) r.outlookId = key;
-  plan_.records.push_back(std::move(r));
+  current_ = RecordPlan{};
+  current_.kind = kindName(kind);
+  current_.key = key;
+  if (kind == Kind::OutlookItem) current_.outlookId = key;
   inRecord_ = true;
+  currentPairing_ = nullptr;
   itemSaved_ = itemCreated_ = madeBefore_ = lookedUp_ = false;
   if (kind != Kind::OutlookItem || !component_ || !apartment().syncDb) return;
   // Whether an earlier run made a company from this item and paired it with -1.
@@ -166,18 +242,41 @@ void RunRecorder::paired(const std::string& hostNumber, const std::string& outlo
   RecordPlan* r = current();
   if (!r) return;
   r->pairedWith = r->kind == "outlook-item" ? hostNumber : outlookID;
-  if (r->kind == "outlook-item" || outlookID.empty()) return;
+  if (r->kind == "outlook-item" || outlookID.empty() || !value::isNumeric(r->key)) return;
   // One Outlook contact for two host records (two companies of one name): each run writes one
   // record's values over the other's.
-  auto [at, first] = pairedItems_.try_emplace(outlookID, ItemPairing{plan_.records.size() - 1, 0});
-  if (first) return;
-  RecordPlan& earlier = plan_.records[at->second.record];
-  const std::string risk = " in this run: both write to one Outlook contact";
-  if (at->second.more++ == 0) {
-    ++plan_.itemsPairedTwice;
-    earlier.warnings.push_back("its Outlook contact is also paired with " + describe(*r) + risk);
+  auto [at, first] = pairedItems_.try_emplace(std::hash<std::string>{}(outlookID));
+  ItemPairing& earlier = at->second;
+  if (first) {
+    earlier.key = value::toLong(r->key);
+    currentPairing_ = &earlier;
+    return;
   }
-  r->warnings.push_back("its Outlook contact is also paired with " + describe(earlier) + risk);
+  RecordPlan e;  // the earlier record, as far as it is known
+  e.kind = r->kind;
+  e.key = std::to_string(earlier.key);
+  e.name = hostName(e.kind, earlier.key);
+  const std::string risk = " in this run: both write to one Outlook contact";
+  if (earlier.more++ == 0) {
+    ++plan_.itemsPairedTwice;
+    // The earlier record is written already: its warning goes with the run's end.
+    LateWarning w;
+    w.listed = earlier.listed;
+    w.warning = "its Outlook contact is also paired with " + describe(*r) + risk;
+    if (earlier.listed < 0) {
+      w.before = earlier.before;
+      w.record = e;
+      RecordPlan& stub = w.record;
+      stub.selected = earlier.selected;
+      stub.action = RunCounts::kActionNames[earlier.action];
+      stub.pairedWith = stub.outlookId = outlookID;
+      stub.foundBy = kLookups[earlier.foundBy];
+      stub.contactFoundBy = kLookups[earlier.contactFoundBy];
+      if (!stub.selected) stub.notes.push_back(kNotChosenFound);
+    }
+    late_.push_back(std::move(w));
+  }
+  r->warnings.push_back("its Outlook contact is also paired with " + describe(e) + risk);
 }
 
 void RunRecorder::lookupAnswered(Kind kind, FoundBy how, const std::string& hostNumber,
@@ -215,7 +314,6 @@ void RunRecorder::lookupAnswered(Kind kind, FoundBy how, const std::string& host
 
 void RunRecorder::recordFinished() {
   RecordPlan* r = current();
-  inRecord_ = false;
   if (!r) return;
   if (r->kind == "outlook-item") {
     bool madeCompany = false;
@@ -235,16 +333,31 @@ void RunRecorder::recordFinished() {
           "again (--pair-created pairs it with the company made)");
       ++plan_.companiesToCreateAgain;
     }
-    return;
-  }
-  if (!r->selected) {
+  } else if (!r->selected) {
     r->action = "pair-only";
-    r->notes.push_back(r->pairedWith.empty()
-                           ? "not chosen: its pairing is saved all the same, with no item"
-                           : "not chosen: its pairing is saved all the same, with the item the "
-                             "look-up found");
+    r->notes.push_back(r->pairedWith.empty() ? kNotChosenNone : kNotChosenFound);
   } else if (itemSaved_) {
     r->action = itemCreated_ ? "create-item" : (r->changes.empty() ? "nothing" : "update-item");
+  }
+  inRecord_ = false;
+  plan_.counts->add(*r);
+  bool listed = (preview_ && previewAll_) || worthListing(*r);
+  if (ItemPairing* p = currentPairing_) {
+    currentPairing_ = nullptr;
+    p->listed = listed ? listed_ : -1;
+    p->before = listed_;
+    p->selected = r->selected;
+    p->action = indexOf(r->action, RunCounts::kActionNames, RunCounts::kActions);
+    p->foundBy = indexOf(r->foundBy, kLookups, std::size(kLookups));
+    p->contactFoundBy = indexOf(r->contactFoundBy, kLookups, std::size(kLookups));
+  }
+  if (!listed) return;
+  ++listed_;
+  if (!writer_) return;
+  try {
+    writer_->record(*r);
+  } catch (const std::exception& e) {
+    writeFailed(e);
   }
 }
 
@@ -267,7 +380,7 @@ void RunRecorder::errorReported(const RuntimeError& error, const std::string& lo
   }
 }
 
-PreviewScope::PreviewScope(RunRecorder& recorder) : recorder_(recorder) {
+PreviewScope::PreviewScope(RunRecorder& recorder, bool all) : recorder_(recorder) {
   Apartment& a = apartment();
   bool hostBegun = false;
   try {
@@ -283,10 +396,18 @@ PreviewScope::PreviewScope(RunRecorder& recorder) : recorder_(recorder) {
     throw;
   }
   recorder_.preview_ = true;
+  recorder_.previewAll_ = all;
+  static int serial = 0;
+  recorder_.previewFile_ =
+      std::filesystem::temp_directory_path() /
+      ("dossync-preview-" + std::to_string(::getpid()) + "-" + std::to_string(++serial) + kReportExtension);
 }
 
 PreviewScope::~PreviewScope() {
-  recorder_.preview_ = false;
+  recorder_.preview_ = recorder_.previewAll_ = false;
+  std::error_code ec;
+  std::filesystem::remove(recorder_.previewFile_, ec);
+  recorder_.previewFile_.clear();
   Apartment& a = apartment();
   for (auto* db : {a.hostDb.get(), a.syncDb.get()}) {
     try {

@@ -1,21 +1,28 @@
 // The observer of synchronisation runs (core/run_observer.h) that writes down what each run
-// does as a RunPlan: for a real run, its report; for a preview, its plan. Give it to the
-// component (setRunObserver); each run (SynchronizeContacts) starts a new plan, and when the
-// run ends `finished` is called with it.
+// does as it goes: for a real run, its report; for a preview, its plan. Give it to the
+// component (setRunObserver). Each run (SynchronizeContacts) starts a new plan; `open` says
+// which file its report goes to, and each record is written there (report_file.h) when it is
+// done, only the record under way being kept; when the run ends `finished` is called with the
+// plan, which then holds the run's counts but no records.
 //
 // A preview is a run inside a PreviewScope: the recorder's Outlook stands in front of the real
-// one and saves nothing, and both databases roll back all the run wrote.
+// one and saves nothing, and both databases roll back all the run wrote. Its plan goes through
+// the same writer into a temporary file and is read back from it whole: plan() then has its
+// records, as `report show` would show them.
 // Thread use: the apartment's one thread.
 #pragma once
 
+#include <cstdint>
+#include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <utility>
+#include <unordered_map>
 #include <vector>
 
 #include "core/run_observer.h"
+#include "report/report_file.h"
 #include "report/run_plan.h"
 
 namespace dossync::report {
@@ -24,7 +31,14 @@ class RunRecorder : public IRunObserver {
  public:
   // Settings the component does not know (the store, the selection), shown with its own.
   void setSetting(const std::string& key, const std::string& value);
-  std::function<void(const RunPlan&)> finished;
+  // The file a real run's report is written into, asked when the run starts (the plan has its
+  // kind, start and settings); "" writes none, the run being only counted.
+  std::function<std::filesystem::path(const RunPlan&)> open;
+  // When a real run has ended: its plan (counts, no records), the file written ("" none), and
+  // why writing it failed ("" it did not; the file is then left as far as it got).
+  std::function<void(RunPlan&, const std::filesystem::path& file, const std::string& error)>
+      finished;
+  // The last run's plan: a preview's with its records (read back), a real run's counts.
   const RunPlan& plan() const { return plan_; }
 
   void runStarted(clsOutlookSynchronization& component) override;
@@ -47,21 +61,38 @@ class RunRecorder : public IRunObserver {
  private:
   friend class PreviewScope;
   RecordPlan* current();
+  void writeRecord(const RecordPlan& r);
+  void writeFailed(const std::exception& e);
 
   std::vector<std::pair<std::string, std::string>> extraSettings_;
   RunPlan plan_;
+  RecordPlan current_;
+  std::unique_ptr<ReportWriter> writer_;
+  std::filesystem::path file_;
+  std::string writeError_;
+  int32_t listed_ = 0;  // records written
+  std::vector<LateWarning> late_;
   bool preview_ = false;
+  bool previewAll_ = false;  // a preview lists every record
+  std::filesystem::path previewFile_;
   bool inRecord_ = false;
   bool itemSaved_ = false, itemCreated_ = false;
   bool madeBefore_ = false;  // the item's pairing says -1: an earlier run made its company
   bool lookedUp_ = false;    // the record's own look-up was answered (the next is its contact's)
-  // The Outlook contacts paired in this run: the first record paired with each, and how many
-  // more were paired with it after.
+  // The Outlook contacts paired in this run (by a hash of the entry id): the first record
+  // paired with each, as much of it as a warning that comes after it was written needs (its
+  // name is read again from the host then), and how many more records were paired with the
+  // contact after it. A few bytes a record: a run of 100,000 keeps a few MB.
   struct ItemPairing {
-    size_t record;
-    int32_t more;
+    int32_t key = 0;      // the host number
+    int32_t listed = -1;  // its place among the listed records, -1 not listed
+    int32_t before = 0;   // records listed before it
+    int32_t more = 0;
+    bool selected = true;
+    uint8_t action = 0, foundBy = 0, contactFoundBy = 0;  // indexes into the texts they are
   };
-  std::map<std::string, ItemPairing> pairedItems_;
+  std::unordered_map<uint64_t, ItemPairing> pairedItems_;
+  ItemPairing* currentPairing_ = nullptr;
   clsOutlookSynchronization* component_ = nullptr;
   double startedAt_ = 0;
 };
@@ -72,7 +103,8 @@ class RunRecorder : public IRunObserver {
 // database) when a database that is open cannot preview; nothing is begun then.
 class PreviewScope {
  public:
-  explicit PreviewScope(RunRecorder& recorder);
+  // all: the plan lists the records that changed nothing too.
+  explicit PreviewScope(RunRecorder& recorder, bool all = false);
   ~PreviewScope();
   PreviewScope(const PreviewScope&) = delete;
   PreviewScope& operator=(const PreviewScope&) = delete;

@@ -41,11 +41,11 @@ has "unreachable names the URL" "$(cat "$work/err")" "127.0.0.1:1"
 
 # The practice goes up; a second run with nothing changed writes nothing.
 out=$(sync --select all); same "sync exit" $? 0
-has "every company made" "$out" "items created 12"
+has "every company made" "$out" "create-item 12,"
 same "cards on the server" "$(on_server book)" 12
 before=$(token book)
 out=$(sync --select all)
-has "again: updated in place" "$out" "items created 0, items updated 12"
+has "again: nothing to change" "$out" "create-item 0, update-item 0, pair-only 0, nothing 12,"
 same "a quiet run writes nothing" "$(token book)" "$before"
 
 # contacts: put, show, delete against the server.
@@ -107,7 +107,7 @@ for n in 1 2 3; do
 done
 vs discover up && vs sync up; same "vdirsyncer upload" $? 0
 out=$("$bin" sync --host-db "$h" --sync-db "$work/s2.db" "${ol2[@]}" --no-progress --direction 3 --select all)
-has "their contacts come in" "$out" "companies created 3, companies updated 0, contacts created 3"
+has "their contacts come in" "$out" "create-company 3, update-company 0, nothing 0,"
 same "filed as Outlook files them" "$(sqlite3 "$h" "SELECT count(*) FROM Companies WHERE CompanyName LIKE 'Other Co %';")" 3
 "$bin" contacts list "${ol2[@]}" | grep -q "Person, Other 2" && ok || bad "FileAs of a foreign card"
 

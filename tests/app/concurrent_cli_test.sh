@@ -51,13 +51,13 @@ both() {
   wait $pa; same "$name: first exit" $? 0
   wait $pb; same "$name: second exit" $? 0
   for f in a b; do
-    [[ "$(grep -v '^dossync: made the folder ' "$work/$f.txt")" == "rows walked "*", errors 0, "* ]] && ok ||
+    [[ "$(grep -v '^dossync: made the folder ' "$work/$f.txt")" == "records "*", errors 0, "* ]] && ok ||
       bad "$name: $f: $(head -c 600 "$work/$f.txt")"
   done
 }
 cards() { ls "$work/${1:-out}/default/contacts" | grep -c '\.vcf$'; }
 q() { sqlite3 "$work/$1" "$2"; }
-walked() { sed -n 's/^rows walked \([0-9]*\),.*/\1/p' "$work/$1.txt"; }
+walked() { sed -n 's/^records \([0-9]*\),.*/\1/p' "$work/$1.txt"; }
 # The host-to-Outlook run sends every company that was there when it began (its selection,
 # "all", is taken then); a company the other run adds meanwhile may be walked too, and is then
 # paired without a card (not selected). Every company walked is paired once, and every card
@@ -99,7 +99,6 @@ brought_in "one database" s.db 2
 before
 both "again" --direction 2 --outlook "$out" --sync-db "$work/s.db" --select all --scheme 1 -- \
   --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 2
-has "again: contacts updated in place" "$(cat "$work/b.txt")" "contacts created 0"
 sent_out "again" s.db 1 "$(walked a)"
 brought_in "again" s.db 2
 same "again: contacts" "$(hq 'SELECT count(*) FROM "Contacts";')" $((contacts + n))

@@ -39,7 +39,7 @@ same "nothing but cards in the book" "$(ls -A "$book" | grep -vc '\.vcf$')" 0
 state=$(ls -d "$XDG_STATE_HOME"/dossync/vdir/book-* 2>/dev/null)
 [[ -n "$state" && -s "$state/store-id" ]] && ok || bad "no store-id under $XDG_STATE_HOME/dossync/vdir"
 reports=$(ls -d "$XDG_STATE_HOME"/dossync/reports/book-* 2>/dev/null)
-same "report under the state folder" "$(ls "$reports" 2>/dev/null | grep -c '\.json$')" 1
+same "report under the state folder" "$(ls "$reports" 2>/dev/null | grep -c '\.jsonl\.zst$')" 1
 has "summary names the report" "$out" "$reports/"
 listed=$("$bin" report "${ol[@]}"); same "report list exit" $? 0
 same "report list finds it" "$(grep -c 'direction 2' <<<"$listed")" 1
@@ -67,7 +67,7 @@ same "no contact named after the company" "$(q "SELECT count(*) FROM Contacts WH
 out=$(sync); same "second run exit" $? 0
 same "no second company card" "$(grep -l '^ORG:Acme Ltd' "$book"/*.vcf | wc -l)" 1
 grep -q 'X-ABShowAs:COMPANY' "$acme" && ok || bad "company mark not restored: $(cat "$acme")"
-same "reports of both runs" "$(ls "$reports" | grep -c '\.json$')" 3
+same "reports of both runs" "$(ls "$reports" | grep -c '\.jsonl\.zst$')" 3
 
 # Emptied, it is still that address book: nothing of ours appears in it.
 rm "$book"/*.vcf

@@ -51,7 +51,7 @@ cards() {  # the cards of a folder, without what identifies or dates them, in on
 }
 out=$("$bin" sync --host-db "$h" --sync-db "$work/s1.db" --outlook "vdir:$work/ol1" --no-progress \
   --direction 2 --select all)
-has "host to Outlook" "$out" "rows walked 50, items created 50,"
+has "host to Outlook" "$out" "records 50, create-item 50,"
 "$bin" sync --host-db "$lite" --sync-db "$work/s2.db" --outlook "vdir:$work/ol2" --no-progress \
   --direction 2 --select all >/dev/null
 same "same cards as from SQLite" "$(cards "$work/ol1")" "$(cards "$work/ol2")"
@@ -63,7 +63,7 @@ cp -r "$work/ol1" "$work/ol3"
 cp -r "$work/ol1" "$work/ol4"
 out=$("$bin" sync --host-db "$h2" --sync-db "$work/s3.db" --outlook "vdir:$work/ol3" \
   --no-progress --direction 3 --select all)
-has "Outlook to host" "$out" "companies created 50"
+has "Outlook to host" "$out" "create-company 50,"
 "$bin" sync --host-db "$work/h2.db" --sync-db "$work/s4.db" --outlook "vdir:$work/ol4" \
   --no-progress --direction 3 --select all >/dev/null
 same "same companies as on SQLite" \
@@ -80,14 +80,14 @@ psql -qX "$base" -c "CREATE DATABASE sync1" >/dev/null
 s=$(uri sync1)
 out=$("$bin" sync --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol5" --no-progress \
   --direction 2 --select all 2>&1)
-has "sync database on the server" "$out" "rows walked 50, items created 50,"
+has "sync database on the server" "$out" "records 50, create-item 50,"
 same "its tables" "$(pq "$s" "SELECT string_agg(table_name, ',' ORDER BY table_name) FROM information_schema.tables WHERE table_schema = current_schema();")" \
   "OutlookScheme,OutlookSync"
 same "its pairings" "$(pq "$s" 'SELECT count(DISTINCT "OutlookID") FROM "OutlookSync" WHERE "SchemeNum" = -1;')" 50
 pq "$s" 'DROP TABLE "OutlookScheme";'
 out=$("$bin" sync --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol5" --no-progress \
   --direction 2 --select all 2>&1)
-has "again: paired, updated in place" "$out" "items created 0, items updated 50,"
+has "again: paired, updated in place" "$out" "create-item 0, update-item 0, pair-only 0, nothing 50,"
 same "missing table made again" "$(pq "$s" "SELECT count(*) FROM information_schema.tables WHERE table_name = 'OutlookScheme';")" 1
 out=$("$bin" check --host-db "$h" --sync-db "$(uri nosync)" 2>&1)
 same "missing sync database exit" $? 2

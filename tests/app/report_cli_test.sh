@@ -53,18 +53,25 @@ preview_then_run() {  # NAME ARGS...: the preview changes nothing, the run does 
 }
 
 # Host to Outlook: three companies first, then all with one of them changed: updates, creates,
-# an unchanged item and the rows not chosen, paired all the same. Of two companies of one name,
-# the second finds the item the first made (by its file-as name), in the preview as in the run:
-# a pairing made by name, and one item paired with two companies, both warned.
+# an unchanged item and the rows not chosen, paired all the same (those two counted, not
+# listed, but with --all). Of two companies of one name, the second finds the item the first
+# made (by its file-as name), in the preview as in the run: a pairing made by name, and one item
+# paired with two companies, both warned.
 sync --select 1,2,3 >/dev/null
 hq "UPDATE Companies SET City = 'Gatineau' WHERE CompanyID = 2;"
 hq "INSERT INTO Companies (CompanyID, CompanyName, City) VALUES (9, 'Twin Ltd.', 'Laval'), (10, 'Twin Ltd.', 'Hull');"
+sync --select 1,2,4,5,9,10 --preview --all --json >"$work/out/all.json"
 preview_then_run to-outlook --select 1,2,4,5,9,10
 p="$work/out/to-outlook-preview.json"
-action() { /usr/bin/python3 -c 'import json,sys; print([r["action"] for r in json.load(open(sys.argv[1]))["records"] if r["key"] == sys.argv[2]][0])' "$1" "$2"; }
-same "unchanged item" "$(action "$p" 1)" nothing
+action() { /usr/bin/python3 -c 'import json,sys; print(([r["action"] for r in json.load(open(sys.argv[1]))["records"] if r["key"] == sys.argv[2]] + ["(not listed)"])[0])' "$1" "$2"; }
+same "unchanged item: not listed" "$(action "$p" 1)" "(not listed)"
+same "unchanged item with --all" "$(action "$work/out/all.json" 1)" nothing
 same "changed item" "$(action "$p" 2)" update-item
-same "not chosen" "$(action "$p" 3)" pair-only
+same "not chosen, as it was: not listed" "$(action "$p" 3)" "(not listed)"
+same "not chosen with --all" "$(action "$work/out/all.json" 3)" pair-only
+actions() { /usr/bin/python3 -c 'import json,sys; s = json.load(open(sys.argv[1]))["summary"]; print(s["records"], s["listed"], [s["actions"][a] for a in ("create-item", "update-item", "pair-only", "nothing")])' "$1"; }
+same "all counted" "$(actions "$p")" "10 8 [3, 2, 4, 1]"
+same "all counted, all listed" "$(actions "$work/out/all.json")" "10 10 [3, 2, 4, 1]"
 same "new item" "$(action "$p" 4)" create-item
 same "the twin's item" "$(action "$p" 10)" update-item
 field() { /usr/bin/python3 -c 'import json,sys; print([r[sys.argv[3]] for r in json.load(open(sys.argv[1]))["records"] if r["key"] == sys.argv[2]][0])' "$@"; }
@@ -76,6 +83,12 @@ same "items paired twice" "$(count "$p" itemsPairedTwice)" 1
 [[ "$store_kind" == vdir || $run_writes -gt 0 ]] && ok || bad "the server logged none of the run's writes"
 hq "UPDATE Companies SET City = 'Hull' WHERE CompanyID = 2;"
 has "text form" "$(sync --select 2 --preview)" 'item BusinessAddressCity: "Gatineau" -> "Hull"'
+# The first twin, not chosen now and paired as it was, is not listed until the second is
+# paired with its item: then it is, in its place (after the rows not chosen that have no item),
+# with its warning.
+sync --select 10 --preview --json >"$work/out/late.json"
+has "late warning on a record not listed" "$(field "$work/out/late.json" 9 warnings)" 'also paired with company 10 "Twin Ltd."'
+same "listed in its place" "$(/usr/bin/python3 -c 'import json,sys; print([r["key"] for r in json.load(open(sys.argv[1]))["records"]])' "$work/out/late.json")" "['6', '7', '8', '9', '10']"
 same "report show last is the run's report" "$("$bin" report show last "${ol[@]}" --json | plan_of /dev/stdin)" \
   "$(plan_of "$work/out/to-outlook-report.json")"
 
@@ -96,7 +109,7 @@ sync --direction 3 --select "$ann" --pair-created >/dev/null
 same "paired with the company made" "$(sq "SELECT CompanyNum FROM OutlookSync WHERE OutlookID = '$ann';")" \
   "$(hq "SELECT CompanyID FROM Companies WHERE CompanyName = 'Lee Bakery';")"
 preview_then_run paired --direction 3 --select "$ann" --pair-created
-same "updated, not made again" "$(action "$work/out/paired-preview.json" "$ann")" nothing
+same "updated, not made again" "$(action "$work/out/paired-preview.json" "$ann")" "(not listed)"
 same "one Lee Bakery" "$(hq "SELECT count(*) FROM Companies WHERE CompanyName = 'Lee Bakery';")" 1
 
 # An item named like a host contact of another company: its company and its contact are found by
@@ -111,6 +124,41 @@ same "contact by name" "$(field "$r" "$stray" contactFoundBy)" name
 has "another company warned" "$(field "$r" "$stray" warnings)" "contact found by name at another company"
 same "name matches counted" "$(count "$r" nameMatches)" 2
 has "text form" "$("$bin" report show last "${ol[@]}")" 'warning: contact found by name at another company'
+
+# Sizes, on the vCard folder (the store does not change them): a first run of a demo practice
+# and a run that changes every company take at most 300 bytes of report a record; a run that
+# changes nothing stays under 4 KB.
+if [[ $store_kind == vdir ]]; then
+  "$bin" demo-data "$work/big.db" --companies 300 --seed 5 >/dev/null
+  big() { "$bin" sync --host-db "$work/big.db" --sync-db "$work/big-s.db" --outlook "vdir:$work/olbig" --no-progress; }
+  size_of() { stat -c %s "$(sed -n 's/^Report: //p' <<<"$1")"; }
+  size=$(size_of "$(big)")
+  (( size <= 300 * 300 )) && ok || bad "first run: $size bytes for 300 new items"
+  sqlite3 "$work/big.db" "UPDATE Companies SET City = City || ' Est';"
+  size=$(size_of "$(big)")
+  (( size <= 300 * 300 )) && ok || bad "changing run: $size bytes for 300 changed items"
+  size=$(size_of "$(big)")
+  (( size < 4096 )) && ok || bad "quiet run: $size bytes"
+
+  # SIGTERM stops the run at the next record: what was done is committed and reported, marked
+  # interrupted; the exit code says which signal.
+  "$bin" demo-data "$work/int.db" --companies 3000 --seed 7 >/dev/null
+  "$bin" sync --host-db "$work/int.db" --sync-db "$work/int-s.db" --outlook "vdir:$work/olint" \
+    --no-progress --json >"$work/out/int.json" 2>"$work/out/int.err" &
+  pid=$!
+  for _ in $(seq 1000); do
+    (( $(ls "$work/olint/default/contacts" 2>/dev/null | wc -l) >= 50 )) && break
+    sleep 0.01
+  done
+  kill -TERM $pid
+  wait $pid; same "stopped by SIGTERM" $? 143
+  IFS=' ' read -r interrupted records < <(/usr/bin/python3 -c 'import json,sys; d = json.load(open(sys.argv[1]))
+print(d["interrupted"], d["summary"]["records"])' "$work/out/int.json")
+  same "marked interrupted" "$interrupted" True
+  (( records > 0 && records < 3000 )) && ok || bad "interrupted after $records of 3000 records"
+  same "its records committed" "$(sqlite3 "$work/int-s.db" 'SELECT count(*) FROM OutlookSync;')" "$records"
+  same "its cards" "$(ls "$work/olint/default/contacts" | grep -c '\.vcf$')" "$records"
+fi
 
 # An error is in the report with its record and where it happened.
 hq "UPDATE Contacts SET Birthday = 'someday' WHERE CompanyNum = 1 AND DefaultContact = 1;"

@@ -28,7 +28,7 @@ jane=$(put <<'JSON'
 JSON
 )
 out=$(sync --select "$jane"); same "exit" $? 0
-[[ "$out" == *"companies created 1, companies updated 0, contacts created 1"* ]] && ok || bad "summary: $out"
+[[ "$out" == *"create-company 1, update-company 0, nothing 0,"* ]] && ok || bad "summary: $out"
 same "company" "$(hq "SELECT CompanyName || '|' || City || '|' || OfficeNumber || '|' || Email FROM Companies;")" \
   "Public Works Inc.|Ottawa|613-555-0100|info@public.ca"
 cid=$(hq "SELECT CompanyID FROM Companies;")
@@ -54,7 +54,7 @@ same "pairing kept with -1" "$(sq "SELECT CompanyNum || '|' || ContactNum FROM O
 # another company is made.
 echo "{\"EntryID\": \"$jane\", \"JobTitle\": \"Partner\", \"CompanyName\": \"\"}" | put >/dev/null
 out=$(sync --select "$jane")
-[[ "$out" == *"companies created 1, companies updated 0, contacts created 0"* ]] && ok || bad "second summary: $out"
+[[ "$out" == *"create-company 1, update-company 0, nothing 0,"* ]] && ok || bad "second summary: $out"
 same "one contact" "$(hq "SELECT count(*) || '|' || BusinessJobTitle FROM Contacts;")" "1|Partner"
 same "two companies" "$(hq "SELECT count(*) FROM Companies;")" 2
 same "empty Outlook company name empties the host's" "$(hq "SELECT CompanyName FROM Companies ORDER BY CompanyID DESC LIMIT 1;")" ""

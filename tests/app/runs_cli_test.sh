@@ -63,7 +63,7 @@ has "second waits for the first" "$(cat "$work/b.txt")" "is in use by another ru
 kill -CONT $first
 wait $first; same "first run" $? 0
 wait $second; same "second run" $? 0
-has "second updated in place" "$(cat "$work/b.txt")" "items created 0, items updated $companies"
+has "second updated in place" "$(cat "$work/b.txt")" "create-item 0, update-item 0, pair-only 0, nothing $companies,"
 same "one card a company" "$(cards out)" "$companies"
 same "one pairing a company" "$(sq 'SELECT count(*) || '"'|'"' || count(DISTINCT "CompanyNum") || '"'|'"' || count(DISTINCT "OutlookID") FROM "OutlookSync" WHERE "SchemeNum" = 5 AND "ContactNum" IS NULL;')" \
   "$companies|$companies|$companies"

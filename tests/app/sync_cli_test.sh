@@ -24,13 +24,13 @@ same "direction 1 walks nothing" "$(count)" 0
 # Every contact is chosen, as information type 7 would walk them.
 for t in 3 4; do
   out=$(sync --info $t --select all)
-  has "info $t walks nothing" "$out" "rows walked 0, items created 0, items updated 0, mapping rows saved 0,"
+  has "info $t walks nothing" "$out" "records 0, create-item 0, update-item 0, pair-only 0, nothing 0,"
   same "info $t changes nothing" "$(count)$(q 'SELECT count(*) FROM OutlookSync;')" "00"
 done
 
 # Companies 1 and 3 chosen: two new items; company 2 is paired with nothing.
 out=$(sync --select 1,3); same "sync exit" $? 0
-[[ "$out" == "rows walked 3, items created 2, items updated 0, mapping rows saved 3, errors 0, records failed 0, seconds "* ]] && ok || bad "summary: $out"
+[[ "$out" == "records 3, create-item 2, update-item 0, pair-only 1, nothing 0, errors 0, records failed 0, seconds "* ]] && ok || bad "summary: $out"
 same "two cards" "$(count)" 2
 same "unselected company mapped with an empty id" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 2;")" ""
 alpha=$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")
@@ -83,7 +83,7 @@ echo "junk junk junk junk junk junk junk junk" >"$work/junk.db"
 # Names compare without regard to case: a card filed "BETA LTD" is Beta Ltd's.
 beta=$(echo '{"FileAs": "BETA LTD", "CompanyName": "BETA LTD"}' | "$bin" contacts put "${ol2[@]}" --json -)
 out=$("$bin" sync --host-db "$h" --sync-db "$work/s2.db" "${ol2[@]}" --no-progress --select 2)
-has "found by its name in another case" "$out" "items created 0, items updated 1"
+has "found by its name in another case" "$out" "create-item 0, update-item 1"
 same "paired with it" "$(sqlite3 "$work/s2.db" "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 2;")" "$beta"
 same "no second card" "$(ls $cards2 | grep -c '\.vcf$')" 1
 

@@ -1,0 +1,162 @@
+#include "report/report_file.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "core/error.h"
+#include "test_support.h"
+
+namespace dossync::report {
+namespace {
+
+namespace fs = std::filesystem;
+
+RecordPlan record(const std::string& key, const std::string& action) {
+  RecordPlan r;
+  r.kind = "company";
+  r.key = key;
+  r.name = "Company " + key;
+  r.action = action;
+  r.pairedWith = "item-" + key;
+  r.outlookId = r.pairedWith;
+  r.foundBy = "mapping";
+  return r;
+}
+
+// A run of each kind of record the file has to tell apart: a new item (its values once), a
+// changed one with an old value known and one never read, a record not chosen whose item is
+// not its pairing, a company made from an item with its rows, errors in and outside records,
+// and warnings that came after their record was written (listed, and not listed).
+struct Written {
+  RunPlan plan;  // what a reader should get back
+  std::vector<RecordPlan> listed;
+  std::vector<LateWarning> late;
+};
+
+Written aRun() {
+  Written w;
+  RunPlan& p = w.plan;
+  p.kind = "report";
+  p.started = "2026-11-25T17:15:00";
+  p.finished = "2026-11-25T17:15:02";
+  p.seconds = 2.5;
+  p.settings = {{"direction", "2 (host to Outlook)"}, {"select", "all"}};
+  p.companiesCreatedAgain = 1;
+  p.nameMatches = 2;
+  p.itemsPairedTwice = 2;
+  p.errors.push_back({3021, "No current record", "kvoutlookdx.dll-x"});
+
+  RecordPlan created = record("1", "create-item");
+  created.foundBy = "none";
+  created.changes = {{"item", "FileAs", "", "Acme \"Ltd\"\n"}, {"item", "BusinessAddressCity", "", "Hull"}};
+  RecordPlan changed = record("2", "update-item");
+  changed.changes = {{"item", "BusinessAddressCity", "Kingston", "Gatineau"},
+                     {"item", "Email1Address", "", "a@b.ca", false}};
+  changed.errors.push_back({13, "Type mismatch", "kvoutlookdx.dll-y"});
+  RecordPlan notChosen = record("3", "pair-only");
+  notChosen.selected = false;
+  notChosen.outlookId = "";
+  notChosen.notes = {"not chosen: its pairing is saved all the same"};
+  RecordPlan made;
+  made.kind = "outlook-item";
+  made.key = made.outlookId = "abc.vcf";
+  made.action = "create-company";
+  made.pairedWith = "-1";
+  made.contactFoundBy = "name";
+  made.added.push_back({"Companies", {{"CompanyName", "Public Works"}, {"City", ""}}});
+  made.changes = {{"Contacts", "CompanyNum", "4", "9"}};
+  w.listed = {created, changed, notChosen, made};
+
+  // Record 2 gets a warning late; an unlisted record that went between 1 and 2 gets one too.
+  LateWarning onListed;
+  onListed.listed = 1;
+  onListed.warning = "its Outlook contact is also paired with company 7";
+  RecordPlan quiet = record("5", "nothing");
+  LateWarning onQuiet;
+  onQuiet.before = 1;
+  onQuiet.record = quiet;
+  onQuiet.warning = "its Outlook contact is also paired with company 8";
+  w.late = {onListed, onQuiet};
+
+  p.records = w.listed;
+  p.records[1].warnings.push_back(onListed.warning);
+  quiet.warnings.push_back(onQuiet.warning);
+  p.records.insert(p.records.begin() + 1, quiet);
+  RunCounts& counts = p.counts.emplace();
+  counts.records = 40;
+  counts.actions[0] = 1;
+  counts.actions[3] = 36;
+  counts.errors = 2;
+  return w;
+}
+
+fs::path write(const fs::path& path, const Written& w, bool compress, bool tail = true) {
+  ReportWriter writer(path, compress);
+  writer.head(w.plan);
+  for (const auto& r : w.listed) writer.record(r);
+  if (tail) writer.tail(w.plan, w.late);
+  return path;
+}
+
+TEST(ReportFileTest, ReadsBackWhatWasWrittenCompressedOrStored) {
+  testing::TempDir dir;
+  Written w = aRun();
+  for (bool compress : {true, false}) {
+    fs::path path = write(fs::path(dir.path()) / ("20261125-171502" + std::string(kReportExtension)), w, compress);
+    RunPlan back = readReportFile(path);
+    EXPECT_EQ(back.id, "20261125-171502");
+    back.id.clear();
+    EXPECT_EQ(toJson(back).dump(1), toJson(w.plan).dump(1)) << (compress ? "compressed" : "stored");
+    EXPECT_EQ(back.count("nothing"), 36);
+    EXPECT_EQ(back.errorCount(), 2);
+    EXPECT_EQ(summaryLine(back), "40 records: 1 create-item, 36 nothing; 2 errors");
+  }
+}
+
+// A new item's values are stored once, and a run that changed nothing is small whatever its
+// size: only the head and the tail.
+TEST(ReportFileTest, NewItemsAreStoredOnceAndQuietRunsAreSmall) {
+  testing::TempDir dir;
+  Written w = aRun();
+  fs::path path = write(fs::path(dir.path()) / "a.jsonl.zst", w, false);
+  std::string bytes = testing::readFile(path.string());
+  EXPECT_NE(bytes.find(R"("fields":{"FileAs":"Acme \"Ltd\"\n","BusinessAddressCity":"Hull"})"),
+            std::string::npos)
+      << bytes;
+  Written quiet = aRun();
+  quiet.listed.clear();
+  quiet.late.clear();
+  quiet.plan.counts->records = 100000;
+  write(path, quiet, true);
+  EXPECT_LT(fs::file_size(path), 600u);
+}
+
+// A run cut short (no tail, the last line half written) reads as far as it got, marked
+// interrupted; a file that is not a report says so with its name.
+TEST(ReportFileTest, ACutShortRunReadsAsFarAsItGot) {
+  testing::TempDir dir;
+  Written w = aRun();
+  fs::path path = write(fs::path(dir.path()) / "cut.jsonl.zst", w, false);
+  std::string bytes = testing::readFile(path.string());
+  fs::resize_file(path, bytes.find("\"finished\"") + 20);
+  RunPlan back = readReportFile(path);
+  EXPECT_TRUE(back.interrupted);
+  ASSERT_EQ(back.records.size(), 4u);
+  EXPECT_EQ(back.records[3].added.size(), 1u);
+  EXPECT_EQ(back.recordCount(), 4);
+  EXPECT_EQ(back.errorCount(), 1);
+
+  std::ofstream(path, std::ios::trunc) << "{\"format\":\"dossync-run/1\"}\n";
+  try {
+    readReportFile(path);
+    FAIL() << "read a file that is not a report";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), kTypeMismatch);
+    EXPECT_NE(e.description().find(path.string()), std::string::npos) << e.description();
+  }
+}
+
+}  // namespace
+}  // namespace dossync::report
