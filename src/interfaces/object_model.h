@@ -84,6 +84,10 @@ class ContactItem : public Item {
   virtual void setBirthday(const value::Date& date) = 0;
   virtual value::Date Anniversary() const = 0;
   virtual void setAnniversary(const value::Date& date) = 0;
+  // Whether reading the property may stop for the user's consent (Outlook's object model guard
+  // asks it for e-mail addresses and notes): a reader of its own, such as a run's report, leaves
+  // it alone. Writing is never guarded. Nothing is, unless the back end says so.
+  virtual bool guarded(ContactProperty) const { return false; }
 
 #define DOSSYNC_ACCESSORS(name)                                              \
   std::string name() const { return get(ContactProperty::name); }           \

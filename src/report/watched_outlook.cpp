@@ -1,21 +1,72 @@
 #include "report/watched_outlook.h"
 
+#include <array>
 #include <map>
+#include <optional>
+#include <unordered_map>
 
 #include "core/value.h"
 
 namespace dossync::report {
 namespace {
 
-using State = std::vector<std::pair<std::string, std::string>>;
+using P = outlook::ContactProperty;
+
+// What a watched item compares, in the order of outlook::contactProperties: the text
+// properties, then Gender (its number), Birthday and Anniversary (text, "" for none).
+constexpr int kGender = outlook::kContactTextPropertyCount;
+constexpr int kSlots = kGender + 3;
+
+std::string slotName(int s) {
+  static const char* const others[] = {"Gender", "Birthday", "Anniversary"};
+  return s < kGender ? outlook::propertyName(static_cast<P>(s)) : others[s - kGender];
+}
+
+std::string readSlot(const outlook::ContactItem& c, int s) {
+  auto date = [](const value::Date& d) {
+    return d == outlook::kNoDate ? std::string() : value::toText(d);
+  };
+  if (s == kGender) return std::to_string(c.Gender());
+  if (s == kGender + 1) return date(c.Birthday());
+  if (s == kGender + 2) return date(c.Anniversary());
+  return c.get(static_cast<P>(s));
+}
+
+class WatchedContact;
+
+// An item a preview kept: its place in the order of first saves, and the name (folded) it was
+// last saved under.
+struct Kept {
+  std::shared_ptr<WatchedContact> item;
+  size_t order = 0;
+  std::string fileAs;
+};
 
 struct Shared {
   bool preview = false;
   WatchListener listener;
-  // Preview: the items saved in this run, by entry id, in the order of their first save.
-  std::map<std::string, std::shared_ptr<outlook::ContactItem>> kept;
-  std::vector<std::string> keptOrder;
+  // Preview: the items saved in this run, by entry id, and by the name they were saved under
+  // (folded; the entry ids by order of first save).
+  std::unordered_map<std::string, Kept> kept;
+  std::unordered_map<std::string, std::map<size_t, std::string>> keptByFileAs;
   int nextId = 1;
+
+  void keep(const std::string& entryId, std::shared_ptr<WatchedContact> item,
+            const std::string& fileAs) {
+    std::string key = value::foldCase(fileAs);
+    auto [at, isNew] = kept.try_emplace(entryId);
+    Kept& k = at->second;
+    if (isNew) {
+      k.order = kept.size();
+    } else if (k.fileAs != key) {
+      auto old = keptByFileAs.find(k.fileAs);
+      old->second.erase(k.order);
+      if (old->second.empty()) keptByFileAs.erase(old);
+    }
+    if (isNew || k.fileAs != key) keptByFileAs[key].emplace(k.order, entryId);
+    k.item = std::move(item);
+    k.fileAs = std::move(key);
+  }
 };
 
 // What every stand-in holds: the run's shared state and the object it stands in front of.
@@ -30,27 +81,44 @@ class Watched : public Interface {
   std::shared_ptr<Interface> inner_;
 };
 
+// The values an item held are read when it is opened, but those the back end guards (reading
+// them may ask the user's consent): of these the watch knows what the run read before setting
+// them, and what the run set. A guarded property set without being read first is a change
+// whose old value is not known.
 class WatchedContact : public outlook::ContactItem,
                        public std::enable_shared_from_this<WatchedContact> {
  public:
   WatchedContact(std::shared_ptr<Shared> shared, outlook::ContactItemPtr inner, bool created)
-      : shared_(std::move(shared)),
-        inner_(std::move(inner)),
-        created_(created),
-        before_(outlook::contactProperties(*inner_, false)) {}
+      : shared_(std::move(shared)), inner_(std::move(inner)), created_(created) {
+    for (int s = 0; s < kSlots; ++s) {
+      guarded_[s] = s < kGender && inner_->guarded(static_cast<P>(s));
+      if (!guarded_[s]) {
+        before_[s] = readSlot(*inner_, s);
+      } else if (created_) {
+        before_[s] = "";  // a new item holds nothing yet
+      }
+    }
+  }
   std::string EntryID() const override { return id_.empty() ? inner_->EntryID() : id_; }
   void Save() override {
-    State now = outlook::contactProperties(*this, false);
+    std::array<std::optional<std::string>, kSlots> now;
     ItemSave save;
     save.created = created_ && !savedOnce_;
-    for (size_t i = 0; i < now.size(); ++i) {
-      if (now[i].second != before_[i].second)
-        save.changes.push_back({"item", now[i].first, before_[i].second, now[i].second});
+    for (int s = 0; s < kSlots; ++s) {
+      if (!guarded_[s]) {
+        now[s] = readSlot(*inner_, s);
+      } else {
+        now[s] = setSinceSave_[s] ? setTo_[s] : before_[s];
+        setSinceSave_[s] = false;
+      }
+      if (now[s] && now[s] != before_[s]) {
+        save.changes.push_back(
+            {"item", slotName(s), before_[s].value_or(""), *now[s], before_[s].has_value()});
+      }
     }
     if (shared_->preview) {
       if (EntryID().empty()) id_ = "preview-" + std::to_string(shared_->nextId++);
-      if (!shared_->kept.count(EntryID())) shared_->keptOrder.push_back(EntryID());
-      shared_->kept[EntryID()] = shared_from_this();
+      shared_->keep(EntryID(), shared_from_this(), now[static_cast<int>(P::FileAs)].value_or(""));
     } else {
       inner_->Save();
     }
@@ -59,8 +127,27 @@ class WatchedContact : public outlook::ContactItem,
     save.entryId = EntryID();
     if (shared_->listener.saved) shared_->listener.saved(save);
   }
-  std::string get(outlook::ContactProperty p) const override { return inner_->get(p); }
-  void set(outlook::ContactProperty p, const std::string& v) override { inner_->set(p, v); }
+  std::string get(P p) const override {
+    std::string v = inner_->get(p);
+    auto s = static_cast<size_t>(p);
+    if (guarded_[s]) {
+      if (setSinceSave_[s]) {
+        setTo_[s] = v;
+      } else if (!before_[s]) {
+        before_[s] = v;
+      }
+    }
+    return v;
+  }
+  void set(P p, const std::string& v) override {
+    inner_->set(p, v);
+    auto s = static_cast<size_t>(p);
+    if (guarded_[s]) {
+      setSinceSave_[s] = true;
+      setTo_[s] = v;
+    }
+  }
+  bool guarded(P p) const override { return inner_->guarded(p); }
   int32_t Gender() const override { return inner_->Gender(); }
   void setGender(int32_t g) override { inner_->setGender(g); }
   value::Date Birthday() const override { return inner_->Birthday(); }
@@ -69,13 +156,17 @@ class WatchedContact : public outlook::ContactItem,
   void setAnniversary(const value::Date& d) override { inner_->setAnniversary(d); }
 
  private:
-
   std::shared_ptr<Shared> shared_;
   outlook::ContactItemPtr inner_;
   bool created_;
   bool savedOnce_ = false;
   std::string id_;  // preview: the entry id a new item was kept under
-  State before_;
+  std::array<bool, kSlots> guarded_{};
+  // The values as last saved (as opened before the first save); a guarded one the run has not
+  // read is not known. Guarded ones the run set since, and to what.
+  mutable std::array<std::optional<std::string>, kSlots> before_;
+  mutable std::array<std::string, kSlots> setTo_;
+  std::array<bool, kSlots> setSinceSave_{};
 };
 
 std::string nameOf(const outlook::ContactItem& c) {
@@ -92,7 +183,7 @@ outlook::ItemPtr wrap(const std::shared_ptr<Shared>& shared, outlook::ItemPtr it
   if (!contact || std::dynamic_pointer_cast<WatchedContact>(contact)) return item;
   if (shared->preview) {
     auto kept = shared->kept.find(contact->EntryID());
-    if (kept != shared->kept.end()) return kept->second;
+    if (kept != shared->kept.end()) return kept->second.item;
   }
   return std::make_shared<WatchedContact>(shared, contact, false);
 }
@@ -115,8 +206,11 @@ class WatchedItems : public Watched<outlook::Items> {
       return c && value::compareText(c->FileAs(), name) == 0;
     };
     if (found && filedUnder(found)) return found;
-    for (const auto& id : shared_->keptOrder) {
-      if (filedUnder(shared_->kept[id])) return shared_->kept[id];
+    auto named = shared_->keptByFileAs.find(value::foldCase(name));
+    if (named == shared_->keptByFileAs.end()) return nullptr;
+    for (const auto& [order, id] : named->second) {
+      const auto& item = shared_->kept.at(id).item;
+      if (filedUnder(item)) return item;
     }
     return nullptr;
   }
@@ -150,7 +244,7 @@ class WatchedNameSpace : public Watched<outlook::NameSpace> {
     outlook::ItemPtr item;
     auto kept = shared_->kept.find(entryId);
     if (shared_->preview && kept != shared_->kept.end()) {
-      item = kept->second;
+      item = kept->second.item;
     } else {
       item = wrap(shared_, inner_->GetItemFromID(entryId, storeId));
     }
@@ -168,7 +262,7 @@ class WatchedApplication : public Watched<outlook::Application> {
   // application, which the run's objects all came from.
   ~WatchedApplication() override {
     shared_->kept.clear();
-    shared_->keptOrder.clear();
+    shared_->keptByFileAs.clear();
   }
   std::shared_ptr<outlook::NameSpace> GetNamespace(const std::string& type) override {
     auto ns = inner_->GetNamespace(type);

@@ -1,6 +1,7 @@
 // An Outlook application standing in front of the real one for a watched run: every contact
 // item the run opens or creates is compared, when it is saved, with what it held when it was
-// opened, and the differences go to the listener. In a preview nothing is saved: a save keeps
+// opened, and the differences go to the listener. Properties the back end guards are not read
+// by the watch: their old value is the one the run read before setting them, or not known. In a preview nothing is saved: a save keeps
 // the item here instead, under an entry id of its own ("preview-N" for a new item), and later
 // look-ups of the run (by entry id, or by file-as name) find it as they would find the saved
 // item. Everything else is passed through.
