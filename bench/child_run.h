@@ -271,7 +271,9 @@ inline Options parseOptions(int argc, char** argv, const char* name, std::vector
     } else if (std::atoi(argv[i]) > 0) {
       o.sizes.push_back(std::atoi(argv[i]));
     } else {
-      std::fprintf(stderr, "usage: %s [--runs K] [--limit SECONDS] [--cli PATH [--no-reports]] [N ...]\n", name);
+      std::fprintf(stderr,
+                   "usage: %s [--runs K] [--limit SECONDS] [--cli PATH [--no-reports]] [N ...]\n",
+                   name);
       std::exit(2);
     }
   }
