@@ -159,11 +159,102 @@ Measured inChild(Work&& work, int limitSeconds) {
   return m;
 }
 
-// The command line both benchmarks take: [--runs K] [--limit SECONDS] [N ...].
+// Runs a program as a user would (argv[0] its path), with `env` added to the environment and
+// its output into `log`; the peak memory is taken as for inChild (the forked child resets its
+// peak before it executes the program, so only the program's own peak counts), wall time from
+// the fork to its end, CPU from its resource usage (every thread). A program that exits with
+// anything but 0 fails the run, with the end of its output as the reason.
+inline Measured runProgram(const std::vector<std::string>& argv,
+                           const std::vector<std::string>& env, const std::filesystem::path& log,
+                           int limitSeconds) {
+  Measured m;
+  std::vector<char*> args, envs;
+  for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+  args.push_back(nullptr);
+  for (char** e = environ; *e; ++e) envs.push_back(*e);
+  for (const auto& e : env) envs.push_back(const_cast<char*>(e.c_str()));
+  envs.push_back(nullptr);
+  std::fflush(stdout);
+  std::fflush(stderr);
+  auto t0 = std::chrono::steady_clock::now();
+  pid_t pid = ::fork();
+  if (pid < 0) {
+    m.failure = "fork failed";
+    return m;
+  }
+  if (pid == 0) {
+    int out = ::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (out < 0) ::_exit(126);
+    ::dup2(out, 1);
+    ::dup2(out, 2);
+    ::close(out);
+    int f = ::open("/proc/self/clear_refs", O_WRONLY);
+    if (f >= 0) {
+      [[maybe_unused]] ssize_t w = ::write(f, "5", 1);
+      ::close(f);
+    }
+    ::execve(args[0], args.data(), envs.data());
+    ::_exit(127);
+  }
+  auto deadline = t0 + std::chrono::seconds(limitSeconds);
+  int status = 0;
+  rusage usage{};
+  bool timedOut = false;
+  while (::wait4(pid, &status, WNOHANG, &usage) == 0) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      ::kill(pid, SIGKILL);
+      ::wait4(pid, &status, 0, &usage);
+      timedOut = true;
+      break;
+    }
+    ::usleep(1000);
+  }
+  m.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+  m.userSeconds = usage.ru_utime.tv_sec + usage.ru_utime.tv_usec / 1e6;
+  m.peakMiB = usage.ru_maxrss / 1024.0;
+  if (timedOut) {
+    m.failure = "over the time limit of " + std::to_string(limitSeconds) + " s";
+  } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    std::string text;
+    if (FILE* f = std::fopen(log.c_str(), "r")) {
+      char buf[4096];
+      size_t got;
+      while ((got = std::fread(buf, 1, sizeof buf, f)) > 0) text.append(buf, got);
+      std::fclose(f);
+    }
+    if (text.size() > 400) text = "..." + text.substr(text.size() - 400);
+    m.failure = (WIFEXITED(status) ? "exit " + std::to_string(WEXITSTATUS(status))
+                                   : "signal " + std::to_string(WTERMSIG(status))) +
+                ": " + text;
+  }
+  return m;
+}
+
+// The first line of `log` that starts with `prefix` ("" when none does).
+inline std::string lineOf(const std::filesystem::path& log, const std::string& prefix) {
+  std::string found;
+  if (FILE* f = std::fopen(log.c_str(), "r")) {
+    char line[4096];
+    while (std::fgets(line, sizeof line, f))
+      if (!std::strncmp(line, prefix.c_str(), prefix.size())) {
+        found = line;
+        break;
+      }
+    std::fclose(f);
+  }
+  return found;
+}
+
+// The command line both benchmarks take:
+// [--runs K] [--limit SECONDS] [--cli PATH [--no-reports]] [N ...].
+// With --cli, each synchronisation is that program's `sync` command (reports on unless
+// --no-reports, which runs it with DOSSYNC_REPORTS=off).
 struct Options {
   std::vector<int> sizes;
   int runs = 3;
   int limit = 500;
+  std::string cli;
+  bool reports = true;
 };
 
 inline Options parseOptions(int argc, char** argv, const char* name, std::vector<int> sizes) {
@@ -173,10 +264,16 @@ inline Options parseOptions(int argc, char** argv, const char* name, std::vector
       o.runs = std::max(1, std::atoi(argv[++i]));
     } else if (!std::strcmp(argv[i], "--limit") && i + 1 < argc) {
       o.limit = std::max(1, std::atoi(argv[++i]));
+    } else if (!std::strcmp(argv[i], "--cli") && i + 1 < argc) {
+      o.cli = std::filesystem::absolute(argv[++i]).string();
+    } else if (!std::strcmp(argv[i], "--no-reports")) {
+      o.reports = false;
     } else if (std::atoi(argv[i]) > 0) {
       o.sizes.push_back(std::atoi(argv[i]));
     } else {
-      std::fprintf(stderr, "usage: %s [--runs K] [--limit SECONDS] [N ...]\n", name);
+      std::fprintf(stderr,
+                   "usage: %s [--runs K] [--limit SECONDS] [--cli PATH [--no-reports]] [N ...]\n",
+                   name);
       std::exit(2);
     }
   }

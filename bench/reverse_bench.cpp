@@ -8,8 +8,12 @@
 // (WAL, synchronous NORMAL) per contact with the 13 rows a new client takes (company, client
 // record, eight detail rows, contact, two pairing rows). Floor and runs take turns, best of each.
 // Each synchronisation runs in a child process of its own (peak memory: bench/child_run.h).
+// With --cli PATH, each synchronisation is that program run as a user runs it ("dossync sync
+// --direction 3 --select all", its own HOME and XDG folders, its report written unless
+// --no-reports): the time is the whole program's, from its start to its end.
 //
-//   reverse_bench [--runs K] [--limit SECONDS] [N ...]     default: 3 runs, 1000 5000
+//   reverse_bench [--runs K] [--limit SECONDS] [--cli PATH [--no-reports]] [N ...]
+//   default: 3 runs, 1000 5000
 #include <fcntl.h>
 #include <sqlite3.h>
 #include <unistd.h>
@@ -311,6 +315,37 @@ void syncOnce(bench::Timer& timer, const fs::path& store, const fs::path& host,
   resetApartment();
 }
 
+// The same synchronisation through the command line: `cli` run in a process of its own.
+bench::Measured syncByCli(const bench::Options& o, const fs::path& store, const fs::path& host,
+                          const fs::path& syncDb, const fs::path& dir, int n, bool fresh) {
+  fs::path home = dir / "home";
+  fs::create_directories(home);
+  std::vector<std::string> env = {"HOME=" + home.string(),
+                                  "XDG_DATA_HOME=" + (home / "data").string(),
+                                  "XDG_STATE_HOME=" + (home / "state").string(),
+                                  "XDG_CONFIG_HOME=" + (home / "config").string(),
+                                  "XDG_CACHE_HOME=" + (home / "cache").string()};
+  if (!o.reports) env.push_back("DOSSYNC_REPORTS=off");
+  bench::Measured m = bench::runProgram(
+      {o.cli, "sync", "--host-db", host.string(), "--sync-db", syncDb.string(), "--outlook",
+       "vdir:" + store.string(), "--direction", "3", "--info", "1", "--select", "all",
+       "--no-progress"},
+      env, dir / "cli.log", o.limit);
+  if (!m.ok()) return m;
+  sqlite3* db = nullptr;
+  sqlite3_stmt* st = nullptr;
+  int companies = -1;
+  if (sqlite3_open_v2(host.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+      sqlite3_prepare_v2(db, "SELECT count(*) FROM Companies;", -1, &st, nullptr) == SQLITE_OK &&
+      sqlite3_step(st) == SQLITE_ROW)
+    companies = sqlite3_column_int(st, 0);
+  sqlite3_finalize(st);
+  sqlite3_close(db);
+  if (companies != (fresh ? n : 2 * n))
+    m.failure = "the practice holds " + std::to_string(companies) + " companies after the run";
+  return m;
+}
+
 // Where a benchmark keeps its files; removed at the end, and when a run fails.
 fs::path root;
 
@@ -341,10 +376,16 @@ int main(int argc, char** argv) {
       floor = std::min(floor, ioFloor(contacts, dir / ("floor" + run + ".db")));
       sqlite::createHostDatabase(host.string());
       bench::Measured f =
-          bench::inChild([&](bench::Timer& t) { syncOnce(t, store, host, sync, n, true); }, limit);
+          options.cli.empty()
+              ? bench::inChild([&](bench::Timer& t) { syncOnce(t, store, host, sync, n, true); },
+                               limit)
+              : syncByCli(options, store, host, sync, dir, n, true);
       bench::check(f, "fresh", n, root);
       bench::Measured a =
-          bench::inChild([&](bench::Timer& t) { syncOnce(t, store, host, sync, n, false); }, limit);
+          options.cli.empty()
+              ? bench::inChild([&](bench::Timer& t) { syncOnce(t, store, host, sync, n, false); },
+                               limit)
+              : syncByCli(options, store, host, sync, dir, n, false);
       bench::check(a, "again", n, root);
       startMiB = std::max({startMiB, f.startMiB, a.startMiB});
       if (f.seconds < fresh.seconds) fresh = f;
@@ -353,8 +394,12 @@ int main(int argc, char** argv) {
     bench::printRow(n, fresh, again, floor, previous);
     previous = fresh.seconds;
   }
-  std::printf("(peak memory of each run in a process of its own, which started with %.0f MiB)\n",
-              startMiB);
+  if (options.cli.empty())
+    std::printf("(peak memory of each run in a process of its own, which started with %.0f MiB)\n",
+                startMiB);
+  else
+    std::printf("(each run: %s sync, reports %s, timed from its start to its end)\n",
+                options.cli.c_str(), options.reports ? "on" : "off");
   fs::remove_all(root);
   return 0;
 }

@@ -6,8 +6,13 @@
 // (peak memory: bench/child_run.h). Last, what the run's report costs (what the command line
 // does on every run): a fresh synchronisation watched by the reporting recorder, its report
 // written, as a ratio to the fresh one without.
+// With --cli PATH, each synchronisation is that program run as a user runs it ("dossync sync
+// --select all", its own HOME and XDG folders, its report written unless --no-reports): the
+// time is the whole program's, from its start to its end; the last run of each turn is a fresh
+// one with DOSSYNC_REPORTS=off, to show what the report costs.
 //
-//   sync_bench [--runs K] [--limit SECONDS] [N ...]     default: 3 runs, 2500 5000 10000
+//   sync_bench [--runs K] [--limit SECONDS] [--cli PATH [--no-reports]] [N ...]
+//   default: 3 runs, 2500 5000 10000
 #include <fcntl.h>
 #include <sqlite3.h>
 #include <unistd.h>
@@ -92,6 +97,37 @@ void syncOnce(bench::Timer& timer, const fs::path& store, const fs::path& dir,
   resetApartment();
 }
 
+// The number of card files in `folder`.
+int cardsIn(const fs::path& folder) {
+  int n = 0;
+  std::error_code ec;
+  for (const auto& entry : fs::directory_iterator(folder, ec))
+    if (entry.path().extension() == ".vcf") ++n;
+  return n;
+}
+
+// The same synchronisation through the command line: `cli` run in a process of its own, into
+// the store at `store`, with or without its report.
+bench::Measured syncByCli(const bench::Options& o, const fs::path& store, const fs::path& dir,
+                          const fs::path& syncDb, int n, bool reports) {
+  fs::path home = dir / "home";
+  fs::create_directories(home);
+  std::vector<std::string> env = {"HOME=" + home.string(),
+                                  "XDG_DATA_HOME=" + (home / "data").string(),
+                                  "XDG_STATE_HOME=" + (home / "state").string(),
+                                  "XDG_CONFIG_HOME=" + (home / "config").string(),
+                                  "XDG_CACHE_HOME=" + (home / "cache").string()};
+  if (!reports) env.push_back("DOSSYNC_REPORTS=off");
+  bench::Measured m = bench::runProgram(
+      {o.cli, "sync", "--host-db", (dir / "host.db").string(), "--sync-db", syncDb.string(),
+       "--outlook", "vdir:" + store.string(), "--direction", "2", "--info", "1", "--select", "all",
+       "--no-progress"},
+      env, dir / "cli.log", o.limit);
+  if (m.ok() && cardsIn(store / "default" / "contacts") != n)
+    m.failure = std::to_string(cardsIn(store / "default" / "contacts")) + " cards written";
+  return m;
+}
+
 // Where a benchmark keeps its files; removed at the end, and when a run fails.
 fs::path root;
 
@@ -129,33 +165,58 @@ int main(int argc, char** argv) {
       fs::path store = dir / ("outlook" + std::to_string(k));
       std::string run = std::to_string(k);
       floor = std::min(floor, ioFloor(store / "default" / "floor", n));
-      bench::Measured f = bench::inChild(
-          [&](bench::Timer& t) { syncOnce(t, store, dir, dir / ("sync" + run + ".db"), n); },
-          limit);
+      const bool cli = !options.cli.empty();
+      bench::Measured f =
+          cli ? syncByCli(options, store, dir, dir / ("sync" + run + ".db"), n, options.reports)
+              : bench::inChild(
+                    [&](bench::Timer& t) {
+                      syncOnce(t, store, dir, dir / ("sync" + run + ".db"), n);
+                    },
+                    limit);
       bench::check(f, "fresh", n, root);
       // Into the store just filled, with a synchronisation database of its own.
-      bench::Measured a = bench::inChild(
-          [&](bench::Timer& t) { syncOnce(t, store, dir, dir / ("again" + run + ".db"), n); },
-          limit);
+      bench::Measured a =
+          cli ? syncByCli(options, store, dir, dir / ("again" + run + ".db"), n, options.reports)
+              : bench::inChild(
+                    [&](bench::Timer& t) {
+                      syncOnce(t, store, dir, dir / ("again" + run + ".db"), n);
+                    },
+                    limit);
       bench::check(a, "again", n, root);
-      bench::Measured r = bench::inChild(
-          [&](bench::Timer& t) {
-            syncOnce(t, dir / ("reported" + run), dir, dir / ("reported" + run + ".db"), n, true);
-          },
-          limit);
-      bench::check(r, "reported", n, root);
+      // The other run of the pair: in process, a fresh run with its report; through the
+      // command line, a fresh run without one.
+      fs::path other = dir / ("other" + run);
+      bench::Measured r;
+      if (!cli) {
+        r = bench::inChild(
+            [&](bench::Timer& t) { syncOnce(t, other, dir, fs::path(other) += ".db", n, true); },
+            limit);
+      } else if (options.reports) {
+        r = syncByCli(options, other, dir, fs::path(other) += ".db", n, false);
+      } else {
+        r = f;  // nothing to compare
+      }
+      bench::check(r, "other", n, root);
       if (r.seconds < reported.seconds) reported = r;
       startMiB = std::max({startMiB, f.startMiB, a.startMiB});
       if (f.seconds < fresh.seconds) fresh = f;
       if (a.seconds < again.seconds) again = a;
     }
     bench::printRow(n, fresh, again, floor, previous);
-    std::printf("%8s with its report: %.0f rec/s, %.2f times the fresh run's time\n", "",
-                n / reported.seconds, reported.seconds / fresh.seconds);
+    if (options.cli.empty())
+      std::printf("%8s with its report: %.0f rec/s, %.2f times the fresh run's time\n", "",
+                  n / reported.seconds, reported.seconds / fresh.seconds);
+    else if (options.reports)
+      std::printf("%8s without its report: %.0f rec/s, %.0f MiB; with it %.2f times as long\n", "",
+                  n / reported.seconds, reported.peakMiB, fresh.seconds / reported.seconds);
     previous = fresh.seconds;
   }
-  std::printf("(peak memory of each run in a process of its own, which started with %.0f MiB)\n",
-              startMiB);
+  if (options.cli.empty())
+    std::printf("(peak memory of each run in a process of its own, which started with %.0f MiB)\n",
+                startMiB);
+  else
+    std::printf("(each run: %s sync, reports %s, timed from its start to its end)\n",
+                options.cli.c_str(), options.reports ? "on" : "off");
   fs::remove_all(root);
   return 0;
 }

@@ -556,6 +556,41 @@ TEST_P(SnapshotTest, GroupedWritesCommitWhenTheProcedureReturnsOrAnErrorIsReport
   EXPECT_EQ(seen[0], "Zeta Failing");
 }
 
+// In a group of many records, a record that failed is undone alone, however many rows (and
+// pages) it changed that the group's earlier records had written; the others stay.
+TEST_P(SnapshotTest, AFailedRecordIsUndoneAloneInALargeGroup) {
+  db.groupWrites(true);
+  apartment().syncDb = shared();
+  const std::string notes(3000, 'n');
+  {
+    ErrorFrame procedure("test:outer");
+    for (int k = 0; k < 120; ++k) {
+      apartment().beginRecord();
+      int32_t w = companies(kLockOptimistic);
+      db.addNew(w);
+      db.setNewField(w, "CompanyName", "Client " + std::to_string(k));
+      db.setNewField(w, "ContactNotes", notes + std::to_string(k));
+      db.saveNew(w);
+      db.closeRecordset(w);
+      apartment().endRecord(true);
+    }
+    // Rewrites every client's notes, then fails.
+    apartment().beginRecord();
+    int32_t w = companies(kLockOptimistic);
+    for (; !db.isEOF(w); db.moveNext(w)) db.writeField(w, "ContactNotes", "rewritten");
+    db.closeRecordset(w);
+    apartment().endRecord(false);
+    apartment().beginRecord();
+    rename("1", "Zeta After");
+    apartment().endRecord(true);
+  }
+  EXPECT_EQ(query("SELECT count(*) FROM Companies WHERE ContactNotes LIKE 'nnn%';"),
+            std::vector<std::string>{"120"});
+  EXPECT_EQ(query("SELECT count(*) FROM Companies WHERE ContactNotes = 'rewritten';"),
+            std::vector<std::string>{"0"});
+  EXPECT_EQ(stored()[0], "Zeta After");
+}
+
 // The name columns compare without regard to case (COLLATE NOCASE on SQLite; here a citext
 // column on PostgreSQL), yet a write that changes only a value's case is stored, either way,
 // written at once or grouped.
