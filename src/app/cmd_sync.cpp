@@ -171,8 +171,7 @@ class StopOnSignals {
 
 // The run's counts as its report has them: the records, each action the direction takes, the
 // errors; then the records the component undid, the time, and whether the run was stopped.
-std::string summaryOf(const report::RunPlan& plan, int32_t direction, int32_t recordsFailed,
-                      double seconds) {
+std::string summaryOf(const report::RunPlan& plan, int32_t direction, double seconds) {
   std::ostringstream line;
   line << "records " << plan.recordCount();
   std::vector<const char*> actions;
@@ -184,7 +183,7 @@ std::string summaryOf(const report::RunPlan& plan, int32_t direction, int32_t re
   for (const char* a : actions) line << ", " << a << " " << plan.count(a);
   char tail[64];
   std::snprintf(tail, sizeof tail, ", seconds %.2f", seconds);
-  line << ", errors " << plan.errorCount() << ", records failed " << recordsFailed << tail;
+  line << ", errors " << plan.errorCount() << ", records failed " << plan.failedCount() << tail;
   if (plan.interrupted) line << ", interrupted";
   return line.str();
 }
@@ -315,7 +314,7 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
     out << report::toJson(shown).dump(2) << "\n";
     return done;
   }
-  out << summaryOf(written, o.direction, n.recordsFailed, seconds) << "\n";
+  out << summaryOf(written, o.direction, seconds) << "\n";
   if (std::string names = report::nameMatchLine(written); !names.empty())
     out << names << " (see the report)\n";
   if (!reportPath.empty()) out << "Report: " << reportPath << "\n";

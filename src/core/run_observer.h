@@ -53,6 +53,8 @@ class IRunObserver {
   virtual void lookupAnswered(Kind kind, FoundBy how, const std::string& hostNumber,
                               const std::string& itemCompany) = 0;
   virtual void recordFinished() = 0;
+  // The records finished since the last group ended were committed (true), or undone with it.
+  virtual void groupEnded(bool /*committed*/) {}
 
   virtual void hostRowAdded(const std::string& table,
                             const std::vector<std::pair<std::string, std::string>>& fields) = 0;

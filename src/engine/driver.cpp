@@ -256,6 +256,7 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
 }
 
 void clsOutlookSynchronization::groupEnded(bool committed) {
+  if (apartment().runObserver) observeRun([&](IRunObserver& o) { o.groupEnded(committed); });
   if (committed) {
     committed_ = counters_;
     groupRecords_ = 0;

@@ -173,6 +173,7 @@ void ReportWriter::tail(const RunPlan& plan, const std::vector<LateWarning>& lat
   json& actions = out["actions"] = json::object();
   for (size_t i = 0; i < RunCounts::kActions; ++i) actions[RunCounts::kActionNames[i]] = counts.actions[i];
   out["errors"] = counts.errors;
+  out["failed"] = counts.failed;
   out["companiesCreatedAgain"] = plan.companiesCreatedAgain;
   out["companiesToCreateAgain"] = plan.companiesToCreateAgain;
   out["nameMatches"] = plan.nameMatches;
@@ -323,6 +324,7 @@ RunPlan readReportFile(const std::filesystem::path& path) {
       for (size_t i = 0; i < RunCounts::kActions; ++i)
         counts.actions[i] = j.at("actions").value(RunCounts::kActionNames[i], 0);
       counts.errors = j.at("errors").get<int32_t>();
+      counts.failed = j.value("failed", 0);
       plan.companiesCreatedAgain = j.at("companiesCreatedAgain").get<int32_t>();
       plan.companiesToCreateAgain = j.at("companiesToCreateAgain").get<int32_t>();
       plan.nameMatches = j.at("nameMatches").get<int32_t>();

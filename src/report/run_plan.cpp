@@ -69,7 +69,11 @@ const char* const RunCounts::kActionNames[RunCounts::kActions] = {
 
 void RunCounts::add(const RecordPlan& record) {
   ++records;
-  if (int32_t i = actionIndex(record.action); i >= 0) ++actions[i];
+  if (!record.errors.empty()) {
+    ++failed;
+  } else if (int32_t i = actionIndex(record.action); i >= 0) {
+    ++actions[i];
+  }
   errors += static_cast<int32_t>(record.errors.size());
 }
 
@@ -87,6 +91,13 @@ int32_t RunPlan::errorCount() const {
   if (counts) return counts->errors;
   auto n = static_cast<int32_t>(errors.size());
   for (const auto& r : records) n += static_cast<int32_t>(r.errors.size());
+  return n;
+}
+
+int32_t RunPlan::failedCount() const {
+  if (counts) return counts->failed;
+  int32_t n = 0;
+  for (const auto& r : records) n += !r.errors.empty();
   return n;
 }
 
@@ -123,6 +134,7 @@ json toJson(const RunPlan& plan) {
   json& counts = summary["actions"] = json::object();
   for (const char* a : kActions) counts[a] = plan.count(a);
   summary["errors"] = plan.errorCount();
+  summary["failed"] = plan.failedCount();
   summary["companiesCreatedAgain"] = plan.companiesCreatedAgain;
   summary["companiesToCreateAgain"] = plan.companiesToCreateAgain;
   summary["nameMatches"] = plan.nameMatches;
@@ -215,6 +227,7 @@ RunPlan planFromJson(const json& j) {
     for (size_t i = 0; i < RunCounts::kActions; ++i)
       counts.actions[i] = summary.at("actions").value(kActions[i], 0);
     counts.errors = summary.at("errors").get<int32_t>();
+    counts.failed = summary.value("failed", 0);
   }
   return plan;
 }
@@ -229,6 +242,7 @@ std::string summaryLine(const RunPlan& plan) {
       sep = ", ";
     }
   }
+  if (int32_t n = plan.failedCount()) out << sep << n << " failed";
   out << "; " << plan.errorCount() << (plan.errorCount() == 1 ? " error" : " errors");
   return out.str();
 }

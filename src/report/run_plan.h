@@ -70,6 +70,9 @@ struct RunCounts {
   int32_t records = 0;
   int32_t actions[kActions] = {};
   int32_t errors = 0;  // in records and outside them
+  // Records undone: an error stopped them, or their group could not be committed. They are
+  // not counted under their action, which did not last.
+  int32_t failed = 0;
   void add(const RecordPlan& record);
 };
 
@@ -100,6 +103,7 @@ struct RunPlan {
   int32_t count(const std::string& action) const;
   int32_t errorCount() const;
   int32_t recordCount() const;
+  int32_t failedCount() const;
 };
 
 // Whether a record is worth listing: it changed something, or has something to say. A record

@@ -120,6 +120,7 @@ void RunRecorder::runStarted(clsOutlookSynchronization& c) {
   plan_.kind = preview_ ? "preview" : "report";
   plan_.started = localTimestamp();
   plan_.counts.emplace();
+  std::fill(std::begin(groupActions_), std::end(groupActions_), 0);
   startedAt_ = monotonicSeconds();
   inRecord_ = false;
   pairedItems_.clear();
@@ -341,6 +342,7 @@ void RunRecorder::recordFinished() {
   }
   inRecord_ = false;
   plan_.counts->add(*r);
+  if (r->errors.empty()) ++groupActions_[indexOf(r->action, RunCounts::kActionNames, RunCounts::kActions)];
   bool listed = (preview_ && previewAll_) || worthListing(*r);
   if (ItemPairing* p = currentPairing_) {
     currentPairing_ = nullptr;
@@ -369,6 +371,16 @@ void RunRecorder::hostRowAdded(const std::string& table,
 void RunRecorder::hostColumnChanged(const std::string& table, const std::string& column,
                                     const std::string& before, const std::string& after) {
   if (RecordPlan* r = current()) r->changes.push_back({table, column, before, after});
+}
+
+void RunRecorder::groupEnded(bool committed) {
+  for (size_t i = 0; i < RunCounts::kActions; ++i) {
+    if (!committed && plan_.counts) {
+      plan_.counts->actions[i] -= groupActions_[i];
+      plan_.counts->failed += groupActions_[i];
+    }
+    groupActions_[i] = 0;
+  }
 }
 
 void RunRecorder::errorReported(const RuntimeError& error, const std::string& location) {

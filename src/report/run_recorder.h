@@ -57,6 +57,7 @@ class RunRecorder : public IRunObserver {
   void hostColumnChanged(const std::string& table, const std::string& column,
                          const std::string& before, const std::string& after) override;
   void errorReported(const RuntimeError& error, const std::string& location) override;
+  void groupEnded(bool committed) override;
 
  private:
   friend class PreviewScope;
@@ -71,6 +72,9 @@ class RunRecorder : public IRunObserver {
   std::filesystem::path file_;
   std::string writeError_;
   int32_t listed_ = 0;  // records written
+  // The records finished since the last group ended, by action: undone with their group when
+  // it could not be committed.
+  int32_t groupActions_[RunCounts::kActions] = {};
   std::vector<LateWarning> late_;
   bool preview_ = false;
   bool previewAll_ = false;  // a preview lists every record
