@@ -70,20 +70,7 @@ int runReport(const ReportOptions& o, std::ostream& out, std::ostream& err) {
     });
     if (o.json) {
       nlohmann::ordered_json list = nlohmann::ordered_json::array();
-      for (const auto& e : entries) {
-        nlohmann::ordered_json item = {{"id", e.id},
-                                       {"kind", e.kind},
-                                       {"started", e.started},
-                                       {"finished", e.finished},
-                                       {"direction", e.direction},
-                                       {"records", e.records},
-                                       {"errors", e.errors},
-                                       {"interrupted", e.interrupted},
-                                       {"bytes", e.bytes},
-                                       {"summary", e.summary}};
-        if (!e.unreadable.empty()) item["unreadable"] = e.unreadable;
-        list.push_back(std::move(item));
-      }
+      for (const auto& e : entries) list.push_back(report::toJson(e));
       out << list.dump(2) << "\n";
       return kExitOk;
     }

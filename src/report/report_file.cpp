@@ -18,21 +18,6 @@ using json = nlohmann::ordered_json;
 constexpr unsigned char kZstdMagic[4] = {0x28, 0xB5, 0x2F, 0xFD};
 constexpr size_t kStoredBlock = 128 * 1024;  // a stored block's largest size (the window's)
 
-json errorsJson(const std::vector<ErrorNote>& errors) {
-  json out = json::array();
-  for (const auto& e : errors)
-    out.push_back({{"number", e.number}, {"description", e.description}, {"location", e.location}});
-  return out;
-}
-
-std::vector<ErrorNote> errorsFrom(const json& j) {
-  std::vector<ErrorNote> out;
-  for (const auto& e : j)
-    out.push_back({e.at("number").get<int32_t>(), e.at("description").get<std::string>(),
-                   e.at("location").get<std::string>()});
-  return out;
-}
-
 // The item a record names when it says none: an Outlook item's own entry id, or the pairing.
 const std::string& usualOutlookId(const RecordPlan& r) {
   return r.kind == "outlook-item" ? r.key : r.pairedWith;

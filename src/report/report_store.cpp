@@ -209,21 +209,6 @@ ReportEntry entryFromFile(const fs::path& folder, const std::string& id) {
   }
 }
 
-nlohmann::ordered_json indexLine(const ReportEntry& e) {
-  nlohmann::ordered_json j = {{"id", e.id},
-                              {"kind", e.kind},
-                              {"started", e.started},
-                              {"finished", e.finished},
-                              {"direction", e.direction},
-                              {"records", e.records},
-                              {"errors", e.errors},
-                              {"interrupted", e.interrupted},
-                              {"bytes", e.bytes},
-                              {"summary", e.summary}};
-  if (!e.unreadable.empty()) j["unreadable"] = e.unreadable;
-  return j;
-}
-
 // The index's entries by id; lines that are not entries are left out (and so read again).
 std::map<std::string, ReportEntry> readIndex(const fs::path& folder) {
   std::map<std::string, ReportEntry> entries;
@@ -256,7 +241,7 @@ std::map<std::string, ReportEntry> readIndex(const fs::path& folder) {
 // not be written (the next listing reads the reports it lacks).
 bool writeIndex(const fs::path& folder, const std::vector<ReportEntry>& entries) {
   std::string text;
-  for (const auto& e : entries) text += indexLine(e).dump() + "\n";
+  for (const auto& e : entries) text += toJson(e).dump() + "\n";
   fs::path temp = folder / (".index-" + std::to_string(::getpid()) + ".tmp");
   {
     std::ofstream out(temp, std::ios::binary | std::ios::trunc);
@@ -328,6 +313,21 @@ std::vector<ReportEntry> updateIndex(const fs::path& folder, const ReportEntry* 
 }
 
 }  // namespace
+
+nlohmann::ordered_json toJson(const ReportEntry& e) {
+  nlohmann::ordered_json j = {{"id", e.id},
+                              {"kind", e.kind},
+                              {"started", e.started},
+                              {"finished", e.finished},
+                              {"direction", e.direction},
+                              {"records", e.records},
+                              {"errors", e.errors},
+                              {"interrupted", e.interrupted},
+                              {"bytes", e.bytes},
+                              {"summary", e.summary}};
+  if (!e.unreadable.empty()) j["unreadable"] = e.unreadable;
+  return j;
+}
 
 bool earlierReport(const std::string& a, const std::string& b) {
   // "20261125-171502" sorts before "20261125-171502-2", which sorts before the next second.

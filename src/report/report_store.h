@@ -15,6 +15,8 @@
 
 #include <cstdint>
 #include <filesystem>
+
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -42,6 +44,8 @@ struct ReportEntry {
   bool interrupted = false;
   std::string unreadable;  // why the report could not be read ("" when it could)
 };
+// An entry as the index and `report list --json` give it.
+nlohmann::ordered_json toJson(const ReportEntry& entry);
 
 // A run's report is written as the run goes: beginReport answers a hidden file in the folder
 // (made with it) to write it into; endReport gives that file its id (plan.id is set) and the

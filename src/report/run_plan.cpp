@@ -20,21 +20,6 @@ int32_t actionIndex(const std::string& action) {
   return -1;
 }
 
-json errorsJson(const std::vector<ErrorNote>& errors) {
-  json out = json::array();
-  for (const auto& e : errors)
-    out.push_back({{"number", e.number}, {"description", e.description}, {"location", e.location}});
-  return out;
-}
-
-std::vector<ErrorNote> errorsFrom(const json& j) {
-  std::vector<ErrorNote> out;
-  for (const auto& e : j)
-    out.push_back({e.at("number").get<int32_t>(), e.at("description").get<std::string>(),
-                   e.at("location").get<std::string>()});
-  return out;
-}
-
 // Text between double quotes, with what could break the line shown as escapes.
 std::string quote(const std::string& s) {
   std::string out = "\"";
@@ -63,6 +48,21 @@ std::string shown(const std::string& s) {
 }
 
 }  // namespace
+
+json errorsJson(const std::vector<ErrorNote>& errors) {
+  json out = json::array();
+  for (const auto& e : errors)
+    out.push_back({{"number", e.number}, {"description", e.description}, {"location", e.location}});
+  return out;
+}
+
+std::vector<ErrorNote> errorsFrom(const json& j) {
+  std::vector<ErrorNote> out;
+  for (const auto& e : j)
+    out.push_back({e.at("number").get<int32_t>(), e.at("description").get<std::string>(),
+                   e.at("location").get<std::string>()});
+  return out;
+}
 
 const char* const RunCounts::kActionNames[RunCounts::kActions] = {
     "create-item", "update-item", "pair-only", "nothing", "create-company", "update-company"};

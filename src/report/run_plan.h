@@ -110,6 +110,10 @@ struct RunPlan {
 // that was not chosen and keeps the pairing its own mapping found changed nothing either.
 bool worthListing(const RecordPlan& record);
 
+// A list of errors as JSON ([{"number", "description", "location"}]) and back.
+nlohmann::ordered_json errorsJson(const std::vector<ErrorNote>& errors);
+std::vector<ErrorNote> errorsFrom(const nlohmann::ordered_json& j);
+
 // The whole plan as one document (`--json`): the records listed, and the counts of all.
 nlohmann::ordered_json toJson(const RunPlan& plan);
 // Takes that document, and the whole-file reports of earlier versions (which listed every
