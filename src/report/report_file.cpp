@@ -55,15 +55,7 @@ json recordJson(const RecordPlan& r) {
   }
   if (!fields.empty()) out["fields"] = std::move(fields);
   if (!changes.empty()) out["changes"] = std::move(changes);
-  if (!r.added.empty()) {
-    json& added = out["added"] = json::array();
-    for (const auto& a : r.added) {
-      json& row = added.emplace_back(json::object());
-      row["table"] = a.table;
-      json& fields = row["fields"] = json::object();
-      for (const auto& [k, v] : a.fields) fields[k] = v;
-    }
-  }
+  if (!r.added.empty()) out["added"] = addedJson(r.added);
   if (!r.notes.empty()) out["notes"] = r.notes;
   if (!r.warnings.empty()) out["warnings"] = r.warnings;
   if (!r.errors.empty()) out["errors"] = errorsJson(r.errors);
@@ -92,13 +84,7 @@ RecordPlan recordFrom(const json& j) {
                            change.at(known ? 3 : 2).get<std::string>(), known});
     }
   }
-  if (auto a = j.find("added"); a != j.end()) {
-    for (const auto& row : *a) {
-      AddedRow added{row.at("table").get<std::string>(), {}};
-      for (const auto& [k, v] : row.at("fields").items()) added.fields.emplace_back(k, v.get<std::string>());
-      r.added.push_back(std::move(added));
-    }
-  }
+  if (auto a = j.find("added"); a != j.end()) r.added = addedFrom(*a);
   r.notes = j.value("notes", std::vector<std::string>{});
   r.warnings = j.value("warnings", std::vector<std::string>{});
   if (auto e = j.find("errors"); e != j.end()) r.errors = errorsFrom(*e);

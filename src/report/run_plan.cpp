@@ -56,6 +56,26 @@ json errorsJson(const std::vector<ErrorNote>& errors) {
   return out;
 }
 
+json addedJson(const std::vector<AddedRow>& rows) {
+  json out = json::array();
+  for (const auto& a : rows) {
+    json& row = out.emplace_back(json::object());
+    row["table"] = a.table;
+    json& fields = row["fields"] = json::object();
+    for (const auto& [k, v] : a.fields) fields[k] = v;
+  }
+  return out;
+}
+
+std::vector<AddedRow> addedFrom(const json& j) {
+  std::vector<AddedRow> out;
+  for (const auto& a : j) {
+    AddedRow& row = out.emplace_back(AddedRow{a.at("table").get<std::string>(), {}});
+    for (const auto& [k, v] : a.at("fields").items()) row.fields.emplace_back(k, v.get<std::string>());
+  }
+  return out;
+}
+
 std::vector<ErrorNote> errorsFrom(const json& j) {
   std::vector<ErrorNote> out;
   for (const auto& e : j)
@@ -162,13 +182,7 @@ json toJson(const RunPlan& plan) {
       if (c.beforeKnown) change["old"] = c.before;
       change["new"] = c.after;
     }
-    json& added = record["added"] = json::array();
-    for (const auto& a : r.added) {
-      json& row = added.emplace_back(json::object());
-      row["table"] = a.table;
-      json& fields = row["fields"] = json::object();
-      for (const auto& [k, v] : a.fields) fields[k] = v;
-    }
+    record["added"] = addedJson(r.added);
     record["notes"] = r.notes;
     record["warnings"] = r.warnings;
     record["errors"] = errorsJson(r.errors);
@@ -210,11 +224,7 @@ RunPlan planFromJson(const json& j) {
     for (const auto& c : r.at("changes"))
       p.changes.push_back({c.at("target").get<std::string>(), c.at("field").get<std::string>(),
                            c.value("old", ""), c.at("new").get<std::string>(), c.contains("old")});
-    for (const auto& a : r.at("added")) {
-      AddedRow row{a.at("table").get<std::string>(), {}};
-      for (const auto& [k, v] : a.at("fields").items()) row.fields.emplace_back(k, v.get<std::string>());
-      p.added.push_back(std::move(row));
-    }
+    p.added = addedFrom(r.at("added"));
     p.notes = r.at("notes").get<std::vector<std::string>>();
     p.warnings = r.value("warnings", std::vector<std::string>{});
     p.errors = errorsFrom(r.at("errors"));

@@ -113,6 +113,9 @@ bool worthListing(const RecordPlan& record);
 // A list of errors as JSON ([{"number", "description", "location"}]) and back.
 nlohmann::ordered_json errorsJson(const std::vector<ErrorNote>& errors);
 std::vector<ErrorNote> errorsFrom(const nlohmann::ordered_json& j);
+// Rows added, the same way ([{"table", "fields": {...}}]).
+nlohmann::ordered_json addedJson(const std::vector<AddedRow>& rows);
+std::vector<AddedRow> addedFrom(const nlohmann::ordered_json& j);
 
 // The whole plan as one document (`--json`): the records listed, and the counts of all.
 nlohmann::ordered_json toJson(const RunPlan& plan);
