@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
+#include <unordered_set>
 
 #ifdef DOSSYNC_HAVE_ZSTD
 #include <zstd.h>
@@ -44,8 +46,9 @@ json recordJson(const RecordPlan& r) {
   if (!r.contactFoundBy.empty()) out["contactFoundBy"] = r.contactFoundBy;
   // A field set twice keeps its second value as a change, so that nothing is lost.
   json fields = json::object(), changes = json::array();
+  std::unordered_set<std::string_view> inFields;  // an ordered_json's look-up walks its keys
   for (const auto& c : r.changes) {
-    if (fromNothing(r, c) && !fields.contains(c.field)) {
+    if (fromNothing(r, c) && inFields.insert(c.field).second) {
       fields[c.field] = c.after;
     } else {
       // [target, field, old, new], or [target, field, new] when the old value was never read.
@@ -101,7 +104,7 @@ RecordPlan recordFrom(const json& j) {
 struct ReportWriter::Compressor {
   ZSTD_CCtx* cctx = ZSTD_createCCtx();
   std::vector<char> buffer = std::vector<char>(ZSTD_CStreamOutSize());
-  Compressor() { ZSTD_CCtx_setParameter(cctx, ZSTD_c_compressionLevel, 3); }
+  Compressor() { ZSTD_CCtx_setParameter(cctx, ZSTD_c_compressionLevel, 1); }
   ~Compressor() { ZSTD_freeCCtx(cctx); }
 };
 #else
