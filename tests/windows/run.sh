@@ -112,9 +112,10 @@ else
   fail "store read back on Linux: $listed contacts, expected $companies or more"
 fi
 # The host's run left its report where the component keeps them: LOCALAPPDATA\dossync\<profile>.
-report=$(ls "$WINEPREFIX"/drive_c/users/*/AppData/Local/dossync/*/reports/*.json 2>/dev/null | tail -n 1)
-if [[ -n "$report" ]] && grep -q "\"records\"" "$report" && [[ -f "${report%.json}.txt" ]]; then
-  pass "the run's report ($(grep -o '"records":[0-9][0-9]*' "$report" | cut -d: -f2) records)"
+# The Windows build stores its JSON lines in zstd frames of raw blocks: the tail line reads as is.
+report=$(ls "$WINEPREFIX"/drive_c/users/*/AppData/Local/dossync/*/reports/*.jsonl.zst 2>/dev/null | tail -n 1)
+if [[ -n "$report" ]] && grep -aq '"records":[0-9]' "$report" && [[ -f "${report%/*}/index.jsonl" ]]; then
+  pass "the run's report ($(grep -ao '"records":[0-9][0-9]*' "$report" | tail -n 1 | cut -d: -f2) records)"
 else
   fail "no report of the host's run under $WINEPREFIX/drive_c/users/*/AppData/Local/dossync"
 fi
