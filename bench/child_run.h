@@ -159,6 +159,20 @@ Measured inChild(Work&& work, int limitSeconds) {
   return m;
 }
 
+// The environment of a program run for a benchmark: its own home and XDG folders under `dir`
+// (made here), and reports turned off when they are not wanted.
+inline std::vector<std::string> homeUnder(const std::filesystem::path& dir, bool reports) {
+  std::filesystem::path home = dir / "home";
+  std::filesystem::create_directories(home);
+  std::vector<std::string> env = {"HOME=" + home.string(),
+                                  "XDG_DATA_HOME=" + (home / "data").string(),
+                                  "XDG_STATE_HOME=" + (home / "state").string(),
+                                  "XDG_CONFIG_HOME=" + (home / "config").string(),
+                                  "XDG_CACHE_HOME=" + (home / "cache").string()};
+  if (!reports) env.push_back("DOSSYNC_REPORTS=off");
+  return env;
+}
+
 // Runs a program as a user would (argv[0] its path), with `env` added to the environment and
 // its output into `log`; the peak memory is taken as for inChild (the forked child resets its
 // peak before it executes the program, so only the program's own peak counts), wall time from

@@ -318,14 +318,7 @@ void syncOnce(bench::Timer& timer, const fs::path& store, const fs::path& host,
 // The same synchronisation through the command line: `cli` run in a process of its own.
 bench::Measured syncByCli(const bench::Options& o, const fs::path& store, const fs::path& host,
                           const fs::path& syncDb, const fs::path& dir, int n, bool fresh) {
-  fs::path home = dir / "home";
-  fs::create_directories(home);
-  std::vector<std::string> env = {"HOME=" + home.string(),
-                                  "XDG_DATA_HOME=" + (home / "data").string(),
-                                  "XDG_STATE_HOME=" + (home / "state").string(),
-                                  "XDG_CONFIG_HOME=" + (home / "config").string(),
-                                  "XDG_CACHE_HOME=" + (home / "cache").string()};
-  if (!o.reports) env.push_back("DOSSYNC_REPORTS=off");
+  std::vector<std::string> env = bench::homeUnder(dir, o.reports);
   bench::Measured m = bench::runProgram(
       {o.cli, "sync", "--host-db", host.string(), "--sync-db", syncDb.string(), "--outlook",
        "vdir:" + store.string(), "--direction", "3", "--info", "1", "--select", "all",

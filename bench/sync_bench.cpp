@@ -110,14 +110,7 @@ int cardsIn(const fs::path& folder) {
 // the store at `store`, with or without its report.
 bench::Measured syncByCli(const bench::Options& o, const fs::path& store, const fs::path& dir,
                           const fs::path& syncDb, int n, bool reports) {
-  fs::path home = dir / "home";
-  fs::create_directories(home);
-  std::vector<std::string> env = {"HOME=" + home.string(),
-                                  "XDG_DATA_HOME=" + (home / "data").string(),
-                                  "XDG_STATE_HOME=" + (home / "state").string(),
-                                  "XDG_CONFIG_HOME=" + (home / "config").string(),
-                                  "XDG_CACHE_HOME=" + (home / "cache").string()};
-  if (!reports) env.push_back("DOSSYNC_REPORTS=off");
+  std::vector<std::string> env = bench::homeUnder(dir, reports);
   bench::Measured m = bench::runProgram(
       {o.cli, "sync", "--host-db", (dir / "host.db").string(), "--sync-db", syncDb.string(),
        "--outlook", "vdir:" + store.string(), "--direction", "2", "--info", "1", "--select", "all",
@@ -166,22 +159,16 @@ int main(int argc, char** argv) {
       std::string run = std::to_string(k);
       floor = std::min(floor, ioFloor(store / "default" / "floor", n));
       const bool cli = !options.cli.empty();
-      bench::Measured f =
-          cli ? syncByCli(options, store, dir, dir / ("sync" + run + ".db"), n, options.reports)
-              : bench::inChild(
-                    [&](bench::Timer& t) {
-                      syncOnce(t, store, dir, dir / ("sync" + run + ".db"), n);
-                    },
-                    limit);
+      // A synchronisation into `store` with a new synchronisation database.
+      auto synchronise = [&](const fs::path& syncDb) {
+        return cli ? syncByCli(options, store, dir, syncDb, n, options.reports)
+                   : bench::inChild([&](bench::Timer& t) { syncOnce(t, store, dir, syncDb, n); },
+                                    limit);
+      };
+      bench::Measured f = synchronise(dir / ("sync" + run + ".db"));
       bench::check(f, "fresh", n, root);
       // Into the store just filled, with a synchronisation database of its own.
-      bench::Measured a =
-          cli ? syncByCli(options, store, dir, dir / ("again" + run + ".db"), n, options.reports)
-              : bench::inChild(
-                    [&](bench::Timer& t) {
-                      syncOnce(t, store, dir, dir / ("again" + run + ".db"), n);
-                    },
-                    limit);
+      bench::Measured a = synchronise(dir / ("again" + run + ".db"));
       bench::check(a, "again", n, root);
       // The other run of the pair: in process, a fresh run with its report; through the
       // command line, a fresh run without one.
