@@ -97,6 +97,27 @@ class ContactItem : public Item {
 };
 using ContactItemPtr = std::shared_ptr<ContactItem>;
 
+// A contact item that passes every call on to another: stand-ins in front of a back end's
+// items derive from it and override what they change.
+class ContactItemProxy : public ContactItem {
+ public:
+  explicit ContactItemProxy(ContactItemPtr inner) : inner_(std::move(inner)) {}
+  std::string EntryID() const override { return inner_->EntryID(); }
+  void Save() override { inner_->Save(); }
+  std::string get(ContactProperty p) const override { return inner_->get(p); }
+  void set(ContactProperty p, const std::string& v) override { inner_->set(p, v); }
+  int32_t Gender() const override { return inner_->Gender(); }
+  void setGender(int32_t g) override { inner_->setGender(g); }
+  value::Date Birthday() const override { return inner_->Birthday(); }
+  void setBirthday(const value::Date& d) override { inner_->setBirthday(d); }
+  value::Date Anniversary() const override { return inner_->Anniversary(); }
+  void setAnniversary(const value::Date& d) override { inner_->setAnniversary(d); }
+  bool guarded(ContactProperty p) const override { return inner_->guarded(p); }
+
+ protected:
+  ContactItemPtr inner_;
+};
+
 class Recipient : public Object {
  public:
   virtual std::string Name() const = 0;

@@ -85,11 +85,11 @@ class Watched : public Interface {
 // them may ask the user's consent): of these the watch knows what the run read before setting
 // them, and what the run set. A guarded property set without being read first is a change
 // whose old value is not known.
-class WatchedContact : public outlook::ContactItem,
+class WatchedContact : public outlook::ContactItemProxy,
                        public std::enable_shared_from_this<WatchedContact> {
  public:
   WatchedContact(std::shared_ptr<Shared> shared, outlook::ContactItemPtr inner, bool created)
-      : shared_(std::move(shared)), inner_(std::move(inner)), created_(created) {
+      : ContactItemProxy(std::move(inner)), shared_(std::move(shared)), created_(created) {
     for (int s = 0; s < kSlots; ++s) {
       guarded_[s] = s < kGender && inner_->guarded(static_cast<P>(s));
       if (!guarded_[s]) {
@@ -147,17 +147,9 @@ class WatchedContact : public outlook::ContactItem,
       setTo_[s] = v;
     }
   }
-  bool guarded(P p) const override { return inner_->guarded(p); }
-  int32_t Gender() const override { return inner_->Gender(); }
-  void setGender(int32_t g) override { inner_->setGender(g); }
-  value::Date Birthday() const override { return inner_->Birthday(); }
-  void setBirthday(const value::Date& d) override { inner_->setBirthday(d); }
-  value::Date Anniversary() const override { return inner_->Anniversary(); }
-  void setAnniversary(const value::Date& d) override { inner_->setAnniversary(d); }
 
  private:
   std::shared_ptr<Shared> shared_;
-  outlook::ContactItemPtr inner_;
   bool created_;
   bool savedOnce_ = false;
   std::string id_;  // preview: the entry id a new item was kept under

@@ -19,12 +19,10 @@ using P = outlook::ContactProperty;
 // guarded, and every read of one is written down.
 using GuardLog = std::vector<std::string>;
 
-class GuardedContact : public outlook::ContactItem {
+class GuardedContact : public outlook::ContactItemProxy {
  public:
   GuardedContact(outlook::ContactItemPtr inner, GuardLog& log)
-      : inner_(std::move(inner)), log_(log) {}
-  std::string EntryID() const override { return inner_->EntryID(); }
-  void Save() override { inner_->Save(); }
+      : ContactItemProxy(std::move(inner)), log_(log) {}
   bool guarded(P p) const override {
     return p == P::Email1Address || p == P::Email2Address || p == P::Email3Address || p == P::Body;
   }
@@ -32,16 +30,8 @@ class GuardedContact : public outlook::ContactItem {
     if (guarded(p)) log_.push_back(outlook::propertyName(p));
     return inner_->get(p);
   }
-  void set(P p, const std::string& v) override { inner_->set(p, v); }
-  int32_t Gender() const override { return inner_->Gender(); }
-  void setGender(int32_t g) override { inner_->setGender(g); }
-  value::Date Birthday() const override { return inner_->Birthday(); }
-  void setBirthday(const value::Date& d) override { inner_->setBirthday(d); }
-  value::Date Anniversary() const override { return inner_->Anniversary(); }
-  void setAnniversary(const value::Date& d) override { inner_->setAnniversary(d); }
 
  private:
-  outlook::ContactItemPtr inner_;
   GuardLog& log_;
 };
 
