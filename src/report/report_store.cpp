@@ -157,20 +157,6 @@ std::string newId(const fs::path& folder) {
   return after == 0 ? second : second + "-" + std::to_string(after + 1);
 }
 
-// The whole file or nothing: a hidden temporary file beside it, then renamed over it.
-void writeFile(const fs::path& path, const std::string& text) {
-  fs::path temp = path.parent_path() / ("." + utf8(path.filename()) + ".tmp");
-  {
-    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    out << text;
-    out.close();
-    if (!out) throw RuntimeError(kDiskIO, "Cannot write the report " + temp.string());
-  }
-  std::error_code ec;
-  fs::rename(temp, path, ec);
-  if (ec) throw RuntimeError(kDiskIO, "Cannot write the report " + path.string() + ": " + ec.message());
-}
-
 // --- the index ---------------------------------------------------------------------------
 
 ReportEntry entryOf(const fs::path& folder, const std::string& id, const RunPlan& plan) {
@@ -356,21 +342,6 @@ fs::path endReport(const fs::path& folder, const fs::path& running, RunPlan& pla
   ReportEntry entry = entryOf(folder, plan.id, plan);
   updateIndex(folder, &entry, false);
   return path;
-}
-
-fs::path writeReport(const fs::path& folder, RunPlan& plan, const ReportLimits& limits) {
-  std::error_code ec;
-  fs::create_directories(folder, ec);
-  if (ec) throw RuntimeError(kPathNotFound, "Cannot make the reports folder " + folder.string() + ": " + ec.message());
-  plan.id = newId(folder);
-  const std::string& id = plan.id;
-  // The text first: the report is listed once its JSON is there.
-  writeFile(folder / (id + kOldTextExtension), toText(plan));
-  writeFile(folder / (id + kOldExtension), toJson(plan).dump() + "\n");  // compact: the .txt is for reading
-  prune(folder, id, limits);
-  ReportEntry entry = entryOf(folder, id, plan);
-  updateIndex(folder, &entry, false);
-  return folder / (id + kOldExtension);
 }
 
 std::vector<std::string> listReports(const fs::path& folder) {

@@ -56,10 +56,6 @@ std::filesystem::path endReport(const std::filesystem::path& folder,
                                 const std::filesystem::path& running, RunPlan& plan,
                                 const std::string& extension, const ReportLimits& limits = {});
 
-// Writes the whole plan at once as <id>.json and <id>.txt (setting its id) and removes what the
-// limits no longer keep. Answers the path of the JSON file.
-std::filesystem::path writeReport(const std::filesystem::path& folder, RunPlan& plan,
-                                  const ReportLimits& limits = {});
 // The ids of the reports in the folder, oldest first (none when there is no folder), from the
 // names of its files.
 std::vector<std::string> listReports(const std::filesystem::path& folder);

@@ -32,6 +32,21 @@ RunPlan planWith(const std::string& name) {
   return plan;
 }
 
+// A report as earlier versions wrote it: the whole plan as <id>.json, and <id>.txt beside it.
+// Its id is the one endReport gives; the JSON names it as well, padded to the size the file
+// had when it was indexed.
+void writeReport(const fs::path& folder, RunPlan& plan, const ReportLimits& limits = {}) {
+  fs::path running = beginReport(folder);
+  plan.id = std::string(24, ' ');
+  std::string json = toJson(plan).dump();
+  std::ofstream(running, std::ios::binary) << json << "\n";
+  endReport(folder, running, plan, ".json", limits);
+  std::string named = toJson(plan).dump();
+  named.resize(json.size(), ' ');
+  std::ofstream(folder / (plan.id + ".json"), std::ios::binary) << named << "\n";
+  std::ofstream(folder / (plan.id + ".txt"), std::ios::binary) << toText(plan);
+}
+
 // Reports of one second are told apart and listed in the order they were written; "last" is
 // the newest; what is read back is what was written.
 TEST(ReportStoreTest, ReportsOfOneSecondKeepTheirOrderAndReadBackWhole) {
