@@ -29,7 +29,8 @@ class Application;
 
 class IRunObserver {
  public:
-  enum class Kind { Company, Contact, OutlookItem };
+  // Pair: a record of a two-way run (twoway/two_way.h), a host record with its item.
+  enum class Kind { Company, Contact, OutlookItem, Pair };
   // How a look-up found a record's counterpart: by the pairing saved for the record, by a name
   // match (an Outlook contact filed under the record's name, or the first host record named like
   // the item), or not at all.
@@ -55,6 +56,15 @@ class IRunObserver {
   virtual void recordFinished() = 0;
   // The records finished since the last group ended were committed (true), or undone with it.
   virtual void groupEnded(bool /*committed*/) {}
+  // Two-way runs say what each record does (one of the actions of report/run_plan.h) rather
+  // than leave it to be seen from what was saved; a field changed on both sides to different
+  // values, with the value the rule kept ("host" or "outlook"); and anything else worth a line
+  // (a deletion, a refusal).
+  virtual void recordAction(const std::string& /*action*/) {}
+  virtual void conflict(const std::string& /*field*/, const std::string& /*base*/,
+                        const std::string& /*host*/, const std::string& /*outlook*/,
+                        const std::string& /*kept*/) {}
+  virtual void recordNote(const std::string& /*text*/) {}
 
   virtual void hostRowAdded(const std::string& table,
                             const std::vector<std::pair<std::string, std::string>>& fields) = 0;

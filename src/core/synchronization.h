@@ -181,6 +181,12 @@ class clsOutlookSynchronization : public Object {
   // (with -1, every later run from Outlook creates that company again). Off by default.
   bool pairCreatedCompanies() const { return pairCreatedCompanies_; }
   void setPairCreatedCompanies(bool v) { pairCreatedCompanies_ = v; }
+  // dossync's two-way mode (twoway/two_way.h): when a host sets it, a run in direction 1
+  // (syncBothsWays) is handed to it, whatever the selection holds, after Outlook was started;
+  // without it direction 1 synchronises nothing. Not published.
+  using BothWaysRunner = std::function<void(clsOutlookSynchronization&)>;
+  void setBothWaysRunner(BothWaysRunner runner) { bothWays_ = std::move(runner); }
+  bool bothWaysEnabled() const { return static_cast<bool>(bothWays_); }
   // Shows "Synchronizing " + name on the progress dialog's status line when progress is shown.
   void showStatus(const std::string& name);
 
@@ -216,6 +222,7 @@ class clsOutlookSynchronization : public Object {
   int32_t groupRecords_ = 0;  // records kept in the group not committed yet
   std::shared_ptr<IRunObserver> runObserver_;
   bool pairCreatedCompanies_ = false;
+  BothWaysRunner bothWays_;
   std::map<int32_t, std::function<void()>> exitProgramHandlers_;
   int32_t nextHandlerToken_ = 1;
 };

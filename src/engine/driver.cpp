@@ -97,6 +97,10 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
   counters_ = committed_ = Counters{};
   groupRecords_ = 0;
   f.step([&] { StartOutlook(); });
+  if (syncDirectionType_ == syncBothsWays && bothWays_) {
+    f.step([&] { bothWays_(*this); });
+    return result;
+  }
   // A selection that cannot say whether it is empty is taken for empty.
   if (f.test([&] { return !companyCollection_ || companyCollection_->isEmpty(); }, true))
     return result;

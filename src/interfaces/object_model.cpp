@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "core/error.h"
+
 namespace dossync::outlook {
 namespace {
 constexpr std::array<const char*, kContactTextPropertyCount> kNames = {
@@ -12,6 +14,10 @@ constexpr std::array<const char*, kContactTextPropertyCount> kNames = {
 }  // namespace
 
 const char* propertyName(ContactProperty p) { return kNames[static_cast<size_t>(p)]; }
+
+void ContactItem::Delete() {
+  throw RuntimeError(kInvalidProcedureCall, "This store cannot delete the contact " + EntryID());
+}
 
 std::vector<std::pair<std::string, std::string>> contactProperties(const ContactItem& c,
                                                                    bool withEntryID) {

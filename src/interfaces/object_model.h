@@ -88,6 +88,9 @@ class ContactItem : public Item {
   // asks it for e-mail addresses and notes): a reader of its own, such as a run's report, leaves
   // it alone. Writing is never guarded. Nothing is, unless the back end says so.
   virtual bool guarded(ContactProperty) const { return false; }
+  // Removes the item from its folder (Outlook moves it to Deleted Items); it cannot be saved
+  // afterwards. A back end that cannot delete throws.
+  virtual void Delete();
 
 #define DOSSYNC_ACCESSORS(name)                                              \
   std::string name() const { return get(ContactProperty::name); }           \
@@ -113,6 +116,7 @@ class ContactItemProxy : public ContactItem {
   value::Date Anniversary() const override { return inner_->Anniversary(); }
   void setAnniversary(const value::Date& d) override { inner_->setAnniversary(d); }
   bool guarded(ContactProperty p) const override { return inner_->guarded(p); }
+  void Delete() override { inner_->Delete(); }
 
  protected:
   ContactItemPtr inner_;

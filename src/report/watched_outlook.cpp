@@ -127,6 +127,10 @@ class WatchedContact : public outlook::ContactItemProxy,
     save.entryId = EntryID();
     if (shared_->listener.saved) shared_->listener.saved(save);
   }
+  // A preview deletes nothing.
+  void Delete() override {
+    if (!shared_->preview) inner_->Delete();
+  }
   std::string get(P p) const override {
     std::string v = inner_->get(p);
     auto s = static_cast<size_t>(p);
