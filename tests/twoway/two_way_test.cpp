@@ -154,9 +154,18 @@ TEST_F(TwoWayTest, ChangesOnEachSideMeetInOneRunAndAQuietRunWritesNothing) {
   EXPECT_EQ(notes->actions, std::vector<std::string>{"update-both"});
 
   // Nothing changed: no card, no host row, no state row is written.
+  std::vector<std::string> writes;
+  auto watch = [&](const std::string& call) {
+    for (const char* w : {"writeField", "addNew", "saveNew", "deleteCurrent"})
+      if (call.rfind(w, 0) == 0) writes.push_back(call);
+    return false;
+  };
+  testing::installFaulty(apartment().hostDb, host->hostPath)->fails = watch;
+  testing::installFaulty(apartment().syncDb, host->syncPath)->fails = watch;
   auto before = files();
   run();
   expectNoErrors();
+  EXPECT_EQ(writes, std::vector<std::string>{});
   EXPECT_EQ(notes->actions, std::vector<std::string>{"nothing"});
   EXPECT_TRUE(files() == before);
   EXPECT_EQ(items().size(), 1u);
