@@ -154,22 +154,18 @@ bool copyToItem(outlook::ContactItem& item, const Field& field, const std::strin
   return false;
 }
 
-std::optional<std::string> asHostText(const outlook::ContactItem& item, const Field& field) {
+std::optional<std::string> asHostText(const Field& field, const std::string& itemText) {
   switch (field.kind) {
     case FieldKind::Text:
-      return item.get(field.property);
-    case FieldKind::Gender: {
-      int32_t g = item.Gender();
-      if (g == outlook::olMale) return std::string("Male");
-      if (g == outlook::olFemale) return std::string("Female");
+      return itemText;
+    case FieldKind::Gender:
+      if (itemText == std::to_string(outlook::olMale)) return std::string("Male");
+      if (itemText == std::to_string(outlook::olFemale)) return std::string("Female");
       return std::nullopt;
-    }
     case FieldKind::Birthday:
-    case FieldKind::Anniversary: {
-      value::Date d = itemDate(item, field.kind);
-      if (d == outlook::kNoDate || d.year == 0) return std::nullopt;
-      return value::toText(value::toDate(value::formatMmmDYyyy(d)));
-    }
+    case FieldKind::Anniversary:
+      if (itemText.empty()) return std::nullopt;
+      return value::toText(value::toDate(value::formatMmmDYyyy(value::toDate(itemText))));
   }
   return std::nullopt;
 }

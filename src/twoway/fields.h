@@ -38,7 +38,8 @@ bool hostEmpty(const std::string& hostText);
 bool itemEmpty(const Field& field, const std::string& itemText);
 // Copies a host value to the item; false when the value cannot be copied (a blank date).
 bool copyToItem(outlook::ContactItem& item, const Field& field, const std::string& hostText);
-// The host text an item value is copied as; nothing when it cannot be (no gender, no date).
-std::optional<std::string> asHostText(const outlook::ContactItem& item, const Field& field);
+// The host text an item value (in the item's form) is copied as; nothing when it cannot be (no
+// gender, no date).
+std::optional<std::string> asHostText(const Field& field, const std::string& itemText);
 
 }  // namespace dossync::twoway

@@ -78,6 +78,12 @@ struct HostCompany {
   bool paired = false;
 };
 
+// What the run keeps of an item: its keys and its values, not the item.
+struct ItemKeys {
+  std::string entryID, fileAs, companyName;
+  Packed values;  // every field's, in the item's form
+};
+
 struct HostContact {
   int32_t company = -1;
   bool isDefault = false;
@@ -131,6 +137,13 @@ class Run {
     int32_t company = -1, contact = -1;
   };
   std::string hostValue(const HostSide& h, const Field& f) const;
+  // The item itself, for a change: looked up again by its entry id.
+  ItemPtr fetch(const std::string& entryID);
+  std::vector<std::string> valuesOf(const outlook::ContactItem& item) const {
+    std::vector<std::string> out;
+    for (const Field& f : fields_) out.push_back(itemValue(item, f));
+    return out;
+  }
   std::string hostKey(const PairRow& row) const {
     return std::to_string(info_ == 1 ? row.companyNum : row.contactNum);
   }
@@ -148,10 +161,10 @@ class Run {
     return it->second;
   }
   // Writes the item's values of the fields into a host row; answers the texts the row holds now.
-  void writeHostRow(hostdb::Recordset& rs, const outlook::ContactItem& item, bool company,
+  void writeHostRow(hostdb::Recordset& rs, const std::vector<std::string>& itemNow, bool company,
                     std::vector<std::string>& held);
   std::string baseOfNow(const HostSide& h, const std::vector<std::string>& hostNow,
-                        const outlook::ContactItem& item) const;
+                        const std::vector<std::string>& itemNow) const;
   void note(const std::string& text) {
     observeRun([&](IRunObserver& o) { o.recordNote(text); });
   }
@@ -178,7 +191,9 @@ class Run {
   std::unordered_set<int32_t> usedContacts_;       // contacts some pair's contact half holds
   std::unordered_map<std::string, std::vector<int32_t>> companiesByName_;  // exact names
 
-  std::vector<ItemPtr> items_;
+  std::shared_ptr<outlook::MAPIFolder> folder_;
+  std::string storeID_;
+  std::vector<ItemKeys> items_;
   std::vector<bool> itemPaired_;
   std::unordered_map<std::string, size_t> byEntry_;
   std::unordered_map<std::string, std::vector<size_t>> byFileAs_;
@@ -220,16 +235,23 @@ void Run::readHost() {
 }
 
 void Run::readItems() {
-  auto items = c_.contactsFolder()->Items();
+  folder_ = c_.contactsFolder();
+  storeID_ = folder_->StoreID();
+  auto items = folder_->Items();
   int32_t count = items->Count();
   items_.reserve(static_cast<size_t>(count));
   for (int32_t i = 1; i <= count; ++i) {
     auto item = std::dynamic_pointer_cast<outlook::ContactItem>(items->Item(i));
     if (!item) continue;  // a distribution list, say
     size_t at = items_.size();
-    byEntry_.emplace(item->EntryID(), at);
-    byFileAs_[item->FileAs()].push_back(at);
-    items_.push_back(std::move(item));
+    ItemKeys keys;
+    keys.entryID = item->EntryID();
+    keys.fileAs = item->FileAs();
+    if (info_ == 7) keys.companyName = item->CompanyName();
+    for (const Field& f : fields_) keys.values.add(itemValue(*item, f));
+    byEntry_.emplace(keys.entryID, at);
+    byFileAs_[keys.fileAs].push_back(at);
+    items_.push_back(std::move(keys));
   }
   itemPaired_.assign(items_.size(), false);
 }
@@ -325,7 +347,7 @@ void Run::planUnpaired() {
       row.contactNum = id;
       row.companyNum = contacts_[id].company;
     }
-    row.outlookID = items_[item]->EntryID();
+    row.outlookID = items_[item].entryID;
     rows_.push_back(std::move(row));
     jobs_.push_back({JobKind::Merge, rows_.size() - 1});
   };
@@ -351,7 +373,7 @@ void Run::planUnpaired() {
     }
     for (size_t item : freeItems) {
       std::string signature;
-      for (const Field& f : fields_) signature += itemValue(*items_[item], f) + '\x1f';
+      for (const std::string& v : items_[item].values.all()) signature += v + '\x1f';
       auto it = bySignature.find(signature);
       if (it == bySignature.end()) continue;
       for (int32_t id : it->second) {
@@ -397,17 +419,25 @@ std::string Run::hostValue(const HostSide& h, const Field& f) const {
   return it == contacts_.end() ? std::string() : it->second.values.get(index);
 }
 
-void Run::writeHostRow(hostdb::Recordset& rs, const outlook::ContactItem& item, bool company,
+ItemPtr Run::fetch(const std::string& entryID) {
+  auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
+      c_.outlookNameSpace()->GetItemFromID(entryID, storeID_));
+  if (!item)
+    throw RuntimeError(kItemNotFound, "The address book's contact " + entryID + " is gone");
+  return item;
+}
+
+void Run::writeHostRow(hostdb::Recordset& rs, const std::vector<std::string>& itemNow, bool company,
                        std::vector<std::string>& held) {
   for (size_t i : company ? companyFields_ : contactFields_) {
     const Field& f = fields_[i];
-    if (auto text = asHostText(item, f)) rs.write(f.pair.column, *text);
+    if (auto text = asHostText(f, itemNow[i])) rs.write(f.pair.column, *text);
     held[i] = rs.read(f.pair.column);
   }
 }
 
 std::string Run::baseOfNow(const HostSide& h, const std::vector<std::string>& hostNow,
-                           const outlook::ContactItem& item) const {
+                           const std::vector<std::string>& itemNow) const {
   Base base;
   if (info_ == 1 && h.company >= 0) base.company.emplace();
   if (h.contact >= 0) base.contact.emplace();
@@ -415,13 +445,13 @@ std::string Run::baseOfNow(const HostSide& h, const std::vector<std::string>& ho
     const Field& f = fields_[i];
     auto& half = f.company ? base.company : base.contact;
     if (!half) continue;
-    (*half)[f.pair.column] = {hostNow[i], itemValue(item, f)};
+    (*half)[f.pair.column] = {hostNow[i], itemNow[i]};
   }
   return base.encode();
 }
 
 void Run::merge(PairRow& row) {
-  ItemPtr item = items_[*itemOf(row.outlookID)];
+  std::vector<std::string> itemNow = items_[*itemOf(row.outlookID)].values.all();
   Base base = Base::decode(row.base);
   const bool newPair = row.pairID <= 0;
   HostSide h;
@@ -456,7 +486,7 @@ void Run::merge(PairRow& row) {
     const std::optional<Base::Half>& half = f.company ? base.company : base.contact;
     std::string host = hostValue(h, f);
     hostNow[i] = host;
-    std::string itemText = itemValue(*item, f);
+    const std::string& itemText = itemNow[i];
     std::string hostAsItem = asItemValue(f, host);
     bool same = hostAsItem == itemText;
     bool hostChanged = true, itemChanged = true;
@@ -487,17 +517,21 @@ void Run::merge(PairRow& row) {
   }
 
   bool itemWritten = false;
-  for (size_t i : toItem) itemWritten |= copyToItem(*item, fields_[i], hostNow[i]);
-  if (itemWritten) {
-    item->Save();
-    ++c_.counters().itemsUpdated;
+  if (!toItem.empty()) {
+    ItemPtr item = fetch(row.outlookID);
+    for (size_t i : toItem) itemWritten |= copyToItem(*item, fields_[i], hostNow[i]);
+    if (itemWritten) {
+      item->Save();
+      ++c_.counters().itemsUpdated;
+      itemNow = valuesOf(*item);
+    }
   }
   bool companyWritten = false, contactWritten = false, defaultInfo = false;
   if (!toHost.empty()) {
     std::unique_ptr<hostdb::Recordset> co, ct;
     for (size_t i : toHost) {
       const Field& f = fields_[i];
-      auto text = asHostText(*item, f);
+      auto text = asHostText(f, itemNow[i]);
       if (!text || *text == hostNow[i]) continue;
       auto& rs = f.company ? co : ct;
       if (!rs) {
@@ -525,7 +559,7 @@ void Run::merge(PairRow& row) {
       });
   }
 
-  std::string now = baseOfNow(h, hostNow, *item);
+  std::string now = baseOfNow(h, hostNow, itemNow);
   if (newPair || now != row.base) {
     row.base = now;
     store_->save(row);
@@ -579,7 +613,7 @@ void Run::newItem(int32_t host, PairRow* restored) {
   row.contactNum = h.contact;
   row.outlookID = item->EntryID();
   row.deleted = false;
-  row.base = baseOfNow(h, hostNow, *item);
+  row.base = baseOfNow(h, hostNow, valuesOf(*item));
   store_->save(row);
   ++c_.counters().mappingsSaved;
   action("create-item");
@@ -587,14 +621,17 @@ void Run::newItem(int32_t host, PairRow* restored) {
 }
 
 void Run::newHost(size_t index) {
-  ItemPtr item = items_[index];
+  const ItemKeys& item = items_[index];
   observeRun([&](IRunObserver& o) {
-    o.recordStarted(IRunObserver::Kind::Pair, item->EntryID());
-    o.recordNamed(item->FileAs());
+    o.recordStarted(IRunObserver::Kind::Pair, item.entryID);
+    o.recordNamed(item.fileAs);
   });
+  const std::vector<std::string> itemNow = item.values.all();
   std::vector<std::string> hostNow(fields_.size());
   HostSide h;
-  std::string fullName = item->FullName();
+  std::string fullName;
+  for (size_t i = 0; i < fields_.size(); ++i)
+    if (fields_[i].pair.column == "DisplayName") fullName = itemNow[i];
   if (info_ == 1) {
     int32_t clientData = hostCall([] { return hostdb::addNewEntry(); });
     h.company = hostCall([&] { return hostdb::getCompanyIDFromClientDataID(clientData); });
@@ -602,14 +639,14 @@ void Run::newHost(size_t index) {
       hostdb::Recordset co(*db_, hostdb::kCompanies, hostdb::kLockOptimistic);
       if (!co.find("CompanyID", h.company))
         throw RuntimeError(kNoCurrentRecord, "The new company " + std::to_string(h.company) + " is gone");
-      writeHostRow(co, *item, true, hostNow);
+      writeHostRow(co, itemNow, true, hostNow);
     }
     ++c_.counters().companiesCreated;
-    companies_[h.company].name = item->CompanyName();
+    companies_[h.company].name = itemNow[0];
     companies_[h.company].paired = true;
   } else {
     // The contact's company: the one named exactly as the item's, else a new one of that name.
-    std::string companyName = item->CompanyName();
+    const std::string& companyName = item.companyName;
     if (!value::isBlank(companyName)) {
       auto it = companiesByName_.find(companyName);
       if (it != companiesByName_.end() && it->second.size() == 1) {
@@ -627,7 +664,7 @@ void Run::newHost(size_t index) {
         note("a new company \"" + companyName + "\" was made for the contact");
       }
     }
-    if (value::isBlank(fullName)) fullName = item->FileAs();
+    if (value::isBlank(fullName)) fullName = item.fileAs;
   }
   if (!value::isBlank(fullName)) {
     std::optional<int32_t> company;
@@ -638,7 +675,7 @@ void Run::newHost(size_t index) {
       hostdb::Recordset ct(*db_, hostdb::kContacts, hostdb::kLockOptimistic);
       if (!ct.find("ContactID", h.contact))
         throw RuntimeError(kNoCurrentRecord, "The new contact " + std::to_string(h.contact) + " is gone");
-      writeHostRow(ct, *item, false, hostNow);
+      writeHostRow(ct, itemNow, false, hostNow);
     }
     ++c_.counters().contactsCreated;
     usedContacts_.insert(h.contact);
@@ -650,26 +687,25 @@ void Run::newHost(size_t index) {
     }
   } else if (info_ == 7) {
     throw RuntimeError(kInvalidProcedureCall,
-                       "The address book's contact " + item->EntryID() + " has no name: no contact was made");
+                       "The address book's contact " + item.entryID + " has no name: no contact was made");
   }
 
   PairRow row;
   row.companyNum = h.company;
   row.contactNum = h.contact;
-  row.outlookID = item->EntryID();
-  row.base = baseOfNow(h, hostNow, *item);
+  row.outlookID = item.entryID;
+  row.base = baseOfNow(h, hostNow, itemNow);
   store_->save(row);
   ++c_.counters().mappingsSaved;
   action(info_ == 1 ? "create-company" : "create-contact");
 }
 
 void Run::deleteItem(PairRow& row) {
-  ItemPtr item = items_[*itemOf(row.outlookID)];
   observeRun([&](IRunObserver& o) {
     o.recordStarted(IRunObserver::Kind::Pair, hostKey(row));
-    o.recordNamed(item->FileAs());
+    o.recordNamed(items_[*itemOf(row.outlookID)].fileAs);
   });
-  item->Delete();
+  fetch(row.outlookID)->Delete();
   store_->remove(row);
   action("delete-item");
   note(std::string("the ") + (info_ == 1 ? "company" : "contact") +
