@@ -1,6 +1,7 @@
 #include "twoway/pair_state.h"
 
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 #include "core/apartment.h"
 #include "core/platform.h"
@@ -55,7 +56,47 @@ int32_t number(const std::string& text) {
   return value::isBlank(text) || !value::isNumeric(text) ? -1 : value::toLong(text);
 }
 
+std::string hex(uint64_t v) {
+  static const char digits[] = "0123456789abcdef";
+  std::string out(16, '0');
+  for (int i = 15; i >= 0; --i, v >>= 4) out[static_cast<size_t>(i)] = digits[v & 15];
+  return out;
+}
+
+bool fromHex(std::string_view text, uint64_t& v) {
+  if (text.size() != 16) return false;
+  v = 0;
+  for (char c : text) {
+    int d = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+    if (d < 0) return false;
+    v = v << 4 | static_cast<uint64_t>(d);
+  }
+  return true;
+}
+
 }  // namespace
+
+uint64_t hashValues(const std::vector<std::string>& values, size_t from, size_t to) {
+  uint64_t h = 1469598103934665603ull;
+  for (size_t i = from; i < values.size() && i < to; ++i) {
+    for (unsigned char c : values[i]) h = (h ^ c) * 1099511628211ull;
+    h = (h ^ 0x1f) * 1099511628211ull;
+  }
+  return h;
+}
+
+uint64_t combine(uint64_t a, uint64_t b) { return a * 1099511628211ull ^ (b + 0x9e3779b97f4a7c15ull); }
+
+bool Base::hashesOf(const std::string& json, uint64_t& hostHash, uint64_t& itemHash) {
+  // The encoder writes them last, as "h":"<16 hex>","i":"<16 hex>"}.
+  size_t h = json.rfind("\"h\":\"");
+  size_t i = json.rfind("\"i\":\"");
+  if (h == std::string::npos || i == std::string::npos || h + 5 + 16 > json.size() ||
+      i + 5 + 16 > json.size())
+    return false;
+  return fromHex(std::string_view(json).substr(h + 5, 16), hostHash) &&
+         fromHex(std::string_view(json).substr(i + 5, 16), itemHash);
+}
 
 Base Base::decode(const std::string& text) {
   Base base;
@@ -76,6 +117,7 @@ Base Base::decode(const std::string& text) {
   };
   half("co", base.company);
   half("ct", base.contact);
+  hashesOf(text, base.hostHash, base.itemHash);
   return base;
 }
 
@@ -97,6 +139,8 @@ std::string Base::encode() const {
   };
   half("co", company);
   half("ct", contact);
+  j["h"] = hex(hostHash);
+  j["i"] = hex(itemHash);
   return j.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -154,14 +198,24 @@ std::vector<PairRow> PairStore::load() {
     r.contactNum = number(rs.read("ContactNum"));
     r.outlookID = rs.read("OutlookID");
     r.deleted = number(rs.read("Deleted")) > 0;
-    r.base = rs.read("Base");
+    std::string base = rs.read("Base");
+    r.hasBase = !base.empty();
+    if (r.hasBase && !Base::hashesOf(base, r.hostHash, r.itemHash)) r.hostHash = r.itemHash = 0;
     rows.push_back(std::move(r));
     rs.next();
   }
   return rows;
 }
 
+std::string PairStore::baseText(int32_t pairID) {
+  if (!exists_ || pairID <= 0) return "";
+  hostdb::Recordset rs(syncDb(), statement("PairID = " + std::to_string(pairID)));
+  return rs.hasRow() ? rs.read("Base") : std::string();
+}
+
 void PairStore::save(PairRow& row) {
+  row.hasBase = !row.base.empty();
+  if (!Base::hashesOf(row.base, row.hostHash, row.itemHash)) row.hostHash = row.itemHash = 0;
   if (!exists_) return;
   const std::string now = value::toText(value::now());
   if (row.pairID <= 0) {

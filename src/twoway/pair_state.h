@@ -21,8 +21,16 @@ struct PairRow {
   int32_t contactNum = -1;
   std::string outlookID;
   bool deleted = false;
-  std::string base;  // compact JSON (Base::encode); "" when the pair has none
+  // The base: whether the pair has one, and its hashes (Base); its text is read when needed.
+  bool hasBase = false;
+  uint64_t hostHash = 0, itemHash = 0;
+  std::string base;  // compact JSON (Base::encode), once read or made; "" when none
 };
+
+// A hash of a record's values, in order (FNV-1a).
+uint64_t hashValues(const std::vector<std::string>& values, size_t from = 0,
+                    size_t to = static_cast<size_t>(-1));
+uint64_t combine(uint64_t a, uint64_t b);
 
 // What both sides held after the last run that merged the pair: per half (the company's columns,
 // the contact's), each column's host text and item text. A half without a base is merged as if
@@ -30,8 +38,13 @@ struct PairRow {
 struct Base {
   using Half = std::map<std::string, std::pair<std::string, std::string>>;  // column -> host, item
   std::optional<Half> company, contact;
+  // Hashes of all the host's and all the item's values the base holds: a pair whose sides hash
+  // the same is known not to have changed without reading its base.
+  uint64_t hostHash = 0, itemHash = 0;
   static Base decode(const std::string& json);
   std::string encode() const;  // "" when neither half has a base
+  // The hashes of an encoded base, found without decoding it; false without them.
+  static bool hashesOf(const std::string& json, uint64_t& hostHash, uint64_t& itemHash);
   // The half's values of a column: ("", "") when the half has none for it.
   static std::pair<std::string, std::string> of(const Half& half, const std::string& column);
 };
@@ -41,8 +54,11 @@ class PairStore {
   // Makes the table when it is missing, except in a preview (nothing is made then, and the run
   // starts from no pairs and writes none).
   PairStore(clsOutlookSynchronization& component, int32_t info);
-  // The pairs of the component's scheme, data file and information type, in PairID order.
+  // The pairs of the component's scheme, data file and information type, in PairID order
+  // (their base's hashes, not its text).
   std::vector<PairRow> load();
+  // The text of a pair's base.
+  std::string baseText(int32_t pairID);
   // Stores the row (a new one gets its PairID) / removes it.
   void save(PairRow& row);
   void remove(const PairRow& row);

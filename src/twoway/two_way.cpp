@@ -72,23 +72,28 @@ class Packed {
   std::string data_;
 };
 
+// What the run keeps of each record: its keys and a hash of its values, and the values
+// themselves only for a record no pair holds yet (a paired one's are read again when it
+// changed). So a run keeps a few dozen bytes a record, whatever the records hold.
 struct HostCompany {
   std::string name;
-  Packed values;  // the company fields
+  uint64_t hash = 0;  // of the company fields
+  Packed values;
   bool paired = false;
 };
 
-// What the run keeps of an item: its keys and its values, not the item.
 struct ItemKeys {
   std::string entryID, fileAs, companyName;
-  Packed values;  // every field's, in the item's form
+  uint64_t hash = 0;  // of every field's value, in the item's form
+  Packed values;
 };
 
 struct HostContact {
   int32_t company = -1;
   bool isDefault = false;
   std::string name, businessName;
-  Packed values;  // the contact fields (read for the contacts a run may merge)
+  uint64_t hash = 0;  // of the contact fields (read for the contacts a run may merge)
+  Packed values;
   bool paired = false;
 };
 
@@ -108,11 +113,8 @@ class Run {
   Run(clsOutlookSynchronization& c, const Settings& s, ErrorFrame& f)
       : c_(c), settings_(s), f_(f), info_(c.SyncInformationType() == 7 ? 7 : 1),
         fields_(fieldsOf(info_)) {
-    for (size_t i = 0; i < fields_.size(); ++i) {
-      auto& half = fields_[i].company ? companyFields_ : contactFields_;
-      place_.push_back(half.size());
-      half.push_back(i);
-    }
+    for (size_t i = 0; i < fields_.size(); ++i)
+      (fields_[i].company ? companyFields_ : contactFields_).push_back(i);
   }
 
   void go();
@@ -136,7 +138,13 @@ class Run {
   struct HostSide {
     int32_t company = -1, contact = -1;
   };
-  std::string hostValue(const HostSide& h, const Field& f) const;
+  // The host's values of every field (those of a missing half "").
+  std::vector<std::string> hostValues(const HostSide& h);
+  uint64_t hostHash(const std::vector<std::string>& hostNow, const HostSide& h) const {
+    size_t split = companyFields_.size();
+    return combine(info_ == 1 ? hashValues(hostNow, 0, split) : 0,
+                   h.contact >= 0 ? hashValues(hostNow, split) : 0);
+  }
   // The item itself, for a change: looked up again by its entry id.
   ItemPtr fetch(const std::string& entryID);
   std::vector<std::string> valuesOf(const outlook::ContactItem& item) const {
@@ -178,7 +186,8 @@ class Run {
   const int32_t info_;
   const std::vector<Field>& fields_;
   std::vector<size_t> companyFields_, contactFields_;
-  std::vector<size_t> place_;  // each field's place among its half's
+  std::unordered_set<int32_t> hostInRows_;       // companies (1) or contacts (7) of the pairs
+  std::unordered_set<std::string> itemsInRows_;  // while the items are read
   hostdb::IDataAccess* db_ = nullptr;
   std::unique_ptr<PairStore> store_;
 
@@ -210,9 +219,15 @@ void Run::readHost() {
     int32_t id = value::toLong(companies.read("CompanyID"));
     HostCompany& co = companies_[id];
     co.name = companies.read("CompanyName");
-    if (info_ == 1)
-      for (size_t i : companyFields_) co.values.add(companies.read(fields_[i].pair.column));
-    companiesByName_[co.name].push_back(id);
+    if (info_ == 1) {
+      std::vector<std::string> values;
+      for (size_t i : companyFields_) values.push_back(companies.read(fields_[i].pair.column));
+      co.hash = hashValues(values);
+      if (!hostInRows_.count(id))
+        for (const std::string& v : values) co.values.add(v);
+    } else {
+      companiesByName_[co.name].push_back(id);
+    }
     companyOrder_.push_back(id);
     companies.next();
   }
@@ -226,8 +241,15 @@ void Run::readHost() {
     ct.name = contacts.read("DisplayName");
     if (ct.isDefault && ct.company >= 0) defaults_.emplace(ct.company, id);
     if (info_ == 7 || ct.isDefault || usedContacts_.count(id)) {
-      if (info_ == 7) ct.businessName = contacts.read("BusinessName");
-      for (size_t i : contactFields_) ct.values.add(contacts.read(fields_[i].pair.column));
+      std::vector<std::string> values;
+      for (size_t i : contactFields_) values.push_back(contacts.read(fields_[i].pair.column));
+      ct.hash = hashValues(values);
+      bool unpaired = info_ == 7 ? !hostInRows_.count(id)
+                                 : ct.isDefault && ct.company >= 0 && !hostInRows_.count(ct.company);
+      if (unpaired) {
+        if (info_ == 7) ct.businessName = contacts.read("BusinessName");
+        for (const std::string& v : values) ct.values.add(v);
+      }
     }
     contactOrder_.push_back(id);
     contacts.next();
@@ -247,13 +269,18 @@ void Run::readItems() {
     ItemKeys keys;
     keys.entryID = item->EntryID();
     keys.fileAs = item->FileAs();
-    if (info_ == 7) keys.companyName = item->CompanyName();
-    for (const Field& f : fields_) keys.values.add(itemValue(*item, f));
+    std::vector<std::string> values = valuesOf(*item);
+    keys.hash = hashValues(values);
+    if (!itemsInRows_.count(keys.entryID)) {
+      if (info_ == 7) keys.companyName = item->CompanyName();
+      for (const std::string& v : values) keys.values.add(v);
+    }
     byEntry_.emplace(keys.entryID, at);
     byFileAs_[keys.fileAs].push_back(at);
     items_.push_back(std::move(keys));
   }
   itemPaired_.assign(items_.size(), false);
+  std::unordered_set<std::string>().swap(itemsInRows_);
 }
 
 void Run::planPairs() {
@@ -365,7 +392,9 @@ void Run::planUnpaired() {
       }
       std::string signature;
       try {
-        for (const Field& f : fields_) signature += asItemValue(f, hostValue(h, f)) + '\x1f';
+        std::vector<std::string> values = hostValues(h);
+        for (size_t i = 0; i < fields_.size(); ++i)
+          signature += asItemValue(fields_[i], values[i]) + '\x1f';
       } catch (const RuntimeError&) {
         continue;  // a date the item could not hold: no item holds this record's values
       }
@@ -409,14 +438,32 @@ void Run::planUnpaired() {
 // ---------------------------------------------------------------------------------------------
 // Doing
 
-std::string Run::hostValue(const HostSide& h, const Field& f) const {
-  const size_t index = place_[static_cast<size_t>(&f - fields_.data())];
-  if (f.company) {
-    auto it = companies_.find(h.company);
-    return it == companies_.end() ? std::string() : it->second.values.get(index);
-  }
-  auto it = contacts_.find(h.contact);
-  return it == contacts_.end() ? std::string() : it->second.values.get(index);
+std::vector<std::string> Run::hostValues(const HostSide& h) {
+  std::vector<std::string> out(fields_.size());
+  auto fill = [&](bool company, int32_t key) {
+    const std::vector<size_t>& list = company ? companyFields_ : contactFields_;
+    const Packed* packed = nullptr;
+    if (company) {
+      auto it = companies_.find(key);
+      if (it != companies_.end() && !it->second.values.empty()) packed = &it->second.values;
+    } else {
+      auto it = contacts_.find(key);
+      if (it != contacts_.end() && !it->second.values.empty()) packed = &it->second.values;
+    }
+    if (packed) {
+      std::vector<std::string> values = packed->all();
+      for (size_t k = 0; k < list.size() && k < values.size(); ++k) out[list[k]] = values[k];
+      return;
+    }
+    hostdb::Recordset rs(*db_, company ? hostdb::kCompanies : hostdb::kContacts);
+    if (!rs.find(company ? "CompanyID" : "ContactID", key))
+      throw RuntimeError(kNoCurrentRecord, std::string(company ? "Company " : "Contact ") +
+                                               std::to_string(key) + " is gone");
+    for (size_t i : list) out[i] = rs.read(fields_[i].pair.column);
+  };
+  if (info_ == 1 && h.company >= 0) fill(true, h.company);
+  if (h.contact >= 0) fill(false, h.contact);
+  return out;
 }
 
 ItemPtr Run::fetch(const std::string& entryID) {
@@ -439,6 +486,8 @@ void Run::writeHostRow(hostdb::Recordset& rs, const std::vector<std::string>& it
 std::string Run::baseOfNow(const HostSide& h, const std::vector<std::string>& hostNow,
                            const std::vector<std::string>& itemNow) const {
   Base base;
+  base.hostHash = hostHash(hostNow, h);
+  base.itemHash = hashValues(itemNow);
   if (info_ == 1 && h.company >= 0) base.company.emplace();
   if (h.contact >= 0) base.contact.emplace();
   for (size_t i = 0; i < fields_.size(); ++i) {
@@ -451,10 +500,10 @@ std::string Run::baseOfNow(const HostSide& h, const std::vector<std::string>& ho
 }
 
 void Run::merge(PairRow& row) {
-  std::vector<std::string> itemNow = items_[*itemOf(row.outlookID)].values.all();
-  Base base = Base::decode(row.base);
+  const ItemKeys& keys = items_[*itemOf(row.outlookID)];
   const bool newPair = row.pairID <= 0;
   HostSide h;
+  bool contactMoved = false;
   if (info_ == 1) {
     h.company = row.companyNum;
     // The pair keeps the contact it was made with; once that contact is gone, the company's
@@ -463,9 +512,9 @@ void Run::merge(PairRow& row) {
       h.contact = row.contactNum;
     } else {
       int32_t next = freeDefaultContact(row.companyNum);
-      if (next != row.contactNum || base.contact) {
+      if (next != row.contactNum) {
+        contactMoved = true;
         row.contactNum = next;
-        base.contact.reset();
         if (next >= 0) usedContacts_.insert(next);
       }
       h.contact = row.contactNum;
@@ -477,15 +526,33 @@ void Run::merge(PairRow& row) {
     o.recordStarted(IRunObserver::Kind::Pair, hostKey(row));
     o.recordNamed(info_ == 1 ? companies_[row.companyNum].name : contacts_[row.contactNum].name);
   });
+  // Neither side changed since the base: nothing to read, nothing to write.
+  if (row.hasBase && !contactMoved && (row.hostHash || row.itemHash) &&
+      keys.hash == row.itemHash &&
+      combine(info_ == 1 ? companies_[h.company].hash : 0,
+              h.contact >= 0 ? contacts_[h.contact].hash : 0) == row.hostHash) {
+    action("nothing");
+    return;
+  }
 
-  std::vector<std::string> hostNow(fields_.size());
+  if (row.hasBase && row.base.empty()) row.base = store_->baseText(row.pairID);
+  Base base = Base::decode(row.base);
+  if (contactMoved) base.contact.reset();
+  ItemPtr item;
+  std::vector<std::string> itemNow;
+  if (keys.values.empty()) {
+    item = fetch(row.outlookID);
+    itemNow = valuesOf(*item);
+  } else {
+    itemNow = keys.values.all();
+  }
+  std::vector<std::string> hostNow = hostValues(h);
   std::vector<size_t> toItem, toHost;
   for (size_t i = 0; i < fields_.size(); ++i) {
     const Field& f = fields_[i];
     if (!f.company && h.contact < 0) continue;
     const std::optional<Base::Half>& half = f.company ? base.company : base.contact;
-    std::string host = hostValue(h, f);
-    hostNow[i] = host;
+    const std::string host = hostNow[i];
     const std::string& itemText = itemNow[i];
     std::string hostAsItem = asItemValue(f, host);
     bool same = hostAsItem == itemText;
@@ -518,7 +585,7 @@ void Run::merge(PairRow& row) {
 
   bool itemWritten = false;
   if (!toItem.empty()) {
-    ItemPtr item = fetch(row.outlookID);
+    if (!item) item = fetch(row.outlookID);
     for (size_t i : toItem) itemWritten |= copyToItem(*item, fields_[i], hostNow[i]);
     if (itemWritten) {
       item->Save();
@@ -565,6 +632,7 @@ void Run::merge(PairRow& row) {
     store_->save(row);
     ++c_.counters().mappingsSaved;
   }
+  row.base.clear();  // read again should the pair come up again
   bool hostWritten = companyWritten || contactWritten;
   action(itemWritten && hostWritten ? "update-both"
          : itemWritten              ? "update-item"
@@ -593,12 +661,11 @@ void Run::newItem(int32_t host, PairRow* restored) {
   auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
       c_.outlookApplication()->CreateItem(outlook::olContactItem));
   if (!item) throw RuntimeError(kOutlookOperationFailed, "Outlook did not create a contact item");
-  std::vector<std::string> hostNow(fields_.size());
+  std::vector<std::string> hostNow = hostValues(h);
   if (info_ == 7 && !value::isBlank(company)) item->setCompanyName(company);
   for (size_t i = 0; i < fields_.size(); ++i) {
     const Field& f = fields_[i];
     if (!f.company && h.contact < 0) continue;
-    hostNow[i] = hostValue(h, f);
     if (!hostEmpty(hostNow[i])) copyToItem(*item, f, hostNow[i]);
   }
   item->setFileAs(name);
@@ -758,8 +825,11 @@ void Run::go() {
         if (!db_) throw RuntimeError(kObjectVariableNotSet, "The companies database is not open");
         store_ = std::make_unique<PairStore>(c_, info_);
         rows_ = store_->load();
-        for (const PairRow& r : rows_)
+        for (const PairRow& r : rows_) {
           if (info_ == 1 && r.contactNum >= 0) usedContacts_.insert(r.contactNum);
+          hostInRows_.insert(info_ == 1 ? r.companyNum : r.contactNum);
+          itemsInRows_.insert(r.outlookID);
+        }
         readHost();
         readItems();
       }))
