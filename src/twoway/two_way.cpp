@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -204,8 +205,10 @@ class Run {
   std::string storeID_;
   std::vector<ItemKeys> items_;
   std::vector<bool> itemPaired_;
-  std::unordered_map<std::string, size_t> byEntry_;
-  std::unordered_map<std::string, std::vector<size_t>> byFileAs_;
+  std::unordered_map<std::string_view, size_t> byEntry_;  // views of items_' entry ids
+  // Items by a hash of their FileAs: the one item filed under it, or kSeveral.
+  static constexpr size_t kSeveral = static_cast<size_t>(-1);
+  std::unordered_map<uint64_t, size_t> byFileAs_;
 
   std::vector<Job> jobs_;
 };
@@ -234,13 +237,19 @@ void Run::readHost() {
   hostdb::Recordset contacts(*db_, hostdb::kContacts);
   while (!contacts.eof()) {
     int32_t id = value::toLong(contacts.read("ContactID"));
+    const bool isDefault = value::toBoolean(contacts.read("DefaultContact"));
+    // Type 1 merges only the contacts that are their company's default or a pair's.
+    if (info_ == 1 && !isDefault && !usedContacts_.count(id)) {
+      contacts.next();
+      continue;
+    }
     HostContact& ct = contacts_[id];
     std::string company = contacts.read("CompanyNum");
     ct.company = value::isBlank(company) || !value::isNumeric(company) ? -1 : value::toLong(company);
-    ct.isDefault = value::toBoolean(contacts.read("DefaultContact"));
-    ct.name = contacts.read("DisplayName");
+    ct.isDefault = isDefault;
+    if (info_ == 7) ct.name = contacts.read("DisplayName");
     if (ct.isDefault && ct.company >= 0) defaults_.emplace(ct.company, id);
-    if (info_ == 7 || ct.isDefault || usedContacts_.count(id)) {
+    {
       std::vector<std::string> values;
       for (size_t i : contactFields_) values.push_back(contacts.read(fields_[i].pair.column));
       ct.hash = hashValues(values);
@@ -251,9 +260,10 @@ void Run::readHost() {
         for (const std::string& v : values) ct.values.add(v);
       }
     }
-    contactOrder_.push_back(id);
+    if (info_ == 7) contactOrder_.push_back(id);
     contacts.next();
   }
+  std::unordered_set<int32_t>().swap(hostInRows_);
 }
 
 void Run::readItems() {
@@ -268,16 +278,18 @@ void Run::readItems() {
     size_t at = items_.size();
     ItemKeys keys;
     keys.entryID = item->EntryID();
-    keys.fileAs = item->FileAs();
+    const std::string fileAs = item->FileAs();
     std::vector<std::string> values = valuesOf(*item);
     keys.hash = hashValues(values);
     if (!itemsInRows_.count(keys.entryID)) {
+      keys.fileAs = fileAs;
       if (info_ == 7) keys.companyName = item->CompanyName();
       for (const std::string& v : values) keys.values.add(v);
     }
-    byEntry_.emplace(keys.entryID, at);
-    byFileAs_[keys.fileAs].push_back(at);
-    items_.push_back(std::move(keys));
+    auto [slot, first] = byFileAs_.emplace(hashValues({fileAs}), at);
+    if (!first) slot->second = kSeveral;
+    items_.push_back(std::move(keys));  // never beyond the capacity reserved: the views stay
+    byEntry_.emplace(items_.back().entryID, at);
   }
   itemPaired_.assign(items_.size(), false);
   std::unordered_set<std::string>().swap(itemsInRows_);
@@ -416,9 +428,10 @@ void Run::planUnpaired() {
   for (int32_t id : order) {
     if (isPaired(id)) continue;
     const std::string& name = info_ == 1 ? companies_[id].name : contacts_[id].name;
-    auto it = byFileAs_.find(name);
-    if (it != byFileAs_.end() && it->second.size() == 1 && !itemPaired_[it->second[0]]) {
-      newPair(id, it->second[0]);
+    auto it = byFileAs_.find(hashValues({name}));
+    if (it != byFileAs_.end() && it->second != kSeveral && !itemPaired_[it->second] &&
+        items_[it->second].fileAs == name) {
+      newPair(id, it->second);
       continue;
     }
     setPaired(id);
@@ -768,11 +781,12 @@ void Run::newHost(size_t index) {
 }
 
 void Run::deleteItem(PairRow& row) {
+  ItemPtr item = fetch(row.outlookID);
   observeRun([&](IRunObserver& o) {
     o.recordStarted(IRunObserver::Kind::Pair, hostKey(row));
-    o.recordNamed(items_[*itemOf(row.outlookID)].fileAs);
+    o.recordNamed(item->FileAs());
   });
-  fetch(row.outlookID)->Delete();
+  item->Delete();
   store_->remove(row);
   action("delete-item");
   note(std::string("the ") + (info_ == 1 ? "company" : "contact") +
