@@ -860,13 +860,18 @@ void Run::go() {
     const uint64_t errors = ErrorFrame::errorsReported();
     const auto before = c_.counters();
     f_.step([&] { apartment().beginRecord(); });
-    f_.step([&] {
-      try {
-        runJob(job);
-      } catch (const RecordAbandoned&) {
-        // Already reported by the host procedure that failed.
-      }
-    });
+    {
+      // Each record is a procedure of its own: an error that makes it leave ends this record
+      // only, and the run goes on with the next.
+      ErrorFrame record(std::string(kSyncLocation) + "synchronizePair");
+      record.step([&] {
+        try {
+          runJob(job);
+        } catch (const RecordAbandoned&) {
+          // Already reported by the host procedure that failed.
+        }
+      });
+    }
     const bool failed = ErrorFrame::errorsReported() != errors;
     apartment().endRecord(!failed);
     if (failed) {

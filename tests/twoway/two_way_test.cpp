@@ -257,6 +257,31 @@ TEST_F(TwoWayTest, TwoPeopleOfOneNameAtTwoCompaniesStayTwo) {
   EXPECT_EQ(items().size(), 4u);
 }
 
+TEST_F(TwoWayTest, AFailedRecordLeavesTheOthersAndIsMergedAgainByTheNextRun) {
+  errors().action = kActionLeave;
+  sql("INSERT INTO Companies (CompanyID, CompanyName, City) VALUES (1, 'One', 'a'), (2, 'Two', 'b');");
+  run();
+  for (const char* name : {"One", "Two"}) {
+    auto i = item(name);
+    i->setBusinessAddressCity(std::string(name) + " city");
+    i->Save();
+  }
+  // The first write of a city fails: that record is undone, the other one is merged.
+  auto faulty = std::make_shared<testing::FaultyDataAccess>(apartment().hostDb, "writeField", "City");
+  int calls = 0;
+  faulty->fails = [&](const std::string& what) { return what == "writeField City" && ++calls == 1; };
+  apartment().hostDb = faulty;
+  run();
+  EXPECT_EQ(errors().errors.size(), 1u);
+  errors().errors.clear();
+  EXPECT_EQ(c().counters().recordsFailed, 1);
+  EXPECT_EQ(one("SELECT GROUP_CONCAT(City) FROM (SELECT City FROM Companies ORDER BY CompanyID);"), "a,Two city");
+  run();
+  expectNoErrors();
+  EXPECT_EQ(one("SELECT GROUP_CONCAT(City) FROM (SELECT City FROM Companies ORDER BY CompanyID);"),
+            "One city,Two city");
+}
+
 TEST_F(TwoWayTest, DeletionsOnEachSideAndTheMassDeletionRefusal) {
   for (int i = 1; i <= 10; ++i)
     sql("INSERT INTO Companies (CompanyID, CompanyName) VALUES (" + std::to_string(i) + ", 'Co " +
