@@ -43,28 +43,22 @@ auto hostCall(Call&& call) {
   return result;
 }
 
-// A record's values, one text per field of its half, kept in one string.
+// A record's values, one text per field of its half, kept in one string (each after its length).
 class Packed {
  public:
   void add(const std::string& v) {
+    data_ += std::to_string(v.size());
+    data_ += ':';
     data_ += v;
-    data_ += '\x1f';
-  }
-  std::string get(size_t index) const {
-    size_t at = 0;
-    for (size_t i = 0; i < index; ++i) {
-      at = data_.find('\x1f', at);
-      if (at == std::string::npos) return {};
-      ++at;
-    }
-    size_t end = data_.find('\x1f', at);
-    return end == std::string::npos ? std::string() : data_.substr(at, end - at);
   }
   std::vector<std::string> all() const {
     std::vector<std::string> out;
-    size_t at = 0;
-    for (size_t end; (end = data_.find('\x1f', at)) != std::string::npos; at = end + 1)
-      out.push_back(data_.substr(at, end - at));
+    for (size_t at = 0; at < data_.size();) {
+      size_t colon = data_.find(':', at);
+      size_t size = std::stoul(data_.substr(at, colon - at));
+      out.push_back(data_.substr(colon + 1, size));
+      at = colon + 1 + size;
+    }
     return out;
   }
   bool empty() const { return data_.empty(); }
