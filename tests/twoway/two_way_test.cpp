@@ -324,6 +324,22 @@ TEST_F(TwoWayTest, DeletionsOnEachSideAndTheMassDeletionRefusal) {
   EXPECT_EQ(items().size(), 2u);
 }
 
+TEST_F(TwoWayTest, AGoneContactHalfTakesTheCompanysNewDefaultContact) {
+  addAcme(*this, [&](const std::string& s) { sql(s); });
+  run();
+  sql("DELETE FROM Contacts WHERE ContactID = 10;"
+      "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, DefaultContact, HomePhone_Main) "
+      "VALUES (11, 1, 'Bo Chan', 1, '123');");
+  run();
+  expectNoErrors();
+  auto acme = item("Acme");
+  EXPECT_EQ(acme->FullName() + "|" + acme->HomeTelephoneNumber(), "Bo Chan|123");
+  EXPECT_EQ(count("Contacts"), 1);
+  run();
+  EXPECT_EQ(notes->actions, std::vector<std::string>{"nothing"});
+  EXPECT_EQ(count("Contacts"), 1);
+}
+
 TEST_F(TwoWayTest, TheFirstRunAdoptsTheOneWayPairings) {
   addAcme(*this, [&](const std::string& s) { sql(s); });
   sql("INSERT INTO Companies (CompanyID, CompanyName) VALUES (2, 'Beta');");
