@@ -153,9 +153,9 @@ TEST(ReportFileTest, ACutShortRunReadsAsFarAsItGot) {
   fs::resize_file(path, bytes.find("\"finished\"") + 20);
   RunPlan back = readReportFile(path);
   EXPECT_TRUE(back.interrupted);
-  ASSERT_EQ(back.records.size(), 4u);
+  ASSERT_EQ(back.records.size(), 5u);
   EXPECT_EQ(back.records[3].added.size(), 1u);
-  EXPECT_EQ(back.recordCount(), 4);
+  EXPECT_EQ(back.recordCount(), 5);
   EXPECT_EQ(back.errorCount(), 1);
 
   std::ofstream(path, std::ios::trunc) << "{\"format\":\"dossync-run/1\"}\n";
