@@ -107,10 +107,12 @@ std::string twoWayMisuse(const SyncOptions& o) {
   if (o.directionGiven) return "--two-way runs both ways itself: leave out --direction";
   if (o.info != companyWithDefaultContact && o.info != 7)
     return "--two-way takes --info 1 (companies with their default contacts) or 7 (contacts), "
-           "not " + std::to_string(o.info);
+           "not " +
+           std::to_string(o.info);
   if (o.select != "all")
     return "--two-way works on every record: leave out --select (or give --select all)";
-  if (o.pairCreated) return "--pair-created is for --direction 3: a two-way run pairs what it makes";
+  if (o.pairCreated)
+    return "--pair-created is for --direction 3: a two-way run pairs what it makes";
   return "";
 }
 
@@ -274,7 +276,8 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
 
   if (o.twoWay) {
     twoway::Settings settings;
-    settings.conflict = o.conflict == "outlook" ? twoway::ConflictRule::Outlook : twoway::ConflictRule::Host;
+    settings.conflict =
+        o.conflict == "outlook" ? twoway::ConflictRule::Outlook : twoway::ConflictRule::Host;
     settings.force = o.force;
     settings.restoreDeleted = o.restoreDeleted;
     twoway::enableBothWays(*component, settings);

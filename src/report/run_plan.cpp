@@ -107,8 +107,9 @@ std::vector<ErrorNote> errorsFrom(const json& j) {
 }
 
 const char* const RunCounts::kActionNames[RunCounts::kActions] = {
-    "create-item",    "update-item",    "pair-only",   "nothing",     "create-company", "update-company",
-    "create-contact", "update-contact", "update-both", "delete-item", "item-deleted"};
+    "create-item",    "update-item",    "pair-only",      "nothing",
+    "create-company", "update-company", "create-contact", "update-contact",
+    "update-both",    "delete-item",    "item-deleted"};
 
 void RunCounts::add(const RecordPlan& record) {
   ++records;
@@ -334,7 +335,8 @@ std::string toText(const RunPlan& plan) {
     if (!r.selected) out << " (not chosen)";
     if (!r.outlookId.empty() && r.outlookId != r.key) out << ", item " << r.outlookId;
     // A two-way pair is its record and its item: nothing else to say of its pairing.
-    if (r.kind != "pair") out << ", paired with " << (r.pairedWith.empty() ? "no item" : r.pairedWith);
+    if (r.kind != "pair")
+      out << ", paired with " << (r.pairedWith.empty() ? "no item" : r.pairedWith);
     out << "\n";
     for (const auto& a : r.added) {
       out << "    adds a row to " << a.table;
@@ -355,8 +357,8 @@ std::string toText(const RunPlan& plan) {
     }
     for (const auto& c : r.conflicts) {
       out << "    conflict " << c.field << ": base " << shown(c.base) << ", host " << shown(c.host)
-          << ", Outlook " << shown(c.outlook) << "; kept the " << (c.kept == "host" ? "host's" : "Outlook")
-          << " value\n";
+          << ", Outlook " << shown(c.outlook) << "; kept the "
+          << (c.kept == "host" ? "host's" : "Outlook") << " value\n";
     }
     for (const auto& n : r.notes) out << "    note: " << n << "\n";
     for (const auto& w : r.warnings) out << "    warning: " << w << "\n";

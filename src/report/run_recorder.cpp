@@ -387,8 +387,9 @@ void RunRecorder::recordAction(const std::string& action) {
   }
 }
 
-void RunRecorder::conflict(const std::string& field, const std::string& base, const std::string& host,
-                           const std::string& outlook, const std::string& kept) {
+void RunRecorder::conflict(const std::string& field, const std::string& base,
+                           const std::string& host, const std::string& outlook,
+                           const std::string& kept) {
   if (RecordPlan* r = current()) r->conflicts.push_back({field, base, host, outlook, kept});
 }
 
