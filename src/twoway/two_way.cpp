@@ -532,6 +532,7 @@ void Run::merge(PairRow& row) {
   observeRun([&](IRunObserver& o) {
     o.recordStarted(IRunObserver::Kind::Pair, hostKey(row));
     o.recordNamed(info_ == 1 ? companies_[row.companyNum].name : contacts_[row.contactNum].name);
+    o.lookedUp(row.outlookID);
   });
   // Neither side changed since the base: nothing to read, nothing to write.
   if (row.hasBase && !contactMoved && (row.hostHash || row.itemHash) &&
@@ -779,6 +780,7 @@ void Run::deleteItem(PairRow& row) {
   observeRun([&](IRunObserver& o) {
     o.recordStarted(IRunObserver::Kind::Pair, hostKey(row));
     o.recordNamed(item->FileAs());
+    o.lookedUp(row.outlookID);
   });
   item->Delete();
   store_->remove(row);
@@ -809,6 +811,7 @@ void Run::runJob(const Job& job) {
       observeRun([&](IRunObserver& o) {
         o.recordStarted(IRunObserver::Kind::Pair, hostKey(row));
         o.recordNamed(info_ == 1 ? companies_[row.companyNum].name : contacts_[row.contactNum].name);
+        o.lookedUp(row.outlookID);
       });
       row.deleted = true;
       store_->save(row);
@@ -818,7 +821,10 @@ void Run::runJob(const Job& job) {
     }
     case JobKind::Forget: {
       PairRow& row = rows_[job.row];
-      observeRun([&](IRunObserver& o) { o.recordStarted(IRunObserver::Kind::Pair, hostKey(row)); });
+      observeRun([&](IRunObserver& o) {
+        o.recordStarted(IRunObserver::Kind::Pair, hostKey(row));
+        o.lookedUp(row.outlookID);
+      });
       store_->remove(row);
       action("nothing");
       note("the record and its item are both gone; the pair is forgotten");
