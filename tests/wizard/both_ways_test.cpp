@@ -1,0 +1,164 @@
+// "Both ways", offered by a host that can run direction 1: the form runs the owner's direction
+// 1 without a selection, maps the information types, writes the conflict rule through, and a
+// scheme saved with it opens again with it (SyncType 1, no OutlookSync rows, the rule kept in
+// the host's scheme settings). Without the offer the form is the component's wizard (its own
+// tests).
+#include <map>
+
+#include "wizard_fixture.h"
+
+namespace dossync {
+namespace {
+
+class MemorySchemeSettings : public wizard::ISchemeSettings {
+ public:
+  void store(const std::string& db, int32_t id, const std::string& key,
+             const std::string& value) override {
+    kept[db + "#" + std::to_string(id) + "/" + key] = value;
+  }
+  std::optional<std::string> lookup(const std::string& db, int32_t id,
+                                    const std::string& key) override {
+    auto it = kept.find(db + "#" + std::to_string(id) + "/" + key);
+    if (it == kept.end()) return std::nullopt;
+    return it->second;
+  }
+  void forget(const std::string& db, int32_t id) override {
+    std::string group = db + "#" + std::to_string(id) + "/";
+    std::erase_if(kept, [&](const auto& e) { return e.first.rfind(group, 0) == 0; });
+  }
+  std::map<std::string, std::string> kept;
+};
+
+class BothWaysTest : public testing::WizardTest {
+ protected:
+  void SetUp() override {
+    WizardTest::SetUp();
+    settings = std::make_shared<MemorySchemeSettings>();
+    offer();
+    // What the run would see: direction, information type and the rule last written through.
+    c().setBothWaysRunner([this](clsOutlookSynchronization& o) {
+      runs.push_back(std::to_string(o.SyncDirectionType()) + "|" +
+                     std::to_string(o.SyncInformationType()) + "|" +
+                     (keepOutlook ? "outlook" : "host"));
+    });
+  }
+  void offer() {
+    form->offerBothWays({[this](bool outlook) { keepOutlook = outlook; }, settings});
+  }
+  std::vector<std::string> q(const std::string& sql) {
+    return testing::querySql(host->syncPath, sql);
+  }
+  std::shared_ptr<MemorySchemeSettings> settings;
+  bool keepOutlook = false;
+  std::vector<std::string> runs;
+};
+
+TEST_F(BothWaysTest, ChosenItNeedsNoSelectionRunsDirectionOneAndFollowsTheAdvancedOptions) {
+  start();
+  ASSERT_TRUE(d->click("optSynchDirection", 1));
+  EXPECT_EQ(c().SyncDirectionType(), 1);
+  EXPECT_FALSE(d->value("optSynchDirection", 2));
+
+  // The selection step explains instead of showing a tree.
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  EXPECT_TRUE(d->canUse("lblBothWays"));
+  EXPECT_FALSE(d->canUse("tvwContacts"));
+  ASSERT_TRUE(d->click("cmdNav", 2));
+
+  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  EXPECT_TRUE(d->canUse("optConflict", 2));
+  EXPECT_FALSE(d->canUse("chkPairCreated"));
+  EXPECT_FALSE(d->canUse("optInfoType", 2));  // companies without their contacts: not both ways
+  ASSERT_TRUE(d->click("optInfoType", 4));
+  EXPECT_EQ(c().SyncInformationType(), 7);  // the host's contacts
+  ASSERT_TRUE(d->click("optConflict", 2));
+  EXPECT_TRUE(keepOutlook);
+
+  ASSERT_TRUE(d->click("cmdNav", 4));  // from the advanced options, with nothing selected
+  EXPECT_TRUE(shown().empty());
+  EXPECT_EQ(runs, (std::vector<std::string>{"1|7|outlook"}));
+  EXPECT_FALSE(form->loaded());
+}
+
+TEST_F(BothWaysTest, TheOneWayDirectionsKeepTheirMeaningBesideIt) {
+  start();
+  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  ASSERT_TRUE(d->click("optInfoType", 2));
+  ASSERT_TRUE(d->click("cmdNav", 2));
+  // Choosing both ways leaves "Company Information Only" for the company with its contact.
+  ASSERT_TRUE(d->click("optSynchDirection", 1));
+  EXPECT_TRUE(d->value("optInfoType", 1));
+  EXPECT_EQ(c().SyncInformationType(), 1);
+  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  ASSERT_TRUE(d->click("optInfoType", 3));
+  EXPECT_EQ(c().SyncInformationType(), 7);
+  ASSERT_TRUE(d->click("cmdNav", 2));
+  // Back to a one-way direction: the contact option is the component's own 3 again, the tree
+  // is there and the conflict rule is not.
+  ASSERT_TRUE(d->click("optSynchDirection", 2));
+  EXPECT_EQ(c().SyncInformationType(), 3);
+  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  EXPECT_FALSE(d->canUse("optConflict", 1));
+  ASSERT_TRUE(d->click("cmdNav", 2));
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  EXPECT_TRUE(d->canUse("tvwContacts"));
+  EXPECT_FALSE(d->canUse("lblBothWays"));
+}
+
+TEST_F(BothWaysTest, ASchemeSavedWithItOpensAgainWithItsRuleAndWithoutRows) {
+  // A one-way scheme of the same name, with a row, that the both-ways one replaces.
+  testing::execSql(host->syncPath,
+                   "INSERT INTO OutlookScheme (SchemeID, SchemeName, SyncType, InfoType) VALUES "
+                   "(6, 'Replaced', 2, 1);"
+                   "INSERT INTO OutlookSync (SchemeNum, CompanyNum) VALUES (6, 10);");
+  host->messages->answer = true;
+  start();
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(d->tick("Company:10"));  // a selection made before choosing both ways
+  ASSERT_TRUE(d->click("cmdNav", 2));
+  ASSERT_TRUE(d->click("optSynchDirection", 1));
+  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  ASSERT_TRUE(d->click("optInfoType", 3));
+  ASSERT_TRUE(d->click("optConflict", 2));
+  ASSERT_TRUE(d->click("cmdNav", 2));
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  for (const char* name : {"New", "Replaced"}) {
+    ASSERT_TRUE(d->type("txtSaveName", name));
+    ASSERT_TRUE(d->click("cmdSaveScheme"));
+  }
+  EXPECT_EQ(q("SELECT SchemeName || '|' || SyncType || '|' || InfoType FROM OutlookScheme "
+              "ORDER BY SchemeID;"),
+            (std::vector<std::string>{"Replaced|1|3", "New|1|3"}));
+  EXPECT_EQ(q("SELECT COUNT(*) FROM OutlookSync;"), (std::vector<std::string>{"0"}));
+  std::string id = q("SELECT SchemeID FROM OutlookScheme WHERE SchemeName = 'New';")[0];
+  EXPECT_EQ(settings->lookup(c().SyncDatabaseLocation(), std::stoi(id), "conflict"), "outlook");
+  EXPECT_EQ(settings->lookup(c().SyncDatabaseLocation(), 6, "conflict"), "outlook");
+  d->close();
+
+  // A fresh wizard on a component reset to its defaults. The new scheme has no DataFileID,
+  // so its other settings stay as they are; its direction and rule come all the same.
+  c().resetOutlookSchemeToDefault();
+  c().setSyncInformationType(3);
+  form = std::make_shared<wizard::HeadlessWizard>();
+  d = std::make_unique<wizard::WizardDriver>(*form);
+  offer();
+  start();
+  form->resetScheme();
+  EXPECT_FALSE(keepOutlook);  // reset: the practice's value
+  ASSERT_TRUE(d->pick("New"));
+  EXPECT_TRUE(d->value("optSynchDirection", 1));
+  EXPECT_EQ(c().SyncDirectionType(), 1);
+  EXPECT_EQ(c().SyncInformationType(), 7);
+  EXPECT_TRUE(d->value("optConflict", 2));
+  EXPECT_TRUE(keepOutlook);
+  EXPECT_TRUE(host->errors->errors.empty());
+
+  ASSERT_TRUE(d->pick("New"));
+  ASSERT_TRUE(d->click("cmdDeleteScheme"));
+  EXPECT_EQ(settings->lookup(c().SyncDatabaseLocation(), std::stoi(id), "conflict"), std::nullopt);
+  EXPECT_FALSE(keepOutlook);
+}
+
+}  // namespace
+}  // namespace dossync
