@@ -522,7 +522,8 @@ void frmWizard::optSynchDirection_Click(int16_t Index) {
     if (Index == 1 && optionSelected("optInfoType", companyOnly))
       setOption(control("optInfoType", companyWithDefaultContact));
     int32_t option = selectedOption("optInfoType");
-    if (option >= 1) owner().setSyncInformationType(infoTypeFor(option));
+    if (option >= 1 && (Index == 1 || owner().SyncInformationType() == kContactsBothWays))
+      owner().setSyncInformationType(infoTypeFor(option));
   });
 }
 

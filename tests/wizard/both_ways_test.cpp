@@ -136,21 +136,26 @@ TEST_F(BothWaysTest, ASchemeSavedWithItOpensAgainWithItsRuleAndWithoutRows) {
   EXPECT_EQ(settings->lookup(c().SyncDatabaseLocation(), 6, "conflict"), "outlook");
   d->close();
 
-  // A fresh wizard on a component reset to its defaults. The new scheme has no DataFileID,
-  // so its other settings stay as they are; its direction and rule come all the same.
-  c().resetOutlookSchemeToDefault();
-  c().setSyncInformationType(3);
+  // A fresh wizard, its owner reset to the defaults. The replaced scheme has its DataFileID
+  // and loads whole; the new one has none, so its other settings stay as they are, but its
+  // direction and rule come all the same.
   form = std::make_shared<wizard::HeadlessWizard>();
   d = std::make_unique<wizard::WizardDriver>(*form);
   offer();
   start();
   form->resetScheme();
+  EXPECT_EQ(c().SyncDirectionType(), 2);
   EXPECT_FALSE(keepOutlook);  // reset: the practice's value
-  ASSERT_TRUE(d->pick("New"));
-  EXPECT_TRUE(d->value("optSynchDirection", 1));
+  ASSERT_TRUE(d->pick("Replaced"));
+  EXPECT_TRUE(d->value("optSynchDirection", 1) && d->value("optInfoType", 3));
   EXPECT_EQ(c().SyncDirectionType(), 1);
   EXPECT_EQ(c().SyncInformationType(), 7);
   EXPECT_TRUE(d->value("optConflict", 2));
+  EXPECT_TRUE(keepOutlook);
+  form->resetScheme();
+  ASSERT_TRUE(d->pick("New"));
+  EXPECT_EQ(c().SyncDirectionType(), 1);
+  EXPECT_EQ(c().SyncInformationType(), 1);
   EXPECT_TRUE(keepOutlook);
   EXPECT_TRUE(host->errors->errors.empty());
 

@@ -283,6 +283,7 @@ TEST_F(QtWizardTest, BothWaysRunsTheTwoWayModeUnderTheRuleItsSchemeKeeps) {
   };
   qtForm->startWizard(c());
   ASSERT_FALSE(qtForm->loaded());
+  for (const auto& e : host->errors->errors) ADD_FAILURE() << e.description();
   c().StartOutlook();
   auto acme = itemOfCompany(c(), "Acme Ltd");
   ASSERT_NE(acme, nullptr);  // every company got its item
