@@ -268,6 +268,8 @@ TEST_F(QtWizardTest, BothWaysRunsTheTwoWayModeUnderTheRuleItsSchemeKeeps) {
   // The first run, from the dialog: Both ways, the Outlook value wins, saved as a scheme.
   qtForm->dialog().session = [&] {
     ASSERT_TRUE(radio("optSynchDirection", 1)->isVisibleTo(&qtForm->dialog()));
+    // Added after the dialog was made, it still follows the other directions with Tab.
+    EXPECT_EQ(radio("optSynchDirection", 3)->nextInFocusChain(), radio("optSynchDirection", 1));
     radio("optSynchDirection", 1)->click();
     button("cmdAdvancedOptions")->click();
     EXPECT_FALSE(qtForm->dialog().widget("chkPairCreated")->isVisibleTo(&qtForm->dialog()));
