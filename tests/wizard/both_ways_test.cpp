@@ -53,56 +53,37 @@ class BothWaysTest : public testing::WizardTest {
   std::vector<std::string> runs;
 };
 
-TEST_F(BothWaysTest, ChosenItNeedsNoSelectionRunsDirectionOneAndFollowsTheAdvancedOptions) {
-  start();
-  ASSERT_TRUE(d->click("optSynchDirection", 1));
-  EXPECT_EQ(c().SyncDirectionType(), 1);
-  EXPECT_FALSE(d->value("optSynchDirection", 2));
-
-  // The selection step explains instead of showing a tree.
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  EXPECT_TRUE(d->canUse("lblBothWays"));
-  EXPECT_FALSE(d->canUse("tvwContacts"));
-  ASSERT_TRUE(d->click("cmdNav", 2));
-
-  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
-  EXPECT_TRUE(d->canUse("optConflict", 2));
-  EXPECT_FALSE(d->canUse("chkPairCreated"));
-  EXPECT_FALSE(d->canUse("optInfoType", 2));  // companies without their contacts: not both ways
-  ASSERT_TRUE(d->click("optInfoType", 4));
-  EXPECT_EQ(c().SyncInformationType(), 7);  // the host's contacts
-  ASSERT_TRUE(d->click("optConflict", 2));
-  EXPECT_TRUE(keepOutlook);
-
-  ASSERT_TRUE(d->click("cmdNav", 4));  // from the advanced options, with nothing selected
-  EXPECT_TRUE(shown().empty());
-  EXPECT_EQ(runs, (std::vector<std::string>{"1|7|outlook"}));
-  EXPECT_FALSE(form->loaded());
-}
-
-TEST_F(BothWaysTest, TheOneWayDirectionsKeepTheirMeaningBesideIt) {
+TEST_F(BothWaysTest, ChosenItNeedsNoSelectionRunsDirectionOneAndMapsTheInformationTypes) {
   start();
   ASSERT_TRUE(d->click("cmdAdvancedOptions"));
   ASSERT_TRUE(d->click("optInfoType", 2));
   ASSERT_TRUE(d->click("cmdNav", 2));
-  // Choosing both ways leaves "Company Information Only" for the company with its contact.
+  // Both ways has no "Company Information Only": the company with its contact instead.
   ASSERT_TRUE(d->click("optSynchDirection", 1));
-  EXPECT_TRUE(d->value("optInfoType", 1));
-  EXPECT_EQ(c().SyncInformationType(), 1);
-  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
-  ASSERT_TRUE(d->click("optInfoType", 3));
-  EXPECT_EQ(c().SyncInformationType(), 7);
+  EXPECT_EQ(std::to_string(c().SyncDirectionType()) + "|" + std::to_string(c().SyncInformationType()),
+            "1|1");
+  ASSERT_TRUE(d->click("cmdNav", 3));  // a note instead of the tree
+  EXPECT_TRUE(d->canUse("lblBothWays") && !d->canUse("tvwContacts"));
   ASSERT_TRUE(d->click("cmdNav", 2));
-  // Back to a one-way direction: the contact option is the component's own 3 again, the tree
-  // is there and the conflict rule is not.
+  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  EXPECT_FALSE(d->canUse("optInfoType", 2) || d->canUse("chkPairCreated"));
+  ASSERT_TRUE(d->click("optInfoType", 4));
+  EXPECT_EQ(c().SyncInformationType(), 7);  // the host's contacts
+  ASSERT_TRUE(d->click("optConflict", 2));
+
+  // A one-way direction gives the contact option its own meaning back, and the tree.
+  ASSERT_TRUE(d->click("cmdNav", 2));
   ASSERT_TRUE(d->click("optSynchDirection", 2));
-  EXPECT_EQ(c().SyncInformationType(), 3);
-  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
-  EXPECT_FALSE(d->canUse("optConflict", 1));
-  ASSERT_TRUE(d->click("cmdNav", 2));
+  EXPECT_EQ(c().SyncInformationType(), 4);
   ASSERT_TRUE(d->click("cmdNav", 3));
-  EXPECT_TRUE(d->canUse("tvwContacts"));
-  EXPECT_FALSE(d->canUse("lblBothWays"));
+  EXPECT_TRUE(d->canUse("tvwContacts") && !d->canUse("lblBothWays"));
+  ASSERT_TRUE(d->click("cmdNav", 2));
+
+  ASSERT_TRUE(d->click("optSynchDirection", 1));
+  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  ASSERT_TRUE(d->click("cmdNav", 4));  // with nothing selected
+  EXPECT_TRUE(shown().empty());
+  EXPECT_EQ(runs, (std::vector<std::string>{"1|7|outlook"}));
 }
 
 TEST_F(BothWaysTest, ASchemeSavedWithItOpensAgainWithItsRuleAndWithoutRows) {

@@ -272,11 +272,9 @@ TEST_F(QtWizardTest, BothWaysRunsTheTwoWayModeUnderTheRuleItsSchemeKeeps) {
     EXPECT_EQ(radio("optSynchDirection", 3)->nextInFocusChain(), radio("optSynchDirection", 1));
     radio("optSynchDirection", 1)->click();
     button("cmdAdvancedOptions")->click();
-    EXPECT_FALSE(qtForm->dialog().widget("chkPairCreated")->isVisibleTo(&qtForm->dialog()));
     radio("optConflict", 2)->click();
     button("cmdNav", 2)->click();
     button("cmdNav", 3)->click();
-    EXPECT_FALSE(qtForm->dialog().treeWidget()->isVisibleTo(&qtForm->dialog()));
     button("cmdNav", 3)->click();
     Q_EMIT qobject_cast<QLineEdit*>(qtForm->dialog().widget("txtSaveName"))->textEdited("Both");
     button("cmdSaveScheme")->click();
