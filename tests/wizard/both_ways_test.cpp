@@ -3,37 +3,17 @@
 // scheme saved with it opens again with it (SyncType 1, no OutlookSync rows, the rule kept in
 // the host's scheme settings). Without the offer the form is the component's wizard (its own
 // tests).
-#include <map>
-
+#include "app/scheme_secrets.h"
 #include "wizard_fixture.h"
 
 namespace dossync {
 namespace {
 
-class MemorySchemeSettings : public wizard::ISchemeSettings {
- public:
-  void store(const std::string& db, int32_t id, const std::string& key,
-             const std::string& value) override {
-    kept[db + "#" + std::to_string(id) + "/" + key] = value;
-  }
-  std::optional<std::string> lookup(const std::string& db, int32_t id,
-                                    const std::string& key) override {
-    auto it = kept.find(db + "#" + std::to_string(id) + "/" + key);
-    if (it == kept.end()) return std::nullopt;
-    return it->second;
-  }
-  void forget(const std::string& db, int32_t id) override {
-    std::string group = db + "#" + std::to_string(id) + "/";
-    std::erase_if(kept, [&](const auto& e) { return e.first.rfind(group, 0) == 0; });
-  }
-  std::map<std::string, std::string> kept;
-};
-
 class BothWaysTest : public testing::WizardTest {
  protected:
   void SetUp() override {
     WizardTest::SetUp();
-    settings = std::make_shared<MemorySchemeSettings>();
+    settings = app::makeSchemeSettingsFile(dir.file("wizard-schemes.ini"));
     offer();
     // What the run would see: direction, information type and the rule last written through.
     c().setBothWaysRunner([this](clsOutlookSynchronization& o) {
@@ -48,7 +28,7 @@ class BothWaysTest : public testing::WizardTest {
   std::vector<std::string> q(const std::string& sql) {
     return testing::querySql(host->syncPath, sql);
   }
-  std::shared_ptr<MemorySchemeSettings> settings;
+  std::shared_ptr<wizard::ISchemeSettings> settings;
   bool keepOutlook = false;
   std::vector<std::string> runs;
 };
