@@ -19,6 +19,7 @@
 #include "backends/databases.h"
 #include "core/synchronization.h"
 #include "report/run_recorder.h"
+#include "twoway/two_way.h"
 #include "wizard_qt/qt_services.h"
 #include "wizard_qt/run_dialogs.h"
 #include "wizard_qt/wizard_app.h"
@@ -59,8 +60,18 @@ std::function<void(qt::QtWizard&)> wizardRunDialogs(clsOutlookSynchronization& c
   recorder->setSetting("outlook", outlookSpec.empty() ? "vdir (the default store)" : outlookSpec);
   recorder->setSetting("select", "the wizard's selection");
   component.setRunObserver(recorder);
-  return [recorder, outcome](qt::QtWizard& form) {
+  // "Both ways" runs dossync's two-way mode with the rule the wizard shows (the practice's
+  // value until the user or a scheme says otherwise).
+  twoway::enableBothWays(component, {});
+  return [recorder, outcome, &component](qt::QtWizard& form) {
     form.setSchemePasswords(makeSecretServicePasswords());
+    form.offerBothWays({[&component](bool keepOutlook) {
+                          twoway::Settings settings;
+                          settings.conflict =
+                              keepOutlook ? twoway::ConflictRule::Outlook : twoway::ConflictRule::Host;
+                          twoway::enableBothWays(component, settings);
+                        },
+                        makeSchemeSettingsFile()});
     QWidget* over = &form.dialog();
     // A database that cannot preview throws before anything runs; the form's error frame
     // reports it.

@@ -45,7 +45,9 @@ int runWizard(const WizardOptions& o, std::ostream& out, std::ostream& err);
 // Gives the component a recorder that writes each run's report into the profile's reports/
 // folder of that store (run_report.h), and answers the setup of a Qt wizard over it: "Show what
 // will change" previews the run Finish would make and shows its plan; after Finish, a summary
-// of the run with a link to its report.
+// of the run with a link to its report. The wizard offers "Both ways", which Finish runs as
+// dossync's two-way mode under the conflict rule chosen among the advanced options (kept per
+// scheme in the scheme settings file).
 std::function<void(qt::QtWizard&)> wizardRunDialogs(clsOutlookSynchronization& component,
                                                     const std::string& outlookSpec);
 

@@ -2,6 +2,10 @@
 
 #include <libsecret/secret.h>
 
+#include <QSettings>
+#include <QUrl>
+
+#include <cstdlib>
 #include <filesystem>
 
 #include "backends/databases.h"
@@ -69,10 +73,56 @@ class SecretServicePasswords : public wizard::ISchemePasswords {
   }
 };
 
+std::string defaultSettingsPath() {
+  const char* xdg = std::getenv("XDG_CONFIG_HOME");
+  if (xdg && *xdg) return (std::filesystem::path(xdg) / "dossync/wizard-schemes.ini").string();
+  const char* home = std::getenv("HOME");
+  return (std::filesystem::path(home && *home ? home : ".") / ".config/dossync/wizard-schemes.ini")
+      .string();
+}
+
+// One group per scheme, named after the database (percent-encoded: a path's slashes would
+// nest groups) and the scheme's number.
+class SchemeSettingsFile : public wizard::ISchemeSettings {
+ public:
+  explicit SchemeSettingsFile(std::string path) : path_(std::move(path)) {}
+
+  void store(const std::string& database, int32_t schemeID, const std::string& key,
+             const std::string& value) override {
+    QSettings file(QString::fromStdString(path_), QSettings::IniFormat);
+    file.setValue(group(database, schemeID) + "/" + QString::fromStdString(key),
+                  QString::fromStdString(value));
+  }
+
+  std::optional<std::string> lookup(const std::string& database, int32_t schemeID,
+                                    const std::string& key) override {
+    QSettings file(QString::fromStdString(path_), QSettings::IniFormat);
+    QVariant v = file.value(group(database, schemeID) + "/" + QString::fromStdString(key));
+    if (!v.isValid()) return std::nullopt;
+    return v.toString().toStdString();
+  }
+
+  void forget(const std::string& database, int32_t schemeID) override {
+    QSettings file(QString::fromStdString(path_), QSettings::IniFormat);
+    file.remove(group(database, schemeID));
+  }
+
+ private:
+  static QString group(const std::string& database, int32_t schemeID) {
+    QByteArray name = QUrl::toPercentEncoding(QString::fromStdString(databaseKey(database)));
+    return QString::fromLatin1(name) + "%23" + QString::number(schemeID);
+  }
+  std::string path_;
+};
+
 }  // namespace
 
 std::shared_ptr<wizard::ISchemePasswords> makeSecretServicePasswords() {
   return std::make_shared<SecretServicePasswords>();
+}
+
+std::shared_ptr<wizard::ISchemeSettings> makeSchemeSettingsFile(const std::string& path) {
+  return std::make_shared<SchemeSettingsFile>(path.empty() ? defaultSettingsPath() : path);
 }
 
 }  // namespace dossync::app

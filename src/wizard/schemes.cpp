@@ -5,6 +5,10 @@
 // scheme is saved without its DataFileID (so its settings do not load, its records do);
 // replacing a scheme adds its OutlookSync rows beside the earlier ones; and loading a scheme
 // whose direction is neither 2 nor 3 never leaves its reading loop once there is a row.
+// Where the host offers "Both ways" (offerBothWays), a scheme saved with it keeps SyncType 1,
+// no OutlookSync rows (a both-ways run selects nothing, and rows would keep the component's own
+// wizard from ever loading it) and, in the host's scheme settings, its conflict rule; it opens
+// again with "Both ways" chosen, even before its DataFileID is written.
 #include "core/apartment.h"
 #include "core/synchronization.h"
 #include "core/value.h"
@@ -80,6 +84,15 @@ void frmWizard::cboSavedScheme_Click() {
   f.step([&] { control("txtSaveName").text = scheme->read("SchemeName"); });
   f.step([&] { populateOutlookScheme(schemeID); });
   f.step([&] { populateOutlookSchemeSettings(); });
+  if (bothWays_) {
+    f.step([&] {
+      if (scheme->read("SyncType") == "1") {
+        setOption(control("optSynchDirection", syncBothsWays));
+        optSynchDirection_Click(syncBothsWays);
+      }
+    });
+    f.step([&] { loadConflictRule(schemeID); });
+  }
   f.step([&] { selection().clear(); });
   SelectionCollection* s = nullptr;
   int32_t direction = 0;
@@ -103,6 +116,8 @@ void frmWizard::cboSavedScheme_Click() {
     } else if (direction == syncFromOutlookToDossiera) {
       f.step([&] { s->add("", "", rows->read("OutlookID")); });
       if (!f.step([&] { rows->next(); })) break;
+    } else if (bothWays_ && direction == syncBothsWays) {
+      if (!f.step([&] { rows->next(); })) break;  // both ways selects nothing
     }
   }
   f.step([&] {
@@ -165,10 +180,12 @@ void frmWizard::populateOutlookSchemeSettings() {
   });
   f.step([&] {
     int32_t direction = owner().SyncDirectionType();
-    if (direction == 2 || direction == 3) setOption(control("optSynchDirection", direction));
+    if (direction == 2 || direction == 3 || (direction == 1 && bothWays_))
+      setOption(control("optSynchDirection", direction));
   });
   f.step([&] {
     int32_t info = owner().SyncInformationType();
+    if (info == 7 && bothWays_) info = contactOnlyShowContactName;
     if (info >= 1 && info <= 4) setOption(control("optInfoType", info));
   });  f.step([&] { control("chkPairCreated").value = owner().pairCreatedCompanies(); });
 }
@@ -183,6 +200,27 @@ void frmWizard::setupAdvancedOptions() {
     // Only a run from Outlook makes companies.
     control("chkPairCreated").enabled = !toOutlook;
   });
+  if (!bothWays_) return;
+  f.step([&] {
+    bool both = owner().SyncDirectionType() == syncBothsWays;
+    if (both) {
+      for (const char* name : {"Frame6", "Frame3", "txtContactsCategory", "Label6", "Label7"})
+        control(name).enabled = true;
+      for (int32_t i = 1; i <= 4; ++i) control("optInfoType", i).enabled = i != companyOnly;
+    }
+    control("Frame7").visible = both;
+    control("chkPairCreated").visible = !both;
+  });
+}
+
+void frmWizard::loadConflictRule(int32_t schemeID) {
+  std::optional<std::string> kept;
+  if (schemeID >= 1 && bothWays_->schemeSettings)
+    kept = bothWays_->schemeSettings->lookup(owner().SyncDatabaseLocation(), schemeID, "conflict");
+  Control& choice = control("optConflict", kept == "outlook" ? 2 : 1);
+  bool was = choice.value;
+  setOption(choice);
+  if (was) optConflict_Click(static_cast<int16_t>(choice.index));  // the host hears it all the same
 }
 
 void frmWizard::resetScheme() {
@@ -195,6 +233,7 @@ void frmWizard::resetScheme() {
   });
   f.step([&] { owner().resetOutlookSchemeToDefault(); });
   f.step([&] { populateOutlookSchemeSettings(); });
+  if (bothWays_) f.step([&] { loadConflictRule(0); });
 }
 
 void frmWizard::cmdDeleteScheme_Click() {
@@ -222,6 +261,8 @@ void frmWizard::cmdDeleteScheme_Click() {
   f.step([&] { scheme->remove(); });
   if (schemePasswords_)
     f.step([&] { schemePasswords_->forget(owner().SyncDatabaseLocation(), schemeID); });
+  if (bothWays_ && bothWays_->schemeSettings)
+    f.step([&] { bothWays_->schemeSettings->forget(owner().SyncDatabaseLocation(), schemeID); });
   std::unique_ptr<hostdb::Recordset> rows;
   f.step([&] {
     rows = std::make_unique<hostdb::Recordset>(syncDb(), schemeRowsSql(schemeID),
@@ -314,9 +355,30 @@ void frmWizard::cmdSaveScheme_Click() {
       }
     });
   }
+  bool bothWays = false;
+  if (bothWays_ && schemeID >= 1) {
+    f.step([&] {
+      bothWays = optionSelected("optSynchDirection", syncBothsWays);
+      if (bothWays_->schemeSettings)
+        bothWays_->schemeSettings->store(owner().SyncDatabaseLocation(), schemeID, "conflict",
+                                         optionSelected("optConflict", 2) ? "outlook" : "host");
+    });
+  }
+  if (bothWays) {
+    // No rows: those of the scheme it replaces go.
+    std::unique_ptr<hostdb::Recordset> old;
+    f.step([&] {
+      old = std::make_unique<hostdb::Recordset>(syncDb(), schemeRowsSql(schemeID),
+                                                hostdb::kLockOptimistic);
+    });
+    while (old && f.test([&] { return !old->eof(); })) {
+      f.step([&] { old->remove(); });
+      if (!f.step([&] { old->next(); })) break;
+    }
+  }
   // One OutlookSync row per chosen record, each added on its own.
   std::unique_ptr<hostdb::Recordset> rows;
-  if (!f.test([&] { return selection().isEmpty(); }, true)) {
+  if (!bothWays && !f.test([&] { return selection().isEmpty(); }, true)) {
     f.step([&] {
       rows = std::make_unique<hostdb::Recordset>(syncDb(), "SELECT OutlookSync.* From OutlookSync;",
                                                  hostdb::kLockOptimistic);

@@ -11,6 +11,9 @@ namespace {
 
 const std::string kLoc = "kvoutlookdx.dll-frmWizard-";
 
+// The host's contacts, which the two contact options stand for when run both ways.
+constexpr int32_t kContactsBothWays = 7;
+
 const std::array<const char*, 4> kStepTitles = {
     "Outlook Wizard - Welcome to the synchronization wizard",
     "Outlook Wizard - Select the companies to synchronize",
@@ -148,6 +151,62 @@ void frmWizard::buildControls() {
     add(K::CommandButton, "cmdNav", i, nav[i - 1], navLeft[i - 1], 16, 90, 30, "picNav");
 }
 
+void frmWizard::offerBothWays(BothWaysOffer offer) {
+  if (bothWays_) return;
+  bothWays_ = std::move(offer);
+  using K = ControlKind;
+  const int32_t x = 168, w = 460;
+  // Step 0: the third direction below the two one-way ones.
+  add(K::OptionButton, "optSynchDirection", 1, "Synchronize your information both ways, field by field",
+      14, 78, 434, 22, "Frame2");
+  control("Frame2").height = 110;
+  control("cmdAdvancedOptions").top = 298;
+  // Step 1: both ways works on the whole practice; this stands where the tree would.
+  add(K::Label, "lblBothWays", -1,
+      "Both ways keeps every company of Dossiera with its default contact (or every contact, as "
+      "the advanced options say) in step with the Outlook contacts: what changed on either side "
+      "since the last run reaches the other, and records new on either side are made once on "
+      "the other.\n\nThere is nothing to select here: click Next.",
+      x, 60, w, 160, "fraStep", 1)
+      .visible = false;
+  // Step 3, packed closer to make room for the conflict rule, which takes the place of
+  // chkPairCreated (only a run from Outlook uses that).
+  control("Frame3").height = 106;
+  for (int32_t i = 1; i <= 4; ++i) {
+    control("optInfoType", i).top = 20 + 20 * (i - 1);
+    control("optInfoType", i).height = 20;
+  }
+  control("Frame4").top = 150;
+  control("Frame4").height = 78;
+  control("Label4").top = 23;
+  control("txtProfileName").top = 20;
+  control("Label5").top = 51;
+  control("txtPassword").top = 48;
+  control("Frame6").top = 232;
+  control("Frame6").height = 86;
+  control("Label6").top = 18;
+  control("Label6").height = 34;
+  control("Label7").top = 57;
+  control("txtContactsCategory").top = 54;
+  add(K::Frame, "Frame7", -1, "When both sides changed a field", x, 322, w, 46, "fraStep", 3)
+      .visible = false;
+  add(K::OptionButton, "optConflict", 1, "Keep the Dossiera value", 14, 18, 200, 22, "Frame7").value =
+      true;
+  add(K::OptionButton, "optConflict", 2, "Keep the Outlook value", 224, 18, 224, 22, "Frame7");
+  if (view_) view_->controlsAdded();
+}
+
+bool frmWizard::bothWaysChosen() {
+  return bothWays_ && owner().SyncDirectionType() == syncBothsWays;
+}
+
+int32_t frmWizard::infoTypeFor(int32_t option) {
+  if ((option == contactOnlyShowContactName || option == contactOnlyShowCompanyName) &&
+      bothWaysChosen())
+    return kContactsBothWays;
+  return option;
+}
+
 Control& frmWizard::control(const std::string& name, int32_t index) {
   auto it = byName_.find({name, index});
   if (it != byName_.end()) return *it->second;
@@ -201,6 +260,7 @@ void frmWizard::setOption(Control& option) {
   if (was) return;
   if (option.name == "optSynchDirection") optSynchDirection_Click(static_cast<int16_t>(option.index));
   if (option.name == "optInfoType") optInfoType_Click(static_cast<int16_t>(option.index));
+  if (option.name == "optConflict") optConflict_Click(static_cast<int16_t>(option.index));
 }
 
 void frmWizard::setComboIndex(int32_t listIndex) {
@@ -332,6 +392,11 @@ void frmWizard::SetStep(int16_t& nStep, int16_t& nDirection) {
   f.step([&] { caption_ = kStepTitles.at(static_cast<size_t>(nStep)); });
   f.step([&] {
     if (nStep != 1 || nDirection != 2) return;
+    if (bothWays_) {
+      bool both = optionSelected("optSynchDirection", 1);
+      control("lblBothWays").visible = both;
+      control("tvwContacts").visible = !both;
+    }
     if (optionSelected("optSynchDirection", 2)) {
       populateCompanyNames();
     } else if (optionSelected("optSynchDirection", 3)) {
@@ -392,7 +457,7 @@ void frmWizard::cmdNav_Click(int16_t Index) {
         break;
       }
       case 4:
-        if (selectionChosen()) {
+        if (bothWaysChosen() || selectionChosen()) {
           std::shared_ptr<void> held;
           if (holdRun && !(held = holdRun(owner()))) break;
           owner().Synchronize();
@@ -424,7 +489,7 @@ void frmWizard::setPreviewRun(std::function<void(clsOutlookSynchronization&)> ru
 void frmWizard::cmdPreview_Click() {
   ErrorFrame f(kLoc + "cmdPreview_Click");
   f.step([&] {
-    if (previewRun_ && selectionChosen()) previewRun_(owner());
+    if (previewRun_ && (bothWaysChosen() || selectionChosen())) previewRun_(owner());
   });
 }
 
@@ -448,13 +513,31 @@ void frmWizard::optSynchDirection_Click(int16_t Index) {
   f.step([&] {
     if (Index == 2) owner().setSyncDirectionType(syncFromDossieraToOutlook);
     else if (Index == 3) owner().setSyncDirectionType(syncFromOutlookToDossiera);
+    else if (Index == 1 && bothWays_) owner().setSyncDirectionType(syncBothsWays);
+  });
+  if (!bothWays_) return;
+  // The information type follows the direction: both ways has no "Company Information Only",
+  // and its contact options run the host's contacts.
+  f.step([&] {
+    if (Index == 1 && optionSelected("optInfoType", companyOnly))
+      setOption(control("optInfoType", companyWithDefaultContact));
+    int32_t option = selectedOption("optInfoType");
+    if (option >= 1 && (Index == 1 || owner().SyncInformationType() == kContactsBothWays))
+      owner().setSyncInformationType(infoTypeFor(option));
   });
 }
 
 void frmWizard::optInfoType_Click(int16_t Index) {
   ErrorFrame f(kLoc + "optInfoType_Click");
   f.step([&] {
-    if (Index >= 1 && Index <= 4) owner().setSyncInformationType(Index);
+    if (Index >= 1 && Index <= 4) owner().setSyncInformationType(infoTypeFor(Index));
+  });
+}
+
+void frmWizard::optConflict_Click(int16_t Index) {
+  ErrorFrame f(kLoc + "optConflict_Click");
+  f.step([&] {
+    if (bothWays_ && bothWays_->setConflictRule) bothWays_->setConflictRule(Index == 2);
   });
 }
 

@@ -51,6 +51,8 @@ class IWizardView {
   virtual void showModal(const ObjectPtr& ownerWindow) = 0;
   virtual void unload() = 0;
   virtual void refresh() = 0;
+  // The form added controls after the view was made (offerBothWays): render them too.
+  virtual void controlsAdded() {}
 };
 
 // Where a host keeps the password of a saved scheme outside the synchronisation database (the
@@ -65,6 +67,29 @@ class ISchemePasswords {
                      const std::string& schemeName, const std::string& password) = 0;
   virtual std::optional<std::string> lookup(const std::string& syncDatabase, int32_t schemeID) = 0;
   virtual void forget(const std::string& syncDatabase, int32_t schemeID) = 0;
+};
+
+// Where a host keeps settings of its own for each saved scheme, outside the component's tables.
+// The keys are the form's ("conflict").
+class ISchemeSettings {
+ public:
+  virtual ~ISchemeSettings() = default;
+  virtual void store(const std::string& syncDatabase, int32_t schemeID, const std::string& key,
+                     const std::string& value) = 0;
+  virtual std::optional<std::string> lookup(const std::string& syncDatabase, int32_t schemeID,
+                                            const std::string& key) = 0;
+  virtual void forget(const std::string& syncDatabase, int32_t schemeID) = 0;
+};
+
+// dossync's own direction "Both ways" (direction 1). The component's wizard offers only the two
+// one-way directions, and stays so unless its host can run direction 1 (the Qt host gives the
+// component dossync's two-way mode) and offers it.
+struct BothWaysOffer {
+  // Written through whenever the rule for a field changed on both sides changes (chosen,
+  // loaded with a scheme, reset): true keeps the address book's value, false the practice's.
+  std::function<void(bool keepAddressBook)> setConflictRule;
+  // Where saved schemes keep their rule; without it the rule is not saved.
+  std::shared_ptr<ISchemeSettings> schemeSettings;
 };
 
 inline constexpr int32_t kFormWidth = 640;
@@ -92,6 +117,15 @@ class frmWizard : public IWizardForm {
   // goes on (a lock, say), or nullptr to leave the form open without running, having told the
   // user why.
   std::function<std::shared_ptr<void>(clsOutlookSynchronization&)> holdRun;
+
+  // Offers "Both ways" (optSynchDirection(1)): adds its option button, the conflict rule
+  // among the advanced options (Frame7, optConflict(1) keep the practice's value, (2) keep the
+  // address book's), a note in place of the selection tree (lblBothWays), and makes room for
+  // them. Chosen, it runs the owner's direction 1, which needs no selection; the contact
+  // information types then mean the host's contacts (information type 7) and "Company
+  // Information Only" cannot be chosen. Its schemes keep SyncType 1 and no OutlookSync rows.
+  void offerBothWays(BothWaysOffer offer);
+  bool bothWaysOffered() const { return bothWays_.has_value(); }
 
   // ---- Entry.
   void startWizard(clsOutlookSynchronization& owner) override;
@@ -133,6 +167,7 @@ class frmWizard : public IWizardForm {
   void chkPairCreated_Click();
   void optSynchDirection_Click(int16_t Index);
   void optInfoType_Click(int16_t Index);
+  void optConflict_Click(int16_t Index);
   void txtContactsCategory_LostFocus();
   void txtProfileName_LostFocus();
   void txtPassword_LostFocus();
@@ -182,6 +217,12 @@ class frmWizard : public IWizardForm {
   // Whether something is selected; tells the user to select something when not.
   bool selectionChosen();
   void refresh();
+  // "Both ways" is offered and the owner's direction is 1.
+  bool bothWaysChosen();
+  // The information type the owner runs for the chosen option and direction.
+  int32_t infoTypeFor(int32_t option);
+  // Applies the conflict rule kept for a scheme (the practice's value when none is).
+  void loadConflictRule(int32_t schemeID);
   clsOutlookSynchronization& owner();
   SelectionCollection& selection();
 
@@ -203,6 +244,7 @@ class frmWizard : public IWizardForm {
   std::unique_ptr<clsOutlookContactTree> populateOutlookTree_;
   std::function<void(clsOutlookSynchronization&)> previewRun_;
   std::shared_ptr<ISchemePasswords> schemePasswords_;
+  std::optional<BothWaysOffer> bothWays_;
 };
 
 }  // namespace dossync::wizard

@@ -140,6 +140,13 @@ std::vector<std::string> renderScreenshots(clsOutlookSynchronization& component,
     }
     shoot("wizard-2-select-from-outlook.png");
 
+    if (form->bothWaysOffered()) {  // the conflict rule among the advanced options
+      d.click("cmdNav", 2);
+      d.click("optSynchDirection", 1);
+      d.click("cmdAdvancedOptions");
+      shoot("wizard-5-both-ways.png");
+    }
+
     d.click("cmdNav", 1);
   };
   form->startWizard(component);

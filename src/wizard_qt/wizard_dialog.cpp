@@ -53,6 +53,7 @@ void WizardDialog::build() {
   // Containers come before their contents in the form's list.
   for (const auto& owned : form_.controls()) {
     Control& c = *owned;
+    if (widgets_.count(&c)) continue;
     QWidget* parent = this;
     if (!c.container.empty()) parent = widgets_.at(&form_.control(c.container, c.containerIndex));
     QWidget* w = nullptr;
@@ -146,6 +147,21 @@ void WizardDialog::build() {
     widgets_[&c] = w;
     controls_[w] = &c;
   }
+}
+
+void WizardDialog::controlsAdded() {
+  std::map<const Control*, QWidget*> before = widgets_;
+  build();
+  // A control added later follows the one before it in its container in the tab order, not
+  // the navigation buttons.
+  std::map<std::pair<std::string, int32_t>, const Control*> lastIn;
+  for (const auto& owned : form_.controls()) {
+    const Control& c = *owned;
+    const Control*& previous = lastIn[{c.container, c.containerIndex}];
+    if (!before.count(&c) && previous) QWidget::setTabOrder(widgets_.at(previous), widgets_.at(&c));
+    previous = &c;
+  }
+  syncFromModel();
 }
 
 void WizardDialog::forward(const std::function<void()>& action) {

@@ -40,6 +40,7 @@ class WizardDialog : public QDialog, public wizard::IWizardView, public wizard::
   void showModal(const ObjectPtr& ownerWindow) override;
   void unload() override;
   void refresh() override;
+  void controlsAdded() override;
 
   // ITreeObserver
   void treeCleared() override;

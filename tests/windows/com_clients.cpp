@@ -1,6 +1,7 @@
 // C++ clients of kvoutlookdx.dll under Wine: one bound early through the type library's header
 // (vtable calls), one bound late (GetIDsOfNames and Invoke only, as a scripting host does), and
-// one that sinks the ExitProgram event through the connection point.
+// one that sinks the ExitProgram event through the connection point; and dossync's Outlook by
+// automation over the Outlook stand-in, deleting a contact it made.
 // Usage: com_clients.exe HOST_DB   (a demo practice, Windows path). Prints "OK com clients"
 // when every check held; exits 1 otherwise.
 #include <windows.h>
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <string>
 
+#include "backends/outlook_com/outlook_automation.h"
 #include "backends/win32/automation.h"
 #include "kvoutlookdx_h.h"
 #include "test_client.h"
@@ -144,6 +146,33 @@ void events() {
   errors->Release();
 }
 
+// A contact made and deleted through the object model over "Outlook.Application".
+void deleteByAutomation() {
+  CLSID clsid{};
+  ComPtr<IDispatch> object;
+  if (SUCCEEDED(CLSIDFromProgID(L"Outlook.Application", &clsid)))
+    CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
+                     reinterpret_cast<void**>(object.put()));
+  if (!object) return check(false, "automation: Outlook.Application");
+  try {
+    auto app = dossync::outlook_com::wrapApplication(object.get());
+    auto ns = app->GetNamespace("MAPI");
+    ns->Logon({}, {}, false, false);
+    auto folder = ns->GetDefaultFolder(dossync::outlook::olFolderContacts);
+    int32_t before = folder->Items()->Count();
+    auto item = std::dynamic_pointer_cast<dossync::outlook::ContactItem>(
+        app->CreateItem(dossync::outlook::olContactItem));
+    if (!item) return check(false, "automation: CreateItem of a contact");
+    item->setFileAs("Deleted, Soon");
+    item->Save();
+    check(folder->Items()->Count() == before + 1, "automation: the contact saved");
+    item->Delete();
+    check(folder->Items()->Count() == before, "automation: Delete removes the contact");
+  } catch (const std::exception& e) {
+    check(false, std::string("automation: ") + e.what());
+  }
+}
+
 }  // namespace
 
 int wmain(int argc, wchar_t** argv) {
@@ -155,6 +184,7 @@ int wmain(int argc, wchar_t** argv) {
   earlyBound(argv[1]);
   lateBound();
   events();
+  deleteByAutomation();
   CoUninitialize();
   std::printf(failures == 0 ? "OK com clients\n" : "FAILED com clients\n");
   return failures == 0 ? 0 : 1;

@@ -33,7 +33,8 @@ TEST(WizardScreenshots, EveryStepAndBothDirectionsArePictured) {
   std::vector<QImage> shots;
   for (const char* name : {"wizard-1-welcome.png", "wizard-2-select-from-dossiera.png",
                            "wizard-2-select-contacts.png", "wizard-2-select-from-outlook.png",
-                           "wizard-3-finish.png", "wizard-4-advanced-options.png"}) {
+                           "wizard-3-finish.png", "wizard-4-advanced-options.png",
+                           "wizard-5-both-ways.png"}) {
     SCOPED_TRACE(name);
     QImage shot(QString::fromStdString(out + "/" + name), "PNG");
     ASSERT_FALSE(shot.isNull());

@@ -17,7 +17,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <optional>
 #include <sstream>
 
 #include "app/cmd_wizard.h"
@@ -38,20 +37,23 @@ class QtWizardTest : public testing::WizardTest {
   }
   void SetUp() override {
     WizardTest::SetUp();
-    // Finish writes the run's report under $XDG_STATE_HOME: the test's own folder.
-    if (const char* state = std::getenv("XDG_STATE_HOME")) savedState = state;
-    ::setenv("XDG_STATE_HOME", (std::filesystem::path(dir.path()) / "state").c_str(), 1);
+    // Finish writes the run's report under $XDG_STATE_HOME, a scheme its settings under
+    // $XDG_CONFIG_HOME: the test's own folders.
+    for (const char* name : {"XDG_STATE_HOME", "XDG_CONFIG_HOME"}) {
+      if (const char* value = std::getenv(name)) saved[name] = value;
+      ::setenv(name, (std::filesystem::path(dir.path()) / name).c_str(), 1);
+    }
     qtForm = std::make_shared<qt::QtWizard>();
   }
   void TearDown() override {
     qtForm.reset();
-    if (savedState)
-      ::setenv("XDG_STATE_HOME", savedState->c_str(), 1);
-    else
-      ::unsetenv("XDG_STATE_HOME");
+    for (const char* name : {"XDG_STATE_HOME", "XDG_CONFIG_HOME"}) {
+      if (saved.count(name)) ::setenv(name, saved[name].c_str(), 1);
+      else ::unsetenv(name);
+    }
     WizardTest::TearDown();
   }
-  std::optional<std::string> savedState;
+  std::map<std::string, std::string> saved;
   QPushButton* button(const char* name, int index = -1) {
     return qobject_cast<QPushButton*>(qtForm->dialog().widget(name, index));
   }
@@ -246,6 +248,78 @@ TEST_F(QtWizardTest, FinishFromOutlookPairsTheCompanyMadeAndLinksItsReport) {
   std::string report = QUrl(link.captured(1)).toLocalFile().toStdString();
   EXPECT_TRUE(std::filesystem::exists(report)) << report;
   EXPECT_EQ(std::filesystem::path(report).extension(), ".txt");
+}
+
+// The Outlook contact whose CompanyName is that.
+outlook::ContactItemPtr itemOfCompany(clsOutlookSynchronization& c, const std::string& name) {
+  auto items = c.contactsFolder()->Items();
+  for (int32_t i = 1; i <= items->Count(); ++i) {
+    auto item = std::dynamic_pointer_cast<outlook::ContactItem>(items->Item(i));
+    if (item && item->CompanyName() == name) return item;
+  }
+  return nullptr;
+}
+
+TEST_F(QtWizardTest, BothWaysRunsTheTwoWayModeUnderTheRuleItsSchemeKeeps) {
+  app::wizardRunDialogs(c(), "vdir:" + host->outlookRoot)(*qtForm);
+  auto radio = [&](const char* name, int index) {
+    return qobject_cast<QRadioButton*>(qtForm->dialog().widget(name, index));
+  };
+  // The first run, from the dialog: Both ways, the Outlook value wins, saved as a scheme.
+  qtForm->dialog().session = [&] {
+    ASSERT_TRUE(radio("optSynchDirection", 1)->isVisibleTo(&qtForm->dialog()));
+    // Added after the dialog was made, it still follows the other directions with Tab.
+    EXPECT_EQ(radio("optSynchDirection", 3)->nextInFocusChain(), radio("optSynchDirection", 1));
+    radio("optSynchDirection", 1)->click();
+    button("cmdAdvancedOptions")->click();
+    radio("optConflict", 2)->click();
+    button("cmdNav", 2)->click();
+    button("cmdNav", 3)->click();
+    button("cmdNav", 3)->click();
+    Q_EMIT qobject_cast<QLineEdit*>(qtForm->dialog().widget("txtSaveName"))->textEdited("Both");
+    button("cmdSaveScheme")->click();
+    onDialog("Synchronization finished", [](QWidget&) {});
+    button("cmdNav", 4)->click();
+  };
+  qtForm->startWizard(c());
+  ASSERT_FALSE(qtForm->loaded());
+  for (const auto& e : host->errors->errors) ADD_FAILURE() << e.description();
+  c().StartOutlook();
+  auto acme = itemOfCompany(c(), "Acme Ltd");
+  ASSERT_NE(acme, nullptr);  // every company got its item
+
+  // A change on each side, and one field changed on both.
+  testing::execSql(host->hostPath,
+                   "UPDATE Companies SET OfficeNumber = '555-0100', FaxNumber = '111' "
+                   "WHERE CompanyID = 10;");
+  acme->setBusinessAddressCity("Lyon");
+  acme->setBusinessFaxNumber("222");
+  acme->Save();
+  c().StopOutlook();
+
+  // The second run from the scheme, in a wizard opened afresh over a component reset.
+  c().resetOutlookSchemeToDefault();
+  qtForm = std::make_shared<qt::QtWizard>();
+  app::wizardRunDialogs(c(), "vdir:" + host->outlookRoot)(*qtForm);
+  qtForm->dialog().session = [&] {
+    qtForm->resetScheme();
+    qtForm->dialog().syncFromModel();
+    auto* combo = qobject_cast<QComboBox*>(qtForm->dialog().widget("cboSavedScheme"));
+    Q_EMIT combo->activated(combo->findText("Both"));
+    EXPECT_TRUE(radio("optSynchDirection", 1)->isChecked());
+    EXPECT_TRUE(radio("optConflict", 2)->isChecked());
+    button("cmdAdvancedOptions")->click();
+    onDialog("Synchronization finished", [](QWidget&) {});
+    button("cmdNav", 4)->click();
+  };
+  qtForm->startWizard(c());
+  EXPECT_EQ(one("SELECT City || '|' || OfficeNumber || '|' || FaxNumber FROM Companies "
+                "WHERE CompanyID = 10;"),
+            "Lyon|555-0100|222");
+  c().StartOutlook();
+  acme = itemOfCompany(c(), "Acme Ltd");
+  ASSERT_NE(acme, nullptr);
+  EXPECT_EQ(acme->BusinessTelephoneNumber() + "|" + acme->BusinessFaxNumber(), "555-0100|222");
 }
 
 TEST_F(QtWizardTest, TheCloseBoxClosesLikeCancel) {

@@ -69,6 +69,8 @@ class ContactItem final : public ItemOf<outlook::ContactItem> {
   void setBirthday(const value::Date& date) override { d_.put("Birthday", Variant(date)); }
   value::Date Anniversary() const override { return d_.get("Anniversary").toDate(); }
   void setAnniversary(const value::Date& date) override { d_.put("Anniversary", Variant(date)); }
+  // Outlook moves the item to Deleted Items; the object answers nothing useful afterwards.
+  void Delete() override { d_.call("Delete"); }
 };
 
 class Recipient final : public outlook::Recipient {

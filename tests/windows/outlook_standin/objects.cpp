@@ -128,10 +128,11 @@ class ContactObject final : public ItemObject {
     addMember(L"Gender", kGender);
     addMember(L"Birthday", kBirthday);
     addMember(L"Anniversary", kAnniversary);
+    addMember(L"Delete", kDelete);
   }
 
  private:
-  enum : DISPID { kGender = kOwnFirst, kBirthday, kAnniversary, kText = 100 };
+  enum : DISPID { kGender = kOwnFirst, kBirthday, kAnniversary, kDelete, kText = 100 };
 
   HRESULT invokeOwn(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
     const bool put = isPut(flags);
@@ -145,6 +146,10 @@ class ContactObject final : public ItemObject {
       case kAnniversary:
         if (put) return contact_->setAnniversary(assigned(params).toDate()), S_OK;
         return answer(result, Variant(contact_->Anniversary()));
+      case kDelete:
+        if (put) return DISP_E_MEMBERNOTFOUND;
+        contact_->Delete();
+        return S_OK;
       default:
         break;
     }

@@ -9,7 +9,7 @@
 // Outlook's members served: Application.GetNamespace, CreateItem, Session, Quit, Name;
 // NameSpace.Logon, Logoff, GetDefaultFolder, GetItemFromID; MAPIFolder.Items, StoreID;
 // Items.Count, Item (the default member), Find; every item Class, EntryID, Save; ContactItem
-// its text properties, Gender, Birthday, Anniversary; MailItem Subject, Body, Recipients,
+// its text properties, Gender, Birthday, Anniversary, Delete; MailItem Subject, Body, Recipients,
 // Attachments, Send, Display; Recipients Count, Add, Item; Recipient Name, Type, Resolve;
 // Attachments Count, Add, Item; Attachment DisplayName, PathName, FileName; AppointmentItem
 // Start, End, Subject, Location, Send.
