@@ -134,9 +134,10 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   syncCmd->add_option("--host-db", sync.hostDb, "The host database")->required();
   syncCmd->add_option("--sync-db", sync.syncDb, "The synchronisation database")->required();
   outlookOptions(syncCmd, sync.outlook, sync.profile, sync.password, sync.insecure);
-  syncCmd->add_option("--direction", sync.direction,
-                      "1 both ways (does nothing), 2 host to Outlook, 3 Outlook to host")
-      ->check(CLI::IsMember({1, 2, 3}));
+  auto* directionOption =
+      syncCmd->add_option("--direction", sync.direction,
+                          "1 both ways (does nothing), 2 host to Outlook, 3 Outlook to host")
+          ->check(CLI::IsMember({1, 2, 3}));
   syncCmd->add_option("--info", sync.info,
                       "1 company with default contact, 2 company only, 3/4 contact only "
                       "(start nothing), 7 contacts")
@@ -158,6 +159,23 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   syncCmd->add_flag("--pair-created", sync.pairCreated,
                     "From Outlook: pair each item with the company made for it (not -1, which "
                     "makes the next run from Outlook make it again)");
+  auto* twoWay = syncCmd->add_flag(
+      "--two-way", sync.twoWay,
+      "Keep both sides in step field by field, pairing by identity only (--info 1 or 7, every "
+      "record; see docs/two-way.md)");
+  syncCmd->add_option("--conflict", sync.conflict,
+                      "With --two-way: whose value a field changed on both sides keeps, host (the "
+                      "default) or outlook")
+      ->check(CLI::IsMember({"host", "outlook"}))
+      ->needs(twoWay);
+  syncCmd->add_flag("--force", sync.force,
+                    "With --two-way: delete the items of deleted host records even when they are "
+                    "more than a fifth of the pairs")
+      ->needs(twoWay);
+  syncCmd->add_flag("--restore-deleted", sync.restoreDeleted,
+                    "With --two-way: make again the items deleted from the store whose records "
+                    "were kept")
+      ->needs(twoWay);
   syncCmd->add_option("--wait", sync.wait,
                       "How many seconds to wait for another run of the same scheme on the "
                       "synchronisation database to end (default 60; then exit code 75)")
@@ -217,7 +235,10 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
     }
     return runContacts(contacts, out, err);
   }
-  if (*syncCmd) return runSync(sync, out, err);
+  if (*syncCmd) {
+    sync.directionGiven = directionOption->count() > 0;
+    return runSync(sync, out, err);
+  }
   if (*reportCmd) {
     if (*reportShow) reportOptions.action = "show";
     return runReport(reportOptions, out, err);

@@ -32,6 +32,7 @@
 #include "report/report_file.h"
 #include "report/report_store.h"
 #include "report/run_recorder.h"
+#include "twoway/two_way.h"
 
 namespace dossync::app {
 namespace {
@@ -99,6 +100,18 @@ void warnUnmatched(clsOutlookSynchronization& c, int member, const std::vector<s
   err << "dossync: warning: --select names no " << what << " " << missing << " ("
       << (member == 3 ? "no item of the store has that entry id" : "no such number in the host database")
       << "); left out\n";
+}
+
+// Why the options cannot make a two-way run ("" they can).
+std::string twoWayMisuse(const SyncOptions& o) {
+  if (o.directionGiven) return "--two-way runs both ways itself: leave out --direction";
+  if (o.info != companyWithDefaultContact && o.info != 7)
+    return "--two-way takes --info 1 (companies with their default contacts) or 7 (contacts), "
+           "not " + std::to_string(o.info);
+  if (o.select != "all")
+    return "--two-way works on every record: leave out --select (or give --select all)";
+  if (o.pairCreated) return "--pair-created is for --direction 3: a two-way run pairs what it makes";
+  return "";
 }
 
 // A preview needs a synchronisation database that exists (opening one makes it): one that does
@@ -175,12 +188,17 @@ std::string summaryOf(const report::RunPlan& plan, int32_t direction, double sec
   std::ostringstream line;
   line << "records " << plan.recordCount();
   std::vector<const char*> actions;
-  if (direction == syncFromOutlookToDossiera) {
+  if (direction == syncBothsWays) {
+    actions = {"create-item",    "update-item",    "create-company", "create-contact",
+               "update-company", "update-contact", "update-both",    "delete-item",
+               "item-deleted",   "nothing"};
+  } else if (direction == syncFromOutlookToDossiera) {
     actions = {"create-company", "update-company", "nothing"};
   } else if (direction == syncFromDossieraToOutlook) {
     actions = {"create-item", "update-item", "pair-only", "nothing"};
   }
   for (const char* a : actions) line << ", " << a << " " << plan.count(a);
+  if (direction == syncBothsWays) line << ", conflicts " << plan.conflictCount();
   char tail[64];
   std::snprintf(tail, sizeof tail, ", seconds %.2f", seconds);
   line << ", errors " << plan.errorCount() << ", records failed " << plan.failedCount() << tail;
@@ -192,6 +210,13 @@ std::string summaryOf(const report::RunPlan& plan, int32_t direction, double sec
 
 int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
   SyncOptions o = given;
+  if (o.twoWay) {
+    if (std::string why = twoWayMisuse(o); !why.empty()) {
+      err << "dossync: " << why << "\n";
+      return kExitUsage;
+    }
+    o.direction = syncBothsWays;
+  }
   Credentials credentials;
   try {
     credentials = resolveCredentials(o.outlook, o.profile, o.password);
@@ -230,6 +255,11 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
   recorder->setSetting("profile", o.profile);
   recorder->setSetting("select", o.select);
   recorder->setSetting("onError", o.onError);
+  if (o.twoWay) {
+    recorder->setSetting("conflict", o.conflict);
+    recorder->setSetting("force", o.force ? "yes" : "no");
+    recorder->setSetting("restoreDeleted", o.restoreDeleted ? "yes" : "no");
+  }
   component->setRunObserver(recorder);
   component->setPairCreatedCompanies(o.pairCreated);
 
@@ -242,9 +272,18 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
   component->setDisplayLoginDialog(false);
   component->setShowProgress(!o.noProgress);
 
+  if (o.twoWay) {
+    twoway::Settings settings;
+    settings.conflict = o.conflict == "outlook" ? twoway::ConflictRule::Outlook : twoway::ConflictRule::Host;
+    settings.force = o.force;
+    settings.restoreDeleted = o.restoreDeleted;
+    twoway::enableBothWays(*component, settings);
+  }
   int member = memberFor(o.direction, o.info);
   try {
-    if (o.select == "all") {
+    if (o.twoWay) {
+      // The two-way run walks every pair itself: it is given no selection.
+    } else if (o.select == "all") {
       selectAll(*component, member);
     } else {
       std::vector<std::string> chosen;
@@ -282,7 +321,9 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
       out << report::toText(recorder->plan());
     }
     if (int stopped = StopOnSignals::exitCode()) return stopped;
-    return host.exitRequested ? kExitProgram : kExitOk;
+    if (host.exitRequested) return kExitProgram;
+    // A two-way run that would fail (or be refused) says so in its preview's exit code too.
+    return o.twoWay && errors->errorCount() > 0 ? kExitFailure : kExitOk;
   }
 
   auto started = std::chrono::steady_clock::now();

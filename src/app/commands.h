@@ -36,6 +36,10 @@ struct SyncOptions {
   bool preview = false, json = false, pairCreated = false;
   bool all = false;  // a preview lists the records that change nothing too
   bool replaceSyncDb = false;
+  // The two-way mode (twoway/two_way.h): direction 1, for information type 1 or 7, every record.
+  bool twoWay = false, force = false, restoreDeleted = false;
+  std::string conflict = "host";  // host or outlook: whose value a field changed on both keeps
+  bool directionGiven = false;   // --direction was on the command line
   int wait = 60;  // seconds to wait for another run of the scheme
   int keepReports = 100, keepDays = 90;  // report/report_store.h's limits
   int64_t keepBytes = 200LL * 1024 * 1024;

@@ -59,6 +59,7 @@ json recordJson(const RecordPlan& r) {
   if (!fields.empty()) out["fields"] = std::move(fields);
   if (!changes.empty()) out["changes"] = std::move(changes);
   if (!r.added.empty()) out["added"] = addedJson(r.added);
+  if (!r.conflicts.empty()) out["conflicts"] = conflictsJson(r.conflicts);
   if (!r.notes.empty()) out["notes"] = r.notes;
   if (!r.warnings.empty()) out["warnings"] = r.warnings;
   if (!r.errors.empty()) out["errors"] = errorsJson(r.errors);
@@ -88,6 +89,7 @@ RecordPlan recordFrom(const json& j) {
     }
   }
   if (auto a = j.find("added"); a != j.end()) r.added = addedFrom(*a);
+  if (auto c = j.find("conflicts"); c != j.end()) r.conflicts = conflictsFrom(*c);
   r.notes = j.value("notes", std::vector<std::string>{});
   r.warnings = j.value("warnings", std::vector<std::string>{});
   if (auto e = j.find("errors"); e != j.end()) r.errors = errorsFrom(*e);
@@ -148,6 +150,7 @@ void ReportWriter::tail(const RunPlan& plan, const std::vector<LateWarning>& lat
   for (size_t i = 0; i < RunCounts::kActions; ++i) actions[RunCounts::kActionNames[i]] = counts.actions[i];
   out["errors"] = counts.errors;
   out["failed"] = counts.failed;
+  out["conflicts"] = counts.conflicts;
   out["companiesCreatedAgain"] = plan.companiesCreatedAgain;
   out["companiesToCreateAgain"] = plan.companiesToCreateAgain;
   out["nameMatches"] = plan.nameMatches;
@@ -299,6 +302,7 @@ RunPlan readReportFile(const std::filesystem::path& path) {
         counts.actions[i] = j.at("actions").value(RunCounts::kActionNames[i], 0);
       counts.errors = j.at("errors").get<int32_t>();
       counts.failed = j.value("failed", 0);
+      counts.conflicts = j.value("conflicts", 0);
       plan.companiesCreatedAgain = j.at("companiesCreatedAgain").get<int32_t>();
       plan.companiesToCreateAgain = j.at("companiesToCreateAgain").get<int32_t>();
       plan.nameMatches = j.at("nameMatches").get<int32_t>();

@@ -56,6 +56,28 @@ json errorsJson(const std::vector<ErrorNote>& errors) {
   return out;
 }
 
+json conflictsJson(const std::vector<Conflict>& conflicts) {
+  json out = json::array();
+  for (const auto& c : conflicts) {
+    json& one = out.emplace_back(json::object());
+    one["field"] = c.field;
+    one["base"] = c.base;
+    one["host"] = c.host;
+    one["outlook"] = c.outlook;
+    one["kept"] = c.kept;
+  }
+  return out;
+}
+
+std::vector<Conflict> conflictsFrom(const json& j) {
+  std::vector<Conflict> out;
+  for (const auto& c : j)
+    out.push_back({c.at("field").get<std::string>(), c.at("base").get<std::string>(),
+                   c.at("host").get<std::string>(), c.at("outlook").get<std::string>(),
+                   c.at("kept").get<std::string>()});
+  return out;
+}
+
 json addedJson(const std::vector<AddedRow>& rows) {
   json out = json::array();
   for (const auto& a : rows) {
@@ -85,7 +107,8 @@ std::vector<ErrorNote> errorsFrom(const json& j) {
 }
 
 const char* const RunCounts::kActionNames[RunCounts::kActions] = {
-    "create-item", "update-item", "pair-only", "nothing", "create-company", "update-company"};
+    "create-item",    "update-item",    "pair-only",   "nothing",     "create-company", "update-company",
+    "create-contact", "update-contact", "update-both", "delete-item", "item-deleted"};
 
 void RunCounts::add(const RecordPlan& record) {
   ++records;
@@ -95,6 +118,7 @@ void RunCounts::add(const RecordPlan& record) {
     ++actions[i];
   }
   errors += static_cast<int32_t>(record.errors.size());
+  conflicts += static_cast<int32_t>(record.conflicts.size());
 }
 
 int32_t RunPlan::count(const std::string& action) const {
@@ -121,12 +145,20 @@ int32_t RunPlan::failedCount() const {
   return n;
 }
 
+int32_t RunPlan::conflictCount() const {
+  if (counts) return counts->conflicts;
+  int32_t n = 0;
+  for (const auto& r : records) n += static_cast<int32_t>(r.conflicts.size());
+  return n;
+}
+
 int32_t RunPlan::recordCount() const {
   return counts ? counts->records : static_cast<int32_t>(records.size());
 }
 
 bool worthListing(const RecordPlan& r) {
-  if (!r.changes.empty() || !r.added.empty() || !r.warnings.empty() || !r.errors.empty())
+  if (!r.changes.empty() || !r.added.empty() || !r.conflicts.empty() || !r.warnings.empty() ||
+      !r.errors.empty())
     return true;
   if (r.action == "nothing") return !r.notes.empty();
   // Not chosen, and paired again with what its own pairing found: its one note is the
@@ -155,6 +187,7 @@ json toJson(const RunPlan& plan) {
   for (const char* a : kActions) counts[a] = plan.count(a);
   summary["errors"] = plan.errorCount();
   summary["failed"] = plan.failedCount();
+  summary["conflicts"] = plan.conflictCount();
   summary["companiesCreatedAgain"] = plan.companiesCreatedAgain;
   summary["companiesToCreateAgain"] = plan.companiesToCreateAgain;
   summary["nameMatches"] = plan.nameMatches;
@@ -183,6 +216,7 @@ json toJson(const RunPlan& plan) {
       change["new"] = c.after;
     }
     record["added"] = addedJson(r.added);
+    record["conflicts"] = conflictsJson(r.conflicts);
     record["notes"] = r.notes;
     record["warnings"] = r.warnings;
     record["errors"] = errorsJson(r.errors);
@@ -225,6 +259,7 @@ RunPlan planFromJson(const json& j) {
       p.changes.push_back({c.at("target").get<std::string>(), c.at("field").get<std::string>(),
                            c.value("old", ""), c.at("new").get<std::string>(), c.contains("old")});
     p.added = addedFrom(r.at("added"));
+    p.conflicts = conflictsFrom(r.value("conflicts", json::array()));
     p.notes = r.at("notes").get<std::vector<std::string>>();
     p.warnings = r.value("warnings", std::vector<std::string>{});
     p.errors = errorsFrom(r.at("errors"));
@@ -238,6 +273,7 @@ RunPlan planFromJson(const json& j) {
       counts.actions[i] = summary.at("actions").value(kActions[i], 0);
     counts.errors = summary.at("errors").get<int32_t>();
     counts.failed = summary.value("failed", 0);
+    counts.conflicts = summary.value("conflicts", 0);
   }
   return plan;
 }
@@ -253,6 +289,7 @@ std::string summaryLine(const RunPlan& plan) {
     }
   }
   if (int32_t n = plan.failedCount()) out << sep << n << " failed";
+  if (int32_t n = plan.conflictCount()) out << "; " << n << (n == 1 ? " conflict" : " conflicts");
   out << "; " << plan.errorCount() << (plan.errorCount() == 1 ? " error" : " errors");
   return out.str();
 }
@@ -296,7 +333,9 @@ std::string toText(const RunPlan& plan) {
     out << ": " << r.action;
     if (!r.selected) out << " (not chosen)";
     if (!r.outlookId.empty() && r.outlookId != r.key) out << ", item " << r.outlookId;
-    out << ", paired with " << (r.pairedWith.empty() ? "no item" : r.pairedWith) << "\n";
+    // A two-way pair is its record and its item: nothing else to say of its pairing.
+    if (r.kind != "pair") out << ", paired with " << (r.pairedWith.empty() ? "no item" : r.pairedWith);
+    out << "\n";
     for (const auto& a : r.added) {
       out << "    adds a row to " << a.table;
       const char* sep = ": ";
@@ -313,6 +352,11 @@ std::string toText(const RunPlan& plan) {
       } else {
         out << "changed to " << shown(c.after) << "\n";
       }
+    }
+    for (const auto& c : r.conflicts) {
+      out << "    conflict " << c.field << ": base " << shown(c.base) << ", host " << shown(c.host)
+          << ", Outlook " << shown(c.outlook) << "; kept the " << (c.kept == "host" ? "host's" : "Outlook")
+          << " value\n";
     }
     for (const auto& n : r.notes) out << "    note: " << n << "\n";
     for (const auto& w : r.warnings) out << "    warning: " << w << "\n";

@@ -10,6 +10,11 @@
 //   nothing         the record was chosen but nothing changes (or an error stopped it)
 //   create-company  a host company (with its client record) and contact are made from the item
 //   update-company  the host company and contact paired with the item change
+// A two-way run (kind "pair": a host record with its item) says its action itself: create-item,
+// update-item, create-company, create-contact (host records made for a new item), update-company,
+// update-contact (the host side changes), update-both, delete-item (its host record is gone),
+// item-deleted (its item is gone; the record is kept) or nothing. A field changed on both sides
+// to different values is a conflict, with the value the run's rule kept.
 // Each record also says how its counterpart was found (foundBy): by the pairing saved for it,
 // by a name match (an Outlook contact filed under the record's name, or the first host company
 // named like the item), or not at all; pairings made by name are counted, and warned about
@@ -36,6 +41,11 @@ struct Change {
   bool beforeKnown = true;
 };
 
+struct Conflict {
+  std::string field, base, host, outlook;
+  std::string kept;  // "host" or "outlook"
+};
+
 struct AddedRow {
   std::string table;
   std::vector<std::pair<std::string, std::string>> fields;  // as the run set them
@@ -47,7 +57,7 @@ struct ErrorNote {
 };
 
 struct RecordPlan {
-  std::string kind;  // "company", "contact" or "outlook-item"
+  std::string kind;  // "company", "contact", "outlook-item" or "pair"
   std::string key;   // the host number, or the Outlook entry id
   std::string name;
   bool selected = true;
@@ -58,6 +68,7 @@ struct RecordPlan {
   std::string contactFoundBy;    // from Outlook, its contact's look-up ("" none made)
   std::vector<Change> changes;
   std::vector<AddedRow> added;
+  std::vector<Conflict> conflicts;
   std::vector<std::string> notes;
   std::vector<std::string> warnings;
   std::vector<ErrorNote> errors;
@@ -65,11 +76,12 @@ struct RecordPlan {
 
 // What a run counts of its records, listed or not.
 struct RunCounts {
-  static constexpr size_t kActions = 6;
+  static constexpr size_t kActions = 11;
   static const char* const kActionNames[kActions];
   int32_t records = 0;
   int32_t actions[kActions] = {};
   int32_t errors = 0;  // in records and outside them
+  int32_t conflicts = 0;
   // Records undone: an error stopped them, or their group could not be committed. They are
   // not counted under their action, which did not last.
   int32_t failed = 0;
@@ -104,12 +116,16 @@ struct RunPlan {
   int32_t errorCount() const;
   int32_t recordCount() const;
   int32_t failedCount() const;
+  int32_t conflictCount() const;
 };
 
 // Whether a record is worth listing: it changed something, or has something to say. A record
 // that was not chosen and keeps the pairing its own mapping found changed nothing either.
 bool worthListing(const RecordPlan& record);
 
+// Conflicts as JSON ([{"field", "base", "host", "outlook", "kept"}]) and back.
+nlohmann::ordered_json conflictsJson(const std::vector<Conflict>& conflicts);
+std::vector<Conflict> conflictsFrom(const nlohmann::ordered_json& j);
 // A list of errors as JSON ([{"number", "description", "location"}]) and back.
 nlohmann::ordered_json errorsJson(const std::vector<ErrorNote>& errors);
 std::vector<ErrorNote> errorsFrom(const nlohmann::ordered_json& j);

@@ -27,13 +27,18 @@ const char* kindName(IRunObserver::Kind k) {
       return "company";
     case IRunObserver::Kind::Contact:
       return "contact";
+    case IRunObserver::Kind::Pair:
+      return "pair";
     default:
       return "outlook-item";
   }
 }
 
-std::string directionName(int32_t d) {
+std::string directionName(const clsOutlookSynchronization& c) {
+  int32_t d = c.SyncDirectionType();
   switch (d) {
+    case syncBothsWays:
+      return c.bothWaysEnabled() ? "1 (both ways, two-way mode)" : "1 (synchronises nothing)";
     case syncFromDossieraToOutlook:
       return "2 (host to Outlook)";
     case syncFromOutlookToDossiera:
@@ -131,7 +136,7 @@ void RunRecorder::runStarted(clsOutlookSynchronization& c) {
   file_.clear();
   writeError_.clear();
   auto& s = plan_.settings;
-  s.emplace_back("direction", directionName(c.SyncDirectionType()));
+  s.emplace_back("direction", directionName(c));
   s.emplace_back("information", std::to_string(c.SyncInformationType()));
   s.emplace_back("scheme", std::to_string(c.SchemeID()));
   s.emplace_back("dataFile", c.DataFileUniqueID());
@@ -219,7 +224,7 @@ void RunRecorder::recordStarted(Kind kind, const std::string& key) {
   if (kind == Kind::OutlookItem) current_.outlookId = key;
   inRecord_ = true;
   currentPairing_ = nullptr;
-  itemSaved_ = itemCreated_ = madeBefore_ = lookedUp_ = false;
+  itemSaved_ = itemCreated_ = madeBefore_ = lookedUp_ = actionTold_ = false;
   if (kind != Kind::OutlookItem || !component_ || !apartment().syncDb) return;
   // Whether an earlier run made a company from this item and paired it with -1.
   hostdb::Recordset pairing(*apartment().syncDb, component_->mappingStatement());
@@ -316,7 +321,9 @@ void RunRecorder::lookupAnswered(Kind kind, FoundBy how, const std::string& host
 void RunRecorder::recordFinished() {
   RecordPlan* r = current();
   if (!r) return;
-  if (r->kind == "outlook-item") {
+  if (actionTold_ || r->kind == "pair") {
+    // A two-way run says each record's action itself (one that failed first stays "nothing").
+  } else if (r->kind == "outlook-item") {
     bool madeCompany = false;
     for (const auto& a : r->added) madeCompany = madeCompany || a.table == "Companies";
     r->action = madeCompany                                  ? "create-company"
@@ -371,6 +378,22 @@ void RunRecorder::hostRowAdded(const std::string& table,
 void RunRecorder::hostColumnChanged(const std::string& table, const std::string& column,
                                     const std::string& before, const std::string& after) {
   if (RecordPlan* r = current()) r->changes.push_back({table, column, before, after});
+}
+
+void RunRecorder::recordAction(const std::string& action) {
+  if (RecordPlan* r = current()) {
+    r->action = action;
+    actionTold_ = true;
+  }
+}
+
+void RunRecorder::conflict(const std::string& field, const std::string& base, const std::string& host,
+                           const std::string& outlook, const std::string& kept) {
+  if (RecordPlan* r = current()) r->conflicts.push_back({field, base, host, outlook, kept});
+}
+
+void RunRecorder::recordNote(const std::string& text) {
+  if (RecordPlan* r = current()) r->notes.push_back(text);
 }
 
 void RunRecorder::groupEnded(bool committed) {

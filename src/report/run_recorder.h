@@ -58,6 +58,10 @@ class RunRecorder : public IRunObserver {
                          const std::string& before, const std::string& after) override;
   void errorReported(const RuntimeError& error, const std::string& location) override;
   void groupEnded(bool committed) override;
+  void recordAction(const std::string& action) override;
+  void conflict(const std::string& field, const std::string& base, const std::string& host,
+                const std::string& outlook, const std::string& kept) override;
+  void recordNote(const std::string& text) override;
 
  private:
   friend class PreviewScope;
@@ -81,6 +85,7 @@ class RunRecorder : public IRunObserver {
   std::filesystem::path previewFile_;
   bool inRecord_ = false;
   bool itemSaved_ = false, itemCreated_ = false;
+  bool actionTold_ = false;  // the run said the record's action (two-way runs): it stands
   bool madeBefore_ = false;  // the item's pairing says -1: an earlier run made its company
   bool lookedUp_ = false;    // the record's own look-up was answered (the next is its contact's)
   // The Outlook contacts paired in this run (by a hash of the entry id): the first record

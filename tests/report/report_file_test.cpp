@@ -67,7 +67,13 @@ Written aRun() {
   made.contactFoundBy = "name";
   made.added.push_back({"Companies", {{"CompanyName", "Public Works"}, {"City", ""}}});
   made.changes = {{"Contacts", "CompanyNum", "4", "9"}};
-  w.listed = {created, changed, notChosen, made};
+  // A two-way pair: a copy each way, a conflict settled, a note.
+  RecordPlan both = record("6", "update-both");
+  both.kind = "pair";
+  both.changes = {{"item", "BusinessTelephoneNumber", "1", "2"}, {"Companies", "City", "Hull", "Aylmer"}};
+  both.conflicts.push_back({"Companies.Email", "a@b", "host@b", "\"outlook\"@b", "host"});
+  both.notes = {"its item was changed on the server while the run read it: merged again"};
+  w.listed = {created, changed, notChosen, made, both};
 
   // Record 2 gets a warning late; an unlisted record that went between 1 and 2 gets one too.
   LateWarning onListed;
@@ -88,7 +94,9 @@ Written aRun() {
   counts.records = 40;
   counts.actions[0] = 1;
   counts.actions[3] = 36;
+  counts.actions[8] = 1;  // update-both
   counts.errors = 2;
+  counts.conflicts = 1;
   return w;
 }
 
@@ -111,7 +119,9 @@ TEST(ReportFileTest, ReadsBackWhatWasWrittenCompressedOrStored) {
     EXPECT_EQ(toJson(back).dump(1), toJson(w.plan).dump(1)) << (compress ? "compressed" : "stored");
     EXPECT_EQ(back.count("nothing"), 36);
     EXPECT_EQ(back.errorCount(), 2);
-    EXPECT_EQ(summaryLine(back), "40 records: 1 create-item, 36 nothing; 2 errors");
+    EXPECT_EQ(summaryLine(back), "40 records: 1 create-item, 36 nothing, 1 update-both; 1 conflict; 2 errors");
+    // The one-document form (--json) reads back alike.
+    EXPECT_EQ(toJson(planFromJson(toJson(back))).dump(1), toJson(back).dump(1));
   }
 }
 

@@ -1,0 +1,201 @@
+#!/usr/bin/env bash
+# "dossync sync --two-way" end to end, on real files and servers: the store is the vCard folder,
+# or with DOSSYNC_TEST_STORE=carddav an address book on Radicale (store_lib.sh); the databases
+# are SQLite files, or with DOSSYNC_TEST_HOST=postgres databases on PostgreSQL (host_lib.sh).
+# A change on each side merged in one run; a quiet run changes nothing anywhere; conflicts under
+# both rules; records new on either side made once; two people of one name stay two; deletions
+# on each side, the refusal of a mass deletion and --force; --restore-deleted; the preview is
+# the report; usage errors.
+set -uo pipefail
+bin=$1
+work=$(mktemp -d)
+source "$(dirname "$0")/check_lib.sh"
+source "$(dirname "$0")/store_lib.sh"
+source "$(dirname "$0")/host_lib.sh"
+trap 'store_cleanup; host_cleanup; rm -rf "$work"' EXIT
+if host_skip; then
+  echo "twoway_cli_test: PostgreSQL 15 is not installed (scripts/deps.sh --test): skipped"
+  exit 0
+fi
+export HOME="$work/home"
+mkdir -p "$HOME" "$work/out"
+
+h=$(host_make host) s=$(host_make syncdb)
+[[ $host_kind == sqlite ]] || "$bin" init-host "$h" >/dev/null || bad "init-host"
+"$bin" demo-data "$h" --companies 12 --seed 5 >/dev/null || bad "demo-data"
+hq() { host_query "$h" "$1"; }
+two() { "$bin" sync --two-way --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress "$@"; }
+run() {  # run NAME EXPECTED_EXIT ARGS... (of two): output in $work/o.txt and $work/e.txt
+  local name=$1 want=$2
+  shift 2
+  two "$@" >"$work/o.txt" 2>"$work/e.txt"
+  local rc=$?
+  [[ $rc -eq $want ]] && ok || { bad "$name: exit $rc, wanted $want"; cat "$work/o.txt" "$work/e.txt"; }
+}
+o() { cat "$work/o.txt"; }
+e() { cat "$work/e.txt"; }
+cards() { ls "$cards" 2>/dev/null | grep -c '\.vcf$'; }
+item_of() { "$bin" contacts list "${ol[@]}" | awk -F'\t' -v n="$1" '$2 == n { print $1 }'; }
+prop() { "$bin" contacts show "$1" "${ol[@]}" --json | jq -r ".$2"; }
+put() { "$bin" contacts put "${ol[@]}" --json - >/dev/null; }
+name_of() { hq "SELECT \"CompanyName\" FROM \"Companies\" WHERE \"CompanyID\" = $1;"; }
+# Everything a run may change: the host's rows, the pairs, the cards; and the requests that
+# write, as the server logged them (0 for the vCard folder).
+if [[ $host_kind == sqlite ]]; then
+  dump() { sqlite3 "$1" .dump | md5sum; }
+else
+  dump() { /usr/lib/postgresql/15/bin/pg_dump --data-only "$1" | grep -v '^--\|^\\\(un\)\?restrict' | md5sum; }
+fi
+state() { echo "$(dump "$h") $(dump "$s") $(cd "$cards" && cat ./*.vcf 2>/dev/null | md5sum)"; }
+writes() { grep -Ec '\] (PUT|DELETE|MKCOL|PROPPATCH|MOVE|COPY) request' "$work/radicale/radicale.log" 2>/dev/null || echo 0; }
+# The records of a report or preview (--json): kind, key, name, action, changes, conflicts; the
+# entry ids new items get differ between the two.
+plan_of() {
+  jq -c '.records[] | [.kind, .key, .name, .action, [.changes[] | [.target, .field, .old, .new]],
+    .conflicts, .notes]' "$1" | sed 's/preview-[0-9]*//g'
+}
+action_of() { jq -r --arg k "$2" '[.records[] | select(.key == $k) | .action] | first // "(not listed)"' "$1"; }
+preview_then_run() {  # NAME WANT ARGS...: the preview changes nothing and is what the run reports
+  local name=$1 want=$2; shift 2
+  local before w; before=$(state); w=$(writes)
+  two "$@" --preview --json >"$work/out/$name-preview.json"; same "$name: preview exit" $? "$want"
+  same "$name: preview changes nothing" "$(state)" "$before"
+  same "$name: preview writes nothing to the server" "$(writes)" "$w"
+  two "$@" --json >"$work/out/$name.json" 2>"$work/e.txt"; same "$name: exit" $? "$want"
+  same "$name: the report is the preview" "$(plan_of "$work/out/$name.json")" \
+    "$(plan_of "$work/out/$name-preview.json")"
+}
+
+# ---- Usage errors: the options that cannot go with --two-way, before anything is opened.
+for args in "--direction 2" "--info 2" "--info 3" "--select 1,2" "--pair-created"; do
+  run "usage: --two-way $args" 64 $args
+done
+has "usage: --direction named" "$(two --direction 1 2>&1)" "leave out --direction"
+has "usage: --info named" "$(two --info 4 2>&1)" "--info 1"
+"$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --force >/dev/null 2>&1; same "usage: --force alone" $? 64
+run "usage: --conflict other" 64 --conflict both
+same "usage: nothing made" "$(cards)" 0
+
+# ---- First run: one item a company; then a quiet run writes nothing anywhere.
+companies=$(hq 'SELECT count(*) FROM "Companies";')
+contacts=$(hq 'SELECT count(*) FROM "Contacts";')
+run "first run" 0
+has "first run: an item a company" "$(o)" "create-item $companies,"
+has "first run: summary" "$(o)" ", conflicts 0, errors 0, records failed 0"
+same "first run: cards" "$(cards)" "$companies"
+before=$(state) w=$(writes)
+run "quiet run" 0
+has "quiet run: nothing" "$(o)" "records $companies, create-item 0, update-item 0,"
+has "quiet run: all nothing" "$(o)" "nothing $companies,"
+same "quiet run changes no byte" "$(state)" "$before"
+same "quiet run sends no write" "$(writes)" "$w"
+same "no contact added" "$(hq 'SELECT count(*) FROM "Contacts";')" "$contacts"
+
+# ---- A change on each side, and one on both sides of different fields, merged in one run.
+c1=$(name_of 1) c2=$(name_of 2) c3=$(name_of 3)
+i1=$(item_of "$c1") i2=$(item_of "$c2") i3=$(item_of "$c3")
+hq "UPDATE \"Companies\" SET \"City\" = 'Hull' WHERE \"CompanyID\" = 1;"
+put <<<"{\"EntryID\": \"$i2\", \"BusinessTelephoneNumber\": \"613-555-0102\"}"
+hq "UPDATE \"Companies\" SET \"Email\" = 'New@three.ca' WHERE \"CompanyID\" = 3;"
+put <<<"{\"EntryID\": \"$i3\", \"JobTitle\": \"partner\"}"
+preview_then_run merge 0
+r="$work/out/merge.json"
+same "host change: action" "$(action_of "$r" 1)" update-item
+same "host change reaches the item" "$(prop "$i1" BusinessAddressCity)" Hull
+same "item change: action" "$(action_of "$r" 2)" update-company
+same "item change reaches the host" "$(hq 'SELECT "OfficeNumber" FROM "Companies" WHERE "CompanyID" = 2;')" 613-555-0102
+same "both sides: action" "$(action_of "$r" 3)" update-both
+same "both sides: to the item" "$(prop "$i3" Email1Address)" New@three.ca
+same "both sides: to the host" "$(hq 'SELECT "BusinessJobTitle" FROM "Contacts" WHERE "CompanyNum" = 3 AND "DefaultContact" = TRUE;')" partner
+# A change of letter case is a change.
+put <<<"{\"EntryID\": \"$i3\", \"JobTitle\": \"Partner\"}"
+run "case" 0
+same "case change copied" "$(hq 'SELECT "BusinessJobTitle" FROM "Contacts" WHERE "CompanyNum" = 3 AND "DefaultContact" = TRUE;')" Partner
+before=$(state)
+run "quiet after merge" 0
+same "quiet after merge changes no byte" "$(state)" "$before"
+
+# ---- Conflicts: the host's value by default, the item's with --conflict outlook; named with
+# the base and both values.
+hq "UPDATE \"Companies\" SET \"City\" = 'Aylmer' WHERE \"CompanyID\" IN (1, 2);"
+put <<<"{\"EntryID\": \"$i1\", \"BusinessAddressCity\": \"Gatineau\"}"
+put <<<"{\"EntryID\": \"$i2\", \"BusinessAddressCity\": \"Chelsea\"}"
+preview_then_run conflict-host 0
+r="$work/out/conflict-host.json"
+same "host rule: item takes the host's" "$(prop "$i1" BusinessAddressCity)" Aylmer
+same "host rule: host keeps its own" "$(hq 'SELECT "City" FROM "Companies" WHERE "CompanyID" = 1;')" Aylmer
+same "host rule: named" "$(jq -c '[.records[] | select(.key == "1") | .conflicts[] | [.base, .host, .outlook, .kept]]' "$r")" \
+  '[["Hull","Aylmer","Gatineau","host"]]'
+same "host rule: counted" "$(jq .summary.conflicts "$r")" 2
+has "text report names it" "$("$bin" report show last "${ol[@]}")" 'base "Hull", host "Aylmer", Outlook "Gatineau"'
+hq "UPDATE \"Companies\" SET \"City\" = 'Wakefield' WHERE \"CompanyID\" = 2;"
+put <<<"{\"EntryID\": \"$i2\", \"BusinessAddressCity\": \"Chelsea\"}"
+run "outlook rule" 0 --conflict outlook
+has "outlook rule: summary" "$(o)" "conflicts 1,"
+same "outlook rule: host takes the item's" "$(hq 'SELECT "City" FROM "Companies" WHERE "CompanyID" = 2;')" Chelsea
+same "outlook rule: item keeps its own" "$(prop "$i2" BusinessAddressCity)" Chelsea
+
+# ---- New records on both sides: made once over three runs, and a round trip adds no default
+# contact.
+hq "INSERT INTO \"Companies\" (\"CompanyName\", \"City\") VALUES ('Zephyr Accounting', 'Perth');"
+put <<<'{"FileAs": "Quill Printing", "CompanyName": "Quill Printing", "FirstName": "Rosa", "LastName": "Quill", "FullName": "Rosa Quill", "BusinessAddressCity": "Almonte"}'
+for n in 1 2 3; do run "new records, run $n" 0; done
+same "one item for the new company" "$(item_of 'Zephyr Accounting' | wc -l)" 1
+same "one company for the new item" "$(hq "SELECT count(*) FROM \"Companies\" WHERE \"CompanyName\" = 'Quill Printing';")" 1
+same "its default contact, once" "$(hq "SELECT count(*) FROM \"Contacts\" p JOIN \"Companies\" c ON c.\"CompanyID\" = p.\"CompanyNum\" WHERE c.\"CompanyName\" = 'Quill Printing';")" 1
+same "cards: two more" "$(cards)" $((companies + 2))
+companies=$((companies + 2))
+same "no default contact added by the round trips" "$(hq 'SELECT count(*) FROM "Contacts";')" $((contacts + 1))
+
+# ---- Deletions. An item deleted from the store keeps its company, is not made again, and
+# comes back with --restore-deleted; a company deleted deletes its item.
+"$bin" contacts delete "$i3" "${ol[@]}" >/dev/null
+run "item deleted" 0
+has "item deleted: said" "$(o)" "item-deleted 1,"
+same "item deleted: company kept" "$(hq 'SELECT count(*) FROM "Companies" WHERE "CompanyID" = 3;')" 1
+run "item deleted, again" 0
+same "item deleted: not made again" "$(item_of "$c3" | wc -l)" 0
+run "restore" 0 --restore-deleted
+has "restore: made again" "$(o)" "create-item 1,"
+same "restore: one item" "$(item_of "$c3" | wc -l)" 1
+hq 'DELETE FROM "Contacts" WHERE "CompanyNum" = 4; DELETE FROM "Companies" WHERE "CompanyID" = 4;'
+c4_items=$(cards)
+run "company deleted" 0
+has "company deleted: its item deleted" "$(o)" "delete-item 1,"
+same "company deleted: one card less" "$(cards)" $((c4_items - 1))
+companies=$((companies - 1))
+
+# ---- A mass deletion (more than a fifth of the pairs and more than five) is refused before
+# anything is written; --force does it.
+hq 'DELETE FROM "Contacts" WHERE "CompanyNum" BETWEEN 5 AND 10; DELETE FROM "Companies" WHERE "CompanyID" BETWEEN 5 AND 10;'
+hq "UPDATE \"Companies\" SET \"City\" = 'Arnprior' WHERE \"CompanyID\" = 1;"
+before=$(state) w=$(writes)
+run "mass deletion refused" 1
+has "refusal names the number" "$(e)" " 6 "
+has "refusal names --force" "$(e)" "--force"
+same "refusal writes nothing" "$(state)" "$before"
+same "refusal sends no write" "$(writes)" "$w"
+run "mass deletion forced" 0 --force
+has "forced: deleted" "$(o)" "delete-item 6,"
+same "forced: the other change made too" "$(prop "$i1" BusinessAddressCity)" Arnprior
+same "forced: cards" "$(cards)" $((companies - 6))
+
+# ---- Contacts (information type 7), in a second store and scheme: two people of one name at
+# two companies stay two, a change reaches the right one, and nothing is made twice.
+ol=("${ol2[@]}") cards=$cards2
+hq "INSERT INTO \"Contacts\" (\"CompanyNum\", \"DisplayName\", \"FirstName\", \"LastName\", \"BusinessName\", \"DefaultContact\")
+  VALUES (1, 'Sam Lee', 'Sam', 'Lee', '$c1', FALSE), (2, 'Sam Lee', 'Sam', 'Lee', '$c2', FALSE);"
+contacts=$(hq 'SELECT count(*) FROM "Contacts";')
+run "contacts: first run" 0 --info 7 --scheme 2
+same "contacts: a card each" "$(cards)" "$contacts"
+sam2=$(hq "SELECT \"ContactID\" FROM \"Contacts\" WHERE \"DisplayName\" = 'Sam Lee' AND \"CompanyNum\" = 2;")
+sam_item=$("$bin" contacts list "${ol[@]}" --json |
+  jq -r --arg c "$c2" '.[] | select(.FullName == "Sam Lee" and .CompanyName == $c) | .EntryID')
+put <<<"{\"EntryID\": \"$sam_item\", \"HomeTelephoneNumber\": \"819-555-0177\"}"
+run "contacts: item change" 0 --info 7 --scheme 2
+same "contacts: the right Sam changed" "$(hq "SELECT \"ContactID\" FROM \"Contacts\" WHERE \"HomePhone_Main\" = '819-555-0177';")" "$sam2"
+run "contacts: round trip" 0 --info 7 --scheme 2
+same "contacts: none added" "$(hq 'SELECT count(*) FROM "Contacts";')" "$contacts"
+same "contacts: two Sams" "$("$bin" contacts list "${ol[@]}" --json | jq '[.[] | select(.FullName == "Sam Lee")] | length')" 2
+
+finish twoway_cli_test
