@@ -211,6 +211,7 @@ class ForwardingDataAccess : public hostdb::IDataAccess {
   void dropGroup() override { real_->dropGroup(); }
   void beginRecord() override { real_->beginRecord(); }
   void endRecord(bool keep) override { real_->endRecord(keep); }
+  bool previewing() override { return real_->previewing(); }
 
  protected:
   virtual void before(const char* call, const std::string& detail = "") {}

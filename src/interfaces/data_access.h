@@ -90,6 +90,8 @@ class IDataAccess : public Object {
   // preview the same way.
   virtual bool beginPreview() { return false; }
   virtual void endPreview() {}
+  // Whether a preview is going on.
+  virtual bool previewing() { return false; }
 };
 
 using DataAccessPtr = std::shared_ptr<IDataAccess>;

@@ -49,6 +49,8 @@ void DataAccess::endPreview() {
   if (db_) db_->endPreview();
 }
 
+bool DataAccess::previewing() { return db_ && db_->previewing(); }
+
 void DataAccess::closeDatabase() {
   recordsets_.clear();
   if (!db_) return;

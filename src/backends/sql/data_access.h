@@ -93,6 +93,7 @@ class DataAccess : public hostdb::IDataAccess {
   void endRecord(bool keep) override;
   bool beginPreview() override;
   void endPreview() override;
+  bool previewing() override;
 
   // Open recordsets (for tests and leak reports).
   size_t openRecordsetCount() const { return recordsets_.size(); }

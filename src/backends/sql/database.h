@@ -137,6 +137,7 @@ class Database {
   // kDiskIO naming the database) rather than run outside it.
   void beginPreview();
   void endPreview();
+  bool previewing() const { return preview_; }
   void checkPreview() const;
   // Ends the snapshot, committing grouped writes; throws RuntimeError kDiskIO naming the
   // database when they cannot be committed (they are lost then).

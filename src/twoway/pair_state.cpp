@@ -1,0 +1,204 @@
+#include "twoway/pair_state.h"
+
+#include <nlohmann/json.hpp>
+
+#include "core/apartment.h"
+#include "core/platform.h"
+#include "core/synchronization.h"
+#include "core/utility.h"
+#include "core/value.h"
+#include "hostdb/recordset.h"
+#include "interfaces/catalog.h"
+
+namespace dossync::twoway {
+namespace {
+
+constexpr const char* kTable = "TwoWayPairs";
+
+store::TableDef pairsTable() {
+  auto integer = [](const char* name) {
+    return store::ColumnDef{name, store::adInteger, 0, {{"NullAble", true}}};
+  };
+  auto text = [](const char* name, int32_t size) {
+    return store::ColumnDef{
+        name, store::adVarWChar, size, {{"NullAble", true}, {"Jet OLEDB:Allow Zero Length", true}}};
+  };
+  return {kTable,
+          {{"PairID", store::adInteger, 0, {{"AutoIncrement", true}, {"NullAble", true}}},
+           integer("SchemeNum"),
+           text("DataFileID", 20),
+           integer("InfoType"),
+           integer("CompanyNum"),
+           integer("ContactNum"),
+           text("OutlookID", 255),
+           integer("Deleted"),
+           {"Base", store::adLongVarWChar, 0, {{"NullAble", true}, {"Jet OLEDB:Allow Zero Length", true}}},
+           {"DateLastSync", store::adDate, 0, {{"NullAble", true}}}}};
+}
+
+std::string sqlText(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    out += c;
+    if (c == '\'') out += '\'';
+  }
+  return out;
+}
+
+hostdb::IDataAccess& syncDb() {
+  auto& db = apartment().syncDb;
+  if (!db) throw RuntimeError(kObjectVariableNotSet, "The synchronization database is not open");
+  return *db;
+}
+
+int32_t number(const std::string& text) {
+  return value::isBlank(text) || !value::isNumeric(text) ? -1 : value::toLong(text);
+}
+
+}  // namespace
+
+Base Base::decode(const std::string& text) {
+  Base base;
+  if (text.empty()) return base;
+  nlohmann::json j = nlohmann::json::parse(text, nullptr, false);
+  if (!j.is_object()) return base;  // an unreadable base is no base: the pair is merged anew
+  auto half = [&](const char* key, std::optional<Half>& out) {
+    auto it = j.find(key);
+    if (it == j.end() || !it->is_object()) return;
+    out.emplace();
+    for (auto& [column, v] : it->items()) {
+      if (v.is_string()) {
+        (*out)[column] = {v.get<std::string>(), v.get<std::string>()};
+      } else if (v.is_array() && v.size() == 2 && v[0].is_string() && v[1].is_string()) {
+        (*out)[column] = {v[0].get<std::string>(), v[1].get<std::string>()};
+      }
+    }
+  };
+  half("co", base.company);
+  half("ct", base.contact);
+  return base;
+}
+
+std::string Base::encode() const {
+  if (!company && !contact) return "";
+  nlohmann::json j = nlohmann::json::object();
+  auto half = [&](const char* key, const std::optional<Half>& h) {
+    if (!h) return;
+    nlohmann::json o = nlohmann::json::object();
+    for (const auto& [column, v] : *h) {
+      if (v.first.empty() && v.second.empty()) continue;
+      if (v.first == v.second) {
+        o[column] = v.first;
+      } else {
+        o[column] = nlohmann::json::array({v.first, v.second});
+      }
+    }
+    j[key] = std::move(o);
+  };
+  half("co", company);
+  half("ct", contact);
+  return j.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::pair<std::string, std::string> Base::of(const Half& half, const std::string& column) {
+  auto it = half.find(column);
+  return it == half.end() ? std::pair<std::string, std::string>{} : it->second;
+}
+
+PairStore::PairStore(clsOutlookSynchronization& c, int32_t info)
+    : scheme_(c.SchemeID()), dataFile_(c.DataFileUniqueID()), info_(info) {
+  hostdb::IDataAccess& db = syncDb();
+  const std::string path = c.SyncDatabaseLocation();
+  const std::string source = "PROVIDER=Microsoft.Jet.OLEDB.4.0;Data Source=" + path + ";";
+  auto connection = platform::create<store::IConnection>(platform::kAdoConnection);
+  connection->setCursorLocation(store::adUseClient);
+  connection->open(source);
+  struct Closer {
+    std::shared_ptr<store::IConnection>& c;
+    ~Closer() {
+      try {
+        if (c->isOpen()) c->close();
+      } catch (...) {
+      }
+    }
+  } closer{connection};
+  auto catalog = platform::create<store::ICatalog>(platform::kAdoxCatalog);
+  catalog->setActiveConnection(connection);
+  for (const std::string& name : catalog->tableNames())
+    if (value::equalsIgnoreCase(name, kTable)) return;
+  if (db.previewing()) {
+    exists_ = false;
+    return;
+  }
+  // The other connection makes the table: what this one holds is committed first, and its next
+  // read sees the table.
+  db.idle();
+  catalog->appendTable(pairsTable());
+}
+
+std::string PairStore::statement(const std::string& condition) const {
+  return std::string("SELECT TwoWayPairs.* FROM TwoWayPairs WHERE ") + condition + ";";
+}
+
+std::vector<PairRow> PairStore::load() {
+  std::vector<PairRow> rows;
+  if (!exists_) return rows;
+  hostdb::Recordset rs(syncDb(), statement("SchemeNum = " + std::to_string(scheme_) +
+                                           " AND DataFileID = '" + sqlText(dataFile_) +
+                                           "' AND InfoType = " + std::to_string(info_) +
+                                           " ORDER BY PairID"));
+  while (!rs.eof()) {
+    PairRow r;
+    r.pairID = number(rs.read("PairID"));
+    r.companyNum = number(rs.read("CompanyNum"));
+    r.contactNum = number(rs.read("ContactNum"));
+    r.outlookID = rs.read("OutlookID");
+    r.deleted = number(rs.read("Deleted")) > 0;
+    r.base = rs.read("Base");
+    rows.push_back(std::move(r));
+    rs.next();
+  }
+  return rows;
+}
+
+void PairStore::save(PairRow& row) {
+  if (!exists_) return;
+  const std::string now = value::toText(value::now());
+  if (row.pairID <= 0) {
+    hostdb::Recordset rs(syncDb(), statement("PairID = -1"), hostdb::kLockOptimistic);
+    rs.addNew();
+    int32_t id = number(rs.read("PairID"));
+    rs.set("SchemeNum", std::to_string(scheme_));
+    rs.set("DataFileID", dataFile_);
+    rs.set("InfoType", std::to_string(info_));
+    rs.set("CompanyNum", std::to_string(row.companyNum));
+    rs.set("ContactNum", std::to_string(row.contactNum));
+    rs.set("OutlookID", row.outlookID);
+    rs.set("Deleted", row.deleted ? "1" : "0");
+    rs.set("Base", row.base);
+    rs.set("DateLastSync", now);
+    rs.save();
+    row.pairID = id;
+    return;
+  }
+  hostdb::Recordset rs(syncDb(), statement("PairID = " + std::to_string(row.pairID)),
+                       hostdb::kLockOptimistic);
+  if (!rs.hasRow())
+    throw RuntimeError(kNoCurrentRecord, "Pair " + std::to_string(row.pairID) +
+                                             " is missing from TwoWayPairs");
+  rs.write("CompanyNum", std::to_string(row.companyNum));
+  rs.write("ContactNum", std::to_string(row.contactNum));
+  rs.write("OutlookID", row.outlookID);
+  rs.write("Deleted", row.deleted ? "1" : "0");
+  rs.write("Base", row.base);
+  rs.write("DateLastSync", now);
+}
+
+void PairStore::remove(const PairRow& row) {
+  if (!exists_ || row.pairID <= 0) return;
+  hostdb::Recordset rs(syncDb(), statement("PairID = " + std::to_string(row.pairID)),
+                       hostdb::kLockOptimistic);
+  if (rs.hasRow()) rs.remove();
+}
+
+}  // namespace dossync::twoway

@@ -1,0 +1,58 @@
+// The state of the two-way runs in the synchronisation database: table TwoWayPairs, one row per
+// pair of a (scheme, data file), read once per run and written a row at a time when it changes.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace dossync {
+class clsOutlookSynchronization;
+}
+
+namespace dossync::twoway {
+
+struct PairRow {
+  int32_t pairID = 0;  // 0: not stored yet
+  int32_t companyNum = -1;
+  int32_t contactNum = -1;
+  std::string outlookID;
+  bool deleted = false;
+  std::string base;  // compact JSON (Base::encode); "" when the pair has none
+};
+
+// What both sides held after the last run that merged the pair: per half (the company's columns,
+// the contact's), each column's host text and item text. A half without a base is merged as if
+// everything had changed on both sides.
+struct Base {
+  using Half = std::map<std::string, std::pair<std::string, std::string>>;  // column -> host, item
+  std::optional<Half> company, contact;
+  static Base decode(const std::string& json);
+  std::string encode() const;  // "" when neither half has a base
+  // The half's values of a column: ("", "") when the half has none for it.
+  static std::pair<std::string, std::string> of(const Half& half, const std::string& column);
+};
+
+class PairStore {
+ public:
+  // Makes the table when it is missing, except in a preview (nothing is made then, and the run
+  // starts from no pairs and writes none).
+  PairStore(clsOutlookSynchronization& component, int32_t info);
+  // The pairs of the component's scheme, data file and information type, in PairID order.
+  std::vector<PairRow> load();
+  // Stores the row (a new one gets its PairID) / removes it.
+  void save(PairRow& row);
+  void remove(const PairRow& row);
+
+ private:
+  std::string statement(const std::string& condition) const;
+  int32_t scheme_;
+  std::string dataFile_;
+  int32_t info_;
+  bool exists_ = true;
+};
+
+}  // namespace dossync::twoway

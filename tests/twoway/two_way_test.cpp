@@ -1,0 +1,347 @@
+#include "twoway/two_way.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+
+#include "core/apartment.h"
+#include "core/synchronization.h"
+#include "test_support.h"
+
+namespace dossync {
+namespace {
+
+namespace fs = std::filesystem;
+using outlook::ContactItemPtr;
+using twoway::ConflictRule;
+using twoway::Settings;
+
+// Notes what a two-way run says of each record.
+class Notes : public IRunObserver {
+ public:
+  void runStarted(clsOutlookSynchronization&) override {}
+  void runFinished(clsOutlookSynchronization&) override {}
+  std::shared_ptr<outlook::Application> watch(std::shared_ptr<outlook::Application> app) override {
+    return app;
+  }
+  void recordStarted(Kind, const std::string& key) override { lines.push_back("record " + key); }
+  void recordNamed(const std::string&) override {}
+  void recordSelected(bool) override {}
+  void lookedUp(const std::string&) override {}
+  void paired(const std::string&, const std::string&) override {}
+  void lookupAnswered(Kind, FoundBy, const std::string&, const std::string&) override {}
+  void recordFinished() override {}
+  void recordAction(const std::string& action) override { actions.push_back(action); }
+  void conflict(const std::string& field, const std::string& base, const std::string& host,
+                const std::string& outlook, const std::string& kept) override {
+    lines.push_back(field + " " + base + "|" + host + "|" + outlook + " kept " + kept);
+  }
+  void recordNote(const std::string& text) override { lines.push_back(text); }
+  void hostRowAdded(const std::string&, const std::vector<std::pair<std::string, std::string>>&) override {}
+  void hostColumnChanged(const std::string&, const std::string&, const std::string&,
+                         const std::string&) override {}
+  void errorReported(const RuntimeError&, const std::string&) override {}
+  std::vector<std::string> lines, actions;
+  int count(const std::string& action) const {
+    return static_cast<int>(std::count(actions.begin(), actions.end(), action));
+  }
+};
+
+class TwoWayTest : public testing::HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    c().setShowProgress(false);
+    c().setDataFileUniqueID("DF");
+    c().setSchemeID(1);
+    c().setOutlookCategory("Practice");
+    c().setSyncDirectionType(syncBothsWays);
+    errors().action = kActionResume;
+    notes = std::make_shared<Notes>();
+    c().setRunObserver(notes);
+  }
+  void run(Settings settings = {}, int32_t info = 1) {
+    notes->lines.clear();
+    notes->actions.clear();
+    c().setSyncInformationType(info);
+    twoway::enableBothWays(c(), settings);
+    c().Synchronize();
+  }
+  std::vector<ContactItemPtr> items() {
+    c().StartOutlook();
+    auto all = c().contactsFolder()->Items();
+    std::vector<ContactItemPtr> out;
+    for (int i = 1; i <= all->Count(); ++i)
+      out.push_back(std::dynamic_pointer_cast<outlook::ContactItem>(all->Item(i)));
+    return out;
+  }
+  ContactItemPtr item(const std::string& fileAs) {
+    ContactItemPtr found;
+    for (auto& i : items())
+      if (i->FileAs() == fileAs) {
+        EXPECT_EQ(found, nullptr) << "two items filed as " << fileAs;
+        found = i;
+      }
+    EXPECT_NE(found, nullptr) << "no item filed as " << fileAs;
+    return found;
+  }
+  ContactItemPtr put(const std::string& fileAs, const std::string& company,
+                     const std::string& fullName) {
+    c().StartOutlook();
+    auto i = std::dynamic_pointer_cast<outlook::ContactItem>(
+        c().outlookApplication()->CreateItem(outlook::olContactItem));
+    i->setFileAs(fileAs);
+    i->setCompanyName(company);
+    i->setFullName(fullName);
+    i->Save();
+    return i;
+  }
+  int count(const std::string& table) { return std::stoi(one("SELECT COUNT(*) FROM " + table + ";")); }
+  // Every file of the test's folder (databases, cards) with its time and bytes.
+  std::map<std::string, std::string> files() {
+    std::map<std::string, std::string> out;
+    for (auto& e : fs::recursive_directory_iterator(dir.path())) {
+      // SQLite's shared-memory index changes with every read.
+      if (!e.is_regular_file() || e.path().string().ends_with("-shm")) continue;
+      out[e.path().string()] = std::to_string(e.last_write_time().time_since_epoch().count()) +
+                               testing::readFile(e.path().string());
+    }
+    return out;
+  }
+  void expectNoErrors() {
+    for (auto& e : errors().errors) ADD_FAILURE() << e.number() << " " << e.description();
+    errors().errors.clear();
+  }
+  std::shared_ptr<Notes> notes;
+};
+
+// A company with its default contact.
+void addAcme(testing::HostTest& t, const std::function<void(const std::string&)>& sql) {
+  sql("INSERT INTO Companies (CompanyID, CompanyName, City, OfficeNumber) "
+      "VALUES (1, 'Acme', 'Paris', '111');"
+      "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, FirstName, LastName, "
+      "DefaultContact, Gender, Birthday, HomePhone_Main) "
+      "VALUES (10, 1, 'Ann Lee', 'Ann', 'Lee', 1, 'female', '1970-03-05', '555');");
+}
+
+TEST_F(TwoWayTest, ChangesOnEachSideMeetInOneRunAndAQuietRunWritesNothing) {
+  addAcme(*this, [&](const std::string& s) { sql(s); });
+  run();
+  expectNoErrors();
+  auto acme = item("Acme");
+  ASSERT_NE(acme, nullptr);
+  EXPECT_EQ(acme->BusinessAddressCity() + "|" + acme->FullName() + "|" + acme->HomeTelephoneNumber() +
+                "|" + acme->Categories() + "|" + std::to_string(acme->Gender()),
+            "Paris|Ann Lee|555|Practice|1");
+  EXPECT_EQ(value::toText(acme->Birthday()), value::toText(value::Date{1970, 3, 5}));
+
+  // The practice moves the company; the phone changes the contact's home number, her e-mail
+  // and (by letter case alone) her last name.
+  sql("UPDATE Companies SET City = 'Lyon' WHERE CompanyID = 1;");
+  acme->setHomeTelephoneNumber("666");
+  acme->setEmail2Address("ann@acme.test");
+  acme->setLastName("LEE");
+  acme->Save();
+  run();
+  expectNoErrors();
+  acme = item("Acme");
+  EXPECT_EQ(acme->BusinessAddressCity() + "|" + acme->HomeTelephoneNumber(), "Lyon|666");
+  EXPECT_EQ(one("SELECT HomePhone_Main || '|' || BusinessEmail || '|' || LastName || '|' || "
+                "Gender FROM Contacts WHERE ContactID = 10;"),
+            "666|ann@acme.test|LEE|female");
+  EXPECT_EQ(one("SELECT DefaultContactEmail FROM Companies WHERE CompanyID = 1;"), "ann@acme.test");
+  EXPECT_EQ(notes->actions, std::vector<std::string>{"update-both"});
+
+  // Nothing changed: no card, no host row, no state row is written.
+  std::vector<std::string> writes;
+  auto watch = [&](const std::string& call) {
+    for (const char* w : {"writeField", "addNew", "saveNew", "deleteCurrent"})
+      if (call.rfind(w, 0) == 0) writes.push_back(call);
+    return false;
+  };
+  testing::installFaulty(apartment().hostDb, host->hostPath)->fails = watch;
+  testing::installFaulty(apartment().syncDb, host->syncPath)->fails = watch;
+  auto before = files();
+  run();
+  expectNoErrors();
+  EXPECT_EQ(writes, std::vector<std::string>{});
+  EXPECT_EQ(notes->actions, std::vector<std::string>{"nothing"});
+  EXPECT_TRUE(files() == before);
+  EXPECT_EQ(items().size(), 1u);
+  EXPECT_EQ(count("Companies") * 100 + count("Contacts"), 101);
+}
+
+class TwoWayConflictTest : public TwoWayTest, public ::testing::WithParamInterface<ConflictRule> {};
+
+TEST_P(TwoWayConflictTest, AConflictIsSettledByTheRuleAndReported) {
+  const bool hostRule = GetParam() == ConflictRule::Host;
+  addAcme(*this, [&](const std::string& s) { sql(s); });
+  run();
+  sql("UPDATE Companies SET City = 'Lyon' WHERE CompanyID = 1;"
+      "UPDATE Contacts SET HomePhone_Main = '777' WHERE ContactID = 10;");
+  auto acme = item("Acme");
+  acme->setBusinessAddressCity("Nice");
+  acme->setHomeTelephoneNumber("777");  // the same change on both sides is no conflict
+  acme->Save();
+  Settings s;
+  s.conflict = GetParam();
+  run(s);
+  expectNoErrors();
+  const std::string kept = hostRule ? "Lyon" : "Nice";
+  EXPECT_EQ(item("Acme")->BusinessAddressCity(), kept);
+  EXPECT_EQ(one("SELECT City FROM Companies WHERE CompanyID = 1;"), kept);
+  EXPECT_EQ(notes->lines, (std::vector<std::string>{
+                              "record 1", std::string("Companies.City Paris|Lyon|Nice kept ") +
+                                              (hostRule ? "host" : "outlook")}));
+  EXPECT_EQ(notes->actions, std::vector<std::string>{hostRule ? "update-item" : "update-company"});
+  run(s);
+  EXPECT_EQ(notes->actions, std::vector<std::string>{"nothing"});
+}
+
+INSTANTIATE_TEST_SUITE_P(BothRules, TwoWayConflictTest,
+                         ::testing::Values(ConflictRule::Host, ConflictRule::Outlook));
+
+TEST_F(TwoWayTest, NewRecordsOnBothSidesAreMadeOnceOverThreeRuns) {
+  addAcme(*this, [&](const std::string& s) { sql(s); });
+  auto zed = put("Zed Corp", "Zed Corp", "Zoe Park");
+  zed->setHomeAddressCity("Bern");
+  zed->setGender(outlook::olFemale);
+  zed->Save();
+  for (int i = 0; i < 3; ++i) {
+    run();
+    expectNoErrors();
+    EXPECT_EQ(items().size(), 2u);
+    EXPECT_EQ(count("Companies"), 2);
+    EXPECT_EQ(count("Contacts"), 2);
+    if (i == 0) {
+      EXPECT_EQ(notes->count("create-item") * 10 + notes->count("create-company"), 11);
+    } else {
+      EXPECT_EQ(notes->count("nothing"), 2);
+    }
+  }
+  EXPECT_EQ(one("SELECT c.DisplayName || '|' || c.HomeCity || '|' || c.Gender || '|' || "
+                "co.DefaultContactName FROM Contacts c JOIN Companies co "
+                "ON co.CompanyID = c.CompanyNum WHERE co.CompanyName = 'Zed Corp';"),
+            "Zoe Park|Bern|Female|Zoe Park");
+}
+
+TEST_F(TwoWayTest, TwoPeopleOfOneNameAtTwoCompaniesStayTwo) {
+  sql("INSERT INTO Companies (CompanyID, CompanyName) VALUES (1, 'North'), (2, 'South');"
+      "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, BusinessName, DefaultContact) "
+      "VALUES (10, 1, 'John Smith', 'North', 1), (20, 2, 'John Smith', 'South', 1);");
+  run({}, 7);
+  expectNoErrors();
+  ASSERT_EQ(items().size(), 2u);
+  auto south = items()[0]->CompanyName() == "South" ? items()[0] : items()[1];
+  south->setHomeTelephoneNumber("999");
+  south->Save();
+  for (int i = 0; i < 2; ++i) run({}, 7);
+  expectNoErrors();
+  EXPECT_EQ(items().size(), 2u);
+  EXPECT_EQ(count("Contacts"), 2);
+  EXPECT_EQ(one("SELECT GROUP_CONCAT(ContactID || ':' || IFNULL(HomePhone_Main, '')) FROM "
+                "(SELECT * FROM Contacts ORDER BY ContactID);"),
+            "10:,20:999");
+
+  // A contact made on the phone joins the company named exactly as its CompanyName.
+  put("Mary Major", "North", "Mary Major");
+  put("Tom Tiny", "Nowhere Inc", "Tom Tiny");
+  run({}, 7);
+  run({}, 7);
+  expectNoErrors();
+  EXPECT_EQ(one("SELECT GROUP_CONCAT(DisplayName || '@' || CompanyNum) FROM "
+                "(SELECT * FROM Contacts WHERE ContactID > 20 ORDER BY DisplayName);"),
+            "Mary Major@1,Tom Tiny@3");
+  EXPECT_EQ(one("SELECT CompanyName FROM Companies WHERE CompanyID = 3;"), "Nowhere Inc");
+  EXPECT_EQ(items().size(), 4u);
+}
+
+TEST_F(TwoWayTest, DeletionsOnEachSideAndTheMassDeletionRefusal) {
+  for (int i = 1; i <= 10; ++i)
+    sql("INSERT INTO Companies (CompanyID, CompanyName) VALUES (" + std::to_string(i) + ", 'Co " +
+        std::to_string(i) + "');");
+  run();
+  ASSERT_EQ(items().size(), 10u);
+
+  // Deleted from the address book: the company stays and no item is made for it again...
+  item("Co 1")->Delete();
+  run();
+  run();
+  expectNoErrors();
+  EXPECT_EQ(items().size(), 9u);
+  EXPECT_EQ(count("Companies"), 10);
+  // ... unless asked to.
+  Settings restore;
+  restore.restoreDeleted = true;
+  run(restore);
+  EXPECT_EQ(items().size(), 10u);
+  EXPECT_EQ(notes->count("create-item"), 1);
+
+  // Deleted from the practice: its item goes, unless too many would.
+  sql("DELETE FROM Companies WHERE CompanyID = 2;");
+  run();
+  EXPECT_EQ(items().size(), 9u);
+  EXPECT_EQ(notes->count("delete-item"), 1);
+  sql("DELETE FROM Companies WHERE CompanyID > 3;");  // 7 of 9
+  auto before = files();
+  run();
+  ASSERT_EQ(errors().errors.size(), 1u);
+  EXPECT_EQ(errors().errors[0].number(), twoway::kTooManyDeletions);
+  EXPECT_NE(errors().errors[0].description().find("delete 7 of 9"), std::string::npos);
+  EXPECT_NE(errors().errors[0].description().find("--force"), std::string::npos);
+  errors().errors.clear();
+  EXPECT_TRUE(files() == before);
+  Settings force;
+  force.force = true;
+  run(force);
+  expectNoErrors();
+  EXPECT_EQ(items().size(), 2u);
+}
+
+TEST_F(TwoWayTest, TheFirstRunAdoptsTheOneWayPairings) {
+  addAcme(*this, [&](const std::string& s) { sql(s); });
+  sql("INSERT INTO Companies (CompanyID, CompanyName) VALUES (2, 'Beta');");
+  c().setSyncDirectionType(syncFromDossieraToOutlook);
+  c().setSyncInformationType(1);
+  c().companyCollection()->add("1", "", "");
+  c().companyCollection()->add("2", "", "");
+  c().Synchronize();
+  ASSERT_EQ(items().size(), 2u);
+  // The item was renamed in the address book: no name finds it, its pairing does.
+  auto acme = item("Acme");
+  acme->setFileAs("ACME Ltd");
+  acme->setBusinessAddressCity("");
+  acme->setHomeAddressCity("Rome");
+  acme->Save();
+  c().setSyncDirectionType(syncBothsWays);
+  run();
+  expectNoErrors();
+  EXPECT_EQ(items().size(), 2u);
+  // Without a base, an empty side takes the other's value.
+  EXPECT_EQ(item("ACME Ltd")->BusinessAddressCity(), "Paris");
+  EXPECT_EQ(one("SELECT HomeCity FROM Contacts WHERE ContactID = 10;"), "Rome");
+}
+
+TEST_F(TwoWayTest, PairsLostByAKilledRunAreFoundAgain) {
+  addAcme(*this, [&](const std::string& s) { sql(s); });
+  auto zed = put("Park, Zoe", "Zed Corp", "Zoe Park");
+  zed->setBirthday(value::Date{1980, 1, 2});
+  zed->Save();
+  run();
+  expectNoErrors();
+  ASSERT_EQ(items().size(), 2u);
+  ASSERT_EQ(count("Companies"), 2);
+  // As a run killed before the state was committed leaves it: both sides, no pairs.
+  testing::execSql(host->syncPath, "DELETE FROM TwoWayPairs;");
+  run();
+  run();
+  expectNoErrors();
+  EXPECT_EQ(items().size(), 2u);
+  EXPECT_EQ(count("Companies"), 2);
+  EXPECT_EQ(count("Contacts"), 2);
+  EXPECT_EQ(notes->actions, (std::vector<std::string>{"nothing", "nothing"}));
+}
+
+}  // namespace
+}  // namespace dossync
