@@ -111,7 +111,7 @@ for round in 1 2 3; do
   same "round $round: no card twice" \
     "$(grep -ah '^UID:\|^X-DOSSYNC-FILEAS:' "$cards"/*.vcf | sort | uniq -d | wc -l)" 0
   same "round $round: pairs one to one" \
-    "$(sqlite3 "$s" "SELECT count(*) || ' ' || count(DISTINCT CompanyNum) || ' ' || count(DISTINCT EntryID) FROM TwoWayPairs;")" \
+    "$(sqlite3 "$s" "SELECT count(*) || ' ' || count(DISTINCT CompanyNum) || ' ' || count(DISTINCT OutlookID) FROM TwoWayPairs;")" \
     "$companies $companies $companies"
   # Every edit of this round and the ones before, on both sides.
   lost=0
