@@ -30,8 +30,7 @@ full=$(echo "$(now) - $t0" | bc -l)
 # Card edits as another program makes them: the business city of the cards of companies whose
 # number is in the list on standard input ("ID city" lines), written whole under a new name and
 # renamed over the card. New cards: NEW lines "uid name".
-edit_cards() {
-  /usr/bin/python3 - "$cards" "$work/tmp" <<'EOF'
+cat >"$work/edit.py" <<'EOF'
 import os, re, sys
 folder, tmp = sys.argv[1], sys.argv[2]
 os.makedirs(tmp, exist_ok=True)
@@ -71,7 +70,7 @@ for uid, name in new:
         "ADR;TYPE=WORK:;;1 Main Street;Kingston;ON;K7L 1A1;Canada\r\nEND:VCARD\r\n"
         % (uid, name, name))
 EOF
-}
+edit_cards() { /usr/bin/python3 "$work/edit.py" "$cards" "$work/tmp"; }
 
 killed=0
 for round in 1 2 3; do
