@@ -10,6 +10,9 @@
 #                   into a plain folder) into book b; `discover` beforehand is not timed
 #   dossync quiet   the same sync again, nothing changed
 #   vdirsyncer quiet  the same sync again, nothing changed
+#   two-way quiet   dossync sync --two-way with the same synchronisation database, run once
+#                   untimed (it adopts the pairings and records their base), then timed again,
+#                   nothing changed
 # Writes are counted as the card files Radicale wrote during the run. The dossync binary is
 # $DOSSYNC_BIN, else build-rel/dossync, else build/dossync.
 set -euo pipefail
@@ -52,7 +55,7 @@ timed() {  # timed BOOK COMMAND...: prints "seconds writes"
   echo "$(echo "$t1 - $t0" | bc -l) $(written "$book")"
 }
 
-one_turn() {  # one_turn N: sets result to "dossync_first puts vdir_first puts ..." (4 pairs)
+one_turn() {  # one_turn N: sets result to "dossync_first puts vdir_first puts ..." (5 pairs)
   local n=$1
   work=$(mktemp -d)
   mkdir -p "$work/rad" "$work/xdg" "$work/vs/status" "$work/vs/up"
@@ -98,7 +101,12 @@ CONF
   v1=$(timed b "${vs[@]}" sync up)
   d2=$(timed a "${ds[@]}")
   v2=$(timed b "${vs[@]}" sync up)
-  result="$d1 $v1 $d2 $v2"
+  local two=("$bin" sync --two-way --host-db "$h" --sync-db "$s" --outlook "carddav:$url/a/"
+    --profile alice --password secret --info 1 --no-progress)
+  timed a "${two[@]}" >/dev/null
+  local w2
+  w2=$(timed a "${two[@]}")
+  result="$d1 $v1 $d2 $v2 $w2"
   cleanup
 }
 
@@ -107,22 +115,24 @@ ratio() { echo "scale=2; $1 / $2" | bc -l; }
 
 echo "dossync: $bin; vdirsyncer $(vdirsyncer --version 2>&1 | awk '{print $NF}'); Radicale" \
   "$("$py" -c 'import radicale; print(radicale.VERSION)' 2>/dev/null || echo '?'); best of $runs"
-printf '%6s | %9s %9s %6s | %9s %9s %6s | %7s %7s %7s %7s | %8s\n' N "ds first" "vs first" \
-  ratio "ds quiet" "vs quiet" ratio "PUTs ds" "vs" "quiet" "vs" "ms/PUT"
+printf '%6s | %9s %9s %6s | %9s %9s %6s | %9s %6s | %7s %7s %7s %7s %7s | %8s\n' N "ds first" \
+  "vs first" ratio "ds quiet" "vs quiet" ratio "2w quiet" ratio "PUTs ds" "vs" "quiet" "vs" "2w" \
+  "ms/PUT"
 for n in "${sizes[@]}"; do
-  declare -a df=() vf=() dq=() vq=()
+  declare -a df=() vf=() dq=() vq=() wq=()
   puts=""
   for turn in $(seq "$runs"); do
     one_turn "$n"
-    read -r a ap b bp c cp d dp <<<"$result"
-    df+=("$a"); vf+=("$b"); dq+=("$c"); vq+=("$d")
-    puts="$ap $bp $cp $dp"
+    read -r a ap b bp c cp d dp e ep <<<"$result"
+    df+=("$a"); vf+=("$b"); dq+=("$c"); vq+=("$d"); wq+=("$e")
+    puts="$ap $bp $cp $dp $ep"
     echo "  turn $turn, N=$n: dossync $a s ($ap PUTs), vdirsyncer $b s ($bp)," \
-      "quiet: dossync $c s ($cp), vdirsyncer $d s ($dp)" >&2
+      "quiet: dossync $c s ($cp), vdirsyncer $d s ($dp), two-way $e s ($ep)" >&2
   done
   f1=$(min "${df[@]}") f2=$(min "${vf[@]}") q1=$(min "${dq[@]}") q2=$(min "${vq[@]}")
-  read -r ap bp cp dp <<<"$puts"
-  printf '%6d | %9.2f %9.2f %6.2f | %9.3f %9.3f %6.2f | %7d %7d %7d %7d | %8.1f\n' "$n" "$f1" "$f2" \
-    "$(ratio "$f1" "$f2")" "$q1" "$q2" "$(ratio "$q1" "$q2")" "$ap" "$bp" "$cp" "$dp" \
-    "$(echo "1000 * $f1 / $n" | bc -l)"
+  w1=$(min "${wq[@]}")
+  read -r ap bp cp dp ep <<<"$puts"
+  printf '%6d | %9.2f %9.2f %6.2f | %9.3f %9.3f %6.2f | %9.3f %6.2f | %7d %7d %7d %7d %7d | %8.1f\n' \
+    "$n" "$f1" "$f2" "$(ratio "$f1" "$f2")" "$q1" "$q2" "$(ratio "$q1" "$q2")" "$w1" \
+    "$(ratio "$w1" "$q2")" "$ap" "$bp" "$cp" "$dp" "$ep" "$(echo "1000 * $f1 / $n" | bc -l)"
 done

@@ -225,6 +225,7 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
     o.outlook = credentials.outlook;
     o.profile = credentials.profile;
     registerOutlook(o.outlook, o.insecure);
+    keepServerValuesOnConflict(o.twoWay && o.conflict == "outlook");
   } catch (const RuntimeError& e) {
     err << "dossync: " << e.description() << "\n";
     return kExitUsage;

@@ -1,5 +1,6 @@
 #include "app/outlook_wiring.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <ostream>
@@ -14,6 +15,8 @@ namespace dossync::app {
 namespace {
 
 constexpr const char* kCardDav = "carddav:";
+
+std::atomic<bool> gServerWinsConflicts{false};
 
 std::string dataRoot() {
   const char* xdg = std::getenv("XDG_DATA_HOME");
@@ -103,8 +106,10 @@ bool isPlainStore(const std::string& spec) {
 void registerOutlook(const std::string& spec, bool insecure) {
   if (isServerStore(spec)) {
     auto settings = cardDavSettings(spec, insecure);
-    platform::registerClass(platform::kOutlookApplication,
-                            [settings] { return carddav::makeCardDavApplication(settings); });
+    platform::registerClass(platform::kOutlookApplication, [settings]() mutable {
+      settings.serverWinsConflicts = gServerWinsConflicts.load();
+      return carddav::makeCardDavApplication(settings);
+    });
     return;
   }
   std::string root = vdirRoot(spec);
@@ -113,6 +118,8 @@ void registerOutlook(const std::string& spec, bool insecure) {
     return vdir::makeVdirApplication(root, {}, {}, plainState);
   });
 }
+
+void keepServerValuesOnConflict(bool keep) { gServerWinsConflicts = keep; }
 
 Session openSession(const std::string& profile, const std::string& password) {
   Session s;

@@ -48,6 +48,11 @@ std::string oldReportsFolder(const std::string& outlookSpec, const std::string& 
 // TLS certificate is not verified.
 void registerOutlook(const std::string& outlookSpec, bool insecure = false);
 
+// For the stores made after this call: a card changed on a CardDAV server after the run read it
+// keeps the server's value of a property both changed (a two-way run whose conflicts go to the
+// address book); false (the default) keeps the run's. Other stores have no such race.
+void keepServerValuesOnConflict(bool keep);
+
 // Whether `vdir:DIR` names a plain vdir (cards in DIR itself, as khard and vdirsyncer keep them),
 // which dossync uses as its one profile.
 bool isPlainStore(const std::string& outlookSpec);

@@ -22,10 +22,12 @@ using outlook::ContactItem;
 
 class CardDavStoreTest : public testing::RadicaleSuite {
  protected:
-  std::shared_ptr<outlook::NameSpace> logon(const std::string& password = "secret") {
+  std::shared_ptr<outlook::NameSpace> logon(const std::string& password = "secret",
+                                            bool serverWins = false) {
     CardDavSettings settings;
     settings.url = url;
     settings.cacheRoot = cache.path();
+    settings.serverWinsConflicts = serverWins;
     apps.push_back(makeCardDavApplication(settings));
     auto session = apps.back()->GetNamespace("MAPI");
     session->Logon("alice", password, false, false);
@@ -133,6 +135,34 @@ TEST_F(CardDavStoreTest, AChangeMadeOnTheServerMeanwhileIsMergedNotLost) {
   EXPECT_NE(now.find("613-555-0100"), std::string::npos) << now;
   EXPECT_EQ(now.find("ann@lee.example"), std::string::npos) << now;
   EXPECT_EQ(byId(logon(), ann->EntryID())->JobTitle(), "Partner");
+}
+
+TEST_F(CardDavStoreTest, APropertyBothChangedKeepsTheValueTheRuleNames) {
+  for (bool serverWins : {false, true}) {
+    SCOPED_TRACE(serverWins ? "the server's value wins" : "ours wins");
+    auto session = logon("secret", serverWins);
+    auto ann = create(serverWins ? "Lee, Ann" : "Ray, Bob");
+    ann->setJobTitle("Clerk");
+    ann->Save();
+    auto item = byId(session, ann->EntryID());
+
+    auto client = other();
+    std::string href;
+    for (const auto& m : client.listMembers())
+      if (client.get(m.href).data.find(serverWins ? "Lee" : "Ray") != std::string::npos)
+        href = m.href;
+    auto card = client.get(href);
+    std::string theirs = card.data;
+    theirs.replace(theirs.find("TITLE:Clerk"), 11, "TITLE:Manager");
+    ASSERT_EQ(client.put({href, theirs, card.etag, false}).status / 100, 2);
+
+    item->setJobTitle("Partner");
+    item->setDepartment("Audit");
+    item->Save();
+    auto now = byId(logon(), ann->EntryID());
+    EXPECT_EQ(now->JobTitle(), serverWins ? "Manager" : "Partner");
+    EXPECT_EQ(now->Department(), "Audit");  // changed on one side only: ours reaches the server
+  }
 }
 
 // Saves made inside a procedure go to the server behind it; the failures are thrown as it ends.

@@ -55,10 +55,12 @@ RuntimeError conflict(const std::string& what) {
 }  // namespace
 
 AddressBookCopy::AddressBookCopy(std::string url, DavOptions options, fs::path profileDir,
-                                 std::function<void(const std::string&)> warn)
+                                 std::function<void(const std::string&)> warn,
+                                 vdir::CardConflict conflict)
     : url_(std::move(url)),
       options_(std::move(options)),
       warn_(std::move(warn)),
+      conflict_(conflict),
       dir_(profileDir / "contacts"),
       state_(profileDir / "carddav-state") {
   loadState();
@@ -294,11 +296,12 @@ std::string AddressBookCopy::resolve(DavClient& client, const Upload& up, DavCli
         put.ifMatch.clear();
         put.create = true;
       } else {
-        if (vdir::sameCardMeaning(theirs.data, put.body)) {
+        if (!vdir::sameCardMeaning(theirs.data, put.body))
+          put.body = vdir::mergeCardChanges(up.base, up.text, theirs.data, conflict_);
+        if (vdir::sameCardMeaning(theirs.data, put.body)) {  // nothing of ours left to send
           *etag = theirs.etag;
           return theirs.data;
         }
-        put.body = vdir::mergeCardChanges(up.base, up.text, theirs.data);
         put.ifMatch = theirs.etag;
       }
     }

@@ -16,7 +16,9 @@
 // already says (vdir::sameCardMeaning) is not sent. An update is sent with If-Match of the etag
 // the copy has; a new card with If-None-Match: *, under <UID>.vcf. On 412 the server's card is
 // fetched, this item's changes (against what it was read from) are applied to it
-// (vdir::mergeCardChanges), and it is sent again, up to 5 times (then kEditConflict). An update
+// (vdir::mergeCardChanges; a property the server changed too keeps the server's value when
+// `conflict` is CardConflict::Theirs), and it is sent again, up to 5 times (then kEditConflict);
+// a merge that leaves the server's card as it is sends nothing. An update
 // of a card deleted on the server meanwhile makes it again. The copy then holds what the server
 // took. Deletes use If-Match; a card changed on the server since is not deleted (kEditConflict).
 //
@@ -38,6 +40,7 @@
 #include <vector>
 
 #include "backends/carddav/dav_client.h"
+#include "backends/vdir/card_merge.h"
 #include "backends/vdir/card_remote.h"
 
 namespace dossync::carddav {
@@ -46,7 +49,8 @@ class AddressBookCopy : public vdir::CardRemote {
  public:
   // `profileDir` holds contacts/ (made by the caller) and carddav-state.
   AddressBookCopy(std::string url, DavOptions options, std::filesystem::path profileDir,
-                  std::function<void(const std::string&)> warn = {});
+                  std::function<void(const std::string&)> warn = {},
+                  vdir::CardConflict conflict = vdir::CardConflict::Mine);
 
   // Checks the logon (kLogonFailed names the server and the user) and that the URL is an
   // address book, then refreshes. A new password replaces the one given before.
@@ -89,6 +93,7 @@ class AddressBookCopy : public vdir::CardRemote {
   std::string url_;
   DavOptions options_;
   std::function<void(const std::string&)> warn_;
+  vdir::CardConflict conflict_;
   std::filesystem::path dir_;    // contacts/
   std::filesystem::path state_;  // carddav-state
   std::unique_ptr<DavClient> reader_, writer_;

@@ -54,7 +54,9 @@ std::shared_ptr<outlook::Application> makeCardDavApplication(
   options.maxInFlight = settings.maxInFlight;
   // One copy per profile (user), made by its first logon and kept for the session's life.
   auto copies = std::make_shared<std::map<std::string, std::shared_ptr<AddressBookCopy>>>();
-  vdir::MirrorLogon logon = [url, options, copies, warn](const std::string& profile,
+  auto conflict =
+      settings.serverWinsConflicts ? vdir::CardConflict::Theirs : vdir::CardConflict::Mine;
+  vdir::MirrorLogon logon = [url, options, copies, warn, conflict](const std::string& profile,
                                                    const fs::path& profileDir,
                                                    const std::string& password) {
     auto& copy = (*copies)[profile];
@@ -64,7 +66,7 @@ std::shared_ptr<outlook::Application> makeCardDavApplication(
       fs::create_directories(profileDir / "contacts");
       if (!fs::exists(profileDir / "store-id"))
         vdir::writeFileAtomically(profileDir / "store-id", vdir::hash128(url) + "\n");
-      copy = std::make_shared<AddressBookCopy>(url, o, profileDir, warn);
+      copy = std::make_shared<AddressBookCopy>(url, o, profileDir, warn, conflict);
     }
     try {
       copy->logon(password);

@@ -30,6 +30,9 @@ struct CardDavSettings {
   bool insecure = false;  // do not verify the server's TLS certificate
   long timeoutSeconds = 30;
   int maxInFlight = 4;
+  // A property changed both by a save and, since the item was read, on the server keeps the
+  // server's value (two-way runs whose conflicts go to the address book); else the save's.
+  bool serverWinsConflicts = false;
 };
 
 std::shared_ptr<outlook::Application> makeCardDavApplication(

@@ -64,7 +64,7 @@ bool sameCardMeaning(std::string_view a, std::string_view b) {
 }
 
 std::string mergeCardChanges(std::string_view base, std::string_view mine,
-                             std::string_view theirs) {
+                             std::string_view theirs, CardConflict conflict) {
   ContactCard before;
   try {
     if (!base.empty()) before = ContactCard(parseVcard(base));
@@ -72,14 +72,21 @@ std::string mergeCardChanges(std::string_view base, std::string_view mine,
   }
   ContactCard after(parseVcard(mine));
   ContactCard merged(parseVcard(theirs));
+  // Mine goes onto theirs when I changed it, unless theirs changed it too and wins.
+  auto take = [&](const auto& was, const auto& now, const auto& their) {
+    if (now == was) return false;
+    return conflict == CardConflict::Mine || their == was;
+  };
   for (int i = 0; i < outlook::kContactTextPropertyCount; ++i) {
     auto p = static_cast<outlook::ContactProperty>(i);
     std::string value = after.get(p);
-    if (value != before.get(p)) merged.set(p, value);
+    if (take(before.get(p), value, merged.get(p))) merged.set(p, value);
   }
-  if (after.gender() != before.gender()) merged.setGender(after.gender());
-  if (after.birthday() != before.birthday()) merged.setBirthday(after.birthday());
-  if (after.anniversary() != before.anniversary()) merged.setAnniversary(after.anniversary());
+  if (take(before.gender(), after.gender(), merged.gender())) merged.setGender(after.gender());
+  if (take(before.birthday(), after.birthday(), merged.birthday()))
+    merged.setBirthday(after.birthday());
+  if (take(before.anniversary(), after.anniversary(), merged.anniversary()))
+    merged.setAnniversary(after.anniversary());
   merged.completeName();
   return merged.text();
 }

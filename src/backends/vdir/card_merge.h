@@ -8,7 +8,9 @@
 //
 // mergeCardChanges: the properties an item changed (mine against base: every Outlook contact
 // property, gender, birthday, anniversary) set on the server's newer card (theirs); everything
-// else of theirs, including what this program does not map, stays. Answers the merged card.
+// else of theirs, including what this program does not map, stays. A property both sides changed
+// since the base, to different values, takes mine, or theirs with CardConflict::Theirs (a
+// two-way run whose conflicts go to the address book). Answers the merged card.
 // Throws RuntimeError where parseVcard throws for `mine` or `theirs`; a base that does not
 // parse counts as empty.
 // Pure functions; safe on any thread.
@@ -24,6 +26,8 @@ namespace dossync::vdir {
 bool sameCardMeaning(std::string_view a, std::string_view b);
 // What sameCardMeaning compares of one property, as a line of text.
 std::string propertyMeaning(const VcardProperty& property);
-std::string mergeCardChanges(std::string_view base, std::string_view mine, std::string_view theirs);
+enum class CardConflict { Mine, Theirs };
+std::string mergeCardChanges(std::string_view base, std::string_view mine, std::string_view theirs,
+                             CardConflict conflict = CardConflict::Mine);
 
 }  // namespace dossync::vdir

@@ -1,0 +1,138 @@
+#!/usr/bin/env bash
+# Two-way runs killed part-way (SIGKILL) and run again. A practice of 2,000 companies is
+# synchronised both ways once; then, in each round, a few hundred office numbers are changed in
+# the host database and as many cities in the cards (never the same company on both sides), new
+# companies are added on each side, and a two-way run is killed at random points twice before a
+# whole run. After each round: one card per company, no company or card twice, every pair one
+# host record and one card, each edit on both sides, both databases sound.
+set -uo pipefail
+bin=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+source "$(dirname "$0")/check_lib.sh"
+
+n=2000
+h="$work/h.db" s="$work/s.db" cards="$work/ol/default/contacts"
+"$bin" demo-data "$h" --companies $n --seed 17 >/dev/null
+# Company names of their own ("... #ID"), so that a duplicate shows as a name seen twice.
+sqlite3 "$h" "UPDATE Companies SET CompanyName = CompanyName || ' #' || CompanyID;"
+hq() { sqlite3 -cmd ".timeout 5000" "$h" "$1"; }
+args=(sync --two-way --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol" --no-progress)
+run() { "$bin" "${args[@]}" >"$work/run.log" 2>&1; }
+
+now() { date +%s.%N; }
+run; same "the first two-way run" $? 0
+# How long a run that reads everything takes: the kills land within about that time.
+t0=$(now)
+run; same "a quiet run" $? 0
+full=$(echo "$(now) - $t0" | bc -l)
+
+# Card edits as another program makes them: the business city of the cards of companies whose
+# number is in the list on standard input ("ID city" lines), written whole under a new name and
+# renamed over the card. New cards: NEW lines "uid name".
+cat >"$work/edit.py" <<'EOF'
+import os, re, sys
+folder, tmp = sys.argv[1], sys.argv[2]
+os.makedirs(tmp, exist_ok=True)
+want, new = {}, []
+for line in sys.stdin:
+    parts = line.split(None, 2)
+    if parts[0] == "NEW":
+        new.append((parts[1], parts[2].strip()))
+    else:
+        want[parts[0]] = parts[1].strip()
+def put(name, text):
+    path = os.path.join(tmp, name)
+    with open(path, "w", newline="") as f:
+        f.write(text)
+    os.replace(path, os.path.join(folder, name))
+for name in os.listdir(folder):
+    if not name.endswith(".vcf"):
+        continue
+    text = open(os.path.join(folder, name), newline="").read()
+    unfolded = re.sub(r"\r\n[ \t]", "", text)
+    m = re.search(r"^ORG[^:]*:[^\r\n]*#(\d+)", unfolded, re.M)
+    if not m or m.group(1) not in want:
+        continue
+    lines = unfolded.split("\r\n")
+    for i, line in enumerate(lines):
+        if re.match(r"ADR[;:]", line, re.I) and "WORK" in line.split(":", 1)[0].upper():
+            head, value = line.split(":", 1)
+            parts = (value.split(";") + [""] * 7)[:7]
+            parts[3] = want[m.group(1)]
+            lines[i] = head + ":" + ";".join(parts)
+            break
+    else:
+        lines.insert(len(lines) - 2, "ADR;TYPE=WORK:;;;" + want[m.group(1)] + ";;;")
+    put(name, "\r\n".join(lines))
+for uid, name in new:
+    put(uid + ".vcf", "BEGIN:VCARD\r\nVERSION:3.0\r\nUID:%s\r\nFN:%s\r\nORG:%s;\r\n"
+        "ADR;TYPE=WORK:;;1 Main Street;Kingston;ON;K7L 1A1;Canada\r\nEND:VCARD\r\n"
+        % (uid, name, name))
+EOF
+edit_cards() { /usr/bin/python3 "$work/edit.py" "$cards" "$work/tmp"; }
+
+killed=0
+for round in 1 2 3; do
+  # Host: office numbers of about 280 companies, and 20 new companies with a default contact.
+  hq "UPDATE Companies SET OfficeNumber = '613-55$round-' || CompanyID
+      WHERE CompanyID % 7 = $round AND CompanyID <= $n;"
+  for i in $(seq 1 20); do
+    hq "INSERT INTO Companies (CompanyName, CategoryNum, City, OfficeNumber)
+          SELECT 'Host New $round-$i', CategoryNum, 'Perth', '613-000-$round$i' FROM Companies
+          WHERE CompanyID = 1;
+        INSERT INTO Contacts (CompanyNum, DefaultContact, FirstName, LastName, DisplayName)
+          VALUES (last_insert_rowid(), 1, 'Pat', 'New$round$i', 'Pat New$round$i');"
+  done
+  # Cards: the city of about 280 other companies, and 20 new cards.
+  {
+    hq "SELECT CompanyID || ' Town$round-' || CompanyID FROM Companies
+        WHERE CompanyID % 7 = ($round + 3) % 7 AND CompanyID <= $n;"
+    for i in $(seq 1 20); do echo "NEW crash-new-$round-$i Card New $round-$i"; done
+  } | edit_cards
+
+  # Two runs killed at random points, then a whole one.
+  for k in 1 2; do
+    "$bin" "${args[@]}" >/dev/null 2>&1 &
+    pid=$!
+    sleep "$(echo "$full * (10 + $RANDOM % 120) / 100" | bc -l)"
+    kill -9 $pid 2>/dev/null
+    wait $pid 2>/dev/null
+    [[ $? -eq 137 ]] && killed=$((killed + 1))
+  done
+  run || { bad "round $round: the run after the kills failed"; tail -5 "$work/run.log"; }
+
+  companies=$(hq "SELECT count(*) FROM Companies;")
+  card_count=$(ls "$cards" | grep -c '\.vcf$')
+  same "round $round: one card per company" "$card_count" "$companies"
+  same "round $round: no company twice" \
+    "$(hq "SELECT count(*) FROM (SELECT CompanyName FROM Companies GROUP BY CompanyName HAVING count(*) > 1);")" 0
+  same "round $round: no card twice" \
+    "$(grep -ah '^UID:\|^X-DOSSYNC-FILEAS:' "$cards"/*.vcf | sort | uniq -d | wc -l)" 0
+  same "round $round: pairs one to one" \
+    "$(sqlite3 "$s" "SELECT count(*) || ' ' || count(DISTINCT CompanyNum) || ' ' || count(DISTINCT OutlookID) FROM TwoWayPairs;")" \
+    "$companies $companies $companies"
+  # Every edit of this round and the ones before, on both sides.
+  lost=0
+  for r in $(seq 1 "$round"); do
+    want=$(hq "SELECT count(*) FROM Companies WHERE CompanyID % 7 = $r AND CompanyID <= $n;")
+    have=$(grep -al "^TEL;TYPE=WORK,VOICE:613-55$r-" "$cards"/*.vcf | wc -l)
+    host_kept=$(hq "SELECT count(*) FROM Companies WHERE OfficeNumber LIKE '613-55$r-%';")
+    [[ $have -eq $want && $host_kept -eq $want ]] || { lost=1; echo "round $round: office numbers of $r: $have cards, $host_kept host rows, $want wanted"; }
+    want=$(hq "SELECT count(*) FROM Companies WHERE CompanyID % 7 = ($r + 3) % 7 AND CompanyID <= $n;")
+    have=$(hq "SELECT count(*) FROM Companies WHERE City = 'Town$r-' || CompanyID;")
+    [[ $have -eq $want ]] || { lost=1; echo "round $round: cities of $r: $have host rows, $want wanted"; }
+    for side in Host Card; do
+      made=$(hq "SELECT count(*) FROM Companies WHERE CompanyName LIKE '$side New $r-%';")
+      on_cards=$(grep -alE "^ORG[^:]*:$side New $r-[0-9]+" "$cards"/*.vcf | wc -l)
+      [[ $made -eq 20 && $on_cards -eq 20 ]] || { lost=1; echo "round $round: new of $r ($side): $made companies, $on_cards cards"; }
+    done
+  done
+  same "round $round: no change lost" $lost 0
+done
+[[ $killed -ge 2 ]] && ok || bad "only $killed runs were killed part-way"
+for db in "$h" "$s"; do
+  same "integrity of $(basename "$db")" "$(sqlite3 "$db" "PRAGMA integrity_check;")" ok
+done
+echo "$killed runs killed part-way; a quiet run took $full s"
+finish "two-way crash"
