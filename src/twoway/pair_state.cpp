@@ -33,6 +33,8 @@ store::TableDef pairsTable() {
            integer("ContactNum"),
            text("OutlookID", 255),
            integer("Deleted"),
+           // The base's two hashes ("" without a base), so that a run reads them alone.
+           text("Hashes", 40),
            {"Base", store::adLongVarWChar, 0, {{"NullAble", true}, {"Jet OLEDB:Allow Zero Length", true}}},
            {"DateLastSync", store::adDate, 0, {{"NullAble", true}}}}};
 }
@@ -72,6 +74,16 @@ bool fromHex(std::string_view text, uint64_t& v) {
     v = v << 4 | static_cast<uint64_t>(d);
   }
   return true;
+}
+
+// The Hashes column: the host's and the item's hash, "<16 hex> <16 hex>".
+std::string hashesText(const PairRow& row) {
+  return row.hasBase ? hex(row.hostHash) + " " + hex(row.itemHash) : "";
+}
+bool hashesFrom(const std::string& text, uint64_t& hostHash, uint64_t& itemHash) {
+  return text.size() == 33 && text[16] == ' ' &&
+         fromHex(std::string_view(text).substr(0, 16), hostHash) &&
+         fromHex(std::string_view(text).substr(17, 16), itemHash);
 }
 
 }  // namespace
@@ -198,9 +210,11 @@ std::vector<PairRow> PairStore::load() {
     r.contactNum = number(rs.read("ContactNum"));
     r.outlookID = rs.read("OutlookID");
     r.deleted = number(rs.read("Deleted")) > 0;
-    std::string base = rs.read("Base");
-    r.hasBase = !base.empty();
-    if (r.hasBase && !Base::hashesOf(base, r.hostHash, r.itemHash)) r.hostHash = r.itemHash = 0;
+    // The base itself is read only for a pair that changed (baseText): all of them at once
+    // would be most of a run's memory.
+    std::string hashes = rs.read("Hashes");
+    r.hasBase = !hashes.empty();
+    if (r.hasBase && !hashesFrom(hashes, r.hostHash, r.itemHash)) r.hostHash = r.itemHash = 0;
     rows.push_back(std::move(r));
     rs.next();
   }
@@ -229,10 +243,12 @@ void PairStore::save(PairRow& row) {
     rs.set("ContactNum", std::to_string(row.contactNum));
     rs.set("OutlookID", row.outlookID);
     rs.set("Deleted", row.deleted ? "1" : "0");
+    rs.set("Hashes", hashesText(row));
     rs.set("Base", row.base);
     rs.set("DateLastSync", now);
     rs.save();
     row.pairID = id;
+    std::string().swap(row.base);  // stored: a run keeps no base it is done with
     return;
   }
   hostdb::Recordset rs(syncDb(), statement("PairID = " + std::to_string(row.pairID)),
@@ -244,8 +260,10 @@ void PairStore::save(PairRow& row) {
   rs.write("ContactNum", std::to_string(row.contactNum));
   rs.write("OutlookID", row.outlookID);
   rs.write("Deleted", row.deleted ? "1" : "0");
+  rs.write("Hashes", hashesText(row));
   rs.write("Base", row.base);
   rs.write("DateLastSync", now);
+  std::string().swap(row.base);
 }
 
 void PairStore::remove(const PairRow& row) {

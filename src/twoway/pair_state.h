@@ -59,7 +59,8 @@ class PairStore {
   std::vector<PairRow> load();
   // The text of a pair's base.
   std::string baseText(int32_t pairID);
-  // Stores the row (a new one gets its PairID) / removes it.
+  // Stores the row (a new one gets its PairID; the row lets go of its base text, read again
+  // through baseText when needed) / removes it.
   void save(PairRow& row);
   void remove(const PairRow& row);
 

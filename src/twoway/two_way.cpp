@@ -117,6 +117,8 @@ class Run {
  private:
   // ---- Reading.
   void readHost();
+  void readCompanies();
+  void readContacts();
   void readItems();
   void planPairs();
   void planAdoption();
@@ -211,6 +213,14 @@ class Run {
 // Reading
 
 void Run::readHost() {
+  readCompanies();
+  readContacts();
+  std::unordered_set<int32_t>().swap(hostInRows_);
+}
+
+// Each table's recordset is let go before the next is read: what it holds of the table is the
+// larger part of a run's memory.
+void Run::readCompanies() {
   hostdb::Recordset companies(*db_, hostdb::kCompanies);
   while (!companies.eof()) {
     int32_t id = value::toLong(companies.read("CompanyID"));
@@ -228,6 +238,9 @@ void Run::readHost() {
     companyOrder_.push_back(id);
     companies.next();
   }
+}
+
+void Run::readContacts() {
   hostdb::Recordset contacts(*db_, hostdb::kContacts);
   while (!contacts.eof()) {
     int32_t id = value::toLong(contacts.read("ContactID"));
@@ -257,7 +270,6 @@ void Run::readHost() {
     if (info_ == 7) contactOrder_.push_back(id);
     contacts.next();
   }
-  std::unordered_set<int32_t>().swap(hostInRows_);
 }
 
 void Run::readItems() {
@@ -640,7 +652,7 @@ void Run::merge(PairRow& row) {
     store_->save(row);
     ++c_.counters().mappingsSaved;
   }
-  row.base.clear();  // read again should the pair come up again
+  std::string().swap(row.base);  // read again should the pair come up again (clear keeps its memory)
   bool hostWritten = companyWritten || contactWritten;
   action(itemWritten && hostWritten ? "update-both"
          : itemWritten              ? "update-item"
