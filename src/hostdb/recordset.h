@@ -98,4 +98,21 @@ class Recordset {
   std::vector<std::pair<std::string, std::string>> added_;  // the fields of the row being added
 };
 
+// Text put between single quotes in a statement: embedded quotes are doubled.
+inline std::string sqlQuoted(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    out += c;
+    if (c == '\'') out += '\'';
+  }
+  return out;
+}
+
+// The apartment's synchronisation database; RuntimeError 91 when it is not open.
+inline IDataAccess& syncDatabase() {
+  auto& db = apartment().syncDb;
+  if (!db) throw RuntimeError(kObjectVariableNotSet, "The synchronization database is not open");
+  return *db;
+}
+
 }  // namespace dossync::hostdb

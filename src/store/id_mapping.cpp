@@ -12,22 +12,6 @@ namespace {
 
 const std::string kLoc = kSyncLocation;
 
-// Text put between single quotes in a statement: embedded quotes are doubled.
-std::string quoted(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    out += c;
-    if (c == '\'') out += '\'';
-  }
-  return out;
-}
-
-hostdb::IDataAccess& syncDb() {
-  auto& db = apartment().syncDb;
-  if (!db) throw RuntimeError(kObjectVariableNotSet, "The synchronization database is not open");
-  return *db;
-}
-
 hostdb::IDataAccess& hostDb() {
   auto& db = apartment().hostDb;
   if (!db) throw RuntimeError(kObjectVariableNotSet, "The companies database is not open");
@@ -38,7 +22,7 @@ hostdb::IDataAccess& hostDb() {
 
 std::string clsOutlookSynchronization::mappingStatement() const {
   return "SELECT OutlookSync.* From OutlookSync WHERE SchemeNum = " + std::to_string(schemeID_) +
-         " AND DataFileID = '" + quoted(dataFileUniqueID_) + "';";
+         " AND DataFileID = '" + hostdb::sqlQuoted(dataFileUniqueID_) + "';";
 }
 
 std::shared_ptr<outlook::MAPIFolder> clsOutlookSynchronization::contactsFolder() const {
@@ -78,7 +62,7 @@ std::string hostToOutlook(clsOutlookSynchronization& c, const std::string& proce
   bool found = false;
   // A mapping that cannot be read decides nothing: Outlook is not searched then.
   bool read = f.step([&] {
-    hostdb::Recordset rs(syncDb(), c.mappingStatement());
+    hostdb::Recordset rs(hostdb::syncDatabase(), c.mappingStatement());
     found = rs.find(keyColumn, key);
     if (found) result = rs.read("OutlookID");
   });
@@ -106,7 +90,7 @@ int32_t outlookToHost(clsOutlookSynchronization& c, const std::string& procedure
   bool found = false, named = false;
   outlook::ContactItemPtr item;
   bool read = f.step([&] {
-    hostdb::Recordset rs(syncDb(), c.mappingStatement());
+    hostdb::Recordset rs(hostdb::syncDatabase(), c.mappingStatement());
     found = rs.find("OutlookID", entryID);
     if (found) result = rs.read(keyColumn);
   });
@@ -138,7 +122,7 @@ void saveMapping(clsOutlookSynchronization& c, const std::string& procedure, boo
   std::unique_ptr<hostdb::Recordset> rs;
   bool found = false;
   f.step([&] {
-    rs = std::make_unique<hostdb::Recordset>(syncDb(), c.mappingStatement(),
+    rs = std::make_unique<hostdb::Recordset>(hostdb::syncDatabase(), c.mappingStatement(),
                                              hostdb::kLockOptimistic);
   });
   if (!rs) return;

@@ -39,21 +39,6 @@ store::TableDef pairsTable() {
            {"DateLastSync", store::adDate, 0, {{"NullAble", true}}}}};
 }
 
-std::string sqlText(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    out += c;
-    if (c == '\'') out += '\'';
-  }
-  return out;
-}
-
-hostdb::IDataAccess& syncDb() {
-  auto& db = apartment().syncDb;
-  if (!db) throw RuntimeError(kObjectVariableNotSet, "The synchronization database is not open");
-  return *db;
-}
-
 int32_t number(const std::string& text) {
   return value::isBlank(text) || !value::isNumeric(text) ? -1 : value::toLong(text);
 }
@@ -163,7 +148,7 @@ std::pair<std::string, std::string> Base::of(const Half& half, const std::string
 
 PairStore::PairStore(clsOutlookSynchronization& c, int32_t info)
     : scheme_(c.SchemeID()), dataFile_(c.DataFileUniqueID()), info_(info) {
-  hostdb::IDataAccess& db = syncDb();
+  hostdb::IDataAccess& db = hostdb::syncDatabase();
   const std::string path = c.SyncDatabaseLocation();
   const std::string source = "PROVIDER=Microsoft.Jet.OLEDB.4.0;Data Source=" + path + ";";
   auto connection = platform::create<store::IConnection>(platform::kAdoConnection);
@@ -199,8 +184,8 @@ std::string PairStore::statement(const std::string& condition) const {
 std::vector<PairRow> PairStore::load() {
   std::vector<PairRow> rows;
   if (!exists_) return rows;
-  hostdb::Recordset rs(syncDb(), statement("SchemeNum = " + std::to_string(scheme_) +
-                                           " AND DataFileID = '" + sqlText(dataFile_) +
+  hostdb::Recordset rs(hostdb::syncDatabase(), statement("SchemeNum = " + std::to_string(scheme_) +
+                                           " AND DataFileID = '" + hostdb::sqlQuoted(dataFile_) +
                                            "' AND InfoType = " + std::to_string(info_) +
                                            " ORDER BY PairID"));
   while (!rs.eof()) {
@@ -223,7 +208,7 @@ std::vector<PairRow> PairStore::load() {
 
 std::string PairStore::baseText(int32_t pairID) {
   if (!exists_ || pairID <= 0) return "";
-  hostdb::Recordset rs(syncDb(), statement("PairID = " + std::to_string(pairID)));
+  hostdb::Recordset rs(hostdb::syncDatabase(), statement("PairID = " + std::to_string(pairID)));
   return rs.hasRow() ? rs.read("Base") : std::string();
 }
 
@@ -231,44 +216,39 @@ void PairStore::save(PairRow& row) {
   row.hasBase = !row.base.empty();
   if (!Base::hashesOf(row.base, row.hostHash, row.itemHash)) row.hostHash = row.itemHash = 0;
   if (!exists_) return;
-  const std::string now = value::toText(value::now());
+  const std::vector<std::pair<const char*, std::string>> values = {
+      {"CompanyNum", std::to_string(row.companyNum)},
+      {"ContactNum", std::to_string(row.contactNum)},
+      {"OutlookID", row.outlookID},
+      {"Deleted", row.deleted ? "1" : "0"},
+      {"Hashes", hashesText(row)},
+      {"Base", row.base},
+      {"DateLastSync", value::toText(value::now())}};
   if (row.pairID <= 0) {
-    hostdb::Recordset rs(syncDb(), statement("PairID = -1"), hostdb::kLockOptimistic);
+    hostdb::Recordset rs(hostdb::syncDatabase(), statement("PairID = -1"), hostdb::kLockOptimistic);
     rs.addNew();
     int32_t id = number(rs.read("PairID"));
     rs.set("SchemeNum", std::to_string(scheme_));
     rs.set("DataFileID", dataFile_);
     rs.set("InfoType", std::to_string(info_));
-    rs.set("CompanyNum", std::to_string(row.companyNum));
-    rs.set("ContactNum", std::to_string(row.contactNum));
-    rs.set("OutlookID", row.outlookID);
-    rs.set("Deleted", row.deleted ? "1" : "0");
-    rs.set("Hashes", hashesText(row));
-    rs.set("Base", row.base);
-    rs.set("DateLastSync", now);
+    for (const auto& [column, v] : values) rs.set(column, v);
     rs.save();
     row.pairID = id;
-    std::string().swap(row.base);  // stored: a run keeps no base it is done with
-    return;
+  } else {
+    hostdb::Recordset rs(hostdb::syncDatabase(),
+                         statement("PairID = " + std::to_string(row.pairID)),
+                         hostdb::kLockOptimistic);
+    if (!rs.hasRow())
+      throw RuntimeError(kNoCurrentRecord, "Pair " + std::to_string(row.pairID) +
+                                               " is missing from TwoWayPairs");
+    for (const auto& [column, v] : values) rs.write(column, v);
   }
-  hostdb::Recordset rs(syncDb(), statement("PairID = " + std::to_string(row.pairID)),
-                       hostdb::kLockOptimistic);
-  if (!rs.hasRow())
-    throw RuntimeError(kNoCurrentRecord, "Pair " + std::to_string(row.pairID) +
-                                             " is missing from TwoWayPairs");
-  rs.write("CompanyNum", std::to_string(row.companyNum));
-  rs.write("ContactNum", std::to_string(row.contactNum));
-  rs.write("OutlookID", row.outlookID);
-  rs.write("Deleted", row.deleted ? "1" : "0");
-  rs.write("Hashes", hashesText(row));
-  rs.write("Base", row.base);
-  rs.write("DateLastSync", now);
-  std::string().swap(row.base);
+  std::string().swap(row.base);  // stored: a run keeps no base it is done with
 }
 
 void PairStore::remove(const PairRow& row) {
   if (!exists_ || row.pairID <= 0) return;
-  hostdb::Recordset rs(syncDb(), statement("PairID = " + std::to_string(row.pairID)),
+  hostdb::Recordset rs(hostdb::syncDatabase(), statement("PairID = " + std::to_string(row.pairID)),
                        hostdb::kLockOptimistic);
   if (rs.hasRow()) rs.remove();
 }
