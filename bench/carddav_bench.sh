@@ -68,7 +68,9 @@ one_turn() {  # one_turn N: sets result to "dossync_first puts vdir_first puts .
   local h=$work/h.db s=$work/s.db
   "$bin" init-host "$h" >/dev/null
   "$bin" demo-data "$h" --companies "$n" --seed 7 >/dev/null
-  export XDG_DATA_HOME=$work/xdg
+  # The runs' own home: their reports and copies never go to the real one.
+  export HOME=$work/home XDG_DATA_HOME=$work/xdg XDG_STATE_HOME=$work/state XDG_CONFIG_HOME=$work/config
+  mkdir -p "$HOME"
   local ds=("$bin" sync --host-db "$h" --sync-db "$s" --outlook "carddav:$url/a/" --profile alice
     --password secret --direction 2 --info 1 --select all --no-progress)
   cat >"$work/vs/config" <<CONF
