@@ -123,7 +123,15 @@ ReportWriter::ReportWriter(const std::filesystem::path& path, bool compress)
 #endif
 }
 
-ReportWriter::~ReportWriter() = default;
+ReportWriter::~ReportWriter() {
+  {
+    std::lock_guard lock(mutex_);
+    stopping_ = true;
+    queue_.clear();
+  }
+  work_.notify_one();
+  if (thread_.joinable()) thread_.join();
+}
 
 void ReportWriter::head(const RunPlan& plan) {
   json out = json::object();
@@ -135,11 +143,49 @@ void ReportWriter::head(const RunPlan& plan) {
   line(out.dump());
 }
 
-void ReportWriter::record(const RecordPlan& record) {
-  line(recordJson(record).dump());
+void ReportWriter::record(RecordPlan record) {
+  std::unique_lock lock(mutex_);
+  if (failure_) std::rethrow_exception(failure_);
+  if (!thread_.joinable()) thread_ = std::thread([this] { serve(); });
+  room_.wait(lock, [&] { return queue_.size() < kMaxQueued; });
+  queue_.push_back(std::move(record));
+  if (queue_.size() >= kBatch) work_.notify_one();
+}
+
+void ReportWriter::serve() {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    work_.wait(lock, [&] { return stopping_ || queue_.size() >= kBatch; });
+    if (queue_.empty()) return;  // stopping, and every record is written
+    std::deque<RecordPlan> batch;
+    batch.swap(queue_);
+    room_.notify_all();
+    if (failure_) continue;  // what cannot be written is dropped
+    lock.unlock();
+    std::exception_ptr failed;
+    try {
+      for (const auto& r : batch) line(recordJson(r).dump());
+    } catch (...) {
+      failed = std::current_exception();
+    }
+    batch.clear();
+    lock.lock();
+    if (failed && !failure_) failure_ = failed;
+  }
+}
+
+void ReportWriter::finishRecords() {
+  {
+    std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  work_.notify_one();
+  if (thread_.joinable()) thread_.join();
+  if (failure_) std::rethrow_exception(failure_);
 }
 
 void ReportWriter::tail(const RunPlan& plan, const std::vector<LateWarning>& late) {
+  finishRecords();
   json out = json::object();
   out["finished"] = plan.finished;
   out["seconds"] = plan.seconds;

@@ -7,14 +7,21 @@
 // Where libzstd is not at hand (the Windows cross build) the writer stores the lines in zstd
 // frames uncompressed, which every zstd reader takes.
 // Errors are RuntimeError naming the file.
-// Thread use: one writer per file; readers of finished files on any thread.
+// Thread use: one owner thread per writer; readers of finished files on any thread. The writer
+// turns records into lines and compresses them on a thread of its own, so that the run does not
+// wait for it; a failure there is thrown by the owner's next call.
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
+#include <deque>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "report/run_plan.h"
@@ -45,14 +52,26 @@ class ReportWriter {
   ReportWriter& operator=(const ReportWriter&) = delete;
 
   void head(const RunPlan& plan);  // kind, started, settings
-  void record(const RecordPlan& record);
+  // Queued, and written in turn by the writer's thread (waits while many are queued).
+  void record(RecordPlan record);
   // The end: the plan's finished, seconds, interrupted, counts and errors outside records,
-  // and the late warnings. Closes the file.
+  // and the late warnings, after every record queued. Closes the file.
   void tail(const RunPlan& plan, const std::vector<LateWarning>& late);
 
  private:
+  // The thread is woken for this many records at a time, or for the tail.
+  static constexpr size_t kBatch = 32;
+  static constexpr size_t kMaxQueued = 512;
+  void serve();
+  void finishRecords();  // waits for every queued record, stops the thread; throws its failure
   void line(const std::string& text);
   void write(const char* data, size_t size, bool end);
+  std::mutex mutex_;
+  std::condition_variable work_, room_;
+  std::deque<RecordPlan> queue_;
+  bool stopping_ = false;
+  std::exception_ptr failure_;
+  std::thread thread_;
   std::filesystem::path path_;
   std::ofstream out_;
   struct Compressor;

@@ -364,7 +364,7 @@ void RunRecorder::recordFinished() {
   ++listed_;
   if (!writer_) return;
   try {
-    writer_->record(*r);
+    writer_->record(std::move(*r));  // the record is done with
   } catch (const std::exception& e) {
     writeFailed(e);
   }
