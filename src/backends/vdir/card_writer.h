@@ -18,6 +18,7 @@
 
 #include <sys/stat.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -89,8 +90,13 @@ class CardWriter {
   // Waking the writer costs a system call and a switch: it is woken for this many jobs at a
   // time, or when the owner waits for the end.
   static constexpr size_t kBatch = 64;
+  // Files written since the last flush that make the writer, once idle, start them on their way
+  // to the disk (flushAhead); and how long it waits at least between two such flushes.
+  static constexpr size_t kFlushAhead = 128;
+  static constexpr std::chrono::milliseconds kFlushAheadEvery{25};
 
   void run();
+  void flushAhead();
   // Writes the jobs' files (after the remote took them); one result each.
   std::vector<Result> write(std::vector<Job> jobs);
   Result writeFile(const Job& job);
@@ -106,6 +112,8 @@ class CardWriter {
   bool urgent_ = false;  // the owner waits for every job to be done
   std::vector<Result> done_;
   DirTime known_;
+  size_t unflushed_ = 0;  // files written since the last flushAhead
+  std::chrono::steady_clock::time_point lastFlush_;
   std::thread thread_;
 };
 
