@@ -170,5 +170,31 @@ TEST(ReportFileTest, ACutShortRunReadsAsFarAsItGot) {
   }
 }
 
+// Records are written behind the run's back: many more than are queued at a time come back
+// whole and in order, and a disk that fails while they are written fails the run's next call
+// (or its tail), naming the file.
+TEST(ReportFileTest, RecordsWrittenBehindTheRunsBackKeepTheirOrderAndFailures) {
+  testing::TempDir dir;
+  Written w = aRun();
+  w.late.clear();
+  w.plan.records.clear();
+  w.listed.clear();
+  for (int i = 0; i < 2000; ++i) w.listed.push_back(record(std::to_string(i), "create-item"));
+  w.plan.records = w.listed;
+  fs::path path = write(fs::path(dir.path()) / "many.jsonl.zst", w, true);
+  RunPlan back = readReportFile(path);
+  ASSERT_EQ(back.records.size(), 2000u);
+  for (size_t i = 0; i < back.records.size(); i += 199) EXPECT_EQ(back.records[i].key, std::to_string(i));
+
+  if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
+  try {
+    write("/dev/full", w, true);
+    FAIL() << "wrote a report onto a full disk";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), kDiskIO);
+    EXPECT_NE(e.description().find("/dev/full"), std::string::npos) << e.description();
+  }
+}
+
 }  // namespace
 }  // namespace dossync::report
