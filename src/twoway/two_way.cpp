@@ -238,6 +238,7 @@ void Run::readHost() {
   readCompanies();
   readContacts();
   std::unordered_set<int32_t>().swap(hostInRows_);
+  std::unordered_set<int32_t>().swap(adoptHost_);
 }
 
 void Run::markAdoptable() {
@@ -466,7 +467,12 @@ void Run::planUnpaired() {
   std::vector<size_t> freeItems;
   for (size_t i = 0; i < items_.size(); ++i) {
     if (itemPaired_[i]) continue;
-    keepValues(items_[i]);  // one the first run meant to adopt, but did not
+    try {
+      keepValues(items_[i]);  // one the first run meant to adopt, but did not
+    } catch (const RuntimeError&) {
+      itemPaired_[i] = true;  // gone since it was read: left to the next run
+      continue;
+    }
     freeItems.push_back(i);
   }
   const std::vector<int32_t>& order = info_ == 1 ? companyOrder_ : contactOrder_;
