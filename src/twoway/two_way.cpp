@@ -319,7 +319,8 @@ void Run::readContacts() {
     ct.company = value::isBlank(company) || !value::isNumeric(company) ? -1 : value::toLong(company);
     ct.isDefault = isDefault;
     if (info_ == 7) ct.name = contacts.read("DisplayName");
-    const bool firstDefault = ct.isDefault && ct.company >= 0 && defaults_.emplace(ct.company, id).second;
+    const bool firstDefault =
+        ct.isDefault && ct.company >= 0 && defaults_.emplace(ct.company, id).second;
     {
       std::vector<std::string> values;
       for (size_t i : contactFields_) values.push_back(contacts.read(fields_[i].pair.column));

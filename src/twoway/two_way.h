@@ -13,7 +13,8 @@
 //   paired field the host's and the item's value as they were after the last run that wrote
 //   them (both, so a change of either side is seen in that side's own form), and in a column of
 //   its own a hash of each side's values: a pair whose sides still hash as its base says is
-//   passed over without its base being read. The table is read once per run; a row is written only when it changes.
+//   passed over without its base being read. The table is read once per run; a row is written
+//   only when it changes.
 // Pairing. A pair is found by its keys only. The first run adopts the scheme's OutlookSync
 //   pairings whose item exists and is not already paired. Then an unpaired host record is
 //   paired with an existing item only when exactly one item is filed under its name and that
