@@ -380,7 +380,9 @@ TEST_F(TwoWayTest, TheFirstRunAdoptsTheOneWayPairings) {
   EXPECT_EQ(item("ACME Ltd")->BusinessAddressCity(), "Paris");
   EXPECT_EQ(one("SELECT HomeCity FROM Contacts WHERE ContactID = 10;"), "Rome");
   // ... but the contact's numbers shown in the company's place stay where they are.
-  EXPECT_EQ(one("SELECT OfficeNumber || '|' || WebSite FROM Companies WHERE CompanyID = 2;"), "|");
+  EXPECT_EQ(one("SELECT coalesce(OfficeNumber, '') || '|' || coalesce(WebSite, '') "
+                "FROM Companies WHERE CompanyID = 2;"),
+            "|");
   EXPECT_EQ(item("Beta")->BusinessTelephoneNumber() + "|" + item("Beta")->WebPage(), "222|bo.test");
   EXPECT_EQ(notes->count("update-company"), 0);
   // The copy, an item of no pair, is made a company of its own.
