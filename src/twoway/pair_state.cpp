@@ -73,27 +73,18 @@ bool hashesFrom(const std::string& text, uint64_t& hostHash, uint64_t& itemHash)
 
 }  // namespace
 
+uint64_t hashOn(uint64_t h, const std::string& value) {
+  for (unsigned char c : value) h = (h ^ c) * 1099511628211ull;
+  return (h ^ 0x1f) * 1099511628211ull;
+}
+
 uint64_t hashValues(const std::vector<std::string>& values, size_t from, size_t to) {
-  uint64_t h = 1469598103934665603ull;
-  for (size_t i = from; i < values.size() && i < to; ++i) {
-    for (unsigned char c : values[i]) h = (h ^ c) * 1099511628211ull;
-    h = (h ^ 0x1f) * 1099511628211ull;
-  }
+  uint64_t h = kHashStart;
+  for (size_t i = from; i < values.size() && i < to; ++i) h = hashOn(h, values[i]);
   return h;
 }
 
 uint64_t combine(uint64_t a, uint64_t b) { return a * 1099511628211ull ^ (b + 0x9e3779b97f4a7c15ull); }
-
-bool Base::hashesOf(const std::string& json, uint64_t& hostHash, uint64_t& itemHash) {
-  // The encoder writes them last, as "h":"<16 hex>","i":"<16 hex>"}.
-  size_t h = json.rfind("\"h\":\"");
-  size_t i = json.rfind("\"i\":\"");
-  if (h == std::string::npos || i == std::string::npos || h + 5 + 16 > json.size() ||
-      i + 5 + 16 > json.size())
-    return false;
-  return fromHex(std::string_view(json).substr(h + 5, 16), hostHash) &&
-         fromHex(std::string_view(json).substr(i + 5, 16), itemHash);
-}
 
 Base Base::decode(const std::string& text) {
   Base base;
@@ -112,9 +103,10 @@ Base Base::decode(const std::string& text) {
       }
     }
   };
+  // Rows of earlier versions hold the hashes here too ("h", "i"): the Hashes column is what
+  // counts, so they are passed over (and left out when the row is written again).
   half("co", base.company);
   half("ct", base.contact);
-  hashesOf(text, base.hostHash, base.itemHash);
   return base;
 }
 
@@ -136,8 +128,6 @@ std::string Base::encode() const {
   };
   half("co", company);
   half("ct", contact);
-  j["h"] = hex(hostHash);
-  j["i"] = hex(itemHash);
   return j.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -214,7 +204,7 @@ std::string PairStore::baseText(int32_t pairID) {
 
 void PairStore::save(PairRow& row) {
   row.hasBase = !row.base.empty();
-  if (!Base::hashesOf(row.base, row.hostHash, row.itemHash)) row.hostHash = row.itemHash = 0;
+  if (!row.hasBase) row.hostHash = row.itemHash = 0;
   if (!exists_) return;
   const std::vector<std::pair<const char*, std::string>> values = {
       {"CompanyNum", std::to_string(row.companyNum)},

@@ -21,13 +21,18 @@ struct PairRow {
   int32_t contactNum = -1;
   std::string outlookID;
   bool deleted = false;
-  // The base: whether the pair has one, and its hashes (Base); its text is read when needed.
+  // The base: whether the pair has one; its text is read when needed. The hashes of all the
+  // host's and all the item's values it holds: a pair whose sides hash the same is known not to
+  // have changed without reading its base. Whoever sets `base` sets them too.
   bool hasBase = false;
   uint64_t hostHash = 0, itemHash = 0;
   std::string base;  // compact JSON (Base::encode), once read or made; "" when none
 };
 
-// A hash of a record's values, in order (FNV-1a).
+// A hash of a record's values, in order (FNV-1a); hashOn folds one more value into a hash, so
+// that hashValues(a + b) == hashOn(...hashOn(hashValues(a), b[0])..., b[n]).
+inline constexpr uint64_t kHashStart = 1469598103934665603ull;
+uint64_t hashOn(uint64_t hash, const std::string& value);
 uint64_t hashValues(const std::vector<std::string>& values, size_t from = 0,
                     size_t to = static_cast<size_t>(-1));
 uint64_t combine(uint64_t a, uint64_t b);
@@ -38,13 +43,8 @@ uint64_t combine(uint64_t a, uint64_t b);
 struct Base {
   using Half = std::map<std::string, std::pair<std::string, std::string>>;  // column -> host, item
   std::optional<Half> company, contact;
-  // Hashes of all the host's and all the item's values the base holds: a pair whose sides hash
-  // the same is known not to have changed without reading its base.
-  uint64_t hostHash = 0, itemHash = 0;
   static Base decode(const std::string& json);
   std::string encode() const;  // "" when neither half has a base
-  // The hashes of an encoded base, found without decoding it; false without them.
-  static bool hashesOf(const std::string& json, uint64_t& hostHash, uint64_t& itemHash);
   // The half's values of a column: ("", "") when the half has none for it.
   static std::pair<std::string, std::string> of(const Half& half, const std::string& column);
 };
@@ -59,8 +59,8 @@ class PairStore {
   std::vector<PairRow> load();
   // The text of a pair's base.
   std::string baseText(int32_t pairID);
-  // Stores the row (a new one gets its PairID; the row lets go of its base text, read again
-  // through baseText when needed) / removes it.
+  // Stores the row with its base and hashes (a new one gets its PairID; the row lets go of its
+  // base text, read again through baseText when needed) / removes it.
   void save(PairRow& row);
   void remove(const PairRow& row);
 

@@ -62,6 +62,7 @@ class Packed {
     return out;
   }
   bool empty() const { return data_.empty(); }
+  void fit() { data_.shrink_to_fit(); }  // once filled: no room kept for growth
 
  private:
   std::string data_;
@@ -70,9 +71,14 @@ class Packed {
 // What the run keeps of each record: its keys and a hash of its values, and the values
 // themselves only for a record no pair holds yet (a paired one's are read again when it
 // changed). So a run keeps a few dozen bytes a record, whatever the records hold.
+// The first run, which adopts the one-way pairings, keeps no values of the host records those
+// name (they are read again as each pair is merged, a look-up by key), nor of an item that holds
+// exactly its host record's values in the item's form, as the one-way run wrote it (the merge
+// makes them from the host's): so its peak is not every record's values at once.
 struct HostCompany {
   std::string name;
-  uint64_t hash = 0;  // of the company fields
+  uint64_t hash = 0;    // of the company fields
+  uint64_t asItem = 0;  // adoptable: of its values in the item's form (with its default contact's)
   Packed values;
   bool paired = false;
 };
@@ -81,13 +87,15 @@ struct ItemKeys {
   std::string entryID, fileAs, companyName;
   uint64_t hash = 0;  // of every field's value, in the item's form
   Packed values;
+  bool likeHost = false;  // values not kept: they are the adopted host record's, in item form
 };
 
 struct HostContact {
   int32_t company = -1;
   bool isDefault = false;
   std::string name, businessName;
-  uint64_t hash = 0;  // of the contact fields (read for the contacts a run may merge)
+  uint64_t hash = 0;    // of the contact fields (read for the contacts a run may merge)
+  uint64_t asItem = 0;  // type 7, adoptable: of its values in the item's form
   Packed values;
   bool paired = false;
 };
@@ -122,6 +130,12 @@ class Run {
   void readItems();
   void planPairs();
   void planAdoption();
+  void markAdoptable();
+  // Folds the values of the fields `list` (host texts) into `hash` in the item's form; false
+  // when one cannot be an item's value.
+  bool hashAsItem(uint64_t& hash, const std::vector<size_t>& list,
+                  const std::vector<std::string>& values) const;
+  void keepValues(ItemKeys& keys);
   void planUnpaired();
 
   // ---- Doing.
@@ -135,6 +149,9 @@ class Run {
   struct HostSide {
     int32_t company = -1, contact = -1;
   };
+  // Whether an item's company field holds what a one-way run writes in its place when the
+  // company has none: the default contact's own business telephone, fax or web page.
+  bool standsIn(const Field& f, const HostSide& h, const std::string& itemText);
   // The host's values of every field (those of a missing half "").
   std::vector<std::string> hostValues(const HostSide& h);
   uint64_t hostHash(const std::vector<std::string>& hostNow, const HostSide& h) const {
@@ -168,8 +185,9 @@ class Run {
   // Writes the item's values of the fields into a host row; answers the texts the row holds now.
   void writeHostRow(hostdb::Recordset& rs, const std::vector<std::string>& itemNow, bool company,
                     std::vector<std::string>& held);
-  std::string baseOfNow(const HostSide& h, const std::vector<std::string>& hostNow,
-                        const std::vector<std::string>& itemNow) const;
+  // The pair's base as both sides hold it now: its text and hashes.
+  void setBase(PairRow& row, const HostSide& h, const std::vector<std::string>& hostNow,
+               const std::vector<std::string>& itemNow) const;
   void note(const std::string& text) {
     observeRun([&](IRunObserver& o) { o.recordNote(text); });
   }
@@ -185,6 +203,10 @@ class Run {
   std::vector<size_t> companyFields_, contactFields_;
   std::unordered_set<int32_t> hostInRows_;       // companies (1) or contacts (7) of the pairs
   std::unordered_set<std::string> itemsInRows_;  // while the items are read
+  // The first run, while it reads: the host records the one-way pairings name, and the items
+  // (entry id -> the host record of its first pairing).
+  std::unordered_set<int32_t> adoptHost_;
+  std::unordered_map<std::string, int32_t> adoptItem_;
   hostdb::IDataAccess* db_ = nullptr;
   std::unique_ptr<PairStore> store_;
 
@@ -216,6 +238,43 @@ void Run::readHost() {
   readCompanies();
   readContacts();
   std::unordered_set<int32_t>().swap(hostInRows_);
+  std::unordered_set<int32_t>().swap(adoptHost_);
+}
+
+void Run::markAdoptable() {
+  auto& sync = apartment().syncDb;
+  if (!sync) return;
+  hostdb::Recordset rs(*sync, c_.mappingStatement());
+  const char* keyColumn = info_ == 1 ? "CompanyNum" : "ContactNum";
+  while (!rs.eof()) {
+    std::string key = rs.read(keyColumn), entryID = rs.read("OutlookID");
+    rs.next();
+    if (value::isBlank(key) || !value::isNumeric(key) || value::isBlank(entryID) || entryID == "-1")
+      continue;
+    adoptHost_.insert(value::toLong(key));
+    adoptItem_.emplace(std::move(entryID), value::toLong(key));
+  }
+}
+
+bool Run::hashAsItem(uint64_t& hash, const std::vector<size_t>& list,
+                     const std::vector<std::string>& values) const {
+  try {
+    for (size_t k = 0; k < list.size(); ++k)
+      hash = hashOn(hash, asItemValue(fields_[list[k]], k < values.size() ? values[k] : ""));
+    return true;
+  } catch (const RuntimeError&) {
+    return false;  // a date no item can hold: the item cannot be this record's form
+  }
+}
+
+void Run::keepValues(ItemKeys& keys) {
+  if (!keys.likeHost) return;
+  ItemPtr item = fetch(keys.entryID);
+  keys.fileAs = item->FileAs();
+  if (info_ == 7) keys.companyName = item->CompanyName();
+  for (const std::string& v : valuesOf(*item)) keys.values.add(v);
+  keys.values.fit();
+  keys.likeHost = false;
 }
 
 // Each table's recordset is let go before the next is read: what it holds of the table is the
@@ -230,8 +289,13 @@ void Run::readCompanies() {
       std::vector<std::string> values;
       for (size_t i : companyFields_) values.push_back(companies.read(fields_[i].pair.column));
       co.hash = hashValues(values);
-      if (!hostInRows_.count(id))
+      if (adoptHost_.count(id)) {
+        co.asItem = kHashStart;
+        if (!hashAsItem(co.asItem, companyFields_, values)) co.asItem = 0;
+      } else if (!hostInRows_.count(id)) {
         for (const std::string& v : values) co.values.add(v);
+        co.values.fit();
+      }
     } else {
       companiesByName_[co.name].push_back(id);
     }
@@ -255,16 +319,28 @@ void Run::readContacts() {
     ct.company = value::isBlank(company) || !value::isNumeric(company) ? -1 : value::toLong(company);
     ct.isDefault = isDefault;
     if (info_ == 7) ct.name = contacts.read("DisplayName");
-    if (ct.isDefault && ct.company >= 0) defaults_.emplace(ct.company, id);
+    const bool firstDefault =
+        ct.isDefault && ct.company >= 0 && defaults_.emplace(ct.company, id).second;
     {
       std::vector<std::string> values;
       for (size_t i : contactFields_) values.push_back(contacts.read(fields_[i].pair.column));
       ct.hash = hashValues(values);
+      const int32_t key = info_ == 7 ? id : ct.company;
+      const bool adoptable = adoptHost_.count(key) > 0;
+      // A company's adopted item holds its first default contact's values, as the merge uses.
+      if (adoptable && info_ == 1 && firstDefault) {
+        HostCompany& co = companies_[ct.company];
+        if (co.asItem && !hashAsItem(co.asItem, contactFields_, values)) co.asItem = 0;
+      } else if (adoptable && info_ == 7) {
+        ct.asItem = kHashStart;
+        if (!hashAsItem(ct.asItem, contactFields_, values)) ct.asItem = 0;
+      }
       bool unpaired = info_ == 7 ? !hostInRows_.count(id)
                                  : ct.isDefault && ct.company >= 0 && !hostInRows_.count(ct.company);
-      if (unpaired) {
-        if (info_ == 7) ct.businessName = contacts.read("BusinessName");
+      if (unpaired && info_ == 7) ct.businessName = contacts.read("BusinessName");
+      if (unpaired && !adoptable) {
         for (const std::string& v : values) ct.values.add(v);
+        ct.values.fit();
       }
     }
     if (info_ == 7) contactOrder_.push_back(id);
@@ -287,10 +363,26 @@ void Run::readItems() {
     const std::string fileAs = item->FileAs();
     std::vector<std::string> values = valuesOf(*item);
     keys.hash = hashValues(values);
-    if (!itemsInRows_.count(keys.entryID)) {
+    if (auto adopt = adoptItem_.find(keys.entryID); adopt != adoptItem_.end()) {
+      // The one-way run's item of a host record: is it that record's values, as it wrote them?
+      uint64_t expected = 0;
+      if (info_ == 1) {
+        auto co = companies_.find(adopt->second);
+        if (co != companies_.end() && co->second.asItem) {
+          expected = co->second.asItem;
+          if (!defaults_.count(adopt->second) && !hashAsItem(expected, contactFields_, {}))
+            expected = 0;
+        }
+      } else if (auto ct = contacts_.find(adopt->second); ct != contacts_.end()) {
+        expected = ct->second.asItem;
+      }
+      keys.likeHost = expected && expected == keys.hash;
+    }
+    if (!keys.likeHost && !itemsInRows_.count(keys.entryID)) {
       keys.fileAs = fileAs;
       if (info_ == 7) keys.companyName = item->CompanyName();
       for (const std::string& v : values) keys.values.add(v);
+      keys.values.fit();
     }
     auto [slot, first] = byFileAs_.emplace(hashValues({fileAs}), at);
     if (!first) slot->second = kSeveral;
@@ -299,6 +391,7 @@ void Run::readItems() {
   }
   itemPaired_.assign(items_.size(), false);
   std::unordered_set<std::string>().swap(itemsInRows_);
+  std::unordered_map<std::string, int32_t>().swap(adoptItem_);
 }
 
 void Run::planPairs() {
@@ -373,8 +466,16 @@ void Run::planUnpaired() {
   // An item whose host records a run made, but whose pair that run did not keep (it was killed
   // before its last commit), is found again as the unpaired record holding all its values.
   std::vector<size_t> freeItems;
-  for (size_t i = 0; i < items_.size(); ++i)
-    if (!itemPaired_[i]) freeItems.push_back(i);
+  for (size_t i = 0; i < items_.size(); ++i) {
+    if (itemPaired_[i]) continue;
+    try {
+      keepValues(items_[i]);  // one the first run meant to adopt, but did not
+    } catch (const RuntimeError&) {
+      itemPaired_[i] = true;  // gone since it was read: left to the next run
+      continue;
+    }
+    freeItems.push_back(i);
+  }
   const std::vector<int32_t>& order = info_ == 1 ? companyOrder_ : contactOrder_;
   auto isPaired = [&](int32_t id) {
     return info_ == 1 ? companies_[id].paired : contacts_[id].paired;
@@ -485,6 +586,18 @@ std::vector<std::string> Run::hostValues(const HostSide& h) {
   return out;
 }
 
+bool Run::standsIn(const Field& f, const HostSide& h, const std::string& itemText) {
+  static const std::unordered_map<std::string_view, const char*> kStandIns = {
+      {"OfficeNumber", "BusinessPhone_Main"},
+      {"FaxNumber", "BusinessPhone_Fax"},
+      {"WebSite", "BusinessWebSite"}};
+  if (info_ != 1 || !f.company || h.contact < 0 || itemText.empty()) return false;
+  auto it = kStandIns.find(f.pair.column);
+  if (it == kStandIns.end()) return false;
+  hostdb::Recordset rs(*db_, hostdb::kContacts);
+  return rs.find("ContactID", h.contact) && rs.read(it->second) == itemText;
+}
+
 ItemPtr Run::fetch(const std::string& entryID) {
   auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
       c_.outlookNameSpace()->GetItemFromID(entryID, storeID_));
@@ -502,11 +615,11 @@ void Run::writeHostRow(hostdb::Recordset& rs, const std::vector<std::string>& it
   }
 }
 
-std::string Run::baseOfNow(const HostSide& h, const std::vector<std::string>& hostNow,
-                           const std::vector<std::string>& itemNow) const {
+void Run::setBase(PairRow& row, const HostSide& h, const std::vector<std::string>& hostNow,
+                  const std::vector<std::string>& itemNow) const {
   Base base;
-  base.hostHash = hostHash(hostNow, h);
-  base.itemHash = hashValues(itemNow);
+  row.hostHash = hostHash(hostNow, h);
+  row.itemHash = hashValues(itemNow);
   if (info_ == 1 && h.company >= 0) base.company.emplace();
   if (h.contact >= 0) base.contact.emplace();
   for (size_t i = 0; i < fields_.size(); ++i) {
@@ -515,7 +628,7 @@ std::string Run::baseOfNow(const HostSide& h, const std::vector<std::string>& ho
     if (!half) continue;
     (*half)[f.pair.column] = {hostNow[i], itemNow[i]};
   }
-  return base.encode();
+  row.base = base.encode();
 }
 
 void Run::merge(PairRow& row) {
@@ -559,14 +672,25 @@ void Run::merge(PairRow& row) {
   Base base = Base::decode(row.base);
   if (contactMoved) base.contact.reset();
   ItemPtr item;
+  std::vector<std::string> hostNow = hostValues(h);
   std::vector<std::string> itemNow;
-  if (keys.values.empty()) {
+  if (!keys.values.empty()) {
+    itemNow = keys.values.all();
+  } else if (keys.likeHost) {
+    // The item held the host record's values in its own form when it was read: made again from
+    // the host's (the hash says whether they are still what the item held).
+    try {
+      for (size_t i = 0; i < fields_.size(); ++i)
+        itemNow.push_back(asItemValue(fields_[i], hostNow[i]));
+    } catch (const RuntimeError&) {
+      itemNow.clear();
+    }
+    if (hashValues(itemNow) != keys.hash) itemNow.clear();
+  }
+  if (itemNow.empty()) {
     item = fetch(row.outlookID);
     itemNow = valuesOf(*item);
-  } else {
-    itemNow = keys.values.all();
   }
-  std::vector<std::string> hostNow = hostValues(h);
   std::vector<size_t> toItem, toHost;
   for (size_t i = 0; i < fields_.size(); ++i) {
     const Field& f = fields_[i];
@@ -590,6 +714,8 @@ void Run::merge(PairRow& row) {
       toItem.push_back(i);
     } else if (itemChanged && !hostChanged) {
       toHost.push_back(i);
+    } else if (!half && hostEmpty(host) && standsIn(f, h, itemText)) {
+      continue;  // the contact's number the one-way run showed for the company's: left as it is
     } else if (!half && hostEmpty(host)) {
       toHost.push_back(i);
     } else if (!half && itemEmpty(f, itemText)) {
@@ -646,9 +772,10 @@ void Run::merge(PairRow& row) {
       });
   }
 
-  std::string now = baseOfNow(h, hostNow, itemNow);
-  if (newPair || now != row.base) {
-    row.base = now;
+  const std::string before = std::move(row.base);
+  const uint64_t hostBefore = row.hostHash, itemBefore = row.itemHash;
+  setBase(row, h, hostNow, itemNow);
+  if (newPair || row.base != before || row.hostHash != hostBefore || row.itemHash != itemBefore) {
     store_->save(row);
     ++c_.counters().mappingsSaved;
   }
@@ -700,7 +827,7 @@ void Run::newItem(int32_t host, PairRow* restored) {
   row.contactNum = h.contact;
   row.outlookID = item->EntryID();
   row.deleted = false;
-  row.base = baseOfNow(h, hostNow, valuesOf(*item));
+  setBase(row, h, hostNow, valuesOf(*item));
   store_->save(row);
   ++c_.counters().mappingsSaved;
   action("create-item");
@@ -781,7 +908,7 @@ void Run::newHost(size_t index) {
   row.companyNum = h.company;
   row.contactNum = h.contact;
   row.outlookID = item.entryID;
-  row.base = baseOfNow(h, hostNow, itemNow);
+  setBase(row, h, hostNow, itemNow);
   store_->save(row);
   ++c_.counters().mappingsSaved;
   action(info_ == 1 ? "create-company" : "create-contact");
@@ -856,6 +983,7 @@ void Run::go() {
           hostInRows_.insert(info_ == 1 ? r.companyNum : r.contactNum);
           itemsInRows_.insert(r.outlookID);
         }
+        if (rows_.empty()) markAdoptable();
         readHost();
         readItems();
       }))

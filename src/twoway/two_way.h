@@ -11,9 +11,10 @@
 //   missing), one row per pair and per (scheme, data file): the host company and contact keys,
 //   the item's EntryID, whether the item was deleted from the store, and the base: for each
 //   paired field the host's and the item's value as they were after the last run that wrote
-//   them (both, so a change of either side is seen in that side's own form), with a hash of
-//   each side's values: a pair whose sides still hash as its base says is passed over without
-//   its base being read. The table is read once per run; a row is written only when it changes.
+//   them (both, so a change of either side is seen in that side's own form), and in a column of
+//   its own a hash of each side's values: a pair whose sides still hash as its base says is
+//   passed over without its base being read. The table is read once per run; a row is written
+//   only when it changes.
 // Pairing. A pair is found by its keys only. The first run adopts the scheme's OutlookSync
 //   pairings whose item exists and is not already paired. Then an unpaired host record is
 //   paired with an existing item only when exactly one item is filed under its name and that
@@ -22,7 +23,9 @@
 //   one company named exactly as the item's CompanyName, or else at a new company of that name)
 //   and is paired at once. A pair without a base (adopted, or matched by name) is merged as if every
 //   field had changed on both sides, except that a value never replaces a filled one with
-//   nothing: an empty side takes the other's value.
+//   nothing: an empty side takes the other's value; and an item's business telephone, fax or web
+//   page that holds what the one-way run shows in place of the company's empty one (its default
+//   contact's) is left as it is, the company's field empty.
 // Fields. fieldPairs(info): the columns and properties both one-way transfers of the type use,
 //   with their conversions (gender, dates); docs/two-way.md has the table.
 // Merge. Per field: changed since the base on one side only: copied to the other; on both to

@@ -135,6 +135,14 @@ TEST_F(TwoWayTest, ChangesOnEachSideMeetInOneRunAndAQuietRunWritesNothing) {
                 "|" + acme->Categories() + "|" + std::to_string(acme->Gender()),
             "Paris|Ann Lee|555|Practice|1");
   EXPECT_EQ(value::toText(acme->Birthday()), value::toText(value::Date{1970, 3, 5}));
+  // State rows as earlier versions wrote them (the hashes in the base's text as well) are read.
+  auto asEarlierVersions = [&] {
+    testing::execSql(host->syncPath,
+                     "UPDATE TwoWayPairs SET Base = substr(Base, 1, length(Base) - 1) || "
+                     "',\"h\":\"' || substr(Hashes, 1, 16) || '\",\"i\":\"' || "
+                     "substr(Hashes, 18, 16) || '\"}';");
+  };
+  asEarlierVersions();
 
   // The practice moves the company; the phone changes the contact's home number, her e-mail
   // and (by letter case alone) her last name.
@@ -154,6 +162,7 @@ TEST_F(TwoWayTest, ChangesOnEachSideMeetInOneRunAndAQuietRunWritesNothing) {
   EXPECT_EQ(notes->actions, std::vector<std::string>{"update-both"});
 
   // Nothing changed: no card, no host row, no state row is written.
+  asEarlierVersions();
   std::vector<std::string> writes;
   auto watch = [&](const std::string& call) {
     for (const char* w : {"writeField", "addNew", "saveNew", "deleteCurrent"})
@@ -342,13 +351,21 @@ TEST_F(TwoWayTest, AGoneContactHalfTakesTheCompanysNewDefaultContact) {
 
 TEST_F(TwoWayTest, TheFirstRunAdoptsTheOneWayPairings) {
   addAcme(*this, [&](const std::string& s) { sql(s); });
-  sql("INSERT INTO Companies (CompanyID, CompanyName) VALUES (2, 'Beta');");
+  // Beta has no numbers of its own: the one-way run shows its default contact's.
+  sql("INSERT INTO Companies (CompanyID, CompanyName) VALUES (2, 'Beta');"
+      "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, DefaultContact, "
+      "BusinessPhone_Main, BusinessWebSite) VALUES (20, 2, 'Bo Ek', 1, '222', 'bo.test');"
+      "INSERT INTO Companies (CompanyID, CompanyName) VALUES (3, 'Gamma');");
   c().setSyncDirectionType(syncFromDossieraToOutlook);
   c().setSyncInformationType(1);
-  c().companyCollection()->add("1", "", "");
-  c().companyCollection()->add("2", "", "");
+  for (const char* id : {"1", "2", "3"}) c().companyCollection()->add(id, "", "");
   c().Synchronize();
-  ASSERT_EQ(items().size(), 2u);
+  ASSERT_EQ(items().size(), 3u);
+  // A second pairing of Gamma, with a copy of its item: the copy is not adopted.
+  auto copy = put("Gamma copy", "Gamma", "");
+  testing::execSql(host->syncPath,
+                   "INSERT INTO OutlookSync (SchemeNum, DataFileID, CompanyNum, OutlookID) "
+                   "VALUES (1, 'DF', 3, '" + copy->EntryID() + "');");
   // The item was renamed in the address book: no name finds it, its pairing does.
   auto acme = item("Acme");
   acme->setFileAs("ACME Ltd");
@@ -358,10 +375,22 @@ TEST_F(TwoWayTest, TheFirstRunAdoptsTheOneWayPairings) {
   c().setSyncDirectionType(syncBothsWays);
   run();
   expectNoErrors();
-  EXPECT_EQ(items().size(), 2u);
+  EXPECT_EQ(items().size(), 4u);
   // Without a base, an empty side takes the other's value.
   EXPECT_EQ(item("ACME Ltd")->BusinessAddressCity(), "Paris");
   EXPECT_EQ(one("SELECT HomeCity FROM Contacts WHERE ContactID = 10;"), "Rome");
+  // ... but the contact's numbers shown in the company's place stay where they are.
+  EXPECT_EQ(one("SELECT coalesce(OfficeNumber, '') || '|' || coalesce(WebSite, '') "
+                "FROM Companies WHERE CompanyID = 2;"),
+            "|");
+  EXPECT_EQ(item("Beta")->BusinessTelephoneNumber() + "|" + item("Beta")->WebPage(), "222|bo.test");
+  EXPECT_EQ(notes->count("update-company"), 0);
+  // The copy, an item of no pair, is made a company of its own.
+  EXPECT_EQ(one("SELECT COUNT(*) FROM Companies WHERE CompanyName = 'Gamma';"), "2");
+  sql("UPDATE Companies SET OfficeNumber = '333' WHERE CompanyID = 2;");
+  run();
+  expectNoErrors();
+  EXPECT_EQ(item("Beta")->BusinessTelephoneNumber(), "333");
 }
 
 TEST_F(TwoWayTest, PairsLostByAKilledRunAreFoundAgain) {
