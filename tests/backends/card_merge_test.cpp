@@ -1,11 +1,11 @@
 // Merging an item's changes into a card another client changed meanwhile, under either rule for
 // a property both changed.
-#include "backends/vdir/card_merge.h"
+#include "backends/vcard/card_merge.h"
 
 #include <gtest/gtest.h>
 
-#include "backends/vdir/contact_card.h"
-#include "backends/vdir/vcard.h"
+#include "backends/vcard/contact_card.h"
+#include "backends/vcard/vcard.h"
 
 namespace dossync::vdir {
 namespace {

@@ -10,8 +10,8 @@
 
 #include "backends/carddav/dav_client.h"
 #include "backends/vdir/vdir_store.h"
+#include "base/error.h"
 #include "core/apartment.h"
-#include "core/error.h"
 #include "test_support.h"
 
 namespace dossync::carddav {

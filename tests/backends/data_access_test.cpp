@@ -11,13 +11,13 @@
 #include <fstream>
 #include <functional>
 
-#include "backends/databases.h"
+#include "app/databases.h"
 #include "backends/odbc/odbc_data_access.h"
 #include "backends/postgres/pg_engine.h"
 #include "backends/sql/dialect.h"
 #include "backends/sqlite/sqlite_data_access.h"
+#include "base/value.h"
 #include "core/apartment.h"
-#include "core/value.h"
 #include "test_support.h"
 
 namespace dossync::sql {

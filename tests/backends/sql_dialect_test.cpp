@@ -4,7 +4,7 @@
 
 #include <map>
 
-#include "core/value.h"
+#include "base/value.h"
 
 namespace dossync::sql {
 namespace {

@@ -6,9 +6,9 @@
 #include <random>
 #include <sstream>
 
-#include "backends/vdir/contact_card.h"
-#include "backends/vdir/vcard.h"
-#include "core/error.h"
+#include "backends/vcard/contact_card.h"
+#include "backends/vcard/vcard.h"
+#include "base/error.h"
 
 namespace dossync::vdir {
 namespace {

@@ -8,11 +8,11 @@
 #include <fstream>
 #include <set>
 
-#include "backends/vdir/contact_card.h"
-#include "backends/vdir/vcard.h"
+#include "backends/vcard/contact_card.h"
+#include "backends/vcard/vcard.h"
 #include "backends/vdir/vdir_store.h"
 #include "core/apartment.h"
-#include "core/error.h"
+#include "core/error_frame.h"
 #include "test_support.h"
 
 namespace dossync::vdir {

@@ -1,8 +1,8 @@
-#include "core/value.h"
+#include "base/value.h"
 
 #include <gtest/gtest.h>
 
-#include "core/error.h"
+#include "base/error.h"
 #include "test_support.h"
 
 namespace dossync::value {

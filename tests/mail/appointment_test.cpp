@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "backends/vdir/vdir_calendar.h"
+#include "backends/mail/vdir_calendar.h"
 #include "core/synchronization.h"
 #include "test_support.h"
 

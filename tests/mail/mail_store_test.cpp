@@ -10,11 +10,11 @@
 #include <filesystem>
 #include <fstream>
 
-#include "backends/vdir/mail_account.h"
-#include "backends/vdir/mime_message.h"
-#include "backends/vdir/vdir_mail.h"
-#include "core/error.h"
-#include "core/value.h"
+#include "backends/mail/mail_account.h"
+#include "backends/mail/mime_message.h"
+#include "backends/mail/vdir_mail.h"
+#include "base/error.h"
+#include "base/value.h"
 #include "test_support.h"
 
 namespace dossync::vdir {

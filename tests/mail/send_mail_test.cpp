@@ -1,14 +1,14 @@
 // clsOutlookSendMail against the local store, with the logons and created items written down.
-#include "mail/send_mail.h"
+#include "send_mail/send_mail.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
 
-#include "backends/vdir/vdir_mail.h"
+#include "backends/mail/vdir_mail.h"
+#include "base/platform.h"
 #include "core/apartment.h"
-#include "core/platform.h"
 #include "engine/recording_outlook.h"
 #include "test_support.h"
 
