@@ -512,7 +512,7 @@ std::string lineDiff(const std::string& want, const std::string& got) {
 }
 
 TEST(VcardGoldenTest, WritesAFullCardExactlyAsTheGoldenFile) {
-  std::string path = std::string(DOSSYNC_SOURCE_DIR) + "/tests/backends/golden/full_contact.vcf";
+  std::string path = std::string(DOSSYNC_SOURCE_DIR) + "/tests/backends/vcard/golden/full_contact.vcf";
   std::string got = fullCard().text();
   if (std::getenv("DOSSYNC_UPDATE_GOLDEN")) std::ofstream(path, std::ios::binary) << got;
   std::ifstream in(path, std::ios::binary);
