@@ -30,9 +30,9 @@
 
 #include "app/demo_data.h"
 #include "backends/sqlite/host_database.h"
-#include "backends/vdir/atomic_file.h"
-#include "backends/vdir/contact_card.h"
-#include "backends/vdir/vcard.h"
+#include "backends/vcard/atomic_file.h"
+#include "backends/vcard/contact_card.h"
+#include "backends/vcard/vcard.h"
 #include "child_run.h"
 
 namespace fs = std::filesystem;

@@ -14,49 +14,27 @@ file(CREATE_LINK /usr/include/nlohmann ${DOSSYNC_WIN_INCLUDE}/nlohmann SYMBOLIC)
 include_directories(${CMAKE_SOURCE_DIR}/src)
 include_directories(SYSTEM ${DOSSYNC_WIN_INCLUDE})
 
-file(GLOB DOSSYNC_CORE_SOURCES CONFIGURE_DEPENDS
-  src/core/*.cpp src/store/*.cpp src/engine/*.cpp src/transfer/*.cpp
-  src/hostdb/*.cpp src/format/*.cpp src/mail/*.cpp src/interfaces/*.cpp)
-add_library(dossync_core STATIC ${DOSSYNC_CORE_SOURCES})
+# One static library per module (cmake/modules.txt), as on Linux; here the modules' windows/
+# subfolders take the place of their posix/ ones.
+include(${CMAKE_SOURCE_DIR}/cmake/module_libraries.cmake)
 # Case folding through the system's Unicode tables.
-target_link_libraries(dossync_core PUBLIC user32)
-
-# Previews and reports of runs (no libzstd here: reports are stored in zstd frames uncompressed).
-file(GLOB DOSSYNC_REPORT_SOURCES CONFIGURE_DEPENDS src/report/*.cpp)
-add_library(dossync_report STATIC ${DOSSYNC_REPORT_SOURCES})
-target_link_libraries(dossync_report PUBLIC dossync_core)
-
-# The shared SQL layer and the ODBC engine.
-file(GLOB DOSSYNC_SQL_SOURCES CONFIGURE_DEPENDS src/backends/sql/*.cpp)
-add_library(dossync_sql STATIC ${DOSSYNC_SQL_SOURCES})
-target_link_libraries(dossync_sql PUBLIC dossync_core)
-# The connection and catalog of the synchronisation database in SQLite's words, without SQLite
-# itself (the driver brings it).
-file(GLOB DOSSYNC_ODBC_SOURCES CONFIGURE_DEPENDS src/backends/odbc/*.cpp)
-add_library(dossync_odbc STATIC ${DOSSYNC_ODBC_SOURCES} src/backends/sqlite/sqlite_schema.cpp
-  src/backends/sqlite/sql_catalog.cpp)
-target_link_libraries(dossync_odbc PUBLIC dossync_sql odbc32 odbccp32)
-
-# IDispatch helpers and Outlook by automation.
-file(GLOB DOSSYNC_OUTLOOK_COM_SOURCES CONFIGURE_DEPENDS
-  src/backends/win32/*.cpp src/backends/outlook_com/*.cpp)
-add_library(dossync_outlook_com STATIC ${DOSSYNC_OUTLOOK_COM_SOURCES})
-target_link_libraries(dossync_outlook_com PUBLIC dossync_core ole32 oleaut32 uuid)
-
+target_link_libraries(dossync_base PUBLIC user32)
+# Previews and reports of runs: no libzstd here, reports are stored in zstd frames uncompressed.
+# The ODBC engine, with the synchronisation database's connection and catalog in SQLite's words
+# (the driver brings SQLite itself).
+target_link_libraries(dossync_odbc PUBLIC odbc32 odbccp32)
+# IDispatch helpers, and Outlook by automation.
+target_link_libraries(dossync_win32 PUBLIC ole32 oleaut32 uuid)
 # The vCard folder store, for the Outlook stand-in: mail items are written without GMime and
-# never delivered, appointments are not kept (no libcurl, no libical on Windows).
-file(GLOB DOSSYNC_VDIR_SOURCES CONFIGURE_DEPENDS src/backends/vdir/*.cpp)
-list(FILTER DOSSYNC_VDIR_SOURCES EXCLUDE REGEX ".*/(mime_message|smtp_client|vdir_calendar)\\.cpp$")
-add_library(dossync_vdir STATIC ${DOSSYNC_VDIR_SOURCES}
-  src/backends/vdir/windows/mime_plain.cpp src/backends/vdir/windows/unavailable.cpp)
-target_link_libraries(dossync_vdir PUBLIC dossync_core shell32 shlwapi)
+# never delivered, appointments are not kept (no libcurl, no libical on Windows); a desktop
+# program opens a displayed mail.
+target_link_libraries(dossync_mail PUBLIC shell32 shlwapi)
 
-# The wizard's form (no toolkit) and its Win32 view.
-file(GLOB DOSSYNC_WIZARD_SOURCES CONFIGURE_DEPENDS src/wizard/*.cpp)
-add_library(dossync_wizard STATIC ${DOSSYNC_WIZARD_SOURCES})
-target_link_libraries(dossync_wizard PUBLIC dossync_core)
 include(${CMAKE_SOURCE_DIR}/src/wizard_win32/windows.cmake)
 
 include(${CMAKE_SOURCE_DIR}/src/com_server/windows.cmake)
 include(${CMAKE_SOURCE_DIR}/tests/windows/outlook_standin/windows.cmake)
 include(${CMAKE_SOURCE_DIR}/tests/windows/windows.cmake)
+
+# No module links upward (cmake/modules.txt).
+dossync_check_module_links(kvoutlookdx com_server)

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "core/error.h"
-#include "core/progress.h"
-#include "core/services.h"
+#include "base/error.h"
 #include "interfaces/data_access.h"
+#include "interfaces/progress.h"
+#include "interfaces/services.h"
 
 namespace dossync::testing {
 

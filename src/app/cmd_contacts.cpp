@@ -11,8 +11,8 @@
 #include "app/outlook_wiring.h"
 #include "app/path_guards.h"
 #include "backends/vdir/vdir_store.h"
-#include "core/error.h"
-#include "core/value.h"
+#include "base/error.h"
+#include "base/value.h"
 
 namespace dossync::app {
 namespace {

@@ -11,15 +11,15 @@
 #include <vector>
 
 #include "app/commands.h"
-#include "app/credentials.h"
 #include "app/console_services.h"
+#include "app/credentials.h"
 #include "app/outlook_wiring.h"
-#include "backends/vdir/mail_account.h"
-#include "backends/vdir/vdir_mail.h"
+#include "backends/mail/mail_account.h"
+#include "backends/mail/vdir_mail.h"
+#include "base/value.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
-#include "core/value.h"
-#include "mail/send_mail.h"
+#include "send_mail/send_mail.h"
 
 namespace fs = std::filesystem;
 

@@ -6,7 +6,7 @@
 
 #include "app/commands.h"
 #include "app/outlook_wiring.h"
-#include "core/error.h"
+#include "base/error.h"
 #include "report/report_store.h"
 
 namespace dossync::app {

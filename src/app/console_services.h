@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "core/error.h"
-#include "core/services.h"
+#include "base/error.h"
+#include "interfaces/services.h"
 
 namespace dossync::app {
 

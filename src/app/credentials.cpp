@@ -13,7 +13,7 @@
 #include <iostream>
 #include <memory>
 
-#include "core/error.h"
+#include "base/error.h"
 
 namespace dossync::app {
 namespace {

@@ -7,7 +7,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "backends/databases.h"
+#include "app/databases.h"
 #include "backends/sql/database.h"
 
 namespace dossync::app {

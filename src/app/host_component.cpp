@@ -3,8 +3,8 @@
 #include <ostream>
 
 #include "app/commands.h"
+#include "app/databases.h"
 #include "app/path_guards.h"
-#include "backends/databases.h"
 
 namespace dossync::app {
 

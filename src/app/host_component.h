@@ -7,9 +7,9 @@
 #include <memory>
 #include <string>
 
-#include "core/error.h"
-#include "core/services.h"
+#include "base/error.h"
 #include "core/synchronization.h"
+#include "interfaces/services.h"
 
 namespace dossync::app {
 

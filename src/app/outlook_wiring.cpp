@@ -8,8 +8,8 @@
 #include "app/credentials.h"
 #include "backends/carddav/carddav_store.h"
 #include "backends/vdir/vdir_store.h"
-#include "core/error.h"
-#include "core/platform.h"
+#include "base/error.h"
+#include "base/platform.h"
 
 namespace dossync::app {
 namespace {

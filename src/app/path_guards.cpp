@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "app/commands.h"
+#include "app/databases.h"
 #include "app/outlook_wiring.h"
-#include "backends/databases.h"
-#include "core/apartment.h"
 #include "backends/sql/database.h"
-#include "core/error.h"
-#include "core/value.h"
+#include "base/error.h"
+#include "base/value.h"
+#include "core/apartment.h"
 
 namespace dossync::app {
 namespace fs = std::filesystem;

@@ -9,9 +9,9 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include "backends/databases.h"
+#include "app/databases.h"
 #include "backends/sql/database.h"
-#include "core/error.h"
+#include "base/error.h"
 
 namespace dossync::app {
 namespace {

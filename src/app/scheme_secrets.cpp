@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "backends/databases.h"
+#include "app/databases.h"
 
 namespace dossync::app {
 namespace {

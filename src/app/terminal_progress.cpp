@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "core/platform.h"
+#include "base/platform.h"
 
 namespace dossync::app {
 

@@ -7,7 +7,7 @@
 #include <functional>
 #include <string>
 
-#include "core/progress.h"
+#include "interfaces/progress.h"
 
 namespace dossync::app {
 

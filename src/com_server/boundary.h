@@ -10,7 +10,7 @@
 
 #include <string>
 
-#include "backends/win32/automation.h"
+#include "platform/win32/automation.h"
 
 namespace dossync::com {
 

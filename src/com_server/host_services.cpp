@@ -4,11 +4,11 @@
 #include <map>
 #include <utility>
 
-#include "backends/win32/automation.h"
+#include "base/platform.h"
 #include "core/apartment.h"
-#include "core/platform.h"
-#include "core/progress.h"
-#include "core/wizard_host.h"
+#include "interfaces/progress.h"
+#include "interfaces/wizard_host.h"
+#include "platform/win32/automation.h"
 #include "wizard_win32/wizard_window.h"
 
 namespace dossync::com {

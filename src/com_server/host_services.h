@@ -37,9 +37,9 @@
 #include <string>
 #include <vector>
 
-#include "core/error.h"
-#include "core/object.h"
-#include "core/services.h"
+#include "base/error.h"
+#include "base/object.h"
+#include "interfaces/services.h"
 
 namespace dossync::com {
 

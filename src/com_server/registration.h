@@ -4,7 +4,7 @@
 // library with its interfaces. Unregistering removes exactly those keys. Both answer an
 // HRESULT (SELFREG_E_CLASS / SELFREG_E_TYPELIB on failure) and never throw.
 //
-// registerInprocClass/unregisterInprocClass (backends/win32/com_registration.h) are the CLSID
+// registerInprocClass/unregisterInprocClass (platform/win32/com_registration.h) are the CLSID
 // and ProgID part alone, shared with the other in-process servers of the project.
 #pragma once
 
@@ -12,7 +12,7 @@
 
 #include <string>
 
-#include "backends/win32/com_registration.h"
+#include "platform/win32/com_registration.h"
 
 namespace dossync::com {
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "backends/win32/automation.h"
-#include "core/error.h"
+#include "base/error.h"
+#include "platform/win32/automation.h"
 
 namespace dossync::com {
 

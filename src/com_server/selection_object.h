@@ -1,5 +1,5 @@
 // companyCollection as the host sees it: an automation collection over the component's
-// selection (core/collection.h), live: what the host adds the next Synchronize walks, and what
+// selection (base/collection.h), live: what the host adds the next Synchronize walks, and what
 // the component puts there the host reads.
 //
 //   Add(value)        a company or contact number, or an Outlook entry id: the item stands for
@@ -20,7 +20,7 @@
 
 #include <memory>
 
-#include "core/collection.h"
+#include "base/collection.h"
 
 namespace dossync::com {
 

@@ -9,7 +9,7 @@
 
 #include "com_server/dual_object.h"
 #include "kvoutlookdx_h.h"
-#include "mail/send_mail.h"
+#include "send_mail/send_mail.h"
 
 namespace dossync::com {
 

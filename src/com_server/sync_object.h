@@ -21,10 +21,10 @@
 #include <memory>
 #include <vector>
 
-#include "backends/win32/automation.h"
 #include "com_server/dual_object.h"
 #include "core/synchronization.h"
 #include "kvoutlookdx_h.h"
+#include "platform/win32/automation.h"
 
 namespace dossync::com {
 

@@ -35,9 +35,13 @@ file(GLOB KV_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/com_server/*.cpp)
 add_library(kvoutlookdx SHARED ${KV_SOURCES} ${KV_GEN}/kvoutlookdx.rc
             ${CMAKE_SOURCE_DIR}/src/com_server/kvoutlookdx.def)
 set_target_properties(kvoutlookdx PROPERTIES PREFIX "" OUTPUT_NAME kvoutlookdx)
-add_dependencies(kvoutlookdx kvoutlookdx_idl)
-target_link_libraries(kvoutlookdx PRIVATE kvoutlookdx_guids dossync_wizard_win32 dossync_outlook_com dossync_odbc
-                      dossync_sql dossync_report dossync_core ole32 oleaut32 uuid)
+add_dependencies(kvoutlookdx kvoutlookdx_idl dossync_check_layers)
+# The modules the server uses (cmake/modules.txt).
+foreach(used IN LISTS DOSSYNC_USES_com_server)
+  dossync_module_target(${used} usedTarget)
+  target_link_libraries(kvoutlookdx PRIVATE ${usedTarget})
+endforeach()
+target_link_libraries(kvoutlookdx PRIVATE kvoutlookdx_guids ole32 oleaut32 uuid)
 if(NOT CMAKE_SIZEOF_VOID_P EQUAL 8)
   # Exports by their plain names (the host and regsvr32 look them up so), not name@bytes.
   target_link_options(kvoutlookdx PRIVATE -Wl,--kill-at)

@@ -6,11 +6,11 @@
 #include <memory>
 #include <vector>
 
-#include "core/error.h"
+#include "base/utility.h"
+#include "core/error_frame.h"
 #include "core/run_observer.h"
-#include "core/services.h"
-#include "core/utility.h"
 #include "interfaces/data_access.h"
+#include "interfaces/services.h"
 
 namespace dossync {
 

@@ -1,9 +1,9 @@
 // openSynchForm: the wizard, created through the platform registry so that the core does not
 // depend on the form or its toolkit (the host registers what answers "frmWizard").
+#include "base/platform.h"
 #include "core/apartment.h"
-#include "core/platform.h"
 #include "core/synchronization.h"
-#include "core/wizard_host.h"
+#include "interfaces/wizard_host.h"
 
 namespace dossync {
 

@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/error.h"
+#include "base/error.h"
 
 namespace dossync {
 

@@ -1,7 +1,7 @@
 #include "core/synchronization.h"
 
+#include "base/platform.h"
 #include "core/apartment.h"
-#include "core/platform.h"
 
 namespace dossync {
 
@@ -149,6 +149,22 @@ void clsOutlookSynchronization::raiseExitProgram() {
       // An event handler's failure stays in the host.
     }
   }
+}
+
+void clsOutlookSynchronization::groupEnded(bool committed) {
+  if (apartment().runObserver) observeRun([&](IRunObserver& o) { o.groupEnded(committed); });
+  if (committed) {
+    committed_ = counters_;
+    groupRecords_ = 0;
+    return;
+  }
+  Counters now = counters_;
+  counters_ = committed_;
+  counters_.rowsWalked = now.rowsWalked;
+  counters_.recordsFailed = now.recordsFailed + groupRecords_;
+  counters_.commitsFailed = now.commitsFailed + 1;
+  committed_ = counters_;
+  groupRecords_ = 0;
 }
 
 }  // namespace dossync

@@ -18,13 +18,13 @@
 #include <memory>
 #include <string>
 
-#include "core/collection.h"
-#include "core/error.h"
-#include "core/object.h"
+#include "base/collection.h"
+#include "base/object.h"
+#include "core/error_frame.h"
 #include "core/run_observer.h"
-#include "core/services.h"
 #include "interfaces/data_access.h"
 #include "interfaces/object_model.h"
+#include "interfaces/services.h"
 
 namespace dossync {
 
@@ -157,7 +157,7 @@ class clsOutlookSynchronization : public Object {
   std::string createNewDossieraContactInOutlook(int32_t contactID, std::string outlookEntryID);
   int32_t createNewOutlookCompanyWithDefaultContactInDossiera(std::string outlookEntryID,
                                                               int32_t companyID);
-  // Outlook appointment through the open session (mail/appointment.cpp).
+  // Outlook appointment through the open session (engine/appointment.cpp).
   void CreateAppointment(value::Date& start, value::Date& end, std::string& subject,
                          std::string& location);
 

@@ -5,13 +5,13 @@
 #include <functional>
 #include <vector>
 
+#include "base/platform.h"
+#include "base/value.h"
 #include "core/apartment.h"
-#include "core/platform.h"
-#include "core/progress.h"
+#include "core/recordset.h"
 #include "core/run_stop.h"
 #include "core/synchronization.h"
-#include "core/value.h"
-#include "hostdb/recordset.h"
+#include "interfaces/progress.h"
 
 namespace dossync {
 namespace {
@@ -257,22 +257,6 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
   }
   // syncBothsWays and anything else: nothing is synchronised.
   return result;
-}
-
-void clsOutlookSynchronization::groupEnded(bool committed) {
-  if (apartment().runObserver) observeRun([&](IRunObserver& o) { o.groupEnded(committed); });
-  if (committed) {
-    committed_ = counters_;
-    groupRecords_ = 0;
-    return;
-  }
-  Counters now = counters_;
-  counters_ = committed_;
-  counters_.rowsWalked = now.rowsWalked;
-  counters_.recordsFailed = now.recordsFailed + groupRecords_;
-  counters_.commitsFailed = now.commitsFailed + 1;
-  committed_ = counters_;
-  groupRecords_ = 0;
 }
 
 }  // namespace dossync

@@ -1,7 +1,7 @@
 // The Outlook session: attach to a running Outlook (or start one), take its MAPI namespace and
 // log on with the component's settings; StopOutlook lets go of both and never closes Outlook.
+#include "base/platform.h"
 #include "core/apartment.h"
-#include "core/platform.h"
 #include "core/synchronization.h"
 
 namespace dossync {

@@ -2,11 +2,11 @@
 // summaries.
 #include <array>
 
+#include "base/value.h"
 #include "core/apartment.h"
-#include "core/value.h"
+#include "core/host_database.h"
+#include "core/recordset.h"
 #include "format/rtf_summaries.h"
-#include "hostdb/host_database.h"
-#include "hostdb/recordset.h"
 
 namespace dossync::format {
 namespace {

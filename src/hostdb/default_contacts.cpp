@@ -5,12 +5,12 @@
 #include <memory>
 #include <optional>
 
+#include "base/value.h"
 #include "core/apartment.h"
-#include "core/value.h"
+#include "core/host_database.h"
+#include "core/recordset.h"
 #include "format/rtf_summaries.h"
 #include "hostdb/lookups.h"
-#include "hostdb/host_database.h"
-#include "hostdb/recordset.h"
 
 namespace dossync::hostdb {
 namespace {

@@ -1,9 +1,9 @@
 #include "hostdb/lookups.h"
 
+#include "base/value.h"
 #include "core/apartment.h"
-#include "core/value.h"
-#include "hostdb/host_database.h"
-#include "hostdb/recordset.h"
+#include "core/host_database.h"
+#include "core/recordset.h"
 
 namespace dossync::hostdb {
 namespace {

@@ -4,12 +4,12 @@
 #include <optional>
 #include <vector>
 
+#include "base/value.h"
 #include "core/apartment.h"
-#include "core/value.h"
+#include "core/host_database.h"
+#include "core/recordset.h"
 #include "hostdb/default_contacts.h"
 #include "hostdb/lookups.h"
-#include "hostdb/host_database.h"
-#include "hostdb/recordset.h"
 
 namespace dossync::hostdb {
 namespace {

@@ -1,6 +1,6 @@
 #include "interfaces/catalog.h"
 
-#include "core/value.h"
+#include "base/value.h"
 
 namespace dossync::store {
 

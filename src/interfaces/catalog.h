@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "core/object.h"
+#include "base/object.h"
 
 namespace dossync::store {
 

@@ -1,6 +1,6 @@
 // The data access object: the one path to the host database (and, through a second instance,
 // to the synchronisation database). Recordsets are 32-bit handles; every value passes as text
-// (Booleans "True"/"False", numbers in decimal, dates in the default text form of core/value.h).
+// (Booleans "True"/"False", numbers in decimal, dates in the default text form of base/value.h).
 //
 // Connection: the opener sets, in order, the connection kind (2), the database location, the
 // cursor location (3) and the access mode (2), then calls openDatabase(2). openDatabase never
@@ -27,8 +27,8 @@
 #include <memory>
 #include <string>
 
-#include "core/error.h"
-#include "core/object.h"
+#include "base/error.h"
+#include "base/object.h"
 
 namespace dossync::hostdb {
 

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "core/error.h"
+#include "base/error.h"
 
 namespace dossync::outlook {
 namespace {

@@ -6,7 +6,7 @@
 //
 // "Nothing" is an empty pointer. A look-up that finds nothing (Items::Find, NameSpace::
 // GetItemFromID) answers Nothing; operations that fail throw RuntimeError naming the item.
-// An omitted optional argument is std::nullopt. Dates use core/value.h's Date; Outlook's
+// An omitted optional argument is std::nullopt. Dates use base/value.h's Date; Outlook's
 // "none" date is kNoDate (4501-01-01).
 // Thread use: the apartment's one thread.
 #pragma once
@@ -18,8 +18,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/object.h"
-#include "core/value.h"
+#include "base/object.h"
+#include "base/value.h"
 
 namespace dossync::outlook {
 

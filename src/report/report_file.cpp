@@ -9,7 +9,7 @@
 #include <zstd.h>
 #endif
 
-#include "core/error.h"
+#include "base/error.h"
 
 namespace dossync::report {
 namespace {

@@ -13,8 +13,8 @@
 #include <csignal>
 #endif
 
-#include "core/error.h"
-#include "core/utility.h"
+#include "base/error.h"
+#include "base/utility.h"
 #include "report/report_file.h"
 #include "report/run_recorder.h"
 

@@ -7,11 +7,11 @@
 
 #include <unistd.h>
 
+#include "base/value.h"
 #include "core/apartment.h"
+#include "core/recordset.h"
 #include "core/run_stop.h"
 #include "core/synchronization.h"
-#include "core/value.h"
-#include "hostdb/recordset.h"
 #include "report/watched_outlook.h"
 
 namespace dossync::report {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <unordered_map>
 
-#include "core/value.h"
+#include "base/value.h"
 
 namespace dossync::report {
 namespace {

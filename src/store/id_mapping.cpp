@@ -1,11 +1,11 @@
 // Pairs host companies and contacts with Outlook items, per scheme and host data file, in the
 // OutlookSync table of the synchronisation database. Look-ups fall back to Outlook (an item
 // filed under the record's name) or to the host (a record named like the item).
+#include "base/value.h"
 #include "core/apartment.h"
+#include "core/recordset.h"
 #include "core/synchronization.h"
-#include "core/value.h"
 #include "hostdb/lookups.h"
-#include "hostdb/recordset.h"
 
 namespace dossync {
 namespace {

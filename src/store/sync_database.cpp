@@ -3,10 +3,10 @@
 #include <memory>
 #include <vector>
 
+#include "base/platform.h"
+#include "base/utility.h"
 #include "core/apartment.h"
-#include "core/platform.h"
 #include "core/synchronization.h"
-#include "core/utility.h"
 #include "interfaces/catalog.h"
 
 namespace dossync {

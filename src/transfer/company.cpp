@@ -1,6 +1,6 @@
 // A host company alone -> one Outlook contact filed under the company name; the item's person
 // (names) is left as it was.
-#include "core/value.h"
+#include "base/value.h"
 #include "transfer/transfer_support.h"
 
 namespace dossync {

@@ -1,5 +1,5 @@
 // A host company and its default contact -> one Outlook contact filed under the company name.
-#include "core/value.h"
+#include "base/value.h"
 #include "transfer/transfer_support.h"
 
 namespace dossync {

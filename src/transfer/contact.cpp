@@ -1,6 +1,6 @@
 // A host contact -> one Outlook contact, with the business address and numbers of its company
 // when the contact inherits them.
-#include "core/value.h"
+#include "base/value.h"
 #include "transfer/transfer_support.h"
 
 namespace dossync {

@@ -1,7 +1,7 @@
 // One Outlook contact -> a host company (its business half) with a contact of that company
 // (its personal half). Creates the company (with its client record) and the contact when they
 // do not exist, overwrites their columns, and pairs both with the item.
-#include "core/value.h"
+#include "base/value.h"
 #include "hostdb/lookups.h"
 #include "hostdb/new_records.h"
 #include "transfer/transfer_support.h"

@@ -1,9 +1,9 @@
 #include "transfer/transfer_support.h"
 
+#include "base/platform.h"
+#include "base/value.h"
 #include "core/apartment.h"
-#include "core/platform.h"
-#include "core/progress.h"
-#include "core/value.h"
+#include "interfaces/progress.h"
 
 namespace dossync::transfer {
 

@@ -5,10 +5,10 @@
 #include <memory>
 #include <string>
 
+#include "core/host_database.h"
+#include "core/recordset.h"
 #include "core/synchronization.h"
 #include "interfaces/data_access.h"
-#include "hostdb/host_database.h"
-#include "hostdb/recordset.h"
 #include "interfaces/object_model.h"
 
 namespace dossync::transfer {

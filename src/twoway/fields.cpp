@@ -1,6 +1,6 @@
 #include "twoway/fields.h"
 
-#include "core/value.h"
+#include "base/value.h"
 #include "transfer/transfer_support.h"
 
 namespace dossync::twoway {

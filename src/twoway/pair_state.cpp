@@ -3,12 +3,12 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "base/platform.h"
+#include "base/utility.h"
+#include "base/value.h"
 #include "core/apartment.h"
-#include "core/platform.h"
+#include "core/recordset.h"
 #include "core/synchronization.h"
-#include "core/utility.h"
-#include "core/value.h"
-#include "hostdb/recordset.h"
 #include "interfaces/catalog.h"
 
 namespace dossync::twoway {

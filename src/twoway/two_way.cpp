@@ -11,17 +11,17 @@
 #include <unordered_set>
 #include <vector>
 
+#include "base/value.h"
 #include "core/apartment.h"
-#include "core/error.h"
-#include "core/progress.h"
+#include "core/error_frame.h"
+#include "core/host_database.h"
+#include "core/recordset.h"
 #include "core/run_stop.h"
 #include "core/synchronization.h"
-#include "core/value.h"
 #include "hostdb/default_contacts.h"
-#include "hostdb/host_database.h"
 #include "hostdb/lookups.h"
 #include "hostdb/new_records.h"
-#include "hostdb/recordset.h"
+#include "interfaces/progress.h"
 #include "twoway/fields.h"
 #include "twoway/pair_state.h"
 

@@ -2,9 +2,9 @@
 
 #include <unordered_set>
 
+#include "base/value.h"
 #include "core/apartment.h"
-#include "core/value.h"
-#include "hostdb/recordset.h"
+#include "core/recordset.h"
 
 namespace dossync::wizard {
 namespace {

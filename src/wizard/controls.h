@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "core/error.h"
-#include "core/object.h"
+#include "base/error.h"
+#include "base/object.h"
 
 namespace dossync::wizard {
 

@@ -2,7 +2,7 @@
 
 #include <sstream>
 
-#include "core/platform.h"
+#include "base/platform.h"
 
 namespace dossync::wizard {
 

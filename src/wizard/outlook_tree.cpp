@@ -2,8 +2,8 @@
 
 #include <unordered_set>
 
+#include "base/platform.h"
 #include "core/apartment.h"
-#include "core/platform.h"
 
 namespace dossync::wizard {
 

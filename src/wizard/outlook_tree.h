@@ -24,8 +24,8 @@
 #include <string>
 #include <vector>
 
-#include "core/progress.h"
 #include "interfaces/object_model.h"
+#include "interfaces/progress.h"
 #include "wizard/tree_view.h"
 
 namespace dossync::wizard {

@@ -9,10 +9,10 @@
 // no OutlookSync rows (a both-ways run selects nothing, and rows would keep the component's own
 // wizard from ever loading it) and, in the host's scheme settings, its conflict rule; it opens
 // again with "Both ways" chosen, even before its DataFileID is written.
+#include "base/value.h"
 #include "core/apartment.h"
+#include "core/recordset.h"
 #include "core/synchronization.h"
-#include "core/value.h"
-#include "hostdb/recordset.h"
 #include "wizard/wizard_form.h"
 
 namespace dossync::wizard {

@@ -30,7 +30,7 @@
 #include <string>
 #include <vector>
 
-#include "core/wizard_host.h"
+#include "interfaces/wizard_host.h"
 #include "wizard/client_tree.h"
 #include "wizard/controls.h"
 #include "wizard/outlook_tree.h"

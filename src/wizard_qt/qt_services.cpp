@@ -4,8 +4,8 @@
 #include <QMessageBox>
 #include <QProgressDialog>
 
+#include "base/platform.h"
 #include "core/apartment.h"
-#include "core/platform.h"
 
 namespace dossync::qt {
 namespace {

@@ -18,9 +18,9 @@
 #include <memory>
 #include <string>
 
-#include "core/object.h"
-#include "core/progress.h"
-#include "core/services.h"
+#include "base/object.h"
+#include "interfaces/progress.h"
+#include "interfaces/services.h"
 
 class QProgressDialog;
 

@@ -15,7 +15,7 @@
 #include <QRadioButton>
 #include <QTreeWidget>
 
-#include "core/platform.h"
+#include "base/platform.h"
 #include "wizard_qt/artwork.h"
 #include "wizard_qt/qt_services.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <mutex>
 
-#include "core/platform.h"
+#include "base/platform.h"
 #include "wizard_win32/artwork.h"
 
 #ifndef WM_DPICHANGED

@@ -9,9 +9,9 @@
 
 #include "backends/carddav/carddav_store.h"
 #include "backends/carddav/dav_client.h"
-#include "backends/vdir/card_merge.h"
+#include "backends/vcard/card_merge.h"
 #include "backends/vdir/vdir_store.h"
-#include "core/error.h"
+#include "base/error.h"
 #include "test_support.h"
 
 namespace dossync {

@@ -4,8 +4,8 @@
 
 #include <fstream>
 
+#include "base/platform.h"
 #include "core/apartment.h"
-#include "core/platform.h"
 #include "test_support.h"
 
 namespace dossync {

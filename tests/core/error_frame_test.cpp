@@ -1,4 +1,4 @@
-#include "core/error.h"
+#include "core/error_frame.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "core/platform.h"
+#include "base/platform.h"
 #include "core/synchronization.h"
 #include "engine/recording_outlook.h"
 #include "test_support.h"

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "backends/vdir/vdir_store.h"
-#include "core/error.h"
+#include "base/error.h"
 
 namespace dossync::testing {
 

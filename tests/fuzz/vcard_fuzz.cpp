@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "backends/vdir/contact_card.h"
-#include "backends/vdir/vcard.h"
-#include "core/error.h"
+#include "backends/vcard/contact_card.h"
+#include "backends/vcard/vcard.h"
+#include "base/error.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "core/error.h"
+#include "base/error.h"
 #include "test_support.h"
 
 namespace dossync::report {

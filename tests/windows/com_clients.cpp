@@ -11,8 +11,8 @@
 #include <string>
 
 #include "backends/outlook_com/outlook_automation.h"
-#include "backends/win32/automation.h"
 #include "kvoutlookdx_h.h"
+#include "platform/win32/automation.h"
 #include "test_client.h"
 
 using dossync::win32::ComPtr;

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <string>
 
-#include "backends/win32/automation.h"
+#include "platform/win32/automation.h"
 
 inline int failures = 0;
 

@@ -24,7 +24,7 @@
 #include <string>
 #include <vector>
 
-#include "backends/win32/automation.h"
+#include "platform/win32/automation.h"
 #include "test_client.h"
 
 using dossync::win32::Dispatch;

@@ -1,6 +1,6 @@
 // The wizard's steps, navigation buttons, Finish and Cancel, and the write-through option
 // handlers, driven headlessly as a user would.
-#include "core/platform.h"
+#include "base/platform.h"
 #include "wizard_fixture.h"
 
 namespace dossync {

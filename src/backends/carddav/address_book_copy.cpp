@@ -6,10 +6,10 @@
 #include <set>
 #include <sstream>
 
-#include "backends/vdir/atomic_file.h"
-#include "backends/vdir/card_merge.h"
-#include "backends/vdir/entry_id.h"
-#include "core/error.h"
+#include "backends/vcard/atomic_file.h"
+#include "backends/vcard/card_merge.h"
+#include "backends/vcard/entry_id.h"
+#include "base/error.h"
 
 namespace fs = std::filesystem;
 

@@ -40,8 +40,8 @@
 #include <vector>
 
 #include "backends/carddav/dav_client.h"
-#include "backends/vdir/card_merge.h"
-#include "backends/vdir/card_remote.h"
+#include "backends/vcard/card_merge.h"
+#include "backends/vcard/card_remote.h"
 
 namespace dossync::carddav {
 

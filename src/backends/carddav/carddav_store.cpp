@@ -6,10 +6,10 @@
 #include <map>
 
 #include "backends/carddav/address_book_copy.h"
-#include "backends/vdir/atomic_file.h"
-#include "backends/vdir/entry_id.h"
+#include "backends/vcard/atomic_file.h"
+#include "backends/vcard/entry_id.h"
 #include "backends/vdir/vdir_store.h"
-#include "core/error.h"
+#include "base/error.h"
 
 namespace fs = std::filesystem;
 

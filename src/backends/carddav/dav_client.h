@@ -32,7 +32,7 @@
 #include <string>
 #include <vector>
 
-#include "core/error.h"
+#include "base/error.h"
 
 namespace dossync::carddav {
 

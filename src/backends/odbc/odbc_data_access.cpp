@@ -1,6 +1,6 @@
 #include "backends/odbc/odbc_data_access.h"
 
-#include "core/platform.h"
+#include "base/platform.h"
 
 namespace dossync::odbc {
 

@@ -14,7 +14,7 @@
 
 #include "backends/odbc/odbc_engine.h"
 #include "backends/sql/data_access.h"
-#include "backends/sqlite/sql_catalog.h"
+#include "backends/sql/sql_catalog.h"
 
 namespace dossync::odbc {
 

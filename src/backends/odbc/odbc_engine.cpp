@@ -15,9 +15,9 @@
 #include <fstream>
 #include <unordered_map>
 
-#include "backends/sqlite/sqlite_schema.h"
-#include "core/error.h"
-#include "core/value.h"
+#include "backends/sql/sqlite_schema.h"
+#include "base/error.h"
+#include "base/value.h"
 
 namespace dossync::odbc {
 

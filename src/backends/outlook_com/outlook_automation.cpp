@@ -1,7 +1,7 @@
 #include "backends/outlook_com/outlook_automation.h"
 
-#include "backends/win32/automation.h"
-#include "core/platform.h"
+#include "base/platform.h"
+#include "platform/win32/automation.h"
 
 namespace dossync::outlook_com {
 

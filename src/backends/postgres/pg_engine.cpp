@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "backends/sql/dialect.h"
-#include "core/utility.h"
-#include "core/value.h"
+#include "base/utility.h"
+#include "base/value.h"
 
 namespace dossync::postgres {
 

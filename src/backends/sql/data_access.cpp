@@ -1,7 +1,7 @@
 #include "backends/sql/data_access.h"
 
+#include "base/platform.h"
 #include "core/apartment.h"
-#include "core/platform.h"
 
 namespace dossync::sql {
 

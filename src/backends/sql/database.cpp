@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "backends/sql/dialect.h"
-#include "core/value.h"
+#include "base/value.h"
 
 namespace dossync::sql {
 

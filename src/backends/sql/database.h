@@ -18,7 +18,7 @@
 #include "backends/sql/column_index.h"
 #include "backends/sql/engine.h"
 #include "backends/sql/stored.h"
-#include "core/error.h"
+#include "base/error.h"
 
 namespace dossync::sql {
 

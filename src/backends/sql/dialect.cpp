@@ -5,7 +5,7 @@
 #include <set>
 
 #include "backends/sql/stored.h"
-#include "core/value.h"
+#include "base/value.h"
 
 namespace dossync::sql {
 namespace {

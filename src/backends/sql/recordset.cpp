@@ -6,7 +6,7 @@
 #include <set>
 
 #include "backends/sql/dialect.h"
-#include "core/value.h"
+#include "base/value.h"
 
 namespace dossync::sql {
 

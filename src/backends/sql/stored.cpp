@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "core/error.h"
-#include "core/value.h"
+#include "base/error.h"
+#include "base/value.h"
 
 namespace dossync::sql {
 

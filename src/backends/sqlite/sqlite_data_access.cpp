@@ -3,8 +3,8 @@
 #include <filesystem>
 
 #include "backends/sqlite/sqlite_engine.h"
+#include "base/platform.h"
 #include "core/apartment.h"
-#include "core/platform.h"
 
 namespace dossync::sqlite {
 

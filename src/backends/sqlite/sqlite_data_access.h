@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "backends/sql/data_access.h"
-#include "backends/sqlite/sql_catalog.h"
+#include "backends/sql/sql_catalog.h"
 
 namespace dossync::sqlite {
 

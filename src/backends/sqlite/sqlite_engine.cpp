@@ -1,6 +1,6 @@
 #include "backends/sqlite/sqlite_engine.h"
 
-#include "core/value.h"
+#include "base/value.h"
 
 namespace dossync::sqlite {
 

@@ -11,7 +11,7 @@
 
 #include "backends/sql/database.h"
 #include "backends/sql/engine.h"
-#include "backends/sqlite/sqlite_schema.h"
+#include "backends/sql/sqlite_schema.h"
 
 namespace dossync::sqlite {
 

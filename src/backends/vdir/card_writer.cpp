@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "backends/vdir/atomic_file.h"
-#include "backends/vdir/posix_io.h"
+#include "backends/vcard/atomic_file.h"
+#include "backends/vcard/posix_io.h"
 
 namespace fs = std::filesystem;
 

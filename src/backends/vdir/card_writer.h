@@ -30,8 +30,8 @@
 #include <thread>
 #include <vector>
 
-#include "backends/vdir/card_remote.h"
-#include "core/error.h"
+#include "backends/vcard/card_remote.h"
+#include "base/error.h"
 
 namespace dossync::vdir {
 

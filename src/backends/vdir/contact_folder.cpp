@@ -6,12 +6,12 @@
 #include <cstring>
 #include <thread>
 
-#include "backends/vdir/atomic_file.h"
-#include "backends/vdir/contact_card.h"
-#include "backends/vdir/entry_id.h"
-#include "backends/vdir/posix_io.h"
+#include "backends/vcard/atomic_file.h"
+#include "backends/vcard/contact_card.h"
+#include "backends/vcard/entry_id.h"
+#include "backends/vcard/posix_io.h"
 #include "backends/vdir/vdir_items.h"
-#include "core/error.h"
+#include "base/error.h"
 
 namespace fs = std::filesystem;
 

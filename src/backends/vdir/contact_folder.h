@@ -37,9 +37,9 @@
 #include <unordered_map>
 #include <vector>
 
+#include "backends/vcard/contact_card.h"
+#include "backends/vcard/vcard.h"
 #include "backends/vdir/card_writer.h"
-#include "backends/vdir/contact_card.h"
-#include "backends/vdir/vcard.h"
 #include "core/apartment.h"
 #include "interfaces/object_model.h"
 

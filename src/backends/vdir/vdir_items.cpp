@@ -1,7 +1,7 @@
 #include "backends/vdir/vdir_items.h"
 
-#include "backends/vdir/entry_id.h"
-#include "core/error.h"
+#include "backends/vcard/entry_id.h"
+#include "base/error.h"
 
 namespace dossync::vdir {
 namespace {

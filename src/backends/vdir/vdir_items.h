@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "backends/vdir/contact_card.h"
+#include "backends/vcard/contact_card.h"
 #include "backends/vdir/contact_folder.h"
 #include "backends/vdir/vdir_store.h"
 

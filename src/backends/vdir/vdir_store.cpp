@@ -5,13 +5,13 @@
 #include <iostream>
 #include <map>
 
-#include "backends/vdir/atomic_file.h"
+#include "backends/mail/vdir_calendar.h"
+#include "backends/mail/vdir_mail.h"
+#include "backends/vcard/atomic_file.h"
+#include "backends/vcard/entry_id.h"
 #include "backends/vdir/contact_folder.h"
-#include "backends/vdir/entry_id.h"
-#include "backends/vdir/vdir_calendar.h"
 #include "backends/vdir/vdir_items.h"
-#include "backends/vdir/vdir_mail.h"
-#include "core/error.h"
+#include "base/error.h"
 
 namespace fs = std::filesystem;
 

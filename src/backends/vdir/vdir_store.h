@@ -40,7 +40,8 @@
 #include <utility>
 #include <vector>
 
-#include "backends/vdir/card_remote.h"
+#include "backends/vcard/card_remote.h"
+#include "backends/vcard/vdir_item.h"
 #include "interfaces/object_model.h"
 
 namespace dossync::vdir {
@@ -70,16 +71,6 @@ bool isPlainVdir(const std::filesystem::path& root, const std::filesystem::path&
 // A name for that folder's state and reports: its last component and 8 hex digits of a hash of
 // its absolute path (two address books both called "contacts" stay apart).
 std::string plainVdirName(const std::filesystem::path& root);
-
-// What every item of this store also is: dynamic_cast an outlook item to it.
-class VdirItem {
- public:
-  virtual ~VdirItem() = default;
-  // The item's file; "" until it is saved.
-  virtual std::string FilePath() const = 0;
-  // Removes the item's file. The item cannot be saved afterwards.
-  virtual void Delete() = 0;
-};
 
 // The profile a Logon with that name works on ("" the default); throws RuntimeError 5 for a
 // name that is no folder name. Its folder is ROOT/<answer>.

@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
-#include "backends/win32/automation.h"
-#include "core/error.h"
+#include "base/error.h"
+#include "platform/win32/automation.h"
 
 namespace dossync::standin {
 

@@ -17,9 +17,9 @@
 #include <string>
 
 #include "backends/vdir/vdir_store.h"
-#include "backends/win32/automation.h"
-#include "backends/win32/com_registration.h"
 #include "objects.h"
+#include "platform/win32/automation.h"
+#include "platform/win32/com_registration.h"
 
 namespace {
 

@@ -1,0 +1,256 @@
+// The CardDAV store against a real Radicale server: what reaches the server, what a logon
+// downloads, and other clients' changes (made straight on the server) kept through our writes.
+#include "backends/carddav/carddav_store.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+
+#include "backends/carddav/dav_client.h"
+#include "backends/vdir/vdir_store.h"
+#include "base/error.h"
+#include "core/apartment.h"
+#include "test_support.h"
+
+namespace dossync::carddav {
+namespace {
+
+namespace fs = std::filesystem;
+using outlook::ContactItem;
+
+class CardDavStoreTest : public testing::RadicaleSuite {
+ protected:
+  std::shared_ptr<outlook::NameSpace> logon(const std::string& password = "secret",
+                                            bool serverWins = false) {
+    CardDavSettings settings;
+    settings.url = url;
+    settings.cacheRoot = cache.path();
+    settings.serverWinsConflicts = serverWins;
+    apps.push_back(makeCardDavApplication(settings));
+    auto session = apps.back()->GetNamespace("MAPI");
+    session->Logon("alice", password, false, false);
+    return session;
+  }
+  std::shared_ptr<ContactItem> create(const std::string& fileAs) {
+    auto item =
+        std::dynamic_pointer_cast<ContactItem>(apps.back()->CreateItem(outlook::olContactItem));
+    item->setFileAs(fileAs);
+    item->Save();
+    return item;
+  }
+  // Another CardDAV client, straight on the server.
+  DavClient other() {
+    DavOptions o;
+    o.user = "alice";
+    o.password = "secret";
+    return DavClient(url, o);
+  }
+  fs::path copyOf(const std::string& file) {
+    CardDavSettings settings;
+    settings.url = url;
+    settings.cacheRoot = cache.path();
+    return fs::path(cardDavCopyRoot(settings)) / "alice" / "contacts" / file;
+  }
+  static std::shared_ptr<ContactItem> byId(const std::shared_ptr<outlook::NameSpace>& s,
+                                           const std::string& id) {
+    return std::dynamic_pointer_cast<ContactItem>(s->GetItemFromID(id, ""));
+  }
+
+  testing::TempDir cache;
+  std::vector<std::shared_ptr<outlook::Application>> apps;
+};
+
+TEST_F(CardDavStoreTest, SavesReachTheServerAndLogonsFetchOnlyWhatChanged) {
+  auto session = logon();
+  auto ann = create("Lee, Ann");
+  std::string id = ann->EntryID();
+  auto client = other();
+  auto members = client.listMembers();
+  ASSERT_EQ(members.size(), 1u);
+  EXPECT_NE(client.get(members[0].href).data.find("Lee\\, Ann"), std::string::npos);
+  std::string file = members[0].href.substr(members[0].href.rfind('/') + 1);
+  auto stamp = fs::last_write_time(copyOf(file));
+
+  // Nothing changed: a new session finds the card in its copy, which is not fetched again.
+  auto again = logon();
+  ASSERT_NE(byId(again, id), nullptr);
+  EXPECT_EQ(fs::last_write_time(copyOf(file)), stamp);
+  EXPECT_EQ(
+      std::dynamic_pointer_cast<ContactItem>(again->GetDefaultFolder(outlook::olFolderContacts)
+                                                 ->Items()
+                                                 ->Find("[FileAs] = \"LEE, ANN\""))
+          ->EntryID(),
+      id);
+
+  // Another client changes the card, and adds one of its own without any of our properties.
+  auto card = client.get(members[0].href);
+  std::string changed = card.data;
+  changed.replace(changed.find("END:VCARD"), 9, "NICKNAME:annie\r\nTITLE:Partner\r\nEND:VCARD");
+  EXPECT_EQ(client.put({members[0].href, changed, card.etag, false}).status / 100, 2);
+  EXPECT_EQ(client.put({client.collectionPath() + "bob.vcf",
+                        "BEGIN:VCARD\r\nVERSION:3.0\r\nUID:bob\r\nFN:Bob Ray\r\nN:Ray;Bob;;;\r\n"
+                        "END:VCARD\r\n",
+                        "", true})
+                    .status /
+                100,
+            2);
+  auto third = logon();
+  EXPECT_EQ(byId(third, id)->JobTitle(), "Partner");
+  auto bob = byId(third, "bob");
+  ASSERT_NE(bob, nullptr);
+  EXPECT_EQ(bob->FileAs(), "Ray, Bob");  // filed as Outlook files a person
+
+  // Deleted there: gone here after the next logon; deleted here: gone there.
+  client.remove(members[0].href);
+  auto fourth = logon();
+  EXPECT_EQ(byId(fourth, id), nullptr);
+  EXPECT_FALSE(fs::exists(copyOf(file)));
+  EXPECT_TRUE(vdir::deleteVdirItem(*fourth, "bob"));
+  EXPECT_TRUE(client.listMembers().empty());
+}
+
+TEST_F(CardDavStoreTest, AChangeMadeOnTheServerMeanwhileIsMergedNotLost) {
+  auto session = logon();
+  auto ann = create("Lee, Ann");
+  ann->setEmail1Address("ann@lee.example");
+  ann->Save();
+  auto item = byId(session, ann->EntryID());
+
+  // Between our read and our write another client adds a nickname and a job title.
+  auto client = other();
+  auto href = client.listMembers().at(0).href;
+  auto card = client.get(href);
+  std::string theirs = card.data;
+  theirs.replace(theirs.find("END:VCARD"), 9, "NICKNAME:annie\r\nTITLE:Partner\r\nEND:VCARD");
+  ASSERT_EQ(client.put({href, theirs, card.etag, false}).status / 100, 2);
+
+  item->setBusinessTelephoneNumber("613-555-0100");
+  item->setEmail1Address("");
+  item->Save();  // 412 first, then merged into their version
+  std::string now = client.get(href).data;
+  EXPECT_NE(now.find("NICKNAME:annie"), std::string::npos) << now;
+  EXPECT_NE(now.find("TITLE:Partner"), std::string::npos) << now;
+  EXPECT_NE(now.find("613-555-0100"), std::string::npos) << now;
+  EXPECT_EQ(now.find("ann@lee.example"), std::string::npos) << now;
+  EXPECT_EQ(byId(logon(), ann->EntryID())->JobTitle(), "Partner");
+}
+
+TEST_F(CardDavStoreTest, APropertyBothChangedKeepsTheValueTheRuleNames) {
+  for (bool serverWins : {false, true}) {
+    SCOPED_TRACE(serverWins ? "the server's value wins" : "ours wins");
+    auto session = logon("secret", serverWins);
+    auto ann = create(serverWins ? "Lee, Ann" : "Ray, Bob");
+    ann->setJobTitle("Clerk");
+    ann->Save();
+    auto item = byId(session, ann->EntryID());
+
+    auto client = other();
+    std::string href;
+    for (const auto& m : client.listMembers())
+      if (client.get(m.href).data.find(serverWins ? "Lee" : "Ray") != std::string::npos)
+        href = m.href;
+    auto card = client.get(href);
+    std::string theirs = card.data;
+    theirs.replace(theirs.find("TITLE:Clerk"), 11, "TITLE:Manager");
+    ASSERT_EQ(client.put({href, theirs, card.etag, false}).status / 100, 2);
+
+    item->setJobTitle("Partner");
+    item->setDepartment("Audit");
+    item->Save();
+    auto now = byId(logon(), ann->EntryID());
+    EXPECT_EQ(now->JobTitle(), serverWins ? "Manager" : "Partner");
+    EXPECT_EQ(now->Department(), "Audit");  // changed on one side only: ours reaches the server
+  }
+}
+
+// Saves made inside a procedure go to the server behind it; the failures are thrown as it ends.
+std::optional<RuntimeError> inProcedure(const std::function<void()>& body) {
+  Apartment& a = apartment();
+  ++a.procedureDepth;
+  body();
+  std::optional<RuntimeError> failed;
+  auto tasks = std::move(a.idleTasks);
+  a.idleTasks.clear();
+  for (const auto& weak : tasks) {
+    if (auto task = weak.lock()) {
+      try {
+        task->finish();
+      } catch (const RuntimeError& e) {
+        failed = e;
+      }
+    }
+  }
+  --a.procedureDepth;
+  return failed;
+}
+
+TEST_F(CardDavStoreTest, AFailedWriteNamesTheCardAndTheOthersStillReachTheServer) {
+  // A server of its own, stopped half-way.
+  testing::RadicaleServer own({"alice:secret"});
+  own.makeBook("alice", "book");
+  url = own.url("alice", "book");
+  auto session = logon();
+  auto ann = create("Lee, Ann");
+  std::string annId = ann->EntryID();
+  // Another client moves Ann's card to a name of its own: our update of it makes the card
+  // again, which the server refuses (409, its UID is taken), while the rest of the batch goes.
+  auto client = other();
+  auto annCard = client.get(client.listMembers().at(0).href);
+  client.remove(annCard.href);
+  ASSERT_EQ(
+      client.put({client.collectionPath() + "moved.vcf", annCard.data, "", true}).status / 100, 2);
+  auto failed = inProcedure([&] {
+    ann->setJobTitle("Partner");
+    ann->Save();
+    for (const char* name : {"Ray, Bob", "Kim, Cy"}) create(name);
+  });
+  ASSERT_TRUE(failed);
+  EXPECT_NE(failed->description().find(url), std::string::npos) << failed->description();
+  EXPECT_NE(failed->description().find("409"), std::string::npos) << failed->description();
+  EXPECT_EQ(client.listMembers().size(), 3u);
+
+  // The server goes away with cards still to send: the error names it, and the copy does not
+  // pretend to hold what never reached it.
+  std::vector<std::string> lost;
+  auto second = logon();
+  failed = inProcedure([&] {
+    for (const char* name : {"Orr, Di", "Poe, Ed"}) lost.push_back(create(name)->EntryID());
+    own.stop();
+  });
+  ASSERT_TRUE(failed);
+  EXPECT_EQ(failed->number(), kServerUnreachable);
+  EXPECT_NE(failed->description().find(own.base()), std::string::npos) << failed->description();
+  for (const auto& id : lost) EXPECT_EQ(byId(second, id), nullptr) << id;
+}
+
+// An appointment goes into the account's calendar when it has one, and stays in the profile's
+// folder when it has none.
+TEST_F(CardDavStoreTest, AppointmentsGoToTheAccountsCalendar) {
+  auto session = logon();
+  auto send = [&](const std::string& subject) {
+    auto item = std::dynamic_pointer_cast<outlook::AppointmentItem>(
+        apps.back()->CreateItem(outlook::olAppointmentItem));
+    item->setSubject(subject);
+    item->setStart({2026, 12, 1, 10, 0, 0});
+    item->setEnd({2026, 12, 1, 11, 0, 0});
+    item->Send();
+    return item->EntryID();
+  };
+  send("no calendar yet");  // nothing on the server to take it
+
+  server->makeBook("alice", book + "-calendar", true);
+  auto withCalendar = logon();
+  std::string uid = send("Year-end review");
+  carddav::DavOptions o{"alice", "secret"};
+  DavClient calendar(server->url("alice", book + "-calendar"), o);
+  auto members = calendar.listMembers();
+  ASSERT_EQ(members.size(), 1u);
+  auto event = calendar.get(members[0].href);
+  EXPECT_NE(event.data.find("SUMMARY:Year-end review"), std::string::npos) << event.data;
+  EXPECT_NE(event.data.find("UID:" + uid), std::string::npos) << event.data;
+}
+
+}  // namespace
+}  // namespace dossync::carddav

@@ -1,0 +1,72 @@
+// CreateAppointment through the component's session, and the local store's appointment items.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "backends/mail/vdir_calendar.h"
+#include "core/synchronization.h"
+#include "test_support.h"
+
+namespace dossync {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<fs::path> icsFiles(const fs::path& dir) {
+  std::vector<fs::path> out;
+  std::error_code ec;
+  for (const auto& f : fs::directory_iterator(dir, ec)) {
+    if (f.path().extension() == ".ics") out.push_back(f.path());
+  }
+  return out;
+}
+
+using CreateAppointmentTest = testing::ApartmentTest;
+
+// The event's contents as another program reads them are checked from the command line.
+TEST_F(CreateAppointmentTest, SendStoresOneEventInTheProfileCalendar) {
+  testing::Host host(dir, false);
+  host.component->setProfile("work");
+  host.component->setDisplayLoginDialog(false);
+  ASSERT_TRUE(host.component->StartOutlook());
+  value::Date start{2025, 3, 14, 9, 30, 0}, end{2025, 3, 14, 10, 45, 0};
+  std::string subject = "Year-end review, Müller", place = "Room 2; Main St";
+  host.component->CreateAppointment(start, end, subject, place);
+  EXPECT_TRUE(host.errors->errors.empty());
+  auto files = icsFiles(host.outlookRoot + "/work/calendar");
+  ASSERT_EQ(files.size(), 1u);
+  std::string ics = testing::readFile(files[0]);
+  for (const std::string& line : std::vector<std::string>{
+           "DTSTART:20250314T093000\r\n", "SUMMARY:Year-end review\\, Müller\r\n",
+           "LOCATION:Room 2\\; Main St\r\n", "UID:" + files[0].stem().string()})
+    EXPECT_NE(ics.find(line), std::string::npos) << line << " in\n" << ics;
+}
+
+TEST(VdirAppointment, EndBeforeStartIsRefusedAndNothingWritten) {
+  testing::TempDir dir;
+  vdir::VdirAppointmentItem item(dir.path());
+  item.setStart({2025, 3, 14, 11, 0, 0});
+  item.setEnd({2025, 3, 14, 10, 0, 0});
+  EXPECT_THROW(item.Send(), RuntimeError);
+  EXPECT_TRUE(icsFiles(dir.path()).empty());
+  EXPECT_EQ(item.EntryID(), "");
+  item.setEnd(item.Start());
+  item.Send();
+  EXPECT_EQ(icsFiles(dir.path()).size(), 1u);
+  EXPECT_EQ(item.FilePath(), (fs::path(dir.path()) / (item.EntryID() + ".ics")).string());
+  item.Delete();
+  EXPECT_TRUE(icsFiles(dir.path()).empty());
+  EXPECT_THROW(item.Save(), RuntimeError);
+}
+
+TEST(VdirAppointment, ANewItemStartsOnTheHalfHourForThirtyMinutes) {
+  testing::TempDir dir;
+  vdir::VdirAppointmentItem item(dir.path());
+  value::Date s = item.Start(), e = item.End();
+  EXPECT_TRUE((s.minute == 0 || s.minute == 30) && s.second == 0);
+  EXPECT_GE(s, value::now());
+  EXPECT_EQ((e.hour * 60 + e.minute - s.hour * 60 - s.minute + 1440) % 1440, 30);
+}
+
+}  // namespace
+}  // namespace dossync

@@ -1,0 +1,585 @@
+// The vCard folder store through the Outlook object model, on real folders.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "backends/vcard/contact_card.h"
+#include "backends/vcard/vcard.h"
+#include "backends/vdir/vdir_store.h"
+#include "core/apartment.h"
+#include "core/error_frame.h"
+#include "test_support.h"
+
+namespace dossync::vdir {
+namespace {
+
+namespace fs = std::filesystem;
+using outlook::ContactItem;
+using outlook::ContactProperty;
+
+void writeFile(const fs::path& p, const std::string& text) {
+  std::ofstream(p, std::ios::binary) << text;
+}
+
+std::string card(const std::string& body) {
+  return "BEGIN:VCARD\r\nVERSION:3.0\r\n" + body + "END:VCARD\r\n";
+}
+
+class VdirStoreTest : public ::testing::Test {
+ protected:
+  std::shared_ptr<outlook::Application> open() {
+    return makeVdirApplication(root.path(),
+                               [this](const std::string& m) { warnings.push_back(m); });
+  }
+  static std::shared_ptr<outlook::NameSpace> session(
+      const std::shared_ptr<outlook::Application>& a) {
+    return a->GetNamespace("MAPI");
+  }
+  static std::shared_ptr<outlook::Items> contacts(const std::shared_ptr<outlook::Application>& a) {
+    return session(a)->GetDefaultFolder(outlook::olFolderContacts)->Items();
+  }
+  static std::shared_ptr<ContactItem> newContact(const std::shared_ptr<outlook::Application>& a) {
+    auto item = std::dynamic_pointer_cast<ContactItem>(a->CreateItem(outlook::olContactItem));
+    EXPECT_NE(item, nullptr);
+    return item;
+  }
+  std::shared_ptr<ContactItem> saved(const std::shared_ptr<outlook::Application>& a,
+                                     const std::string& fileAs) {
+    auto c = newContact(a);
+    c->setFileAs(fileAs);
+    c->Save();
+    return c;
+  }
+  fs::path contactsDir(const std::string& profile = "default") const {
+    return fs::path(root.path()) / profile / "contacts";
+  }
+  static std::shared_ptr<ContactItem> find(const std::shared_ptr<outlook::Items>& items,
+                                           const std::string& fileAs) {
+    return std::dynamic_pointer_cast<ContactItem>(items->Find("[FileAs] = \"" + fileAs + "\""));
+  }
+
+  static std::string idOf(const std::shared_ptr<ContactItem>& item) {
+    return item ? item->EntryID() : "(Nothing)";
+  }
+
+  testing::TempDir root;
+  std::vector<std::string> warnings;
+};
+
+TEST_F(VdirStoreTest, LogonTakesTheDefaultProfileAndCreatesMissingOnes) {
+  auto app = open();
+  session(app)->GetDefaultFolder(outlook::olFolderContacts);  // no Logon: the default profile
+  EXPECT_TRUE(fs::is_directory(contactsDir("default")));
+  EXPECT_TRUE(fs::is_directory(fs::path(root.path()) / "default" / "calendar"));
+
+  session(app)->Logon("Practice 2", "secret", true, true);
+  auto practiceStore = session(app)->GetDefaultFolder(outlook::olFolderContacts)->StoreID();
+  EXPECT_TRUE(fs::is_directory(contactsDir("Practice 2")));
+
+  writeFile(fs::path(root.path()) / "default-profile", "Practice 2\n");
+  auto other = open();
+  session(other)->Logon(std::nullopt, std::nullopt, std::nullopt, std::nullopt);
+  EXPECT_EQ(session(other)->GetDefaultFolder(outlook::olFolderContacts)->StoreID(), practiceStore);
+  session(other)->Logon("", std::nullopt, std::nullopt, std::nullopt);
+  EXPECT_EQ(session(other)->GetDefaultFolder(outlook::olFolderCalendar)->StoreID(), practiceStore);
+
+  EXPECT_THROW(session(app)->Logon("../escape", {}, {}, {}), RuntimeError);
+  EXPECT_THROW(app->GetNamespace("IMAP"), RuntimeError);
+  EXPECT_THROW(session(app)->GetDefaultFolder(6), RuntimeError);
+  EXPECT_THROW(app->CreateItem(99), RuntimeError);  // no such item type
+  EXPECT_EQ(session(app)->GetDefaultFolder(outlook::olFolderCalendar)->Items()->Count(), 0);
+}
+
+TEST_F(VdirStoreTest, StoreIdsAreStableAndItemsAreOnlyFoundInTheirOwnStore) {
+  auto app = open();
+  session(app)->Logon("a", {}, {}, {});
+  auto item = saved(app, "Smith, Ann");
+  std::string storeA = session(app)->GetDefaultFolder(outlook::olFolderContacts)->StoreID();
+  ASSERT_FALSE(storeA.empty());
+
+  auto again = open();
+  session(again)->Logon("a", {}, {}, {});
+  EXPECT_EQ(session(again)->GetDefaultFolder(outlook::olFolderContacts)->StoreID(), storeA);
+  EXPECT_NE(session(again)->GetItemFromID(item->EntryID(), storeA), nullptr);
+  EXPECT_NE(session(again)->GetItemFromID(item->EntryID(), ""), nullptr);
+
+  session(again)->Logon("b", {}, {}, {});
+  std::string storeB = session(again)->GetDefaultFolder(outlook::olFolderContacts)->StoreID();
+  EXPECT_NE(storeA, storeB);
+  EXPECT_EQ(session(app)->GetItemFromID(item->EntryID(), storeB), nullptr);  // app is still on a
+  EXPECT_EQ(session(again)->GetItemFromID(item->EntryID(), storeA), nullptr);
+  EXPECT_EQ(session(again)->GetItemFromID(item->EntryID(), storeB), nullptr);
+  EXPECT_EQ(session(again)->GetItemFromID("no-such-id", storeB), nullptr);
+}
+
+TEST_F(VdirStoreTest, EveryCardHasADisplayNameAndCompaniesShowAsCompanies) {
+  struct Case {
+    std::string full, first, company, fileAs, email, fnLine;
+    bool showsAsCompany;
+  } cases[] = {
+      {"", "", "Acme Ltd", "", "", "FN;X-DOSSYNC-DERIVED=TRUE:Acme Ltd", true},
+      {"", "", "Acme; Sons", "Acme (London)", "", "FN;X-DOSSYNC-DERIVED=TRUE:Acme (London)", true},
+      {"", "Ann", "Acme Ltd", "", "", "FN;X-DOSSYNC-DERIVED=TRUE:Ann", false},
+      {"", "", "", "", "info@acme.example", "FN;X-DOSSYNC-DERIVED=TRUE:info@acme.example", false},
+      {"", "", "", "", "", "FN;X-DOSSYNC-DERIVED=TRUE:(no name)", false},
+      {"Ann Lee", "", "Acme Ltd", "", "", "FN:Ann Lee", false},
+  };
+  auto app = open();
+  auto lines = [&](const std::shared_ptr<ContactItem>& c) {  // unfolded, as written
+    std::set<std::string> out;
+    for (const auto& p :
+         parseVcard(testing::readFile(dynamic_cast<VdirItem&>(*c).FilePath())).properties)
+      out.insert(p.line());
+    return out;
+  };
+  auto reread = [&](const std::shared_ptr<ContactItem>& c) {
+    auto back =
+        std::dynamic_pointer_cast<ContactItem>(session(open())->GetItemFromID(c->EntryID(), ""));
+    EXPECT_NE(back, nullptr);
+    return back;
+  };
+  for (const auto& k : cases) {
+    auto c = newContact(app);
+    c->setFullName(k.full);
+    c->setFirstName(k.first);
+    c->setCompanyName(k.company);
+    c->setFileAs(k.fileAs);
+    c->setEmail1Address(k.email);
+    c->Save();
+    auto written = lines(c);
+    EXPECT_TRUE(written.count(k.fnLine)) << k.fnLine;
+    EXPECT_EQ(written.count("X-ABShowAs:COMPANY"), k.showsAsCompany ? 1u : 0u) << k.fnLine;
+    auto back = reread(c);
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(back->FullName(), k.full);
+    EXPECT_EQ(back->FileAs(), c->FileAs());
+    EXPECT_EQ(back->CompanyName(), k.company);
+  }
+
+  // A company card follows its filing name, becomes a person's when given a person name, and
+  // a company's again when the name goes.
+  auto c = newContact(app);
+  c->setCompanyName("Acme Ltd");
+  c->Save();
+  c->setFileAs("Acme Holdings");
+  c->Save();
+  EXPECT_TRUE(lines(c).count("FN;X-DOSSYNC-DERIVED=TRUE:Acme Holdings"));
+  auto back = reread(c);
+  back->setFullName("Ann Lee");
+  back->Save();
+  EXPECT_TRUE(lines(c).count("FN:Ann Lee"));
+  EXPECT_FALSE(lines(c).count("X-ABShowAs:COMPANY"));
+  back = reread(c);
+  EXPECT_EQ(back->FullName(), "Ann Lee");
+  back->setFullName("");
+  back->Save();
+  EXPECT_TRUE(lines(c).count("FN;X-DOSSYNC-DERIVED=TRUE:Acme Holdings"));
+  EXPECT_TRUE(lines(c).count("X-ABShowAs:COMPANY"));
+  EXPECT_EQ(reread(c)->FullName(), "");
+
+  // Another program's card with an empty FN gets one when it is next saved. (One with a real FN
+  // keeps it as the FullName, and its X-ABShowAs: UpdatingAnotherProgramsCardKeepsWhatWeDoNotMap.)
+  writeFile(contactsDir() / "theirs.vcf", card("UID:theirs\r\nFN:\r\nORG:Thunder Co\r\n"));
+  auto theirs = std::dynamic_pointer_cast<ContactItem>(session(app)->GetItemFromID("theirs", ""));
+  ASSERT_NE(theirs, nullptr);
+  theirs->setJobTitle("Supplier");
+  theirs->Save();
+  EXPECT_TRUE(lines(theirs).count("FN;X-DOSSYNC-DERIVED=TRUE:Thunder Co"));
+  EXPECT_EQ(reread(theirs)->FullName(), "");
+}
+
+TEST_F(VdirStoreTest, MalformedFilesAreReportedOnceAndSkipped) {
+  auto app = open();
+  saved(app, "Alpha");
+  saved(app, "Omega");
+  writeFile(contactsDir() / "broken.vcf", "BEGIN:VCARD\r\nthis line has no colon\r\nEND:VCARD\r\n");
+  writeFile(contactsDir() / "empty.vcf", "");
+  writeFile(contactsDir() / "notes.txt", "not a card at all");
+
+  auto fresh = open();
+  auto items = contacts(fresh);
+  EXPECT_EQ(items->Count(), 2);
+  for (int i = 1; i <= items->Count(); ++i) EXPECT_EQ(items->Item(i)->Class(), outlook::olContact);
+  EXPECT_NE(find(items, "Omega"), nullptr);
+  EXPECT_EQ(find(items, "broken"), nullptr);
+  // A rescan (the folder changed) does not report the same bad files again.
+  writeFile(contactsDir() / "new.vcf", card("UID:new\r\nFN:New\r\n"));
+  EXPECT_EQ(contacts(fresh)->Count(), 3);
+  ASSERT_EQ(warnings.size(), 2u);
+  std::sort(warnings.begin(), warnings.end());
+  EXPECT_NE(warnings[0].find((contactsDir() / "broken.vcf").string()), std::string::npos);
+  EXPECT_NE(warnings[0].find("line 2"), std::string::npos) << warnings[0];
+  EXPECT_NE(warnings[1].find("empty.vcf"), std::string::npos);
+}
+
+// A large folder is read by two threads; what each finds is the same as one would.
+TEST_F(VdirStoreTest, ALargeFolderIsIndexedWholeWithItsBadFilesReported) {
+  fs::create_directories(contactsDir());
+  for (int i = 0; i < 600; ++i) {
+    std::string n = std::to_string(i);
+    writeFile(contactsDir() / ("c" + n + ".vcf"),
+              card("UID:u" + n + "\r\nFN:N " + n + "\r\nX-DOSSYNC-FILEAS:File " + n + "\r\n"));
+  }
+  writeFile(contactsDir() / "c300x.vcf", "BEGIN:VCARD\r\nno colon\r\nEND:VCARD\r\n");
+  writeFile(contactsDir() / "c599x.vcf", "BEGIN:VCARD\r\n");
+  auto items = contacts(open());
+  EXPECT_EQ(items->Count(), 600);
+  for (int i : {0, 299, 300, 599}) {
+    auto c = find(items, "File " + std::to_string(i));
+    ASSERT_NE(c, nullptr) << i;
+    EXPECT_EQ(c->EntryID(), "u" + std::to_string(i));
+  }
+  EXPECT_EQ(warnings.size(), 2u);
+}
+
+// Find takes the name between the outer quotes literally, folds case as the text rule does, and
+// answers the first of several matches in file order, which is also the order Item walks.
+TEST_F(VdirStoreTest, FindTakesTheNameLiterallyAndAnswersTheFirstMatchInFileOrder) {
+  auto app = open();
+  const std::vector<std::string> names = {
+      "O'Brien, \"Bob\"", "[Acme] = \"x\"", "  padded  ", "Smith, John", "=", "\"", "Ünïcode; ok",
+  };
+  std::map<std::string, std::string> ids;
+  for (const auto& n : names) ids[n] = saved(app, n)->EntryID();
+  std::vector<std::string> twins, all;
+  for (int i = 0; i < 5; ++i) twins.push_back(saved(app, i % 2 ? "TWIN" : "Twin")->EntryID());
+  std::sort(twins.begin(), twins.end());  // ids name the files: file order
+  for (const auto& items : {contacts(app), contacts(open())}) {
+    for (const auto& n : names) {
+      auto hit = find(items, n);
+      ASSERT_NE(hit, nullptr) << n;
+      EXPECT_EQ(hit->EntryID(), ids[n]) << n;
+    }
+    EXPECT_EQ(idOf(find(items, "tWiN")), twins.front());
+    EXPECT_EQ(find(items, "padded"), nullptr);
+    EXPECT_NE(items->Find("  [FileAs]=\"Smith, John\"  "), nullptr);
+    EXPECT_THROW(items->Find("[LastName] = \"Smith\""), RuntimeError);
+    EXPECT_THROW(items->Find("[FileAs] = Smith"), RuntimeError);
+    EXPECT_THROW(items->Find("[FileAs] = \"Smith"), RuntimeError);
+    all.clear();
+    for (int i = 1; i <= items->Count(); ++i) all.push_back(items->Item(i)->EntryID());
+    EXPECT_TRUE(std::is_sorted(all.begin(), all.end()));
+    EXPECT_EQ(all.size(), names.size() + twins.size());
+    EXPECT_THROW(items->Item(0), RuntimeError);
+    EXPECT_THROW(items->Item(items->Count() + 1), RuntimeError);
+  }
+}
+
+TEST_F(VdirStoreTest, LookUpsUseTheIndexAndSeeOtherProgramsThroughIdsAndFolderChanges) {
+  auto app = open();
+  auto items = contacts(app);
+  saved(app, "Mine");
+  EXPECT_EQ(items->Count(), 1);  // index built
+
+  // Another program adds a card and a broken file; another session of ours saves one.
+  writeFile(contactsDir() / "theirs.vcf",
+            card("UID:theirs\r\nFN:T\r\nX-DOSSYNC-FILEAS:Theirs\r\n"));
+  writeFile(contactsDir() / "broken.vcf", "garbage");
+  auto otherSession = open();
+  auto theirs2 = saved(otherSession, "Other session");
+
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_NE(find(items, "Mine"), nullptr);
+    EXPECT_EQ(session(app)->GetItemFromID("nope", ""), nullptr);
+  }
+  EXPECT_TRUE(warnings.empty()) << "a look-up reread the folder";
+  // An id names its file: found without a rescan.
+  EXPECT_NE(session(app)->GetItemFromID("theirs", ""), nullptr);
+  EXPECT_NE(session(app)->GetItemFromID(theirs2->EntryID(), ""), nullptr);
+
+  // Handing out the folder again notices the changed folder.
+  auto refreshed = contacts(app);
+  EXPECT_EQ(warnings.size(), 1u);
+  EXPECT_EQ(refreshed->Count(), 3);
+  EXPECT_NE(find(refreshed, "Theirs"), nullptr);
+  EXPECT_NE(find(refreshed, "Other session"), nullptr);
+
+  // A card edited behind our back is not answered under its old name.
+  writeFile(contactsDir() / "theirs.vcf",
+            card("UID:theirs\r\nFN:T\r\nX-DOSSYNC-FILEAS:Renamed\r\n"));
+  EXPECT_EQ(find(refreshed, "Theirs"), nullptr);
+  EXPECT_NE(find(refreshed, "Renamed"), nullptr);
+}
+
+// The index reads only a card's keys; whatever another program wrote, it must agree with the
+// card read whole: Find answers each contact under the FileAs the whole card gives, and its
+// entry id leads back to it.
+TEST_F(VdirStoreTest, TheIndexFindsCardsOfOtherProgramsByTheirFileAsAndKnowsGroups) {
+  struct Case {
+    const char* file;
+    std::string text;
+    std::string fileAs;  // what the whole card is filed under
+    bool group = false;
+  };
+  const Case cases[] = {
+      {"evolution.vcf",
+       "BEGIN:VCARD\nVERSION:3.0\nUID:evo-1\nFN:Ann Lee\nN:Lee;Ann;;;\n"
+       "X-EVOLUTION-FILE-AS:Lee\\, Ann\nEND:VCARD\n",
+       "Lee, Ann"},
+      {"both.vcf", card("UID:both\r\nX-EVOLUTION-FILE-AS:Theirs\r\nx-dossync-fileas:Ours\r\n"),
+       "Ours"},
+      // Apple's groups, a byte order mark, and a name folded inside a UTF-8 sequence.
+      {"apple.vcf",
+       "\xEF\xBB\xBF" + card("item1.X-DOSSYNC-FILEAS:Bäckerei M\xC3\r\n \xBCller & "
+                             "Söhne\r\n\tGmbH\r\nUID:apple\r\n"),
+       "Bäckerei Müller & SöhneGmbH"},
+      {"crlf.vcf", card("UID:crlf\r\nX-DOSSYNC-FILEAS;X-DOSSYNC-EOL=CRLF:Two\\nLines\r\n"),
+       "Two\r\nLines"},
+      // khard and vdirsyncer write no FileAs: such a card is filed as Outlook files it.
+      {"khard.vcf", card("UID:khard-1\r\nFN:Jane Roe\r\nN:Roe;Jane;;;\r\nORG:Roe Consulting\r\n"),
+       "Roe, Jane"},
+      {"company.vcf", card("UID:co-1\r\nFN:Roe Consulting\r\nN:;;;;\r\nORG:Roe Consulting\r\n"),
+       "Roe Consulting"},
+      {"escaped-uid.vcf", card("UID:urn:uuid:a\\,b c\r\nX-DOSSYNC-FILEAS:Escaped Uid\r\n"),
+       "Escaped Uid"},
+      {"lower.vcf", "begin:vcard\nuid:lower\nx-evolution-file-as:lower case\nend:vcard\n",
+       "lower case"},
+      {"padded.vcf", card("UID:padded\r\nX-DOSSYNC-FILEAS:  Pad\\qded  \r\n"), "  Pad\\qded  "},
+      // Look-alikes of a FileAs line that are not one.
+      {"decoy.vcf",
+       card("UID:decoy\r\nNOTE:X-DOSSYNC-FILEAS:Fake\r\nX-DOSSYNC-FILEAS;X-Q=\"a:b\":Real\r\n"
+            "X-DOSSYNC-FILEASX:Other\r\n"),
+       "Real"},
+      {"individual.vcf", card("UID:ind\r\nKIND:individual\r\nX-DOSSYNC-FILEAS:Individual\r\n"),
+       "Individual"},
+      {"group4.vcf",
+       "BEGIN:VCARD\r\nVERSION:4.0\r\nKIND;VALUE=text:group\r\nUID:grp\r\nFN:Team\r\n"
+       "X-DOSSYNC-FILEAS:Team\r\nEND:VCARD\r\n",
+       "Team", true},
+      {"group3.vcf",
+       card("UID:grp3\r\nx-addressbookserver-kind: Group \r\nX-DOSSYNC-FILEAS:Crew\r\n"), "Crew",
+       true},
+      // A person filed as the group before it in file order is: Find answers contacts only.
+      {"zteam.vcf", card("UID:zteam\r\nFN:P\r\nX-DOSSYNC-FILEAS:Team\r\n"), "Team"},
+  };
+  auto app = open();
+  session(app)->GetDefaultFolder(outlook::olFolderContacts);  // makes the folders
+  for (const auto& c : cases) {
+    Vcard whole = parseVcard(c.text);
+    ASSERT_EQ(isGroupCard(whole), c.group) << c.file;
+    if (!c.group) {
+      ASSERT_EQ(filedAs(whole), c.fileAs) << c.file;
+    }
+    writeFile(contactsDir() / c.file, c.text);
+  }
+  auto fresh = open();
+  auto items = contacts(fresh);
+  EXPECT_EQ(items->Count(), static_cast<int32_t>(std::size(cases)));
+  for (const auto& c : cases) {
+    if (c.group) continue;
+    auto hit = find(items, c.fileAs);
+    ASSERT_NE(hit, nullptr) << c.file;
+    EXPECT_EQ(dynamic_cast<VdirItem&>(*hit).FilePath(), (contactsDir() / c.file).string());
+    auto byId = session(fresh)->GetItemFromID(hit->EntryID(), "");
+    ASSERT_NE(byId, nullptr) << c.file;
+    EXPECT_EQ(dynamic_cast<VdirItem&>(*byId).FilePath(), (contactsDir() / c.file).string());
+  }
+  for (int i = 1; i <= items->Count(); ++i) {  // groups are walked as distribution lists
+    std::string id = items->Item(i)->EntryID();
+    EXPECT_EQ(items->Item(i)->Class(),
+              id == "grp" || id == "grp3" ? outlook::olDistributionList : outlook::olContact)
+        << id;
+  }
+  EXPECT_EQ(find(items, "Crew"), nullptr);
+  EXPECT_EQ(idOf(find(items, "LEE, ANN")), "evo-1");  // folded as Find compares
+  EXPECT_EQ(find(items, "Theirs"), nullptr);
+  EXPECT_EQ(find(items, "Fake"), nullptr);
+  EXPECT_TRUE(warnings.empty());
+}
+
+TEST_F(VdirStoreTest, CardsWithOddOrNoUidGetShortStableIds) {
+  fs::create_directories(contactsDir());
+  writeFile(contactsDir() / "long.vcf", card("UID:" + std::string(300, 'x') + "\r\nFN:Long\r\n"));
+  writeFile(contactsDir() / "odd.vcf", card("UID:urn:uuid:1234 5678/9\r\nFN:Odd\r\n"));
+  writeFile(contactsDir() / "dot.vcf", card("UID:..\r\nFN:Dots\r\n"));
+  writeFile(contactsDir() / "none.vcf", card("FN:None\r\n"));
+  std::map<std::string, std::string> ids;
+  {
+    auto items = contacts(open());
+    ASSERT_EQ(items->Count(), 4);
+    for (int i = 1; i <= 4; ++i) {
+      auto c = std::dynamic_pointer_cast<ContactItem>(items->Item(i));
+      ids[c->FullName()] = c->EntryID();
+      EXPECT_LE(c->EntryID().size(), 100u);
+      c->setJobTitle("saved once");
+      c->Save();
+    }
+  }
+  std::set<std::string> distinct;
+  for (const auto& [name, id] : ids) distinct.insert(id);
+  EXPECT_EQ(distinct.size(), 4u);
+  auto later = open();
+  for (const auto& [name, id] : ids) {
+    auto c = std::dynamic_pointer_cast<ContactItem>(session(later)->GetItemFromID(id, ""));
+    ASSERT_NE(c, nullptr) << name;
+    EXPECT_EQ(c->FullName(), name);
+    EXPECT_EQ(c->EntryID(), id);
+  }
+}
+
+TEST_F(VdirStoreTest, DeletingRemovesTheFileAndTheIndexEntry) {
+  auto app = open();
+  auto items = contacts(app);
+  auto a = saved(app, "A");
+  auto b = saved(app, "B");
+  EXPECT_EQ(items->Count(), 2);
+  std::string path = dynamic_cast<VdirItem&>(*a).FilePath();
+  EXPECT_TRUE(fs::exists(path));
+
+  EXPECT_TRUE(deleteVdirItem(*session(app), a->EntryID()));
+  EXPECT_FALSE(fs::exists(path));
+  EXPECT_EQ(items->Count(), 1);
+  EXPECT_EQ(find(items, "A"), nullptr);
+  EXPECT_EQ(session(app)->GetItemFromID(a->EntryID(), ""), nullptr);
+  EXPECT_FALSE(deleteVdirItem(*session(app), a->EntryID()));
+
+  dynamic_cast<VdirItem&>(*b).Delete();
+  EXPECT_EQ(items->Count(), 0);
+  EXPECT_THROW(b->Save(), RuntimeError);
+}
+
+// A card saved as it was read is not written again (no new file for other tools to sync); one
+// another program changed since it was read is written, and so is a change.
+TEST_F(VdirStoreTest, ASaveWithoutAChangeLeavesTheFileAsItIs) {
+  auto app = open();
+  auto made = saved(app, "Same");
+  std::string id = made->EntryID();
+  fs::path file = dynamic_cast<VdirItem&>(*made).FilePath();
+  auto inode = [&] {
+    struct stat st {};
+    EXPECT_EQ(::stat(file.c_str(), &st), 0);
+    return st.st_ino;
+  };
+  const auto before = inode();
+  const std::string ours = testing::readFile(file);
+
+  // Found by FileAs, opened by its id and saved with what it holds, as a synchronisation does.
+  auto fresh = open();
+  ASSERT_NE(find(contacts(fresh), "Same"), nullptr);
+  auto item = std::dynamic_pointer_cast<ContactItem>(session(fresh)->GetItemFromID(id, ""));
+  ASSERT_NE(item, nullptr);
+  item->setFileAs("Same");
+  item->Save();
+  EXPECT_EQ(inode(), before);
+
+  auto stale = std::dynamic_pointer_cast<ContactItem>(session(fresh)->GetItemFromID(id, ""));
+  writeFile(file, card("UID:" + id + "\r\nFN:Edited elsewhere\r\nX-DOSSYNC-FILEAS:Other\r\n"));
+  stale->Save();
+  EXPECT_EQ(testing::readFile(file), ours);
+  stale->setJobTitle("Changed");
+  stale->Save();
+  EXPECT_NE(testing::readFile(file).find("\r\nTITLE:Changed\r\n"), std::string::npos);
+}
+
+// A run killed between writing a card's temporary file and renaming it leaves the temporary
+// file behind; the next session to open the folder removes ours once they are old enough that
+// no writer can still be about to rename them, and nothing else.
+TEST_F(VdirStoreTest, OpeningAFolderRemovesOurOldTemporaryFilesOnly) {
+  fs::create_directories(contactsDir());
+  auto make = [&](const std::string& name, std::chrono::minutes age) {
+    fs::path p = contactsDir() / name;
+    writeFile(p, card("UID:x\r\nFN:x\r\n"));
+    fs::last_write_time(p, fs::file_time_type::clock::now() - age);
+    return p;
+  };
+  using std::chrono::minutes;
+  std::vector<fs::path> gone = {
+      make(".0123456789abcdef0123456789abcdef.vcf.0a1b2c3d.tmp", minutes(61)),
+      make(".chidi-okafor.VCF.ffffffff.tmp", minutes(60 * 24 * 30)),
+  };
+  std::vector<fs::path> kept = {
+      make(".0123456789abcdef0123456789abcdef.vcf.12345678.tmp", minutes(0)),  // being written
+      make(".fresh.vcf.0a1b2c3d.tmp", minutes(50)),
+      // Other programs' files, however old.
+      make("notes.tmp", minutes(600)),
+      make(".a.vcf.tmp", minutes(600)),
+      make(".a.vcf.0A1B2C3D.tmp", minutes(600)),
+      make(".a.vcf.0a1b2c3.tmp", minutes(600)),
+      make(".a.vcf.0a1b2c3d4.tmp", minutes(600)),
+      make(".a.txt.0a1b2c3d.tmp", minutes(600)),
+      make("..vcf.0a1b2c3d.tmp", minutes(600)),
+      make("a.vcf.0a1b2c3d.tmp", minutes(600)),
+      make(".a.vcf.0a1b2c3d.tmp.swp", minutes(600)),
+      make("kept.vcf", minutes(600)),
+  };
+  fs::create_directory(contactsDir() / ".dir.vcf.0a1b2c3d.tmp");
+  kept.push_back(contactsDir() / ".dir.vcf.0a1b2c3d.tmp");
+
+  auto app = open();
+  session(app)->Logon("default", {}, {}, {});
+  for (const auto& p : gone) EXPECT_FALSE(fs::exists(p)) << p;
+  for (const auto& p : kept) EXPECT_TRUE(fs::exists(p)) << p;
+  EXPECT_EQ(contacts(app)->Count(), 1);  // kept.vcf
+  EXPECT_TRUE(warnings.empty());
+}
+
+// Inside a procedure a save is written behind the caller's back; everything is on disk when the
+// outermost procedure returns, and a write that failed is that procedure's error.
+TEST_F(VdirStoreTest, SavesInAProcedureAreOnDiskWhenItReturnsAndFailuresAreItsErrors) {
+  resetApartment();
+  auto errors = std::make_shared<testing::RecordingErrorService>();
+  apartment().errorService = errors;
+  apartment().errorServiceSet = true;
+  auto app = open();
+  std::vector<std::string> ids;
+  {
+    ErrorFrame outer("Test.outer");
+    outer.step([&] {
+      for (int i = 0; i < 40; ++i) {
+        auto c = saved(app, "Name " + std::to_string(i));
+        c->setBody(std::string(5000, 'b'));  // a second, larger write of the same card
+        c->Save();
+        ids.push_back(c->EntryID());
+      }
+      // The same session reads its own saves at once, written or not.
+      auto again = std::dynamic_pointer_cast<ContactItem>(session(app)->GetItemFromID(ids[7], ""));
+      ASSERT_NE(again, nullptr);
+      EXPECT_EQ(again->FileAs(), "Name 7");
+      again->setFileAs("Name 7b");
+      again->Save();
+    });
+  }
+  EXPECT_TRUE(errors->errors.empty());
+  auto other = open();
+  for (const auto& id : ids) EXPECT_NE(session(other)->GetItemFromID(id, ""), nullptr) << id;
+  auto seventh = std::dynamic_pointer_cast<ContactItem>(session(other)->GetItemFromID(ids[7], ""));
+  EXPECT_EQ(seventh->FileAs(), "Name 7b");
+
+  // A file that cannot be replaced (a folder took its name): the save answers, the procedure
+  // reports the failure naming the file as it returns, and the next save fails on its own.
+  auto c = saved(app, "Blocked");
+  fs::path file = contactsDir() / (c->EntryID() + ".vcf");
+  fs::remove(file);
+  fs::create_directory(file);
+  {
+    ErrorFrame outer("Test.blocked");
+    EXPECT_TRUE(outer.step([&] {
+      c->setFileAs("Blocked 2");
+      c->Save();
+    }));
+  }
+  ASSERT_EQ(errors->errors.size(), 1u);
+  EXPECT_EQ(errors->errorLocations[0], "Test.blocked");
+  EXPECT_NE(errors->errors[0].description().find(file.string()), std::string::npos)
+      << errors->errors[0].description();
+  {
+    ErrorFrame outer("Test.again");
+    EXPECT_FALSE(outer.step([&] { c->Save(); }));
+  }
+  ASSERT_EQ(errors->errors.size(), 2u);
+  EXPECT_EQ(errors->errorLocations[1], "Test.again");
+  // Saves in and out of a procedure, written or failed, leave no temporary file behind.
+  for (const auto& e : fs::directory_iterator(contactsDir())) {
+    EXPECT_EQ(e.path().extension(), ".vcf") << e.path();
+    EXPECT_NE(e.path().filename().string()[0], '.') << e.path();
+  }
+  resetApartment();
+}
+
+}  // namespace
+}  // namespace dossync::vdir

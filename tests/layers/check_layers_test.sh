@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# The layer check (cmake/check_layers.cmake) on copies of the source tree: the tree as it is
+# passes; an include of a module above, or of a module beside that is not used, fails and names
+# the file; so do a table that lets a module use one above it and a folder in no module.
+set -uo pipefail
+root=$(cd "$(dirname "$0")/../.." && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+source "$root/tests/app/check_lib.sh"
+
+tree() {  # tree NAME: a fresh copy of src/ and the table under $work/NAME
+  mkdir -p "$work/$1/cmake"
+  cp -r "$root/src" "$work/$1/"
+  cp "$root/cmake/modules.txt" "$work/$1/cmake/"
+}
+check() {  # check NAME: the check's output on that copy; its status in $status
+  out=$(cmake -DSOURCE_DIR="$work/$1" -P "$root/cmake/check_layers.cmake" 2>&1)
+  status=$?
+}
+
+tree clean
+check clean
+same "the tree as it is" "$status" 0
+
+tree upward
+echo '#include "core/apartment.h"' >>"$work/upward/src/interfaces/catalog.cpp"
+echo '#include "backends/vdir/vdir_store.h"' >>"$work/upward/src/backends/vcard/vcard.h"
+echo '#include "wizard/wizard_form.h"' >>"$work/upward/src/engine/driver.cpp"
+check upward
+same "upward includes fail" "$status" 1
+has "an include of the layer above" "$out" "src/interfaces/catalog.cpp (interfaces) includes core/apartment.h (core)"
+has "an include of the back end that uses it" "$out" "src/backends/vcard/vcard.h (backends/vcard) includes backends/vdir/vdir_store.h"
+has "an include of a module beside" "$out" "src/engine/driver.cpp (engine) includes wizard/wizard_form.h"
+
+tree table
+sed -i 's/^\(interfaces  *all  *\)base$/\1base core/' "$work/table/cmake/modules.txt"
+mkdir "$work/table/src/stray" && touch "$work/table/src/stray/stray.cpp"
+check table
+same "a table naming a module above fails" "$status" 1
+has "the module used before its line" "$out" "interfaces uses core, which is not a module below it"
+has "a folder in no module" "$out" "src/stray/stray.cpp is in no module"
+
+finish check_layers_test
