@@ -19,9 +19,9 @@ include_directories(SYSTEM ${DOSSYNC_WIN_INCLUDE})
 include(${CMAKE_SOURCE_DIR}/cmake/module_libraries.cmake)
 # Case folding through the system's Unicode tables.
 target_link_libraries(dossync_base PUBLIC user32)
-# Previews and reports of runs: no libzstd here, reports are stored in zstd frames uncompressed.
-# The ODBC engine, with the synchronisation database's connection and catalog in SQLite's words
-# (the driver brings SQLite itself).
+# Previews and reports of runs need nothing more: no libzstd here, reports are stored in zstd
+# frames uncompressed.
+# The ODBC engine (the driver brings SQLite itself).
 target_link_libraries(dossync_odbc PUBLIC odbc32 odbccp32)
 # IDispatch helpers, and Outlook by automation.
 target_link_libraries(dossync_win32 PUBLIC ole32 oleaut32 uuid)
@@ -31,7 +31,6 @@ target_link_libraries(dossync_win32 PUBLIC ole32 oleaut32 uuid)
 target_link_libraries(dossync_mail PUBLIC shell32 shlwapi)
 
 include(${CMAKE_SOURCE_DIR}/src/wizard_win32/windows.cmake)
-
 include(${CMAKE_SOURCE_DIR}/src/com_server/windows.cmake)
 include(${CMAKE_SOURCE_DIR}/tests/windows/outlook_standin/windows.cmake)
 include(${CMAKE_SOURCE_DIR}/tests/windows/windows.cmake)
