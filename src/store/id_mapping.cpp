@@ -4,8 +4,8 @@
 #include "base/value.h"
 #include "core/apartment.h"
 #include "core/recordset.h"
-#include "core/synchronization.h"
 #include "hostdb/lookups.h"
+#include "store/store.h"
 
 namespace dossync {
 namespace {

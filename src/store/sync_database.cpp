@@ -6,8 +6,8 @@
 #include "base/platform.h"
 #include "base/utility.h"
 #include "core/apartment.h"
-#include "core/synchronization.h"
 #include "interfaces/catalog.h"
+#include "store/store.h"
 
 namespace dossync {
 namespace {

@@ -7,9 +7,9 @@
 
 #include "core/host_database.h"
 #include "core/recordset.h"
-#include "core/synchronization.h"
 #include "interfaces/data_access.h"
 #include "interfaces/object_model.h"
+#include "transfer/transfer.h"
 
 namespace dossync::transfer {
 
