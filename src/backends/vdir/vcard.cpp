@@ -172,8 +172,9 @@ bool VcardProperty::sameContent(const VcardProperty& other) const {
 }
 
 const VcardProperty* Vcard::find(std::string_view name) const {
+  uint16_t key = nameKey(name);
   for (const auto& p : properties) {
-    if (p.is(name)) return &p;
+    if (sameName(p.name(), p.nameKey(), name, key)) return &p;
   }
   return nullptr;
 }
@@ -246,6 +247,7 @@ struct PropertyLineReader {
     if (out) {
       out->group_ = std::string(group);
       out->name_ = std::string(name);
+      out->nameKey_ = nameKey(name);
       out->value_ = std::string(parts.value);
       out->source_ = std::string(line);
       parts.kept = true;
