@@ -89,25 +89,28 @@ class WatchedContact : public outlook::ContactItemProxy,
     ItemSave save;
     save.created = created_ && !savedOnce_;
     for (int s = 0; s < kSlots; ++s) {
-      if (!setSinceSave_[s]) continue;
-      setSinceSave_[s] = false;
-      if (setTo_[s] != before_[s]) {
+      if (setSinceSave_[s] && setTo_[s] != before_[s]) {
         save.changes.push_back(
             {"item", slotName(s), before_[s].value_or(""), setTo_[s], before_[s].has_value()});
       }
-      before_[s] = std::move(setTo_[s]);
     }
     if (shared_->preview) {
       if (EntryID().empty()) id_ = "preview-" + std::to_string(shared_->nextId++);
       constexpr int kFileAs = static_cast<int>(P::FileAs);
-      if (!before_[kFileAs]) before_[kFileAs] = inner_->get(P::FileAs);
-      shared_->keep(EntryID(), shared_from_this(), *before_[kFileAs]);
+      if (!setSinceSave_[kFileAs] && !before_[kFileAs]) before_[kFileAs] = inner_->get(P::FileAs);
+      shared_->keep(EntryID(), shared_from_this(),
+                    setSinceSave_[kFileAs] ? setTo_[kFileAs] : *before_[kFileAs]);
     } else {
-      inner_->Save();
+      inner_->Save();  // a save that fails leaves the changes to the next one
+    }
+    for (int s = 0; s < kSlots; ++s) {
+      if (!setSinceSave_[s]) continue;
+      setSinceSave_[s] = false;
+      before_[s] = std::move(setTo_[s]);
     }
     savedOnce_ = true;
     save.entryId = EntryID();
-    if (shared_->listener.saved) shared_->listener.saved(save);
+    if (shared_->listener.saved) shared_->listener.saved(std::move(save));
   }
   // A preview deletes nothing.
   void Delete() override {

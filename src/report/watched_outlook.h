@@ -27,7 +27,7 @@ struct ItemSave {
 };
 
 struct WatchListener {
-  std::function<void(const ItemSave&)> saved;
+  std::function<void(ItemSave&&)> saved;  // the save's changes may be taken
   // An item the run opened by its entry id, and the name it is known by.
   std::function<void(const std::string& entryId, const std::string& name)> opened;
 };
