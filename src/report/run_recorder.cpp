@@ -197,13 +197,14 @@ void RunRecorder::writeFailed(const std::exception& e) {
 
 std::shared_ptr<outlook::Application> RunRecorder::watch(std::shared_ptr<outlook::Application> app) {
   WatchListener listener;
-  listener.saved = [this](const ItemSave& save) {
+  listener.saved = [this](ItemSave&& save) {
     RecordPlan* r = current();
     if (!r) return;
     itemSaved_ = true;
     itemCreated_ = itemCreated_ || save.created;
-    r->outlookId = save.entryId;
-    r->changes.insert(r->changes.end(), save.changes.begin(), save.changes.end());
+    r->outlookId = std::move(save.entryId);
+    r->changes.insert(r->changes.end(), std::make_move_iterator(save.changes.begin()),
+                      std::make_move_iterator(save.changes.end()));
   };
   listener.opened = [this](const std::string& entryId, const std::string& name) {
     RecordPlan* r = current();

@@ -22,16 +22,6 @@ std::string slotName(int s) {
   return s < kGender ? outlook::propertyName(static_cast<P>(s)) : others[s - kGender];
 }
 
-std::string readSlot(const outlook::ContactItem& c, int s) {
-  auto date = [](const value::Date& d) {
-    return d == outlook::kNoDate ? std::string() : value::toText(d);
-  };
-  if (s == kGender) return std::to_string(c.Gender());
-  if (s == kGender + 1) return date(c.Birthday());
-  if (s == kGender + 2) return date(c.Anniversary());
-  return c.get(static_cast<P>(s));
-}
-
 class WatchedContact;
 
 // An item a preview kept: its place in the order of first saves, and the name (folded) it was
@@ -81,51 +71,46 @@ class Watched : public Interface {
   std::shared_ptr<Interface> inner_;
 };
 
-// The values an item held are read when it is opened, but those the back end guards (reading
-// them may ask the user's consent): of these the watch knows what the run read before setting
-// them, and what the run set. A guarded property set without being read first is a change
-// whose old value is not known.
+// The watch reads no more than the run does: an item's old value of a property is the one the
+// run read before setting it, or, for a property the back end does not guard, read by the watch
+// just before the run's first set of it; a property the run leaves alone is not read at all, and
+// a new item held nothing. A guarded property set without being read first is a change whose
+// old value is not known. What a save changed is what the run set to another value since the
+// last save.
 class WatchedContact : public outlook::ContactItemProxy,
                        public std::enable_shared_from_this<WatchedContact> {
  public:
   WatchedContact(std::shared_ptr<Shared> shared, outlook::ContactItemPtr inner, bool created)
       : ContactItemProxy(std::move(inner)), shared_(std::move(shared)), created_(created) {
-    for (int s = 0; s < kSlots; ++s) {
-      guarded_[s] = s < kGender && inner_->guarded(static_cast<P>(s));
-      if (!guarded_[s]) {
-        before_[s] = readSlot(*inner_, s);
-      } else if (created_) {
-        before_[s] = "";  // a new item holds nothing yet
-      }
-    }
+    if (created_) before_.fill(std::string());
   }
   std::string EntryID() const override { return id_.empty() ? inner_->EntryID() : id_; }
   void Save() override {
-    std::array<std::optional<std::string>, kSlots> now;
     ItemSave save;
     save.created = created_ && !savedOnce_;
     for (int s = 0; s < kSlots; ++s) {
-      if (!guarded_[s]) {
-        now[s] = readSlot(*inner_, s);
-      } else {
-        now[s] = setSinceSave_[s] ? setTo_[s] : before_[s];
-        setSinceSave_[s] = false;
-      }
-      if (now[s] && now[s] != before_[s]) {
+      if (setSinceSave_[s] && setTo_[s] != before_[s]) {
         save.changes.push_back(
-            {"item", slotName(s), before_[s].value_or(""), *now[s], before_[s].has_value()});
+            {"item", slotName(s), before_[s].value_or(""), setTo_[s], before_[s].has_value()});
       }
     }
     if (shared_->preview) {
       if (EntryID().empty()) id_ = "preview-" + std::to_string(shared_->nextId++);
-      shared_->keep(EntryID(), shared_from_this(), now[static_cast<int>(P::FileAs)].value_or(""));
+      constexpr int kFileAs = static_cast<int>(P::FileAs);
+      if (!setSinceSave_[kFileAs] && !before_[kFileAs]) before_[kFileAs] = inner_->get(P::FileAs);
+      shared_->keep(EntryID(), shared_from_this(),
+                    setSinceSave_[kFileAs] ? setTo_[kFileAs] : *before_[kFileAs]);
     } else {
-      inner_->Save();
+      inner_->Save();  // a save that fails leaves the changes to the next one
+    }
+    for (int s = 0; s < kSlots; ++s) {
+      if (!setSinceSave_[s]) continue;
+      setSinceSave_[s] = false;
+      before_[s] = std::move(setTo_[s]);
     }
     savedOnce_ = true;
-    before_ = std::move(now);
     save.entryId = EntryID();
-    if (shared_->listener.saved) shared_->listener.saved(save);
+    if (shared_->listener.saved) shared_->listener.saved(std::move(save));
   }
   // A preview deletes nothing.
   void Delete() override {
@@ -133,33 +118,70 @@ class WatchedContact : public outlook::ContactItemProxy,
   }
   std::string get(P p) const override {
     std::string v = inner_->get(p);
-    auto s = static_cast<size_t>(p);
-    if (guarded_[s]) {
-      if (setSinceSave_[s]) {
-        setTo_[s] = v;
-      } else if (!before_[s]) {
-        before_[s] = v;
-      }
-    }
+    read(static_cast<int>(p), v);
     return v;
   }
   void set(P p, const std::string& v) override {
+    int s = static_cast<int>(p);
+    if (!before_[s] && !setSinceSave_[s] && !inner_->guarded(p)) before_[s] = inner_->get(p);
     inner_->set(p, v);
-    auto s = static_cast<size_t>(p);
-    if (guarded_[s]) {
-      setSinceSave_[s] = true;
-      setTo_[s] = v;
-    }
+    wrote(s, v);
+  }
+  int32_t Gender() const override {
+    int32_t g = inner_->Gender();
+    read(kGender, std::to_string(g));
+    return g;
+  }
+  void setGender(int32_t g) override {
+    if (!before_[kGender] && !setSinceSave_[kGender]) Gender();
+    inner_->setGender(g);
+    wrote(kGender, std::to_string(g));
+  }
+  value::Date Birthday() const override {
+    value::Date d = inner_->Birthday();
+    read(kGender + 1, dateText(d));
+    return d;
+  }
+  void setBirthday(const value::Date& d) override {
+    if (!before_[kGender + 1] && !setSinceSave_[kGender + 1]) Birthday();
+    inner_->setBirthday(d);
+    wrote(kGender + 1, dateText(d));
+  }
+  value::Date Anniversary() const override {
+    value::Date d = inner_->Anniversary();
+    read(kGender + 2, dateText(d));
+    return d;
+  }
+  void setAnniversary(const value::Date& d) override {
+    if (!before_[kGender + 2] && !setSinceSave_[kGender + 2]) Anniversary();
+    inner_->setAnniversary(d);
+    wrote(kGender + 2, dateText(d));
   }
 
  private:
+  static std::string dateText(const value::Date& d) {
+    return d == outlook::kNoDate ? std::string() : value::toText(d);
+  }
+  // A value the run read: the old one when nothing was set since the last save, else what the
+  // item holds after the run's set (the back end may have tidied it).
+  void read(int s, const std::string& v) const {
+    if (setSinceSave_[s]) {
+      setTo_[s] = v;
+    } else if (!before_[s]) {
+      before_[s] = v;
+    }
+  }
+  void wrote(int s, const std::string& v) {
+    setSinceSave_[s] = true;
+    setTo_[s] = v;
+  }
+
   std::shared_ptr<Shared> shared_;
   bool created_;
   bool savedOnce_ = false;
   std::string id_;  // preview: the entry id a new item was kept under
-  std::array<bool, kSlots> guarded_{};
-  // The values as last saved (as opened before the first save); a guarded one the run has not
-  // read is not known. Guarded ones the run set since, and to what.
+  // The values as last saved (as opened, before the first save), as far as known; those the
+  // run set since, and to what.
   mutable std::array<std::optional<std::string>, kSlots> before_;
   mutable std::array<std::string, kSlots> setTo_;
   std::array<bool, kSlots> setSinceSave_{};

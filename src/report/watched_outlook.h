@@ -1,7 +1,9 @@
 // An Outlook application standing in front of the real one for a watched run: every contact
-// item the run opens or creates is compared, when it is saved, with what it held when it was
-// opened, and the differences go to the listener. Properties the back end guards are not read
-// by the watch: their old value is the one the run read before setting them, or not known. In a preview nothing is saved: a save keeps
+// item the run opens or creates tells, when it is saved, what the run set in it to another value
+// since it was opened or last saved, and the differences go to the listener. The watch reads
+// nothing the run leaves alone: an old value is the one the run read before setting it, else
+// read just before the set (never for a property the back end guards: then it is not known);
+// a new item held nothing. In a preview nothing is saved: a save keeps
 // the item here instead, under an entry id of its own ("preview-N" for a new item), and later
 // look-ups of the run (by entry id, or by file-as name) find it as they would find the saved
 // item. Everything else is passed through.
@@ -25,7 +27,7 @@ struct ItemSave {
 };
 
 struct WatchListener {
-  std::function<void(const ItemSave&)> saved;
+  std::function<void(ItemSave&&)> saved;  // the save's changes may be taken
   // An item the run opened by its entry id, and the name it is known by.
   std::function<void(const std::string& entryId, const std::string& name)> opened;
 };

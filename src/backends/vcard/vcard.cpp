@@ -172,8 +172,9 @@ bool VcardProperty::sameContent(const VcardProperty& other) const {
 }
 
 const VcardProperty* Vcard::find(std::string_view name) const {
+  uint16_t key = nameKey(name);
   for (const auto& p : properties) {
-    if (p.is(name)) return &p;
+    if (sameName(p.name(), p.nameKey(), name, key)) return &p;
   }
   return nullptr;
 }
@@ -246,6 +247,7 @@ struct PropertyLineReader {
     if (out) {
       out->group_ = std::string(group);
       out->name_ = std::string(name);
+      out->nameKey_ = nameKey(name);
       out->value_ = std::string(parts.value);
       out->source_ = std::string(line);
       parts.kept = true;
@@ -422,7 +424,11 @@ std::string readableText(std::string_view text, bool* changed) {
 }
 
 std::string escapeText(std::string_view text) {
-  if (text.find_first_of("\\,;\n\r") == std::string_view::npos) return std::string(text);
+  // One pass over the text (find_first_of would search the five characters for each of it).
+  auto special = [](char c) {
+    return c == '\\' || c == ',' || c == ';' || c == '\n' || c == '\r';
+  };
+  if (std::none_of(text.begin(), text.end(), special)) return std::string(text);
   std::string out;
   out.reserve(text.size() + 8);
   for (char c : text) {

@@ -56,6 +56,23 @@ inline bool sameName(std::string_view a, std::string_view b) {
   return value::equalsIgnoreCase(a, b);
 }
 
+// What tells most names apart at a glance: the first and last character, upper-cased, when
+// both are ASCII (0 when they are not, or the name is empty: then it tells nothing). A property
+// keeps its name's key, so a card searched by name compares two numbers per property.
+inline uint16_t nameKey(std::string_view name) {
+  if (name.empty()) return 0;
+  auto upper = [](unsigned char c) { return c >= 'a' && c <= 'z' ? c - 32 : c; };
+  auto f = static_cast<unsigned char>(name.front()), b = static_cast<unsigned char>(name.back());
+  if (f >= 0x80 || b >= 0x80) return 0;
+  return static_cast<uint16_t>(upper(f) << 8 | upper(b));
+}
+
+// sameName with both keys at hand.
+inline bool sameName(std::string_view a, uint16_t keyA, std::string_view b, uint16_t keyB) {
+  if (keyA != keyB && keyA != 0 && keyB != 0) return false;
+  return a == b || value::equalsIgnoreCase(a, b);
+}
+
 struct VcardParam {
   std::string name;                 // as written; "" for a bare vCard 2.1 type such as WORK
   std::vector<std::string> values;  // without quotes
@@ -66,14 +83,17 @@ class VcardProperty {
  public:
   VcardProperty() = default;
   VcardProperty(std::string name, std::string rawValue)
-      : name_(std::move(name)), value_(std::move(rawValue)) {}
+      : name_(std::move(name)), value_(std::move(rawValue)), nameKey_(vdir::nameKey(name_)) {}
 
   const std::string& group() const { return group_; }
   const std::string& name() const { return name_; }
   const std::vector<VcardParam>& params() const { return params_; }
   const std::string& rawValue() const { return value_; }
   // Whether the property has that name, whatever the case.
-  bool is(std::string_view name) const { return sameName(name_, name); }
+  bool is(std::string_view name) const {
+    return sameName(name_, nameKey_, name, vdir::nameKey(name));
+  }
+  uint16_t nameKey() const { return nameKey_; }
 
   // The values of every parameter of that name (case-insensitive), in order.
   std::vector<std::string> paramValues(std::string_view name) const;
@@ -113,6 +133,7 @@ class VcardProperty {
   std::vector<VcardParam> params_;
   std::string value_;
   std::string source_;
+  uint16_t nameKey_ = 0;  // nameKey(name_)
   // The common TYPE values, found once per parameter edit (hasType is asked often).
   mutable uint32_t typeMask_ = 0;
   mutable bool typesKnown_ = false;
