@@ -393,49 +393,6 @@ TEST_F(TwoWayTest, TheFirstRunAdoptsTheOneWayPairings) {
   EXPECT_EQ(item("Beta")->BusinessTelephoneNumber(), "333");
 }
 
-// Contacts synchronised one way for years, then both ways: the first run adopts the one-way
-// pairings and writes nothing, the e-mail addresses included; later changes of them travel
-// through the slots the one-way run filled, each way.
-TEST_F(TwoWayTest, TheFirstContactsRunAfterAOneWayRunWritesNothing) {
-  addAcme(*this, [&](const std::string& s) { sql(s); });
-  sql("UPDATE Contacts SET BusinessEmail = 'ann@acme.test', PersonalEmail = 'ann@home.test', "
-      "BusinessName = 'Acme' WHERE ContactID = 10;"
-      "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, BusinessEmail, DefaultContact) "
-      "VALUES (11, 1, 'Cy Po', 'cy@acme.test', 0);");
-  c().setSyncDirectionType(syncFromDossieraToOutlook);
-  c().setSyncInformationType(7);
-  for (const char* id : {"10", "11"}) c().companyCollection()->add(id, "", "");
-  c().Synchronize();
-  ASSERT_EQ(items().size(), 2u);
-  auto withoutState = [&](std::map<std::string, std::string> m) {
-    std::erase_if(m, [&](const auto& kv) { return kv.first.starts_with(host->syncPath); });
-    return m;
-  };
-  auto before = withoutState(files());
-  c().setSyncDirectionType(syncBothsWays);
-  run({}, 7);
-  expectNoErrors();
-  EXPECT_EQ(notes->count("nothing"), 2);
-  for (const std::string& line : notes->lines) EXPECT_TRUE(line.starts_with("record ")) << line;
-  EXPECT_TRUE(withoutState(files()) == before);
-
-  auto ann = [&] {
-    for (auto& i : items())
-      if (i->FullName() == "Ann Lee") return i;
-    return ContactItemPtr();
-  };
-  auto annItem = ann();
-  ASSERT_NE(annItem, nullptr);
-  annItem->setEmail1Address("ann@acme.example");
-  annItem->Save();
-  sql("UPDATE Contacts SET PersonalEmail = 'ann@home.example' WHERE ContactID = 10;");
-  run({}, 7);
-  expectNoErrors();
-  EXPECT_EQ(one("SELECT BusinessEmail FROM Contacts WHERE ContactID = 10;"), "ann@acme.example");
-  EXPECT_EQ(ann()->Email2Address(), "ann@home.example");
-  EXPECT_EQ(ann()->Email3Address(), "");
-}
-
 TEST_F(TwoWayTest, PairsLostByAKilledRunAreFoundAgain) {
   addAcme(*this, [&](const std::string& s) { sql(s); });
   auto zed = put("Park, Zoe", "Zed Corp", "Zoe Park");
