@@ -1,5 +1,7 @@
 #include "twoway/fields.h"
 
+#include <string_view>
+
 #include "base/value.h"
 #include "transfer/transfer_support.h"
 
@@ -29,7 +31,8 @@ constexpr Row kCompanyRows[] = {
     {"WebSite", FieldKind::Text, P::WebPage, "WebPage"},
 };
 
-// A contact row <-> the item's personal half (the default contact of type 1; type 7).
+// A contact row <-> the item's personal half (the default contact of type 1; type 7, with the
+// e-mail slots of kContactOnlyEmails).
 constexpr Row kContactRows[] = {
     {"NamePrefix", FieldKind::Text, P::Title, "Title"},
     {"FirstName", FieldKind::Text, P::FirstName, "FirstName"},
@@ -58,6 +61,15 @@ constexpr Row kContactRows[] = {
     {"BusinessEmail", FieldKind::Text, P::Email2Address, "Email2Address"},
 };
 
+// The e-mail slots of a contact on its own (information type 7): those the contact's transfer to
+// Outlook fills, the business e-mail first and the personal one second, so that the items it
+// wrote compare equal to their contacts. (The transfer the other way reads any item as a
+// company's, with the default contact's slots above.)
+constexpr Row kContactOnlyEmails[] = {
+    {"PersonalEmail", FieldKind::Text, P::Email2Address, "Email2Address"},
+    {"BusinessEmail", FieldKind::Text, P::Email1Address, "Email1Address"},
+};
+
 Field make(const Row& r, bool company) {
   Field f;
   f.pair = {company ? "Companies" : "Contacts", r.column, r.propertyName};
@@ -72,7 +84,13 @@ std::vector<Field> build(bool withCompany) {
   std::vector<Field> out;
   if (withCompany)
     for (const Row& r : kCompanyRows) out.push_back(make(r, true));
-  for (const Row& r : kContactRows) out.push_back(make(r, false));
+  for (const Row& r : kContactRows) {
+    const Row* row = &r;
+    if (!withCompany)
+      for (const Row& e : kContactOnlyEmails)
+        if (std::string_view(e.column) == r.column) row = &e;
+    out.push_back(make(*row, false));
+  }
   return out;
 }
 

@@ -27,7 +27,9 @@
 //   page that holds what the one-way run shows in place of the company's empty one (its default
 //   contact's) is left as it is, the company's field empty.
 // Fields. fieldPairs(info): the columns and properties both one-way transfers of the type use,
-//   with their conversions (gender, dates); docs/two-way.md has the table.
+//   with their conversions (gender, dates); where the two transfers use different properties
+//   (type 7's e-mail addresses), those the transfer to Outlook writes. docs/two-way.md has the
+//   table.
 // Merge. Per field: changed since the base on one side only: copied to the other; on both to
 //   the same value: nothing; on both to different values: a conflict, settled by the rule
 //   (the host's value by default) and reported with base, host and Outlook values. A change of
