@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "base/hash.h"
 #include "base/platform.h"
 #include "base/utility.h"
 #include "base/value.h"
@@ -74,15 +75,13 @@ bool hashesFrom(const std::string& text, uint64_t& hostHash, uint64_t& itemHash)
 }  // namespace
 
 uint64_t hashValues(const std::vector<std::string>& values, size_t from, size_t to) {
-  uint64_t h = 1469598103934665603ull;
-  for (size_t i = from; i < values.size() && i < to; ++i) {
-    for (unsigned char c : values[i]) h = (h ^ c) * 1099511628211ull;
-    h = (h ^ 0x1f) * 1099511628211ull;
-  }
+  uint64_t h = hash::kFnvOffset;
+  for (size_t i = from; i < values.size() && i < to; ++i)
+    h = hash::fnv1aByte(hash::fnv1a(values[i], h), 0x1f);
   return h;
 }
 
-uint64_t combine(uint64_t a, uint64_t b) { return a * 1099511628211ull ^ (b + 0x9e3779b97f4a7c15ull); }
+uint64_t combine(uint64_t a, uint64_t b) { return a * hash::kFnvPrime ^ (b + 0x9e3779b97f4a7c15ull); }
 
 bool Base::hashesOf(const std::string& json, uint64_t& hostHash, uint64_t& itemHash) {
   // The encoder writes them last, as "h":"<16 hex>","i":"<16 hex>"}.
