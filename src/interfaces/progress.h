@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "base/object.h"
 
@@ -34,6 +35,30 @@ class IProgressDialog : public Object {
   virtual int32_t value() const = 0;
   virtual void setStatus(const std::string& text) = 0;
   virtual void close() = 0;
+};
+
+// What the progress dialogs of ours share: they keep the message, owner, range, value and start
+// handler for their own show(), and ignore the style, the second bar, cancelling and the number.
+class ProgressDialogBase : public IProgressDialog {
+ public:
+  void setMessage(const std::string& text) override { message_ = text; }
+  void setStyle(int32_t) override {}
+  void setOwner(ObjectPtr owner) override { owner_ = std::move(owner); }
+  void setMinimum(int32_t value) override { minimum_ = value; }
+  void setMaximum(int32_t value) override { maximum_ = value; }
+  void setShowBar(bool) override {}
+  void setValue(int32_t value) override { value_ = value; }
+  void setSecondaryValue(int32_t) override {}
+  void setAllowCancel(bool) override {}
+  void setNumber(int32_t) override {}
+  void setStartHandler(std::function<void()> handler) override { start_ = std::move(handler); }
+  int32_t value() const override { return value_; }
+
+ protected:
+  ObjectPtr owner_;
+  std::function<void()> start_;
+  std::string message_;
+  int32_t minimum_ = 0, maximum_ = 0, value_ = 0;
 };
 
 }  // namespace dossync

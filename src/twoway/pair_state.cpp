@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "base/hash.h"
 #include "base/platform.h"
 #include "base/utility.h"
 #include "base/value.h"
@@ -74,8 +75,7 @@ bool hashesFrom(const std::string& text, uint64_t& hostHash, uint64_t& itemHash)
 }  // namespace
 
 uint64_t hashOn(uint64_t h, const std::string& value) {
-  for (unsigned char c : value) h = (h ^ c) * 1099511628211ull;
-  return (h ^ 0x1f) * 1099511628211ull;
+  return hash::fnv1aByte(hash::fnv1a(value, h), 0x1f);
 }
 
 uint64_t hashValues(const std::vector<std::string>& values, size_t from, size_t to) {
@@ -84,7 +84,7 @@ uint64_t hashValues(const std::vector<std::string>& values, size_t from, size_t 
   return h;
 }
 
-uint64_t combine(uint64_t a, uint64_t b) { return a * 1099511628211ull ^ (b + 0x9e3779b97f4a7c15ull); }
+uint64_t combine(uint64_t a, uint64_t b) { return a * hash::kFnvPrime ^ (b + 0x9e3779b97f4a7c15ull); }
 
 Base Base::decode(const std::string& text) {
   Base base;

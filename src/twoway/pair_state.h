@@ -2,6 +2,8 @@
 // pair of a (scheme, data file), read once per run and written a row at a time when it changes.
 #pragma once
 
+#include "base/hash.h"
+
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -31,6 +33,8 @@ struct PairRow {
 
 // A hash of a record's values, in order (FNV-1a); hashOn folds one more value into a hash, so
 // that hashValues(a + b) == hashOn(...hashOn(hashValues(a), b[0])..., b[n]).
+// The start is not FNV's usual offset basis (one digit short): hashes kept in the state table
+// were made with it, so it stays.
 inline constexpr uint64_t kHashStart = 1469598103934665603ull;
 uint64_t hashOn(uint64_t hash, const std::string& value);
 uint64_t hashValues(const std::vector<std::string>& values, size_t from = 0,

@@ -52,36 +52,25 @@ class QtMessageBox : public IMessageBox {
   std::vector<std::string> shown_;
 };
 
-class QtProgressDialog : public IProgressDialog {
+class QtProgressDialog : public ProgressDialogBase {
  public:
   QtProgressDialog();
   ~QtProgressDialog() override;
   void setMessage(const std::string& text) override;
-  void setStyle(int32_t) override {}
-  void setOwner(ObjectPtr owner) override { owner_ = std::move(owner); }
   void setMinimum(int32_t value) override;
   void setMaximum(int32_t value) override;
-  void setShowBar(bool) override {}
   void setValue(int32_t value) override;
-  void setSecondaryValue(int32_t) override {}
-  void setAllowCancel(bool) override {}
-  void setNumber(int32_t) override {}
-  void setStartHandler(std::function<void()> handler) override { start_ = std::move(handler); }
   void show() override;
-  int32_t value() const override { return value_; }
   void setStatus(const std::string& text) override;
   void close() override;
 
  private:
   void pump(bool force);
 
-  ObjectPtr owner_;
-  std::function<void()> start_;
   std::unique_ptr<QProgressDialog> dialog_;
   // False once this object is gone: the work show() runs may let go of the dialog's last owner.
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
-  std::string message_, status_;
-  int32_t minimum_ = 0, maximum_ = 0, value_ = 0;
+  std::string status_;
   std::chrono::steady_clock::time_point lastPump_;
 };
 

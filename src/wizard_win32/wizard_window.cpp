@@ -5,6 +5,7 @@
 
 #include "base/platform.h"
 #include "wizard_win32/artwork.h"
+#include "wizard_win32/win32_helpers.h"
 
 #ifndef WM_DPICHANGED
 #define WM_DPICHANGED 0x02E0
@@ -27,155 +28,78 @@ constexpr int kDropDownHeight = 200;  // the open list of the combo box, at 96 D
 constexpr DWORD kWindowStyle = WS_POPUP | WS_CAPTION | WS_SYSMENU;
 constexpr DWORD kWindowExStyle = WS_EX_DLGMODALFRAME | WS_EX_CONTROLPARENT;
 
-std::wstring widen(const std::string& s) {
-  if (s.empty()) return {};
-  int n = MultiByteToWideChar(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), nullptr, 0);
-  std::wstring out(static_cast<size_t>(n), L'\0');
-  MultiByteToWideChar(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), out.data(), n);
-  return out;
-}
-
-std::string narrow(const std::wstring& s) {
-  if (s.empty()) return {};
-  int n = WideCharToMultiByte(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), nullptr, 0, nullptr,
-                              nullptr);
-  std::string out(static_cast<size_t>(n), '\0');
-  WideCharToMultiByte(CP_UTF8, 0, s.data(), static_cast<int>(s.size()), out.data(), n, nullptr,
-                      nullptr);
-  return out;
-}
-
-std::wstring windowText(HWND h) {
-  int n = GetWindowTextLengthW(h);
-  std::wstring out(static_cast<size_t>(n) + 1, L'\0');
-  out.resize(static_cast<size_t>(GetWindowTextW(h, out.data(), n + 1)));
-  return out;
-}
-
-void setText(HWND h, const std::string& text) {
-  std::wstring w = widen(text);
-  if (windowText(h) != w) SetWindowTextW(h, w.c_str());
-}
-
-// ---- What newer systems offer, looked up at run time.
-
-template <typename F>
-F systemProc(const wchar_t* dll, const char* name) {
-  HMODULE m = GetModuleHandleW(dll);
-  return m ? reinterpret_cast<F>(GetProcAddress(m, name)) : nullptr;
-}
-
-using SetThreadDpiAwarenessContextFn = DPI_AWARENESS_CONTEXT(WINAPI*)(DPI_AWARENESS_CONTEXT);
-using GetDpiForWindowFn = UINT(WINAPI*)(HWND);
-using AdjustWindowRectExForDpiFn = BOOL(WINAPI*)(LPRECT, DWORD, BOOL, DWORD, UINT);
-using SystemParametersInfoForDpiFn = BOOL(WINAPI*)(UINT, UINT, PVOID, UINT, UINT);
-
-// Per-monitor awareness for the windows this thread creates meanwhile: a DLL cannot choose
-// the host process's awareness, but its own windows can have their own.
-class DpiAwarenessScope {
- public:
-  DpiAwarenessScope() {
-    set_ =
-        systemProc<SetThreadDpiAwarenessContextFn>(L"user32.dll", "SetThreadDpiAwarenessContext");
-    if (set_) old_ = set_(DPI_AWARENESS_CONTEXT_PER_MONITOR_AWARE_V2);
-  }
-  ~DpiAwarenessScope() {
-    if (set_ && old_) set_(old_);
-  }
-  DpiAwarenessScope(const DpiAwarenessScope&) = delete;
-  DpiAwarenessScope& operator=(const DpiAwarenessScope&) = delete;
-
- private:
-  SetThreadDpiAwarenessContextFn set_ = nullptr;
-  DPI_AWARENESS_CONTEXT old_ = nullptr;
-};
-
-UINT screenDpi() {
-  HDC dc = GetDC(nullptr);
-  UINT dpi = static_cast<UINT>(GetDeviceCaps(dc, LOGPIXELSY));
-  ReleaseDC(nullptr, dc);
-  return dpi ? dpi : 96;
-}
-
-UINT windowDpi(HWND h) {
-  static auto get = systemProc<GetDpiForWindowFn>(L"user32.dll", "GetDpiForWindow");
-  UINT dpi = get ? get(h) : 0;
-  return dpi ? dpi : screenDpi();
-}
-
-LOGFONTW messageFont(UINT dpi) {
-  NONCLIENTMETRICSW ncm{};
-  ncm.cbSize = sizeof(ncm);
-  static auto forDpi =
-      systemProc<SystemParametersInfoForDpiFn>(L"user32.dll", "SystemParametersInfoForDpi");
-  if (forDpi && forDpi(SPI_GETNONCLIENTMETRICS, sizeof(ncm), &ncm, 0, dpi))
-    return ncm.lfMessageFont;
-  if (!SystemParametersInfoW(SPI_GETNONCLIENTMETRICS, sizeof(ncm), &ncm, 0)) {
-    LOGFONTW lf{};
-    lf.lfHeight = -MulDiv(9, static_cast<int>(dpi), 72);
-    lf.lfWeight = FW_NORMAL;
-    lf.lfCharSet = DEFAULT_CHARSET;
-    wcscpy(lf.lfFaceName, L"MS Shell Dlg 2");
-    return lf;
-  }
-  ncm.lfMessageFont.lfHeight =
-      MulDiv(ncm.lfMessageFont.lfHeight, static_cast<int>(dpi), static_cast<int>(screenDpi()));
-  return ncm.lfMessageFont;
-}
-
-// ---- The window class, registered while a window of it exists.
-
-HINSTANCE moduleHandle() {
-  HMODULE m = nullptr;
-  GetModuleHandleExW(
-      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-      reinterpret_cast<LPCWSTR>(&moduleHandle), &m);
-  return m;
-}
-
 // The windows of the class, on any thread.
 std::mutex classMutex;
 int classUsers = 0;
 
-// The module's own manifest (resource 2, as for isolation-aware code) made active while the
-// controls are created: with a comctl32 version 6 dependency in it, they get visual styles
-// whatever the host process's manifest says. Without one nothing changes.
-class ActivationScope {
- public:
-  explicit ActivationScope(HINSTANCE module) {
-    if (!FindResourceW(module, MAKEINTRESOURCEW(2), MAKEINTRESOURCEW(24))) return;  // RT_MANIFEST
-    ACTCTXW ac{};
-    ac.cbSize = sizeof(ac);
-    ac.dwFlags = ACTCTX_FLAG_HMODULE_VALID | ACTCTX_FLAG_RESOURCE_NAME_VALID;
-    ac.hModule = module;
-    ac.lpResourceName = MAKEINTRESOURCEW(2);
-    context_ = CreateActCtxW(&ac);
-    if (context_ != INVALID_HANDLE_VALUE && !ActivateActCtx(context_, &cookie_)) {
-      ReleaseActCtx(context_);
-      context_ = INVALID_HANDLE_VALUE;
-    }
-  }
-  ~ActivationScope() {
-    if (context_ == INVALID_HANDLE_VALUE) return;
-    DeactivateActCtx(0, cookie_);
-    ReleaseActCtx(context_);
-  }
-  ActivationScope(const ActivationScope&) = delete;
-  ActivationScope& operator=(const ActivationScope&) = delete;
-
- private:
-  HANDLE context_ = INVALID_HANDLE_VALUE;
-  ULONG_PTR cookie_ = 0;
-};
-
-int32_t shiftState() {
-  return (GetKeyState(VK_SHIFT) < 0 ? 1 : 0) | (GetKeyState(VK_CONTROL) < 0 ? 2 : 0) |
-         (GetKeyState(VK_MENU) < 0 ? 4 : 0);
-}
-
 }  // namespace
 
 // ---- Construction.
+
+ControlStyle controlStyle(const Control& c, const Control* previous) {
+  const wchar_t* cls = WC_STATICW;
+  DWORD style = WS_CHILD | WS_CLIPSIBLINGS;
+  DWORD ex = 0;
+  switch (c.kind) {
+    case ControlKind::Frame:
+      if (c.container.empty()) {
+        // A step frame covers the whole page: a flat group, its caption without a box.
+        style |= SS_LEFT | SS_NOPREFIX | WS_GROUP;
+      } else {
+        cls = WC_BUTTONW;
+        style |= BS_GROUPBOX | WS_GROUP;
+      }
+      break;
+    case ControlKind::Label:
+      style |= SS_NOPREFIX | (c.name == "lblProgress" ? SS_CENTER : SS_LEFT);
+      break;
+    case ControlKind::CommandButton:
+      cls = WC_BUTTONW;
+      style |= BS_NOTIFY | WS_TABSTOP | WS_GROUP |
+               (c.name == "cmdNav" && c.index == 3 ? BS_DEFPUSHBUTTON : BS_PUSHBUTTON);
+      break;
+    case ControlKind::OptionButton: {
+      cls = WC_BUTTONW;
+      style |= BS_RADIOBUTTON | BS_NOTIFY | WS_TABSTOP;
+      // An option array's buttons share a frame: the first of them starts the group.
+      bool continues = previous && previous->kind == ControlKind::OptionButton &&
+                       previous->container == c.container &&
+                       previous->containerIndex == c.containerIndex;
+      if (!continues) style |= WS_GROUP;
+      break;
+    }
+    case ControlKind::CheckBox:
+      cls = WC_BUTTONW;
+      style |= BS_CHECKBOX | BS_NOTIFY | WS_TABSTOP | WS_GROUP;
+      break;
+    case ControlKind::TextBox:
+      cls = WC_EDITW;
+      style |= ES_AUTOHSCROLL | WS_TABSTOP | WS_GROUP | (c.masked ? ES_PASSWORD : 0);
+      ex = WS_EX_CLIENTEDGE;
+      break;
+    case ControlKind::ComboBox:
+      cls = WC_COMBOBOXW;
+      style |= CBS_DROPDOWNLIST | WS_VSCROLL | WS_TABSTOP | WS_GROUP;
+      break;
+    case ControlKind::TreeView:
+      cls = WC_TREEVIEWW;
+      style |= TVS_HASLINES | TVS_HASBUTTONS | TVS_LINESATROOT | TVS_SHOWSELALWAYS | WS_TABSTOP |
+               WS_GROUP;
+      ex = WS_EX_CLIENTEDGE;
+      break;
+    case ControlKind::ProgressBar:
+      cls = PROGRESS_CLASSW;
+      break;
+    case ControlKind::Image:
+    case ControlKind::Line:
+      style |= SS_OWNERDRAW;
+      break;
+    case ControlKind::PictureBox:
+      style |= SS_LEFT | WS_GROUP;
+      break;
+  }
+  return {cls, style, ex};
+}
 
 WizardWindow::WizardWindow(wizard::frmWizard& form, OwnerResolver ownerWindowOf)
     : form_(form), ownerWindowOf_(std::move(ownerWindowOf)) {
@@ -231,67 +155,7 @@ void WizardWindow::build() {
   const Control* previous = nullptr;
   for (size_t i = 0; i < controls.size(); ++i) {
     Control& c = *controls[i];
-    const wchar_t* cls = WC_STATICW;
-    DWORD style = WS_CHILD | WS_CLIPSIBLINGS;
-    DWORD ex = 0;
-    switch (c.kind) {
-      case ControlKind::Frame:
-        if (c.container.empty()) {
-          // A step frame covers the whole page: a flat group, its caption without a box.
-          style |= SS_LEFT | SS_NOPREFIX | WS_GROUP;
-        } else {
-          cls = WC_BUTTONW;
-          style |= BS_GROUPBOX | WS_GROUP;
-        }
-        break;
-      case ControlKind::Label:
-        style |= SS_NOPREFIX | (c.name == "lblProgress" ? SS_CENTER : SS_LEFT);
-        break;
-      case ControlKind::CommandButton:
-        cls = WC_BUTTONW;
-        style |= BS_NOTIFY | WS_TABSTOP | WS_GROUP |
-                 (c.name == "cmdNav" && c.index == 3 ? BS_DEFPUSHBUTTON : BS_PUSHBUTTON);
-        break;
-      case ControlKind::OptionButton: {
-        cls = WC_BUTTONW;
-        style |= BS_RADIOBUTTON | BS_NOTIFY | WS_TABSTOP;
-        // An option array's buttons share a frame: the first of them starts the group.
-        bool continues = previous && previous->kind == ControlKind::OptionButton &&
-                         previous->container == c.container &&
-                         previous->containerIndex == c.containerIndex;
-        if (!continues) style |= WS_GROUP;
-        break;
-      }
-      case ControlKind::CheckBox:
-        cls = WC_BUTTONW;
-        style |= BS_CHECKBOX | BS_NOTIFY | WS_TABSTOP | WS_GROUP;
-        break;
-      case ControlKind::TextBox:
-        cls = WC_EDITW;
-        style |= ES_AUTOHSCROLL | WS_TABSTOP | WS_GROUP | (c.masked ? ES_PASSWORD : 0);
-        ex = WS_EX_CLIENTEDGE;
-        break;
-      case ControlKind::ComboBox:
-        cls = WC_COMBOBOXW;
-        style |= CBS_DROPDOWNLIST | WS_VSCROLL | WS_TABSTOP | WS_GROUP;
-        break;
-      case ControlKind::TreeView:
-        cls = WC_TREEVIEWW;
-        style |= TVS_HASLINES | TVS_HASBUTTONS | TVS_LINESATROOT | TVS_SHOWSELALWAYS | WS_TABSTOP |
-                 WS_GROUP;
-        ex = WS_EX_CLIENTEDGE;
-        break;
-      case ControlKind::ProgressBar:
-        cls = PROGRESS_CLASSW;
-        break;
-      case ControlKind::Image:
-      case ControlKind::Line:
-        style |= SS_OWNERDRAW;
-        break;
-      case ControlKind::PictureBox:
-        style |= SS_LEFT | WS_GROUP;
-        break;
-    }
+    auto [cls, style, ex] = controlStyle(c, previous);
     HWND h =
         CreateWindowExW(ex, cls, L"", style, 0, 0, 0, 0, hwnd_,
                         reinterpret_cast<HMENU>(static_cast<INT_PTR>(kFirstId + i)), inst, nullptr);

@@ -55,6 +55,15 @@ namespace dossync::win32ui {
 
 using OwnerResolver = std::function<HWND(const ObjectPtr&)>;
 
+// The window class, style and extended style of a control's child window; `previous` is the
+// control made before it (an option button after one in the same frame continues its group).
+struct ControlStyle {
+  const wchar_t* windowClass;
+  DWORD style;
+  DWORD exStyle;
+};
+ControlStyle controlStyle(const wizard::Control& c, const wizard::Control* previous);
+
 class WizardWindow : public wizard::IWizardView, public wizard::ITreeObserver {
  public:
   WizardWindow(wizard::frmWizard& form, OwnerResolver ownerWindowOf = {});

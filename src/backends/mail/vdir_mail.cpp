@@ -12,8 +12,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -22,6 +22,7 @@
 #include "backends/vcard/atomic_file.h"
 #include "backends/vcard/entry_id.h"
 #include "base/error.h"
+#include "base/value.h"
 
 #ifndef _WIN32
 extern char** environ;
@@ -47,15 +48,10 @@ std::string lowerAscii(std::string s) {
 
 // yyyymmdd-hhmmss-<8 hex>: sorts by creation, unique enough for one profile.
 std::string newMailId() {
-  std::time_t t = std::time(nullptr);
-  std::tm tm{};
-#ifdef _WIN32
-  localtime_s(&tm, &t);
-#else
-  localtime_r(&t, &tm);
-#endif
+  value::Date d = value::now();
   char stamp[32];
-  std::strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", &tm);
+  std::snprintf(stamp, sizeof stamp, "%04d%02d%02d-%02d%02d%02d", d.year, d.month, d.day, d.hour,
+                d.minute, d.second);
   return std::string(stamp) + "-" + randomHex(8);
 }
 

@@ -15,91 +15,17 @@
 #include <fstream>
 #include <unordered_map>
 
+#include "backends/odbc/odbc_internal.h"
 #include "backends/sql/sqlite_schema.h"
+#include "backends/sql/tokenizer.h"
 #include "base/error.h"
+#include "base/utf16.h"
 #include "base/value.h"
 
 namespace dossync::odbc {
 
 using sql::Step;
 using sql::Stored;
-
-namespace {
-
-using WString = std::basic_string<SQLWCHAR>;
-
-WString wide(const std::string& text) {
-  WString out;
-  out.reserve(text.size());
-  for (size_t i = 0; i < text.size();) {
-    auto b = static_cast<unsigned char>(text[i]);
-    uint32_t cp = 0xFFFD;
-    size_t n = b < 0x80 ? 1 : (b >> 5) == 6 ? 2 : (b >> 4) == 14 ? 3 : (b >> 3) == 30 ? 4 : 0;
-    if (n == 0 || i + n > text.size()) {
-      ++i;
-    } else {
-      cp = n == 1 ? b : b & (0x7F >> n);
-      bool ok = true;
-      for (size_t k = 1; k < n; ++k) {
-        auto c = static_cast<unsigned char>(text[i + k]);
-        ok = ok && (c >> 6) == 2;
-        cp = (cp << 6) | (c & 0x3F);
-      }
-      if (!ok || cp > 0x10FFFF) cp = 0xFFFD;
-      i += ok ? n : 1;
-    }
-    if (cp >= 0x10000) {
-      cp -= 0x10000;
-      out.push_back(static_cast<SQLWCHAR>(0xD800 + (cp >> 10)));
-      out.push_back(static_cast<SQLWCHAR>(0xDC00 + (cp & 0x3FF)));
-    } else {
-      out.push_back(static_cast<SQLWCHAR>(cp));
-    }
-  }
-  return out;
-}
-
-std::string narrow(const SQLWCHAR* text, size_t size) {
-  std::string out;
-  out.reserve(size);
-  for (size_t i = 0; i < size; ++i) {
-    uint32_t cp = text[i];
-    if (cp >= 0xD800 && cp < 0xDC00 && i + 1 < size && text[i + 1] >= 0xDC00 &&
-        text[i + 1] < 0xE000) {
-      cp = 0x10000 + ((cp - 0xD800) << 10) + (text[i + 1] - 0xDC00);
-      ++i;
-    } else if (cp >= 0xD800 && cp < 0xE000) {
-      cp = 0xFFFD;
-    }
-    if (cp < 0x80) {
-      out.push_back(static_cast<char>(cp));
-    } else if (cp < 0x800) {
-      out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
-      out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else if (cp < 0x10000) {
-      out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
-      out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    } else {
-      out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
-      out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
-      out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
-    }
-  }
-  return out;
-}
-
-SQLWCHAR* wptr(WString& s) {
-  return s.data();
-}
-
-// What the driver said of the last call on a handle.
-struct Diagnostic {
-  std::string text;   // every record, "[state] message"
-  std::string state;  // the first record's SQLSTATE
-  SQLINTEGER native = 0;
-};
 
 Diagnostic diagnose(SQLSMALLINT type, SQLHANDLE handle) {
   Diagnostic d;
@@ -125,6 +51,8 @@ Diagnostic diagnose(SQLSMALLINT type, SQLHANDLE handle) {
   return d;
 }
 
+namespace {
+
 bool isTextType(SQLSMALLINT type) {
   switch (type) {
     case SQL_CHAR:
@@ -136,40 +64,6 @@ bool isTextType(SQLSMALLINT type) {
       return true;
     default:
       return false;
-  }
-}
-
-// The declared type describeColumn understands, for an Access column.
-std::string accessDeclType(SQLSMALLINT type, const std::string& typeName, SQLULEN size) {
-  switch (type) {
-    case SQL_BIT:
-      return "BOOLEAN";
-    case SQL_TINYINT:
-    case SQL_SMALLINT:
-    case SQL_INTEGER:
-    case SQL_BIGINT:
-      return "INTEGER";
-    case SQL_REAL:
-    case SQL_FLOAT:
-    case SQL_DOUBLE:
-    case SQL_NUMERIC:
-    case SQL_DECIMAL:
-      return "REAL";
-    case SQL_DATETIME:
-    case SQL_TIMESTAMP:
-    case SQL_TYPE_TIMESTAMP:
-    case SQL_TYPE_DATE:
-      return "DATETIME";
-    case SQL_CHAR:
-    case SQL_VARCHAR:
-    case SQL_WCHAR:
-    case SQL_WVARCHAR:
-      return "VARCHAR(" + std::to_string(size) + ")";
-    case SQL_LONGVARCHAR:
-    case SQL_WLONGVARCHAR:
-      return "TEXT";
-    default:
-      return typeName;
   }
 }
 
@@ -188,8 +82,9 @@ Stored typed(std::string text) {
   Stored v;
   const char* b = text.data();
   const char* e = b + text.size();
-  bool canonical = !text.empty() && text != "-" && text != "-0" &&
-                   (text[text[0] == '-'] != '0' || text.size() == 1);
+  std::string_view t = text;
+  bool canonical =
+      !t.empty() && t != "-" && t != "-0" && (text[text[0] == '-'] != '0' || text.size() == 1);
   if (canonical && std::from_chars(b, e, v.i).ptr == e) {
     v.type = Stored::Int;
     return v;
@@ -206,11 +101,7 @@ Stored typed(std::string text) {
   return v;
 }
 
-struct Column {
-  std::string name;
-  std::string declType;
-  bool text = false;  // read as text whatever it looks like
-};
+}  // namespace
 
 // The result columns of a statement that was prepared or run.
 std::vector<Column> describe(SQLHSTMT stmt, Flavour flavour) {
@@ -254,6 +145,8 @@ std::vector<Column> describe(SQLHSTMT stmt, Flavour flavour) {
   return columns;
 }
 
+namespace {
+
 // One column of the fetched row, whole (long text is read in parts).
 bool readValue(SQLHSTMT stmt, SQLUSMALLINT column, bool text, Stored& v) {
   WString all;
@@ -286,6 +179,8 @@ bool readValue(SQLHSTMT stmt, SQLUSMALLINT column, bool text, Stored& v) {
   return true;
 }
 
+}  // namespace
+
 // Every row of a statement that ran; false (and the diagnostic) when fetching failed.
 bool fetchAll(SQLHSTMT stmt, const std::vector<Column>& columns,
               std::vector<std::vector<Stored>>& rows) {
@@ -300,70 +195,24 @@ bool fetchAll(SQLHSTMT stmt, const std::vector<Column>& columns,
   }
 }
 
+namespace {
+
 // "?N" parameters become the plain markers ODBC knows, each remembering its number; with
 // brackets, names quoted "so" become [so].
 std::string plainMarkers(const std::string& sql, std::vector<int>& markers, bool brackets) {
   std::string out;
   out.reserve(sql.size());
   int highest = 0;
-  for (size_t i = 0; i < sql.size(); ++i) {
-    char c = sql[i];
-    if (c == '\'' || c == '"' || c == '`' || c == '[') {
-      char close = c == '[' ? ']' : c;
-      size_t end = sql.find(close, i + 1);
-      if (end == std::string::npos) end = sql.size() - 1;
-      if (c == '"' && brackets) {  // Jet reads "x" as text: a name is written [x]
-        out += "[" + sql.substr(i + 1, end - i - 1) + "]";
-        i = end;
-        continue;
-      }
-      out.append(sql, i, end - i + 1);
-      i = end;
-      continue;
-    }
-    if (c == '-' && i + 1 < sql.size() && sql[i + 1] == '-') {
-      size_t end = sql.find('\n', i);
-      if (end == std::string::npos) end = sql.size() - 1;
-      out.append(sql, i, end - i + 1);
-      i = end;
-      continue;
-    }
-    if (c != '?') {
-      out.push_back(c);
-      continue;
-    }
-    size_t digits = i + 1;
-    while (digits < sql.size() && sql[digits] >= '0' && sql[digits] <= '9') ++digits;
-    int number =
-        digits > i + 1 ? std::atoi(sql.substr(i + 1, digits - i - 1).c_str()) : highest + 1;
-    highest = std::max(highest, number);
-    markers.push_back(number);
-    out.push_back('?');
-    i = digits - 1;
-  }
-  return out;
-}
-
-// Statements run by Engine::exec, one at a time: split at semicolons outside quotes.
-std::vector<std::string> splitStatements(const std::string& sql) {
-  std::vector<std::string> out;
-  std::vector<int> ignored;
-  size_t start = 0;
-  char quote = 0;
-  for (size_t i = 0; i <= sql.size(); ++i) {
-    char c = i < sql.size() ? sql[i] : ';';
-    if (quote) {
-      if (c == quote) quote = 0;
-      continue;
-    }
-    if (c == '\'' || c == '"' || c == '`') {
-      quote = c;
-    } else if (c == '[') {
-      quote = ']';
-    } else if (c == ';') {
-      std::string one = value::trim(sql.substr(start, i - start));
-      if (!one.empty()) out.push_back(one + ";");
-      start = i + 1;
+  for (const sql::Token& t : sql::tokenize(sql)) {
+    if (t.kind == sql::Token::Name && t.is("\"") && brackets) {
+      out += "[" + t.name() + "]";  // Jet reads "x" as text: a name is written [x]
+    } else if (t.kind == sql::Token::Parameter) {
+      int number = t.text.size() > 1 ? t.parameter() : highest + 1;
+      highest = std::max(highest, number);
+      markers.push_back(number);
+      out.push_back('?');
+    } else {
+      out += t.text;
     }
   }
   return out;
@@ -373,10 +222,6 @@ bool readsOnly(const std::string& sql) {
   std::string up = value::upper(value::trim(sql).substr(0, 8));
   if (up.rfind("PRAGMA", 0) == 0) return sql.find('=') == std::string::npos;
   return up.rfind("SELECT", 0) == 0 || up.rfind("VALUES", 0) == 0 || up.rfind("EXPLAIN", 0) == 0;
-}
-
-std::string accessQuote(const std::string& name) {
-  return "[" + name + "]";
 }
 
 std::string connectionValue(const std::string& value) {
@@ -594,137 +439,7 @@ class OdbcStatement : public sql::EngineStatement {
   std::string message_;
 };
 
-// The rows of a catalog function (SQLColumns and the like) run on a statement of its own.
-template <typename Call>
-bool catalogRows(OdbcEngine& engine, Call call, std::vector<std::vector<Stored>>& rows) {
-  SQLHSTMT stmt = SQL_NULL_HSTMT;
-  if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_STMT, engine.connection(), &stmt))) return false;
-  bool ok = SQL_SUCCEEDED(call(stmt));
-  if (ok) {
-    std::vector<Column> columns = describe(stmt, Flavour::Access);
-    ok = fetchAll(stmt, columns, rows);
-  }
-  if (!ok) engine.noteError(diagnose(SQL_HANDLE_STMT, stmt).text);
-  SQLFreeHandle(SQL_HANDLE_STMT, stmt);
-  return ok;
-}
-
-std::string text(const std::vector<Stored>& row, size_t column) {
-  if (column >= row.size()) return "";
-  const Stored& v = row[column];
-  return v.type == Stored::Text ? v.s : v.type == Stored::Int ? std::to_string(v.i) : "";
-}
-
-int64_t integer(const std::vector<Stored>& row, size_t column) {
-  return column < row.size() && row[column].type == Stored::Int ? row[column].i : 0;
-}
-
-// Makes an empty Access database file through the driver's setup.
-void createAccessDatabase(const std::string& path) {
-  WString driver = wide(driverName(Flavour::Access));
-  WString attributes = wide("CREATE_DB=\"" + driverPath(path) + "\" General");
-  attributes.push_back(0);
-  attributes.push_back(0);
-  if (!SQLConfigDataSourceW(nullptr, ODBC_ADD_DSN, wptr(driver), wptr(attributes))) {
-    DWORD code = 0;
-    SQLWCHAR message[512] = {};
-    WORD length = 0;
-    std::string reason = "the driver's setup refused";
-    if (SQLInstallerErrorW(1, &code, message, static_cast<WORD>(std::size(message)), &length) ==
-        SQL_SUCCESS)
-      reason = narrow(message, std::min<size_t>(length, std::size(message) - 1));
-    throw RuntimeError(kCannotOpenDatabase, "Cannot create database '" + path + "': " + reason);
-  }
-}
-
 }  // namespace
-
-// ---- Flavours and drivers
-
-std::filesystem::path filePath(const std::string& path) {
-  return std::filesystem::path(std::u8string(path.begin(), path.end()));
-}
-
-bool fileExists(const std::string& path) {
-  std::error_code error;
-  return std::filesystem::exists(filePath(path), error);
-}
-
-Flavour flavourOf(const std::string& path) {
-  size_t slash = path.find_last_of("/\\");
-  std::string file = slash == std::string::npos ? path : path.substr(slash + 1);
-  size_t dot = file.rfind('.');
-  std::string ext = dot == std::string::npos ? "" : value::upper(file.substr(dot));
-  if (ext != ".MDB" && ext != ".ACCDB") return Flavour::SQLite;
-  std::filesystem::path p = filePath(path);
-  std::error_code error;
-  if (!std::filesystem::exists(p, error))
-    return value::equalsIgnoreCase(file, "Temp.mdb") ? Flavour::SQLite : Flavour::Access;
-  if (std::filesystem::file_size(p, error) == 0 && !error) return Flavour::SQLite;
-  char header[16] = {};
-  std::ifstream in(p, std::ios::binary);
-  in.read(header, sizeof header);
-  return in.gcount() == 16 && std::string(header, 16) == std::string("SQLite format 3\0", 16)
-             ? Flavour::SQLite
-             : Flavour::Access;
-}
-
-std::string driverName(Flavour flavour) {
-  if (flavour == Flavour::Access) return "Microsoft Access Driver (*.mdb, *.accdb)";
-  const char* name = std::getenv("DOSSYNC_ODBC_SQLITE_DRIVER");
-  if (name && *name) return name;
-#ifdef _WIN32
-  // The SQLite ODBC driver's installer for Windows names it so; under Wine, the drivers are the
-  // host's unixODBC ones, where Debian names it "SQLite3".
-  static const bool windowsName = driverInstalled("SQLite3 ODBC Driver");
-  if (windowsName) return "SQLite3 ODBC Driver";
-#endif
-  return "SQLite3";
-}
-
-bool driverInstalled(const std::string& name) {
-  SQLHENV env = SQL_NULL_HENV;
-  if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &env))) return false;
-  SQLSetEnvAttr(env, SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
-  bool found = false;
-  SQLWCHAR description[512], attributes[2048];
-  SQLSMALLINT descriptionLength = 0, attributesLength = 0;
-  for (SQLUSMALLINT direction = SQL_FETCH_FIRST; SQL_SUCCEEDED(SQLDriversW(
-           env, direction, description, static_cast<SQLSMALLINT>(std::size(description)),
-           &descriptionLength, attributes, static_cast<SQLSMALLINT>(std::size(attributes)),
-           &attributesLength));
-       direction = SQL_FETCH_NEXT) {
-    size_t n = std::min<size_t>(static_cast<size_t>(std::max<SQLSMALLINT>(descriptionLength, 0)),
-                                std::size(description) - 1);
-    if (value::equalsIgnoreCase(narrow(description, n), name)) found = true;
-  }
-  SQLFreeHandle(SQL_HANDLE_ENV, env);
-  return found;
-}
-
-#ifdef _WIN32
-std::string driverPath(const std::string& path) {
-  // Wine's kernel32 alone has it: char* wine_get_unix_file_name(const WCHAR*), the Unix path in
-  // UTF-8, allocated on the process heap.
-  using UnixName = char*(__cdecl*)(const WCHAR*);
-  static const auto unixName = reinterpret_cast<UnixName>(reinterpret_cast<void*>(
-      GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
-  if (!unixName) return path;
-  int n = MultiByteToWideChar(CP_UTF8, 0, path.c_str(), -1, nullptr, 0);
-  if (n <= 0) return path;
-  std::wstring dos(static_cast<size_t>(n), L'\0');
-  MultiByteToWideChar(CP_UTF8, 0, path.c_str(), -1, dos.data(), n);
-  char* unix = unixName(dos.c_str());
-  if (!unix) return path;
-  std::string result = unix;
-  HeapFree(GetProcessHeap(), 0, unix);
-  return result;
-}
-#else
-std::string driverPath(const std::string& path) {
-  return path;
-}
-#endif
 
 // ---- The engine
 
@@ -817,7 +532,8 @@ std::unique_ptr<sql::EngineStatement> OdbcEngine::prepare(const std::string& sql
 }
 
 void OdbcEngine::exec(const std::string& sql) {
-  for (const std::string& one : splitStatements(sql)) {
+  for (std::string one : sql::splitStatements(sql)) {
+    one += ";";
     OdbcStatement st(*this, one);
     Step s;
     while ((s = st.step()) == Step::Row) {
@@ -893,71 +609,12 @@ std::vector<std::string> OdbcEngine::tableNames() {
 std::shared_ptr<sql::TableInfo> OdbcEngine::describeTable(const std::string& name,
                                                           std::string& viewOf) {
   if (flavour_ == Flavour::SQLite) return sqlite::describeTable(*this, name, viewOf);
-  // Access: the columns (SQLColumns: 3 TABLE_NAME, 4 COLUMN_NAME, 5 DATA_TYPE, 6 TYPE_NAME,
-  // 7 COLUMN_SIZE, 11 NULLABLE, 13 COLUMN_DEF), then the primary key.
-  WString table = wide(name);
-  std::vector<std::vector<Stored>> columns;
-  if (!catalogRows(
-          *this,
-          [&](SQLHSTMT h) {
-            return SQLColumnsW(h, nullptr, 0, nullptr, 0, wptr(table), SQL_NTS, nullptr, 0);
-          },
-          columns) ||
-      columns.empty())
-    return nullptr;
-  std::vector<std::vector<Stored>> keys;
-  bool primary = catalogRows(
-      *this,
-      [&](SQLHSTMT h) { return SQLPrimaryKeysW(h, nullptr, 0, nullptr, 0, wptr(table), SQL_NTS); },
-      keys);
-  std::vector<std::string> keyNames;
-  if (primary) {
-    for (const auto& row : keys) keyNames.push_back(text(row, 3));
-  } else {
-    // The Access driver has no SQLPrimaryKeys: its primary key is the index named PrimaryKey.
-    keys.clear();
-    if (catalogRows(
-            *this,
-            [&](SQLHSTMT h) {
-              return SQLStatisticsW(h, nullptr, 0, nullptr, 0, wptr(table), SQL_NTS,
-                                    SQL_INDEX_UNIQUE, SQL_QUICK);
-            },
-            keys))
-      for (const auto& row : keys)
-        if (value::equalsIgnoreCase(text(row, 5), "PrimaryKey")) keyNames.push_back(text(row, 8));
-  }
-  auto info = std::make_shared<sql::TableInfo>();
-  info->name = text(columns[0], 2);
-  for (const auto& row : columns) {
-    auto type = static_cast<SQLSMALLINT>(integer(row, 4));
-    std::string typeName = text(row, 5);
-    sql::ColumnInfo c = sql::describeColumn(
-        text(row, 3), accessDeclType(type, typeName, static_cast<SQLULEN>(integer(row, 6))));
-    c.notNull = integer(row, 10) == SQL_NO_NULLS;
-    if (row.size() > 12 && row[12].type != Stored::Null) c.defaultSql = text(row, 12);
-    if (keyNames.size() == 1 && value::equalsIgnoreCase(keyNames[0], c.name) &&
-        c.kind == sql::ColumnKind::Integer) {
-      c.autoKey = value::equalsIgnoreCase(typeName, "COUNTER") ||
-                  value::upper(typeName).find("AUTOINCREMENT") != std::string::npos;
-      info->keyColumn = static_cast<int>(info->columns.size());
-      info->rowKey = accessQuote(c.name);
-    }
-    info->add(std::move(c));
-  }
-  return info;
+  return describeAccessTable(*this, name);
 }
 
 int64_t OdbcEngine::reserveKey(const sql::TableInfo& table) {
   if (flavour_ == Flavour::SQLite) return impl_->keys.reserve(*this, table);
-  if (table.keyColumn < 0)
-    throw RuntimeError(kStatementFailed, "Table " + table.name + " in '" + path_ + "' has no key");
-  const std::string& key = table.columns[static_cast<size_t>(table.keyColumn)].name;
-  OdbcStatement top(*this,
-                    "SELECT max(" + accessQuote(key) + ") FROM " + accessQuote(table.name) + ";");
-  int64_t inUse = 0;
-  if (top.step() == Step::Row) inUse = top.column(0).type == Stored::Int ? top.column(0).i : 0;
-  int64_t& reserved = impl_->reserved[value::upper(table.name)];
-  return reserved = std::max(reserved, inUse) + 1;
+  return reserveAccessKey(*this, table, impl_->reserved[value::upper(table.name)]);
 }
 
 int64_t OdbcEngine::insertedKey(sql::EngineStatement&) {

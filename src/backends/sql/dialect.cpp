@@ -5,33 +5,20 @@
 #include <set>
 
 #include "backends/sql/stored.h"
+#include "backends/sql/tokenizer.h"
 #include "base/value.h"
 
 namespace dossync::sql {
-namespace {
-
-bool isWordChar(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
-}
-
-}  // namespace
 
 size_t findKeyword(const std::string& s, const std::string& keyword, size_t from) {
-  char quote = 0;
-  for (size_t i = from; i < s.size(); ++i) {
-    char c = s[i];
-    if (quote) {
-      if (c == quote) quote = 0;
-      continue;
-    }
-    if (c == '\'' || c == '"') {
-      quote = c;
-      continue;
-    }
-    if ((i == 0 || !isWordChar(s[i - 1])) && i + keyword.size() <= s.size() &&
+  for (size_t i = from; i < s.size();) {
+    Token t = tokenAt(s, i);
+    if (t.kind == Token::Word && (i == 0 || !isWordChar(s[i - 1])) &&
+        i + keyword.size() <= s.size() &&
         value::equalsIgnoreCase(std::string_view(s).substr(i, keyword.size()), keyword) &&
         (i + keyword.size() == s.size() || !isWordChar(s[i + keyword.size()])))
       return i;
+    i += t.text.size();
   }
   return std::string::npos;
 }
@@ -116,32 +103,22 @@ bool isFunction(std::string_view word) {
   return words.count(value::upper(word)) > 0;
 }
 
-size_t skipBlanks(const std::string& s, size_t i) {
-  while (i < s.size() && std::isspace(static_cast<unsigned char>(s[i]))) ++i;
-  return i;
-}
-
 // Splits at commas outside quotes and parentheses.
 std::vector<std::string> splitList(const std::string& s) {
   std::vector<std::string> items;
   int depth = 0;
-  char quote = 0;
   size_t start = 0;
-  for (size_t i = 0; i <= s.size(); ++i) {
-    char c = i < s.size() ? s[i] : ',';
-    if (quote) {
-      if (c == quote) quote = 0;
-    } else if (c == '\'' || c == '"' || c == '[') {
-      quote = c == '[' ? ']' : c;
-    } else if (c == '(') {
+  for (const Token& t : tokenize(s)) {
+    if (t.is("(")) {
       ++depth;
-    } else if (c == ')') {
+    } else if (t.is(")")) {
       --depth;
-    } else if (c == ',' && depth == 0) {
-      items.push_back(value::trim(s.substr(start, i - start)));
-      start = i + 1;
+    } else if (t.is(",") && depth == 0) {
+      items.push_back(value::trim(s.substr(start, t.offset - start)));
+      start = t.offset + 1;
     }
   }
+  items.push_back(value::trim(s.substr(start)));
   return items;
 }
 
@@ -204,72 +181,49 @@ std::string translate(const std::string& sql,
     const std::string* spelt = spelling(word);
     out += quoteIdentifier(spelt ? *spelt : std::string(word));
   };
-  size_t i = 0;
-  while (i < sql.size()) {
-    char c = sql[i];
-    if (c == '\'') {  // a string, its quotes doubled inside
-      size_t end = i + 1;
-      while (end < sql.size()) {
-        if (sql[end] == '\'' && (end + 1 >= sql.size() || sql[end + 1] != '\'')) break;
-        end += sql[end] == '\'' ? 2 : 1;
-      }
-      out.append(sql, i, end + 1 - i);
-      i = end + 1;
-    } else if (c == '"' || c == '[') {
-      char close = c == '[' ? ']' : '"';
-      size_t end = sql.find(close, i + 1);
-      if (end == std::string::npos) end = sql.size();
-      name(std::string_view(sql).substr(i + 1, end - i - 1));
-      i = end + 1;
-    } else if (c == '-' && i + 1 < sql.size() && sql[i + 1] == '-') {
-      size_t end = sql.find('\n', i);
-      if (end == std::string::npos) end = sql.size();
-      out.append(sql, i, end - i);
-      i = end;
-    } else if (c == '?' && i + 1 < sql.size() &&
-               std::isdigit(static_cast<unsigned char>(sql[i + 1]))) {
-      out += '$';
-      ++i;
-    } else if (std::isalpha(static_cast<unsigned char>(c)) || c == '_') {
-      size_t end = i;
-      while (end < sql.size() && isWordChar(sql[end])) ++end;
-      std::string_view word = std::string_view(sql).substr(i, end - i);
-      size_t next = skipBlanks(sql, end);
-      if (value::equalsIgnoreCase(word, "IS") && findKeyword(sql, "NOT", next) == next) {
-        size_t after = skipBlanks(sql, next + 3);
-        if (after < sql.size() && sql[after] == '?') {  // SQLite's null-safe "differs from"
-          size_t end = after + 1;
-          while (end < sql.size() && std::isdigit(static_cast<unsigned char>(sql[end]))) ++end;
-          out += "IS DISTINCT FROM $" + sql.substr(after + 1, end - after - 1);
-          size_t collate = skipBlanks(sql, end);
-          if (findKeyword(sql, "COLLATE", collate) == collate) {
-            size_t name = skipBlanks(sql, collate + 7);
-            if (findKeyword(sql, "BINARY", name) == name) {
-              out += "::text COLLATE \"C\"";
-              end = name + 6;
-            }
+  std::vector<Token> tokens = tokenize(sql);
+  auto solid = [&](size_t k) {  // the first token from k on that is not blank
+    while (k < tokens.size() && tokens[k].kind == Token::Space) ++k;
+    return k < tokens.size() ? k : std::string::npos;
+  };
+  auto is = [&](size_t k, std::string_view text) {
+    return k != std::string::npos && tokens[k].is(text);
+  };
+  for (size_t k = 0; k < tokens.size(); ++k) {
+    const Token& t = tokens[k];
+    if (t.kind == Token::Name) {
+      name(t.name());
+    } else if (t.kind == Token::Parameter && t.text.size() > 1) {
+      out += "$";
+      out += t.text.substr(1);
+    } else if (t.kind == Token::Word) {
+      size_t next = solid(k + 1);
+      if (t.is("IS") && is(next, "NOT")) {
+        size_t parameter = solid(next + 1);
+        if (parameter != std::string::npos && tokens[parameter].kind == Token::Parameter) {
+          // SQLite's null-safe "differs from"
+          out += "IS DISTINCT FROM $";
+          out += tokens[parameter].text.substr(1);
+          k = parameter;
+          size_t collate = solid(parameter + 1);
+          size_t binary = is(collate, "COLLATE") ? solid(collate + 1) : std::string::npos;
+          if (is(binary, "BINARY")) {
+            out += "::text COLLATE \"C\"";
+            k = binary;
           }
-          i = end;
           continue;
         }
       }
-      bool call = calls && next < sql.size() && sql[next] == '(' && isFunction(word);
-      if (isKeyword(word) || call || (!out.empty() && out.back() == ':')) {  // or a cast's type
-        out += word;
-      } else if (spelling(word)) {
-        name(word);
+      bool call = calls && is(next, "(") && isFunction(t.text);
+      if (isKeyword(t.text) || call || (!out.empty() && out.back() == ':')) {  // or a cast's type
+        out += t.text;
+      } else if (spelling(t.text)) {
+        name(t.text);
       } else {
-        out += word;
+        out += t.text;
       }
-      i = end;
-    } else if (std::isdigit(static_cast<unsigned char>(c))) {
-      size_t end = i;
-      while (end < sql.size() && (isWordChar(sql[end]) || sql[end] == '.')) ++end;
-      out.append(sql, i, end - i);
-      i = end;
     } else {
-      out += c;
-      ++i;
+      out += t.text;
     }
   }
   return out;
@@ -347,21 +301,10 @@ std::string postgresTable(const std::string& statement) {
 std::string postgresSchema(const std::string& sqliteSchema) {
   // Statements without their comments, split at the semicolons between them.
   std::string text;
-  for (size_t i = 0; i < sqliteSchema.size();) {
-    size_t end = sqliteSchema.find('\n', i);
-    if (end == std::string::npos) end = sqliteSchema.size();
-    std::string line = sqliteSchema.substr(i, end - i);
-    size_t comment = line.find("--");
-    if (comment != std::string::npos) line.erase(comment);
-    text += line + "\n";
-    i = end + 1;
-  }
+  for (const Token& t : tokenize(sqliteSchema))
+    if (t.kind != Token::Comment) text += t.text;
   std::string out;
-  size_t start = 0;
-  for (size_t semi = text.find(';'); semi != std::string::npos; semi = text.find(';', start)) {
-    std::string statement = value::trim(text.substr(start, semi - start));
-    start = semi + 1;
-    if (statement.empty()) continue;
+  for (const std::string& statement : splitStatements(text)) {
     bool table = findKeyword(statement, "CREATE TABLE") == 0;
     out += (table ? postgresTable(statement) : quoteNames(statement)) + ";\n";
   }

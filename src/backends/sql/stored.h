@@ -10,6 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/hash.h"
+
 namespace dossync::sql {
 
 enum class ColumnKind { Text, Memo, Integer, Real, Boolean, DateTime, Other };
@@ -31,9 +33,9 @@ ColumnInfo describeColumn(const std::string& name, const std::string& declaredTy
 struct CaseInsensitiveHash {
   using is_transparent = void;
   size_t operator()(std::string_view s) const {
-    uint64_t h = 1469598103934665603ULL;  // FNV-1a
+    uint64_t h = hash::kFnvOffset;
     for (char c : s)
-      h = (h ^ static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 32 : c)) * 1099511628211ULL;
+      h = hash::fnv1aByte(h, static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 32 : c));
     return static_cast<size_t>(h ^ (h >> 32));
   }
 };

@@ -5,25 +5,15 @@
 #include <cstdio>
 #include <random>
 
+#include "base/hash.h"
+
 namespace dossync::vdir {
-namespace {
 
-// FNV-1a, 64 bits, from a given start; two starts give the 128 bits of an id.
-uint64_t fnv1a(std::string_view s, uint64_t h) {
-  for (unsigned char c : s) {
-    h ^= c;
-    h *= 0x100000001b3ULL;
-  }
-  return h;
-}
-
-}  // namespace
-
+// Two starts of the hash give the 128 bits of an id.
 std::string hash128(std::string_view s) {
   char buf[33];
-  std::snprintf(buf, sizeof buf, "%016llx%016llx",
-                static_cast<unsigned long long>(fnv1a(s, 0xcbf29ce484222325ULL)),
-                static_cast<unsigned long long>(fnv1a(s, 0x84222325cbf29ce4ULL)));
+  std::snprintf(buf, sizeof buf, "%016llx%016llx", static_cast<unsigned long long>(hash::fnv1a(s)),
+                static_cast<unsigned long long>(hash::fnv1a(s, 0x84222325cbf29ce4ULL)));
   return buf;
 }
 

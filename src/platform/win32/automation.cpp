@@ -1,25 +1,19 @@
 #include "platform/win32/automation.h"
 
 #include <cstdio>
+#include <cwchar>
 #include <cwctype>
+
+#include "base/utf16.h"
 
 namespace dossync::win32 {
 
 std::wstring widen(const std::string& utf8) {
-  if (utf8.empty()) return {};
-  int n = ::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), nullptr, 0);
-  std::wstring out(static_cast<size_t>(n), L'\0');
-  ::MultiByteToWideChar(CP_UTF8, 0, utf8.data(), static_cast<int>(utf8.size()), out.data(), n);
-  return out;
+  return utf16::widen<wchar_t>(utf8);
 }
 
 std::string narrow(const wchar_t* text) {
-  if (!text || !*text) return {};
-  int n = ::WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
-  std::string out(static_cast<size_t>(n), '\0');
-  ::WideCharToMultiByte(CP_UTF8, 0, text, -1, out.data(), n, nullptr, nullptr);
-  out.pop_back();  // the terminator
-  return out;
+  return text ? utf16::narrow(text, std::wcslen(text)) : std::string();
 }
 
 namespace {
