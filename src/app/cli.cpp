@@ -24,8 +24,7 @@ int initHost(const std::string& path, std::ostream& out, std::ostream& err) {
   try {
     databases::createHostDatabase(path);
   } catch (const RuntimeError& e) {
-    err << "dossync: " << e.description() << "\n";
-    return kExitFailure;
+    return reportFailure(err, e, kExitFailure);
   }
   out << "Created host database " << databases::displayName(path) << "\n";
   return kExitOk;
@@ -40,8 +39,7 @@ int demoData(const std::string& path, const DemoOptions& options, std::ostream& 
         << s.contacts << " contacts, " << s.categories << " categories, " << s.clients
         << " client records, " << s.scheduleRows << " schedule rows\n";
   } catch (const RuntimeError& e) {
-    err << "dossync: " << e.description() << "\n";
-    return kExitFailure;
+    return reportFailure(err, e, kExitFailure);
   }
   return kExitOk;
 }

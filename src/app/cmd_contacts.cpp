@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "app/commands.h"
+#include "app/console_services.h"
 #include "app/outlook_wiring.h"
 #include "app/path_guards.h"
 #include "backends/vdir/vdir_store.h"
@@ -128,7 +129,7 @@ int runContacts(const ContactsOptions& o, std::ostream& out, std::ostream& err) 
     registerOutlook(c.outlook, o.insecure);
     Session s;
     if (isServerStore(c.outlook)) {
-      if (!checkServerLogon(c, &s, err)) return kExitFailure;
+      if (int code = checkServerLogon(c, &s, err)) return code;
     } else {
       s = openSession(c.profile, c.password);
     }
@@ -200,7 +201,7 @@ int runContacts(const ContactsOptions& o, std::ostream& out, std::ostream& err) 
     err << "dossync: unknown contacts action '" << o.action << "'\n";
     return kExitUsage;
   } catch (const RuntimeError& e) {
-    err << "dossync: " << e.description() << "\n";
+    return reportFailure(err, e, kExitFailure);
   } catch (const nlohmann::json::exception& e) {
     err << "dossync: bad JSON: " << e.what() << "\n";
   }

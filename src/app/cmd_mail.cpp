@@ -89,8 +89,7 @@ int runMail(const MailCommands::State& s, std::ostream& out, std::ostream& err) 
     c = resolveCredentials(s.outlook, s.profile, {});
     registerOutlook(c.outlook, s.insecure);
   } catch (const RuntimeError& e) {
-    err << "dossync: " << e.description() << "\n";
-    return kExitUsage;
+    return reportFailure(err, e, kExitUsage);
   }
   auto errors = std::make_shared<ConsoleErrorService>(err);
   useErrorService(errors);
@@ -162,8 +161,7 @@ int runAccount(const MailCommands::State& s, bool set, std::ostream& out, std::o
     out << "Saved the mail account in " << vdir::accountFile(dir).string() << "\n";
     return kExitOk;
   } catch (const RuntimeError& e) {
-    err << "dossync: " << e.description() << "\n";
-    return kExitFailure;
+    return reportFailure(err, e, kExitFailure);
   }
 }
 
@@ -195,8 +193,7 @@ int runAppointment(const MailCommands::State& s, std::ostream& out, std::ostream
     root = fs::path(profileFolder(c.outlook, c.profile)).parent_path().string();
     registerOutlook(c.outlook, s.insecure);
   } catch (const RuntimeError& e) {
-    err << "dossync: " << e.description() << "\n";
-    return kExitUsage;
+    return reportFailure(err, e, kExitUsage);
   }
   auto before = calendarFiles(root);
   auto errors = std::make_shared<ConsoleErrorService>(err);

@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "app/commands.h"
+#include "app/console_services.h"
 #include "app/outlook_wiring.h"
 #include "base/error.h"
 #include "report/report_store.h"
@@ -33,7 +34,7 @@ report::RunPlan readFrom(const std::vector<fs::path>& folders, const std::string
     try {
       return report::readReport(*it, id);
     } catch (const RuntimeError& e) {
-      if (e.number() != kFileNotFound) throw;
+      if (e.remedy() != Remedy::kNotFound) throw;
     }
   }
   throw RuntimeError(kFileNotFound, "No report " + id + " in " + folders.back().string());
@@ -87,8 +88,7 @@ int runReport(const ReportOptions& o, std::ostream& out, std::ostream& err) {
           << (e.interrupted ? "  (interrupted)" : "") << "\n";
     }
   } catch (const RuntimeError& e) {
-    err << "dossync: " << e.description() << "\n";
-    return kExitFailure;
+    return reportFailure(err, e, kExitFailure);
   }
   return kExitOk;
 }

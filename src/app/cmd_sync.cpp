@@ -227,8 +227,7 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
     registerOutlook(o.outlook, o.insecure);
     keepServerValuesOnConflict(o.twoWay && o.conflict == "outlook");
   } catch (const RuntimeError& e) {
-    err << "dossync: " << e.description() << "\n";
-    return kExitUsage;
+    return reportFailure(err, e, kExitUsage);
   }
   if (int code = refuseMistakenDatabases(o.hostDb, o.syncDb, o.replaceSyncDb, err)) return code;
   bool storeThere = true;
@@ -238,7 +237,7 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
     if (int code = lockRun(o, lock, err)) return code;
   }
   Session server;
-  if (!checkServerLogon(credentials, &server, err)) return kExitFailure;
+  if (int code = checkServerLogon(credentials, &server, err)) return code;
   registerTerminalProgress(!o.noProgress);
   auto errors = std::make_shared<ConsoleErrorService>(err, actionFor(o.onError));
   auto messages = std::make_shared<ConsoleMessageBox>(err);
@@ -306,8 +305,7 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
       warnUnmatched(*component, member, chosen, err);
     }
   } catch (const RuntimeError& e) {
-    err << "dossync: cannot list the records to select: " << e.description() << "\n";
-    return kExitFailure;
+    return reportFailure(err, e, kExitFailure, "cannot list the records to select: ");
   }
 
   StopOnSignals signals;
@@ -316,8 +314,7 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
       report::PreviewScope scope(*recorder, o.all);
       component->Synchronize();
     } catch (const RuntimeError& e) {
-      err << "dossync: cannot preview: " << e.description() << "\n";
-      return kExitFailure;
+      return reportFailure(err, e, kExitFailure, "cannot preview: ");
     }
     if (o.json) {
       out << report::toJson(recorder->plan()).dump(2) << "\n";

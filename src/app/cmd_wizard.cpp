@@ -165,8 +165,7 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
     o.profile = credentials.profile;
     registerOutlook(o.outlook, o.insecure);
   } catch (const RuntimeError& e) {
-    err << "dossync: " << e.description() << "\n";
-    return kExitUsage;
+    return reportFailure(err, e, kExitUsage);
   }
   if (!demo) {
     if (int code = refuseMistakenDatabases(o.hostDb, o.syncDb, o.replaceSyncDb, err)) return code;
@@ -174,7 +173,7 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
     if (int code = prepareStore(o.outlook, o.profile, StoreUse::Write, storeThere, err)) return code;
   }
   Session server;
-  if (!checkServerLogon(credentials, &server, err)) return kExitFailure;
+  if (int code = checkServerLogon(credentials, &server, err)) return code;
 
   int code = qt::withQtApplication(offscreen, [&] {
     auto errors = std::make_shared<ConsoleErrorService>(err);

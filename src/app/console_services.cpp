@@ -2,7 +2,17 @@
 
 #include <ostream>
 
+#include "app/commands.h"
+
 namespace dossync::app {
+
+int reportFailure(std::ostream& err, const RuntimeError& e, int otherwise,
+                  const std::string& doing) {
+  err << "dossync: " << doing << e.description() << "\n";
+  if (const char* advice = adviceFor(e.remedy()); *advice)
+    err << "dossync: nothing more was done; " << advice << "\n";
+  return e.remedy() == Remedy::kRetryLater ? kExitBusy : otherwise;
+}
 
 void ConsoleErrorService::recordError(const RuntimeError& error) {
   ++errors_;

@@ -40,6 +40,12 @@ class ConsoleErrorService : public IErrorService {
   std::string lastLocation_;
 };
 
+// A command that failed on `e`, told at the terminal: "dossync: <doing><description>", then what
+// the error's remedy asks of the person (try again later, check the account). Answers the exit
+// code: kExitBusy for an error that may go away by itself, else `otherwise`.
+int reportFailure(std::ostream& err, const RuntimeError& e, int otherwise,
+                  const std::string& doing = "");
+
 class ConsoleMessageBox : public IMessageBox {
  public:
   explicit ConsoleMessageBox(std::ostream& out, bool answerYes = false)

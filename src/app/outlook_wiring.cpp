@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <ostream>
 
+#include "app/commands.h"
+#include "app/console_services.h"
 #include "app/credentials.h"
 #include "backends/carddav/carddav_store.h"
 #include "backends/vdir/vdir_store.h"
@@ -133,8 +135,8 @@ Session openSession(const std::string& profile, const std::string& password) {
   return s;
 }
 
-bool checkServerLogon(Credentials& c, Session* held, std::ostream& err) {
-  if (!isServerStore(c.outlook)) return true;
+int checkServerLogon(Credentials& c, Session* held, std::ostream& err) {
+  if (!isServerStore(c.outlook)) return kExitOk;
   try {
     try {
       *held = openSession(c.profile, c.password);
@@ -151,13 +153,13 @@ bool checkServerLogon(Credentials& c, Session* held, std::ostream& err) {
       *held = openSession(c.profile, c.password);
     }
   } catch (const RuntimeError& e) {
+    if (e.number() != kLogonFailed) return reportFailure(err, e, kExitFailure);
     err << "dossync: " << e.description() << "\n";
-    if (e.number() == kLogonFailed)
-      err << "dossync: give the password with --password-file, --password-command or "
-             "DOSSYNC_PASSWORD (or in ~/.netrc)\n";
-    return false;
+    err << "dossync: give the password with --password-file, --password-command or "
+           "DOSSYNC_PASSWORD (or in ~/.netrc)\n";
+    return kExitFailure;
   }
-  return true;
+  return kExitOk;
 }
 
 }  // namespace dossync::app

@@ -68,10 +68,10 @@ struct Session {
 Session openSession(const std::string& profile, const std::string& password = "");
 
 // For a store on a server, logs on before anything else is opened, so that a refused logon is
-// one clear error on `err` (answers false), not one per record; the session is kept in *held
-// and later logons of the run attach to it. A logon refused without a password asks for one
-// when standard input is a terminal (credentials.h), and keeps it in `c`. Other stores: true,
-// nothing done.
-bool checkServerLogon(Credentials& c, Session* held, std::ostream& err);
+// one clear error on `err` (answers the exit code, kExitBusy for a server out of reach), not one
+// per record; the session is kept in *held and later logons of the run attach to it. A logon
+// refused without a password asks for one when standard input is a terminal (credentials.h),
+// and keeps it in `c`. Other stores: 0, nothing done.
+int checkServerLogon(Credentials& c, Session* held, std::ostream& err);
 
 }  // namespace dossync::app

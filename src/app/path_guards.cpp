@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "app/commands.h"
+#include "app/console_services.h"
 #include "app/databases.h"
 #include "app/outlook_wiring.h"
 #include "backends/sql/database.h"
@@ -104,8 +105,7 @@ int prepareStore(const std::string& spec, const std::string& profile, StoreUse u
     root = vdirRoot(spec);
     folder = profileFolder(spec, profile);
   } catch (const RuntimeError& e) {
-    err << "dossync: " << e.description() << "\n";
-    return kExitUsage;
+    return reportFailure(err, e, kExitUsage);
   }
   std::error_code ec;
   bool rootThere = fs::is_directory(root, ec);

@@ -123,8 +123,15 @@ class ServerSchemeLock final : public SchemeLock {
 
  private:
   bool tryLock(const std::string& key) {
-    sql::Statement st(*db_, "SELECT pg_try_advisory_lock(" + key + ")::int;");
-    return st.step() && st.columnInt(0) == 1;
+    try {
+      sql::Statement st(*db_, "SELECT pg_try_advisory_lock(" + key + ")::int;");
+      return st.step() && st.columnInt(0) == 1;
+    } catch (const RuntimeError& e) {
+      // A server busy for a moment is waited for as a held lock is; anything else ends the
+      // wait with the lock not taken.
+      if (e.remedy() != Remedy::kRetryLater) throw;
+      return false;
+    }
   }
   // The holder's connection: its name when it is a dossync run's and may be read, else the
   // server process and when its connection began.

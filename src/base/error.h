@@ -2,9 +2,12 @@
 //
 // A failing operation anywhere (a back end, a conversion, a missing object) throws RuntimeError,
 // which carries the platform's error triple: number, description, source. The numbers are fixed
-// (ErrorCode) and tell the caller what kind of failure it is; descriptions name the file, record
-// or item at fault. The error frame procedures run in, which hands these errors to the error
-// service, is core/error_frame.h.
+// (ErrorCode) and tell the host what kind of failure it is; beside the number, the Remedy says
+// what the caller should do about it (fix the input, try again later...). The remedy follows
+// from the number unless the thrower knows better. Descriptions name the file, record, item or
+// server at fault, never a password. The error frame procedures run in, which hands these errors
+// to the error service, is core/error_frame.h. A step whose failure its caller expects and
+// handles itself answers Expected<T> (base/expected.h) instead of throwing.
 #pragma once
 
 #include <cstdint>
@@ -52,19 +55,83 @@ enum ErrorCode : int32_t {
   kEditConflict = 0x4006,
 };
 
+// What the caller of a failed operation should do about it.
+enum class Remedy : uint8_t {
+  kFixInput,    // a value, file, path or setting given is wrong: change it, then run again
+  kRetryLater,  // something was busy or out of reach (a lock, a server): the same call may work
+  kRefused,     // the other side said no (a logon, a server, a read-only table): ask its owner
+  kNotFound,    // what was named (a file, an item, a record) is not there
+  kInternal,    // a fault of this program or the machine: report it
+};
+
+// The remedy an error number stands for when its thrower gives none.
+constexpr Remedy remedyOf(int32_t number) {
+  switch (number) {
+    case kInvalidProcedureCall:
+    case kOverflow:
+    case kTypeMismatch:
+    case kFileAlreadyExists:
+    case kTableExists:
+    case kCannotOpenDatabase:
+    case kFieldTooSmall:
+    case kNotADatabase:
+    case kCannotCreateObject:
+      return Remedy::kFixInput;
+    case kDiskIO:
+    case kDatabaseLocked:
+    case kDeliveryFailed:
+    case kServerUnreachable:
+    case kEditConflict:
+      return Remedy::kRetryLater;
+    case kPermissionDenied:
+    case kNotUpdatable:
+    case kFieldNotUpdatable:
+    case kLogonFailed:
+    case kServerRejected:
+      return Remedy::kRefused;
+    case kSubscriptOutOfRange:
+    case kFileNotFound:
+    case kPathNotFound:
+    case kItemNotFound:
+      return Remedy::kNotFound;
+    default:
+      return Remedy::kInternal;
+  }
+}
+
+// What a remedy asks of the person running the program, as messages end ("" none to add).
+constexpr const char* adviceFor(Remedy remedy) {
+  switch (remedy) {
+    case Remedy::kRetryLater:
+      return "try again later";
+    case Remedy::kRefused:
+      return "check the account and its rights";
+    default:
+      return "";
+  }
+}
+
 class RuntimeError : public std::runtime_error {
  public:
   RuntimeError(int32_t number, std::string description, std::string source = "dossync")
+      : RuntimeError(number, remedyOf(number), std::move(description), std::move(source)) {}
+  // For a thrower that knows better than the number, e.g. a statement refused because the
+  // database was busy (kStatementFailed, kRetryLater).
+  RuntimeError(int32_t number, Remedy remedy, std::string description,
+               std::string source = "dossync")
       : std::runtime_error(description),
         number_(number),
+        remedy_(remedy),
         description_(std::move(description)),
         source_(std::move(source)) {}
   int32_t number() const { return number_; }
+  Remedy remedy() const { return remedy_; }
   const std::string& description() const { return description_; }
   const std::string& source() const { return source_; }
 
  private:
   int32_t number_;
+  Remedy remedy_;
   std::string description_;
   std::string source_;
 };

@@ -36,8 +36,9 @@ has "and names the server" "$(cat "$work/err")" "127.0.0.1:$port"
 same "nothing paired" "$([[ -f "$s" ]] && sqlite3 "$s" 'SELECT count(*) FROM OutlookSync;' 2>/dev/null || echo 0)" 0
 "$bin" contacts list --outlook "carddav:http://127.0.0.1:1/alice/book/" --profile alice \
   --password secret >/dev/null 2>"$work/err"
-[[ $? -ne 0 ]] && ok || bad "an unreachable server is an error"
+same "an unreachable server: try again later (EX_TEMPFAIL)" $? 75
 has "unreachable names the URL" "$(cat "$work/err")" "127.0.0.1:1"
+has "and says to try again later" "$(cat "$work/err")" "try again later"
 
 # The practice goes up; a second run with nothing changed writes nothing.
 out=$(sync --select all); same "sync exit" $? 0

@@ -545,7 +545,12 @@ struct DavClient::Impl {
                              " attempts" + (said.empty() ? "" : ": " + said),
                          kSource);
     }
-    throw RuntimeError(kServerRejected,
+    // The number says the server refused; what to do depends on why: a fault of the server
+    // (5xx but "not implemented") may pass, a missing card is not found.
+    Remedy remedy = x.status >= 500 && x.status != 501      ? Remedy::kRetryLater
+                    : x.status == 404 || x.status == 410 ? Remedy::kNotFound
+                                                          : Remedy::kRefused;
+    throw RuntimeError(kServerRejected, remedy,
                        "The server at " + url + " refused " + x.request.method + " (" +
                            x.statusText() + ")" + (said.empty() ? "" : ": " + said),
                        kSource);

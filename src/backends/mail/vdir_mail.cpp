@@ -22,6 +22,7 @@
 #include "backends/vcard/atomic_file.h"
 #include "backends/vcard/entry_id.h"
 #include "base/error.h"
+#include "base/expected.h"
 #include "base/value.h"
 
 #ifndef _WIN32
@@ -55,23 +56,18 @@ std::string newMailId() {
   return std::string(stamp) + "-" + randomHex(8);
 }
 
-std::optional<std::string> readWholeFile(const std::string& path, std::string* why) {
+// The file's bytes, or why there are none (the description is the reason alone).
+Expected<std::string> readWholeFile(const std::string& path) {
   std::error_code ec;
   if (!fs::is_regular_file(path, ec)) {
-    *why = fs::exists(path, ec) ? "not a regular file" : "no such file";
-    return std::nullopt;
+    if (fs::exists(path, ec)) return RuntimeError(kFileNotFound, Remedy::kFixInput, "not a regular file");
+    return RuntimeError(kFileNotFound, "no such file");
   }
   std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    *why = "cannot be opened";
-    return std::nullopt;
-  }
+  if (!in) return RuntimeError(kPermissionDenied, "cannot be opened");
   std::ostringstream bytes;
   bytes << in.rdbuf();
-  if (in.bad()) {
-    *why = "cannot be read";
-    return std::nullopt;
-  }
+  if (in.bad()) return RuntimeError(kDiskIO, "cannot be read");
   return bytes.str();
 }
 
@@ -224,14 +220,14 @@ VdirMailItem::Built VdirMailItem::build(bool forDelivery) {
   }
   if (forDelivery && recipients_->all().empty()) b.problems.push_back("the mail has no recipients");
   for (const auto& a : attachments_->all()) {
-    std::string why;
-    auto bytes = readWholeFile(a->PathName(), &why);
+    auto bytes = readWholeFile(a->PathName());
     if (!bytes) {
-      b.unreadable.push_back("cannot read the attachment '" + a->PathName() + "': " + why);
+      b.unreadable.push_back("cannot read the attachment '" + a->PathName() +
+                             "': " + bytes.error().description());
       b.problems.push_back(b.unreadable.back());
       continue;
     }
-    m.attachments.push_back({a->DisplayName(), std::move(*bytes), ""});
+    m.attachments.push_back({a->DisplayName(), std::move(bytes).value(), ""});
   }
   if (messageId_.empty()) {
     size_t at = m.from.address.rfind('@');

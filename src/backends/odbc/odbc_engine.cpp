@@ -556,16 +556,17 @@ bool OdbcEngine::begin() {
   return true;
 }
 
-bool OdbcEngine::commit(std::string& error) {
-  if (!inTransaction_) return true;
-  bool ok = SQL_SUCCEEDED(SQLEndTran(SQL_HANDLE_DBC, dbc_, SQL_COMMIT));
-  if (!ok) {
-    error = lastError_ = diagnose(SQL_HANDLE_DBC, dbc_).text;
+Expected<void> OdbcEngine::commit() {
+  if (!inTransaction_) return {};
+  Expected<void> done;
+  if (!SQL_SUCCEEDED(SQLEndTran(SQL_HANDLE_DBC, dbc_, SQL_COMMIT))) {
+    lastError_ = diagnose(SQL_HANDLE_DBC, dbc_).text;
+    done = RuntimeError(kDiskIO, lastError_);
     SQLEndTran(SQL_HANDLE_DBC, dbc_, SQL_ROLLBACK);
   }
   SQLSetConnectAttrW(dbc_, SQL_ATTR_AUTOCOMMIT, reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_ON), 0);
   inTransaction_ = false;
-  return ok;
+  return done;
 }
 
 void OdbcEngine::rollback() {

@@ -77,7 +77,7 @@ class OdbcEngine : public sql::Engine {
   void exec(const std::string& sql) override;
   bool snapshots() const override { return wal_; }
   bool begin() override;
-  bool commit(std::string& error) override;
+  Expected<void> commit() override;
   void rollback() override;
   bool inTransaction() const override { return inTransaction_; }
   uint64_t dataVersion() override;

@@ -388,21 +388,19 @@ bool PgEngine::begin() {
   return r.ok();
 }
 
-bool PgEngine::commit(std::string& error) {
+Expected<void> PgEngine::commit() {
   bool lost = lost_;
   lost_ = false;
-  if (lost) {
-    error = lostReason_;
-    return false;
-  }
-  if (PQtransactionStatus(conn_) == PQTRANS_IDLE) return true;
+  // A transaction lost to another connection's change may well go through when made again.
+  if (lost) return RuntimeError(kDiskIO, Remedy::kRetryLater, lostReason_);
+  if (PQtransactionStatus(conn_) == PQTRANS_IDLE) return {};
   wroteInTransaction_ = false;
   Result r(PQexec(conn_, "COMMIT;"));
   // A transaction that failed answers COMMIT with ROLLBACK.
-  if (r.ok() && std::strcmp(PQcmdStatus(r.r), "ROLLBACK") != 0) return true;
-  error = r.ok() ? "the transaction was rolled back" : message(conn_, r.r);
+  if (r.ok() && std::strcmp(PQcmdStatus(r.r), "ROLLBACK") != 0) return {};
+  RuntimeError why(kDiskIO, r.ok() ? "the transaction was rolled back" : message(conn_, r.r));
   if (PQtransactionStatus(conn_) != PQTRANS_IDLE) Result(PQexec(conn_, "ROLLBACK;"));
-  return false;
+  return why;
 }
 
 void PgEngine::rollback() {

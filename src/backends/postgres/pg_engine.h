@@ -65,7 +65,7 @@ class PgEngine : public sql::Engine {
   void exec(const std::string& sql) override;
   bool snapshots() const override { return true; }
   bool begin() override;
-  bool commit(std::string& error) override;
+  Expected<void> commit() override;
   void rollback() override;
   bool inTransaction() const override { return PQtransactionStatus(conn_) != PQTRANS_IDLE; }
   uint64_t dataVersion() override;

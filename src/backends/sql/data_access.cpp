@@ -30,7 +30,7 @@ bool DataAccess::openDatabase(int32_t mode) {
     lastError_ = e.description();
     if (errorService_) {
       try {
-        errorService_->recordError(RuntimeError(e.number(), e.description(), appName_));
+        errorService_->recordError(RuntimeError(e.number(), e.remedy(), e.description(), appName_));
         errorService_->reportError();
       } catch (...) {
       }

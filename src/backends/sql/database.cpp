@@ -219,14 +219,15 @@ void Database::endSnapshot() {
   int writes = groupedWrites_;
   groupedWrites_ = 0;
   groupLog_.clear();
-  std::string msg;
-  if (engine_->commit(msg)) return;
+  Expected<void> done = engine_->commit();
+  if (done) return;
   // A snapshot of reads only commits to nothing; grouped writes must not vanish unsaid, nor
   // linger in the indexes.
   if (writes > 0) indexes_.clear();
   if (writes > 0)
-    throw RuntimeError(kDiskIO, "The last " + std::to_string(writes) +
-                                    " changes could not be committed to '" + path() + "': " + msg);
+    throw RuntimeError(kDiskIO, done.error().remedy(),
+                       "The last " + std::to_string(writes) + " changes could not be committed to '" +
+                           path() + "': " + done.error().description());
 }
 
 void Database::dropGroup() {
@@ -295,7 +296,8 @@ bool Database::rewriteGroup() {
   if (!snapshotOpen_ || groupLog_.empty()) return false;
   std::string msg;
   for (int attempt = 0; attempt < kRewriteAttempts; ++attempt) {
-    engine_->commit(msg);  // the lost transaction: rolled back already
+    // The lost transaction: rolled back already.
+    if (auto done = engine_->commit(); !done) msg = done.error().description();
     if (attempt > 0) std::this_thread::sleep_for(std::chrono::milliseconds(5 * attempt));
     memo_.rows.clear();
     versionSeen_ = false;
@@ -331,7 +333,9 @@ bool Database::rewriteGroup() {
   groupedWrites_ = 0;
   groupLog_.clear();
   indexes_.clear();
-  if (engine_->inTransaction()) engine_->commit(msg);
+  if (engine_->inTransaction()) {
+    if (auto done = engine_->commit(); !done) msg = done.error().description();
+  }
   throw RuntimeError(kDiskIO, "The last " + std::to_string(writes) +
                                   " changes could not be committed to '" + path() + "': " + msg);
 }

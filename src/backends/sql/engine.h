@@ -11,6 +11,7 @@
 #include <string>
 
 #include "backends/sql/stored.h"
+#include "base/expected.h"
 
 namespace dossync::sql {
 
@@ -60,8 +61,10 @@ class Engine {
   // on writing): whether the engine gives them, and the transaction around them.
   virtual bool snapshots() const = 0;
   virtual bool begin() = 0;
-  virtual bool commit(std::string& error) = 0;  // false: rolled back; error says why
-  virtual void rollback() = 0;                   // the open transaction, if any, undone
+  // Commits the open transaction, if any. When the database refuses, the transaction is rolled
+  // back and the error says why (the database's own message as its description).
+  virtual Expected<void> commit() = 0;
+  virtual void rollback() = 0;  // the open transaction, if any, undone
   virtual bool inTransaction() const = 0;
   // A number that changes whenever another connection committed a change, as seen from the
   // current snapshot (or the latest data outside one).

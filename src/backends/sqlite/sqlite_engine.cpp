@@ -201,11 +201,15 @@ bool SqliteEngine::begin() {
   return runRaw(begin_, "BEGIN;");
 }
 
-bool SqliteEngine::commit(std::string& error) {
-  if (runRaw(commit_, "COMMIT;")) return true;
-  error = sqlite3_errmsg(db_);
+Expected<void> SqliteEngine::commit() {
+  if (runRaw(commit_, "COMMIT;")) return {};
+  int code = sqlite3_errcode(db_) & 0xff;
+  RuntimeError why(kDiskIO,
+                   code == SQLITE_BUSY || code == SQLITE_LOCKED ? Remedy::kRetryLater
+                                                                : Remedy::kInternal,
+                   sqlite3_errmsg(db_));
   if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK;", nullptr, nullptr, nullptr);
-  return false;
+  return why;
 }
 
 void SqliteEngine::rollback() {

@@ -38,7 +38,7 @@ class SqliteEngine : public sql::Engine {
   void exec(const std::string& sql) override;
   bool snapshots() const override { return wal_; }
   bool begin() override;
-  bool commit(std::string& error) override;
+  Expected<void> commit() override;
   void rollback() override;
   bool inTransaction() const override { return !sqlite3_get_autocommit(db_); }
   uint64_t dataVersion() override;

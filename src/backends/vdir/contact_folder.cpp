@@ -132,7 +132,7 @@ void ContactFolder::flush() {
   size_t more = failed_.size() - 1;
   failed_.clear();
   if (more == 0) throw first;
-  throw RuntimeError(first.number(),
+  throw RuntimeError(first.number(), first.remedy(),
                      first.description() + " (and " + std::to_string(more) +
                          " more contact files could not be written)",
                      first.source());

@@ -102,6 +102,7 @@ TEST_F(DavClientTest, FailuresNameTheUrlAndWhatTheServerSaid) {
     ADD_FAILURE() << "logon accepted";
   } catch (const RuntimeError& e) {
     EXPECT_EQ(e.number(), kLogonFailed);
+    EXPECT_EQ(e.remedy(), Remedy::kRefused);
     EXPECT_EQ(e.description(),
               "The server at " + url + " refused the logon of alice (401 Unauthorized)");
     EXPECT_EQ(e.source(), "carddav");
@@ -113,6 +114,7 @@ TEST_F(DavClientTest, FailuresNameTheUrlAndWhatTheServerSaid) {
     ADD_FAILURE() << "reached " << nowhere;
   } catch (const RuntimeError& e) {
     EXPECT_EQ(e.number(), kServerUnreachable);
+    EXPECT_EQ(e.remedy(), Remedy::kRetryLater);
     EXPECT_EQ(e.description(), "Cannot reach " + nowhere + ": Connection refused");
   }
 
@@ -122,6 +124,7 @@ TEST_F(DavClientTest, FailuresNameTheUrlAndWhatTheServerSaid) {
     ADD_FAILURE() << "bad card stored";
   } catch (const RuntimeError& e) {
     EXPECT_EQ(e.number(), kServerRejected);
+    EXPECT_EQ(e.remedy(), Remedy::kRefused);
     EXPECT_EQ(e.description().rfind("The server at " + client->urlOf(href("bad.vcf")) +
                                         " refused PUT (400 Bad Request)",
                                     0),
@@ -133,6 +136,7 @@ TEST_F(DavClientTest, FailuresNameTheUrlAndWhatTheServerSaid) {
     ADD_FAILURE() << "listed a missing collection";
   } catch (const RuntimeError& e) {
     EXPECT_EQ(e.number(), kServerRejected);
+    EXPECT_EQ(e.remedy(), Remedy::kNotFound);  // the number alone would say refused
     EXPECT_NE(e.description().find("(404 Not Found)"), std::string::npos) << e.description();
   }
 }
@@ -266,6 +270,7 @@ TEST(DavClientBusyTest, RetriesAfterTheWaitAskedThenGivesUp) {
   EXPECT_EQ(written[1].status, 200);
   ASSERT_TRUE(written[2].error);
   EXPECT_EQ(written[2].error->number(), kServerUnreachable);
+  EXPECT_EQ(written[2].error->remedy(), Remedy::kRetryLater);
   EXPECT_EQ(written[2].error->description().rfind("The server at " + busy.base() +
                                                       "9/c.vcf is too busy to answer (429 Too Many "
                                                       "Requests); gave up after 2 attempts",

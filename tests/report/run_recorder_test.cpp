@@ -1,0 +1,121 @@
+// The recorder between a run and its report file: what it lists and counts, and a report that
+// cannot be written, which must not stop the run.
+#include "report/run_recorder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "base/error.h"
+#include "core/synchronization.h"
+#include "report/report_file.h"
+#include "test_support.h"
+
+namespace dossync::report {
+namespace {
+
+namespace fs = std::filesystem;
+using Kind = IRunObserver::Kind;
+
+struct Finished {
+  bool called = false;
+  RunPlan plan;
+  fs::path file;
+  std::string error;
+};
+
+// A run of four companies: one updated, one made whose group was then rolled back, one that
+// failed, one that changed nothing; and an error outside any record.
+void recordARun(RunRecorder& recorder, clsOutlookSynchronization& component) {
+  recorder.runStarted(component);
+  auto record = [&](const char* key, const char* action) {
+    recorder.recordStarted(Kind::Company, key);
+    recorder.recordNamed(std::string("Company ") + key);
+    if (action) recorder.recordAction(action);
+  };
+  record("1", "update-item");
+  recorder.recordFinished();
+  recorder.groupEnded(true);
+  record("2", "create-item");
+  recorder.recordFinished();
+  recorder.groupEnded(false);
+  record("3", nullptr);
+  recorder.errorReported(RuntimeError(kTypeMismatch, "bad date"), "transfer-3");
+  record("4", nullptr);  // the next record ends the one before
+  recorder.recordFinished();
+  recorder.errorReported(RuntimeError(kItemNotFound, "gone"), "run");
+  recorder.runFinished(component);
+}
+
+void reportInto(RunRecorder& recorder, const fs::path& file, Finished& finished) {
+  recorder.setSetting("select", "1,2,3,4");
+  recorder.setSetting("scheme", "9");  // one the component has too: replaced, not added
+  recorder.open = [file](const RunPlan& plan) {
+    EXPECT_EQ(plan.kind, "report");
+    return file;
+  };
+  recorder.finished = [&finished](RunPlan& plan, const fs::path& written, const std::string& error) {
+    finished = {true, plan, written, error};
+  };
+}
+
+TEST(RunRecorderTest, ARunIsListedAndCountedInItsReport) {
+  testing::TempDir dir;
+  const fs::path file = dir.file("run.dsr");
+  Finished finished;
+  RunRecorder recorder;
+  reportInto(recorder, file, finished);
+  clsOutlookSynchronization component;
+  recordARun(recorder, component);
+
+  ASSERT_TRUE(finished.called);
+  EXPECT_EQ(finished.file, file);
+  EXPECT_EQ(finished.error, "");
+  RunPlan back = readReportFile(file);
+  // Listed: what changed something or failed; the record that changed nothing is only counted.
+  std::vector<std::string> keys;
+  for (const auto& r : back.records) keys.push_back(r.key + " " + r.action);
+  EXPECT_EQ(keys, (std::vector<std::string>{"1 update-item", "2 create-item", "3 nothing"}));
+  ASSERT_EQ(back.records[2].errors.size(), 1u);
+  EXPECT_EQ(back.records[2].errors[0].number, kTypeMismatch);
+  EXPECT_EQ(back.records[2].errors[0].location, "transfer-3");
+  ASSERT_EQ(back.errors.size(), 1u);
+  EXPECT_EQ(back.errors[0].number, kItemNotFound);
+  // The rolled-back group's record counts as failed, not under its action.
+  EXPECT_EQ(back.recordCount(), 4);
+  EXPECT_EQ(back.count("update-item"), 1);
+  EXPECT_EQ(back.count("create-item"), 0);
+  EXPECT_EQ(back.failedCount(), 2);
+  EXPECT_EQ(back.errorCount(), 2);
+  EXPECT_EQ(finished.plan.failedCount(), back.failedCount());
+  auto setting = [&](const std::string& key) {
+    return std::count_if(back.settings.begin(), back.settings.end(),
+                         [&](const auto& kv) { return kv.first == key; });
+  };
+  EXPECT_EQ(setting("select"), 1);
+  EXPECT_EQ(setting("scheme"), 1);
+  EXPECT_NE(std::find(back.settings.begin(), back.settings.end(),
+                      std::pair<std::string, std::string>{"scheme", "9"}),
+            back.settings.end());
+}
+
+TEST(RunRecorderTest, AReportThatCannotBeWrittenLetsTheRunEndAndSaysWhy) {
+  testing::TempDir dir;
+  const fs::path file = fs::path(dir.path()) / "no such folder" / "run.dsr";
+  Finished finished;
+  RunRecorder recorder;
+  reportInto(recorder, file, finished);
+  clsOutlookSynchronization component;
+  recordARun(recorder, component);
+
+  ASSERT_TRUE(finished.called);
+  EXPECT_NE(finished.error.find("no such folder"), std::string::npos) << finished.error;
+  // The run's counts are whole all the same.
+  EXPECT_EQ(finished.plan.recordCount(), 4);
+  EXPECT_EQ(finished.plan.errorCount(), 2);
+  EXPECT_FALSE(fs::exists(file));
+}
+
+}  // namespace
+}  // namespace dossync::report
