@@ -131,6 +131,8 @@ class Run {
   void planPairs();
   void planAdoption();
   void markAdoptable();
+  template <class Use>
+  void eachOneWayPairing(Use&& use);
   // Folds the values of the fields `list` (host texts) into `hash` in the item's form; false
   // when one cannot be an item's value.
   bool hashAsItem(uint64_t& hash, const std::vector<size_t>& list,
@@ -241,7 +243,10 @@ void Run::readHost() {
   std::unordered_set<int32_t>().swap(adoptHost_);
 }
 
-void Run::markAdoptable() {
+// Calls `use` with each pairing the one-way runs keep for the scheme (host number, entry id),
+// leaving out the rows that pair nothing.
+template <class Use>
+void Run::eachOneWayPairing(Use&& use) {
   auto& sync = apartment().syncDb;
   if (!sync) return;
   hostdb::Recordset rs(*sync, c_.mappingStatement());
@@ -251,9 +256,15 @@ void Run::markAdoptable() {
     rs.next();
     if (value::isBlank(key) || !value::isNumeric(key) || value::isBlank(entryID) || entryID == "-1")
       continue;
-    adoptHost_.insert(value::toLong(key));
-    adoptItem_.emplace(std::move(entryID), value::toLong(key));
+    use(static_cast<int32_t>(value::toLong(key)), std::move(entryID));
   }
+}
+
+void Run::markAdoptable() {
+  eachOneWayPairing([&](int32_t number, std::string entryID) {
+    adoptHost_.insert(number);
+    adoptItem_.emplace(std::move(entryID), number);
+  });
 }
 
 bool Run::hashAsItem(uint64_t& hash, const std::vector<size_t>& list,
@@ -430,27 +441,18 @@ void Run::planPairs() {
 
 // The first run takes over the pairings the one-way runs made for the scheme.
 void Run::planAdoption() {
-  auto& sync = apartment().syncDb;
-  if (!sync) return;
-  hostdb::Recordset rs(*sync, c_.mappingStatement());
-  const char* keyColumn = info_ == 1 ? "CompanyNum" : "ContactNum";
-  while (!rs.eof()) {
-    std::string key = rs.read(keyColumn), entryID = rs.read("OutlookID");
-    rs.next();
-    if (value::isBlank(key) || !value::isNumeric(key) || value::isBlank(entryID) || entryID == "-1")
-      continue;
-    int32_t number = value::toLong(key);
+  eachOneWayPairing([&](int32_t number, std::string entryID) {
     auto item = itemOf(entryID);
-    if (!item || itemPaired_[*item]) continue;
+    if (!item || itemPaired_[*item]) return;
     PairRow row;
     if (info_ == 1) {
       auto co = companies_.find(number);
-      if (co == companies_.end() || co->second.paired) continue;
+      if (co == companies_.end() || co->second.paired) return;
       co->second.paired = true;
       row.companyNum = number;
     } else {
       auto ct = contacts_.find(number);
-      if (ct == contacts_.end() || ct->second.paired) continue;
+      if (ct == contacts_.end() || ct->second.paired) return;
       ct->second.paired = true;
       row.contactNum = number;
       row.companyNum = ct->second.company;
@@ -459,7 +461,7 @@ void Run::planAdoption() {
     row.outlookID = entryID;
     rows_.push_back(std::move(row));
     jobs_.push_back({JobKind::Merge, rows_.size() - 1});
-  }
+  });
 }
 
 void Run::planUnpaired() {
