@@ -48,7 +48,12 @@ bool clsOutlookSynchronization::Synchronize() {
   f.step([&] { dialog().setSecondaryValue(0); });
   f.step([&] { dialog().setAllowCancel(true); });
   f.step([&] { dialog().setNumber(101); });
-  f.step([&] { dialog().show(); });
+  // The start handler lets go of the dialog when the run ends, while show() is still running:
+  // the dialog stays alive until show() returns.
+  f.step([&] {
+    auto shown = progressDialog_;
+    dialog().show();
+  });
   f.step([&] { progressDialog_.reset(); });
   return false;  // never assigned: hosts must not read it as a failure
 }
