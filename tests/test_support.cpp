@@ -383,6 +383,7 @@ void RecordingProgress::show() {
   note("show");
   shown_ = true;
   if (start_) start_();
+  handlerReturned = true;  // like a real dialog, it goes on after its handler
 }
 
 void RecordingProgress::close() {

@@ -265,6 +265,7 @@ class RecordingProgress : public IProgressDialog {
   void close() override;
 
   std::string failOn;
+  bool handlerReturned = false;
   std::vector<std::string> calls;  // settings, show and close; values only before show
   std::vector<std::string> statuses;
   ObjectPtr owner;

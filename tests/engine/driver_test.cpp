@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/platform.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
 #include "test_support.h"
@@ -130,6 +131,21 @@ TEST_F(DriverTest, ProgressRunsUnderTheDialogAndMayPassItsMaximum) {
   EXPECT_EQ(c().progressDialog(), nullptr);  // released afterwards
   EXPECT_NE(mapped(5), "");
   EXPECT_TRUE(errors().errors.empty()) << errors().errors[0].description();
+}
+
+TEST_F(DriverTest, TheDialogOutlivesTheRunThatLetsGoOfItWhileItShows) {
+  // Only the component holds the dialog: the run releases it at its end, inside show().
+  std::weak_ptr<testing::RecordingProgress> seen;
+  platform::registerClass(kProgressDialogClass, [&seen] {
+    auto dialog = std::make_shared<testing::RecordingProgress>();
+    seen = dialog;
+    return dialog;
+  });
+  c().setShowProgress(true);
+  select({5});
+  c().Synchronize();
+  EXPECT_TRUE(seen.expired());
+  EXPECT_NE(mapped(5), "");
 }
 
 TEST_F(DriverTest, AMappingThatCannotBeReadLeavesTheRowAndMakesNoItem) {
