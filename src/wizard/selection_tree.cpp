@@ -15,6 +15,18 @@ const std::string kLoc = "kvoutlookdx.dll-frmWizard-";
 
 bool has(const std::string& key, const char* prefix) { return key.find(prefix) != std::string::npos; }
 
+// Which column of the selection a node of the tree stands for in this direction and information
+// type: 1 a company, 2 a host contact, 3 an Outlook contact; 0 none (a category, a folder).
+int selectionColumn(const std::string& key, int32_t direction, int32_t info) {
+  if (direction == syncFromOutlookToDossiera) return has(key, "Contact:") ? 3 : 0;
+  if (direction != syncFromDossieraToOutlook) return 0;
+  bool companies = info == companyWithDefaultContact || info == companyOnly;
+  bool contacts = info == contactOnlyShowContactName || info == contactOnlyShowCompanyName;
+  if (companies && has(key, "Company:")) return 1;
+  if (contacts && has(key, "Contact:")) return 2;
+  return 0;
+}
+
 }  // namespace
 
 std::string frmWizard::keyIdentifier(const std::string& key) {
@@ -163,17 +175,13 @@ void frmWizard::getSelectedCompanies() {
     TreeView& tree = *tvwContacts_;
     int32_t direction = owner().SyncDirectionType();
     int32_t info = owner().SyncInformationType();
-    bool companies = info == companyWithDefaultContact || info == companyOnly;
-    bool contacts = info == contactOnlyShowContactName || info == contactOnlyShowCompanyName;
     for (int32_t i = 1; i <= tree.count(); ++i) {
       const TreeNode& n = tree.node(i);
       if (!n.checked) continue;
-      if (direction == syncFromOutlookToDossiera) {
-        if (has(n.key, "Contact:")) s.add("", "", keyIdentifier(n.key));
-      } else if (direction == syncFromDossieraToOutlook) {
-        if (companies && has(n.key, "Company:")) s.add(keyIdentifier(n.key), "", "");
-        else if (contacts && has(n.key, "Contact:")) s.add("", keyIdentifier(n.key), "");
-      }
+      int column = selectionColumn(n.key, direction, info);
+      if (column == 0) continue;
+      std::string id = keyIdentifier(n.key);
+      s.add(column == 1 ? id : "", column == 2 ? id : "", column == 3 ? id : "");
     }
   });
 }
@@ -186,16 +194,10 @@ void frmWizard::populateCheckedItems() {
     TreeView& tree = *tvwContacts_;
     int32_t direction = owner().SyncDirectionType();
     int32_t info = owner().SyncInformationType();
-    bool companies = info == companyWithDefaultContact || info == companyOnly;
-    bool contacts = info == contactOnlyShowContactName || info == contactOnlyShowCompanyName;
     for (int32_t i = 1; i <= tree.count(); ++i) {
       const std::string& key = tree.node(i).key;
-      if (direction == syncFromOutlookToDossiera) {
-        if (has(key, "Contact:")) tree.setChecked(i, s.contains(keyIdentifier(key), 3));
-      } else if (direction == syncFromDossieraToOutlook) {
-        if (companies && has(key, "Company:")) tree.setChecked(i, s.contains(keyIdentifier(key), 1));
-        else if (contacts && has(key, "Contact:")) tree.setChecked(i, s.contains(keyIdentifier(key), 2));
-      }
+      if (int column = selectionColumn(key, direction, info))
+        tree.setChecked(i, s.contains(keyIdentifier(key), column));
     }
   });
 }
