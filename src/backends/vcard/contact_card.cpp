@@ -12,6 +12,7 @@ namespace dossync::vdir {
 using namespace card;
 
 ContactCard::ContactCard() {
+  card_.properties.reserve(32);  // room for what a contact usually holds, without moving it
   card_.properties.emplace_back("VERSION", "3.0");
   card_.properties.emplace_back("PRODID", "-//dossync//vdir//EN");
   card_.properties.emplace_back("FN", "");
@@ -53,22 +54,31 @@ std::string contactProperty(const Vcard& card_, CP p) {
   return {};
 }
 
+namespace {
+// Whether what the FullName reads may depend on the card's other properties: only an FN
+// without the mark that says what it is, and with some text, is judged by them (looksMade).
+bool fullNameFollowsOthers(const Vcard& card) {
+  const VcardProperty* fn = card.find("FN");
+  return fn && !fn->rawValue().empty() && !fn->hasParam(kDerivedParam);
+}
+}  // namespace
+
 void ContactCard::set(CP p, const std::string& text) {
-  if (!weighsOnFullName(p)) {
+  if (!weighsOnFullName(p) || (p != CP::FullName && !fullNameFollowsOthers(card_))) {
     setField(p, text);
     return;
   }
   if (get(p) == text) return;  // untouched properties keep their lines as read
   std::string fullName = p == CP::FullName ? text : get(CP::FullName);
-  setField(p, text);
+  setField(p, text, true);
   keepFullName(card_, fullName);
 }
 
-void ContactCard::setField(CP p, const std::string& text) {
+void ContactCard::setField(CP p, const std::string& text, bool differs) {
   Field f = fieldOf(p);
   // Untouched properties keep their lines as read.
   if (f.kind != Kind::Phone && f.kind != Kind::Email) {
-    if (get(p) == text) return;
+    if (!differs && get(p) == text) return;
     edited();
   }
   switch (f.kind) {
