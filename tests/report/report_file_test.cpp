@@ -50,7 +50,10 @@ Written aRun() {
 
   RecordPlan created = record("1", "create-item");
   created.foundBy = "none";
-  created.changes = {{"item", "FileAs", "", "Acme \"Ltd\"\n"}, {"item", "BusinessAddressCity", "", "Hull"}};
+  // Every character JSON escapes, control characters, and text beyond ASCII.
+  created.changes = {{"item", "FileAs", "", "Acme \"Ltd\"\n"},
+                     {"item", "BusinessAddressCity", "", "Hull\t\\\x01\x1f/\b\f\r"},
+                     {"item", "Body", "", "Montr\u00e9al \u2013 \U0001F600"}};
   RecordPlan changed = record("2", "update-item");
   changed.changes = {{"item", "BusinessAddressCity", "Kingston", "Gatineau"},
                      {"item", "Email1Address", "", "a@b.ca", false}};
@@ -134,7 +137,9 @@ TEST(ReportFileTest, NewItemsAreStoredOnceAndQuietRunsAreSmall) {
   Written w = aRun();
   fs::path path = write(fs::path(dir.path()) / "a.jsonl.zst", w, false);
   std::string bytes = testing::readFile(path.string());
-  EXPECT_NE(bytes.find(R"("fields":{"FileAs":"Acme \"Ltd\"\n","BusinessAddressCity":"Hull"})"),
+  EXPECT_NE(bytes.find(R"("fields":{"FileAs":"Acme \"Ltd\"\n",)"
+                       R"("BusinessAddressCity":"Hull\t\\\u0001\u001f/\b\f\r",)"
+                       "\"Body\":\"Montr\u00e9al \u2013 \U0001F600\"})"),
             std::string::npos)
       << bytes;
   Written quiet = aRun();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <span>
 
 #include "backends/vcard/card_parts.h"
@@ -76,8 +77,17 @@ void ContactCard::set(CP p, const std::string& text) {
 
 void ContactCard::setField(CP p, const std::string& text, bool differs) {
   Field f = fieldOf(p);
+  const bool structured = f.kind == Kind::Name || f.kind == Kind::Org ||
+                          f.kind == Kind::BusinessAddress || f.kind == Kind::HomeAddress;
+  std::optional<size_t> found;  // a structured field's property, looked for once
+  if (structured) found = findStructured(card_, f.kind);
   // Untouched properties keep their lines as read.
-  if (f.kind != Kind::Phone && f.kind != Kind::Email) {
+  if (structured) {
+    if (!differs &&
+        (found ? componentText(card_.properties[*found], f.component) : std::string()) == text)
+      return;
+    edited();
+  } else if (f.kind != Kind::Phone && f.kind != Kind::Email) {
     if (!differs && get(p) == text) return;
     edited();
   }
@@ -93,8 +103,7 @@ void ContactCard::setField(CP p, const std::string& text, bool differs) {
     case Kind::Org:
     case Kind::BusinessAddress:
     case Kind::HomeAddress: {
-      size_t at = findStructured(card_, f.kind).value_or(card_.properties.size());
-      if (at == card_.properties.size()) at = makeStructured(card_, f.kind);
+      size_t at = found ? *found : makeStructured(card_, f.kind);
       auto& prop = card_.properties[at];
       setComponentText(prop, f.component, text);
       if (f.kind != Kind::Name && allComponentsEmpty(prop))
