@@ -66,10 +66,28 @@ json recordJson(const RecordPlan& r) {
   return out;
 }
 
-// A JSON string as json::dump writes it. ASCII text (nearly all of a report) is escaped here;
-// text with other bytes goes through the library, which also refuses what is not UTF-8.
+// Whether the text is well-formed UTF-8: what json::dump writes as it is (and refuses else).
+bool wellFormedUtf8(std::string_view s) {
+  for (size_t i = 0; i < s.size();) {
+    auto b = static_cast<unsigned char>(s[i++]);
+    if (b < 0x80) continue;
+    size_t more = b >= 0xC2 && b <= 0xDF ? 1 : b >= 0xE0 && b <= 0xEF ? 2 : b >= 0xF0 && b <= 0xF4 ? 3 : 0;
+    if (more == 0 || s.size() - i < more) return false;
+    // The second byte's range rules out overlong forms, surrogates and code points past U+10FFFF.
+    unsigned char lo = b == 0xE0 ? 0xA0 : b == 0xF0 ? 0x90 : 0x80;
+    unsigned char hi = b == 0xED ? 0x9F : b == 0xF4 ? 0x8F : 0xBF;
+    for (size_t k = 0; k < more; ++k, ++i) {
+      auto c = static_cast<unsigned char>(s[i]);
+      if (c < (k == 0 ? lo : 0x80) || c > (k == 0 ? hi : 0xBF)) return false;
+    }
+  }
+  return true;
+}
+
+// A JSON string as json::dump writes it, without a JSON value made first. Text that is not
+// UTF-8 goes through the library, which refuses it.
 void appendString(std::string& out, std::string_view s) {
-  if (std::any_of(s.begin(), s.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; })) {
+  if (!wellFormedUtf8(s)) {
     out += json(std::string(s)).dump();
     return;
   }
@@ -77,10 +95,13 @@ void appendString(std::string& out, std::string_view s) {
   static constexpr std::string_view kShort = "\"\\\b\f\n\r\t", kLetters = "\"\\bfnrt";
   static constexpr char kHex[] = "0123456789abcdef";
   out += '"';
-  for (char c : s) {
-    if (c >= 0x20 && c != '"' && c != '\\') {
-      out += c;
-    } else if (size_t k = kShort.find(c); k != std::string_view::npos) {
+  size_t plain = 0;  // where the text not yet appended starts
+  for (size_t i = 0; i < s.size(); ++i) {
+    char c = s[i];
+    if ((c >= 0x20 || c < 0) && c != '"' && c != '\\') continue;  // bytes past ASCII too
+    out.append(s, plain, i - plain);
+    plain = i + 1;
+    if (size_t k = kShort.find(c); k != std::string_view::npos) {
       out += '\\';
       out += kLetters[k];
     } else {
@@ -89,6 +110,7 @@ void appendString(std::string& out, std::string_view s) {
       out += kHex[c & 0xF];
     }
   }
+  out.append(s, plain);
   out += '"';
 }
 

@@ -191,6 +191,11 @@ TEST(ReportFileTest, RecordsWrittenBehindTheRunsBackKeepTheirOrderAndFailures) {
   ASSERT_EQ(back.records.size(), 2000u);
   for (size_t i = 0; i < back.records.size(); i += 199) EXPECT_EQ(back.records[i].key, std::to_string(i));
 
+  // Text that is not UTF-8 (Latin-1 here) is refused, not written as it is.
+  Written latin1 = aRun();
+  latin1.listed[0].name = "Caf\xE9";
+  EXPECT_ANY_THROW(write(fs::path(dir.path()) / "latin1.jsonl.zst", latin1, true));
+
   if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
   try {
     write("/dev/full", w, true);
