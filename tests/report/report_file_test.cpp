@@ -139,7 +139,7 @@ TEST(ReportFileTest, NewItemsAreStoredOnceAndQuietRunsAreSmall) {
   std::string bytes = testing::readFile(path.string());
   EXPECT_NE(bytes.find(R"("fields":{"FileAs":"Acme \"Ltd\"\n",)"
                        R"("BusinessAddressCity":"Hull\t\\\u0001\u001f/\b\f\r",)"
-                       "\"Body\":\"Montr\u00e9al \u2013 \U0001F600\"})"),
+                       "\"Body\":\"Montr\u00e9al \u2013 \U0001F600\"}"),
             std::string::npos)
       << bytes;
   Written quiet = aRun();
