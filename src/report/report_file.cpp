@@ -71,7 +71,10 @@ bool wellFormedUtf8(std::string_view s) {
   for (size_t i = 0; i < s.size();) {
     auto b = static_cast<unsigned char>(s[i++]);
     if (b < 0x80) continue;
-    size_t more = b >= 0xC2 && b <= 0xDF ? 1 : b >= 0xE0 && b <= 0xEF ? 2 : b >= 0xF0 && b <= 0xF4 ? 3 : 0;
+    size_t more = b >= 0xC2 && b <= 0xDF   ? 1
+                  : b >= 0xE0 && b <= 0xEF ? 2
+                  : b >= 0xF0 && b <= 0xF4 ? 3
+                                           : 0;
     if (more == 0 || s.size() - i < more) return false;
     // The second byte's range rules out overlong forms, surrogates and code points past U+10FFFF.
     unsigned char lo = b == 0xE0 ? 0xA0 : b == 0xF0 ? 0x90 : 0x80;
