@@ -66,6 +66,113 @@ json recordJson(const RecordPlan& r) {
   return out;
 }
 
+// Whether the text is well-formed UTF-8: what json::dump writes as it is (and refuses else).
+bool wellFormedUtf8(std::string_view s) {
+  for (size_t i = 0; i < s.size();) {
+    auto b = static_cast<unsigned char>(s[i++]);
+    if (b < 0x80) continue;
+    size_t more = b >= 0xC2 && b <= 0xDF   ? 1
+                  : b >= 0xE0 && b <= 0xEF ? 2
+                  : b >= 0xF0 && b <= 0xF4 ? 3
+                                           : 0;
+    if (more == 0 || s.size() - i < more) return false;
+    // The second byte's range rules out overlong forms, surrogates and code points past U+10FFFF.
+    unsigned char lo = b == 0xE0 ? 0xA0 : b == 0xF0 ? 0x90 : 0x80;
+    unsigned char hi = b == 0xED ? 0x9F : b == 0xF4 ? 0x8F : 0xBF;
+    for (size_t k = 0; k < more; ++k, ++i) {
+      auto c = static_cast<unsigned char>(s[i]);
+      if (c < (k == 0 ? lo : 0x80) || c > (k == 0 ? hi : 0xBF)) return false;
+    }
+  }
+  return true;
+}
+
+// A JSON string as json::dump writes it, without a JSON value made first. Text that is not
+// UTF-8 goes through the library, which refuses it.
+void appendString(std::string& out, std::string_view s) {
+  if (!wellFormedUtf8(s)) {
+    out += json(std::string(s)).dump();
+    return;
+  }
+  // The characters with a short escape, and the letter of each.
+  static constexpr std::string_view kShort = "\"\\\b\f\n\r\t", kLetters = "\"\\bfnrt";
+  static constexpr char kHex[] = "0123456789abcdef";
+  out += '"';
+  size_t plain = 0;  // where the text not yet appended starts
+  for (size_t i = 0; i < s.size(); ++i) {
+    char c = s[i];
+    if ((c >= 0x20 || c < 0) && c != '"' && c != '\\') continue;  // bytes past ASCII too
+    out.append(s, plain, i - plain);
+    plain = i + 1;
+    if (size_t k = kShort.find(c); k != std::string_view::npos) {
+      out += '\\';
+      out += kLetters[k];
+    } else {
+      out += "\\u00";
+      out += kHex[(c >> 4) & 0xF];
+      out += kHex[c & 0xF];
+    }
+  }
+  out.append(s, plain);
+  out += '"';
+}
+
+void appendMember(std::string& out, std::string_view name, std::string_view text) {
+  out += ",\"";
+  out += name;
+  out += "\":";
+  appendString(out, text);
+}
+
+// recordJson(r).dump(), written straight: the report's thread writes one such line for every
+// record of a run.
+std::string recordLine(const RecordPlan& r) {
+  std::string out = "{\"kind\":";
+  out.reserve(512);
+  appendString(out, r.kind);
+  appendMember(out, "key", r.key);
+  if (!r.name.empty()) appendMember(out, "name", r.name);
+  appendMember(out, "action", r.action);
+  if (!r.selected) out += ",\"selected\":false";
+  if (!r.pairedWith.empty()) appendMember(out, "pairedWith", r.pairedWith);
+  if (r.outlookId != usualOutlookId(r)) appendMember(out, "outlookId", r.outlookId);
+  if (r.foundBy != "none") appendMember(out, "foundBy", r.foundBy);
+  if (!r.contactFoundBy.empty()) appendMember(out, "contactFoundBy", r.contactFoundBy);
+  std::string fields, changes;
+  std::unordered_set<std::string_view> inFields;
+  for (const auto& c : r.changes) {
+    if (fromNothing(r, c) && inFields.insert(c.field).second) {
+      fields += fields.empty() ? '{' : ',';
+      appendString(fields, c.field);
+      fields += ':';
+      appendString(fields, c.after);
+    } else {
+      changes += changes.empty() ? '[' : ',';
+      changes += '[';
+      appendString(changes, c.target);
+      changes += ',';
+      appendString(changes, c.field);
+      if (c.beforeKnown) {
+        changes += ',';
+        appendString(changes, c.before);
+      }
+      changes += ',';
+      appendString(changes, c.after);
+      changes += ']';
+    }
+  }
+  if (!fields.empty()) out.append(",\"fields\":").append(fields) += '}';
+  if (!changes.empty()) out.append(",\"changes\":").append(changes) += ']';
+  // What few records hold goes through the library.
+  if (!r.added.empty()) out.append(",\"added\":").append(addedJson(r.added).dump());
+  if (!r.conflicts.empty()) out.append(",\"conflicts\":").append(conflictsJson(r.conflicts).dump());
+  if (!r.notes.empty()) out.append(",\"notes\":").append(json(r.notes).dump());
+  if (!r.warnings.empty()) out.append(",\"warnings\":").append(json(r.warnings).dump());
+  if (!r.errors.empty()) out.append(",\"errors\":").append(errorsJson(r.errors).dump());
+  out += '}';
+  return out;
+}
+
 RecordPlan recordFrom(const json& j) {
   RecordPlan r;
   r.kind = j.at("kind").get<std::string>();
@@ -164,7 +271,7 @@ void ReportWriter::serve() {
     lock.unlock();
     std::exception_ptr failed;
     try {
-      for (const auto& r : batch) line(recordJson(r).dump());
+      for (const auto& r : batch) line(recordLine(r));
     } catch (...) {
       failed = std::current_exception();
     }
@@ -197,11 +304,7 @@ void ReportWriter::tail(const RunPlan& plan, const std::vector<LateWarning>& lat
   out["errors"] = counts.errors;
   out["failed"] = counts.failed;
   out["conflicts"] = counts.conflicts;
-  out["companiesCreatedAgain"] = plan.companiesCreatedAgain;
-  out["companiesToCreateAgain"] = plan.companiesToCreateAgain;
-  out["nameMatches"] = plan.nameMatches;
-  out["itemsPairedTwice"] = plan.itemsPairedTwice;
-  out["contactsAtAnotherCompany"] = plan.contactsAtAnotherCompany;
+  putTallies(out, plan);
   json lateWarnings = json::array(), lateRecords = json::array();
   for (const auto& w : late) {
     if (w.listed >= 0) {
@@ -349,11 +452,7 @@ RunPlan readReportFile(const std::filesystem::path& path) {
       counts.errors = j.at("errors").get<int32_t>();
       counts.failed = j.value("failed", 0);
       counts.conflicts = j.value("conflicts", 0);
-      plan.companiesCreatedAgain = j.at("companiesCreatedAgain").get<int32_t>();
-      plan.companiesToCreateAgain = j.at("companiesToCreateAgain").get<int32_t>();
-      plan.nameMatches = j.at("nameMatches").get<int32_t>();
-      plan.itemsPairedTwice = j.at("itemsPairedTwice").get<int32_t>();
-      plan.contactsAtAnotherCompany = j.at("contactsAtAnotherCompany").get<int32_t>();
+      takeTallies(j, plan);
       for (const auto& w : j.value("lateWarnings", json::array())) {
         auto i = w.at("record").get<size_t>();
         if (i >= plan.records.size()) notAReport(path, "a late warning for no record");

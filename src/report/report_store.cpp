@@ -46,14 +46,27 @@ struct ReportFiles {
   fs::file_time_type written{};
 };
 
-// The reports in the folder by id, from the names and sizes of its files.
-std::map<std::string, ReportFiles> scan(const fs::path& folder) {
+// The hidden file of a run still writing its report (or of one that ended without naming it).
+struct RunningFile {
+  fs::path path;
+  fs::file_time_type written{};
+};
+
+// The reports in the folder by id, from the names and sizes of its files; with `running`, also
+// the files of runs still writing theirs.
+std::map<std::string, ReportFiles> scan(const fs::path& folder,
+                                        std::vector<RunningFile>* running = nullptr) {
   std::map<std::string, ReportFiles> found;
   std::error_code ec;
   for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
     std::error_code fileEc;
-    if (!it->is_regular_file(fileEc)) continue;
     std::string name = utf8(it->path().filename());
+    if (running && name.rfind(kRunningPrefix, 0) == 0) {
+      auto written = it->last_write_time(fileEc);
+      if (!fileEc) running->push_back({it->path(), written});
+      continue;
+    }
+    if (!it->is_regular_file(fileEc)) continue;
     if (name.empty() || name[0] == '.') continue;  // .running-*, .index.lock, temporary files
     std::string id;
     bool isNew = false, isOld = false;
@@ -100,27 +113,25 @@ void removeReport(const fs::path& folder, const std::string& id) {
 
 // The hidden file of a run that ended without naming it: gone once its process is and nobody
 // has written to it for a day (on Windows, where the process is not asked, the day alone).
-void removeAbandonedRuns(const fs::path& folder) {
-  std::error_code ec;
+void removeAbandonedRuns(const std::vector<RunningFile>& running) {
   const auto dayAgo = fs::file_time_type::clock::now() - std::chrono::hours(24);
-  for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
-    std::string name = utf8(it->path().filename());
-    if (name.rfind(kRunningPrefix, 0) != 0) continue;
-    std::error_code fileEc;
-    auto written = it->last_write_time(fileEc);
-    if (fileEc || written > dayAgo) continue;
+  for (const auto& file : running) {
+    if (file.written > dayAgo) continue;
 #ifndef _WIN32
+    std::string name = utf8(file.path.filename());
     long pid = std::atol(name.c_str() + std::string(kRunningPrefix).size());
     if (pid > 0 && (::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH)) continue;
 #endif
-    fs::remove(it->path(), fileEc);
+    std::error_code ec;
+    fs::remove(file.path, ec);
   }
 }
 
 // Removes what the limits no longer keep, newest first: past keepCount reports or keepBytes
-// bytes everything older goes; a report older than keepDays goes wherever it stands.
-void prune(const fs::path& folder, const std::string& keep, const ReportLimits& limits) {
-  auto files = scan(folder);
+// bytes everything older goes; a report older than keepDays goes wherever it stands. `files`
+// (the folder's reports) loses those removed.
+void prune(const fs::path& folder, std::map<std::string, ReportFiles>& files,
+           const std::string& keep, const ReportLimits& limits) {
   auto ids = sortedIds(files);
   const auto now = fs::file_time_type::clock::now();
   int keptCount = 0;
@@ -134,21 +145,21 @@ void prune(const fs::path& folder, const std::string& keep, const ReportLimits& 
       bool tooOld = limits.keepDays > 0 && now - f.written > std::chrono::hours(24) * limits.keepDays;
       if (cut || tooOld) {
         removeReport(folder, *it);
+        files.erase(*it);
         continue;
       }
     }
     ++keptCount;
     keptBytes += f.bytes;
   }
-  removeAbandonedRuns(folder);
 }
 
 // A new report's id: the local time, after every report of the same second, so that the order
 // of the ids is the order of the runs (also when an earlier report of that second was let go).
-std::string newId(const fs::path& folder) {
+std::string newId(const std::map<std::string, ReportFiles>& files) {
   const std::string second = localTimestamp(true);
   int after = 0;
-  for (const auto& existing : listReports(folder)) {
+  for (const auto& [existing, f] : files) {
     if (existing.compare(0, second.size(), second) != 0) continue;
     after = std::max(after, existing.size() == second.size()
                                 ? 1
@@ -249,10 +260,12 @@ bool writeIndex(const fs::path& folder, const std::vector<ReportEntry>& entries)
 // The folder's reports as the index should list them, oldest first: the index's entries whose
 // files are there with their sizes, `added` (its size taken from its files), and, with
 // readMissing, every other report read from its file; without it, reports the index lacks are
-// left out. *changed: whether that differs from the index.
+// left out. *changed: whether that differs from the index. `known`: the folder's reports as the
+// caller found them, else they are looked for.
 std::vector<ReportEntry> reconcile(const fs::path& folder, const ReportEntry* added,
-                                   bool readMissing, bool* changed) {
-  auto files = scan(folder);
+                                   bool readMissing, bool* changed,
+                                   const std::map<std::string, ReportFiles>* known = nullptr) {
+  auto files = known ? *known : scan(folder);
   auto indexed = readIndex(folder);
   *changed = !fs::exists(folder / kIndexName);
   if (added) {
@@ -281,7 +294,8 @@ std::vector<ReportEntry> reconcile(const fs::path& folder, const ReportEntry* ad
 // reconcile() with every report read, and the index written again (under its lock) when it
 // differed; a reader that finds the index right writes nothing.
 std::vector<ReportEntry> updateIndex(const fs::path& folder, const ReportEntry* added,
-                                     bool readMissing) {
+                                     bool readMissing,
+                                     const std::map<std::string, ReportFiles>* known = nullptr) {
   bool changed = false;
   if (!added) {
     auto entries = reconcile(folder, nullptr, false, &changed);
@@ -293,7 +307,7 @@ std::vector<ReportEntry> updateIndex(const fs::path& folder, const ReportEntry* 
   } catch (const RuntimeError&) {
     // Another process holds it for longer than it should: list without writing.
   }
-  auto entries = reconcile(folder, added, readMissing, &changed);
+  auto entries = reconcile(folder, added, readMissing, &changed, known);
   if (changed && lock) writeIndex(folder, entries);
   return entries;
 }
@@ -333,14 +347,23 @@ fs::path beginReport(const fs::path& folder) {
 
 fs::path endReport(const fs::path& folder, const fs::path& running, RunPlan& plan,
                    const std::string& extension, const ReportLimits& limits) {
-  plan.id = newId(folder);
+  // The folder is looked through once; what this run adds and removes is kept up to date.
+  std::vector<RunningFile> others;
+  auto files = scan(folder, &others);
+  plan.id = newId(files);
   fs::path path = folder / (plan.id + extension);
   std::error_code ec;
   fs::rename(running, path, ec);
   if (ec) throw RuntimeError(kDiskIO, "Cannot write the report " + path.string() + ": " + ec.message());
-  prune(folder, plan.id, limits);
+  ReportFiles& mine = files[plan.id];
+  mine.main = utf8(path.filename());
+  auto size = fs::file_size(path, ec);
+  mine.bytes = ec ? 0 : static_cast<int64_t>(size);
+  mine.written = fs::last_write_time(path, ec);
+  prune(folder, files, plan.id, limits);
+  removeAbandonedRuns(others);
   ReportEntry entry = entryOf(folder, plan.id, plan);
-  updateIndex(folder, &entry, false);
+  updateIndex(folder, &entry, false, &files);
   return path;
 }
 

@@ -168,6 +168,22 @@ bool worthListing(const RecordPlan& r) {
   return true;
 }
 
+void putTallies(json& j, const RunPlan& plan) {
+  j["companiesCreatedAgain"] = plan.companiesCreatedAgain;
+  j["companiesToCreateAgain"] = plan.companiesToCreateAgain;
+  j["nameMatches"] = plan.nameMatches;
+  j["itemsPairedTwice"] = plan.itemsPairedTwice;
+  j["contactsAtAnotherCompany"] = plan.contactsAtAnotherCompany;
+}
+
+void takeTallies(const json& j, RunPlan& plan) {
+  plan.companiesCreatedAgain = j.at("companiesCreatedAgain").get<int32_t>();
+  plan.companiesToCreateAgain = j.at("companiesToCreateAgain").get<int32_t>();
+  plan.nameMatches = j.value("nameMatches", 0);
+  plan.itemsPairedTwice = j.value("itemsPairedTwice", 0);
+  plan.contactsAtAnotherCompany = j.value("contactsAtAnotherCompany", 0);
+}
+
 // Built member by member, moving each part in: nlohmann's initializer lists copy what they are
 // given, which a run of thousands of new items pays for dearly.
 json toJson(const RunPlan& plan) {
@@ -189,11 +205,7 @@ json toJson(const RunPlan& plan) {
   summary["errors"] = plan.errorCount();
   summary["failed"] = plan.failedCount();
   summary["conflicts"] = plan.conflictCount();
-  summary["companiesCreatedAgain"] = plan.companiesCreatedAgain;
-  summary["companiesToCreateAgain"] = plan.companiesToCreateAgain;
-  summary["nameMatches"] = plan.nameMatches;
-  summary["itemsPairedTwice"] = plan.itemsPairedTwice;
-  summary["contactsAtAnotherCompany"] = plan.contactsAtAnotherCompany;
+  putTallies(summary, plan);
   json& records = out["records"] = json::array();
   records.get_ref<json::array_t&>().reserve(plan.records.size());
   for (const auto& r : plan.records) {
@@ -239,12 +251,7 @@ RunPlan planFromJson(const json& j) {
   plan.interrupted = j.value("interrupted", false);
   for (const auto& [k, v] : j.at("settings").items()) plan.settings.emplace_back(k, v.get<std::string>());
   const json& summary = j.at("summary");
-  plan.companiesCreatedAgain = summary.at("companiesCreatedAgain").get<int32_t>();
-  plan.companiesToCreateAgain = summary.at("companiesToCreateAgain").get<int32_t>();
-  // Reports written before pairings by name were told apart have none of these.
-  plan.nameMatches = summary.value("nameMatches", 0);
-  plan.itemsPairedTwice = summary.value("itemsPairedTwice", 0);
-  plan.contactsAtAnotherCompany = summary.value("contactsAtAnotherCompany", 0);
+  takeTallies(summary, plan);
   for (const auto& r : j.at("records")) {
     RecordPlan p;
     p.kind = r.at("kind").get<std::string>();

@@ -123,6 +123,11 @@ struct RunPlan {
 // that was not chosen and keeps the pairing its own mapping found changed nothing either.
 bool worthListing(const RecordPlan& record);
 
+// The run's tallies (companiesCreatedAgain to contactsAtAnotherCompany) as members of `j`, and
+// back; reports written before pairings by name were told apart lack the last three (read 0).
+void putTallies(nlohmann::ordered_json& j, const RunPlan& plan);
+void takeTallies(const nlohmann::ordered_json& j, RunPlan& plan);
+
 // Conflicts as JSON ([{"field", "base", "host", "outlook", "kept"}]) and back.
 nlohmann::ordered_json conflictsJson(const std::vector<Conflict>& conflicts);
 std::vector<Conflict> conflictsFrom(const nlohmann::ordered_json& j);

@@ -203,8 +203,12 @@ std::shared_ptr<outlook::Application> RunRecorder::watch(std::shared_ptr<outlook
     itemSaved_ = true;
     itemCreated_ = itemCreated_ || save.created;
     r->outlookId = std::move(save.entryId);
-    r->changes.insert(r->changes.end(), std::make_move_iterator(save.changes.begin()),
-                      std::make_move_iterator(save.changes.end()));
+    if (r->changes.empty()) {
+      r->changes = std::move(save.changes);
+    } else {
+      r->changes.insert(r->changes.end(), std::make_move_iterator(save.changes.begin()),
+                        std::make_move_iterator(save.changes.end()));
+    }
   };
   listener.opened = [this](const std::string& entryId, const std::string& name) {
     RecordPlan* r = current();

@@ -1,5 +1,6 @@
 #include "report/watched_outlook.h"
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <optional>
@@ -88,6 +89,8 @@ class WatchedContact : public outlook::ContactItemProxy,
   void Save() override {
     ItemSave save;
     save.created = created_ && !savedOnce_;
+    save.changes.reserve(
+        static_cast<size_t>(std::count(setSinceSave_.begin(), setSinceSave_.end(), true)));
     for (int s = 0; s < kSlots; ++s) {
       if (setSinceSave_[s] && setTo_[s] != before_[s]) {
         save.changes.push_back(

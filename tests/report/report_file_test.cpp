@@ -50,7 +50,10 @@ Written aRun() {
 
   RecordPlan created = record("1", "create-item");
   created.foundBy = "none";
-  created.changes = {{"item", "FileAs", "", "Acme \"Ltd\"\n"}, {"item", "BusinessAddressCity", "", "Hull"}};
+  // Every character JSON escapes, control characters, and text beyond ASCII.
+  created.changes = {{"item", "FileAs", "", "Acme \"Ltd\"\n"},
+                     {"item", "BusinessAddressCity", "", "Hull\t\\\x01\x1f/\b\f\r"},
+                     {"item", "Body", "", "Montr\u00e9al \u2013 \U0001F600"}};
   RecordPlan changed = record("2", "update-item");
   changed.changes = {{"item", "BusinessAddressCity", "Kingston", "Gatineau"},
                      {"item", "Email1Address", "", "a@b.ca", false}};
@@ -134,7 +137,9 @@ TEST(ReportFileTest, NewItemsAreStoredOnceAndQuietRunsAreSmall) {
   Written w = aRun();
   fs::path path = write(fs::path(dir.path()) / "a.jsonl.zst", w, false);
   std::string bytes = testing::readFile(path.string());
-  EXPECT_NE(bytes.find(R"("fields":{"FileAs":"Acme \"Ltd\"\n","BusinessAddressCity":"Hull"})"),
+  EXPECT_NE(bytes.find(R"("fields":{"FileAs":"Acme \"Ltd\"\n",)"
+                       R"("BusinessAddressCity":"Hull\t\\\u0001\u001f/\b\f\r",)"
+                       "\"Body\":\"Montr\u00e9al \u2013 \U0001F600\"}"),
             std::string::npos)
       << bytes;
   Written quiet = aRun();
@@ -185,6 +190,11 @@ TEST(ReportFileTest, RecordsWrittenBehindTheRunsBackKeepTheirOrderAndFailures) {
   RunPlan back = readReportFile(path);
   ASSERT_EQ(back.records.size(), 2000u);
   for (size_t i = 0; i < back.records.size(); i += 199) EXPECT_EQ(back.records[i].key, std::to_string(i));
+
+  // Text that is not UTF-8 (Latin-1 here) is refused, not written as it is.
+  Written latin1 = aRun();
+  latin1.listed[0].name = "Caf\xE9";
+  EXPECT_ANY_THROW(write(fs::path(dir.path()) / "latin1.jsonl.zst", latin1, true));
 
   if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
   try {

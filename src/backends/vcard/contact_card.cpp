@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <span>
 
 #include "backends/vcard/card_parts.h"
@@ -12,6 +13,7 @@ namespace dossync::vdir {
 using namespace card;
 
 ContactCard::ContactCard() {
+  card_.properties.reserve(32);  // room for what a contact usually holds, without moving it
   card_.properties.emplace_back("VERSION", "3.0");
   card_.properties.emplace_back("PRODID", "-//dossync//vdir//EN");
   card_.properties.emplace_back("FN", "");
@@ -53,22 +55,40 @@ std::string contactProperty(const Vcard& card_, CP p) {
   return {};
 }
 
+namespace {
+// Whether what the FullName reads may depend on the card's other properties: only an FN
+// without the mark that says what it is, and with some text, is judged by them (looksMade).
+bool fullNameFollowsOthers(const Vcard& card) {
+  const VcardProperty* fn = card.find("FN");
+  return fn && !fn->rawValue().empty() && !fn->hasParam(kDerivedParam);
+}
+}  // namespace
+
 void ContactCard::set(CP p, const std::string& text) {
-  if (!weighsOnFullName(p)) {
+  if (!weighsOnFullName(p) || (p != CP::FullName && !fullNameFollowsOthers(card_))) {
     setField(p, text);
     return;
   }
   if (get(p) == text) return;  // untouched properties keep their lines as read
   std::string fullName = p == CP::FullName ? text : get(CP::FullName);
-  setField(p, text);
+  setField(p, text, true);
   keepFullName(card_, fullName);
 }
 
-void ContactCard::setField(CP p, const std::string& text) {
+void ContactCard::setField(CP p, const std::string& text, bool differs) {
   Field f = fieldOf(p);
+  const bool structured = f.kind == Kind::Name || f.kind == Kind::Org ||
+                          f.kind == Kind::BusinessAddress || f.kind == Kind::HomeAddress;
+  std::optional<size_t> found;  // a structured field's property, looked for once
+  if (structured) found = findStructured(card_, f.kind);
   // Untouched properties keep their lines as read.
-  if (f.kind != Kind::Phone && f.kind != Kind::Email) {
-    if (get(p) == text) return;
+  if (structured) {
+    if (!differs &&
+        (found ? componentText(card_.properties[*found], f.component) : std::string()) == text)
+      return;
+    edited();
+  } else if (f.kind != Kind::Phone && f.kind != Kind::Email) {
+    if (!differs && get(p) == text) return;
     edited();
   }
   switch (f.kind) {
@@ -83,8 +103,7 @@ void ContactCard::setField(CP p, const std::string& text) {
     case Kind::Org:
     case Kind::BusinessAddress:
     case Kind::HomeAddress: {
-      size_t at = findStructured(card_, f.kind).value_or(card_.properties.size());
-      if (at == card_.properties.size()) at = makeStructured(card_, f.kind);
+      size_t at = found ? *found : makeStructured(card_, f.kind);
       auto& prop = card_.properties[at];
       setComponentText(prop, f.component, text);
       if (f.kind != Kind::Name && allComponentsEmpty(prop))

@@ -74,7 +74,8 @@ class ContactCard {
   // The slots are worked out when first asked and kept until the card is edited: every edit
   // goes through this class and forgets them first.
   void edited() { slots_ = CardSlots{}; }
-  void setField(outlook::ContactProperty p, const std::string& text);  // set() but the FN's mark
+  // set() but the FN's mark; `differs`: the caller knows the property holds another text.
+  void setField(outlook::ContactProperty p, const std::string& text, bool differs = false);
 
   Vcard card_;
   mutable CardSlots slots_;

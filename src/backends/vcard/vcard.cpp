@@ -34,12 +34,17 @@ std::string_view takeName(std::string_view line, size_t& i) {
 
 // A parameter value as written: quoted when it holds a delimiter, which a quoted value cannot
 // itself contain a double quote; such quotes become apostrophes.
-std::string paramValueText(const std::string& v) {
+void appendParamValue(std::string& out, const std::string& v) {
   bool needsQuotes = v.find_first_of(";:,") != std::string::npos || (!v.empty() && v[0] == '"');
-  if (!needsQuotes) return v;
-  std::string inner = v;
-  std::replace(inner.begin(), inner.end(), '"', '\'');
-  return "\"" + inner + "\"";
+  if (!needsQuotes) {
+    out += v;
+    return;
+  }
+  out += '"';
+  size_t from = out.size();
+  out += v;
+  std::replace(out.begin() + static_cast<std::ptrdiff_t>(from), out.end(), '"', '\'');
+  out += '"';
 }
 
 // Whether the line is that marker, whatever its case and blanks.
@@ -131,7 +136,6 @@ void VcardProperty::setGroup(std::string group) {
 void VcardProperty::setRawValue(std::string raw) {
   value_ = std::move(raw);
   source_.clear();
-  memo_.reset();
 }
 
 void VcardProperty::setParam(const std::string& name, std::vector<std::string> values) {
@@ -151,19 +155,33 @@ void VcardProperty::removeParam(std::string_view name) {
 std::string VcardProperty::line() const {
   if (!source_.empty()) return source_;
   std::string out;
-  if (!group_.empty()) out += group_ + ".";
+  appendLine(out);
+  return out;
+}
+
+void VcardProperty::appendLine(std::string& out) const {
+  if (!source_.empty()) {
+    out += source_;
+    return;
+  }
+  if (!group_.empty()) {
+    out += group_;
+    out += '.';
+  }
   out += name_;
   for (const auto& p : params_) {
     out += ';';
-    if (!p.name.empty()) out += p.name + "=";
+    if (!p.name.empty()) {
+      out += p.name;
+      out += '=';
+    }
     for (size_t i = 0; i < p.values.size(); ++i) {
       if (i > 0) out += ',';
-      out += paramValueText(p.values[i]);
+      appendParamValue(out, p.values[i]);
     }
   }
   out += ':';
   out += value_;
-  return out;
 }
 
 bool VcardProperty::sameContent(const VcardProperty& other) const {
@@ -335,8 +353,10 @@ Vcard parseVcard(std::string_view text, PropertyFilter keep) {
   return card;
 }
 
-std::string foldLine(std::string_view line) {
-  std::string out;
+namespace {
+
+// Appends `line` folded at 75 octets, each physical line ending in CRLF.
+void appendFolded(std::string& out, std::string_view line) {
   bool first = true;
   while (true) {
     size_t limit = first ? kFoldOctets : kFoldOctets - 1;  // continuation lines start with a blank
@@ -344,7 +364,7 @@ std::string foldLine(std::string_view line) {
     if (line.size() <= limit) {
       out.append(line);
       out += "\r\n";
-      return out;
+      return;
     }
     size_t cut = limit;
     for (int back = 0; back < 3 && cut > 1 && isUtf8Continuation(line[cut]); ++back) --cut;
@@ -356,9 +376,33 @@ std::string foldLine(std::string_view line) {
   }
 }
 
+}  // namespace
+
+std::string foldLine(std::string_view line) {
+  std::string out;
+  appendFolded(out, line);
+  return out;
+}
+
 std::string writeVcard(const Vcard& card) {
   std::string out = "BEGIN:VCARD\r\n";
-  for (const auto& p : card.properties) out += foldLine(p.line());
+  out.reserve(1024);
+  std::string line;  // one buffer for every line
+  for (const auto& p : card.properties) {
+    const std::string* whole = &p.sourceLine();
+    if (whole->empty()) {
+      line.clear();
+      p.appendLine(line);
+      whole = &line;
+    }
+    // A short line (most of them) needs no folding.
+    if (whole->size() <= kFoldOctets) {
+      out += *whole;
+      out += "\r\n";
+    } else {
+      appendFolded(out, *whole);
+    }
+  }
   out += "END:VCARD\r\n";
   return out;
 }

@@ -105,8 +105,9 @@ class VcardProperty {
   // The common types it lists, as bits (kTypeWork | ...), found once per parameter edit.
   uint32_t typeMask() const;
 
-  // A number the caller keeps with the property while it stays unchanged (the contact card
-  // keeps its sort rank there); every edit forgets it.
+  // A number the caller keeps with the property while its name and parameters stay unchanged
+  // (the contact card keeps its sort rank there); an edit of either forgets it, one of the
+  // value does not.
   std::optional<int> memo() const { return memo_; }
   void setMemo(int memo) const { memo_ = memo; }
 
@@ -120,6 +121,7 @@ class VcardProperty {
   const std::string& sourceLine() const { return source_; }
   // The unfolded line to write: the source line when there is one, else built from the parts.
   std::string line() const;
+  void appendLine(std::string& out) const;  // line(), appended to `out`
   // Forgets the source line (the fuzzer uses it to exercise the writer on every property).
   void forgetSourceLine() { source_.clear(); }
 
