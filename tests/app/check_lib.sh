@@ -12,6 +12,7 @@ run_exit_hooks() {
   rm -rf "$work"
 }
 [[ -n "$(trap -p EXIT)" ]] || trap run_exit_hooks EXIT
+stop() { [[ -z "${1:-}" ]] || { kill "$1" 2>/dev/null; wait "$1" 2>/dev/null; }; return 0; }  # PID
 # dossync keeps the reports of runs under $XDG_STATE_HOME: the test's own, never the real one.
 export XDG_STATE_HOME="$work/state"
 passed=0 failed=0

@@ -7,14 +7,7 @@
 #   host_query LOC SQL   runs SQL on it (names quoted as written: "Companies"), one row a line
 host_kind=${DOSSYNC_TEST_HOST:-sqlite}
 host_server=""
-host_cleanup() {
-  if [[ -n "$host_server" ]]; then
-    kill "$host_server" 2>/dev/null
-    wait "$host_server" 2>/dev/null
-  fi
-  return 0
-}
-on_exit host_cleanup
+on_exit 'stop "$host_server"'
 if [[ "$host_kind" == postgres && ! -x /usr/lib/postgresql/15/bin/postgres ]]; then
   echo "$(basename "$0" .sh): PostgreSQL 15 is not installed (scripts/deps.sh --test): skipped"
   exit 0

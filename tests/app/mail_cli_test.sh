@@ -7,7 +7,7 @@ source "$(dirname "$0")/check_lib.sh"
 here=$(cd "$(dirname "$0")" && pwd)
 py=/usr/bin/python3
 sink_pid=""
-on_exit '[[ -n "$sink_pid" ]] && kill "$sink_pid" 2>/dev/null && wait "$sink_pid" 2>/dev/null'
+on_exit 'stop "$sink_pid"'
 # No desktop: --display must not try to open anything.
 unset DISPLAY WAYLAND_DISPLAY
 

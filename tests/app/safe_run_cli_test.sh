@@ -13,8 +13,7 @@ small="" radicale="" mounts=()
 cleanup() {
   [[ -n "$small" ]] && umount "$small" 2>/dev/null
   for m in "${mounts[@]}"; do umount "$m" 2>/dev/null; done
-  [[ -n "$radicale" ]] && kill "$radicale" 2>/dev/null && wait "$radicale" 2>/dev/null
-  return 0
+  stop "$radicale"
 }
 on_exit cleanup
 export HOME="$work/home" XDG_DATA_HOME="$work/xdg" XDG_STATE_HOME="$work/state"

@@ -10,7 +10,7 @@ mkdir -p "$HOME"
 umask 022
 source "$(dirname "$0")/store_lib.sh"
 hostile_pid=""
-on_exit '[[ -n "$hostile_pid" ]] && kill "$hostile_pid" 2>/dev/null'
+on_exit 'stop "$hostile_pid"'
 py=/usr/bin/python3
 url="carddav:$store_url/book/"
 h="$work/h.db" s="$work/s.db"

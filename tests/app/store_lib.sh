@@ -6,13 +6,7 @@
 #   store_down/up    makes the store unreachable, and back
 store_kind=${DOSSYNC_TEST_STORE:-vdir}
 radicale_pid=""
-store_cleanup() {
-  if [[ -n "$radicale_pid" ]]; then
-    kill "$radicale_pid" 2>/dev/null
-    wait "$radicale_pid" 2>/dev/null
-  fi
-  return 0
-}
+store_cleanup() { stop "$radicale_pid"; }
 on_exit store_cleanup
 store_start_server() {
   mkdir -p "$work/radicale"

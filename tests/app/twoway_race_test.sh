@@ -7,7 +7,7 @@
 # --conflict outlook, which the next run then carries to the host.
 source "$(dirname "$0")/check_lib.sh"
 pids=()
-on_exit 'for p in "${pids[@]}"; do kill "$p" 2>/dev/null; wait "$p" 2>/dev/null; done'
+on_exit 'for p in "${pids[@]}"; do stop "$p"; done'
 support="$(dirname "$0")/../support"
 export XDG_DATA_HOME="$work/xdg"
 
