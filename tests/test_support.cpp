@@ -376,7 +376,6 @@ void RecordingProgress::setValue(int32_t v) {
     throw RuntimeError(kOverflow, "The progress dialog refused the value " + std::to_string(v));
   }
   value_ = v;
-  highest = std::max(highest, v);
 }
 
 void RecordingProgress::show() {
@@ -388,7 +387,6 @@ void RecordingProgress::show() {
 
 void RecordingProgress::close() {
   note("close");
-  closed = true;
 }
 
 std::shared_ptr<RecordingProgress> registerRecordingProgress(const std::string& failOn) {

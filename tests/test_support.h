@@ -269,8 +269,7 @@ class RecordingProgress : public IProgressDialog {
   std::vector<std::string> calls;  // settings, show and close; values only before show
   std::vector<std::string> statuses;
   ObjectPtr owner;
-  int32_t maximum = 0, highest = 0;
-  bool closed = false;
+  int32_t maximum = 0;
 
  private:
   void note(const std::string& call);

@@ -3,13 +3,9 @@
 # between runs, deletes on the server, and other CardDAV clients (vdirsyncer, python3-vobject)
 # reading what dossync wrote and writing what it reads. The server is a real Radicale on
 # 127.0.0.1 (store_lib.sh).
-set -uo pipefail
-bin=$1
-work=$(mktemp -d)
 export DOSSYNC_TEST_STORE=carddav
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
-trap 'store_cleanup; rm -rf "$work"' EXIT
 py=/usr/bin/python3
 port=$(cat "$work/radicale/port")
 

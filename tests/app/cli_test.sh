@@ -1,19 +1,6 @@
 #!/usr/bin/env bash
 # End-to-end checks of the dossync command line on real files.
-set -uo pipefail
-bin=$1
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 source "$(dirname "$0")/check_lib.sh"
-
-check() {  # check NAME EXPECTED_EXIT COMMAND...: output in $work/out and $work/err
-  local name=$1 want=$2
-  shift 2
-  "$@" >"$work/out" 2>"$work/err"
-  local rc=$?
-  [[ $rc -eq $want ]] && ok || { bad "$name: exit $rc, wanted $want"; cat "$work/out" "$work/err"; }
-}
-out() { cat "$work/out"; }
 sync_tables() { sqlite3 "$1" "SELECT count(*) FROM sqlite_master WHERE name IN ('OutlookScheme','OutlookSync');"; }
 
 check help 0 "$bin" --help
@@ -34,10 +21,10 @@ same "garbage sync replaced" "$(sync_tables "$work/s2.db")" 2
 
 check missing-host 0 "$bin" check --host-db "$work/none.db" --sync-db "$work/s.db"
 has missing-host-flag "$(out)" "FailedToInitializeFlag: False"
-[[ "$(cat "$work/err")" != *"companies database"* ]] && ok || bad "missing host showed a message"
+[[ "$(err)" != *"companies database"* ]] && ok || bad "missing host showed a message"
 echo "not a database at all, just words" >"$work/bad.db"
 check garbage-host 2 "$bin" check --host-db "$work/bad.db" --sync-db "$work/s.db"
-has garbage-host-message "$(cat "$work/err")" "The outlook synchronization was not able to access the companies database and needs to close."
+has garbage-host-message "$(err)" "The outlook synchronization was not able to access the companies database and needs to close."
 
 check demo-data 0 "$bin" demo-data "$work/d1.db" --companies 30 --seed 5
 "$bin" demo-data "$work/d2.db" --companies 30 --seed 5 >/dev/null
@@ -69,7 +56,7 @@ cat >"$work/contact.json" <<'JSON'
 JSON
 id=$("$bin" contacts put --outlook "$store" --json "$work/contact.json")
 check contacts-show 0 "$bin" contacts show "$id" --outlook "$store" --json
-if /usr/bin/python3 - "$work/contact.json" "$work/out" "$id" <<'PY'
+if /usr/bin/python3 - "$work/contact.json" "$work/stdout" "$id" <<'PY'
 import json, sys
 want = json.load(open(sys.argv[1])); got = json.load(open(sys.argv[2]))
 assert got.pop("EntryID") == sys.argv[3] and got.pop("Class") == 40
@@ -83,6 +70,6 @@ check contacts-delete 0 "$bin" contacts delete "$id" --outlook "$store"
 check contacts-show-deleted 1 "$bin" contacts show "$id" --outlook "$store"
 echo '{"Nickname": "x"}' >"$work/bad.json"
 check contacts-unknown-property 1 "$bin" contacts put --outlook "$store" --json "$work/bad.json"
-has contacts-unknown-property-named "$(cat "$work/err")" "Nickname"
+has contacts-unknown-property-named "$(err)" "Nickname"
 
 finish cli

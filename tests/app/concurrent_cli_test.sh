@@ -5,16 +5,8 @@
 # one folder at the same moment. Every run succeeds and nothing of either is lost.
 # The host database is a SQLite file, or with DOSSYNC_TEST_HOST=postgres a database on a
 # PostgreSQL server (host_lib.sh); the synchronisation databases are files.
-set -uo pipefail
-bin=$1
-work=$(mktemp -d)
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/host_lib.sh"
-trap 'host_cleanup; rm -rf "$work"' EXIT
-if host_skip; then
-  echo "concurrent_cli_test: PostgreSQL 15 is not installed (scripts/deps.sh --test): skipped"
-  exit 0
-fi
 
 h=$(host_make host) out="vdir:$work/out" in="vdir:$work/in"
 [[ $host_kind == sqlite ]] || "$bin" init-host "$h" >/dev/null || bad "init-host"

@@ -1,21 +1,17 @@
 # The host database a command line test runs against (sourced after check_lib.sh, with $bin and
 # $work set): a SQLite file, or with DOSSYNC_TEST_HOST=postgres a database on a PostgreSQL 15
 # cluster started here (tests/support/postgres_server.py) and stopped on exit.
+# A server asked for but not installed skips the test (it passes).
 #   host_make NAME   prints the location of a new, empty host database NAME
+#   host_uri NAME    the location of database NAME on the server (made or not)
 #   host_query LOC SQL   runs SQL on it (names quoted as written: "Companies"), one row a line
-#   host_cleanup     called by the test's exit trap
-#   host_skip        true when the server is asked for but not installed (the test then passes)
 host_kind=${DOSSYNC_TEST_HOST:-sqlite}
 host_server=""
-host_cleanup() {
-  if [[ -n "$host_server" ]]; then
-    kill "$host_server" 2>/dev/null
-    wait "$host_server" 2>/dev/null
-  fi
-  return 0
-}
-host_skip() { [[ "$host_kind" == postgres && ! -x /usr/lib/postgresql/15/bin/postgres ]]; }
-if [[ "$host_kind" == postgres ]] && ! host_skip; then
+on_exit 'stop "$host_server"'
+if [[ "$host_kind" == postgres && ! -x /usr/lib/postgresql/15/bin/postgres ]]; then
+  echo "$(basename "$0" .sh): PostgreSQL 15 is not installed (scripts/deps.sh --test): skipped"
+  exit 0
+elif [[ "$host_kind" == postgres ]]; then
   mkdir -p "$work/pg"
   chmod 711 "$work"  # the cluster runs as "nobody" when the tests run as root
   /usr/bin/python3 "$(dirname "${BASH_SOURCE[0]}")/../support/postgres_server.py" "$work/pg" \
@@ -24,9 +20,10 @@ if [[ "$host_kind" == postgres ]] && ! host_skip; then
   for _ in $(seq 300); do [[ -s "$work/pg/uri-base" ]] && break; sleep 0.1; done
   host_base=$(cat "$work/pg/uri-base" 2>/dev/null) ||
     { echo "FAIL PostgreSQL did not start: $(cat "$work/pg.out")"; exit 1; }
+  host_uri() { echo "${host_base/\/postgres\?//$1?}"; }
   host_make() {
     psql -qX "$host_base" -c "CREATE DATABASE $1" >/dev/null || { echo "FAIL createdb $1"; exit 1; }
-    echo "${host_base/\/postgres\?//$1?}"
+    host_uri "$1"
   }
   host_query() { psql -qXAt "$1" -c "$2"; }
 else

@@ -1,10 +1,6 @@
 #!/usr/bin/env bash
 # Hostile or odd input on the command line: a FIFO among the cards, cards that are not UTF-8 or
 # hold a NUL byte, and JSON nested deep enough to exhaust a recursive reader.
-set -uo pipefail
-bin=$1
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 source "$(dirname "$0")/check_lib.sh"
 export HOME="$work/home" XDG_DATA_HOME="$work/data" XDG_STATE_HOME="$work/state"
 ol=(--outlook "vdir:$work/ol")

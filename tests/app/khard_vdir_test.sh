@@ -2,14 +2,10 @@
 # A folder of cards as khard keeps it, used as the store as it is: the cards go among khard's,
 # dossync's own state and reports under $XDG_STATE_HOME, and a company card edited with khard
 # between two runs is still the company's card.
-set -uo pipefail
-bin=$1
 if ! command -v khard >/dev/null; then
   echo "khard_vdir_test: khard is not installed (Debian: khard), skipped"
   exit 0
 fi
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 source "$(dirname "$0")/check_lib.sh"
 export HOME="$work/home" XDG_DATA_HOME="$work/data" XDG_STATE_HOME="$work/state" \
   XDG_CONFIG_HOME="$work/config"

@@ -3,18 +3,11 @@
 # to a real SMTP server on 127.0.0.1 (Debian's python3-aiosmtpd, tests/app/smtp_sink.py) and
 # what it received is read back with Python's email parser; the appointment is read back with
 # python3-icalendar.
-set -uo pipefail
-bin=$1
+source "$(dirname "$0")/check_lib.sh"
 here=$(cd "$(dirname "$0")" && pwd)
 py=/usr/bin/python3
-work=$(mktemp -d)
 sink_pid=""
-cleanup() {
-  [[ -n "$sink_pid" ]] && kill "$sink_pid" 2>/dev/null && wait "$sink_pid" 2>/dev/null
-  rm -rf "$work"
-}
-trap cleanup EXIT
-source "$(dirname "$0")/check_lib.sh"
+on_exit 'stop "$sink_pid"'
 # No desktop: --display must not try to open anything.
 unset DISPLAY WAYLAND_DISPLAY
 

@@ -2,29 +2,10 @@
 # End-to-end checks of the command line with the host database on a PostgreSQL server of the
 # test's own (tests/support/postgres_server.py): init-host, demo-data, check and both directions
 # of sync give what they give on a SQLite file.
-set -uo pipefail
-bin=$1
-work=$(mktemp -d)
 source "$(dirname "$0")/check_lib.sh"
-server=
-cleanup() {
-  [[ -n "$server" ]] && kill "$server" 2>/dev/null && wait "$server" 2>/dev/null
-  rm -rf "$work"
-}
-trap cleanup EXIT
-if [[ ! -x /usr/lib/postgresql/15/bin/postgres ]]; then
-  echo "postgres_cli_test: PostgreSQL 15 is not installed (scripts/deps.sh --test): skipped"
-  exit 0
-fi
-mkdir -p "$work/pg"
-chmod 711 "$work"  # the cluster runs as "nobody" when the tests run as root
-/usr/bin/python3 "$(dirname "$0")/../support/postgres_server.py" "$work/pg" >"$work/pg.out" 2>&1 &
-server=$!
-for _ in $(seq 300); do [[ -s "$work/pg/uri-base" ]] && break; sleep 0.1; done
-base=$(cat "$work/pg/uri-base" 2>/dev/null) || { bad "server start: $(cat "$work/pg.out")"; finish postgres_cli_test; exit; }
-uri() { echo "${base/\/postgres\?//$1?}"; }
-psql -qX "$base" -c "CREATE DATABASE host1" -c "CREATE DATABASE host2" >/dev/null
-h=$(uri host1) h2=$(uri host2) lite="$work/h.db"
+DOSSYNC_TEST_HOST=postgres source "$(dirname "$0")/host_lib.sh"
+uri() { host_uri "$@"; }
+h=$(host_make host1) h2=$(host_make host2) lite="$work/h.db"
 pq() { psql -qXAt "$1" -c "$2"; }
 
 out=$("$bin" init-host "$h"); same "init-host exit" $? 0
@@ -76,8 +57,7 @@ same "same contacts as on SQLite" \
 # Both databases on the server: the synchronisation database's tables are made in the database
 # its URI names (nothing beside any file), found there by the next run, and made again when one
 # is missing; a database that is not there is the failed-to-open path.
-psql -qX "$base" -c "CREATE DATABASE sync1" >/dev/null
-s=$(uri sync1)
+s=$(host_make sync1)
 out=$("$bin" sync --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol5" --no-progress \
   --direction 2 --select all 2>&1)
 has "sync database on the server" "$out" "records 50, create-item 50,"
@@ -94,7 +74,7 @@ same "missing sync database exit" $? 2
 has "missing sync database named" "$out" "$(uri nosync)"
 
 # Runs that find the tables missing at the same moment: every one succeeds, the tables made once.
-psql -qX "$base" -c "CREATE DATABASE sync2" >/dev/null
+host_make sync2 >/dev/null
 pids=()
 for i in 1 2 3 4; do
   "$bin" check --host-db "$h" --sync-db "$(uri sync2)" >"$work/maker$i.txt" 2>&1 &

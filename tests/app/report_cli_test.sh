@@ -4,12 +4,8 @@
 # the records and actions the preview showed, in both directions; a run's errors are in its
 # report with their record and location; --pair-created; old reports are let go.
 # The Outlook store: the vCard folder, or a CardDAV server (store_lib.sh).
-set -uo pipefail
-bin=$1
-work=$(mktemp -d)
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
-trap 'store_cleanup; rm -rf "$work"' EXIT
 
 h="$work/h.db" s="$work/s.db"
 "$bin" demo-data "$h" --companies 8 --seed 3 >/dev/null

@@ -5,16 +5,8 @@
 # refused before anything is written; and the messages say which option to correct.
 # The databases are SQLite files, or with DOSSYNC_TEST_HOST=postgres both databases on a
 # PostgreSQL server (host_lib.sh).
-set -uo pipefail
-bin=$1
-work=$(mktemp -d)
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/host_lib.sh"
-trap 'host_cleanup; rm -rf "$work"' EXIT
-if host_skip; then
-  echo "runs_cli_test: PostgreSQL 15 is not installed (scripts/deps.sh --test): skipped"
-  exit 0
-fi
 export HOME="$work/home" XDG_DATA_HOME="$work/home/data" XDG_STATE_HOME="$work/home/state"
 mkdir -p "$HOME"
 
@@ -25,14 +17,7 @@ companies=$(host_query "$h" 'SELECT count(*) FROM "Companies";')
 tables() { host_query "$1" "SELECT count(*) FROM information_schema.tables WHERE table_schema = current_schema();" 2>/dev/null ||
   true; }
 [[ $host_kind == sqlite ]] && tables() { sqlite3 "$1" "SELECT count(*) FROM sqlite_master;"; }
-run() {  # run NAME EXPECTED_EXIT ARGS...: output in $work/o.txt and $work/e.txt
-  local name=$1 want=$2
-  shift 2
-  "$bin" "$@" >"$work/o.txt" 2>"$work/e.txt"
-  local rc=$?
-  [[ $rc -eq $want ]] && ok || { bad "$name: exit $rc, wanted $want"; cat "$work/o.txt" "$work/e.txt"; }
-}
-err() { cat "$work/e.txt"; }
+run() { local name=$1 want=$2; shift 2; check "$name" "$want" "$bin" "$@"; }  # NAME WANT ARGS
 S=(--host-db "$h" --sync-db "$s" --no-progress)
 sync() { "$bin" sync "${S[@]}" "$@"; }
 cards() { ls "$work/$1/default/contacts" 2>/dev/null | grep -c '\.vcf$'; }
@@ -101,7 +86,7 @@ has "list: which option" "$(err)" "check --outlook"
 run "report: no such store" 0 report list --outlook "vdir:$work/nobook"
 mkdir "$work/empty"
 run "list: empty folder" 0 contacts list --outlook "vdir:$work/empty" --json
-same "list: empty folder lists nothing" "$(cat "$work/o.txt")" "[]"
+same "list: empty folder lists nothing" "$(out)" "[]"
 run "show: empty folder" 1 contacts show 0123 --outlook "vdir:$work/empty"
 run "list: default store" 0 contacts list
 same "nothing made by reading" "$(ls -A "$work/empty")|$(ls -A "$XDG_DATA_HOME" 2>/dev/null)|$(ls -d "$work/nobook" 2>/dev/null)" "||"
@@ -120,7 +105,7 @@ if [[ $host_kind == sqlite ]]; then
 fi
 run "missing host" 2 sync --host-db "$work/none.db" --sync-db "$work/s9.db" --outlook "vdir:$work/out"
 has "missing host: which option" "$(err)" "check --host-db"
-env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$bin" wizard --host-db "$h" --sync-db "$work/w.db" >"$work/o.txt" 2>"$work/e.txt"
+env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$bin" wizard --host-db "$h" --sync-db "$work/w.db" >"$work/stdout" 2>"$work/stderr"
 same "wizard without a display" "$?|$(err)" "2|dossync: the wizard needs a display, and neither DISPLAY nor WAYLAND_DISPLAY is set: run it on the desktop, or give --screenshots DIR to render its steps offscreen"
 
 finish "runs cli"

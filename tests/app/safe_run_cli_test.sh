@@ -7,25 +7,16 @@
 #   - a CardDAV server killed during a run, a read-only store and a read-only synchronisation
 #     database: exit 1, the failed records counted on the summary line.
 # With DOSSYNC_TEST_HOST=postgres, the first part runs against a PostgreSQL host database.
-set -uo pipefail
-bin=$1
-work=$(mktemp -d)
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/host_lib.sh"
 small="" radicale="" mounts=()
 cleanup() {
   [[ -n "$small" ]] && umount "$small" 2>/dev/null
   for m in "${mounts[@]}"; do umount "$m" 2>/dev/null; done
-  [[ -n "$radicale" ]] && kill "$radicale" 2>/dev/null && wait "$radicale" 2>/dev/null
-  host_cleanup
-  rm -rf "$work"
+  stop "$radicale"
 }
-trap cleanup EXIT
+on_exit cleanup
 export HOME="$work/home" XDG_DATA_HOME="$work/xdg" XDG_STATE_HOME="$work/state"
-if host_skip; then
-  echo "safe_run_cli_test: PostgreSQL 15 is not installed (scripts/deps.sh --test): skipped"
-  exit 0
-fi
 json() { /usr/bin/python3 -c "import json, sys; d = json.load(sys.stdin); print($1)"; }
 
 # ---- A change of case is a change, both ways.

@@ -3,17 +3,14 @@
 # environment, ~/.netrc, the URL, a prompt on a terminal) against a real Radicale, that ps never
 # shows it, that what dossync writes is its owner's only under umask 022, and that a hostile
 # CardDAV server cannot get the credentials or a card sent to another origin or path.
-set -uo pipefail
-bin=$1
-work=$(mktemp -d)
+source "$(dirname "$0")/check_lib.sh"
 export DOSSYNC_TEST_STORE=carddav HOME="$work/home" XDG_STATE_HOME="$work/state"
 unset DOSSYNC_PASSWORD
 mkdir -p "$HOME"
 umask 022
-source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
 hostile_pid=""
-trap 'store_cleanup; [[ -n "$hostile_pid" ]] && kill "$hostile_pid" 2>/dev/null; rm -rf "$work"' EXIT
+on_exit 'stop "$hostile_pid"'
 py=/usr/bin/python3
 url="carddav:$store_url/book/"
 h="$work/h.db" s="$work/s.db"

@@ -4,16 +4,10 @@
 #   ol, ol2          the --outlook arguments of the store and of a second, empty one
 #   cards, cards2    the folders their cards are in (for a server: the copies dossync keeps)
 #   store_down/up    makes the store unreachable, and back
-#   store_cleanup    called by the test's exit trap
 store_kind=${DOSSYNC_TEST_STORE:-vdir}
 radicale_pid=""
-store_cleanup() {
-  if [[ -n "$radicale_pid" ]]; then
-    kill "$radicale_pid" 2>/dev/null
-    wait "$radicale_pid" 2>/dev/null
-  fi
-  return 0
-}
+store_cleanup() { stop "$radicale_pid"; }
+on_exit store_cleanup
 store_start_server() {
   mkdir -p "$work/radicale"
   rm -f "$work/radicale/port"

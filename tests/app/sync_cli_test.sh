@@ -1,12 +1,8 @@
 #!/usr/bin/env bash
 # End-to-end checks of "dossync sync" on real files: a host database, a synchronisation
 # database and an Outlook store (the vCard folder, or a CardDAV server: store_lib.sh).
-set -uo pipefail
-bin=$1
-work=$(mktemp -d)
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
-trap 'store_cleanup; rm -rf "$work"' EXIT
 
 h="$work/h.db" s="$work/s.db"
 "$bin" init-host "$h" >/dev/null

@@ -6,34 +6,18 @@
 # both rules; records new on either side made once; two people of one name stay two; deletions
 # on each side, the refusal of a mass deletion and --force; --restore-deleted; the preview is
 # the report; usage errors.
-set -uo pipefail
-bin=$1
-work=$(mktemp -d)
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
 source "$(dirname "$0")/host_lib.sh"
-trap 'store_cleanup; host_cleanup; rm -rf "$work"' EXIT
-if host_skip; then
-  echo "twoway_cli_test: PostgreSQL 15 is not installed (scripts/deps.sh --test): skipped"
-  exit 0
-fi
 export HOME="$work/home"
-mkdir -p "$HOME" "$work/out"
+mkdir -p "$HOME" "$work/json"
 
 h=$(host_make host) s=$(host_make syncdb)
 [[ $host_kind == sqlite ]] || "$bin" init-host "$h" >/dev/null || bad "init-host"
 "$bin" demo-data "$h" --companies 12 --seed 5 >/dev/null || bad "demo-data"
 hq() { host_query "$h" "$1"; }
 two() { "$bin" sync --two-way --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress "$@"; }
-run() {  # run NAME EXPECTED_EXIT ARGS... (of two): output in $work/o.txt and $work/e.txt
-  local name=$1 want=$2
-  shift 2
-  two "$@" >"$work/o.txt" 2>"$work/e.txt"
-  local rc=$?
-  [[ $rc -eq $want ]] && ok || { bad "$name: exit $rc, wanted $want"; cat "$work/o.txt" "$work/e.txt"; }
-}
-o() { cat "$work/o.txt"; }
-e() { cat "$work/e.txt"; }
+run() { local name=$1 want=$2; shift 2; check "$name" "$want" two "$@"; }  # NAME WANT ARGS (of two)
 cards() { ls "$cards" 2>/dev/null | grep -c '\.vcf$'; }
 item_of() { "$bin" contacts list "${ol[@]}" | awk -F'\t' -v n="$1" '$2 == n { print $1 }'; }
 prop() { "$bin" contacts show "$1" "${ol[@]}" --json | jq -r ".$2"; }
@@ -58,12 +42,12 @@ action_of() { jq -r --arg k "$2" '[.records[] | select(.key == $k) | .action] | 
 preview_then_run() {  # NAME WANT ARGS...: the preview changes nothing and is what the run reports
   local name=$1 want=$2; shift 2
   local before w; before=$(state); w=$(writes)
-  two "$@" --preview --json >"$work/out/$name-preview.json"; same "$name: preview exit" $? "$want"
+  two "$@" --preview --json >"$work/json/$name-preview.json"; same "$name: preview exit" $? "$want"
   same "$name: preview changes nothing" "$(state)" "$before"
   same "$name: preview writes nothing to the server" "$(writes)" "$w"
-  two "$@" --json >"$work/out/$name.json" 2>"$work/e.txt"; same "$name: exit" $? "$want"
-  same "$name: the report is the preview" "$(plan_of "$work/out/$name.json")" \
-    "$(plan_of "$work/out/$name-preview.json")"
+  two "$@" --json >"$work/json/$name.json" 2>"$work/stderr"; same "$name: exit" $? "$want"
+  same "$name: the report is the preview" "$(plan_of "$work/json/$name.json")" \
+    "$(plan_of "$work/json/$name-preview.json")"
 }
 
 # ---- Usage errors: the options that cannot go with --two-way, before anything is opened.
@@ -80,13 +64,13 @@ same "usage: nothing made" "$(cards)" 0
 companies=$(hq 'SELECT count(*) FROM "Companies";')
 contacts=$(hq 'SELECT count(*) FROM "Contacts";')
 run "first run" 0
-has "first run: an item a company" "$(o)" "create-item $companies,"
-has "first run: summary" "$(o)" ", conflicts 0, errors 0, records failed 0"
+has "first run: an item a company" "$(out)" "create-item $companies,"
+has "first run: summary" "$(out)" ", conflicts 0, errors 0, records failed 0"
 same "first run: cards" "$(cards)" "$companies"
 before=$(state) w=$(writes)
 run "quiet run" 0
-has "quiet run: nothing" "$(o)" "records $companies, create-item 0, update-item 0,"
-has "quiet run: all nothing" "$(o)" "nothing $companies,"
+has "quiet run: nothing" "$(out)" "records $companies, create-item 0, update-item 0,"
+has "quiet run: all nothing" "$(out)" "nothing $companies,"
 same "quiet run changes no byte" "$(state)" "$before"
 same "quiet run sends no write" "$(writes)" "$w"
 same "no contact added" "$(hq 'SELECT count(*) FROM "Contacts";')" "$contacts"
@@ -99,7 +83,7 @@ put <<<"{\"EntryID\": \"$i2\", \"BusinessTelephoneNumber\": \"613-555-0102\"}"
 hq "UPDATE \"Companies\" SET \"Email\" = 'New@three.ca' WHERE \"CompanyID\" = 3;"
 put <<<"{\"EntryID\": \"$i3\", \"JobTitle\": \"partner\"}"
 preview_then_run merge 0
-r="$work/out/merge.json"
+r="$work/json/merge.json"
 same "host change: action" "$(action_of "$r" 1)" update-item
 same "host change reaches the item" "$(prop "$i1" BusinessAddressCity)" Hull
 same "item change: action" "$(action_of "$r" 2)" update-company
@@ -121,7 +105,7 @@ hq "UPDATE \"Companies\" SET \"City\" = 'Aylmer' WHERE \"CompanyID\" IN (1, 2);"
 put <<<"{\"EntryID\": \"$i1\", \"BusinessAddressCity\": \"Gatineau\"}"
 put <<<"{\"EntryID\": \"$i2\", \"BusinessAddressCity\": \"Chelsea\"}"
 preview_then_run conflict-host 0
-r="$work/out/conflict-host.json"
+r="$work/json/conflict-host.json"
 same "host rule: item takes the host's" "$(prop "$i1" BusinessAddressCity)" Aylmer
 same "host rule: host keeps its own" "$(hq 'SELECT "City" FROM "Companies" WHERE "CompanyID" = 1;')" Aylmer
 same "host rule: named" "$(jq -c '[.records[] | select(.key == "1") | .conflicts[] | [.base, .host, .outlook, .kept]]' "$r")" \
@@ -131,7 +115,7 @@ has "text report names it" "$("$bin" report show last "${ol[@]}")" 'base "Hull",
 hq "UPDATE \"Companies\" SET \"City\" = 'Wakefield' WHERE \"CompanyID\" = 2;"
 put <<<"{\"EntryID\": \"$i2\", \"BusinessAddressCity\": \"Chelsea\"}"
 run "outlook rule" 0 --conflict outlook
-has "outlook rule: summary" "$(o)" "conflicts 1,"
+has "outlook rule: summary" "$(out)" "conflicts 1,"
 same "outlook rule: host takes the item's" "$(hq 'SELECT "City" FROM "Companies" WHERE "CompanyID" = 2;')" Chelsea
 same "outlook rule: item keeps its own" "$(prop "$i2" BusinessAddressCity)" Chelsea
 
@@ -151,17 +135,17 @@ same "no default contact added by the round trips" "$(hq 'SELECT count(*) FROM "
 # comes back with --restore-deleted; a company deleted deletes its item.
 "$bin" contacts delete "$i3" "${ol[@]}" >/dev/null
 run "item deleted" 0
-has "item deleted: said" "$(o)" "item-deleted 1,"
+has "item deleted: said" "$(out)" "item-deleted 1,"
 same "item deleted: company kept" "$(hq 'SELECT count(*) FROM "Companies" WHERE "CompanyID" = 3;')" 1
 run "item deleted, again" 0
 same "item deleted: not made again" "$(item_of "$c3" | wc -l)" 0
 run "restore" 0 --restore-deleted
-has "restore: made again" "$(o)" "create-item 1,"
+has "restore: made again" "$(out)" "create-item 1,"
 same "restore: one item" "$(item_of "$c3" | wc -l)" 1
 hq 'DELETE FROM "Contacts" WHERE "CompanyNum" = 4; DELETE FROM "Companies" WHERE "CompanyID" = 4;'
 c4_items=$(cards)
 run "company deleted" 0
-has "company deleted: its item deleted" "$(o)" "delete-item 1,"
+has "company deleted: its item deleted" "$(out)" "delete-item 1,"
 same "company deleted: one card less" "$(cards)" $((c4_items - 1))
 companies=$((companies - 1))
 
@@ -171,12 +155,12 @@ hq 'DELETE FROM "Contacts" WHERE "CompanyNum" BETWEEN 5 AND 10; DELETE FROM "Com
 hq "UPDATE \"Companies\" SET \"City\" = 'Arnprior' WHERE \"CompanyID\" = 1;"
 before=$(state) w=$(writes)
 run "mass deletion refused" 1
-has "refusal names the number" "$(e)" " 6 "
-has "refusal names --force" "$(e)" "--force"
+has "refusal names the number" "$(err)" " 6 "
+has "refusal names --force" "$(err)" "--force"
 same "refusal writes nothing" "$(state)" "$before"
 same "refusal sends no write" "$(writes)" "$w"
 run "mass deletion forced" 0 --force
-has "forced: deleted" "$(o)" "delete-item 6,"
+has "forced: deleted" "$(out)" "delete-item 6,"
 same "forced: the other change made too" "$(prop "$i1" BusinessAddressCity)" Arnprior
 same "forced: cards" "$(cards)" $((companies - 6))
 
@@ -192,8 +176,8 @@ contacts=$(hq 'SELECT count(*) FROM "Contacts";')
   bad "contacts: one-way run"
 before="$(dump "$h") $(cd "$cards" && cat ./*.vcf | md5sum)" w=$(writes)
 run "contacts: first run" 0 --info 7 --scheme 2
-has "contacts: first run writes nothing" "$(o)" "records $contacts, create-item 0, update-item 0, create-company 0, create-contact 0, update-company 0, update-contact 0, update-both 0,"
-has "contacts: first run, no conflict" "$(o)" ", conflicts 0, errors 0,"
+has "contacts: first run writes nothing" "$(out)" "records $contacts, create-item 0, update-item 0, create-company 0, create-contact 0, update-company 0, update-contact 0, update-both 0,"
+has "contacts: first run, no conflict" "$(out)" ", conflicts 0, errors 0,"
 same "contacts: first run changes no byte" "$(dump "$h") $(cd "$cards" && cat ./*.vcf | md5sum)" "$before"
 same "contacts: first run sends no write" "$(writes)" "$w"
 same "contacts: a card each" "$(cards)" "$contacts"

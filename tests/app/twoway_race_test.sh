@@ -5,12 +5,9 @@
 # never overwritten. What the other client changed alone stays and reaches the host on the next
 # run; a field both changed keeps the host's value under --conflict host and the server's under
 # --conflict outlook, which the next run then carries to the host.
-set -uo pipefail
-bin=$1
-work=$(mktemp -d)
-pids=()
-trap 'for p in "${pids[@]}"; do kill "$p" 2>/dev/null; wait "$p" 2>/dev/null; done; rm -rf "$work"' EXIT
 source "$(dirname "$0")/check_lib.sh"
+pids=()
+on_exit 'for p in "${pids[@]}"; do stop "$p"; done'
 support="$(dirname "$0")/../support"
 export XDG_DATA_HOME="$work/xdg"
 

@@ -44,10 +44,8 @@ class DriverTest : public testing::HostTest {
     return std::dynamic_pointer_cast<outlook::ContactItem>(
         c().outlookNameSpace()->GetItemFromID(entryID, folder->StoreID()));
   }
-  void select(std::initializer_list<int> numbers, int member = 1) {
-    for (int n : numbers)
-      c().companyCollection()->add(member == 1 ? std::to_string(n) : "",
-                                   member == 2 ? std::to_string(n) : "", "");
+  void select(std::initializer_list<int> companies) {
+    for (int n : companies) c().companyCollection()->add(std::to_string(n), "", "");
   }
   std::string mapped(int company) {
     auto r = querySql(host->syncPath, "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = " +
@@ -100,17 +98,6 @@ TEST_F(DriverTest, AnEmptySelectionAndDirectionsAndInformationTypesThatDoNothing
     EXPECT_EQ(itemCount(), 4) << direction << "/" << info;
     EXPECT_EQ(querySql(host->syncPath, "SELECT count(*) FROM OutlookSync;"), rowsBefore);
   }
-}
-
-TEST_F(DriverTest, InformationTypeSevenWalksTheContacts) {
-  c().setSyncInformationType(7);
-  select({11}, 2);
-  c().Synchronize();
-  auto rows = querySql(host->syncPath,
-                       "SELECT ContactNum || '|' || (OutlookID <> '') FROM OutlookSync WHERE "
-                       "ContactNum IS NOT NULL ORDER BY ContactNum;");
-  EXPECT_EQ(rows, (std::vector<std::string>{"10|0", "11|1"}));
-  EXPECT_EQ(itemCount(), 5);
 }
 
 TEST_F(DriverTest, ProgressRunsUnderTheDialogAndMayPassItsMaximum) {

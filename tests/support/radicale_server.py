@@ -1,12 +1,12 @@
 #!/usr/bin/python3
 """A throw-away CardDAV server for the tests.
 
-  radicale_server.py WORKDIR [user:password ...] [--book [calendar:]user/name ...] [--port PORT]
+  radicale_server.py WORKDIR [user:password ...] [--book user/name ...] [--port PORT]
       Writes a Radicale configuration into WORKDIR (plain-text htpasswd users, storage under
       WORKDIR/collections), starts Radicale on 127.0.0.1 and a free port (or PORT, to start a
-      stopped server again where its clients look for it), makes the address
-      books asked for (calendars for calendar:user/name), writes the port into WORKDIR/port and stays in the foreground until
-      killed (SIGTERM or SIGINT stop Radicale too). Radicale's log is WORKDIR/radicale.log.
+      stopped server again where its clients look for it), makes the address books asked for,
+      writes the port into WORKDIR/port and stays in the foreground until killed (SIGTERM or
+      SIGINT stop Radicale too). Radicale's log is WORKDIR/radicale.log.
 
   radicale_server.py --busy WORKDIR
       Not Radicale: a small HTTP server for the back-off of clients. A request to /N/... (N a
@@ -98,12 +98,8 @@ def run_radicale(workdir, users, books, port=None):
                 server.terminate()
             time.sleep(0.05)
     for book in books:
-        body = MKCOL_BODY
-        if book.startswith("calendar:"):  # a calendar, not an address book
-            book = book[len("calendar:"):]
-            body = body.replace("carddav", "caldav").replace("C:addressbook", "C:calendar")
         user = book.split("/")[0]
-        request(base + book.strip("/") + "/", "MKCOL", users, user, body.encode()).close()
+        request(base + book.strip("/") + "/", "MKCOL", users, user, MKCOL_BODY.encode()).close()
     write_port(workdir, port)
     server.wait()
     sys.exit(0)

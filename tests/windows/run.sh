@@ -7,6 +7,7 @@
 #                  folder, which dossync on Linux then reads back
 #   send mail      a VBScript host composes a draft through clsOutlookSendMail and the stand-in
 #   com clients    C++ clients bound early, bound late, and sinking ExitProgram
+#   control styles the child window each wizard control becomes
 #   wizard         the wizard seen from the VBScript host, and driven through its windows by a
 #                  C++ client, which photographs every step (DOSSYNC_UPDATE_SCREENSHOTS=1 copies
 #                  the pictures to docs/wizard/) and completes a synchronisation
@@ -133,6 +134,9 @@ else
 fi
 
 # ---- C++ clients.
+out=$(wrun "$build/control_style_test.exe")
+echo "$out" | sed 's/^/    /'
+[[ "$(echo "$out" | tail -n 1)" == "OK control styles" ]] && pass "control styles" || fail "control styles"
 out=$(wrun "$build/com_clients.exe" "$(winpath "$work/host.db")")
 echo "$out" | sed 's/^/    /'
 [[ "$(echo "$out" | tail -n 1)" == "OK com clients" ]] && pass "com clients" || fail "com clients"

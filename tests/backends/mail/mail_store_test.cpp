@@ -32,7 +32,6 @@ bool hasHeader(const std::string& message, const std::string& name) {
   return contains(head, "\n" + value::foldCase(name) + ":");
 }
 
-// A port on 127.0.0.1 that nothing listens on.
 TEST(Mailbox, OneMailboxResolvesAnythingElseDoesNot) {
   for (auto [text, want] : std::vector<std::pair<const char*, MailAddress>>{
            {"jane@example.org", {"", "jane@example.org"}},

@@ -232,11 +232,10 @@ class AttachmentObject final : public Object {
       : Object("Attachment"), a_(std::move(a)) {
     addMember(L"DisplayName", kDisplayName);
     addMember(L"PathName", kPathName);
-    addMember(L"FileName", kFileName);
   }
 
  private:
-  enum : DISPID { kDisplayName = 1, kPathName, kFileName };
+  enum : DISPID { kDisplayName = 1, kPathName };
   HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
     const bool put = isPut(flags);
     switch (id) {
@@ -246,9 +245,6 @@ class AttachmentObject final : public Object {
       case kPathName:
         if (put) break;
         return answer(result, Variant(a_->PathName()));
-      case kFileName:  // Outlook's name of the attached file: here the name it is shown by
-        if (put) break;
-        return answer(result, Variant(a_->DisplayName()));
       default:
         break;
     }
@@ -461,21 +457,18 @@ class NameSpaceObject final : public Object {
   explicit NameSpaceObject(std::shared_ptr<outlook::NameSpace> session)
       : Object("NameSpace"), session_(std::move(session)) {
     addMember(L"Logon", kLogon);
-    addMember(L"Logoff", kLogoff);
     addMember(L"GetDefaultFolder", kGetDefaultFolder);
     addMember(L"GetItemFromID", kGetItemFromID);
   }
 
  private:
-  enum : DISPID { kLogon = 1, kLogoff, kGetDefaultFolder, kGetItemFromID };
+  enum : DISPID { kLogon = 1, kGetDefaultFolder, kGetItemFromID };
   HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
     if (isPut(flags)) return DISP_E_MEMBERNOTFOUND;
     switch (id) {
       case kLogon:
         session_->Logon(optionalText(params, 0), optionalText(params, 1), optionalBool(params, 2),
                         optionalBool(params, 3));
-        return S_OK;
-      case kLogoff:  // the store keeps no connection
         return S_OK;
       case kGetDefaultFolder:
         return answerObject(result, new FolderObject(session_->GetDefaultFolder(
@@ -498,27 +491,21 @@ class ApplicationObject final : public Object {
   explicit ApplicationObject(std::shared_ptr<outlook::Application> app)
       : Object("Application"), app_(std::move(app)) {
     addMember(L"GetNamespace", kGetNamespace);
-    addMember(L"Session", kSession);
     addMember(L"CreateItem", kCreateItem);
-    addMember(L"Quit", kQuit);
     addMember(L"Name", kName);
   }
 
  private:
-  enum : DISPID { kGetNamespace = 1, kSession, kCreateItem, kQuit, kName };
+  enum : DISPID { kGetNamespace = 1, kCreateItem, kName };
   HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
     if (isPut(flags)) return DISP_E_MEMBERNOTFOUND;
     switch (id) {
       case kGetNamespace:
         return answerObject(result, new NameSpaceObject(app_->GetNamespace(
                                         required(params, 0, "GetNamespace").toString())));
-      case kSession:
-        return answerObject(result, new NameSpaceObject(app_->GetNamespace("MAPI")));
       case kCreateItem:
         return answerObject(
             result, wrapItem(app_->CreateItem(required(params, 0, "CreateItem").toInt32())));
-      case kQuit:  // nothing runs beside the caller: the objects go with their last reference
-        return S_OK;
       case kName:
         return answer(result, Variant("Outlook"));
       default:

@@ -6,12 +6,12 @@
 // are invoked as a method or as a property get; a RuntimeError of the store reaches the caller
 // as DISP_E_EXCEPTION with its number and description.
 //
-// Outlook's members served: Application.GetNamespace, CreateItem, Session, Quit, Name;
-// NameSpace.Logon, Logoff, GetDefaultFolder, GetItemFromID; MAPIFolder.Items, StoreID;
+// Outlook's members served: Application.GetNamespace, CreateItem, Name; NameSpace.Logon,
+// GetDefaultFolder, GetItemFromID; MAPIFolder.Items, StoreID;
 // Items.Count, Item (the default member), Find; every item Class, EntryID, Save; ContactItem
 // its text properties, Gender, Birthday, Anniversary, Delete; MailItem Subject, Body, Recipients,
 // Attachments, Send, Display; Recipients Count, Add, Item; Recipient Name, Type, Resolve;
-// Attachments Count, Add, Item; Attachment DisplayName, PathName, FileName; AppointmentItem
+// Attachments Count, Add, Item; Attachment DisplayName, PathName; AppointmentItem
 // Start, End, Subject, Location, Send.
 //
 // Thread use: the apartment's one thread. liveObjects counts the wrappers alive (atomic), for
