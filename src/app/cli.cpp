@@ -16,6 +16,7 @@
 #include "backends/sqlite/sqlite_data_access.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
+#include "dossync_version.h"
 
 namespace dossync::app {
 namespace {
@@ -72,12 +73,16 @@ int check(const std::string& hostDb, const std::string& syncDb, bool replaceSync
 
 }  // namespace
 
+std::string versionLine() { return std::string("dossync ") + DOSSYNC_VERSION; }
+
 int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   databases::registerDataAccess();  // databases on SQLite or PostgreSQL
 
   CLI::App app{"dossync: keeps a practice's client records and its Outlook contacts in step"};
   app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Show the help of every command");
+  app.set_version_flag("--version", versionLine(), "Show the version and exit");
+  auto* versionCmd = app.add_subcommand("version", "Show the version");
 
   std::string initPath;
   auto* init = app.add_subcommand("init-host", "Create an empty host database from the schema");
@@ -223,12 +228,19 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   } catch (const CLI::CallForAllHelp& e) {
     out << app.help("", CLI::AppFormatMode::All);
     return kExitOk;
+  } catch (const CLI::CallForVersion& e) {
+    out << e.what() << "\n";
+    return kExitOk;
   } catch (const CLI::ParseError& e) {
     err << "dossync: " << e.what() << "\n" << "Run 'dossync --help' for the commands.\n";
     return kExitUsage;
   }
   hidePasswordArguments(argc, argv);
 
+  if (*versionCmd) {
+    out << versionLine() << "\n";
+    return kExitOk;
+  }
   if (*init) return initHost(initPath, out, err);
   if (*demoCmd) return demoData(demoPath, demo, out, err);
   if (*checkCmd) return check(hostDb, syncDb, replaceSyncDb, out, err);

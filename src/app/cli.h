@@ -4,8 +4,12 @@
 #pragma once
 
 #include <iosfwd>
+#include <string>
 
 namespace dossync::app {
+
+// "dossync VERSION", as --version prints it.
+std::string versionLine();
 
 int runCli(int argc, char** argv, std::ostream& out, std::ostream& err);
 
