@@ -105,7 +105,7 @@ JSON
   "$bin" sync --host-db "$demo/host.db" --sync-db "$demo/sync.db" --outlook "vdir:$demo/outlook" \
     --direction 3 --select "$selection" --pair-created
   echo
-  echo "Created in the practice (company | default contact | client record):"
+  echo "In the practice (company | default contact | client record):"
   sqlite3 -separator ' | ' "$demo/host.db" "SELECT k.CompanyName, c.DisplayName, d.ClientDataID
     FROM Companies k JOIN Contacts c ON c.CompanyNum = k.CompanyID AND c.DefaultContact = 1
     JOIN ClientData d ON d.CompanyIDNum = k.CompanyID ORDER BY k.CompanyID DESC LIMIT ${#ids[@]};"

@@ -4,7 +4,9 @@
 // from cron or a timer.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <ostream>
 
 #include "app/cli.h"

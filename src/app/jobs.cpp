@@ -2,6 +2,7 @@
 
 #include <toml++/toml.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <fstream>
@@ -90,7 +91,7 @@ std::vector<Job> loadJobs(const fs::path& given, const JobKeys& keys) {
   if (!all) return jobs;
   if (!all->is_table()) fail(file, all->source().begin.line, "jobs: a table of jobs ([jobs.NAME])");
   for (auto&& [name, node] : *all->as_table()) {
-    Job job{std::string(name.str()), {}};
+    Job job{std::string(name.str()), {}, name.source().begin.line};
     const toml::table* table = node.as_table();
     if (!table)
       fail(file, name.source().begin.line,
@@ -127,6 +128,8 @@ std::vector<Job> loadJobs(const fs::path& given, const JobKeys& keys) {
     }
     jobs.push_back(std::move(job));
   }
+  // The file's order (a table keeps its keys sorted).
+  std::stable_sort(jobs.begin(), jobs.end(), [](const Job& a, const Job& b) { return a.line < b.line; });
   return jobs;
 }
 

@@ -18,6 +18,7 @@
 // description starts with "FILE:LINE: " and names the key.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -39,7 +40,8 @@ struct JobSetting {
 
 struct Job {
   std::string name;
-  std::vector<JobSetting> settings;  // in the file's order, paths made absolute
+  std::vector<JobSetting> settings;  // paths made absolute
+  int64_t line = 0;                  // of its table in the file
 };
 
 // The jobs of the file, in its order; none when the file does not exist.

@@ -74,7 +74,7 @@ has "jobs: idle never ran" "$(grep '^idle ' "$work/out")" "never run"
 # jobs add keeps what the file holds and writes paths that do not depend on the folder.
 check jobs-add 0 "$bin" jobs add third --host-db config/dossync/practice/h.db --sync-db s3.db --two-way --info 7
 has "comment kept" "$(cat "$conf")" "# the office's jobs"
-has "path made absolute" "$(cat "$conf")" "sync-db = \"$work/s3.db\""
+has "path made absolute" "$(cat "$conf")" "sync-db = '$work/s3.db'"
 has "flag as true" "$(cat "$conf")" "two-way = true"
 check jobs-add-twice 64 "$bin" jobs add third --host-db x.db --sync-db y.db
 check jobs-add-password 64 "$bin" jobs add fourth --host-db x.db --sync-db y.db --password secret
