@@ -241,7 +241,8 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
   }
   if (int code = refuseMistakenDatabases(o.hostDb, o.syncDb, o.replaceSyncDb, err)) return code;
   bool storeThere = true;
-  if (int code = prepareStore(o.outlook, o.profile, StoreUse::Write, storeThere, err)) return code;
+  if (int code = prepareStore(o.outlook, o.profile, StoreUse::Write, storeThere, err, o.quiet))
+    return code;
   std::unique_ptr<SchemeLock> lock;
   if (!o.preview) {  // a preview changes nothing: it need not wait
     if (int code = lockRun(o, lock, err)) return code;

@@ -63,7 +63,7 @@ has "summary" "$(out)" "create-item 1"
 check run-override 0 "$bin" run office --select all -v
 same "the command line's selection" "$(cards)" 12
 same "-v: a line per record" "$(grep -c '^company [0-9]* .*: ' "$work/out")" 12
-check run-quiet 0 "$bin" run office -q
+check run-quiet 0 "$bin" run office -q --outlook "vdir:$work/fresh"
 same "-q prints nothing" "$(out)$(errs)" ""
 check report-tool 0 "$bin" report show last --json --outlook "vdir:$XDG_CONFIG_HOME/dossync/practice/out"
 has "the report names the version" "$(out)" "\"tool\": \"$version\""
