@@ -79,20 +79,33 @@ EOF2
   exit 0
 fi
 if [[ "${2:-}" == "reverse" ]]; then
+  # The cards put the first time are updated, not put again, on the next runs; the run pairs
+  # each with the company it makes, so that the next run finds it rather than making another.
+  known="$demo/reverse-ids"
+  old=()
+  [[ -f "$known" ]] && mapfile -t old <"$known"
   ids=()
   while read -r json; do
-    ids+=("$(echo "$json" | "$bin" contacts put --outlook "vdir:$demo/outlook" --json -)")
+    n=${#ids[@]}
+    id=""
+    if [[ -n "${old[$n]:-}" ]]; then
+      id=$(echo "{\"EntryID\": \"${old[$n]}\", ${json#\{}" |
+        "$bin" contacts put --outlook "vdir:$demo/outlook" --json - 2>/dev/null) || id=""
+    fi
+    [[ -n "$id" ]] || id=$(echo "$json" | "$bin" contacts put --outlook "vdir:$demo/outlook" --json -)
+    ids+=("$id")
   done <<'JSON'
 {"FullName": "Ms. Nora Field", "Title": "Ms.", "FirstName": "Nora", "LastName": "Field", "CompanyName": "Field & Stream Outfitters", "BusinessAddressCity": "Halifax", "BusinessAddressState": "NS", "BusinessTelephoneNumber": "(902) 555-0142", "Email1Address": "info@fieldstream.ca", "Email2Address": "nora@fieldstream.ca", "Gender": 1}
 {"FullName": "Omar Haddad", "FirstName": "Omar", "LastName": "Haddad", "CompanyName": "Haddad Imports Ltd.", "BusinessAddressCity": "Montréal", "BusinessAddressState": "QC", "JobTitle": "Owner", "Gender": 2, "Birthday": "1975-06-14"}
 {"FullName": "Dr. Lena Park", "Title": "Dr.", "FirstName": "Lena", "LastName": "Park", "CompanyName": "Park Family Dental", "BusinessAddressCity": "Vancouver", "BusinessAddressState": "BC", "Email1Address": "front@parkdental.ca"}
 JSON
+  printf '%s\n' "${ids[@]}" >"$known"
   selection=$(IFS=,; echo "${ids[*]}")
   echo "Put ${#ids[@]} contacts into $demo/outlook; bringing them into $demo/host.db ..."
   "$bin" sync --host-db "$demo/host.db" --sync-db "$demo/sync.db" --outlook "vdir:$demo/outlook" \
-    --direction 3 --select "$selection"
+    --direction 3 --select "$selection" --pair-created
   echo
-  echo "Created in the practice (company | default contact | client record):"
+  echo "In the practice (company | default contact | client record):"
   sqlite3 -separator ' | ' "$demo/host.db" "SELECT k.CompanyName, c.DisplayName, d.ClientDataID
     FROM Companies k JOIN Contacts c ON c.CompanyNum = k.CompanyID AND c.DefaultContact = 1
     JOIN ClientData d ON d.CompanyIDNum = k.CompanyID ORDER BY k.CompanyID DESC LIMIT ${#ids[@]};"

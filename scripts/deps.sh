@@ -5,7 +5,8 @@ set -euo pipefail
 
 BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libsqlite3-dev libgtest-dev libcli11-dev
   nlohmann-json3-dev qt6-base-dev libgl-dev libcurl4-openssl-dev libgmime-3.0-dev libical-dev
-  libmimalloc-dev libpugixml-dev libpq-dev unixodbc-dev libsecret-1-dev libzstd-dev)
+  libmimalloc-dev libpugixml-dev libpq-dev unixodbc-dev libsecret-1-dev libzstd-dev
+  libtomlplusplus-dev)
 TEST_PACKAGES=(python3 python3-vobject khard python3-aiosmtpd python3-icalendar
   radicale vdirsyncer curl sqlite3 postgresql-15 unixodbc odbcinst libsqliteodbc)
 # ./run demo-carddav: a CardDAV server of its own.

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <filesystem>
+#include <functional>
 #include <ostream>
 
 #include "app/cmd_mail.h"
@@ -16,6 +17,7 @@
 #include "backends/sqlite/sqlite_data_access.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
+#include "dossync_version.h"
 
 namespace dossync::app {
 namespace {
@@ -72,12 +74,100 @@ int check(const std::string& hostDb, const std::string& syncDb, bool replaceSync
 
 }  // namespace
 
+void addOutlookOptions(CLI::App* cmd, std::string& outlook, std::string& profile,
+                       PasswordOptions& password, bool& insecure) {
+  cmd->add_option("--outlook", outlook,
+                  "The Outlook store: vdir:DIR or carddav:URL (default: vdir under "
+                  "$XDG_DATA_HOME/dossync/outlook)");
+  cmd->add_option("--profile", profile,
+                  "The Outlook profile (default: the store's default); for carddav: the user name");
+  addPasswordOptions(cmd, password);
+  cmd->add_flag("--insecure", insecure, "carddav over https: do not verify the certificate");
+}
+
+CLI::Option* addSyncOptions(CLI::App* cmd, SyncOptions& o) {
+  cmd->add_option("--host-db", o.hostDb, "The host database")->required();
+  cmd->add_option("--sync-db", o.syncDb, "The synchronisation database")->required();
+  addOutlookOptions(cmd, o.outlook, o.profile, o.password, o.insecure);
+  auto* direction =
+      cmd
+          ->add_option(
+              "--direction", o.direction,
+              "1 both ways (does nothing: see --two-way), 2 host to Outlook, 3 Outlook to host")
+          ->check(CLI::IsMember({1, 2, 3}));
+  cmd->add_option("--info", o.info,
+                  "1 company with default contact, 2 company only, 3/4 contact only "
+                  "(start nothing), 7 contacts")
+      ->check(CLI::IsMember({1, 2, 3, 4, 7}));
+  cmd->add_option("--select", o.select,
+                  "all, or a comma-separated list of company or contact numbers (Outlook "
+                  "entry ids with --direction 3)");
+  cmd->add_option("--scheme", o.scheme, "The scheme number the pairings belong to");
+  cmd->add_option("--data-file", o.dataFile, "The host data file's unique id");
+  cmd->add_option("--category", o.category, "The Outlook category of written items");
+  cmd->add_flag("--no-progress", o.noProgress, "No progress bar");
+  cmd->add_option("--on-error", o.onError, "What an error does: leave, resume or exit")
+      ->check(CLI::IsMember({"leave", "resume", "exit"}));
+  cmd->add_flag("--preview", o.preview,
+                "Show what the run would do, record by record, and change nothing");
+  cmd->add_flag("--json", o.json, "Print the preview, or the run's report, as JSON");
+  cmd->add_flag("--all", o.all, "With --preview: list the records that change nothing too")
+      ->needs("--preview");
+  cmd->add_flag("--pair-created", o.pairCreated,
+                "From Outlook: pair each item with the company made for it (not -1, which "
+                "makes the next run from Outlook make it again)");
+  auto* twoWay = cmd->add_flag(
+      "--two-way", o.twoWay,
+      "Keep both sides in step field by field, pairing by identity only (--info 1 or 7, every "
+      "record; see docs/two-way.md)");
+  cmd
+      ->add_option("--conflict", o.conflict,
+                   "With --two-way: whose value a field changed on both sides keeps, host (the "
+                   "default) or outlook")
+      ->check(CLI::IsMember({"host", "outlook"}))
+      ->needs(twoWay);
+  cmd
+      ->add_flag("--force", o.force,
+                 "With --two-way: delete the items of deleted host records even when they are "
+                 "more than a fifth of the pairs")
+      ->needs(twoWay);
+  cmd
+      ->add_flag("--restore-deleted", o.restoreDeleted,
+                 "With --two-way: make again the items deleted from the store whose records "
+                 "were kept")
+      ->needs(twoWay);
+  cmd->add_option("--wait", o.wait,
+                  "How many seconds to wait for another run of the same scheme on the "
+                  "synchronisation database to end (then exit code 75)")
+      ->check(CLI::NonNegativeNumber);
+  cmd->add_flag("--replace-sync-db", o.replaceSyncDb,
+                "Let a --sync-db file that is not a database be replaced by a new one");
+  cmd->add_option("--keep-reports", o.keepReports,
+                  "How many reports the profile keeps (0: all)")
+      ->check(CLI::NonNegativeNumber);
+  cmd->add_option("--keep-days", o.keepDays,
+                  "How many days a report is kept (0: for ever)")
+      ->check(CLI::NonNegativeNumber);
+  cmd->add_option("--keep-size", o.keepBytes,
+                  "How much the profile's reports may take together, as 200MB, 1G or "
+                  "bytes (0: no limit)")
+      ->transform(CLI::AsSizeValue(false))
+      ->default_str("200MB")
+      ->check(CLI::NonNegativeNumber);
+  return direction;
+}
+
+std::string versionLine() { return std::string("dossync ") + DOSSYNC_VERSION; }
+
 int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   databases::registerDataAccess();  // databases on SQLite or PostgreSQL
 
   CLI::App app{"dossync: keeps a practice's client records and its Outlook contacts in step"};
   app.require_subcommand(1);
+  app.option_defaults()->always_capture_default();  // --help shows every option's default
   app.set_help_all_flag("--help-all", "Show the help of every command");
+  app.set_version_flag("--version", versionLine(), "Show the version and exit");
+  auto* versionCmd = app.add_subcommand("version", "Show the version");
 
   std::string initPath;
   auto* init = app.add_subcommand("init-host", "Create an empty host database from the schema");
@@ -89,6 +179,8 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   demoCmd->add_option("PATH", demoPath, "The host database (created when missing)")->required();
   demoCmd->add_option("--companies", demo.companies, "How many companies")->check(CLI::Range(0, 1000000));
   demoCmd->add_option("--seed", demo.seed, "Seed: the same seed gives the same practice");
+  demoCmd->add_flag("--append", demo.append,
+                    "Add the practice to a host database that already has companies");
 
   std::string hostDb, syncDb;
   bool replaceSyncDb = false;
@@ -103,16 +195,6 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   ContactsOptions contacts;
   auto* contactsCmd = app.add_subcommand("contacts", "Read and write the contacts of an Outlook store");
   contactsCmd->require_subcommand(1);
-  auto outlookOptions = [&](CLI::App* cmd, std::string& outlook, std::string& profile,
-                            PasswordOptions& password, bool& insecure) {
-    cmd->add_option("--outlook", outlook,
-                    "The Outlook store: vdir:DIR or carddav:URL (default: vdir under "
-                    "$XDG_DATA_HOME/dossync/outlook)");
-    cmd->add_option("--profile", profile,
-                    "The Outlook profile (default: the store's default); for carddav: the user name");
-    addPasswordOptions(cmd, password);
-    cmd->add_flag("--insecure", insecure, "carddav over https: do not verify the certificate");
-  };
   auto* listCmd = contactsCmd->add_subcommand("list", "Every item of the contacts folder");
   auto* showCmd = contactsCmd->add_subcommand("show", "One contact");
   showCmd->add_option("ENTRYID", contacts.entryId, "The contact's EntryID")->required();
@@ -123,79 +205,13 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   auto* deleteCmd = contactsCmd->add_subcommand("delete", "Delete a contact");
   deleteCmd->add_option("ENTRYID", contacts.entryId, "The contact's EntryID")->required();
   for (CLI::App* cmd : {listCmd, showCmd, putCmd, deleteCmd}) {
-    outlookOptions(cmd, contacts.outlook, contacts.profile, contacts.password, contacts.insecure);
+    addOutlookOptions(cmd, contacts.outlook, contacts.profile, contacts.password, contacts.insecure);
     if (cmd != putCmd && cmd != deleteCmd) cmd->add_flag("--json", contacts.json, "Print JSON");
   }
 
   SyncOptions sync;
   auto* syncCmd = app.add_subcommand("sync", "Run one synchronisation");
-  syncCmd->add_option("--host-db", sync.hostDb, "The host database")->required();
-  syncCmd->add_option("--sync-db", sync.syncDb, "The synchronisation database")->required();
-  outlookOptions(syncCmd, sync.outlook, sync.profile, sync.password, sync.insecure);
-  auto* directionOption =
-      syncCmd
-          ->add_option(
-              "--direction", sync.direction,
-              "1 both ways (does nothing: see --two-way), 2 host to Outlook, 3 Outlook to host")
-          ->check(CLI::IsMember({1, 2, 3}));
-  syncCmd->add_option("--info", sync.info,
-                      "1 company with default contact, 2 company only, 3/4 contact only "
-                      "(start nothing), 7 contacts")
-      ->check(CLI::IsMember({1, 2, 3, 4, 7}));
-  syncCmd->add_option("--select", sync.select,
-                      "all, or a comma-separated list of company or contact numbers (Outlook "
-                      "entry ids with --direction 3)");
-  syncCmd->add_option("--scheme", sync.scheme, "The scheme number the pairings belong to");
-  syncCmd->add_option("--data-file", sync.dataFile, "The host data file's unique id");
-  syncCmd->add_option("--category", sync.category, "The Outlook category of written items");
-  syncCmd->add_flag("--no-progress", sync.noProgress, "No progress bar");
-  syncCmd->add_option("--on-error", sync.onError, "What an error does: leave, resume or exit")
-      ->check(CLI::IsMember({"leave", "resume", "exit"}));
-  syncCmd->add_flag("--preview", sync.preview,
-                    "Show what the run would do, record by record, and change nothing");
-  syncCmd->add_flag("--json", sync.json, "Print the preview, or the run's report, as JSON");
-  syncCmd->add_flag("--all", sync.all, "With --preview: list the records that change nothing too")
-      ->needs("--preview");
-  syncCmd->add_flag("--pair-created", sync.pairCreated,
-                    "From Outlook: pair each item with the company made for it (not -1, which "
-                    "makes the next run from Outlook make it again)");
-  auto* twoWay = syncCmd->add_flag(
-      "--two-way", sync.twoWay,
-      "Keep both sides in step field by field, pairing by identity only (--info 1 or 7, every "
-      "record; see docs/two-way.md)");
-  syncCmd
-      ->add_option("--conflict", sync.conflict,
-                   "With --two-way: whose value a field changed on both sides keeps, host (the "
-                   "default) or outlook")
-      ->check(CLI::IsMember({"host", "outlook"}))
-      ->needs(twoWay);
-  syncCmd
-      ->add_flag("--force", sync.force,
-                 "With --two-way: delete the items of deleted host records even when they are "
-                 "more than a fifth of the pairs")
-      ->needs(twoWay);
-  syncCmd
-      ->add_flag("--restore-deleted", sync.restoreDeleted,
-                 "With --two-way: make again the items deleted from the store whose records "
-                 "were kept")
-      ->needs(twoWay);
-  syncCmd->add_option("--wait", sync.wait,
-                      "How many seconds to wait for another run of the same scheme on the "
-                      "synchronisation database to end (default 60; then exit code 75)")
-      ->check(CLI::NonNegativeNumber);
-  syncCmd->add_flag("--replace-sync-db", sync.replaceSyncDb,
-                    "Let a --sync-db file that is not a database be replaced by a new one");
-  syncCmd->add_option("--keep-reports", sync.keepReports,
-                      "How many reports the profile keeps (0: all; default 100)")
-      ->check(CLI::NonNegativeNumber);
-  syncCmd->add_option("--keep-days", sync.keepDays,
-                      "How many days a report is kept (0: for ever; default 90)")
-      ->check(CLI::NonNegativeNumber);
-  syncCmd->add_option("--keep-size", sync.keepBytes,
-                      "How much the profile's reports may take together, as 200MB, 1G or "
-                      "bytes (0: no limit; default 200MB)")
-      ->transform(CLI::AsSizeValue(false))
-      ->check(CLI::NonNegativeNumber);
+  CLI::Option* directionOption = addSyncOptions(syncCmd, sync);
 
   ReportOptions reportOptions;
   auto* reportCmd = app.add_subcommand("report", "The reports of past runs (of a store's profile)");
@@ -207,13 +223,35 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   for (CLI::App* cmd : {reportCmd, reportList, reportShow}) {
     // The store options of sync, so that the same words find a run's reports; the reports are
     // local files, so the password is not needed.
-    outlookOptions(cmd, reportOptions.outlook, reportOptions.profile, unusedPassword, unusedInsecure);
+    addOutlookOptions(cmd, reportOptions.outlook, reportOptions.profile, unusedPassword, unusedInsecure);
     cmd->add_flag("--json", reportOptions.json, "Print JSON");
   }
+
+  JobsOptions jobs;
+  auto* runCmd = app.add_subcommand(
+      "run", "Run a named job of $XDG_CONFIG_HOME/dossync/config.toml (options given after its "
+             "name take the place of the job's), or every job in turn");
+  runCmd->add_option("NAME", jobs.name, "The job");
+  runCmd->add_flag("--all", jobs.all, "Every job in turn (the exit code is the worst of theirs)");
+  runCmd->prefix_command();  // what follows the name are sync's options
+  auto* jobsCmd = app.add_subcommand("jobs", "The named jobs, each with its last run's outcome");
+  auto* jobsAdd = jobsCmd->add_subcommand(
+      "add", "Write a job into the config file: the options of sync after its name");
+  jobsAdd->add_option("NAME", jobs.name, "The job's name")->required();
+  jobsAdd->prefix_command();
 
   WizardCommand wizard;
   addWizardCommand(app, wizard);
   MailCommands mail(app);
+
+  // -q and -v on every command, before or after its name.
+  bool quiet = false, verbose = false;
+  std::function<void(CLI::App*)> addVerbosity = [&](CLI::App* cmd) {
+    auto* q = cmd->add_flag("-q,--quiet", quiet, "Print errors only");
+    cmd->add_flag("-v,--verbose", verbose, "Print one line per record as it is done")->excludes(q);
+    for (CLI::App* sub : cmd->get_subcommands({})) addVerbosity(sub);
+  };
+  addVerbosity(&app);
 
   try {
     app.parse(argc, argv);
@@ -223,15 +261,25 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   } catch (const CLI::CallForAllHelp& e) {
     out << app.help("", CLI::AppFormatMode::All);
     return kExitOk;
+  } catch (const CLI::CallForVersion& e) {
+    out << e.what() << "\n";
+    return kExitOk;
   } catch (const CLI::ParseError& e) {
     err << "dossync: " << e.what() << "\n" << "Run 'dossync --help' for the commands.\n";
     return kExitUsage;
   }
   hidePasswordArguments(argc, argv);
 
-  if (*init) return initHost(initPath, out, err);
-  if (*demoCmd) return demoData(demoPath, demo, out, err);
-  if (*checkCmd) return check(hostDb, syncDb, replaceSyncDb, out, err);
+  if (*versionCmd) {
+    out << versionLine() << "\n";
+    return kExitOk;
+  }
+  // Quiet: what only says how a command went is not printed (what was asked for still is).
+  std::ostream nowhere(nullptr);
+  std::ostream& said = quiet ? nowhere : out;
+  if (*init) return initHost(initPath, said, err);
+  if (*demoCmd) return demoData(demoPath, demo, said, err);
+  if (*checkCmd) return check(hostDb, syncDb, replaceSyncDb, said, err);
   if (*contactsCmd) {
     for (CLI::App* cmd : {listCmd, showCmd, putCmd, deleteCmd}) {
       if (*cmd) contacts.action = cmd->get_name();
@@ -240,7 +288,30 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   }
   if (*syncCmd) {
     sync.directionGiven = directionOption->count() > 0;
+    sync.quiet = quiet;
+    sync.verbose = verbose;
+    if (quiet) sync.noProgress = true;
     return runSync(sync, out, err);
+  }
+  if (*runCmd || *jobsCmd) {
+    jobs.action = *runCmd ? "run" : *jobsAdd ? "add" : "list";
+    for (auto& arg : (*runCmd ? runCmd : jobsAdd)->remaining()) {
+      // After the first of sync's options the rest is sync's, but for these.
+      if (arg == "-q" || arg == "--quiet") {
+        quiet = true;
+      } else if (arg == "-v" || arg == "--verbose") {
+        verbose = true;
+      } else {
+        jobs.args.push_back(arg);
+      }
+    }
+    if (quiet && verbose) {
+      err << "dossync: --quiet and --verbose exclude each other\n";
+      return kExitUsage;
+    }
+    jobs.quiet = quiet;
+    jobs.verbose = verbose;
+    return runJobs(jobs, out, err);
   }
   if (*reportCmd) {
     if (*reportShow) reportOptions.action = "show";

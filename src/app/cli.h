@@ -4,9 +4,27 @@
 #pragma once
 
 #include <iosfwd>
+#include <string>
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
 
 namespace dossync::app {
 
+struct PasswordOptions;
+struct SyncOptions;
+
 int runCli(int argc, char** argv, std::ostream& out, std::ostream& err);
+
+// "dossync VERSION", as --version prints it.
+std::string versionLine();
+
+// The options of `dossync sync` on cmd (a job's keys are their long names); answers --direction.
+CLI::Option* addSyncOptions(CLI::App* cmd, SyncOptions& o);
+// --outlook, --profile, the password options and --insecure.
+void addOutlookOptions(CLI::App* cmd, std::string& outlook, std::string& profile,
+                       PasswordOptions& password, bool& insecure);
 
 }  // namespace dossync::app

@@ -140,6 +140,7 @@ struct PreviewSyncDb {
 int lockRun(const SyncOptions& o, std::unique_ptr<SchemeLock>& lock, std::ostream& err) {
   std::string scheme = "scheme " + std::to_string(o.scheme) + " of " + databases::displayName(o.syncDb);
   lock = lockScheme(o.syncDb, o.scheme, std::chrono::seconds(o.wait), [&](const std::string& holder) {
+    if (o.quiet) return;
     err << "dossync: " << scheme << " is in use by another run (" << holder << "); waiting up to "
         << o.wait << " seconds for it to end\n";
     err.flush();
@@ -208,6 +209,15 @@ std::string summaryOf(const report::RunPlan& plan, int32_t direction, double sec
   return line.str();
 }
 
+// A record as -v shows it when it is done: "company 12 Maple Dental Ltd.: update-item".
+std::string recordLine(const report::RecordPlan& r) {
+  std::string line = r.kind + " " + r.key;
+  if (!r.name.empty()) line += " " + r.name;
+  line += ": " + r.action;
+  if (!r.errors.empty()) line += " (" + std::to_string(r.errors.size()) + " errors)";
+  return line;
+}
+
 }  // namespace
 
 int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
@@ -231,7 +241,8 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
   }
   if (int code = refuseMistakenDatabases(o.hostDb, o.syncDb, o.replaceSyncDb, err)) return code;
   bool storeThere = true;
-  if (int code = prepareStore(o.outlook, o.profile, StoreUse::Write, storeThere, err)) return code;
+  if (int code = prepareStore(o.outlook, o.profile, StoreUse::Write, storeThere, err, o.quiet))
+    return code;
   std::unique_ptr<SchemeLock> lock;
   if (!o.preview) {  // a preview changes nothing: it need not wait
     if (int code = lockRun(o, lock, err)) return code;
@@ -257,6 +268,13 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
   recorder->setSetting("profile", o.profile);
   recorder->setSetting("select", o.select);
   recorder->setSetting("onError", o.onError);
+  if (!o.job.empty()) recorder->setSetting("job", o.job);  // `dossync jobs` finds its last run
+  if (o.verbose && !o.preview) {
+    recorder->recordDone = [&out](const report::RecordPlan& r) {
+      out << recordLine(r) << "\n";
+      out.flush();
+    };
+  }
   if (o.twoWay) {
     recorder->setSetting("conflict", o.conflict);
     recorder->setSetting("force", o.force ? "yes" : "no");
@@ -302,7 +320,7 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
         chosen.push_back(member == 3 ? id : std::to_string(value::toLong(id)));
         addEntry(*component->companyCollection(), member, chosen.back());
       }
-      warnUnmatched(*component, member, chosen, err);
+      if (!o.quiet) warnUnmatched(*component, member, chosen, err);
     }
   } catch (const RuntimeError& e) {
     return reportFailure(err, e, kExitFailure, "cannot list the records to select: ");
@@ -356,6 +374,7 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
     out << report::toJson(shown).dump(2) << "\n";
     return done;
   }
+  if (o.quiet) return done;
   out << summaryOf(written, o.direction, seconds) << "\n";
   if (std::string names = report::nameMatchLine(written); !names.empty())
     out << names << " (see the report)\n";

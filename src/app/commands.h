@@ -43,6 +43,9 @@ struct SyncOptions {
   int wait = 60;  // seconds to wait for another run of the scheme
   int keepReports = 100, keepDays = 90;  // report/report_store.h's limits
   int64_t keepBytes = 200LL * 1024 * 1024;
+  bool quiet = false;    // errors only: no summary, no warnings, no progress bar
+  bool verbose = false;  // one line per record as it is done
+  std::string job;       // the named job this run is (its report says so), "" none
 };
 int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err);
 
@@ -53,5 +56,16 @@ struct ReportOptions {
   bool json = false;
 };
 int runReport(const ReportOptions& o, std::ostream& out, std::ostream& err);
+
+// dossync run NAME|--all [sync options], dossync jobs, dossync jobs add NAME [sync options]
+// (jobs.h).
+struct JobsOptions {
+  std::string action;  // run, list, add
+  std::string name;
+  bool all = false;               // run every job in turn
+  std::vector<std::string> args;  // the sync options given after the name
+  bool quiet = false, verbose = false;
+};
+int runJobs(const JobsOptions& o, std::ostream& out, std::ostream& err);
 
 }  // namespace dossync::app

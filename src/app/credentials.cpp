@@ -136,8 +136,15 @@ Credentials resolveCredentials(const std::string& outlook, const std::string& pr
   return c;
 }
 
+namespace {
+bool gPromptAllowed = true;
+}  // namespace
+
+void allowPasswordPrompt(bool allowed) { gPromptAllowed = allowed; }
+bool passwordPromptAllowed() { return gPromptAllowed; }
+
 bool promptPassword(const std::string& question, std::string* password) {
-  if (!::isatty(STDIN_FILENO)) return false;
+  if (!gPromptAllowed || !::isatty(STDIN_FILENO)) return false;
   // Echo is off before the question is asked: nothing typed after it is ever shown.
   termios before{};
   bool quiet = ::tcgetattr(STDIN_FILENO, &before) == 0;

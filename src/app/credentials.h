@@ -42,8 +42,11 @@ Credentials resolveCredentials(const std::string& outlook, const std::string& pr
                                const PasswordOptions& given);
 
 // Asks for a password on standard error and reads it from standard input without echo;
-// answers false when standard input is not a terminal.
+// answers false when standard input is not a terminal, or prompts are not allowed.
 bool promptPassword(const std::string& question, std::string* password);
+// Whether promptPassword may ask (true until set otherwise): a named job never does.
+void allowPasswordPrompt(bool allowed);
+bool passwordPromptAllowed();
 
 // Overwrites the value of every --password option in argv (after parsing), so that ps shows
 // it no longer.

@@ -132,6 +132,11 @@ int64_t insert(Database& db, const std::string& table, const std::vector<std::st
   return db.engine().insertedKey(st->engineStatement());
 }
 
+int64_t count(Database& db, const std::string& query) {
+  sql::StatementUse st(db.cached(query));
+  return st->step() ? st->columnInt(0) : 0;
+}
+
 }  // namespace
 
 DemoSummary fillDemoPractice(const std::string& path, const DemoOptions& options) {
@@ -139,10 +144,23 @@ DemoSummary fillDemoPractice(const std::string& path, const DemoOptions& options
   Database& db = *opened;
   Random r(options.seed);
   DemoSummary sum;
+  int64_t companiesBefore = count(db, "SELECT COUNT(*) FROM Companies;");
+  if (companiesBefore > 0 && !options.append)
+    throw RuntimeError(kInvalidProcedureCall,
+                       databases::displayName(path) + " already holds " +
+                           std::to_string(companiesBefore) +
+                           " companies: give --append to add a demo practice to them");
   db.exec("BEGIN;");
 
-  // Categories: two trees and the host's own category.
+  // Categories: two trees and the host's own category; those a practice appended to already
+  // has are used again.
   auto category = [&](const std::string& name, std::optional<int64_t> parent) {
+    sql::StatementUse find(db.cached(
+        "SELECT CategoryID FROM Categories WHERE CategoryName = ?1 AND " +
+        std::string(parent ? "CategoryNum = ?2;" : "CategoryNum IS NULL;")));
+    find->bind(1, text(name));
+    if (parent) find->bind(2, integer(*parent));
+    if (find->step()) return find->columnInt(0);
     ++sum.categories;
     return insert(db, "Categories", {"CategoryName", "CategoryNum"},
                   {text(name), parent ? integer(*parent) : null()});
@@ -156,25 +174,34 @@ DemoSummary fillDemoPractice(const std::string& path, const DemoOptions& options
   int64_t banks = category("Banks", suppliers);
   int64_t lawyers = category("Lawyers", suppliers);
   int64_t hostCat = category("Dossiera clients", std::nullopt);
-  insert(db, "HostCategory", {"CategoryNum", "CategoryName"},
-         {integer(hostCat), text("Dossiera clients")});
+  if (count(db, "SELECT COUNT(*) FROM HostCategory;") == 0)
+    insert(db, "HostCategory", {"CategoryNum", "CategoryName"},
+           {integer(hostCat), text("Dossiera clients")});
   const std::array<int64_t, 8> companyCategories = {corporations, holding, soleProps, partnerships,
                                                     banks,        lawyers, hostCat,   clients};
 
-  insert(
-      db, "CustomAddressFields",
-      {"ContactLabel1", "ContactLabel2", "ContactLabel3", "ContactLabel4", "ContactLabel5"},
-      {text("Client Since"), text("Referred By"), text("Preferred Contact"), text(""), text("")});
-  insert(db, "CustomFields",
-         {"RemittanceCustomInfo1", "RemittanceCustomInfo2", "RemittanceCustomInfo3",
-          "RemittanceCustomInfo4", "RemittanceCustomInfo5", "RemittanceCustomType1",
-          "RemittanceCustomType2", "RemittanceCustomType3", "RemittanceCustomType4",
-          "RemittanceCustomType5"},
-         {text("BUSINESSPHONE_MAIN"), text("BusinessEmail"), text("BIRTHDAY"), text("Fee"),
-          text(""), integer(3), integer(3), integer(3), integer(1), integer(0)});
+  if (count(db, "SELECT COUNT(*) FROM CustomAddressFields;") == 0) {
+    insert(
+        db, "CustomAddressFields",
+        {"ContactLabel1", "ContactLabel2", "ContactLabel3", "ContactLabel4", "ContactLabel5"},
+        {text("Client Since"), text("Referred By"), text("Preferred Contact"), text(""), text("")});
+  }
+  if (count(db, "SELECT COUNT(*) FROM CustomFields;") == 0) {
+    insert(db, "CustomFields",
+           {"RemittanceCustomInfo1", "RemittanceCustomInfo2", "RemittanceCustomInfo3",
+            "RemittanceCustomInfo4", "RemittanceCustomInfo5", "RemittanceCustomType1",
+            "RemittanceCustomType2", "RemittanceCustomType3", "RemittanceCustomType4",
+            "RemittanceCustomType5"},
+           {text("BUSINESSPHONE_MAIN"), text("BusinessEmail"), text("BIRTHDAY"), text("Fee"),
+            text(""), integer(3), integer(3), integer(3), integer(1), integer(0)});
+  }
 
   std::vector<int64_t> companyIds;
   std::unordered_set<std::string> usedNames;
+  if (companiesBefore > 0) {
+    sql::StatementUse names(db.cached("SELECT CompanyName FROM Companies;"));
+    while (names->step()) usedNames.insert(names->column(0).s);
+  }
   for (int32_t n = 0; n < options.companies; ++n) {
     const City& c = r.pick(kDemoCities);
     bool foreign = r.chance(8);

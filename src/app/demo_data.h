@@ -28,13 +28,15 @@ struct DemoOptions {
   uint64_t seed = 1;
   int32_t minContacts = 0;  // contacts per company, inclusive range
   int32_t maxContacts = 4;
+  bool append = false;  // into a practice that already has companies (refused otherwise)
 };
 
 struct DemoSummary {
   int32_t categories = 0, companies = 0, contacts = 0, clients = 0, scheduleRows = 0;
 };
 
-// Fills an existing, empty host database (see createHostDatabase) in one transaction.
+// Fills an existing host database (see createHostDatabase) in one transaction. Throws
+// RuntimeError when it already has companies and options.append is not set.
 DemoSummary fillDemoPractice(const std::string& hostDbPath, const DemoOptions& options);
 
 }  // namespace dossync::app

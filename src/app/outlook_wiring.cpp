@@ -155,8 +155,13 @@ int checkServerLogon(Credentials& c, Session* held, std::ostream& err) {
   } catch (const RuntimeError& e) {
     if (e.number() != kLogonFailed) return reportFailure(err, e, kExitFailure);
     err << "dossync: " << e.description() << "\n";
-    err << "dossync: give the password with --password-file, --password-command or "
-           "DOSSYNC_PASSWORD (or in ~/.netrc)\n";
+    if (passwordPromptAllowed()) {
+      err << "dossync: give the password with --password-file, --password-command or "
+             "DOSSYNC_PASSWORD (or in ~/.netrc)\n";
+    } else {
+      err << "dossync: a job never asks for a password: give password-file or password-command "
+             "in its table of the config file (or DOSSYNC_PASSWORD, ~/.netrc)\n";
+    }
     return kExitFailure;
   }
   return kExitOk;

@@ -96,7 +96,7 @@ int refuseMistakenDatabases(const std::string& hostDb, const std::string& syncDb
 }
 
 int prepareStore(const std::string& spec, const std::string& profile, StoreUse use,
-                 bool& present, std::ostream& err) {
+                 bool& present, std::ostream& err, bool quiet) {
   present = true;
   if (isServerStore(spec)) return kExitOk;  // its local copy is dossync's own
   fs::path root;
@@ -135,7 +135,7 @@ int prepareStore(const std::string& spec, const std::string& profile, StoreUse u
         << ec.message() << "\n";
     return kExitFailure;
   }
-  err << "dossync: made the folder " << root.string() << " for the Outlook store\n";
+  if (!quiet) err << "dossync: made the folder " << root.string() << " for the Outlook store\n";
   return kExitOk;
 }
 

@@ -24,10 +24,10 @@ enum class StoreUse { Read, Write };
 // For a vdir store (--outlook vdir:DIR, or the default one): Read answers whether there is a
 // store to read (false: nothing to read, and the store is not to be opened, since opening
 // makes it); a store given by the user that is not there at all is an error then. Write makes
-// the folder of a given store when its parent folder exists, saying so on err. Answers
-// kExitOk with `present` set, or an exit code after saying why on err.
+// the folder of a given store when its parent folder exists, saying so on err (unless quiet).
+// Answers kExitOk with `present` set, or an exit code after saying why on err.
 int prepareStore(const std::string& outlookSpec, const std::string& profile, StoreUse use,
-                 bool& present, std::ostream& err);
+                 bool& present, std::ostream& err, bool quiet = false);
 
 // Why a window cannot be opened here ("" when it can): QT_QPA_PLATFORM, DISPLAY and
 // WAYLAND_DISPLAY as Qt reads them.

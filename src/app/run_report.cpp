@@ -5,6 +5,7 @@
 #include <fstream>
 #include <string_view>
 
+#include "app/cli.h"
 #include "app/outlook_wiring.h"
 #include "report/report_file.h"
 
@@ -32,6 +33,7 @@ std::shared_ptr<report::RunRecorder> makeReportingRecorder(const std::string& ou
                                                            const report::ReportLimits& limits,
                                                            std::shared_ptr<RunOutcome> outcome) {
   auto recorder = std::make_shared<report::RunRecorder>();
+  recorder->setSetting("tool", versionLine());  // which version wrote the report
   auto folder = std::make_shared<std::filesystem::path>();
   auto openError = std::make_shared<std::string>();
   recorder->open = [outlookSpec, profile = std::move(profile), folder,

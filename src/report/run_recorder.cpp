@@ -354,6 +354,7 @@ void RunRecorder::recordFinished() {
   }
   inRecord_ = false;
   plan_.counts->add(*r);
+  if (recordDone) recordDone(*r);
   if (r->errors.empty()) ++groupActions_[indexOf(r->action, RunCounts::kActionNames, RunCounts::kActions)];
   bool listed = (preview_ && previewAll_) || worthListing(*r);
   if (ItemPairing* p = currentPairing_) {

@@ -38,6 +38,8 @@ class RunRecorder : public IRunObserver {
   // why writing it failed ("" it did not; the file is then left as far as it got).
   std::function<void(RunPlan&, const std::filesystem::path& file, const std::string& error)>
       finished;
+  // Each record when it is done, its action known (before it is written), listed or not.
+  std::function<void(const RecordPlan&)> recordDone;
   // The last run's plan: a preview's with its records (read back), a real run's counts.
   const RunPlan& plan() const { return plan_; }
 
