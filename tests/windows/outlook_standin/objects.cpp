@@ -15,6 +15,9 @@ namespace {
 using win32::Variant;
 
 std::atomic<long> g_live{0};
+// Reads of the properties Outlook's object model guard asks the user about (e-mail addresses,
+// the notes) since the process started: a run that writes to Outlook must make none.
+std::atomic<long> g_guardedReads{0};
 
 bool isPut(WORD flags) {
   return (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) != 0;
@@ -157,6 +160,9 @@ class ContactObject final : public ItemObject {
       return DISP_E_MEMBERNOTFOUND;
     const auto p = static_cast<outlook::ContactProperty>(id - kText);
     if (put) return contact_->set(p, assigned(params).toString()), S_OK;
+    using P = outlook::ContactProperty;
+    if (p == P::Email1Address || p == P::Email2Address || p == P::Email3Address || p == P::Body)
+      ++g_guardedReads;
     return answer(result, Variant(contact_->get(p)));
   }
 
@@ -502,10 +508,11 @@ class ApplicationObject final : public Object {
     addMember(L"CreateItem", kCreateItem);
     addMember(L"Quit", kQuit);
     addMember(L"Name", kName);
+    addMember(L"GuardedReads", kGuardedReads);  // the stand-in's own, for the tests
   }
 
  private:
-  enum : DISPID { kGetNamespace = 1, kSession, kCreateItem, kQuit, kName };
+  enum : DISPID { kGetNamespace = 1, kSession, kCreateItem, kQuit, kName, kGuardedReads };
   HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
     if (isPut(flags)) return DISP_E_MEMBERNOTFOUND;
     switch (id) {
@@ -521,6 +528,8 @@ class ApplicationObject final : public Object {
         return S_OK;
       case kName:
         return answer(result, Variant("Outlook"));
+      case kGuardedReads:
+        return answer(result, Variant(static_cast<int32_t>(g_guardedReads.load())));
       default:
         break;
     }
