@@ -6,6 +6,8 @@
 #   component      a VBScript host drives clsOutlookSynchronization, its services written as
 #                  VBScript classes, and synchronises a demo practice into the Outlook stand-in's
 #                  folder, which dossync on Linux then reads back
+#   registered dialog  a progress dialog registered as kvdlgbox3.outlookDialog (the stand-in's)
+#                  is made by its ProgID and set by its type information
 #   send mail      a VBScript host composes a draft through clsOutlookSendMail and the stand-in
 #   com clients    C++ clients bound early, bound late, and sinking ExitProgram
 #   wizard         the wizard seen from the VBScript host, and driven through its windows by a
@@ -122,6 +124,16 @@ if [[ -n "$report" ]] && grep -aq '"records":[0-9]' "$report" && [[ -f "${report
 else
   fail "no report of the host's run under $WINEPREFIX/drive_c/users/*/AppData/Local/dossync"
 fi
+
+# ---- The message-box library's own progress dialog, registered (the stand-in's, for this test
+# alone): the component reaches it through its type information.
+dialog='{7A9A54EF-A4EC-444D-BF86-22A4D602E2A0}'
+wrun reg add "HKCR\\CLSID\\$dialog\\InprocServer32" /ve /d "$(winpath "$build/outlook_standin.dll")" /f >/dev/null
+wrun reg add "HKCR\\CLSID\\$dialog\\InprocServer32" /v ThreadingModel /d Apartment /f >/dev/null
+wrun reg add "HKCR\\kvdlgbox3.outlookDialog\\CLSID" /ve /d "$dialog" /f >/dev/null
+script "registered dialog" dialog_test.vbs "$(winpath "$work")" $companies
+wrun reg delete "HKCR\\kvdlgbox3.outlookDialog" /f >/dev/null
+wrun reg delete "HKCR\\CLSID\\$dialog" /f >/dev/null
 
 # ---- The mail sender from VBScript.
 script "send mail" send_mail_test.vbs "$(winpath "$work")"

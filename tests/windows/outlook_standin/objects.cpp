@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/error.h"
+#include "dialog.h"
 #include "platform/win32/automation.h"
 
 namespace dossync::standin {
@@ -509,10 +510,19 @@ class ApplicationObject final : public Object {
     addMember(L"Quit", kQuit);
     addMember(L"Name", kName);
     addMember(L"GuardedReads", kGuardedReads);  // the stand-in's own, for the tests
+    addMember(L"DialogLog", kDialogLog);
   }
 
  private:
-  enum : DISPID { kGetNamespace = 1, kSession, kCreateItem, kQuit, kName, kGuardedReads };
+  enum : DISPID {
+    kGetNamespace = 1,
+    kSession,
+    kCreateItem,
+    kQuit,
+    kName,
+    kGuardedReads,
+    kDialogLog
+  };
   HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
     if (isPut(flags)) return DISP_E_MEMBERNOTFOUND;
     switch (id) {
@@ -530,6 +540,8 @@ class ApplicationObject final : public Object {
         return answer(result, Variant("Outlook"));
       case kGuardedReads:
         return answer(result, Variant(static_cast<int32_t>(g_guardedReads.load())));
+      case kDialogLog:
+        return answer(result, Variant(dialogLog()));
       default:
         break;
     }

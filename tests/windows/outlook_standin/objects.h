@@ -14,7 +14,7 @@
 // Attachments Count, Add, Item; Attachment DisplayName, PathName, FileName; AppointmentItem
 // Start, End, Subject, Location, Send. Application.GuardedReads is the stand-in's own: how many
 // times this process read a contact's e-mail addresses or notes (what Outlook's guard asks
-// about).
+// about); Application.DialogLog, what the last progress dialog stand-in was told (dialog.h).
 //
 // Thread use: the apartment's one thread. liveObjects counts the wrappers alive (atomic), for
 // DllCanUnloadNow.
