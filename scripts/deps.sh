@@ -13,7 +13,7 @@ TEST_PACKAGES=(python3 python3-vobject khard python3-aiosmtpd python3-icalendar
 CARDDAV_PACKAGES=(python3 radicale)
 # ./test --windows: the cross build and Wine to run it; the ODBC back end also builds on Linux.
 WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools libwine-dev
-  wine64 unixodbc odbcinst libsqliteodbc xvfb sqlite3)
+  wine64 unixodbc odbcinst libsqliteodbc xvfb sqlite3 msitools wixl zip)
 # ./run demo-postgres: a PostgreSQL cluster of its own.
 POSTGRES_PACKAGES=(python3 postgresql-15)
 

@@ -38,12 +38,17 @@ class ClassFactory final : public IClassFactory {
     if (!out) return E_POINTER;
     *out = nullptr;
     if (outer) return CLASS_E_NOAGGREGATION;
-    wireBackEnds();
-    T* object = new (std::nothrow) T();
-    if (!object) return E_OUTOFMEMORY;
-    HRESULT hr = object->QueryInterface(iid, out);
-    object->Release();
-    return hr;
+    try {
+      wireBackEnds();
+      T* object = new T();
+      HRESULT hr = object->QueryInterface(iid, out);
+      object->Release();
+      return hr;
+    } catch (const std::bad_alloc&) {
+      return E_OUTOFMEMORY;
+    } catch (...) {
+      return E_UNEXPECTED;
+    }
   }
   HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {
     lockServer(lock != FALSE);

@@ -84,11 +84,26 @@ class DualObject : public Itf, public IProvideClassInfo2, public ISupportErrorIn
   DualObject(const IID& iid, const CLSID& clsid)
       : iid_(iid), clsid_(clsid), typeInfo_(typeInfo(iid)) {
     objectCreated();
+    apartmentObjectCreated();
   }
   virtual ~DualObject() {
     if (typeInfo_) typeInfo_->Release();
+    apartmentObjectDestroyed();
     objectDestroyed();
   }
+  // Holds the object for the length of a call into the component: a host may let go of its
+  // last reference while the component is still at work below the call (in its ExitProgram
+  // handler, say); the object goes when the call has returned.
+  class Hold {
+   public:
+    explicit Hold(DualObject* object) : object_(object) { object_->AddRef(); }
+    ~Hold() { object_->Release(); }
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+
+   private:
+    DualObject* object_;
+  };
   // Another interface of the object (not AddRef'd), or nullptr.
   virtual void* queryMore(REFIID) { return nullptr; }
   // The class's default event interface; GUID_NULL when it has none.

@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "base/platform.h"
+#include "com_server/module.h"
+#include "com_server/registered_dialog.h"
 #include "core/apartment.h"
 #include "interfaces/progress.h"
 #include "interfaces/wizard_host.h"
@@ -113,6 +115,7 @@ class StartHandler final : public win32::DispatchServer {
 
  private:
   std::function<void()> work_;
+  ModuleReference module_;  // the dialog holds it, and may hold it past the run
 };
 
 class AutomationProgressDialog final : public IProgressDialog {
@@ -219,21 +222,46 @@ HWND ownerWindow(const ObjectPtr& owner) {
   }
 }
 
+// Without a dialog to show, the run still goes: show() does the work at once.
+class NoProgressDialog final : public ProgressDialogBase {
+ public:
+  void show() override {
+    if (auto start = start_) start();
+  }
+  void setStatus(const std::string&) override {}
+  void close() override { start_ = nullptr; }
+};
+
+// The dialog the host's library registered; else the one its message box service makes; else
+// none, and the error is recorded with the host's error service (not shown: the run goes on).
+ObjectPtr newProgressDialog() {
+  std::string why;
+  try {
+    if (auto dialog = registeredProgressDialog(L"kvdlgbox3.outlookDialog")) return dialog;
+    why = "kvdlgbox3.outlookDialog is not registered";
+  } catch (const RuntimeError& e) {
+    why = e.description();
+  }
+  try {
+    auto box = std::dynamic_pointer_cast<AutomationMessageBox>(apartment().msgBox);
+    if (!box) throw RuntimeError(kObjectVariableNotSet, "no message box service (MsgboxClass)");
+    auto d = box->dispatch().call("CreateProgressDialog").toDispatch();
+    if (!d) throw RuntimeError(kObjectRequired, "MsgboxClass.CreateProgressDialog answered none");
+    return std::make_shared<AutomationProgressDialog>(d.get());
+  } catch (const RuntimeError& e) {
+    why += "; " + e.description();
+  }
+  if (auto errors = apartment().errorService)
+    errors->recordError(RuntimeError(kCannotCreateObject,
+                                     "No progress dialog, synchronising without one: " + why,
+                                     "kvoutlookdx.dll-clsOutlookSynchronization-Synchronize"));
+  return std::make_shared<NoProgressDialog>();
+}
+
 }  // namespace
 
 void registerHostClasses() {
-  platform::registerClass(kProgressDialogClass, []() -> ObjectPtr {
-    auto box = std::dynamic_pointer_cast<AutomationMessageBox>(apartment().msgBox);
-    if (!box)
-      throw RuntimeError(kObjectVariableNotSet,
-                         "No message box service (MsgboxClass) to show the progress dialog");
-    Variant dialog = box->dispatch().call("CreateProgressDialog");
-    auto d = dialog.toDispatch();
-    if (!d)
-      throw RuntimeError(kObjectRequired,
-                         "MsgboxClass.CreateProgressDialog answered no progress dialog");
-    return std::make_shared<AutomationProgressDialog>(d.get());
-  });
+  platform::registerClass(kProgressDialogClass, [] { return newProgressDialog(); });
   win32ui::registerWin32Wizard(ownerWindow);
 }
 

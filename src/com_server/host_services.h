@@ -23,10 +23,12 @@
 // ownerDispatch gives the IDispatch the host knows for either (the component's COM object is
 // registered with registerComponentObject for as long as it lives).
 //
-// registerHostClasses makes the platform answer the progress dialog class from the current
-// message box service and the wizard form with the Win32 view, modal over the window of the
-// host's MDIForm (its hWnd) when it has one; useWindowsUi
-// gives the calling thread's apartment Windows' message pump and mouse pointer.
+// registerHostClasses makes the platform answer the progress dialog class with the message-box
+// library's own dialog where its ProgID is registered (registered_dialog.h), else with the one
+// the current message box service makes, else with none: the run then goes on without a
+// dialog and the error is recorded (RecordError, not reported); and the wizard form with the
+// Win32 view, modal over the window of the host's MDIForm (its hWnd) when it has one.
+// useWindowsUi gives the calling thread's apartment Windows' message pump and mouse pointer.
 // Thread use: the host's single-threaded apartment.
 #pragma once
 

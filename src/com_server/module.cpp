@@ -1,5 +1,7 @@
 #include "com_server/module.h"
 
+#include <olectl.h>
+
 #include <atomic>
 #include <mutex>
 
@@ -7,6 +9,7 @@
 #include "com_server/registration.h"
 #include "com_server/send_mail_object.h"
 #include "com_server/sync_object.h"
+#include "core/apartment.h"
 #include "kvoutlookdx_h.h"
 
 namespace dossync::com {
@@ -15,6 +18,7 @@ namespace {
 HMODULE g_module = nullptr;
 std::atomic<long> g_objects{0};
 std::atomic<long> g_locks{0};
+thread_local long t_apartmentObjects = 0;
 }  // namespace
 
 HMODULE moduleHandle() {
@@ -44,6 +48,24 @@ void lockServer(bool lock) {
 }
 bool canUnload() {
   return g_objects == 0 && g_locks == 0;
+}
+
+void apartmentObjectCreated() noexcept {
+  ++t_apartmentObjects;
+}
+
+void apartmentObjectDestroyed() noexcept {
+  if (--t_apartmentObjects > 0) return;
+  // What was written in groups is committed before the connections close; what cannot be
+  // committed now has no procedure left to report it to.
+  try {
+    apartment().idleDatabases(true);
+  } catch (...) {
+  }
+  try {
+    resetApartment();
+  } catch (...) {
+  }
 }
 
 ITypeLib* typeLibrary() {
@@ -80,6 +102,7 @@ extern "C" HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID clsid, REFIID iid, 
   if (!out) return E_POINTER;
   *out = nullptr;
   IClassFactory* factory = nullptr;
+  // Nothing below throws; the factory's own members catch what the objects they make throw.
   if (IsEqualCLSID(clsid, CLSID_clsOutlookSynchronization))
     factory = new (std::nothrow) ClassFactory<SyncObject>();
   else if (IsEqualCLSID(clsid, CLSID_clsOutlookSendMail))
@@ -97,9 +120,17 @@ extern "C" HRESULT STDAPICALLTYPE DllCanUnloadNow() {
 }
 
 extern "C" HRESULT STDAPICALLTYPE DllRegisterServer() {
-  return registerServer();
+  try {
+    return registerServer();
+  } catch (...) {
+    return SELFREG_E_CLASS;
+  }
 }
 
 extern "C" HRESULT STDAPICALLTYPE DllUnregisterServer() {
-  return unregisterServer();
+  try {
+    return unregisterServer();
+  } catch (...) {
+    return SELFREG_E_CLASS;
+  }
 }

@@ -2,7 +2,14 @@
 // and server locks (DllCanUnloadNow), the type library carried as resource TYPELIB 1, and the
 // one-time wiring of the back ends the component uses on Windows (databases over ODBC, Outlook
 // by automation, the host's progress dialog, the wizard).
-// Thread use: objects live in the host's single-threaded apartment; the counters are atomic.
+//
+// Every object of ours a host or another server holds counts in DllCanUnloadNow: the public
+// classes and their factories, the selection collection, the progress dialog's start handler.
+// The public classes also count per thread: when the last of them on a thread goes, that
+// thread's shared state goes with it (pending writes committed, the databases' connections
+// closed, the host's services released), so that nothing keeps a practice's file locked.
+// Thread use: objects live in the host's single-threaded apartment; the module's counters are
+// atomic, the per-thread count is the thread's own.
 #pragma once
 
 #include <windows.h>
@@ -20,6 +27,20 @@ void objectCreated();
 void objectDestroyed();
 void lockServer(bool lock);
 bool canUnload();
+
+// Counts in DllCanUnloadNow for as long as it lives: a member of each object handed out.
+class ModuleReference {
+ public:
+  ModuleReference() { objectCreated(); }
+  ~ModuleReference() { objectDestroyed(); }
+  ModuleReference(const ModuleReference&) = delete;
+  ModuleReference& operator=(const ModuleReference&) = delete;
+};
+
+// A public object (clsOutlookSynchronization, clsOutlookSendMail) was made or destroyed on the
+// calling thread; the last one destroyed releases the thread's shared state. Never throws.
+void apartmentObjectCreated() noexcept;
+void apartmentObjectDestroyed() noexcept;
 
 // The type library, loaded once from the DLL's own resource; nullptr when it cannot be
 // (then the interfaces answer E_FAIL to GetTypeInfo and their Invoke).

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "base/error.h"
+#include "com_server/module.h"
 #include "platform/win32/automation.h"
 
 namespace dossync::com {
@@ -97,6 +98,7 @@ class SelectionObject final : public win32::DispatchServer {
   }
 
   std::shared_ptr<SelectionCollection> selection_;
+  ModuleReference module_;  // a host may keep the collection after the component
 };
 
 }  // namespace

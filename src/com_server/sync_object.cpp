@@ -44,16 +44,19 @@ class SyncObject::EventPoint final : public IConnectionPoint {
     container_->AddRef();
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE Advise(IUnknown* sink, DWORD* cookie) override {
+  HRESULT STDMETHODCALLTYPE Advise(IUnknown* sink, DWORD* cookie) override try {
     if (!sink || !cookie) return E_POINTER;
     IDispatch* d = nullptr;
     if (FAILED(
             sink->QueryInterface(DIID___clsOutlookSynchronization, reinterpret_cast<void**>(&d))) &&
         FAILED(sink->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&d))))
       return CONNECT_E_CANNOTCONNECT;
-    sinks_.push_back({nextCookie_, win32::ComPtr<IDispatch>::adopt(d)});
+    auto held = win32::ComPtr<IDispatch>::adopt(d);
+    sinks_.push_back({nextCookie_, held});
     *cookie = nextCookie_++;
     return S_OK;
+  } catch (...) {
+    return E_OUTOFMEMORY;
   }
   HRESULT STDMETHODCALLTYPE Unadvise(DWORD cookie) override {
     auto it = std::find_if(sinks_.begin(), sinks_.end(),
@@ -114,6 +117,7 @@ void* SyncObject::queryMore(REFIID iid) {
 // ---- Properties.
 
 HRESULT SyncObject::get_companyCollection(IDispatch** value) {
+  Hold hold(this);
   if (!value) return E_POINTER;
   *value = nullptr;
   guard([&] {
@@ -131,6 +135,7 @@ HRESULT SyncObject::get_companyCollection(IDispatch** value) {
 }
 
 HRESULT SyncObject::putref_companyCollection(IDispatch* value) {
+  Hold hold(this);
   guard([&] {
     collection_ = win32::ComPtr<IDispatch>(value);
     auto ours = value ? selectionOf(value) : nullptr;
@@ -142,43 +147,52 @@ HRESULT SyncObject::putref_companyCollection(IDispatch* value) {
 }
 
 HRESULT SyncObject::putref_errorClass(IDispatch* value) {
+  Hold hold(this);
   guard([&] { component_->setErrorClass(errorServiceFor(value)); });
   return S_OK;
 }
 
 HRESULT SyncObject::putref_MsgboxClass(IDispatch* value) {
+  Hold hold(this);
   guard([&] { component_->setMsgboxClass(messageBoxFor(value)); });
   return S_OK;
 }
 
 HRESULT SyncObject::putref_MDIForm(IDispatch* value) {
+  Hold hold(this);
   guard([&] { component_->setMDIForm(hostObject(value)); });
   return S_OK;
 }
 
 #define DOSSYNC_TEXT_PROPERTY(Name, getter, setter)              \
   HRESULT SyncObject::put_##Name(BSTR value) {                   \
+    Hold hold(this);                                             \
     guard([&] { component_->setter(win32::narrow(value)); });    \
     return S_OK;                                                 \
   }                                                              \
   HRESULT SyncObject::get_##Name(BSTR* value) {                  \
+    Hold hold(this);                                             \
     return outText(value, [&] { return component_->getter(); }); \
   }
 #define DOSSYNC_BOOL_PROPERTY(Name, getter, setter)              \
   HRESULT SyncObject::put_##Name(VARIANT_BOOL value) {           \
+    Hold hold(this);                                             \
     guard([&] { component_->setter(value != VARIANT_FALSE); });  \
     return S_OK;                                                 \
   }                                                              \
   HRESULT SyncObject::get_##Name(VARIANT_BOOL* value) {          \
+    Hold hold(this);                                             \
     return outBool(value, [&] { return component_->getter(); }); \
   }
 #define DOSSYNC_LONG_PROPERTY(Name, Type, getter, setter)             \
   HRESULT SyncObject::put_##Name(Type value) {                        \
+    Hold hold(this);                                                  \
     guard([&] { component_->setter(static_cast<int32_t>(value)); });  \
     return S_OK;                                                      \
   }                                                                   \
   HRESULT SyncObject::get_##Name(Type* value) {                       \
     if (!value) return E_POINTER;                                     \
+    Hold hold(this);                                                  \
     *value = static_cast<Type>(0);                                    \
     guard([&] { *value = static_cast<Type>(component_->getter()); }); \
     return S_OK;                                                      \
@@ -210,26 +224,31 @@ DOSSYNC_LONG_PROPERTY(SchemeID, LONG, SchemeID, setSchemeID)
 #undef DOSSYNC_LONG_PROPERTY
 
 HRESULT SyncObject::get_FailedToInitializeFlag(VARIANT_BOOL* value) {
+  Hold hold(this);
   return outBool(value, [&] { return component_->FailedToInitializeFlag(); });
 }
 
 // ---- Methods.
 
 HRESULT SyncObject::openMainDatabase(BSTR fileName, VARIANT_BOOL* result) {
+  Hold hold(this);
   return outBool(result, [&] { return component_->openMainDatabase(win32::narrow(fileName)); });
 }
 
 HRESULT SyncObject::resetOutlookSchemeToDefault() {
+  Hold hold(this);
   guard([&] { component_->resetOutlookSchemeToDefault(); });
   return S_OK;
 }
 
 HRESULT SyncObject::openSynchForm() {
+  Hold hold(this);
   guard([&] { component_->openSynchForm(); });
   return S_OK;
 }
 
 HRESULT SyncObject::Synchronize(VARIANT_BOOL* result) {
+  Hold hold(this);
   return outBool(result, [&] {
     takeHostSelection();
     return component_->Synchronize();
@@ -237,10 +256,12 @@ HRESULT SyncObject::Synchronize(VARIANT_BOOL* result) {
 }
 
 HRESULT SyncObject::StartOutlook(VARIANT_BOOL* result) {
+  Hold hold(this);
   return outBool(result, [&] { return component_->StartOutlook(); });
 }
 
 HRESULT SyncObject::StopOutlook(VARIANT_BOOL* result) {
+  Hold hold(this);
   return outBool(result, [&] { return component_->StopOutlook(); });
 }
 
@@ -254,10 +275,10 @@ void SyncObject::takeHostSelection() {
   component_->setCompanyCollection(selection);
 }
 
+// The call that raised it holds the object (Hold): a sink that releases the host's last
+// reference leaves the object alive until that call has returned.
 void SyncObject::fireExitProgram() {
-  AddRef();  // a sink may release the host's last reference
   events_->fire();
-  Release();
 }
 
 // ---- IConnectionPointContainer.

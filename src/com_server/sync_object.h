@@ -11,7 +11,9 @@
 // (selection_object.h); a host may set its own instead, whose items (Count, Item(1..Count))
 // are read when Synchronize starts.
 //
-// Ownership: COM reference counting; the component lives as long as this object.
+// Ownership: COM reference counting; the component lives as long as this object. Each member
+// holds the object for the length of its call (Hold), so that a host may release its last
+// reference in its ExitProgram handler while the component is still at work.
 // Thread use: created and called in the host's single-threaded apartment.
 #pragma once
 

@@ -1,4 +1,6 @@
-# kvoutlookdx.dll: the component as an in-process COM server (included by cmake/windows.cmake).
+# kvoutlookdx64.dll (x86_64) or kvoutlookdx32.dll (i686): the component as an in-process COM
+# server (included by cmake/windows.cmake). The bits in the name tell an installer's two files
+# apart; the VERSIONINFO carries the project's version.
 # The type library is compiled from kvoutlookdx.idl with widl into a header, the interface
 # kvoutlookdx.tlb, which the DLL carries as resource TYPELIB 1.
 set(KV_IDL ${CMAKE_SOURCE_DIR}/src/com_server/kvoutlookdx.idl)
@@ -7,9 +9,13 @@ set(KV_TLB ${KV_GEN}/kvoutlookdx.tlb)
 file(MAKE_DIRECTORY ${KV_GEN})
 if(CMAKE_SIZEOF_VOID_P EQUAL 8)
   set(KV_WIDL_ARCH --win64)
+  set(KV_BITS 64)
 else()
   set(KV_WIDL_ARCH --win32)
+  set(KV_BITS 32)
 endif()
+set(KV_FILE_NAME kvoutlookdx${KV_BITS}.dll)
+set(KV_VERSION_COMMAS ${PROJECT_VERSION_MAJOR},${PROJECT_VERSION_MINOR},${PROJECT_VERSION_PATCH},0)
 # oaidl.idl and friends come with Wine's development files; stdole2.tlb with Wine.
 set(KV_IDL_INCLUDE /usr/include/wine/wine/windows)
 set(KV_STDOLE_DIR /usr/lib/x86_64-linux-gnu/wine/x86_64-windows)
@@ -34,7 +40,7 @@ add_dependencies(kvoutlookdx_guids kvoutlookdx_idl)
 file(GLOB KV_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/com_server/*.cpp)
 add_library(kvoutlookdx SHARED ${KV_SOURCES} ${KV_GEN}/kvoutlookdx.rc
             ${CMAKE_SOURCE_DIR}/src/com_server/kvoutlookdx.def)
-set_target_properties(kvoutlookdx PROPERTIES PREFIX "" OUTPUT_NAME kvoutlookdx)
+set_target_properties(kvoutlookdx PROPERTIES PREFIX "" OUTPUT_NAME kvoutlookdx${KV_BITS})
 add_dependencies(kvoutlookdx kvoutlookdx_idl dossync_check_layers)
 # The modules the server uses (cmake/modules.txt).
 foreach(used IN LISTS DOSSYNC_USES_com_server)

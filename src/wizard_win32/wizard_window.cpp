@@ -568,7 +568,13 @@ LRESULT CALLBACK WizardWindow::windowProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM
   } else {
     self = reinterpret_cast<WizardWindow*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
   }
-  if (self && self->hwnd_ == hwnd) return self->handle(msg, wp, lp);
+  // Nothing may unwind through user32 (the i686 build's DWARF frames cannot pass it, and the
+  // host would end): what a message's handling throws ends that message's handling alone.
+  try {
+    if (self && self->hwnd_ == hwnd) return self->handle(msg, wp, lp);
+  } catch (...) {
+    return 0;
+  }
   return DefDlgProcW(hwnd, msg, wp, lp);
 }
 

@@ -1,7 +1,8 @@
 // C++ clients of kvoutlookdx.dll under Wine: one bound early through the type library's header
 // (vtable calls), one bound late (GetIDsOfNames and Invoke only, as a scripting host does), and
-// one that sinks the ExitProgram event through the connection point; and dossync's Outlook by
-// automation over the Outlook stand-in, deleting a contact it made.
+// one that sinks the ExitProgram event through the connection point; what keeps the DLL loaded
+// (DllCanUnloadNow), a host releasing the component in its ExitProgram handler included; and
+// dossync's Outlook by automation over the Outlook stand-in, deleting a contact it made.
 // Usage: com_clients.exe HOST_DB   (a demo practice, Windows path). Prints "OK com clients"
 // when every check held; exits 1 otherwise.
 #include <windows.h>
@@ -9,6 +10,7 @@
 
 #include <cstdio>
 #include <string>
+#include <utility>
 
 #include "backends/outlook_com/outlook_automation.h"
 #include "kvoutlookdx_h.h"
@@ -20,6 +22,19 @@ using dossync::win32::Dispatch;
 using dossync::win32::Variant;
 
 namespace {
+
+const wchar_t* const kComponentDll =
+    sizeof(void*) == 8 ? L"kvoutlookdx64.dll" : L"kvoutlookdx32.dll";
+
+// A run without a host database: an error inside the run, which the error service answers.
+void failARun(_clsOutlookSynchronization* c) {
+  c->put_showProgress(VARIANT_FALSE);
+  ComPtr<IDispatch> collection;
+  c->get_companyCollection(collection.put());
+  Dispatch(collection.get(), "companyCollection").call("Add", {Variant(int32_t{1})});
+  VARIANT_BOOL done = VARIANT_TRUE;
+  c->Synchronize(&done);
+}
 
 // A sink of __clsOutlookSynchronization: counts ExitProgram (DISPID 1).
 class ExitSink final : public dossync::win32::DispatchServer {
@@ -132,18 +147,72 @@ void events() {
   DWORD cookie = 0;
   check(SUCCEEDED(point->Advise(sink, &cookie)), "events: Advise");
   c->putref_errorClass(errors);
-  // Synchronize without a message box service to show its progress: an error, answered with
-  // action 3.
-  VARIANT_BOOL done = VARIANT_TRUE;
-  c->Synchronize(&done);
-  check(errors->errors == 1 && sink->exits == 1, "events: ExitProgram raised once (errors " +
-                                                     std::to_string(errors->errors) + ", exits " +
-                                                     std::to_string(sink->exits) + ")");
+  // Errors answered with action 3: one ExitProgram each.
+  failARun(c.get());
+  const int exits = sink->exits;
+  check(errors->errors >= 1 && exits == errors->errors,
+        "events: ExitProgram raised for each error (errors " + std::to_string(errors->errors) +
+            ", exits " + std::to_string(exits) + ")");
   point->Unadvise(cookie);
-  c->Synchronize(&done);
-  check(sink->exits == 1, "events: no event after Unadvise");
+  failARun(c.get());
+  check(sink->exits == exits, "events: no event after Unadvise");
   sink->Release();
   errors->Release();
+}
+
+// A host whose ExitProgram handler releases its last reference to the component.
+class ReleasingSink final : public dossync::win32::DispatchServer {
+ public:
+  explicit ReleasingSink(IUnknown* held) : held_(held) {}
+
+ protected:
+  HRESULT invokeMember(DISPID id, WORD, DISPPARAMS*, VARIANT*) override {
+    if (id == 1 && held_) std::exchange(held_, nullptr)->Release();
+    return S_OK;
+  }
+
+ private:
+  IUnknown* held_;
+};
+
+// What the host holds keeps the DLL loaded, and only that: the collection after the component;
+// nothing once the host let go of everything, even from inside ExitProgram.
+void lifetime() {
+  using CanUnload = HRESULT(WINAPI*)();
+  auto canUnload = reinterpret_cast<CanUnload>(reinterpret_cast<void*>(
+      GetProcAddress(GetModuleHandleW(kComponentDll), "DllCanUnloadNow")));
+  if (!canUnload) return check(false, "lifetime: DllCanUnloadNow");
+  ComPtr<IDispatch> collection;
+  {
+    ComPtr<_clsOutlookSynchronization> c;
+    CoCreateInstance(CLSID_clsOutlookSynchronization, nullptr, CLSCTX_INPROC_SERVER,
+                     IID__clsOutlookSynchronization, reinterpret_cast<void**>(c.put()));
+    if (!c) return check(false, "lifetime: CoCreateInstance");
+    c->get_companyCollection(collection.put());
+  }
+  check(collection && canUnload() == S_FALSE, "lifetime: the collection keeps the DLL");
+  collection = {};
+  check(canUnload() == S_OK, "lifetime: nothing held, the DLL may unload");
+
+  _clsOutlookSynchronization* c = nullptr;
+  CoCreateInstance(CLSID_clsOutlookSynchronization, nullptr, CLSCTX_INPROC_SERVER,
+                   IID__clsOutlookSynchronization, reinterpret_cast<void**>(&c));
+  if (!c) return check(false, "lifetime: CoCreateInstance");
+  ComPtr<IConnectionPointContainer> container;
+  c->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(container.put()));
+  ComPtr<IConnectionPoint> point;
+  container->FindConnectionPoint(DIID___clsOutlookSynchronization, point.put());
+  container = {};
+  auto* sink = new ReleasingSink(c);
+  DWORD cookie = 0;
+  point->Advise(sink, &cookie);
+  point = {};
+  sink->Release();
+  auto* errors = new TestErrorService(3);
+  c->putref_errorClass(errors);
+  errors->Release();
+  failARun(c);  // the host lets go inside; the call still returns
+  check(canUnload() == S_OK, "lifetime: released in ExitProgram, the component is gone");
 }
 
 // A contact made and deleted through the object model over "Outlook.Application".
@@ -184,6 +253,7 @@ int wmain(int argc, wchar_t** argv) {
   earlyBound(argv[1]);
   lateBound();
   events();
+  lifetime();
   deleteByAutomation();
   CoUninitialize();
   std::printf(failures == 0 ? "OK com clients\n" : "FAILED com clients\n");

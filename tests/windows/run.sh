@@ -1,16 +1,21 @@
 #!/usr/bin/env bash
 # The Windows tests, under wine64, in a Wine prefix of their own:
-#   registration   regsvr32 registers kvoutlookdx.dll (CLSID, InprocServer32, ProgID, TypeLib
-#                  keys checked) and, at the end, unregisters it (the same keys gone)
+#   registration   regsvr32 registers kvoutlookdx64.dll (CLSID, InprocServer32, ProgID, TypeLib
+#                  keys checked) and, at the end, unregisters it (the same keys gone, but a
+#                  ProgID another server has taken over since stays)
 #   component      a VBScript host drives clsOutlookSynchronization, its services written as
 #                  VBScript classes, and synchronises a demo practice into the Outlook stand-in's
 #                  folder, which dossync on Linux then reads back
+#   registered dialog  a progress dialog registered as kvdlgbox3.outlookDialog (the stand-in's)
+#                  is made by its ProgID and set by its type information
 #   send mail      a VBScript host composes a draft through clsOutlookSendMail and the stand-in
 #   com clients    C++ clients bound early, bound late, and sinking ExitProgram
 #   control styles the child window each wizard control becomes
 #   wizard         the wizard seen from the VBScript host, and driven through its windows by a
 #                  C++ client, which photographs every step (DOSSYNC_UPDATE_SCREENSHOTS=1 copies
 #                  the pictures to docs/wizard/) and completes a synchronisation
+#   installer      in a fresh prefix: msiexec installs the x64 MSI (build-windows/), a
+#                  VBScript host creates both classes, msiexec /x leaves no key of ours behind
 # Wine's windows go to a virtual X display of the run's own (Xvfb).
 # Usage: tests/windows/run.sh BUILD_DIR   (build-windows/x86_64). Exits 1 when a test failed.
 set -uo pipefail
@@ -67,14 +72,14 @@ done
 for _ in $(seq 50); do [[ -e /tmp/.X11-unix/X${DISPLAY#:} ]] && break; sleep 0.1; done
 
 "$wine" wineboot -i >/dev/null 2>&1
-dll=$build/kvoutlookdx.dll
+dll=$build/kvoutlookdx64.dll
 clsid='{BE836407-1D92-49EC-A31B-A757F55DAA60}'
 libid='{338616D9-A370-4A62-A5DB-7279735217FC}'
 
 # ---- Registration.
 wrun regsvr32 /s "$(winpath "$dll")" >/dev/null
 inproc=$(wrun reg query "HKCR\\CLSID\\$clsid\\InprocServer32")
-if grep -q "ThreadingModel.*Apartment" <<<"$inproc" && grep -qi "kvoutlookdx.dll" <<<"$inproc" &&
+if grep -q "ThreadingModel.*Apartment" <<<"$inproc" && grep -qi "kvoutlookdx64.dll" <<<"$inproc" &&
   key "HKCR\\kvoutlookdx.clsOutlookSynchronization\\CLSID" &&
   key "HKCR\\kvoutlookdx.clsOutlookSendMail\\CLSID" && key "HKCR\\CLSID\\$clsid\\TypeLib" &&
   key "HKCR\\TypeLib\\$libid"; then
@@ -121,6 +126,16 @@ else
   fail "no report of the host's run under $WINEPREFIX/drive_c/users/*/AppData/Local/dossync"
 fi
 
+# ---- The message-box library's own progress dialog, registered (the stand-in's, for this test
+# alone): the component reaches it through its type information.
+dialog='{7A9A54EF-A4EC-444D-BF86-22A4D602E2A0}'
+wrun reg add "HKCR\\CLSID\\$dialog\\InprocServer32" /ve /d "$(winpath "$build/outlook_standin.dll")" /f >/dev/null
+wrun reg add "HKCR\\CLSID\\$dialog\\InprocServer32" /v ThreadingModel /d Apartment /f >/dev/null
+wrun reg add "HKCR\\kvdlgbox3.outlookDialog\\CLSID" /ve /d "$dialog" /f >/dev/null
+script "registered dialog" dialog_test.vbs "$(winpath "$work")" $companies
+wrun reg delete "HKCR\\kvdlgbox3.outlookDialog" /f >/dev/null
+wrun reg delete "HKCR\\CLSID\\$dialog" /f >/dev/null
+
 # ---- The mail sender from VBScript.
 script "send mail" send_mail_test.vbs "$(winpath "$work")"
 draft=$(ls "$store"/*/drafts/*.eml 2>/dev/null | head -n 1)
@@ -161,14 +176,56 @@ if [[ "${DOSSYNC_UPDATE_SCREENSHOTS:-}" == 1 ]]; then
   cp "$work"/shots/windows-*.png "$root/docs/wizard/"
 fi
 
-# ---- Unregistration.
+# ---- Unregistration. The mail class's ProgID has been taken over by another server meanwhile:
+# it is not ours to remove.
 wrun regsvr32 /s /u "$(winpath "$build/outlook_standin.dll")" >/dev/null
+other='{0F0F0F0F-0000-4000-8000-000000000001}'
+wrun reg add "HKCR\\kvoutlookdx.clsOutlookSendMail\\CLSID" /ve /d "$other" /f >/dev/null
 wrun regsvr32 /s /u "$(winpath "$dll")" >/dev/null
 if key "HKCR\\CLSID\\$clsid" || key "HKCR\\kvoutlookdx.clsOutlookSynchronization" ||
-  key "HKCR\\kvoutlookdx.clsOutlookSendMail" || key "HKCR\\TypeLib\\$libid"; then
+  key "HKCR\\TypeLib\\$libid" || ! wrun reg query "HKCR\\kvoutlookdx.clsOutlookSendMail\\CLSID" | grep -q "$other"; then
   fail "unregistration"
 else
   pass "unregistration"
+fi
+
+# ---- The installer, in a prefix of its own: nothing registered before it.
+ours_left() {  # the registry keys of ours still there, one a line
+  local k
+  for k in "CLSID\\$clsid" "CLSID\\{356BEAEA-5C2B-4D7C-A886-DDE4BF8E6C1E}" \
+    kvoutlookdx.clsOutlookSynchronization kvoutlookdx.clsOutlookSendMail "TypeLib\\$libid" \
+    "Interface\\{96180550-E106-4BE4-8FBA-56E8CC140B47}" \
+    "Interface\\{2157B503-838E-4C41-8D9D-413B478B8EDC}" \
+    "Interface\\{CA3B57CA-2414-4F66-B18B-9769DAF70343}"; do
+    key "HKCR\\$k" && echo "$k"
+  done
+}
+msi=$(ls "$build"/../dossync-*-x64.msi 2>/dev/null | tail -n 1)
+"$wine"server -k 2>/dev/null || /usr/lib/wine/wineserver -k 2>/dev/null
+export WINEPREFIX=$work/msi-prefix
+"$wine" wineboot -i >/dev/null 2>&1
+installed=$WINEPREFIX/drive_c/Program\ Files/dossync/kvoutlookdx64.dll
+if [[ -z "$msi" ]]; then
+  fail "installer: no build-windows/dossync-*-x64.msi (scripts/build-windows.sh makes it)"
+else
+  wrun msiexec /i "$(winpath "$msi")" /qn >/dev/null
+  inproc=$(wrun reg query "HKCR\\CLSID\\$clsid\\InprocServer32")
+  if [[ -f "$installed" ]] && grep -qi 'Program Files\\dossync\\kvoutlookdx64.dll' <<<"$inproc" &&
+    grep -q "ThreadingModel.*Apartment" <<<"$inproc" && key "HKCR\\TypeLib\\$libid"; then
+    pass "installer: installed into Program Files and registered"
+  else
+    echo "$inproc" | sed 's/^/    /'
+    fail "installer: installed into Program Files and registered"
+  fi
+  script "installed" install_test.vbs
+  wrun msiexec /x "$(winpath "$msi")" /qn >/dev/null
+  left=$(ours_left)
+  if [[ -z "$left" && ! -e "$installed" ]]; then
+    pass "installer: uninstalled, no key of ours left"
+  else
+    echo "$left" | sed 's/^/    left: /'
+    fail "installer: uninstalled, no key of ours left"
+  fi
 fi
 
 exit $failed

@@ -56,7 +56,9 @@ If found Is Nothing Then
   Check False, "Find by FileAs"
 Else
   CheckEqual found.EntryID, id, "found EntryID"
+  Dim guarded : guarded = o.GuardedReads
   CheckEqual found.Email1Address, "zoe@example.com", "found Email1Address"
+  CheckEqual o.GuardedReads, guarded + 1, "a read of Email1Address counts as guarded"
   CheckEqual found.Gender, 1, "found Gender"
   CheckEqual TypeName(found.Birthday), "Date", "Birthday is a Date"
   CheckEqual found.Birthday, DateSerial(1970, 5, 17), "found Birthday"

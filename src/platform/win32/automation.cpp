@@ -349,6 +349,8 @@ HRESULT DispatchServer::Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* 
       exception->bstrSource = ::SysAllocString(widen(label()).c_str());
     }
     return DISP_E_EXCEPTION;
+  } catch (...) {
+    return E_UNEXPECTED;
   }
 }
 

@@ -3,6 +3,8 @@
 #include <objbase.h>
 #include <olectl.h>
 
+#include <cwchar>
+
 namespace dossync::win32 {
 
 namespace {
@@ -22,6 +24,16 @@ bool setValue(const std::wstring& key, const wchar_t* name, const std::wstring& 
 
 void deleteTree(const std::wstring& key) {
   RegDeleteTreeW(HKEY_CLASSES_ROOT, key.c_str());
+}
+
+// The default value of HKEY_CLASSES_ROOT\key; "" when there is none.
+std::wstring defaultValue(const std::wstring& key) {
+  wchar_t text[80] = {};
+  DWORD bytes = sizeof text - sizeof(wchar_t);
+  if (RegGetValueW(HKEY_CLASSES_ROOT, key.c_str(), nullptr, RRF_RT_REG_SZ, nullptr, text,
+                   &bytes) != ERROR_SUCCESS)
+    return {};
+  return text;
 }
 
 }  // namespace
@@ -48,8 +60,12 @@ HRESULT registerInprocClass(const InprocClass& c, const std::wstring& dllPath) {
 }
 
 HRESULT unregisterInprocClass(const InprocClass& c) {
-  deleteTree(L"CLSID\\" + guidText(c.clsid));
-  deleteTree(c.progId);
+  const std::wstring clsid = guidText(c.clsid);
+  deleteTree(L"CLSID\\" + clsid);
+  // The ProgID may have been taken over since by another server (a newer build, the product
+  // this one replaces): it goes only while it still names our class.
+  if (_wcsicmp(defaultValue(std::wstring(c.progId) + L"\\CLSID").c_str(), clsid.c_str()) == 0)
+    deleteTree(c.progId);
   return S_OK;
 }
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/error.h"
+#include "dialog.h"
 #include "platform/win32/automation.h"
 
 namespace dossync::standin {
@@ -15,6 +16,9 @@ namespace {
 using win32::Variant;
 
 std::atomic<long> g_live{0};
+// Reads of the properties Outlook's object model guard asks the user about (e-mail addresses,
+// the notes) since the process started: a run that writes to Outlook must make none.
+std::atomic<long> g_guardedReads{0};
 
 bool isPut(WORD flags) {
   return (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) != 0;
@@ -157,6 +161,9 @@ class ContactObject final : public ItemObject {
       return DISP_E_MEMBERNOTFOUND;
     const auto p = static_cast<outlook::ContactProperty>(id - kText);
     if (put) return contact_->set(p, assigned(params).toString()), S_OK;
+    using P = outlook::ContactProperty;
+    if (p == P::Email1Address || p == P::Email2Address || p == P::Email3Address || p == P::Body)
+      ++g_guardedReads;
     return answer(result, Variant(contact_->get(p)));
   }
 
@@ -493,10 +500,12 @@ class ApplicationObject final : public Object {
     addMember(L"GetNamespace", kGetNamespace);
     addMember(L"CreateItem", kCreateItem);
     addMember(L"Name", kName);
+    addMember(L"GuardedReads", kGuardedReads);  // the stand-in's own, for the tests
+    addMember(L"DialogLog", kDialogLog);
   }
 
  private:
-  enum : DISPID { kGetNamespace = 1, kCreateItem, kName };
+  enum : DISPID { kGetNamespace = 1, kCreateItem, kName, kGuardedReads, kDialogLog };
   HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
     if (isPut(flags)) return DISP_E_MEMBERNOTFOUND;
     switch (id) {
@@ -508,6 +517,10 @@ class ApplicationObject final : public Object {
             result, wrapItem(app_->CreateItem(required(params, 0, "CreateItem").toInt32())));
       case kName:
         return answer(result, Variant("Outlook"));
+      case kGuardedReads:
+        return answer(result, Variant(static_cast<int32_t>(g_guardedReads.load())));
+      case kDialogLog:
+        return answer(result, Variant(dialogLog()));
       default:
         break;
     }

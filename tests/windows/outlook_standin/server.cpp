@@ -4,7 +4,9 @@
 // CreateObject("Outlook.Application") in a test script, or dossync's Outlook-by-automation
 // client, gets Outlook's object model (objects.h) over the vCard folder store whose root the
 // environment variable DOSSYNC_STANDIN_STORE names (a Windows path). Without that variable
-// CreateInstance fails with E_FAIL and says why (error info and the debugger output).
+// CreateInstance fails with E_FAIL and says why (error info and the debugger output). It also
+// serves the progress dialog stand-in (dialog.h) by its CLSID, which the tests register
+// themselves when they want it.
 #include <objbase.h>
 #include <oleauto.h>
 #include <olectl.h>
@@ -17,6 +19,7 @@
 #include <string>
 
 #include "backends/vdir/vdir_store.h"
+#include "dialog.h"
 #include "objects.h"
 #include "platform/win32/automation.h"
 #include "platform/win32/com_registration.h"
@@ -66,7 +69,7 @@ std::wstring storeRoot() {
 
 class Factory final : public IClassFactory {
  public:
-  Factory() { ++g_factories; }
+  explicit Factory(bool dialog = false) : dialog_(dialog) { ++g_factories; }
   ~Factory() { --g_factories; }
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
@@ -90,6 +93,13 @@ class Factory final : public IClassFactory {
     if (!out) return E_POINTER;
     *out = nullptr;
     if (outer) return CLASS_E_NOAGGREGATION;
+    if (dialog_) {
+      IDispatch* dialog = dossync::standin::newDialogObject();
+      if (!dialog) return creationFailed(E_FAIL, L"The dialog's type library is not loadable");
+      HRESULT hr = dialog->QueryInterface(iid, out);
+      dialog->Release();
+      return hr;
+    }
     std::wstring root = storeRoot();
     if (root.empty())
       return creationFailed(E_FAIL,
@@ -124,6 +134,7 @@ class Factory final : public IClassFactory {
 
  private:
   LONG refs_ = 1;
+  bool dialog_;
 };
 
 std::wstring modulePath() {
@@ -154,8 +165,9 @@ BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
 STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** out) {
   if (!out) return E_POINTER;
   *out = nullptr;
-  if (!IsEqualCLSID(clsid, kClsid)) return CLASS_E_CLASSNOTAVAILABLE;
-  auto* factory = new (std::nothrow) Factory();
+  const bool dialog = IsEqualCLSID(clsid, dossync::standin::kDialogClsid);
+  if (!dialog && !IsEqualCLSID(clsid, kClsid)) return CLASS_E_CLASSNOTAVAILABLE;
+  auto* factory = new (std::nothrow) Factory(dialog);
   if (!factory) return E_OUTOFMEMORY;
   HRESULT hr = factory->QueryInterface(iid, out);
   factory->Release();
@@ -163,7 +175,10 @@ STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** out) {
 }
 
 STDAPI DllCanUnloadNow() {
-  return dossync::standin::liveObjects() == 0 && g_locks == 0 && g_factories == 0 ? S_OK : S_FALSE;
+  return dossync::standin::liveObjects() == 0 && dossync::standin::liveDialogs() == 0 &&
+                 g_locks == 0 && g_factories == 0
+             ? S_OK
+             : S_FALSE;
 }
 
 STDAPI DllRegisterServer() {
