@@ -6,7 +6,7 @@
 #   share/zsh/vendor-completions/_dossync         }
 #   share/applications/dossync-wizard.desktop, share/icons/hicolor/scalable/apps/dossync.svg
 #   lib/systemd/user/dossync@.service, dossync@.timer   (a job every 15 minutes)
-#   share/doc/dossync/                            README.md and the guides of docs/
+#   share/doc/dossync/                            README.md, docs/
 include(GNUInstallDirs)
 
 find_program(HELP2MAN help2man REQUIRED)
@@ -41,7 +41,7 @@ install(CODE "
 install(FILES ${DOSSYNC_PAGES}/dossync@.service packaging/systemd/dossync@.timer
         DESTINATION lib/systemd/user)
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})  # README.md links docs/...
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME dossync)
@@ -59,6 +59,7 @@ set(CPACK_DEBIAN_PACKAGE_SUGGESTS "khard, vdirsyncer")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)  # dossync_VERSION_amd64.deb
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)   # Depends: from the libraries dossync links
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_SET_DESTDIR ON)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_OUTPUT_FILE_PREFIX ${CMAKE_BINARY_DIR})
