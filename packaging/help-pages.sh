@@ -9,7 +9,8 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 mkdir -p "$out"
 # Run as plain "dossync", which its usage lines then name.
-export PATH="$(cd "$(dirname "$bin")" && pwd):$PATH"
+PATH="$(cd "$(dirname "$bin")" && pwd):$PATH"
+export PATH
 
 # Every command, from dossync down (help-pages.awk prints the subcommands to visit).
 echo "[COMMANDS]" >"$work/commands.h2m"

@@ -13,13 +13,13 @@ fi
 # ninja writes "@@ DONE TOTAL" before each step it starts; the rest of its output (the
 # compiler's) is only shown by the second, single-job attempt when the first fails.
 steps() {
-  local marker done total what
-  while read -r marker done total what; do
+  local marker step total what
+  while read -r marker step total what; do
     [[ $marker == "@@" ]] || continue
     what=${what#Building CXX object }
     what=${what#Linking CXX executable }
     what=${what/CMakeFiles\/*.dir\//}
-    progress $((done * 100 / total)) "dossync: [$done/$total] building ${what%.o}"
+    progress $((step * 100 / total)) "dossync: [$step/$total] building ${what%.o}"
   done
   progress_done
 }

@@ -44,8 +44,8 @@ $SUDO apt-get update -qq
 # apt's machine-readable status ("dlstatus:N:PERCENT:Retrieving file 3 of 40", "pmstatus:PKG:
 # PERCENT:Unpacking PKG") on fd 3, as the one progress line; errors still reach standard error.
 apt_status() {
-  local kind pkg percent what last=""
-  while IFS=: read -r kind pkg percent what; do
+  local kind percent what last=""
+  while IFS=: read -r kind _ percent what; do
     [[ $kind == dlstatus || $kind == pmstatus ]] || continue
     [[ -n $last && $kind != "$last" ]] && progress_done  # downloads done: counts again
     last=$kind

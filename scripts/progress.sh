@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by scripts/build.sh and scripts/deps.sh: one line on standard error that says how far a
 # long step is. On a terminal it is rewritten in place; otherwise (a log, CI) a plain line is
 # written at each tenth of the way, so the log shows progress without a line per step.

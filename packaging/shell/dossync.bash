@@ -12,15 +12,15 @@ _dossync_jobs() {
 _dossync_values() {  # KIND: what may be typed as a value of that kind
   local kind=$1
   case "$kind" in
-    file) COMPREPLY=($(compgen -f -- "$cur")); compopt -o filenames 2>/dev/null ;;
-    dir) COMPREPLY=($(compgen -d -- "$cur")); compopt -o filenames 2>/dev/null ;;
-    job) COMPREPLY=($(compgen -W "$(_dossync_jobs)" -- "$cur")) ;;
-    choice:*) COMPREPLY=($(compgen -W "${kind#choice:}" -- "$cur")) ;;
+    file) mapfile -t COMPREPLY < <(compgen -f -- "$cur"); compopt -o filenames 2>/dev/null ;;
+    dir) mapfile -t COMPREPLY < <(compgen -d -- "$cur"); compopt -o filenames 2>/dev/null ;;
+    job) mapfile -t COMPREPLY < <(compgen -W "$(_dossync_jobs)" -- "$cur") ;;
+    choice:*) mapfile -t COMPREPLY < <(compgen -W "${kind#choice:}" -- "$cur") ;;
     outlook)
       if [[ $cur == vdir:* ]]; then
-        COMPREPLY=($(compgen -P vdir: -d -- "${cur#vdir:}"))
+        mapfile -t COMPREPLY < <(compgen -P vdir: -d -- "${cur#vdir:}")
       else
-        COMPREPLY=($(compgen -W "vdir: carddav:https://" -- "$cur"))
+        mapfile -t COMPREPLY < <(compgen -W "vdir: carddav:https://" -- "$cur")
       fi
       compopt -o nospace 2>/dev/null
       ;;
@@ -43,9 +43,9 @@ _dossync() {
   if [[ -n ${_dossync_takes["$cmd $prev"]-} ]]; then
     _dossync_values "${_dossync_takes["$cmd $prev"]}"
   elif [[ $cur == -* ]]; then
-    COMPREPLY=($(compgen -W "${_dossync_opts[$cmd]}" -- "$cur"))
+    mapfile -t COMPREPLY < <(compgen -W "${_dossync_opts[$cmd]}" -- "$cur")
   else
-    COMPREPLY=($(compgen -W "${_dossync_subs[$cmd]}" -- "$cur"))
+    mapfile -t COMPREPLY < <(compgen -W "${_dossync_subs[$cmd]}" -- "$cur")
     [[ -n ${_dossync_takes["$cmd #"]-} ]] && _dossync_values "${_dossync_takes["$cmd #"]}"
   fi
   [[ $cur == *:* ]] && declare -F __ltrim_colon_completions >/dev/null &&
