@@ -33,13 +33,13 @@ install(FILES packaging/desktop/dossync.svg
         DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)
 # The service names the program by its installed path, known only when installing (a --prefix,
 # or the package's /usr under CPack's DESTDIR).
+install(FILES packaging/systemd/dossync@.timer DESTINATION lib/systemd/user)
 install(CODE "
   set(DOSSYNC_BINARY \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/dossync\")
   set(DOSSYNC_DOC_DIR \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DOCDIR}\")
-  configure_file(${CMAKE_SOURCE_DIR}/packaging/systemd/dossync@.service.in
-                 ${DOSSYNC_PAGES}/dossync@.service @ONLY)")
-install(FILES ${DOSSYNC_PAGES}/dossync@.service packaging/systemd/dossync@.timer
-        DESTINATION lib/systemd/user)
+  set(unit \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/lib/systemd/user/dossync@.service\")
+  message(STATUS \"Installing: \${unit}\")
+  configure_file(${CMAKE_SOURCE_DIR}/packaging/systemd/dossync@.service.in \${unit} @ONLY)")
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR})  # README.md links docs/...
 
