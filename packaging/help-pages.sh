@@ -21,9 +21,11 @@ while [[ ${#queue[@]} -gt 0 ]]; do
   queue=("${queue[@]:1}")
   read -ra words <<<"$path"
   dossync "${words[@]:1}" --help >"$work/help"
-  while read -r sub; do queue+=("$path $sub"); done < <(
+  subs=()
+  while read -r sub; do subs+=("$path $sub"); done < <(
     awk -v path="$path" -v man="$work/commands.h2m" -v bash="$work/bash" -v zsh="$work/zsh" \
       -f "$here/help-pages.awk" "$work/help" "$work/help")
+  queue=(${subs[@]+"${subs[@]}"} ${queue[@]+"${queue[@]}"})  # a command's own right after it
 done
 
 # The completions: those tables inside the hand-written code of packaging/shell/.
