@@ -15,7 +15,7 @@ fi
 steps() {
   local marker step total what
   while read -r marker step total what; do
-    [[ $marker == "@@" ]] || continue
+    [[ $marker == "@@" && $step -gt 0 ]] || continue
     what=${what#Building CXX object }
     what=${what#Linking CXX executable }
     what=${what/CMakeFiles\/*.dir\//}
