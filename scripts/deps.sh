@@ -16,12 +16,18 @@ WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-
   wine64 unixodbc odbcinst libsqliteodbc xvfb sqlite3 msitools wixl zip)
 # ./run demo-postgres: a PostgreSQL cluster of its own.
 POSTGRES_PACKAGES=(python3 postgresql-15)
+# The manual page is made at build time from the program's --help; the install test reads it,
+# checks the desktop entry and the .deb; ./run package makes the .deb (dpkg-shlibdeps, file).
+BUILD_PACKAGES+=(help2man)
+TEST_PACKAGES+=(man-db desktop-file-utils dpkg-dev file)
+PACKAGE_PACKAGES=(dpkg-dev file)
 
 want=("${BUILD_PACKAGES[@]}")
 [[ "${1:-}" == "--test" ]] && want+=("${TEST_PACKAGES[@]}")
 [[ "${1:-}" == "--carddav" ]] && want+=("${CARDDAV_PACKAGES[@]}")
 [[ "${1:-}" == "--windows" ]] && want+=("${WINDOWS_PACKAGES[@]}")
 [[ "${1:-}" == "--postgres" ]] && want+=("${POSTGRES_PACKAGES[@]}")
+[[ "${1:-}" == "--package" ]] && want+=("${PACKAGE_PACKAGES[@]}")
 
 missing=()
 for p in "${want[@]}"; do
@@ -33,5 +39,21 @@ echo "dossync: installing ${missing[*]}" >&2
 SUDO=""
 [[ $(id -u) -ne 0 ]] && SUDO="sudo"
 export DEBIAN_FRONTEND=noninteractive
+source "$(dirname "$0")/progress.sh"
+progress 0 "dossync: apt-get update"
 $SUDO apt-get update -qq
-$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+# apt's machine-readable status ("dlstatus:N:PERCENT:Retrieving file 3 of 40", "pmstatus:PKG:
+# PERCENT:Unpacking PKG") on fd 3, as the one progress line; errors still reach standard error.
+apt_status() {
+  local kind percent what last=""
+  while IFS=: read -r kind _ percent what; do
+    [[ $kind == dlstatus || $kind == pmstatus ]] || continue
+    [[ -n $last && $kind != "$last" ]] && progress_done  # downloads done: counts again
+    last=$kind
+    [[ $kind == dlstatus ]] && what="downloading: $what"
+    progress "$percent" "dossync: [${percent%%.*}%] $what"
+  done
+  progress_done
+}
+$SUDO apt-get install -y -qq --no-install-recommends -o APT::Status-Fd=3 "${missing[@]}" \
+  3>&1 >/dev/null | apt_status

@@ -1,0 +1,94 @@
+#!/usr/bin/env bash
+# What `cmake --install` and the Debian package hold: every file in its place, a manual page
+# that renders without warnings and has a part for every command, completions that complete,
+# units that systemd accepts, a desktop entry that validates; the .deb's files and Depends.
+#   install_test.sh BUILD_DIR
+set -uo pipefail
+build=$(cd "$1" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+source "$(dirname "$0")/check_lib.sh"
+export HOME=$work/home XDG_CONFIG_HOME=$work/config
+mkdir -p "$HOME" "$XDG_CONFIG_HOME/dossync"
+
+files=(bin/dossync share/man/man1/dossync.1 share/bash-completion/completions/dossync
+  share/zsh/vendor-completions/_dossync share/applications/dossync-wizard.desktop
+  share/icons/hicolor/scalable/apps/dossync.svg lib/systemd/user/dossync@.service
+  lib/systemd/user/dossync@.timer share/doc/dossync/README.md
+  share/doc/dossync/docs/scheduling.md)
+
+prefix=$work/prefix
+cmake --install "$build" --prefix "$prefix" >"$work/install.log" 2>&1 || bad "cmake --install: $(cat "$work/install.log")"
+for f in "${files[@]}"; do [[ -f $prefix/$f ]] && ok || bad "not installed: $f"; done
+dossync=$prefix/bin/dossync
+
+# The manual page: renders cleanly, with a part for every command the program has.
+page=$(MANWIDTH=100 man --warnings -l "$prefix/share/man/man1/dossync.1" 2>"$work/man.err" | col -b)
+same "man warnings" "$(cat "$work/man.err")" ""
+commands=$("$dossync" --help | awk '/^Subcommands:/ { on = 1; next } on && /^  [a-z]/ { print $1 }')
+[[ -n $commands ]] || bad "no commands in dossync --help"
+for c in $commands; do has "man page part of $c" "$page" "   dossync $c"$'\n'; done
+has "man page: options of sync" "$page" "--host-db TEXT REQUIRED"
+has "man page: exit status" "$page" "try again later"
+
+# The bash completion (bash-completion's helpers when they are there, plain bash otherwise).
+printf '[jobs.office]\nhost-db = "h.db"\n\n[jobs.home]\n' >"$XDG_CONFIG_HOME/dossync/config.toml"
+complete_line() {  # WORDS...: what completing the last word offers
+  bash -c '[[ -r /usr/share/bash-completion/bash_completion ]] &&
+      source /usr/share/bash-completion/bash_completion
+    source "$0"
+    COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMP_LINE="$*" COMP_POINT=${#COMP_LINE}
+    _dossync && echo "${COMPREPLY[*]}"' \
+    "$prefix/share/bash-completion/completions/dossync" "$@" 2>&1
+}
+while IFS='|' read -r words wanted; do
+  read -ra line <<<"$words"
+  [[ $words == *" " ]] && line+=("")
+  same "complete '$words'" "$(complete_line "${line[@]}")" "$wanted"
+done <<'EOF'
+dossync sy|sync
+dossync contacts |list show put delete
+dossync contacts list --pro|--profile
+dossync sync --direction |1 2 3
+dossync sync --on-error e|exit
+dossync sync --outlook car|carddav:https://
+EOF
+mkdir -p "$work/files/host-one.db"
+same "complete a file" "$(complete_line dossync sync --host-db "$work/files/ho")" "$work/files/host-one.db"
+if [[ $'\n'$commands$'\n' == *$'\nrun\n'* ]]; then
+  same "complete a job's name" "$(complete_line dossync run "")" "office home"
+fi
+if command -v zsh >/dev/null; then
+  zsh -n "$prefix/share/zsh/vendor-completions/_dossync" 2>&1 && ok || bad "zsh cannot read _dossync"
+fi
+
+# The units run the installed program; systemd and the desktop's validators accept them.
+has "ExecStart" "$(cat "$prefix/lib/systemd/user/dossync@.service")" "ExecStart=$dossync run %i"
+if command -v systemd-analyze >/dev/null; then
+  same "systemd-analyze verify" "$(MANPATH=$prefix/share/man systemd-analyze verify \
+    "$prefix"/lib/systemd/user/dossync@.{service,timer} 2>&1)" ""
+fi
+if command -v desktop-file-validate >/dev/null; then
+  same "desktop-file-validate" \
+    "$(desktop-file-validate "$prefix/share/applications/dossync-wizard.desktop" 2>&1)" ""
+fi
+
+# The package ./run package makes (.ci/run makes it before the tests).
+deb=$(ls "$build"/dossync_*_amd64.deb 2>/dev/null | head -1)
+if [[ -z $deb ]]; then
+  echo "install_test: no $build/dossync_*_amd64.deb, its checks skipped (./run package makes it)"
+else
+  listing=$(dpkg-deb -c "$deb" | awk '{ print $6 }')
+  for f in "${files[@]}"; do grep -qxF "./usr/$f" <<<"$listing" && ok || bad "not in the .deb: $f"; done
+  depends=$(dpkg-deb -f "$deb" Depends)
+  for lib in libc6 libqt6widgets6 libsqlite3-0 libpq5 libcurl4; do
+    has "Depends of the .deb" "$depends" "$lib"
+  done
+  dpkg-deb -x "$deb" "$work/root"
+  has "ExecStart in the .deb" "$(cat "$work/root/usr/lib/systemd/user/dossync@.service")" \
+    "ExecStart=/usr/bin/dossync run %i"
+  "$work/root/usr/bin/dossync" --help >/dev/null 2>"$work/run.err" && ok ||
+    bad "the packaged dossync does not run: $(cat "$work/run.err")"
+fi
+
+finish install_test
