@@ -15,6 +15,7 @@ using sql::Stored;
 
 // The declared type describeColumn understands, for an Access column.
 std::string accessDeclType(SQLSMALLINT type, const std::string& typeName, SQLULEN size) {
+  if (value::equalsIgnoreCase(typeName, "COUNTER")) return "INTEGER";  // an auto-number
   switch (type) {
     case SQL_BIT:
       return "BOOLEAN";
@@ -129,7 +130,10 @@ std::shared_ptr<sql::TableInfo> describeAccessTable(OdbcEngine& engine, const st
     sql::ColumnInfo c = sql::describeColumn(
         text(row, 3), accessDeclType(type, typeName, static_cast<SQLULEN>(integer(row, 6))));
     c.notNull = integer(row, 10) == SQL_NO_NULLS;
-    if (row.size() > 12 && row[12].type != Stored::Null) c.defaultSql = text(row, 12);
+    // No default: NULL, or (some drivers) the word NULL.
+    if (row.size() > 12 && row[12].type != Stored::Null &&
+        !value::equalsIgnoreCase(value::trim(text(row, 12)), "NULL"))
+      c.defaultSql = text(row, 12);
     bool key = keyNames.size() == 1 && value::equalsIgnoreCase(keyNames[0], c.name) &&
                c.kind == sql::ColumnKind::Integer;
     // An auto-number, whether or not it is the key (the original component's tables have a

@@ -375,7 +375,7 @@ class OdbcStatement : public sql::EngineStatement {
     return busy() ? Step::Stale : Step::Failed;
   }
   // Every parameter bound by its type: for Jet, integers that fit as SQL_INTEGER (the Access
-  // driver has no SQL_BIGINT), dates as timestamps and Yes/No values as bits. A parameter the
+  // driver has no SQL_BIGINT) and Yes/No values as bits; for an Access file, dates as timestamps. A parameter the
   // driver refuses is an error naming the statement.
   void bindAll() {
     bound_.assign(markers_.size(), Bound{});
@@ -407,8 +407,9 @@ class OdbcStatement : public sql::EngineStatement {
         b.r = v.r;
         rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_DOUBLE, SQL_DOUBLE, 15, 0,
                               &b.r, 0, &b.indicator);
-      } else if (jet && v.type == Stored::Text && kind == sql::ColumnKind::DateTime &&
-                 timestampOf(v.s, b.date)) {
+      } else if (flavour_ == Flavour::Access && v.type == Stored::Text &&
+                 kind == sql::ColumnKind::DateTime && timestampOf(v.s, b.date)) {
+        // (A SQLite file keeps its dates as text.)
         rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_TYPE_TIMESTAMP,
                               SQL_TYPE_TIMESTAMP, 19, 0, &b.date, sizeof b.date, &b.indicator);
       } else {

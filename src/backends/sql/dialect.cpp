@@ -187,7 +187,7 @@ std::string jetRejects(const std::string& sql) {
       return "IS NOT ?";
     if (t.is("DEFAULT") && at(k + 1, "VALUES")) return "DEFAULT VALUES";
     if (t.is("INSERT") && at(k + 1, "INTO") && k + 3 < tokens.size() && !tokens[k + 3].is("(") &&
-        !tokens[k + 3].is("SELECT"))
+        !tokens[k + 3].is("SELECT") && !tokens[k + 3].is("DEFAULT"))
       return "an INSERT without its column list";
     for (const char* word : {"LIMIT", "OFFSET", "COLLATE", "RETURNING", "SAVEPOINT", "RELEASE",
                              "COALESCE", "IFNULL", "ROWID", "PRAGMA"})

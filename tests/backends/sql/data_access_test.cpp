@@ -205,6 +205,7 @@ TEST_P(DataAccessTest, TablesWithoutAKeyAndViewsOfATableAreWritable) {
   db.writeField(h, "CategoryNum", "7");
   EXPECT_EQ(query("SELECT CategoryName || '/' || CategoryNum FROM HostCategory;"),
             (std::vector<std::string>{"Outlook/7"}));
+  if (jet()) return;  // Jet writes through a query of one table itself; SQLite's views are read-only
   int32_t v = open("SELECT rstContacts.* FROM rstContacts;", kLockOptimistic);
   ASSERT_TRUE(db.findFirst(v, "DisplayName", "cy"));
   db.writeField(v, "FirstName", "Cyril");
@@ -736,6 +737,7 @@ TEST_P(DataAccessTest, NewRowsKnowTheirKeyBeforeTheyAreSaved) {
 // again, whether it asks for a key ahead too, inside a read snapshot of its own, or lets the
 // insert number the row.
 TEST_P(DataAccessTest, KeysHandedOutAheadAreTakenForOtherConnectionsToo) {
+  if (jet()) GTEST_SKIP() << "Jet's numbers are promised within one connection only";
   auto owner = makeDataAccess();
   DataAccess& other = *owner;
   other.setDatabaseLocation(path);
