@@ -43,6 +43,7 @@ enum ErrorCode : int32_t {
   kDatabaseLocked = 3260,
   kNotADatabase = 3343,
   kObjectClosed = 3704,
+  kProviderNotFound = 3706,  // no driver for the database is installed
   kOutlookOperationFailed = 0x4000,
   kItemNotSaved = 0x4001,
   kDeliveryFailed = 0x4002,
@@ -76,6 +77,7 @@ constexpr Remedy remedyOf(int32_t number) {
     case kFieldTooSmall:
     case kNotADatabase:
     case kCannotCreateObject:
+    case kProviderNotFound:
       return Remedy::kFixInput;
     case kDiskIO:
     case kDatabaseLocked:

@@ -200,6 +200,9 @@ class clsOutlookSynchronization : public Object {
   bool closeOutlookWhenFinished_ = false;
   std::string syncDatabaseLocation_;
   bool syncDatabaseOpen_ = false;
+  // Set by verifySyncDatabase when no driver could open the file (why, naming the drivers
+  // tried): the file is then left as it is.
+  std::string syncDriverMissing_;
   std::string tempFolder_;
   ObjectPtr mdiForm_;
   bool showProgress_ = true;

@@ -14,6 +14,14 @@ namespace {
 
 const std::string kLoc = kSyncLocation;
 
+// Exchange's entry ids run to about 140 characters: the column is wider than the 100 of the
+// first databases, which go on working with the ids that fit.
+constexpr int32_t kOutlookIdSize = 255;
+
+const char* const kSyncDatabaseUnreachable =
+    "The outlook synchronization wizard was not able to access the synchronization database and "
+    "needs to close.";
+
 store::ColumnDef counter(const std::string& name) {
   return {name, store::adInteger, 0, {{"AutoIncrement", true}, {"NullAble", true}}};
 }
@@ -39,7 +47,7 @@ store::TableDef outlookSchemeTable() {
 store::TableDef outlookSyncTable() {
   return {"OutlookSync",
           {counter("SyncID"), integer("SchemeNum"), text("DataFileID", 20), integer("CompanyNum"),
-           integer("ContactNum"), text("OutlookID", 100), text("OutlookCategory", 100),
+           integer("ContactNum"), text("OutlookID", kOutlookIdSize), text("OutlookCategory", 100),
            date("DateLastSync")}};
 }
 
@@ -56,6 +64,7 @@ void clsOutlookSynchronization::setSyncDatabaseLocation(const std::string& path)
   FileUtil& files = apartment().fileUtil();
   std::unique_ptr<FileLock> folderLock;
   f.step([&] { syncDatabaseLocation_ = path; });
+  syncDriverMissing_.clear();
   // A database on a server is there when it can be opened; what it lacks of the two tables is
   // made in it (it is never deleted, nor made through a file).
   if (isServerLocation(path)) {
@@ -75,9 +84,21 @@ void clsOutlookSynchronization::setSyncDatabaseLocation(const std::string& path)
   f.step([&] {
     if (files.fileExists(path)) {
       usable = verifySyncDatabase(path);
-      if (!usable) files.deleteFile(path);
+      if (!usable && syncDriverMissing_.empty()) files.deleteFile(path);
     }
   });
+  // A file no installed driver can read is not a broken one: it keeps its schemes and pairings
+  // for a machine that has the driver, and this component does not start.
+  if (!syncDriverMissing_.empty()) {
+    f.step([&] { folderLock.reset(); });
+    f.step([&] {
+      if (auto mb = messageBox())
+        mb->showMessage(std::string(kSyncDatabaseUnreachable) + "\n\n" + syncDriverMissing_, 3,
+                        self(), 0, 0, 101);
+    });
+    failedToInitialize_ = true;
+    return;
+  }
   f.step([&] {
     if (!usable) createOutlookSyncDatabase(path);
   });
@@ -162,10 +183,12 @@ bool clsOutlookSynchronization::verifySyncDatabase(const std::string& path) {
     connection = platform::create<store::IConnection>(platform::kAdoConnection);
     connection->setCursorLocation(store::adUseClient);
     bool opened = true;
+    syncDriverMissing_.clear();
     try {
       connection->open(connectionString(path));
-    } catch (const RuntimeError&) {
+    } catch (const RuntimeError& e) {
       opened = false;  // caught in place: the file is not a usable database
+      if (e.number() == kProviderNotFound) syncDriverMissing_ = e.description();
     }
     if (!opened) {
       result = false;
@@ -184,10 +207,7 @@ void clsOutlookSynchronization::openOutlookSyncDatabase(const std::string& path)
   if (!openDataAccess(f, apartment().syncDb, path, appName_)) {
     f.step([&] {
       if (auto mb = messageBox()) {
-        mb->showMessage(
-            "The outlook synchronization wizard was not able to access the synchronization "
-            "database and needs to close.",
-            3, self(), 0, 0, 101);
+        mb->showMessage(kSyncDatabaseUnreachable, 3, self(), 0, 0, 101);
       }
     });
     failedToInitialize_ = true;

@@ -78,7 +78,7 @@ TEST_F(IdMappingTest, SavesUpdateOneRowPerSchemeAndDataFile) {
 
 TEST_F(IdMappingTest, ResumingASaveGoesOnWithTheNextField) {
   host->errors->action = kActionResume;
-  std::string tooLong(101, 'x');  // the column holds 100 characters
+  std::string tooLong(256, 'x');  // the column holds 255 characters
   c().saveCompanyOutlookID(1, tooLong);
   c().saveCompanyOutlookID(2, "E2");
   c().saveCompanyOutlookID(2, tooLong);

@@ -47,7 +47,7 @@ TEST_F(SyncDatabaseTest, AMissingFileIsCreatedWithBothTablesThroughTheTemporaryF
             "ProfileName VARCHAR(100), ProfilePassword VARCHAR(100), DateLastSync DATETIME");
   EXPECT_EQ(columns("OutlookSync"),
             "SyncID INTEGER, SchemeNum INTEGER, DataFileID VARCHAR(20), CompanyNum INTEGER, "
-            "ContactNum INTEGER, OutlookID VARCHAR(100), OutlookCategory VARCHAR(100), "
+            "ContactNum INTEGER, OutlookID VARCHAR(255), OutlookCategory VARCHAR(100), "
             "DateLastSync DATETIME");
   EXPECT_TRUE(errors->errors.empty());
   EXPECT_TRUE(messages->shown.empty());
@@ -57,7 +57,7 @@ TEST_F(SyncDatabaseTest, AMissingFileIsCreatedWithBothTablesThroughTheTemporaryF
   int32_t h = db->openRecordset("SELECT OutlookSync.* From OutlookSync;", 1, 3);
   db->addNew(h);
   EXPECT_EQ(db->readField(h, "SyncID"), "1");
-  db->setNewField(h, "OutlookID", std::string(100, 'e'));
+  db->setNewField(h, "OutlookID", std::string(140, 'e'));  // an Exchange entry id
   db->setNewField(h, "DataFileID", "");
   EXPECT_THROW(db->setNewField(h, "DataFileID", std::string(21, 'd')), RuntimeError);
   db->saveNew(h);
@@ -65,7 +65,7 @@ TEST_F(SyncDatabaseTest, AMissingFileIsCreatedWithBothTablesThroughTheTemporaryF
   EXPECT_EQ(querySql(path,
                      "SELECT length(OutlookID) || '/' || DataFileID || '/' || "
                      "ifnull(CompanyNum, 'null') FROM OutlookSync;"),
-            (std::vector<std::string>{"100//null"}));
+            (std::vector<std::string>{"140//null"}));
 }
 
 TEST_F(SyncDatabaseTest, AGoodFileIsKeptWithItsRowsAFileThatIsNotADatabaseIsReplaced) {

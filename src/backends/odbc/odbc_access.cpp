@@ -15,6 +15,7 @@ using sql::Stored;
 
 // The declared type describeColumn understands, for an Access column.
 std::string accessDeclType(SQLSMALLINT type, const std::string& typeName, SQLULEN size) {
+  if (value::equalsIgnoreCase(typeName, "COUNTER")) return "INTEGER";  // an auto-number
   switch (type) {
     case SQL_BIT:
       return "BOOLEAN";
@@ -52,8 +53,8 @@ std::string accessQuote(const std::string& name) {
 }
 
 // Makes an empty Access database file through the driver's setup.
-void createAccessDatabase(const std::string& path) {
-  WString driver = wide(driverName(Flavour::Access));
+void createAccessDatabase(const std::string& path, const std::string& driverName) {
+  WString driver = wide(driverName);
   WString attributes = wide("CREATE_DB=\"" + driverPath(path) + "\" General");
   attributes.push_back(0);
   attributes.push_back(0);
@@ -68,6 +69,24 @@ void createAccessDatabase(const std::string& path) {
     throw RuntimeError(kCannotOpenDatabase, "Cannot create database '" + path + "': " + reason);
   }
 }
+
+namespace {
+
+// Whether the driver says the column numbers its rows itself (SQL_DESC_AUTO_UNIQUE_VALUE): the
+// SQLite driver's INTEGER PRIMARY KEY, whose catalog names it only INTEGER.
+bool autoNumbered(OdbcEngine& engine, const std::string& table, const std::string& column) {
+  SQLHSTMT stmt = SQL_NULL_HSTMT;
+  if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_STMT, engine.connection(), &stmt))) return false;
+  WString sql = wide("SELECT " + accessQuote(column) + " FROM " + accessQuote(table) + " WHERE 1 = 0;");
+  SQLLEN autoUnique = SQL_FALSE;
+  bool ok = SQL_SUCCEEDED(SQLPrepareW(stmt, wptr(sql), SQL_NTS)) &&
+            SQL_SUCCEEDED(SQLColAttributeW(stmt, 1, SQL_DESC_AUTO_UNIQUE_VALUE, nullptr, 0,
+                                           nullptr, &autoUnique));
+  SQLFreeHandle(SQL_HANDLE_STMT, stmt);
+  return ok && autoUnique == SQL_TRUE;
+}
+
+}  // namespace
 
 std::shared_ptr<sql::TableInfo> describeAccessTable(OdbcEngine& engine, const std::string& name) {
   // Access: the columns (SQLColumns: 3 TABLE_NAME, 4 COLUMN_NAME, 5 DATA_TYPE, 6 TYPE_NAME,
@@ -111,11 +130,19 @@ std::shared_ptr<sql::TableInfo> describeAccessTable(OdbcEngine& engine, const st
     sql::ColumnInfo c = sql::describeColumn(
         text(row, 3), accessDeclType(type, typeName, static_cast<SQLULEN>(integer(row, 6))));
     c.notNull = integer(row, 10) == SQL_NO_NULLS;
-    if (row.size() > 12 && row[12].type != Stored::Null) c.defaultSql = text(row, 12);
-    if (keyNames.size() == 1 && value::equalsIgnoreCase(keyNames[0], c.name) &&
-        c.kind == sql::ColumnKind::Integer) {
-      c.autoKey = value::equalsIgnoreCase(typeName, "COUNTER") ||
-                  value::upper(typeName).find("AUTOINCREMENT") != std::string::npos;
+    // No default: NULL, or (some drivers) the word NULL.
+    if (row.size() > 12 && row[12].type != Stored::Null &&
+        !value::equalsIgnoreCase(value::trim(text(row, 12)), "NULL"))
+      c.defaultSql = text(row, 12);
+    bool key = keyNames.size() == 1 && value::equalsIgnoreCase(keyNames[0], c.name) &&
+               c.kind == sql::ColumnKind::Integer;
+    // An auto-number, whether or not it is the key (the original component's tables have a
+    // COUNTER column and no key).
+    c.autoKey = c.kind == sql::ColumnKind::Integer &&
+                (value::equalsIgnoreCase(typeName, "COUNTER") ||
+                 value::upper(typeName).find("AUTOINCREMENT") != std::string::npos ||
+                 (key && autoNumbered(engine, info->name, c.name)));
+    if (key) {
       info->keyColumn = static_cast<int>(info->columns.size());
       info->rowKey = accessQuote(c.name);
     }
@@ -125,14 +152,22 @@ std::shared_ptr<sql::TableInfo> describeAccessTable(OdbcEngine& engine, const st
 }
 
 int64_t reserveAccessKey(OdbcEngine& engine, const sql::TableInfo& table, int64_t& reserved) {
-  if (table.keyColumn < 0)
+  int counter = table.counterColumn();
+  if (counter < 0) counter = table.keyColumn;
+  if (counter < 0)
     throw RuntimeError(kStatementFailed,
                        "Table " + table.name + " in '" + engine.name() + "' has no key");
-  const std::string& key = table.columns[static_cast<size_t>(table.keyColumn)].name;
+  const std::string& key = table.columns[static_cast<size_t>(counter)].name;
   auto top =
-      engine.prepare("SELECT max(" + accessQuote(key) + ") FROM " + accessQuote(table.name) + ";");
+      engine.prepare("SELECT MAX(" + accessQuote(key) + ") FROM " + accessQuote(table.name) + ";");
   int64_t inUse = 0;
-  if (top->step() == Step::Row) inUse = top->column(0).type == Stored::Int ? top->column(0).i : 0;
+  if (top->step() == Step::Row) {
+    Stored v = top->column(0);
+    inUse = v.type == Stored::Int    ? v.i
+            : v.type == Stored::Real ? static_cast<int64_t>(v.r)
+            : v.type == Stored::Text ? value::toLong(v.s)
+                                     : 0;
+  }
   return reserved = std::max(reserved, inUse) + 1;
 }
 

@@ -43,10 +43,12 @@ std::string OdbcCatalog::tableSql(const store::TableDef& table) {
 }
 
 std::string accessTableSql(const store::TableDef& table) {
+  // The auto-number is the primary key, its index named as Access names it, so that the
+  // driver's catalog (SQLStatistics) tells it.
   auto bracketed = [](const std::string& n) { return "[" + n + "]"; };
   return sqlite::createTableSql(
-      table, sqlite::TableWords{+bracketed, "COUNTER PRIMARY KEY", "INTEGER", "DATETIME", "BIT",
-                                "LONGTEXT"});
+      table, sqlite::TableWords{+bracketed, "COUNTER CONSTRAINT PrimaryKey PRIMARY KEY", "LONG",
+                                "DATETIME", "BIT", "MEMO", "TEXT"});
 }
 
 void registerDataAccess() {

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "backends/odbc/odbc_internal.h"
+#include "base/error.h"
 #include "base/value.h"
 
 namespace dossync::odbc {
@@ -18,36 +19,77 @@ bool fileExists(const std::string& path) {
   return std::filesystem::exists(filePath(path), error);
 }
 
+namespace {
+
+// The first bytes of a file; fewer when it is shorter.
+std::string header(const std::string& path, size_t size) {
+  std::string bytes(size, '\0');
+  std::ifstream in(filePath(path), std::ios::binary);
+  in.read(bytes.data(), static_cast<std::streamsize>(size));
+  bytes.resize(static_cast<size_t>(std::max<std::streamsize>(in.gcount(), 0)));
+  return bytes;
+}
+
+constexpr const char* kAce = "Microsoft Access Driver (*.mdb, *.accdb)";
+constexpr const char* kJet = "Microsoft Access Driver (*.mdb)";
+
+}  // namespace
+
+bool hasAccessHeader(const std::string& path) {
+  std::string bytes = header(path, 19);
+  return bytes.size() == 19 && (bytes.compare(4, 15, "Standard Jet DB") == 0 ||
+                                bytes.compare(4, 15, "Standard ACE DB") == 0);
+}
+
 Flavour flavourOf(const std::string& path) {
+  if (hasAccessHeader(path)) return Flavour::Access;
+  if (header(path, 16) == std::string("SQLite format 3\0", 16)) return Flavour::SQLite;
   size_t slash = path.find_last_of("/\\");
   std::string file = slash == std::string::npos ? path : path.substr(slash + 1);
   size_t dot = file.rfind('.');
   std::string ext = dot == std::string::npos ? "" : value::upper(file.substr(dot));
   if (ext != ".MDB" && ext != ".ACCDB") return Flavour::SQLite;
-  std::filesystem::path p = filePath(path);
+  // A file that is there but empty is made anew by SQLite; one that holds something else is
+  // left for the Access driver to judge.
   std::error_code error;
-  if (!std::filesystem::exists(p, error))
-    return value::equalsIgnoreCase(file, "Temp.mdb") ? Flavour::SQLite : Flavour::Access;
-  if (std::filesystem::file_size(p, error) == 0 && !error) return Flavour::SQLite;
-  char header[16] = {};
-  std::ifstream in(p, std::ios::binary);
-  in.read(header, sizeof header);
-  return in.gcount() == 16 && std::string(header, 16) == std::string("SQLite format 3\0", 16)
-             ? Flavour::SQLite
-             : Flavour::Access;
+  std::filesystem::path p = filePath(path);
+  bool exists = std::filesystem::exists(p, error);
+  if (exists && std::filesystem::file_size(p, error) == 0 && !error) return Flavour::SQLite;
+  if (exists) return Flavour::Access;
+  static const bool access = driverInstalled(kAce) || driverInstalled(kJet);
+  return access ? Flavour::Access : Flavour::SQLite;
 }
 
-std::string driverName(Flavour flavour) {
-  if (flavour == Flavour::Access) return "Microsoft Access Driver (*.mdb, *.accdb)";
+std::vector<std::string> driverNames(Flavour flavour) {
+  if (flavour == Flavour::Access) return {kAce, kJet};
   const char* name = std::getenv("DOSSYNC_ODBC_SQLITE_DRIVER");
-  if (name && *name) return name;
+  if (name && *name) return {name};
 #ifdef _WIN32
   // The SQLite ODBC driver's installer for Windows names it so; under Wine, the drivers are the
   // host's unixODBC ones, where Debian names it "SQLite3".
-  static const bool windowsName = driverInstalled("SQLite3 ODBC Driver");
-  if (windowsName) return "SQLite3 ODBC Driver";
+  return {"SQLite3 ODBC Driver", "SQLite3"};
+#else
+  return {"SQLite3"};
 #endif
-  return "SQLite3";
+}
+
+bool driverAvailable(Flavour flavour) {
+  for (const std::string& name : driverNames(flavour))
+    if (driverInstalled(name)) return true;
+  return false;
+}
+
+std::string driverName(Flavour flavour) {
+  std::vector<std::string> names = driverNames(flavour);
+  std::string tried;
+  for (const std::string& name : names) {
+    if (driverInstalled(name)) return name;
+    tried += (tried.empty() ? "\"" : ", \"") + name + "\"";
+  }
+  throw RuntimeError(kProviderNotFound,
+                     std::string("No ODBC driver for ") +
+                         (flavour == Flavour::Access ? "Access (Jet) databases" : "SQLite databases") +
+                         " is installed (tried " + tried + ")");
 }
 
 bool driverInstalled(const std::string& name) {

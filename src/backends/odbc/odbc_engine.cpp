@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +18,7 @@
 
 #include "backends/odbc/odbc_internal.h"
 #include "backends/sql/sqlite_schema.h"
+#include "backends/sql/dialect.h"
 #include "backends/sql/tokenizer.h"
 #include "base/error.h"
 #include "base/utf16.h"
@@ -218,6 +220,23 @@ std::string plainMarkers(const std::string& sql, std::vector<int>& markers, bool
   return out;
 }
 
+// "YYYY-MM-DD[ HH:MM:SS]", as dates are stored, as an ODBC timestamp.
+bool timestampOf(const std::string& text, SQL_TIMESTAMP_STRUCT& t) {
+  int y = 0, mo = 0, d = 0, h = 0, mi = 0, sec = 0;
+  char tail = 0;
+  int n = std::sscanf(text.c_str(), "%4d-%2d-%2d %2d:%2d:%2d%c", &y, &mo, &d, &h, &mi, &sec, &tail);
+  if (n != 3 && n != 6) return false;
+  if (mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || sec > 59) return false;
+  t = SQL_TIMESTAMP_STRUCT{};
+  t.year = static_cast<SQLSMALLINT>(y);
+  t.month = static_cast<SQLUSMALLINT>(mo);
+  t.day = static_cast<SQLUSMALLINT>(d);
+  t.hour = static_cast<SQLUSMALLINT>(h);
+  t.minute = static_cast<SQLUSMALLINT>(mi);
+  t.second = static_cast<SQLUSMALLINT>(sec);
+  return true;
+}
+
 bool readsOnly(const std::string& sql) {
   std::string up = value::upper(value::trim(sql).substr(0, 8));
   if (up.rfind("PRAGMA", 0) == 0) return sql.find('=') == std::string::npos;
@@ -237,9 +256,19 @@ std::string connectionValue(const std::string& value) {
 class OdbcStatement : public sql::EngineStatement {
  public:
   // mustPrepare=false: a statement the driver refuses is not thrown but fails at its first step.
-  OdbcStatement(OdbcEngine& engine, const std::string& sql, bool mustPrepare = true)
-      : engine_(engine), flavour_(engine.flavour()), readOnly_(readsOnly(sql)) {
-    WString text = wide(plainMarkers(sql, markers_, flavour_ == Flavour::Access));
+  // own=true: a statement of this engine's own for its driver (PRAGMA...), not the shared layer's.
+  OdbcStatement(OdbcEngine& engine, const std::string& sql, bool mustPrepare = true,
+                bool own = true)
+      : engine_(engine), flavour_(engine.flavour()), readOnly_(readsOnly(sql)), sql_(sql) {
+    std::string sent = plainMarkers(sql, markers_, engine.jetSql());
+    if (engine.jetSql() && !own) {
+      // Caught here, named, rather than as whatever the Access driver makes of it.
+      std::string construct = sql::jetRejects(sent);
+      if (!construct.empty())
+        throw RuntimeError(kStatementFailed, "Cannot run \"" + sql + "\" on '" + engine.name() +
+                                                 "': Jet does not take " + construct);
+    }
+    WString text = wide(sent);
     SQLHSTMT stmt = SQL_NULL_HSTMT;
     if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_STMT, engine.connection(), &stmt)))
       throw RuntimeError(kStatementFailed,
@@ -265,10 +294,15 @@ class OdbcStatement : public sql::EngineStatement {
   }
   ~OdbcStatement() override { SQLFreeHandle(SQL_HANDLE_STMT, stmt_); }
 
-  void bind(int index, const Stored& v) override {
+  void bind(int index, const Stored& v) override { bind(index, v, sql::ColumnKind::Other); }
+  void bind(int index, const Stored& v, sql::ColumnKind kind) override {
     if (index < 1) return;
-    if (params_.size() < static_cast<size_t>(index)) params_.resize(static_cast<size_t>(index));
+    if (params_.size() < static_cast<size_t>(index)) {
+      params_.resize(static_cast<size_t>(index));
+      kinds_.resize(static_cast<size_t>(index), sql::ColumnKind::Other);
+    }
     params_[static_cast<size_t>(index) - 1] = v;
+    kinds_[static_cast<size_t>(index) - 1] = kind;
   }
 
   Step step() override {
@@ -295,6 +329,7 @@ class OdbcStatement : public sql::EngineStatement {
   void reset() override {
     rewind();
     params_.clear();
+    kinds_.clear();
   }
   int columnCount() const override { return static_cast<int>(columns_.size()); }
   Stored column(int i) const override {
@@ -339,37 +374,61 @@ class OdbcStatement : public sql::EngineStatement {
     SQLFreeStmt(stmt_, SQL_CLOSE);
     return busy() ? Step::Stale : Step::Failed;
   }
+  // Every parameter bound by its type: for Jet, integers that fit as SQL_INTEGER (the Access
+  // driver has no SQL_BIGINT) and Yes/No values as bits; for an Access file, dates as timestamps. A parameter the
+  // driver refuses is an error naming the statement.
   void bindAll() {
     bound_.assign(markers_.size(), Bound{});
+    const bool jet = engine_.jetSql();
     for (size_t m = 0; m < markers_.size(); ++m) {
       size_t n = static_cast<size_t>(markers_[m]);
       Bound& b = bound_[m];
       const Stored v = n >= 1 && n <= params_.size() ? params_[n - 1] : Stored{};
+      const sql::ColumnKind kind = n >= 1 && n <= kinds_.size() ? kinds_[n - 1] : sql::ColumnKind::Other;
       auto number = static_cast<SQLUSMALLINT>(m + 1);
-      switch (v.type) {
-        case Stored::Int:
-          b.i = v.i;
-          SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_SBIGINT, SQL_BIGINT, 0, 0, &b.i, 0,
-                           &b.indicator);
-          break;
-        case Stored::Real:
-          b.r = v.r;
-          SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_DOUBLE, SQL_DOUBLE, 0, 0, &b.r, 0,
-                           &b.indicator);
-          break;
-        case Stored::Text:
-        case Stored::Null: {
-          b.text = wide(v.s);
-          b.indicator = v.type == Stored::Null
-                            ? SQL_NULL_DATA
-                            : static_cast<SQLLEN>(b.text.size() * sizeof(SQLWCHAR));
-          b.text.push_back(0);
-          SQLULEN size = std::max<SQLULEN>(1, b.text.size() - 1);
-          SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_WCHAR,
-                           size > 255 ? SQL_WLONGVARCHAR : SQL_WVARCHAR, size, 0, b.text.data(),
-                           static_cast<SQLLEN>(b.text.size() * sizeof(SQLWCHAR)), &b.indicator);
-          break;
-        }
+      SQLRETURN rc = SQL_SUCCESS;
+      if (jet && v.type == Stored::Int && kind == sql::ColumnKind::Boolean) {
+        b.bit = v.i != 0 ? 1 : 0;
+        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_BIT, SQL_BIT, 1, 0, &b.bit, 0,
+                              &b.indicator);
+      } else if (jet && v.type == Stored::Int && v.i >= INT32_MIN && v.i <= INT32_MAX) {
+        b.i32 = static_cast<SQLINTEGER>(v.i);
+        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_SLONG, SQL_INTEGER, 10, 0,
+                              &b.i32, 0, &b.indicator);
+      } else if (jet && v.type == Stored::Int) {  // beyond a Long: Jet keeps it as a Double
+        b.r = static_cast<double>(v.i);
+        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_DOUBLE, SQL_DOUBLE, 15, 0,
+                              &b.r, 0, &b.indicator);
+      } else if (v.type == Stored::Int) {
+        b.i = v.i;
+        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_SBIGINT, SQL_BIGINT, 0, 0,
+                              &b.i, 0, &b.indicator);
+      } else if (v.type == Stored::Real) {
+        b.r = v.r;
+        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_DOUBLE, SQL_DOUBLE, 15, 0,
+                              &b.r, 0, &b.indicator);
+      } else if (flavour_ == Flavour::Access && v.type == Stored::Text &&
+                 kind == sql::ColumnKind::DateTime && timestampOf(v.s, b.date)) {
+        // (A SQLite file keeps its dates as text.)
+        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_TYPE_TIMESTAMP,
+                              SQL_TYPE_TIMESTAMP, 19, 0, &b.date, sizeof b.date, &b.indicator);
+      } else {
+        b.text = wide(v.s);
+        b.indicator = v.type == Stored::Null
+                          ? SQL_NULL_DATA
+                          : static_cast<SQLLEN>(b.text.size() * sizeof(SQLWCHAR));
+        b.text.push_back(0);
+        SQLULEN size = std::max<SQLULEN>(1, b.text.size() - 1);
+        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_WCHAR,
+                              size > 255 ? SQL_WLONGVARCHAR : SQL_WVARCHAR, size, 0, b.text.data(),
+                              static_cast<SQLLEN>(b.text.size() * sizeof(SQLWCHAR)), &b.indicator);
+      }
+      if (!SQL_SUCCEEDED(rc)) {
+        Diagnostic d = diagnose(SQL_HANDLE_STMT, stmt_);
+        engine_.noteError(d.text);
+        throw RuntimeError(kStatementFailed, "Cannot bind parameter " + std::to_string(n) +
+                                                 " of \"" + sql_ + "\" on '" + engine_.name() +
+                                                 "': " + d.text);
       }
     }
   }
@@ -416,15 +475,20 @@ class OdbcStatement : public sql::EngineStatement {
   struct Bound {
     SQLLEN indicator = 0;
     int64_t i = 0;
+    SQLINTEGER i32 = 0;
+    unsigned char bit = 0;
     double r = 0;
+    SQL_TIMESTAMP_STRUCT date{};
     WString text;
   };
   OdbcEngine& engine_;
   Flavour flavour_;
   SQLHSTMT stmt_ = SQL_NULL_HSTMT;
   bool readOnly_;
+  std::string sql_;
   std::vector<int> markers_;  // the parameter number of each marker, in order
   std::vector<Stored> params_;
+  std::vector<sql::ColumnKind> kinds_;  // by parameter: the kind of column it is written to
   std::vector<Bound> bound_;
   std::vector<Column> columns_;
   bool described_ = false;
@@ -457,14 +521,24 @@ OdbcEngine::OdbcEngine(const std::string& path, bool create)
     : OdbcEngine(path, create, flavourOf(path)) {}
 
 OdbcEngine::OdbcEngine(const std::string& path, bool create, Flavour flavour)
-    : impl_(std::make_unique<Impl>()), path_(path), flavour_(flavour) {
+    : OdbcEngine(path, create, flavour, flavour == Flavour::Access) {}
+
+OdbcEngine::OdbcEngine(const std::string& path, bool create, Flavour flavour, bool jetSql)
+    : impl_(std::make_unique<Impl>()), path_(path), flavour_(flavour), jet_(jetSql) {
   const bool exists = fileExists(path);
   if (!create && !exists)
     throw RuntimeError(kCannotOpenDatabase,
                        "Cannot open database '" + path + "': there is no such file");
   if (create && exists)
     throw RuntimeError(kFileAlreadyExists, "Database '" + path + "' already exists");
-  if (create && flavour == Flavour::Access) createAccessDatabase(path);
+  // Before anything touches the file: without a driver it is left as it is.
+  std::string driver;
+  try {
+    driver = driverName(flavour);
+  } catch (const RuntimeError& e) {
+    throw RuntimeError(e.number(), "Cannot open database '" + path + "': " + e.description());
+  }
+  if (create && flavour == Flavour::Access) createAccessDatabase(path, driver);
 
   auto fail = [&](int32_t code, const std::string& reason) {
     impl_.reset();
@@ -485,7 +559,6 @@ OdbcEngine::OdbcEngine(const std::string& path, bool create, Flavour flavour)
   if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_DBC, env, &dbc)))
     fail(kCannotOpenDatabase, diagnose(SQL_HANDLE_ENV, env).text);
   dbc_ = dbc;
-  const std::string driver = driverName(flavour);
   std::string connection = "DRIVER={" + driver + "};";
   if (flavour == Flavour::SQLite)
     connection += "Database=" + connectionValue(driverPath(path)) + ";Timeout=1;SyncPragma=NORMAL;";
@@ -511,9 +584,10 @@ OdbcEngine::OdbcEngine(const std::string& path, bool create, Flavour flavour)
     // The driver's own wait on a busy database (its Timeout, given as 1 ms above) also waits
     // out a write that can never join a snapshot another connection's write made stale; SQLite's
     // wait, set here, ends such a write at once and waits only for locks.
-    exec("PRAGMA busy_timeout = " + std::to_string(kBusyTimeoutMs) + ";");
+    OdbcStatement timeout(*this, "PRAGMA busy_timeout = " + std::to_string(kBusyTimeoutMs) + ";");
+    if (timeout.step() == Step::Failed) fail(kCannotOpenDatabase, timeout.errorMessage());
     OdbcStatement mode(*this, "PRAGMA journal_mode;");
-    wal_ = mode.step() == Step::Row && value::equalsIgnoreCase(mode.column(0).s, "wal");
+    wal_ = !jet_ && mode.step() == Step::Row && value::equalsIgnoreCase(mode.column(0).s, "wal");
   }
 }
 
@@ -528,13 +602,13 @@ OdbcEngine::~OdbcEngine() {
 }
 
 std::unique_ptr<sql::EngineStatement> OdbcEngine::prepare(const std::string& sql) {
-  return std::make_unique<OdbcStatement>(*this, sql);
+  return std::make_unique<OdbcStatement>(*this, sql, true, false);
 }
 
 void OdbcEngine::exec(const std::string& sql) {
   for (std::string one : sql::splitStatements(sql)) {
     one += ";";
-    OdbcStatement st(*this, one);
+    OdbcStatement st(*this, one, true, false);
     Step s;
     while ((s = st.step()) == Step::Row) {
     }
@@ -577,8 +651,8 @@ void OdbcEngine::rollback() {
 }
 
 uint64_t OdbcEngine::dataVersion() {
-  if (flavour_ == Flavour::Access) return ++looks_;
-  if (!impl_->version) impl_->version = prepare("PRAGMA data_version;");
+  if (jet_) return ++looks_;
+  if (!impl_->version) impl_->version = std::make_unique<OdbcStatement>(*this, "PRAGMA data_version;");
   uint64_t version = 0;
   if (impl_->version->step() == Step::Row)
     version = static_cast<uint64_t>(impl_->version->column(0).i);
@@ -609,19 +683,19 @@ std::vector<std::string> OdbcEngine::tableNames() {
 
 std::shared_ptr<sql::TableInfo> OdbcEngine::describeTable(const std::string& name,
                                                           std::string& viewOf) {
-  if (flavour_ == Flavour::SQLite) return sqlite::describeTable(*this, name, viewOf);
+  if (!jet_) return sqlite::describeTable(*this, name, viewOf);
   return describeAccessTable(*this, name);
 }
 
 int64_t OdbcEngine::reserveKey(const sql::TableInfo& table) {
-  if (flavour_ == Flavour::SQLite) return impl_->keys.reserve(*this, table);
+  if (!jet_) return impl_->keys.reserve(*this, table);
   return reserveAccessKey(*this, table, impl_->reserved[value::upper(table.name)]);
 }
 
 int64_t OdbcEngine::insertedKey(sql::EngineStatement&) {
   if (!impl_->identity)
-    impl_->identity =
-        prepare(flavour_ == Flavour::Access ? "SELECT @@IDENTITY;" : "SELECT last_insert_rowid();");
+    impl_->identity = std::make_unique<OdbcStatement>(
+        *this, flavour_ == Flavour::Access ? "SELECT @@IDENTITY;" : "SELECT last_insert_rowid();");
   int64_t key = 0;
   if (impl_->identity->step() == Step::Row) key = impl_->identity->column(0).i;
   impl_->identity->reset();

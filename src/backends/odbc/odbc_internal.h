@@ -86,8 +86,8 @@ std::filesystem::path filePath(const std::string& path);
 // The declared type describeColumn understands, for an Access column.
 std::string accessDeclType(SQLSMALLINT type, const std::string& typeName, SQLULEN size);
 std::string accessQuote(const std::string& name);
-// Makes an empty Access database file through the driver's setup.
-void createAccessDatabase(const std::string& path);
+// Makes an empty Access database file through the setup of the driver named.
+void createAccessDatabase(const std::string& path, const std::string& driver);
 // The table's columns and key from the driver's catalog; nullptr when there is no such table.
 std::shared_ptr<sql::TableInfo> describeAccessTable(OdbcEngine& engine, const std::string& name);
 // The next key of the table, above those in use and `reserved` (the last one promised).

@@ -107,12 +107,15 @@ int32_t DataAccess::openRecordset(const std::string& sql, int32_t cursorKind, in
     if (it == shapes_.end()) it = shapes_.emplace(sql, Shape{parseTableQuery(sql), nullptr}).first;
     Shape& shape = it->second;
     std::shared_ptr<const TableInfo> table = shape.query ? db_->table(shape.query->table) : nullptr;
+    const bool jet = db_->engine().jetSql();
     if (table && !table->rowKey.empty()) {
       if (!shape.cursor || shape.cursor->table != table)
-        shape.cursor = std::make_shared<CursorShape>(table, *shape.query);
+        shape.cursor = std::make_shared<CursorShape>(table, *shape.query, jet);
       rs = std::make_unique<TableRecordset>(*db_, shape.cursor, lockKind == hostdb::kLockReadOnly);
     } else {
-      rs = std::make_unique<ResultRecordset>(*db_, sql);
+      // A Jet table without a key is written row by row, each named by its values.
+      rs = std::make_unique<ResultRecordset>(*db_, sql, jet ? table : nullptr,
+                                             lockKind == hostdb::kLockReadOnly);
     }
   } catch (...) {
     if (recordsets_.empty()) db_->endSnapshot();

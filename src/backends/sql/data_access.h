@@ -15,7 +15,8 @@
 //   (SQLite: collation dossync_text; PostgreSQL, whose collations do not order as
 //   value::compareText does: sorted in this process). Any other statement (joins) is read whole
 //   into memory at open and is read-only; its finds use a hash index of folded text built at the
-//   first find on a field.
+//   first find on a field. So is a Jet table without a key, whose rows are written each named by
+//   all its old values (a write that would reach more than one row is refused).
 // Writes: lock kinds 2-4 write each field at once (its own transaction unless writes are
 // grouped, below; a field that holds the value already, byte for byte, is not written: a
 // change of case is written whatever the column's collation); a pending new row is

@@ -20,6 +20,13 @@ void Statement::bind(int index, const Stored& v) {
   stmt_->bind(index, v);
 }
 
+void Statement::bind(int index, const Stored& v, ColumnKind kind) {
+  auto i = static_cast<size_t>(index - 1);
+  if (bound_.size() <= i) bound_.resize(i + 1);
+  bound_[i] = v;
+  stmt_->bind(index, v, kind);
+}
+
 bool Statement::step() {
   bool first = !running_;
   if (first) owner_.checkPreview();
@@ -159,7 +166,9 @@ void Database::flushUpdate() {
   if (!deferred_.table) return;
   DeferredUpdate d = std::move(deferred_);
   deferred_ = DeferredUpdate{};
-  // A row whose fields all hold their values already is left alone.
+  // A row whose fields all hold their values already is left alone (Jet: written all the same,
+  // it has no null-safe comparison that tells case).
+  const bool jet = engine_->jetSql();
   std::string set, changed;
   for (size_t k = 0; k < d.values.size(); ++k) {
     const ColumnInfo& c = d.table->columns[static_cast<size_t>(d.values[k].first)];
@@ -169,10 +178,11 @@ void Database::flushUpdate() {
     changed += (k ? " OR " : "") + differs(column, c.kind, param);
   }
   StatementUse st(cached("UPDATE " + quoteIdentifier(d.table->name) + " SET " + set + " WHERE " +
-                         d.table->rowKey + " = ?" + std::to_string(d.values.size() + 1) + " AND (" +
-                         changed + ");"));
+                         d.table->rowKey + " = ?" + std::to_string(d.values.size() + 1) +
+                         (jet ? "" : " AND (" + changed + ")") + ";"));
   for (size_t k = 0; k < d.values.size(); ++k)
-    st->bind(static_cast<int>(k + 1), d.values[k].second);
+    st->bind(static_cast<int>(k + 1), d.values[k].second,
+             d.table->columns[static_cast<size_t>(d.values[k].first)].kind);
   st->bind(static_cast<int>(d.values.size() + 1), d.rowid);
   try {
     st->step();
@@ -496,9 +506,9 @@ bool Database::hasReservedKeys(const TableInfo& table) const {
 
 int64_t Database::reserveKey(const TableInfo& table) {
   flushUpdate();
-  if (preview_ && table.keyColumn >= 0) {
+  if (preview_ && table.counterColumn() >= 0) {
     checkPreview();
-    const std::string& key = table.columns[static_cast<size_t>(table.keyColumn)].name;
+    const std::string& key = table.columns[static_cast<size_t>(table.counterColumn())].name;
     StatementUse st(cached("SELECT max(" + quoteIdentifier(key) + ") FROM " +
                            quoteIdentifier(table.name) + ";"));
     int64_t top = st->step() ? st->columnInt(0) : 0;

@@ -31,6 +31,7 @@ class Statement {
   Statement& operator=(const Statement&) = delete;
 
   void bind(int index, const Stored& v);
+  void bind(int index, const Stored& v, ColumnKind kind);  // a value of a column of that kind
   void bind(int index, int64_t v) { bind(index, Stored{Stored::Int, v, 0, {}}); }
   void bind(int index, const std::string& v) { bind(index, Stored{Stored::Text, 0, 0, v}); }
   bool step();  // true while a row is available

@@ -169,6 +169,33 @@ std::string differs(const std::string& quotedColumn, ColumnKind kind, int parame
   return kind == ColumnKind::Text || kind == ColumnKind::Memo ? test + " COLLATE BINARY" : test;
 }
 
+std::string jetRejects(const std::string& sql) {
+  std::vector<Token> tokens;
+  for (const Token& t : tokenize(sql))
+    if (!t.blank()) tokens.push_back(t);
+  auto at = [&](size_t k, std::string_view text) { return k < tokens.size() && tokens[k].is(text); };
+  for (size_t k = 0; k < tokens.size(); ++k) {
+    const Token& t = tokens[k];
+    if (t.kind == Token::Name && t.is("\"")) return "a double-quoted name";
+    if (t.kind == Token::Parameter && t.text.size() > 1) return "a numbered parameter";
+    if (t.is("|") && at(k + 1, "|")) return "||";
+    if (t.kind != Token::Word) continue;
+    if (t.is("IS") && (k + 1 < tokens.size() && tokens[k + 1].kind == Token::Parameter))
+      return "IS ?";
+    if (t.is("IS") && at(k + 1, "NOT") && k + 2 < tokens.size() &&
+        tokens[k + 2].kind == Token::Parameter)
+      return "IS NOT ?";
+    if (t.is("DEFAULT") && at(k + 1, "VALUES")) return "DEFAULT VALUES";
+    if (t.is("INSERT") && at(k + 1, "INTO") && k + 3 < tokens.size() && !tokens[k + 3].is("(") &&
+        !tokens[k + 3].is("SELECT") && !tokens[k + 3].is("DEFAULT"))
+      return "an INSERT without its column list";
+    for (const char* word : {"LIMIT", "OFFSET", "COLLATE", "RETURNING", "SAVEPOINT", "RELEASE",
+                             "COALESCE", "IFNULL", "ROWID", "PRAGMA"})
+      if (t.is(word)) return word;
+  }
+  return "";
+}
+
 namespace {
 
 // toPostgres; without `calls`, every word before "(" is a name (CREATE INDEX i ON t(c)).

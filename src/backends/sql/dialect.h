@@ -45,6 +45,14 @@ std::string withTextOrder(const std::string& sql);
 // (the host's name columns are COLLATE NOCASE): a change of case is a change.
 std::string differs(const std::string& quotedColumn, ColumnKind kind, int parameter);
 
+// What of a statement, as sent to the Access driver, Jet would refuse or read otherwise: "" when
+// nothing, else the construct ("LIMIT", "IS NOT ?", "DEFAULT VALUES", "a double-quoted name",
+// "||", "COLLATE", "a numbered parameter", ...). Jet has no LIMIT/OFFSET (TOP instead), no
+// null-safe comparison with a parameter, no DEFAULT VALUES, reads "x" as text not as a name,
+// joins text with &, has no collations, no RETURNING, no savepoints, and neither COALESCE nor
+// IFNULL; rowid and PRAGMA are SQLite's.
+std::string jetRejects(const std::string& sql);
+
 // PostgreSQL: names are respelled as the database spells them and quoted (Jet's names match
 // in any case, PostgreSQL's quoted ones only in theirs; `spelling` answers the database's
 // spelling of a table or column name, nullptr for a word that is neither), [names] quoted,

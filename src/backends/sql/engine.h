@@ -32,6 +32,9 @@ class EngineStatement {
   virtual ~EngineStatement() = default;
   // Parameters are numbered from 1, as "?1" in the statement's text.
   virtual void bind(int index, const Stored& v) = 0;
+  // A value bound for a column of that kind (an engine that types its parameters binds a date
+  // as a timestamp, a Yes/No as a bit).
+  virtual void bind(int index, const Stored& v, ColumnKind) { bind(index, v); }
   virtual Step step() = 0;
   virtual void rewind() = 0;  // ready to run again, parameters kept
   virtual void reset() = 0;   // ready to run again, parameters cleared
@@ -90,6 +93,10 @@ class Engine {
   // "dossync_text"); false when the shared layer sorts the rows in this process.
   virtual bool collatesText() const = 0;
   virtual std::string lastErrorText() const = 0;
+  // Jet's SQL: the shared layer writes no LIMIT (a first row is MIN(key)), no "IS NOT ?" (a
+  // value is compared with the one read, in this process), no DEFAULT VALUES (an insert lists
+  // its columns), and names a row of a table without a key by all its old values.
+  virtual bool jetSql() const { return false; }
 };
 
 }  // namespace dossync::sql

@@ -10,17 +10,41 @@
 
 namespace dossync::sql {
 
+namespace {
+// Byte for byte the same stored value (a change of case is a change).
+bool sameStored(const Stored& a, const Stored& b) {
+  if (a.type != b.type) return false;
+  switch (a.type) {
+    case Stored::Null:
+      return true;
+    case Stored::Int:
+      return a.i == b.i;
+    case Stored::Real:
+      return a.r == b.r;
+    case Stored::Text:
+      return a.s == b.s;
+  }
+  return false;
+}
+}  // namespace
+
 // ---- TableRecordset
 
-CursorShape::CursorShape(std::shared_ptr<const TableInfo> info, const TableQuery& q)
-    : table(std::move(info)) {
+CursorShape::CursorShape(std::shared_ptr<const TableInfo> info, const TableQuery& q, bool jet)
+    : table(std::move(info)), jet(jet) {
   std::string t = quoteIdentifier(table->name);
   const std::string& key = table->rowKey;
   wherePrefix = q.where.empty() ? "" : "(" + q.where + ") AND ";
-  nextSql = "SELECT " + key + " FROM " + t + " WHERE " + wherePrefix + key + " > ?1 ORDER BY " +
-            key + " LIMIT 1;";
-  firstSql = "SELECT " + key + " FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
-             " ORDER BY " + key + " LIMIT 1;";
+  if (jet) {  // Jet has no LIMIT; the lowest key is one row (NULL when there is none)
+    nextSql = "SELECT MIN(" + key + ") FROM " + t + " WHERE " + wherePrefix + key + " > ?1;";
+    firstSql = "SELECT MIN(" + key + ") FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
+               ";";
+  } else {
+    nextSql = "SELECT " + key + " FROM " + t + " WHERE " + wherePrefix + key + " > ?1 ORDER BY " +
+              key + " LIMIT 1;";
+    firstSql = "SELECT " + key + " FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
+               " ORDER BY " + key + " LIMIT 1;";
+  }
   holdsSql = "SELECT 1 FROM " + t + " WHERE " + wherePrefix + key + " = ?1;";
   if (!q.orderBy.empty())
     orderSql = "SELECT " + key + " FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
@@ -101,7 +125,8 @@ void TableRecordset::moveTo(std::optional<int64_t> rowid) const {
 void TableRecordset::moveAfter(std::optional<int64_t> rowid) const {
   StatementUse st(db_.cached(rowid ? shape_->nextSql : shape_->firstSql));
   if (rowid) st->bind(1, *rowid);
-  moveTo(st->step() ? std::optional<int64_t>(st->columnInt(0)) : std::nullopt);
+  bool found = st->step() && st->column(0).type != Stored::Null;
+  moveTo(found ? std::optional<int64_t>(st->columnInt(0)) : std::nullopt);
 }
 
 void TableRecordset::moveNext() {
@@ -151,7 +176,7 @@ const std::string& CursorShape::update(int column) {
     const ColumnInfo& info = table->columns[static_cast<size_t>(column)];
     std::string c = quoteIdentifier(info.name);
     sql = "UPDATE " + quoteIdentifier(table->name) + " SET " + c + " = ?1 WHERE " + table->rowKey +
-          " = ?2 AND " + differs(c, info.kind, 1) + ";";
+          " = ?2" + (jet ? "" : " AND " + differs(c, info.kind, 1)) + ";";
   }
   return sql;
 }
@@ -238,6 +263,11 @@ void TableRecordset::write(const std::string& field, const std::string& value) {
                                                c.name + " is the auto-number key");
   Stored v = toStored(table_.name, c, value);
   int i = static_cast<int>(&c - table_.columns.data());
+  // Jet cannot tell in its statement whether the field holds the value already: the value read
+  // tells, when the row was read.
+  if (shape_->jet && cacheValid_ && row_ && row_->loaded[static_cast<size_t>(i)] &&
+      sameStored(row_->values[static_cast<size_t>(i)], v))
+    return;
   cacheValid_ = false;
   if (db_.groupsWrites()) {  // joined with the row's next writes into one UPDATE
     db_.indexUpdate(table_, i, rowid_, v);
@@ -245,7 +275,7 @@ void TableRecordset::write(const std::string& field, const std::string& value) {
     return;
   }
   StatementUse st(db_.cached(shape_->update(i)));
-  st->bind(1, v);
+  st->bind(1, v, c.kind);
   st->bind(2, rowid_);
   st->step();
   db_.indexUpdate(table_, i, rowid_, v);
@@ -272,6 +302,52 @@ void TableRecordset::setNew(const std::string& field, const std::string& value) 
   pending_[static_cast<size_t>(&c - table_.columns.data())] = toStored(table_.name, c, value);
 }
 
+namespace {
+
+// Inserts a row of the table: the columns given (nullopt: left to the database's default; a
+// Yes/No column without one is False rather than Null, as the host's engine has it). The
+// statement is answered after its run, for the engine to tell the new row's key.
+Statement& insertRow(Database& db, const TableInfo& table,
+                     const std::vector<std::optional<Stored>>& row) {
+  std::string cols, params;
+  std::vector<std::pair<Stored, ColumnKind>> values;
+  for (size_t i = 0; i < table.columns.size(); ++i) {
+    const ColumnInfo& c = table.columns[i];
+    std::optional<Stored> v = row[i];
+    if (!v && c.kind == ColumnKind::Boolean && c.notNull && c.defaultSql.empty())
+      v = Stored{Stored::Int, 0, 0, {}};
+    if (!v) continue;
+    if (!cols.empty()) cols += ", ", params += ", ";
+    cols += quoteIdentifier(c.name);
+    params += "?" + std::to_string(values.size() + 1);
+    values.emplace_back(*v, c.kind);
+  }
+  if (cols.empty() && db.engine().jetSql()) {
+    // Jet has no DEFAULT VALUES: a column the database numbers or defaults itself is named Null.
+    for (const ColumnInfo& c : table.columns) {
+      if (c.autoKey) continue;
+      cols = quoteIdentifier(c.name);
+      params = "NULL";
+      break;
+    }
+  }
+  std::string sql = "INSERT INTO " + quoteIdentifier(table.name) +
+                    (cols.empty() ? " DEFAULT VALUES" : " (" + cols + ") VALUES (" + params + ")") +
+                    db.engine().insertSuffix(table) + ";";
+  Statement& st = db.cached(sql);
+  try {
+    for (size_t i = 0; i < values.size(); ++i)
+      st.bind(static_cast<int>(i + 1), values[i].first, values[i].second);
+    st.step();
+  } catch (...) {
+    st.reset();
+    throw;
+  }
+  return st;
+}
+
+}  // namespace
+
 void TableRecordset::saveNew() {
   if (state_ != State::Pending)
     throw RuntimeError(kNoCurrentRecord, "No new row of " + table_.name + " to save");
@@ -282,31 +358,14 @@ void TableRecordset::saveNew() {
   if (numbered && reservedKey_ == 0 &&
       (db_.hasReservedKeys(table_) || db_.engine().reservesEveryKey()))
     reservedKey_ = db_.reserveKey(table_);
-  std::string cols, params;
-  std::vector<Stored> values;
-  for (size_t i = 0; i < table_.columns.size(); ++i) {
-    const ColumnInfo& c = table_.columns[i];
-    std::optional<Stored> v = pending_[i];
-    if (c.autoKey && reservedKey_ != 0) v = Stored{Stored::Int, reservedKey_, 0, {}};
-    // A column left alone takes the database's default; a Yes/No column without one is False
-    // rather than Null, as the host's engine has it.
-    if (!v && c.kind == ColumnKind::Boolean && c.notNull && c.defaultSql.empty())
-      v = Stored{Stored::Int, 0, 0, {}};
-    if (!v) continue;
-    if (!cols.empty()) cols += ", ", params += ", ";
-    cols += quoteIdentifier(c.name);
-    params += "?" + std::to_string(values.size() + 1);
-    values.push_back(*v);
-  }
-  std::string sql = "INSERT INTO " + quoteIdentifier(table_.name) +
-                    (cols.empty() ? " DEFAULT VALUES" : " (" + cols + ") VALUES (" + params + ")") +
-                    db_.engine().insertSuffix(table_) + ";";
+  std::vector<std::optional<Stored>> row = pending_;
+  if (numbered && reservedKey_ != 0)
+    row[static_cast<size_t>(table_.keyColumn)] = Stored{Stored::Int, reservedKey_, 0, {}};
   int64_t rowid = reservedKey_;
   {
-    StatementUse st(db_.cached(sql));
-    for (size_t i = 0; i < values.size(); ++i) st->bind(static_cast<int>(i + 1), values[i]);
-    st->step();
-    if (rowid == 0) rowid = db_.engine().insertedKey(st->engineStatement());
+    Statement& st = insertRow(db_, table_, row);
+    StatementUse use(st);
+    if (rowid == 0) rowid = db_.engine().insertedKey(st.engineStatement());
   }
   db_.indexInsert(table_, rowid);
   pending_.clear();
@@ -423,8 +482,14 @@ void TableRecordset::deleteCurrent() {
 
 // ---- ResultRecordset
 
-ResultRecordset::ResultRecordset(Database& db, const std::string& sql) : sql_(sql) {
+ResultRecordset::ResultRecordset(Database& db, const std::string& sql,
+                                 std::shared_ptr<const TableInfo> table, bool readOnlyLock)
+    : db_(&db), sql_(sql), table_(std::move(table)), writable_(table_ && !readOnlyLock) {
   rows_ = readOrdered(db, sql, &columns_);
+  deleted_.assign(rows_.size(), false);
+  if (table_) {
+    for (const ColumnInfo& c : table_->columns) resultColumn_.push_back(column(c.name));
+  }
 }
 
 void ResultRecordset::readOnly() const {
@@ -439,19 +504,173 @@ int ResultRecordset::column(const std::string& field) const {
   return -1;
 }
 
+const ColumnInfo& ResultRecordset::tableColumn(const std::string& field) const {
+  int i = table_->find(field);
+  if (i < 0)
+    throw RuntimeError(kItemNotFound, "Item cannot be found in the collection: table " +
+                                          table_->name + " has no field '" + field + "'");
+  return table_->columns[static_cast<size_t>(i)];
+}
+
+void ResultRecordset::requireRow() const {
+  if (index_ >= rows_.size() || deleted_[index_])
+    throw RuntimeError(kNoCurrentRecord, "Either BOF or EOF is True, or the current record of \"" +
+                                             sql_ + "\" has been deleted");
+}
+
 void ResultRecordset::moveNext() {
+  if (!pending_.empty()) {  // a pending new row is dropped, as a move cancels it
+    pending_.clear();
+  }
   if (isEOF())
     throw RuntimeError(kNoCurrentRecord, "Either BOF or EOF is True: no row after the last one");
   ++index_;
 }
 
 std::string ResultRecordset::read(const std::string& field) {
+  if (!pending_.empty()) {
+    const ColumnInfo& c = tableColumn(field);
+    auto i = static_cast<size_t>(&c - table_->columns.data());
+    if (c.autoKey) {
+      if (reservedKey_ == 0) reservedKey_ = db_->reserveKey(*table_);
+      return std::to_string(reservedKey_);
+    }
+    if (!pending_[i]) pending_[i] = db_->defaultValue(*table_, static_cast<int>(i));
+    return fromStored(c, *pending_[i]);
+  }
   int c = column(field);
   if (c < 0)
     throw RuntimeError(kItemNotFound, "Item cannot be found in the collection: no field '" + field +
                                           "' in \"" + sql_ + "\"");
-  if (isEOF()) throw RuntimeError(kNoCurrentRecord, "Either BOF or EOF is True");
+  requireRow();
   return fromStored(columns_[static_cast<size_t>(c)], rows_[index_][static_cast<size_t>(c)]);
+}
+
+// The current row named by all its old values (a memo is left out: Jet compares only its start),
+// its parameters numbered from `first`.
+std::string ResultRecordset::namedRow(std::vector<std::pair<Stored, ColumnKind>>& values) {
+  auto where = [&](int first, std::vector<std::pair<Stored, ColumnKind>>* out) {
+    std::string sql;
+    int n = first;
+    for (size_t k = 0; k < table_->columns.size(); ++k) {
+      const ColumnInfo& c = table_->columns[k];
+      int r = resultColumn_[k];
+      if (r < 0 || c.kind == ColumnKind::Memo) continue;
+      const Stored& old = rows_[index_][static_cast<size_t>(r)];
+      if (!sql.empty()) sql += " AND ";
+      if (old.type == Stored::Null) {
+        sql += quoteIdentifier(c.name) + " IS NULL";
+      } else {
+        sql += quoteIdentifier(c.name) + " = ?" + std::to_string(n++);
+        if (out) out->emplace_back(old, c.kind);
+      }
+    }
+    return sql;
+  };
+  std::vector<std::pair<Stored, ColumnKind>> own;
+  std::string test = where(1, &own);
+  if (test.empty()) readOnly();
+  int64_t matches = 0;
+  {
+    StatementUse st(db_->cached("SELECT COUNT(*) FROM " + quoteIdentifier(table_->name) +
+                                " WHERE " + test + ";"));
+    for (size_t i = 0; i < own.size(); ++i)
+      st->bind(static_cast<int>(i + 1), own[i].first, own[i].second);
+    if (st->step()) matches = st->columnInt(0);
+  }
+  if (matches == 0)
+    throw RuntimeError(kNoCurrentRecord, "The current record of " + table_->name +
+                                             " was changed or deleted since it was read");
+  if (matches > 1)
+    throw RuntimeError(kNotUpdatable, "Cannot write the current record of " + table_->name + ": " +
+                                          std::to_string(matches) +
+                                          " rows hold the same values and the table has no key "
+                                          "to tell them apart");
+  std::string named = where(static_cast<int>(values.size() + 1), nullptr);
+  values.insert(values.end(), own.begin(), own.end());
+  return named;
+}
+
+void ResultRecordset::run(const std::string& sql,
+                          const std::vector<std::pair<Stored, ColumnKind>>& values) {
+  StatementUse st(db_->cached(sql));
+  for (size_t i = 0; i < values.size(); ++i)
+    st->bind(static_cast<int>(i + 1), values[i].first, values[i].second);
+  st->step();
+}
+
+void ResultRecordset::write(const std::string& field, const std::string& value) {
+  if (!pending_.empty()) return setNew(field, value);
+  if (!writable_) readOnly();
+  const ColumnInfo& c = tableColumn(field);
+  requireRow();
+  if (c.autoKey)
+    throw RuntimeError(kFieldNotUpdatable, "Field cannot be updated: " + table_->name + "." +
+                                               c.name + " is the auto-number key");
+  int r = resultColumn_[static_cast<size_t>(&c - table_->columns.data())];
+  if (r < 0) readOnly();
+  Stored v = toStored(table_->name, c, value);
+  Stored& old = rows_[index_][static_cast<size_t>(r)];
+  if (sameStored(old, v)) return;
+  std::vector<std::pair<Stored, ColumnKind>> values{{v, c.kind}};
+  std::string where = namedRow(values);
+  run("UPDATE " + quoteIdentifier(table_->name) + " SET " + quoteIdentifier(c.name) +
+          " = ?1 WHERE " + where + ";",
+      values);
+  old = std::move(v);
+  hash_.erase(r);
+}
+
+void ResultRecordset::deleteCurrent() {
+  if (!writable_) readOnly();
+  requireRow();
+  std::vector<std::pair<Stored, ColumnKind>> values;
+  std::string where = namedRow(values);
+  run("DELETE FROM " + quoteIdentifier(table_->name) + " WHERE " + where + ";", values);
+  deleted_[index_] = true;
+}
+
+void ResultRecordset::addNew() {
+  if (!writable_) readOnly();
+  pending_.assign(table_->columns.size(), std::nullopt);
+  reservedKey_ = 0;
+}
+
+void ResultRecordset::setNew(const std::string& field, const std::string& value) {
+  if (pending_.empty()) return write(field, value);
+  const ColumnInfo& c = tableColumn(field);
+  if (c.autoKey)
+    throw RuntimeError(kFieldNotUpdatable, "Field cannot be updated: " + table_->name + "." +
+                                               c.name + " is the auto-number key");
+  pending_[static_cast<size_t>(&c - table_->columns.data())] = toStored(table_->name, c, value);
+}
+
+void ResultRecordset::saveNew() {
+  if (pending_.empty()) throw RuntimeError(kNoCurrentRecord, "No new row of \"" + sql_ + "\" to save");
+  std::vector<std::optional<Stored>> row = pending_;
+  int counter = table_->counterColumn();
+  if (counter >= 0) {  // numbered here, so that the row read back holds its number
+    if (reservedKey_ == 0) reservedKey_ = db_->reserveKey(*table_);
+    row[static_cast<size_t>(counter)] = Stored{Stored::Int, reservedKey_, 0, {}};
+  }
+  StatementUse inserted(insertRow(*db_, *table_, row));
+  // The new row joins the rows read, as the database stores it.
+  std::vector<Stored> stored(columns_.size());
+  for (size_t k = 0; k < table_->columns.size(); ++k) {
+    int r = resultColumn_[k];
+    if (r < 0) continue;
+    const ColumnInfo& c = table_->columns[k];
+    std::optional<Stored> v = row[k];
+    if (!v) v = db_->defaultValue(*table_, static_cast<int>(k));
+    if (v->type == Stored::Null && c.kind == ColumnKind::Boolean && c.notNull)
+      v = Stored{Stored::Int, 0, 0, {}};
+    stored[static_cast<size_t>(r)] = *v;
+  }
+  rows_.push_back(std::move(stored));
+  deleted_.push_back(false);
+  index_ = rows_.size() - 1;
+  pending_.clear();
+  hash_.clear();
 }
 
 std::optional<size_t> ResultRecordset::findFrom(size_t start) {
@@ -465,12 +684,14 @@ std::optional<size_t> ResultRecordset::findFrom(size_t start) {
   }
   auto it = byValue.find(findValue_);
   if (it == byValue.end()) return std::nullopt;
-  auto pos = std::lower_bound(it->second.begin(), it->second.end(), start);
-  if (pos == it->second.end()) return std::nullopt;
-  return *pos;
+  for (auto pos = std::lower_bound(it->second.begin(), it->second.end(), start);
+       pos != it->second.end(); ++pos)
+    if (!deleted_[*pos]) return *pos;
+  return std::nullopt;
 }
 
 bool ResultRecordset::findFirst(const std::string& field, const std::string& value) {
+  pending_.clear();
   findColumn_ = column(field);
   if (findColumn_ >= 0) findValue_ = findKey(columns_[static_cast<size_t>(findColumn_)], value);
   auto found = findColumn_ < 0 ? std::nullopt : findFrom(0);
@@ -479,6 +700,7 @@ bool ResultRecordset::findFirst(const std::string& field, const std::string& val
 }
 
 void ResultRecordset::findNext() {
+  pending_.clear();
   if (findColumn_ < 0 || isEOF()) {
     index_ = rows_.size();
     return;

@@ -16,8 +16,9 @@ namespace dossync::sql {
 
 // The statements a cursor on one query runs, written once per query and table description.
 struct CursorShape {
-  CursorShape(std::shared_ptr<const TableInfo> table, const TableQuery& query);
+  CursorShape(std::shared_ptr<const TableInfo> table, const TableQuery& query, bool jet = false);
   std::shared_ptr<const TableInfo> table;
+  bool jet;  // the engine's SQL is Jet's (Engine::jetSql)
   std::string wherePrefix;             // "(where) AND " or ""
   std::string firstSql;                // the first row
   std::string nextSql;                 // the next row after ?1
@@ -112,30 +113,50 @@ class TableRecordset : public Recordset {
   std::string findKey_;  // folded
 };
 
+// A result read whole. On one table without a key (a Jet table made without a primary key),
+// the rows are writable too: a row is named by all its old values, and a write that would reach
+// more than one row is refused.
 class ResultRecordset : public Recordset {
  public:
-  ResultRecordset(Database& db, const std::string& sql);
+  // `table`: the one table the statement reads, when its rows may be written.
+  ResultRecordset(Database& db, const std::string& sql,
+                  std::shared_ptr<const TableInfo> table = nullptr, bool readOnlyLock = true);
   bool isEOF() const override { return index_ >= rows_.size(); }
-  bool hasCurrentRow() const override { return index_ < rows_.size(); }
+  bool hasCurrentRow() const override {
+    return pending_.empty() ? index_ < rows_.size() && !deleted_[index_] : true;
+  }
   void moveNext() override;
   std::string read(const std::string& field) override;
-  void write(const std::string& field, const std::string& value) override { readOnly(); }
-  void addNew() override { readOnly(); }
-  void setNew(const std::string& field, const std::string& value) override { readOnly(); }
-  void saveNew() override { readOnly(); }
+  void write(const std::string& field, const std::string& value) override;
+  void addNew() override;
+  void setNew(const std::string& field, const std::string& value) override;
+  void saveNew() override;
   bool findFirst(const std::string& field, const std::string& value) override;
   void findNext() override;
-  void deleteCurrent() override { readOnly(); }
+  void deleteCurrent() override;
 
  private:
   [[noreturn]] void readOnly() const;
   int column(const std::string& field) const;
   std::optional<size_t> findFrom(size_t start);
+  void requireRow() const;
+  const ColumnInfo& tableColumn(const std::string& field) const;
+  // The WHERE clause naming the current row by its old values, with the values to bind; throws
+  // when it names none or more than one row.
+  std::string namedRow(std::vector<std::pair<Stored, ColumnKind>>& values);
+  void run(const std::string& sql, const std::vector<std::pair<Stored, ColumnKind>>& values);
 
+  Database* db_;
   std::string sql_;
+  std::shared_ptr<const TableInfo> table_;
+  bool writable_ = false;
+  std::vector<int> resultColumn_;  // by table column: its column in the rows (-1 none)
   std::vector<ColumnInfo> columns_;
   std::vector<std::vector<Stored>> rows_;
+  std::vector<bool> deleted_;
   size_t index_ = 0;
+  std::vector<std::optional<Stored>> pending_;  // by table column; empty: no new row
+  int64_t reservedKey_ = 0;
   std::unordered_map<int, std::unordered_map<std::string, std::vector<size_t>>> hash_;
   int findColumn_ = -1;
   std::string findValue_;

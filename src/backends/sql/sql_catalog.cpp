@@ -66,7 +66,7 @@ std::string createTableSql(const store::TableDef& table, const TableWords& words
         sql += words.boolean;
         break;
       case store::adVarWChar:
-        sql += "VARCHAR(" + std::to_string(c.definedSize) + ")";
+        sql += std::string(words.text) + "(" + std::to_string(c.definedSize) + ")";
         break;
       default:
         sql += words.memo;

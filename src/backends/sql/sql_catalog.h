@@ -40,6 +40,7 @@ struct TableWords {
   const char* date;
   const char* boolean;
   const char* memo;  // text of any length
+  const char* text = "VARCHAR";  // text of at most n characters, as text(n)
 };
 std::string createTableSql(const store::TableDef& table, const TableWords& words);
 

@@ -64,6 +64,13 @@ int TableInfo::find(std::string_view field) const {
   return it == byName.end() ? -1 : it->second;
 }
 
+int TableInfo::counterColumn() const {
+  if (keyColumn >= 0) return columns[static_cast<size_t>(keyColumn)].autoKey ? keyColumn : -1;
+  for (size_t i = 0; i < columns.size(); ++i)
+    if (columns[i].autoKey) return static_cast<int>(i);
+  return -1;
+}
+
 void TableInfo::add(ColumnInfo column) {
   byName.emplace(column.name, static_cast<int>(columns.size()));
   columns.push_back(std::move(column));

@@ -54,6 +54,8 @@ struct TableInfo {
   std::string rowKey;
   std::unordered_map<std::string, int, CaseInsensitiveHash, CaseInsensitiveEqual> byName;
   int find(std::string_view field) const;  // -1 when absent; case-insensitive
+  // The auto-number column: the key, or in a table without one its counter column; -1 none.
+  int counterColumn() const;
   void add(ColumnInfo column);
 };
 

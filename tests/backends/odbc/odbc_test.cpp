@@ -3,14 +3,17 @@
 // through the ODBC connection and catalog. (The data access object itself runs the shared
 // suite of data_access_test.cpp.)
 #include "backends/odbc/odbc_data_access.h"
+#include "backends/sql/data_access.h"
 
 #include <gtest/gtest.h>
 
 #include <sqlite3.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "core/apartment.h"
@@ -24,7 +27,7 @@ namespace fs = std::filesystem;
 using testing::querySql;
 
 bool driverMissing() {
-  return !odbc::driverInstalled(odbc::driverName(odbc::Flavour::SQLite));
+  return !odbc::driverAvailable(odbc::Flavour::SQLite);
 }
 #define SKIP_WITHOUT_DRIVER() \
   if (driverMissing())        \
@@ -119,19 +122,70 @@ TEST(OdbcEngineTest, AWriteWaitsForAnotherConnectionsLock) {
   EXPECT_EQ(querySql(path, "SELECT count(*) FROM Categories;"), (std::vector<std::string>{"2"}));
 }
 
-TEST(OdbcEngineTest, AccessOnlyForAccessFilesThatAreNotSqliteFiles) {
+// The file's first bytes decide; only a file without a database's header goes by its name.
+TEST(OdbcEngineTest, TheFlavourIsTheHeadersTheNamesOnlyForOtherFiles) {
   testing::TempDir dir;
   using odbc::Flavour;
-  EXPECT_EQ(odbc::flavourOf(dir.file("host.db")), Flavour::SQLite);
-  EXPECT_EQ(odbc::flavourOf(dir.file("new.mdb")), Flavour::Access);
-  EXPECT_EQ(odbc::flavourOf(dir.file("New.ACCDB")), Flavour::Access);
-  EXPECT_EQ(odbc::flavourOf(dir.file("Temp.mdb")), Flavour::SQLite);  // made, then copied
+  const Flavour fresh =
+      odbc::driverAvailable(Flavour::Access) ? Flavour::Access : Flavour::SQLite;
+  std::ofstream(dir.file("jet.db")) << std::string("\0\1\0\0Standard Jet DB\0", 20);
+  std::ofstream(dir.file("ace.x")) << std::string("\0\1\0\0Standard ACE DB\0", 20);
+  std::ofstream(dir.file("other.mdb")) << "not a database at all";
   std::ofstream(dir.file("empty.mdb")).flush();
-  EXPECT_EQ(odbc::flavourOf(dir.file("empty.mdb")), Flavour::SQLite);
   testing::execSql(dir.file("sqlite.mdb"), "CREATE TABLE t (x);");
-  EXPECT_EQ(odbc::flavourOf(dir.file("sqlite.mdb")), Flavour::SQLite);
-  std::ofstream(dir.file("jet.mdb")) << std::string("\0\1\0\0Standard Jet DB\0", 20);
-  EXPECT_EQ(odbc::flavourOf(dir.file("jet.mdb")), Flavour::Access);
+  const std::pair<const char*, Flavour> cases[] = {
+      {"host.db", Flavour::SQLite},  {"jet.db", Flavour::Access},    {"ace.x", Flavour::Access},
+      {"sqlite.mdb", Flavour::SQLite}, {"empty.mdb", Flavour::SQLite}, {"other.mdb", Flavour::Access},
+      {"new.mdb", fresh},            {"Temp.mdb", fresh},            {"New.ACCDB", fresh}};
+  for (const auto& [file, flavour] : cases) EXPECT_EQ(odbc::flavourOf(dir.file(file)), flavour) << file;
+}
+
+// A table without a key, as the original component made the synchronisation database's, in
+// Jet's SQL: each row is written named by all its values; one of two identical rows is not
+// written at all, nor a row another connection changed.
+TEST(OdbcEngineTest, JetRowsWithoutAKeyAreNamedByTheirValues) {
+  SKIP_WITHOUT_DRIVER();
+  testing::TempDir dir;
+  const std::string path = dir.file("sync.db");
+  testing::execSql(path,
+                   "CREATE TABLE OutlookSync (SyncID COUNTER, OutlookID VARCHAR(100), Seen BOOLEAN, "
+                   "DateLastSync DATETIME);"
+                   "INSERT INTO OutlookSync VALUES (1, 'a', 0, '2024-01-02 03:04:05'), "
+                   "(2, 'b', 1, NULL), (3, 'dup', 0, NULL), (3, 'dup', 0, NULL);");
+  sql::DataAccess db([](const std::string& p) {
+    return std::make_unique<odbc::OdbcEngine>(p, false, odbc::Flavour::SQLite, true);
+  });
+  db.setDatabaseLocation(path);
+  ASSERT_TRUE(db.openDatabase(2)) << db.lastError();
+  int32_t h = db.openRecordset("SELECT OutlookSync.* FROM OutlookSync;", 1, 3);
+  ASSERT_TRUE(db.findFirst(h, "OutlookID", "a"));
+  db.writeField(h, "OutlookID", "A");  // a change of case is a change
+  db.writeField(h, "Seen", "True");
+  db.writeField(h, "DateLastSync", "2025-06-07 08:09:10");
+  db.addNew(h);
+  EXPECT_EQ(db.readField(h, "SyncID"), "4");
+  db.setNewField(h, "OutlookID", std::string(100, 'n'));
+  db.saveNew(h);
+  EXPECT_EQ(db.readField(h, "OutlookID"), std::string(100, 'n'));
+  EXPECT_EQ(querySql(path, "SELECT SyncID || OutlookID || ifnull(Seen, '-') || "
+                           "ifnull(DateLastSync, '-') FROM OutlookSync WHERE SyncID IN (1, 4) "
+                           "ORDER BY SyncID;"),
+            (std::vector<std::string>{"1A12025-06-07 08:09:10", "4" + std::string(100, 'n') + "--"}));
+
+  ASSERT_TRUE(db.findFirst(h, "OutlookID", "dup"));
+  try {
+    db.writeField(h, "OutlookID", "one");
+    FAIL() << "wrote one of two identical rows";
+  } catch (const RuntimeError& e) {
+    EXPECT_EQ(e.number(), kNotUpdatable) << e.description();
+  }
+  testing::execSql(path, "UPDATE OutlookSync SET OutlookID = 'c' WHERE SyncID = 2;");
+  ASSERT_TRUE(db.findFirst(h, "OutlookID", "b"));
+  EXPECT_THROW(db.writeField(h, "OutlookID", "d"), RuntimeError);
+  ASSERT_TRUE(db.findFirst(h, "OutlookID", "A"));
+  db.deleteCurrent(h);
+  EXPECT_EQ(querySql(path, "SELECT group_concat(OutlookID, ',') FROM OutlookSync;"),
+            (std::vector<std::string>{"c,dup,dup," + std::string(100, 'n')}));
 }
 
 class OdbcSyncDatabaseTest : public testing::ApartmentTest {
@@ -186,6 +240,54 @@ TEST_F(OdbcSyncDatabaseTest, IsMadeThroughTheDriverAndReopenedWithItsRows) {
   EXPECT_TRUE(errors->errors.empty());
   EXPECT_EQ(querySql(path, "SELECT SchemeID || ':' || SchemeName FROM OutlookScheme;"),
             (std::vector<std::string>{"1:Ærø"}));
+}
+
+}  // namespace
+}  // namespace dossync
+
+namespace dossync {
+namespace {
+
+// A synchronisation database that no installed driver reads (a Jet file where there is no
+// Access driver, a SQLite file where the SQLite driver is missing) is kept byte for byte: the
+// component shows message 101 naming the drivers tried and does not start.
+TEST_F(OdbcSyncDatabaseTest, AFileWithoutItsDriverIsLeftAsItIs) {
+  if (odbc::driverAvailable(odbc::Flavour::Access)) GTEST_SKIP() << "an Access driver is installed";
+  const std::string jetFile = std::string("\0\1\0\0Standard Jet DB\0", 20) + "schemes";
+  struct {
+    const char* file;
+    const char* driver;  // set as the SQLite driver's name; nullptr: as installed
+    const char* named;   // in the message
+  } cases[] = {{"OutlookSync.mdb", nullptr, "Microsoft Access Driver (*.mdb)"},
+               {"OutlookSync.db", "No Such SQLite Driver", "No Such SQLite Driver"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.file);
+    const std::string path = dir.file(c.file);
+    if (c.driver) {
+      testing::execSql(path, "CREATE TABLE OutlookScheme (SchemeName TEXT);");
+    } else {
+      std::ofstream(path, std::ios::binary) << jetFile;
+    }
+    std::ifstream in(path, std::ios::binary);
+    const std::string before{std::istreambuf_iterator<char>(in), {}};
+    if (c.driver) setenv("DOSSYNC_ODBC_SQLITE_DRIVER", c.driver, 1);
+    messages->shown.clear();
+    component = std::make_unique<clsOutlookSynchronization>();
+    component->setErrorClass(errors);
+    component->setMsgboxClass(messages);
+    component->setSyncDatabaseLocation(path);
+    unsetenv("DOSSYNC_ODBC_SQLITE_DRIVER");
+    EXPECT_FALSE(component->syncDatabaseOpen());
+    EXPECT_TRUE(component->FailedToInitializeFlag());
+    ASSERT_EQ(messages->shown.size(), 1u);
+    EXPECT_NE(messages->shown[0].text.find("not able to access the synchronization database"),
+              std::string::npos);
+    EXPECT_NE(messages->shown[0].text.find(c.named), std::string::npos) << messages->shown[0].text;
+    EXPECT_EQ(messages->shown[0].number, 101);
+    std::ifstream again(path, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(again), {}), before);
+    EXPECT_FALSE(fs::exists(dir.file("Temp.mdb")));
+  }
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // One suite for every engine of the data access object: each test runs on a SQLite file, on a
-// database of a PostgreSQL server of the test's own, and on a SQLite file through the SQLite ODBC
-// driver.
+// database of a PostgreSQL server of the test's own, on a SQLite file through the SQLite ODBC
+// driver, and there again in the SQL the shared layer writes for Jet (which the SQLite driver
+// takes too; the engine refuses any statement Jet would not take).
 #include "backends/sql/data_access.h"
 
 #include <gtest/gtest.h>
@@ -26,10 +27,19 @@ namespace {
 using hostdb::kLockOptimistic;
 using hostdb::kLockReadOnly;
 
-enum class Engine { SQLite, PostgreSQL, ODBC };
+enum class Engine { SQLite, PostgreSQL, ODBC, Jet };
 
 std::string engineName(const ::testing::TestParamInfo<Engine>& info) {
-  return info.param == Engine::SQLite ? "sqlite" : info.param == Engine::ODBC ? "odbc" : "postgres";
+  switch (info.param) {
+    case Engine::SQLite:
+      return "sqlite";
+    case Engine::ODBC:
+      return "odbc";
+    case Engine::Jet:
+      return "jet";
+    default:
+      return "postgres";
+  }
 }
 
 class DataAccessTest : public ::testing::TestWithParam<Engine> {
@@ -39,8 +49,8 @@ class DataAccessTest : public ::testing::TestWithParam<Engine> {
   void SetUp() override {
     if (GetParam() == Engine::SQLite) {
       path = testing::makeHostDatabase(dir);
-    } else if (GetParam() == Engine::ODBC) {
-      if (!odbc::driverInstalled(odbc::driverName(odbc::Flavour::SQLite)))
+    } else if (GetParam() == Engine::ODBC || GetParam() == Engine::Jet) {
+      if (!odbc::driverAvailable(odbc::Flavour::SQLite))
         GTEST_SKIP() << "The SQLite ODBC driver is not installed (scripts/deps.sh --test)";
       path = testing::makeHostDatabase(dir);
     } else {
@@ -62,9 +72,14 @@ class DataAccessTest : public ::testing::TestWithParam<Engine> {
     ASSERT_TRUE(db.openDatabase(2)) << db.lastError();
   }
   bool postgres() const { return GetParam() == Engine::PostgreSQL; }
+  bool jet() const { return GetParam() == Engine::Jet; }
   // A data access object of the engine under test.
   std::unique_ptr<DataAccess> makeDataAccess() const {
     if (GetParam() == Engine::ODBC) return std::make_unique<odbc::OdbcDataAccess>();
+    if (GetParam() == Engine::Jet)
+      return std::make_unique<DataAccess>([](const std::string& path) {
+        return std::make_unique<odbc::OdbcEngine>(path, false, odbc::Flavour::SQLite, true);
+      });
     return std::make_unique<databases::RoutedDataAccess>();
   }
 
@@ -140,7 +155,8 @@ class DataAccessTest : public ::testing::TestWithParam<Engine> {
 };
 
 INSTANTIATE_TEST_SUITE_P(Engines, DataAccessTest,
-                         ::testing::Values(Engine::SQLite, Engine::PostgreSQL, Engine::ODBC),
+                         ::testing::Values(Engine::SQLite, Engine::PostgreSQL, Engine::ODBC,
+                                           Engine::Jet),
                          engineName);
 
 // A missing file: OpeningFailuresNameTheDatabase.
@@ -189,6 +205,7 @@ TEST_P(DataAccessTest, TablesWithoutAKeyAndViewsOfATableAreWritable) {
   db.writeField(h, "CategoryNum", "7");
   EXPECT_EQ(query("SELECT CategoryName || '/' || CategoryNum FROM HostCategory;"),
             (std::vector<std::string>{"Outlook/7"}));
+  if (jet()) return;  // Jet writes through a query of one table itself; SQLite's views are read-only
   int32_t v = open("SELECT rstContacts.* FROM rstContacts;", kLockOptimistic);
   ASSERT_TRUE(db.findFirst(v, "DisplayName", "cy"));
   db.writeField(v, "FirstName", "Cyril");
@@ -720,6 +737,7 @@ TEST_P(DataAccessTest, NewRowsKnowTheirKeyBeforeTheyAreSaved) {
 // again, whether it asks for a key ahead too, inside a read snapshot of its own, or lets the
 // insert number the row.
 TEST_P(DataAccessTest, KeysHandedOutAheadAreTakenForOtherConnectionsToo) {
+  if (jet()) GTEST_SKIP() << "Jet's numbers are promised within one connection only";
   auto owner = makeDataAccess();
   DataAccess& other = *owner;
   other.setDatabaseLocation(path);

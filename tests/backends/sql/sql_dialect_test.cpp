@@ -71,5 +71,32 @@ TEST(SqlDialectTest, TheHostsSchemaForPostgres) {
             "CREATE VIEW \"rstCompanies\" AS SELECT * FROM \"Companies\";\n");
 }
 
+// What Jet would refuse is caught whatever its spelling; Jet's own statements pass.
+TEST(SqlDialectTest, JetRejectsWhatJetDoesNotTake) {
+  struct {
+    const char* sql;
+    const char* construct;
+  } rows[] = {
+      {"SELECT [k] FROM [T] ORDER BY [k] limit 1;", "LIMIT"},
+      {"UPDATE [T] SET [c] = ? WHERE [k] = ? AND [c] IS NOT ?;", "IS NOT ?"},
+      {"UPDATE [T] SET [c] = ? WHERE [c] is  /* x */ ?;", "IS ?"},
+      {"INSERT INTO [T] DEFAULT VALUES;", "DEFAULT VALUES"},
+      {"INSERT INTO [T] VALUES (1);", "an INSERT without its column list"},
+      {"SELECT \"Name\" FROM [T];", "a double-quoted name"},
+      {"SELECT [a] || [b] FROM [T];", "||"},
+      {"SELECT [k] FROM [T] ORDER BY [c] COLLATE NOCASE;", "COLLATE"},
+      {"SELECT [k] FROM [T] WHERE [k] = ?2;", "a numbered parameter"},
+      {"SELECT coalesce([c], 0) FROM [T];", "COALESCE"},
+      {"SELECT rowid FROM [T];", "ROWID"},
+      {"SAVEPOINT a;", "SAVEPOINT"},
+      // Jet's own: brackets, MIN for a first row, IS NULL, quotes inside strings and names.
+      {"SELECT MIN([k]) FROM [T] WHERE ([c] = 'limit ''x'' || \"y\"') AND [k] > ?;", ""},
+      {"INSERT INTO [Is Not] ([a], [b]) VALUES (?, NULL);", ""},
+      {"UPDATE [T] SET [c] = ? WHERE [a] IS NULL AND [b] = ?;", ""},
+      {"SELECT COUNT(*) FROM [T] WHERE [d] IS NOT NULL;", ""},
+  };
+  for (const auto& row : rows) EXPECT_EQ(jetRejects(row.sql), row.construct) << row.sql;
+}
+
 }  // namespace
 }  // namespace dossync::sql
