@@ -26,18 +26,6 @@ namespace fs = std::filesystem;
 // How many of a store's newest reports `jobs` reads to find a job's last one.
 constexpr size_t kReportsSearched = 20;
 
-JobKeys syncKeys() {
-  CLI::App sync;
-  SyncOptions unused;
-  addSyncOptions(&sync, unused);
-  JobKeys keys;
-  for (const CLI::Option* option : sync.get_options()) {
-    for (const auto& name : option->get_lnames()) keys[name] = option->get_expected_max() == 0;
-  }
-  keys.erase("help");
-  return keys;
-}
-
 // Which exit code of two says the worse outcome: stopped by a signal, then usage, failed to
 // initialise, the host asked to close, failed, busy, done.
 int worse(int a, int b) {
@@ -189,6 +177,19 @@ int add(const JobsOptions& o, const fs::path& file, const JobKeys& keys, std::os
 }
 
 }  // namespace
+
+JobKeys syncKeys() {
+  CLI::App sync;
+  SyncOptions unused;
+  addSyncOptions(&sync, unused);
+  JobKeys keys;
+  for (const CLI::Option* option : sync.get_options()) {
+    for (const auto& name : option->get_lnames()) keys[name] = option->get_expected_max() == 0;
+  }
+  keys.erase("help");
+  return keys;
+}
+
 
 int runJobs(const JobsOptions& o, std::ostream& out, std::ostream& err) {
   const fs::path file = jobsConfigFile();

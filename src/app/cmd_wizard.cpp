@@ -7,11 +7,14 @@
 #include <filesystem>
 #include <ostream>
 
+#include <unistd.h>
+
 #include "app/commands.h"
 #include "app/console_services.h"
 #include "app/databases.h"
 #include "app/demo_data.h"
 #include "app/host_component.h"
+#include "app/jobs.h"
 #include "app/outlook_wiring.h"
 #include "app/path_guards.h"
 #include "app/run_report.h"
@@ -48,6 +51,41 @@ void fillDemoOutlook(clsOutlookSynchronization& c) {
     item->Save();
   }
   c.StopOutlook();
+}
+
+// Fills what the command line left empty from a job of config.toml: the one named, else the
+// only one there. "" when done, else what is missing.
+std::string takeJob(WizardOptions& o) {
+  auto file = jobsConfigFile();
+  auto jobs = loadJobs(file, syncKeys());
+  const Job* job = nullptr;
+  for (const Job& j : jobs)
+    if (j.name == o.job) job = &j;
+  if (o.job.empty() && jobs.size() == 1) job = &jobs.front();
+  if (!job) {
+    if (!o.job.empty()) return "there is no job \"" + o.job + "\" in " + file.string();
+    if (jobs.empty())
+      return "no practice was given: give --host-db and --sync-db, or write a job (dossync jobs "
+             "add NAME --host-db ... --sync-db ...)";
+    return "which job? " + file.string() + " has " + std::to_string(jobs.size()) +
+           " jobs: give --job NAME";
+  }
+  auto take = [](std::string& field, const std::string& value) {
+    if (field.empty()) field = value;
+  };
+  for (const JobSetting& s : job->settings) {
+    if (s.key == "host-db") take(o.hostDb, s.value);
+    else if (s.key == "sync-db") take(o.syncDb, s.value);
+    else if (s.key == "outlook") take(o.outlook, s.value);
+    else if (s.key == "profile") take(o.profile, s.value);
+    else if (s.key == "data-file") take(o.dataFile, s.value);
+    else if (s.key == "password-file") take(o.password.file, s.value);
+    else if (s.key == "password-command") take(o.password.command, s.value);
+    else if (s.key == "insecure") o.insecure = o.insecure || s.value == "true";
+  }
+  if (o.hostDb.empty() || o.syncDb.empty())
+    return "the job \"" + job->name + "\" names no host-db or sync-db";
+  return "";
 }
 
 }  // namespace
@@ -120,6 +158,9 @@ void addWizardCommand(CLI::App& app, WizardCommand& wizard) {
       ->check(CLI::IsMember({1, 2}));
   cmd->add_flag("--replace-sync-db", o.replaceSyncDb,
                 "Let a --sync-db file that is not a database be replaced by a new one");
+  cmd->add_option("--job", o.job,
+                  "Take the practice, the store and the profile from this job of config.toml "
+                  "(without --host-db and --sync-db: the only job there)");
   cmd->add_option("--screenshots", o.screenshots,
                   "Render the steps offscreen into this folder instead of opening the wizard "
                   "(a demonstration practice when no --host-db is given)");
@@ -129,9 +170,23 @@ void addWizardCommand(CLI::App& app, WizardCommand& wizard) {
 int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) {
   WizardOptions o = given;
   bool offscreen = !o.screenshots.empty();
-  if (!offscreen && (o.hostDb.empty() || o.syncDb.empty())) {
-    err << "dossync: wizard needs --host-db and --sync-db (or --screenshots DIR)\n";
-    return kExitUsage;
+  if (!offscreen && (o.hostDb.empty() || o.syncDb.empty() || !o.job.empty())) {
+    std::string missing;
+    try {
+      missing = takeJob(o);
+    } catch (const RuntimeError& e) {
+      missing = e.description();
+    }
+    if (!missing.empty()) {
+      err << "dossync: wizard: " << missing << "\n";
+      // Opened from the desktop menu nobody reads the terminal: say it in a window as well.
+      if (!::isatty(STDERR_FILENO) && displayProblem().empty())
+        qt::withQtApplication(false, [&] {
+          QMessageBox::warning(nullptr, "dossync", QString::fromStdString(missing));
+          return 0;
+        });
+      return kExitUsage;
+    }
   }
   if (!offscreen) {  // Qt would abort on a display it cannot open
     if (std::string why = displayProblem(); !why.empty()) {

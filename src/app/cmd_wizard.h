@@ -27,7 +27,7 @@ class QtWizard;
 namespace dossync::app {
 
 struct WizardOptions {
-  std::string hostDb, syncDb, outlook, profile, dataFile, screenshots;
+  std::string hostDb, syncDb, outlook, profile, dataFile, screenshots, job;
   PasswordOptions password;
   bool insecure = false, replaceSyncDb = false;
   int32_t companyList = 2;

@@ -44,6 +44,9 @@ struct Job {
   int64_t line = 0;                  // of its table in the file
 };
 
+// The keys a job may have: the long options of `dossync sync`.
+JobKeys syncKeys();
+
 // The jobs of the file, in its order; none when the file does not exist.
 std::vector<Job> loadJobs(const std::filesystem::path& file, const JobKeys& keys);
 

@@ -260,12 +260,10 @@ bool writeIndex(const fs::path& folder, const std::vector<ReportEntry>& entries)
 // The folder's reports as the index should list them, oldest first: the index's entries whose
 // files are there with their sizes, `added` (its size taken from its files), and, with
 // readMissing, every other report read from its file; without it, reports the index lacks are
-// left out. *changed: whether that differs from the index. `known`: the folder's reports as the
-// caller found them, else they are looked for.
+// left out. *changed: whether that differs from the index.
 std::vector<ReportEntry> reconcile(const fs::path& folder, const ReportEntry* added,
-                                   bool readMissing, bool* changed,
-                                   const std::map<std::string, ReportFiles>* known = nullptr) {
-  auto files = known ? *known : scan(folder);
+                                   bool readMissing, bool* changed) {
+  auto files = scan(folder);
   auto indexed = readIndex(folder);
   *changed = !fs::exists(folder / kIndexName);
   if (added) {
@@ -292,10 +290,10 @@ std::vector<ReportEntry> reconcile(const fs::path& folder, const ReportEntry* ad
 }
 
 // reconcile() with every report read, and the index written again (under its lock) when it
-// differed; a reader that finds the index right writes nothing.
+// differed; a reader that finds the index right writes nothing. The folder is looked at again
+// under the lock: another run may have ended its report since the caller looked.
 std::vector<ReportEntry> updateIndex(const fs::path& folder, const ReportEntry* added,
-                                     bool readMissing,
-                                     const std::map<std::string, ReportFiles>* known = nullptr) {
+                                     bool readMissing) {
   bool changed = false;
   if (!added) {
     auto entries = reconcile(folder, nullptr, false, &changed);
@@ -307,7 +305,7 @@ std::vector<ReportEntry> updateIndex(const fs::path& folder, const ReportEntry* 
   } catch (const RuntimeError&) {
     // Another process holds it for longer than it should: list without writing.
   }
-  auto entries = reconcile(folder, added, readMissing, &changed, known);
+  auto entries = reconcile(folder, added, readMissing, &changed);
   if (changed && lock) writeIndex(folder, entries);
   return entries;
 }
@@ -347,7 +345,8 @@ fs::path beginReport(const fs::path& folder) {
 
 fs::path endReport(const fs::path& folder, const fs::path& running, RunPlan& plan,
                    const std::string& extension, const ReportLimits& limits) {
-  // The folder is looked through once; what this run adds and removes is kept up to date.
+  // The folder is looked through once for the id, the pruning and the abandoned runs, and once
+  // more under the index's lock.
   std::vector<RunningFile> others;
   auto files = scan(folder, &others);
   plan.id = newId(files);
@@ -363,7 +362,7 @@ fs::path endReport(const fs::path& folder, const fs::path& running, RunPlan& pla
   prune(folder, files, plan.id, limits);
   removeAbandonedRuns(others);
   ReportEntry entry = entryOf(folder, plan.id, plan);
-  updateIndex(folder, &entry, false, &files);
+  updateIndex(folder, &entry, false);
   return path;
 }
 

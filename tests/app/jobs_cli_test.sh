@@ -87,6 +87,12 @@ check run-all 64 "$bin" run --all -q
 [[ "$("$bin" jobs | grep '^idle ')" != *"never run"* ]] && ok || bad "run --all skipped idle"
 has "names the failed job" "$(errs)" "job broken"
 
+# The wizard takes its practice from a job (the desktop entry starts it without options).
+check wizard-which-job 64 env -u DISPLAY -u WAYLAND_DISPLAY "$bin" wizard
+has "wizard asks which job" "$(errs)" "give --job NAME"
+check wizard-job 2 env -u DISPLAY -u WAYLAND_DISPLAY "$bin" wizard --job office
+has "wizard with a job gets as far as the display" "$(errs)" "needs a display"
+
 # Errors in the file name it, the line and the key.
 check no-such-job 64 "$bin" run nobody
 has "lists the jobs" "$(errs)" "office, idle, third, broken"
