@@ -4,23 +4,11 @@
 # `jobs add`, errors that name file, line and key, `run --all`'s exit code), and demo-data's
 # refusal to fill a practice that has companies.
 set -uo pipefail
-bin=$1
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 source "$(dirname "$0")/check_lib.sh"
 export HOME="$work/home" XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data"
 conf="$XDG_CONFIG_HOME/dossync/config.toml"
 mkdir -p "$HOME" "$XDG_CONFIG_HOME/dossync/practice"
 
-check() {  # check NAME EXPECTED_EXIT COMMAND...: output in $work/out and $work/err
-  local name=$1 want=$2
-  shift 2
-  "$@" >"$work/out" 2>"$work/err"
-  local rc=$?
-  [[ $rc -eq $want ]] && ok || { bad "$name: exit $rc, wanted $want"; cat "$work/out" "$work/err"; }
-}
-out() { cat "$work/out"; }
-errs() { cat "$work/err"; }
 cards() { "$bin" contacts list --outlook "vdir:$XDG_CONFIG_HOME/dossync/practice/out" | wc -l; }
 
 check version 0 "$bin" --version
@@ -34,7 +22,7 @@ has "help shows defaults" "$(out)" "TEXT=Business"
 h="$XDG_CONFIG_HOME/dossync/practice/h.db"
 check demo-data 0 "$bin" demo-data "$h" --companies 6 --seed 3
 check demo-data-again 1 "$bin" demo-data "$h" --companies 6 --seed 3
-has "refusal says --append" "$(errs)" "--append"
+has "refusal says --append" "$(err)" "--append"
 same "nothing added" "$(sqlite3 "$h" "SELECT count(*) FROM Companies;")" 6
 check demo-data-append 0 "$bin" demo-data "$h" --companies 6 --seed 3 --append
 same "appended, names unique, categories kept" "$(sqlite3 "$h" "SELECT count(*), count(DISTINCT CompanyName),
@@ -62,14 +50,14 @@ same "the job's selection" "$(cards)" 1
 has "summary" "$(out)" "create-item 1"
 check run-override 0 "$bin" run office --select all -v
 same "the command line's selection" "$(cards)" 12
-same "-v: a line per record" "$(grep -c '^company [0-9]* .*: ' "$work/out")" 12
+same "-v: a line per record" "$(grep -c '^company [0-9]* .*: ' "$work/stdout")" 12
 check run-quiet 0 "$bin" run office -q --outlook "vdir:$work/fresh"
-same "-q prints nothing" "$(out)$(errs)" ""
+same "-q prints nothing" "$(out)$(err)" ""
 check report-tool 0 "$bin" report show last --json --outlook "vdir:$XDG_CONFIG_HOME/dossync/practice/out"
 has "the report names the version" "$(out)" "\"tool\": \"$version\""
 check jobs 0 "$bin" jobs
-has "jobs: office's last run" "$(grep '^office ' "$work/out")" "done  12 records"
-has "jobs: idle never ran" "$(grep '^idle ' "$work/out")" "never run"
+has "jobs: office's last run" "$(grep '^office ' "$work/stdout")" "done  12 records"
+has "jobs: idle never ran" "$(grep '^idle ' "$work/stdout")" "never run"
 
 # jobs add keeps what the file holds and writes paths that do not depend on the folder.
 check jobs-add 0 "$bin" jobs add third --host-db config/dossync/practice/h.db --sync-db s3.db --two-way --info 7
@@ -78,24 +66,24 @@ has "path made absolute" "$(cat "$conf")" "sync-db = '$work/s3.db'"
 has "flag as true" "$(cat "$conf")" "two-way = true"
 check jobs-add-twice 64 "$bin" jobs add third --host-db x.db --sync-db y.db
 check jobs-add-password 64 "$bin" jobs add fourth --host-db x.db --sync-db y.db --password secret
-has "password refused" "$(errs)" "--password-file"
+has "password refused" "$(err)" "--password-file"
 [[ "$(cat "$conf")" != *secret* ]] && ok || bad "a password was written"
 
 # run --all: every job, the exit code the worst of theirs.
 printf '\n[jobs.broken]\nhost-db = "practice/h.db"\nsync-db = "practice/s.db"\ndirection = 9\n' >>"$conf"
 check run-all 64 "$bin" run --all -q
 [[ "$("$bin" jobs | grep '^idle ')" != *"never run"* ]] && ok || bad "run --all skipped idle"
-has "names the failed job" "$(errs)" "job broken"
+has "names the failed job" "$(err)" "job broken"
 
 # The wizard takes its practice from a job (the desktop entry starts it without options).
 check wizard-which-job 64 env -u DISPLAY -u WAYLAND_DISPLAY "$bin" wizard
-has "wizard asks which job" "$(errs)" "give --job NAME"
+has "wizard asks which job" "$(err)" "give --job NAME"
 check wizard-job 2 env -u DISPLAY -u WAYLAND_DISPLAY "$bin" wizard --job office
-has "wizard with a job gets as far as the display" "$(errs)" "needs a display"
+has "wizard with a job gets as far as the display" "$(err)" "needs a display"
 
 # Errors in the file name it, the line and the key.
 check no-such-job 64 "$bin" run nobody
-has "lists the jobs" "$(errs)" "office, idle, third, broken"
+has "lists the jobs" "$(err)" "office, idle, third, broken"
 for case in 'syntax|[jobs.a]\nhost-db = "x\n|:2:' \
             'unknown key|[jobs.a]\nhost-db = "x"\n\nhostdb = "y"\n|:4: jobs.a.hostdb' \
             'password|[jobs.a]\npassword = "pw"\n|:2: jobs.a.password' \
@@ -103,7 +91,7 @@ for case in 'syntax|[jobs.a]\nhost-db = "x\n|:2:' \
   IFS='|' read -r name text want <<<"$case"
   printf "$text" >"$conf"
   check "config $name" 64 "$bin" run a
-  has "config $name names file, line and key" "$(errs)" "$conf$want"
+  has "config $name names file, line and key" "$(err)" "$conf$want"
 done
 
 finish jobs_cli_test
