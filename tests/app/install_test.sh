@@ -23,7 +23,8 @@ for f in "${files[@]}"; do [[ -f $prefix/$f ]] && ok || bad "not installed: $f";
 dossync=$prefix/bin/dossync
 
 # The manual page: renders cleanly, with a part for every command the program has.
-page=$(MANWIDTH=100 man --warnings -l "$prefix/share/man/man1/dossync.1" 2>"$work/man.err" | col -b)
+# (wide enough that no line is wrapped and justified: the texts looked for keep their spaces)
+page=$(MANWIDTH=400 man --warnings -l "$prefix/share/man/man1/dossync.1" 2>"$work/man.err" | col -b)
 same "man warnings" "$(cat "$work/man.err")" ""
 commands=$("$dossync" --help | awk '/^Subcommands:/ { on = 1; next } on && /^  [a-z]/ { print $1 }')
 [[ -n $commands ]] || bad "no commands in dossync --help"

@@ -6,6 +6,7 @@ set -uo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+bin=unused  # this test runs no dossync
 source "$root/tests/app/check_lib.sh"
 
 tree() {  # tree NAME: a fresh copy of src/ and the table under $work/NAME
