@@ -48,12 +48,12 @@ set(CPACK_PACKAGE_NAME dossync)
 set(CPACK_PACKAGE_CONTACT "dossync developers <dossync@localhost>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
     "keeps a practice's client records and its contacts in step")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-    "keeps a practice's client records and its contacts in step
- dossync synchronises an accountant's practice database (companies, contacts and
- categories, in SQLite or on PostgreSQL) with a folder of vCard files or an
- address book on a CardDAV server, one way or both ways, with a report of each
- run. Jobs in ~/.config/dossync/config.toml run on a systemd user timer.")
+# The long description; CPack puts the summary above it and indents its lines.
+set(CPACK_PACKAGE_DESCRIPTION
+    "dossync synchronises an accountant's practice database (companies, contacts and
+categories, in SQLite or on PostgreSQL) with a folder of vCard files or an
+address book on a CardDAV server, one way or both ways, with a report of each
+run. Jobs in ~/.config/dossync/config.toml run on a systemd user timer.")
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "khard, vdirsyncer")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)  # dossync_VERSION_amd64.deb
