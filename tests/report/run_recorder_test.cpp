@@ -60,14 +60,20 @@ void reportInto(RunRecorder& recorder, const fs::path& file, Finished& finished)
   };
 }
 
-TEST(RunRecorderTest, ARunIsListedAndCountedInItsReport) {
-  testing::TempDir dir;
-  const fs::path file = dir.file("run.dsr");
+// A run recorded with its report going to file: what the recorder said when it ended.
+Finished recordARunInto(const fs::path& file) {
   Finished finished;
   RunRecorder recorder;
   reportInto(recorder, file, finished);
   clsOutlookSynchronization component;
   recordARun(recorder, component);
+  return finished;
+}
+
+TEST(RunRecorderTest, ARunIsListedAndCountedInItsReport) {
+  testing::TempDir dir;
+  const fs::path file = dir.file("run.dsr");
+  Finished finished = recordARunInto(file);
 
   ASSERT_TRUE(finished.called);
   EXPECT_EQ(finished.file, file);
@@ -103,11 +109,7 @@ TEST(RunRecorderTest, ARunIsListedAndCountedInItsReport) {
 TEST(RunRecorderTest, AReportThatCannotBeWrittenLetsTheRunEndAndSaysWhy) {
   testing::TempDir dir;
   const fs::path file = fs::path(dir.path()) / "no such folder" / "run.dsr";
-  Finished finished;
-  RunRecorder recorder;
-  reportInto(recorder, file, finished);
-  clsOutlookSynchronization component;
-  recordARun(recorder, component);
+  Finished finished = recordARunInto(file);
 
   ASSERT_TRUE(finished.called);
   EXPECT_NE(finished.error.find("no such folder"), std::string::npos) << finished.error;
