@@ -23,9 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// How many of a store's newest reports `jobs` reads to find a job's last one.
-constexpr size_t kReportsSearched = 20;
-
 // Which exit code of two says the worse outcome: stopped by a signal, then usage, failed to
 // initialise, the host asked to close, failed, busy, done.
 int worse(int a, int b) {
@@ -93,25 +90,14 @@ std::string setting(const Job& job, const std::string& key) {
   return "";
 }
 
-// The job's last run as its store's reports have it: "never run" when none of the newest
-// names the job.
+// The job's last run as its store's report index has it: "never run" when no report names
+// the job.
 std::string lastRun(const Job& job) {
   Credentials store = resolveCredentials(setting(job, "outlook"), setting(job, "profile"), {});
   fs::path folder = reportsFolder(store.outlook, store.profile);
-  auto entries = report::reportEntries(folder);
-  size_t searched = 0;
-  for (auto it = entries.rbegin(); it != entries.rend() && searched < kReportsSearched; ++it) {
-    if (!it->unreadable.empty()) continue;
-    ++searched;
-    report::RunPlan plan;
-    try {
-      plan = report::readReport(folder, it->id);
-    } catch (const RuntimeError&) {
-      continue;
-    }
-    bool ours = false;
-    for (const auto& [k, v] : plan.settings) ours = ours || (k == "job" && v == job.name);
-    if (!ours) continue;
+  auto entries = report::reportEntries(folder);  // from the folder's index
+  for (auto it = entries.rbegin(); it != entries.rend(); ++it) {
+    if (it->job != job.name) continue;
     std::string outcome = it->interrupted ? "interrupted" : it->errors > 0 ? "failed" : "done";
     return it->started + "  " + outcome + "  " + it->summary + "  (report " + it->id + ")";
   }

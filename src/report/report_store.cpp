@@ -177,8 +177,10 @@ ReportEntry entryOf(const fs::path& folder, const std::string& id, const RunPlan
   e.kind = plan.kind;
   e.started = plan.started;
   e.finished = plan.finished;
-  for (const auto& [k, v] : plan.settings)
+  for (const auto& [k, v] : plan.settings) {
     if (k == "direction") e.direction = v;
+    if (k == "job") e.job = v;
+  }
   e.summary = summaryLine(plan);
   for (const char* action : {"create-item", "update-item", "pair-only", "nothing",
                              "create-company", "update-company"})
@@ -226,6 +228,7 @@ std::map<std::string, ReportEntry> readIndex(const fs::path& folder) {
       e.interrupted = j.at("interrupted").get<bool>();
       e.bytes = j.at("bytes").get<int64_t>();
       e.summary = j.at("summary").get<std::string>();
+      e.job = j.value("job", "");
       e.unreadable = j.value("unreadable", "");
       entries[e.id] = std::move(e);
     } catch (const nlohmann::json::exception&) {
@@ -323,6 +326,7 @@ nlohmann::ordered_json toJson(const ReportEntry& e) {
                               {"interrupted", e.interrupted},
                               {"bytes", e.bytes},
                               {"summary", e.summary}};
+  if (!e.job.empty()) j["job"] = e.job;
   if (!e.unreadable.empty()) j["unreadable"] = e.unreadable;
   return j;
 }

@@ -39,6 +39,7 @@ struct ReportEntry {
   std::string id;
   std::string kind, started, finished, direction;
   std::string summary;  // summaryLine() of the report
+  std::string job;      // the named job that ran it ("" for none)
   int64_t records = 0, errors = 0;
   int64_t bytes = 0;  // of its files together
   bool interrupted = false;
