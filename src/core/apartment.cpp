@@ -73,11 +73,12 @@ std::vector<RuntimeError> Apartment::commitAll(bool forgetTasks) {
   return failed;
 }
 
-void Apartment::beginRecord() {
+void Apartment::beginRecord(bool writesHost) {
   inRecord = true;
   std::optional<RuntimeError> failed;
   for (hostdb::IDataAccess* db : {hostDb.get(), syncDb.get()}) {
     try {
+      if (db && writesHost && db == hostDb.get() && syncDb) db->holdWrites();
       if (db) db->beginRecord();
     } catch (const RuntimeError& e) {
       if (!failed) failed = e;

@@ -62,8 +62,11 @@ struct Apartment {
   // committed in the order above. Answers what could not be done.
   std::vector<RuntimeError> commitPoint();
   // The record being synchronised (the driver's pass): its writes in both databases are undone
-  // by endRecord(false), kept with the group by endRecord(true).
-  void beginRecord();
+  // by endRecord(false), kept with the group by endRecord(true). `writesHost`: the run writes
+  // the host database as well as the synchronisation database; the group then holds the host's
+  // write lock before anything of the record is written (IDataAccess::holdWrites), so that
+  // runs writing both databases take the two locks in one order.
+  void beginRecord(bool writesHost = false);
   void endRecord(bool keep);
   bool inRecord = false;
 

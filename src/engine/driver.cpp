@@ -137,7 +137,7 @@ bool clsOutlookSynchronization::SynchronizeContacts() {
     Counters before;
   };
   auto beginRecord = [&] {
-    f.step([&] { apartment().beginRecord(); });
+    f.step([&] { apartment().beginRecord(syncDirectionType_ == syncFromOutlookToDossiera); });
     return Record{ErrorFrame::errorsReported(), counters_};
   };
   auto endRecord = [&](const Record& record) {

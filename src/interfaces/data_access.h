@@ -84,6 +84,11 @@ class IDataAccess : public Object {
   // (and only those), endRecord(true) keeps them with the group.
   virtual void beginRecord() {}
   virtual void endRecord(bool /*keep*/) {}
+  // With grouped writes: the group (opened now if none is) holds the lock other writers wait
+  // for until it is committed, taken now, waiting as a write would. A run that writes two
+  // databases takes the host's this way before it writes the other, so that two such runs
+  // never each hold one lock and wait for the other's.
+  virtual void holdWrites() {}
   // A preview: from beginPreview on, nothing read or written is ever committed, and endPreview
   // undoes all of it, leaving the database as it was (readers elsewhere never see it). Answers
   // false when this object cannot preview (nothing was begun then). Closing the database ends a

@@ -1001,7 +1001,7 @@ void Run::go() {
     if (f_.leaving()) break;
     const uint64_t errors = ErrorFrame::errorsReported();
     const auto before = c_.counters();
-    f_.step([&] { apartment().beginRecord(); });
+    f_.step([&] { apartment().beginRecord(true); });
     {
       // Each record is a procedure of its own: an error that makes it leave ends this record
       // only, and the run goes on with the next.

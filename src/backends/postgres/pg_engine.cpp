@@ -15,6 +15,11 @@ using sql::Stored;
 
 namespace {
 
+// The advisory lock of the tool's writers ("dossync" in ASCII), waited for at most as long as
+// SQLite's busy timeout.
+constexpr const char* kWritersLock =
+    "SET LOCAL lock_timeout = '20s'; SELECT pg_advisory_xact_lock(28270039320325731);";
+
 // Type OIDs of the pg_type catalog.
 enum : Oid {
   kBool = 16,
@@ -386,6 +391,14 @@ bool PgEngine::begin() {
   wroteInTransaction_ = false;
   Result r(PQexec(conn_, "BEGIN ISOLATION LEVEL REPEATABLE READ;"));
   return r.ok();
+}
+
+bool PgEngine::beginWriting() {
+  if (!begin()) return false;
+  Result r(PQexec(conn_, kWritersLock));
+  if (r.ok()) return true;
+  rollback();
+  return false;
 }
 
 Expected<void> PgEngine::commit() {

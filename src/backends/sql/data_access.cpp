@@ -80,6 +80,12 @@ void DataAccess::endRecord(bool keep) {
   if (db_) db_->endRecord(keep);
 }
 
+void DataAccess::holdWrites() {
+  if (!db_) return;
+  beforeWrite();
+  db_->holdWrites();
+}
+
 void DataAccess::beforeWrite() {
   if (db_) db_->setGroupWrites(groupWrites_ && apartment().procedureDepth > 0);
 }

@@ -92,6 +92,7 @@ class DataAccess : public hostdb::IDataAccess {
   void dropGroup() override;
   void beginRecord() override;
   void endRecord(bool keep) override;
+  void holdWrites() override;
   bool beginPreview() override;
   void endPreview() override;
   bool previewing() override;

@@ -120,7 +120,8 @@ void Database::setGroupWrites(bool on) {
 // A snapshot that holds grouped writes is no older than its last commit point allows: only
 // commitIfDue and endSnapshot end it, so that a group holds whole records.
 bool Database::snapshotYoung() const {
-  return groupedWrites_ > 0 || std::chrono::steady_clock::now() - snapshotStart_ < kSnapshotAge;
+  return groupedWrites_ > 0 || writesHeld_ ||
+         std::chrono::steady_clock::now() - snapshotStart_ < kSnapshotAge;
 }
 
 Database::SnapshotMemo* Database::memo() {
@@ -133,7 +134,7 @@ Database::SnapshotMemo* Database::memo() {
 }
 
 bool Database::commitDue() const {
-  return snapshotOpen_ && groupedWrites_ > 0 &&
+  return snapshotOpen_ && (groupedWrites_ > 0 || writesHeld_) &&
          std::chrono::steady_clock::now() - snapshotStart_ >= kSnapshotAge;
 }
 
@@ -203,6 +204,7 @@ void Database::noticeLostTransaction() {
     indexes_.clear();
   }
   snapshotOpen_ = false;
+  writesHeld_ = false;
   savepoint_ = false;
   versionSeen_ = false;
   memo_.rows.clear();
@@ -223,6 +225,7 @@ void Database::endSnapshot() {
   }
   if (!snapshotOpen_) return;
   snapshotOpen_ = false;
+  writesHeld_ = false;
   savepoint_ = false;
   versionSeen_ = false;
   memo_.rows.clear();
@@ -246,6 +249,7 @@ void Database::dropGroup() {
   lostWrites_ = 0;
   if (!snapshotOpen_) return;
   snapshotOpen_ = false;
+  writesHeld_ = false;
   versionSeen_ = false;
   memo_.rows.clear();
   if (groupedWrites_ > 0) indexes_.clear();  // they hold what is undone
@@ -258,6 +262,19 @@ void Database::beginRecord() {
   flushUpdate();  // the record before's last writes are not this one's
   inRecord_ = true;
   savepoint_ = false;
+}
+
+void Database::holdWrites() {
+  if (!groupWrites_ || preview_ || !snapshotReads()) return;
+  noticeLostTransaction();
+  if (snapshotOpen_ && (groupedWrites_ > 0 || writesHeld_)) return;  // the group has the lock
+  flushUpdate();
+  if (snapshotOpen_) endSnapshot();  // reads only: nothing to commit
+  if (engine_->inTransaction()) return;  // the caller's own
+  if (!engine_->beginWriting()) return;
+  snapshotOpen_ = true;
+  writesHeld_ = true;
+  snapshotStart_ = std::chrono::steady_clock::now();
 }
 
 void Database::setSavepoint() {
@@ -339,6 +356,7 @@ bool Database::rewriteGroup() {
   // Given up: the group is lost, and the indexes that hold its writes with it.
   int writes = groupedWrites_;
   snapshotOpen_ = false;
+  writesHeld_ = false;
   savepoint_ = false;
   groupedWrites_ = 0;
   groupLog_.clear();

@@ -151,6 +151,11 @@ class Database {
   // grouped) stay.
   void beginRecord();
   void endRecord(bool keep);
+  // With grouped writes: the group (opened now when none is) holds the writers' lock from here
+  // to its commit, so that no write of it waits for another connection. Two processes that each
+  // write two databases in groups take their locks in one order this way (the host's first),
+  // instead of each holding one and waiting for the other's.
+  void holdWrites();
   // Statement::step calls it on a first step; true: a write that runs inside the snapshot, which
   // the caller then ends (committing the write).
   bool beforeStatement(EngineStatement& statement);
@@ -189,6 +194,7 @@ class Database {
   bool snapshotOpen_ = false;
   bool groupWrites_ = false;
   int groupedWrites_ = 0;  // in the open snapshot
+  bool writesHeld_ = false;  // the open snapshot holds the writers' lock (holdWrites)
   struct LoggedWrite {
     std::string sql;
     std::vector<Stored> params;

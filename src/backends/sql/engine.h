@@ -64,6 +64,10 @@ class Engine {
   // on writing): whether the engine gives them, and the transaction around them.
   virtual bool snapshots() const = 0;
   virtual bool begin() = 0;
+  // Opens a transaction that holds the lock writers take from its start, waiting for it as a
+  // write would, so that the writes made in it never wait for another connection. False when
+  // the engine has no such lock or could not take it (a write takes it when it comes, then).
+  virtual bool beginWriting() { return false; }
   // Commits the open transaction, if any. When the database refuses, the transaction is rolled
   // back and the error says why (the database's own message as its description).
   virtual Expected<void> commit() = 0;

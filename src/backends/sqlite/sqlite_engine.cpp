@@ -171,6 +171,7 @@ SqliteEngine::SqliteEngine(const std::string& path, bool create)
 SqliteEngine::~SqliteEngine() {
   keys_.clear();
   sqlite3_finalize(begin_);
+  sqlite3_finalize(beginWriting_);
   sqlite3_finalize(commit_);
   sqlite3_finalize(version_);
   sqlite3_close(db_);
@@ -199,6 +200,14 @@ bool SqliteEngine::runRaw(sqlite3_stmt*& statement, const char* sql) {
 
 bool SqliteEngine::begin() {
   return runRaw(begin_, "BEGIN;");
+}
+
+bool SqliteEngine::beginWriting() {
+  for (int attempt = 0; attempt <= kBusyRetries; ++attempt) {
+    if (runRaw(beginWriting_, "BEGIN IMMEDIATE;")) return true;
+    if ((sqlite3_errcode(db_) & 0xff) != SQLITE_BUSY) return false;
+  }
+  return false;
 }
 
 Expected<void> SqliteEngine::commit() {

@@ -38,6 +38,7 @@ class SqliteEngine : public sql::Engine {
   void exec(const std::string& sql) override;
   bool snapshots() const override { return wal_; }
   bool begin() override;
+  bool beginWriting() override;  // BEGIN IMMEDIATE, waiting as a statement of its own does
   Expected<void> commit() override;
   void rollback() override;
   bool inTransaction() const override { return !sqlite3_get_autocommit(db_); }
@@ -59,6 +60,7 @@ class SqliteEngine : public sql::Engine {
   bool readOnly_ = false;
   bool wal_ = false;
   sqlite3_stmt* begin_ = nullptr;
+  sqlite3_stmt* beginWriting_ = nullptr;
   sqlite3_stmt* commit_ = nullptr;
   sqlite3_stmt* version_ = nullptr;
   KeyReserver keys_;

@@ -5,6 +5,7 @@
 #include "backends/sql/data_access.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <array>
@@ -606,6 +607,38 @@ TEST_P(SnapshotTest, AFailedRecordIsUndoneAloneInALargeGroup) {
   EXPECT_EQ(query("SELECT count(*) FROM Companies WHERE ContactNotes = 'rewritten';"),
             std::vector<std::string>{"0"});
   EXPECT_EQ(stored()[0], "Zeta After");
+}
+
+// A record of a run that writes the host as well as the synchronisation database holds the
+// host's writers' lock from its start to its group's commit: two such runs take the two locks
+// in one order, never each holding one and waiting for the other's. A run that writes only the
+// synchronisation database leaves the host's lock alone.
+TEST_P(SnapshotTest, ARunWritingBothDatabasesHoldsTheHostsLockFromEachRecordsStart) {
+  if (GetParam() == Engine::ODBC) GTEST_SKIP() << "The driver's locks are its own";
+  auto hostLock = [&]() -> std::string {
+    if (postgres())
+      return query("SELECT CASE WHEN pg_try_advisory_lock(28270039320325731) THEN 'free' ELSE "
+                   "'held' END;")[0];
+    sqlite3* other = nullptr;
+    sqlite3_open(path.c_str(), &other);
+    int rc = sqlite3_exec(other, "BEGIN IMMEDIATE;", nullptr, nullptr, nullptr);
+    sqlite3_close(other);
+    return rc == SQLITE_BUSY ? "held" : "free";
+  };
+  db.groupWrites(true);
+  apartment().hostDb = shared();
+  apartment().syncDb = makeDataAccess();
+  for (bool writesHost : {true, false}) {
+    {
+      ErrorFrame procedure("test:outer");
+      apartment().beginRecord(writesHost);
+      EXPECT_EQ(hostLock(), writesHost ? "held" : "free");
+      EXPECT_EQ(nameOf("1"), "Zeta Ltd.");
+      apartment().endRecord(true);
+      EXPECT_EQ(hostLock(), writesHost ? "held" : "free");  // until the group is committed
+    }
+    EXPECT_EQ(hostLock(), "free");
+  }
 }
 
 // The name columns compare without regard to case (COLLATE NOCASE on SQLite; here a citext
