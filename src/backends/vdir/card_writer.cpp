@@ -82,7 +82,11 @@ CardWriter::~CardWriter() {
 void CardWriter::submit(std::string file, std::string text, bool isNew, std::string base) {
   std::unique_lock lock(mutex_);
   if (!thread_.joinable()) thread_ = std::thread([this] { run(); });
-  room_.wait(lock, [&] { return queue_.size() < kMaxQueued; });
+  if (queue_.size() >= kMaxQueued) {
+    ownerWaits_ = true;
+    room_.wait(lock, [&] { return queue_.size() < kMaxQueued; });
+    ownerWaits_ = false;
+  }
   queue_.push_back(Job{std::move(file), std::move(text), isNew, std::move(base)});
   if (queue_.size() >= kBatch) work_.notify_one();
 }
@@ -100,11 +104,37 @@ bool CardWriter::busy() const {
   return writing_ || !queue_.empty();
 }
 
+std::optional<CardWriter::Job> CardWriter::take(const std::string& writingElsewhere) {
+  if (queue_.empty() || queue_.front().file == writingElsewhere) return std::nullopt;
+  Job job = std::move(queue_.front());
+  queue_.pop_front();
+  return job;
+}
+
 void CardWriter::drain() {
   std::unique_lock lock(mutex_);
   urgent_ = true;
   work_.notify_one();
+  // Files are written from both ends: the owner has nothing else to do meanwhile.
+  while (!remote_ && !queue_.empty()) {
+    std::optional<Job> job = take(writerFile_);
+    if (!job) {  // the writer has this file's earlier job in hand (rare: one file saved twice)
+      lock.unlock();
+      std::this_thread::yield();
+      lock.lock();
+      continue;
+    }
+    ownerFile_ = job->file;
+    lock.unlock();
+    Result r = writeFile(*job);
+    lock.lock();
+    ownerFile_.clear();
+    if (r.stamp && !r.error) ++unflushed_;
+    done_.push_back(std::move(r));
+  }
+  ownerWaits_ = true;
   room_.wait(lock, [&] { return !writing_ && queue_.empty(); });
+  ownerWaits_ = false;
   urgent_ = false;
 }
 
@@ -142,12 +172,20 @@ void CardWriter::run() {
     while (!queue_.empty()) {
       // Files one at a time; cards for a server a batch at a time, sent side by side.
       std::vector<Job> jobs;
-      size_t take = remote_ ? kBatch : 1;
-      while (!queue_.empty() && jobs.size() < take) {
-        jobs.push_back(std::move(queue_.front()));
-        queue_.pop_front();
+      size_t most = remote_ ? kBatch : 1;
+      while (jobs.size() < most) {
+        std::optional<Job> job = take(ownerFile_);
+        if (!job) break;
+        jobs.push_back(std::move(*job));
+      }
+      if (jobs.empty()) {  // the owner has this file's earlier job in hand
+        lock.unlock();
+        std::this_thread::yield();
+        lock.lock();
+        continue;
       }
       writing_ = true;
+      writerFile_ = remote_ ? std::string() : jobs.front().file;
       lock.unlock();
       std::vector<Result> results = write(std::move(jobs));
       lock.lock();
@@ -156,8 +194,13 @@ void CardWriter::run() {
         done_.push_back(std::move(r));
       }
       writing_ = false;
-      room_.notify_all();
+      writerFile_.clear();
+      // The owner is woken when what it waits for may have come: room in the queue (a batch of
+      // it, so that it is not woken for every file), or the end of the jobs.
+      if (ownerWaits_ && (queue_.empty() || queue_.size() + kBatch <= kMaxQueued))
+        room_.notify_all();
     }
+    if (ownerWaits_) room_.notify_all();
     // Nothing to write for now: what was written starts on its way to the disk while the owner
     // goes on, so that the owner's own flush at its commit point finds little left to wait for.
     // The owner flushes all the same; this only moves the waiting off its thread.

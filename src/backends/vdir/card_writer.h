@@ -69,8 +69,10 @@ class CardWriter {
   Result writeNow(std::string file, std::string text, bool isNew, std::string base = {});
   CardRemote* remote() const { return remote_.get(); }
   std::shared_ptr<CardRemote> sharedRemote() const { return remote_; }
-  bool busy() const;              // jobs queued or being written
-  void drain();                   // waits until no job is left
+  bool busy() const;  // jobs queued or being written
+  // Waits until no job is left; files (not a remote's cards) are written on the caller's thread
+  // meanwhile too, beside the writer's.
+  void drain();
   std::vector<Result> collect();  // what became of the jobs finished since the last collect
 
   // The folder's modification time as of the last write here, kept only while nobody else
@@ -97,6 +99,9 @@ class CardWriter {
 
   void run();
   void flushAhead();
+  // Takes the first queued job unless its file is being written (jobs of one file keep their
+  // order); nullopt when it must wait for that.
+  std::optional<Job> take(const std::string& writingElsewhere);
   // Writes the jobs' files (after the remote took them); one result each.
   std::vector<Result> write(std::vector<Job> jobs);
   Result writeFile(const Job& job);
@@ -107,7 +112,10 @@ class CardWriter {
   std::condition_variable work_;  // the writer waits for jobs
   std::condition_variable room_;  // the owner waits for room in the queue, or for the end
   std::deque<Job> queue_;
-  bool writing_ = false;
+  bool writing_ = false;        // the writer thread is writing a job
+  std::string writerFile_;      // the file it is writing
+  std::string ownerFile_;       // the file the owner writes while it drains
+  bool ownerWaits_ = false;     // the owner waits in drain() or for room: wake it
   bool stopping_ = false;
   bool urgent_ = false;  // the owner waits for every job to be done
   std::vector<Result> done_;
