@@ -311,13 +311,13 @@ void PostgresServer::createDatabase(const std::string& name) {
   PQfinish(conn);
 }
 
-int32_t errorOf(const std::function<void()>& f) {
+RuntimeError thrown(const std::function<void()>& f) {
   try {
     f();
   } catch (const RuntimeError& e) {
-    return e.number();
+    return e;
   }
-  return 0;
+  return RuntimeError(0, "nothing thrown");
 }
 
 RadicaleServer* RadicaleSuite::server = nullptr;
