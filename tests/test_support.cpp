@@ -422,6 +422,17 @@ Host::Host(const TempDir& dir, bool withHostDatabase)
 
 Host::~Host() = default;
 
+void ComponentFixture::SetUp() {
+  ApartmentTest::SetUp();
+  renew();
+}
+
+void ComponentFixture::renew() {
+  component = std::make_unique<clsOutlookSynchronization>();
+  component->setErrorClass(errors);
+  component->setMsgboxClass(messages);
+}
+
 void HostTest::SetUp() {
   ApartmentTest::SetUp();
   host = std::make_unique<Host>(dir);

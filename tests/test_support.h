@@ -304,6 +304,17 @@ struct Host {
   std::unique_ptr<clsOutlookSynchronization> component;
 };
 
+// Each test starts with a component of its own given recording services, without databases;
+// renew() puts another in its place.
+class ComponentFixture : public ApartmentTest {
+ protected:
+  void SetUp() override;
+  void renew();
+  std::shared_ptr<RecordingErrorService> errors = std::make_shared<RecordingErrorService>();
+  std::shared_ptr<RecordingMessageBox> messages = std::make_shared<RecordingMessageBox>();
+  std::unique_ptr<clsOutlookSynchronization> component;
+};
+
 // Each test starts with a Host, whose host database the test fills and reads.
 class HostTest : public ApartmentTest {
  protected:

@@ -177,25 +177,18 @@ TEST(OdbcEngineTest, JetRowsWithoutAKeyAreNamedByTheirValues) {
             (std::vector<std::string>{"c,dup,dup," + std::string(100, 'n')}));
 }
 
-class OdbcSyncDatabaseTest : public testing::ApartmentTest {
+class OdbcSyncDatabaseTest : public testing::ComponentFixture {
  protected:
   void SetUp() override {
-    ApartmentTest::SetUp();
+    ComponentFixture::SetUp();
     if (driverMissing()) GTEST_SKIP() << "The SQLite ODBC driver is not installed";
     odbc::registerDataAccess();
   }
   // A new component given the database at path.
   void open(const std::string& path) {
-    component = std::make_unique<clsOutlookSynchronization>();
-    component->setErrorClass(errors);
-    component->setMsgboxClass(messages);
+    renew();
     component->setSyncDatabaseLocation(path);
   }
-  std::shared_ptr<testing::RecordingErrorService> errors =
-      std::make_shared<testing::RecordingErrorService>();
-  std::shared_ptr<testing::RecordingMessageBox> messages =
-      std::make_shared<testing::RecordingMessageBox>();
-  std::unique_ptr<clsOutlookSynchronization> component;
 };
 
 // A synchronisation database named like an Access file is made as a SQLite file through the
