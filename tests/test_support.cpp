@@ -311,13 +311,13 @@ void PostgresServer::createDatabase(const std::string& name) {
   PQfinish(conn);
 }
 
-int32_t errorOf(const std::function<void()>& f) {
+RuntimeError thrown(const std::function<void()>& f) {
   try {
     f();
   } catch (const RuntimeError& e) {
-    return e.number();
+    return e;
   }
-  return 0;
+  return RuntimeError(0, "nothing thrown");
 }
 
 RadicaleServer* RadicaleSuite::server = nullptr;
@@ -421,6 +421,17 @@ Host::Host(const TempDir& dir, bool withHostDatabase)
 }
 
 Host::~Host() = default;
+
+void ComponentFixture::SetUp() {
+  ApartmentTest::SetUp();
+  renew();
+}
+
+void ComponentFixture::renew() {
+  component = std::make_unique<clsOutlookSynchronization>();
+  component->setErrorClass(errors);
+  component->setMsgboxClass(messages);
+}
 
 void HostTest::SetUp() {
   ApartmentTest::SetUp();

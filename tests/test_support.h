@@ -157,8 +157,12 @@ void execSql(const std::string& path, const std::string& sql);
 std::vector<std::string> querySql(const std::string& path, const std::string& sql);
 // A file's bytes ("" when it cannot be read).
 std::string readFile(const std::string& path);
+// The RuntimeError that f throws; one numbered 0, "nothing thrown", when it throws none.
+RuntimeError thrown(const std::function<void()>& f);
 // The number of the RuntimeError that f throws; 0 when it throws none.
-int32_t errorOf(const std::function<void()>& f);
+inline int32_t errorOf(const std::function<void()>& f) {
+  return thrown(f).number();
+}
 // A port on 127.0.0.1 that nothing listens on (one just let go of).
 int closedPort();
 
@@ -297,6 +301,17 @@ struct Host {
   std::string hostPath, syncPath, outlookRoot;
   std::shared_ptr<RecordingErrorService> errors;
   std::shared_ptr<RecordingMessageBox> messages;
+  std::unique_ptr<clsOutlookSynchronization> component;
+};
+
+// Each test starts with a component of its own given recording services, without databases;
+// renew() puts another in its place.
+class ComponentFixture : public ApartmentTest {
+ protected:
+  void SetUp() override;
+  void renew();
+  std::shared_ptr<RecordingErrorService> errors = std::make_shared<RecordingErrorService>();
+  std::shared_ptr<RecordingMessageBox> messages = std::make_shared<RecordingMessageBox>();
   std::unique_ptr<clsOutlookSynchronization> component;
 };
 

@@ -11,25 +11,14 @@
 namespace dossync {
 namespace {
 
-class ComponentTest : public testing::ApartmentTest {
+class ComponentTest : public testing::ComponentFixture {
  protected:
-  void SetUp() override {
-    ApartmentTest::SetUp();
-    c = std::make_unique<clsOutlookSynchronization>();
-    c->setErrorClass(errors);
-    c->setMsgboxClass(messages);
-  }
   // The settings a scheme holds: "direction info list category profile password".
   static std::string scheme(clsOutlookSynchronization& s) {
     return std::to_string(s.SyncDirectionType()) + " " + std::to_string(s.SyncInformationType()) +
            " " + std::to_string(s.companyList()) + " " + s.OutlookCategory() + " [" + s.Profile() +
            "] [" + s.Password() + "]";
   }
-  std::shared_ptr<testing::RecordingErrorService> errors =
-      std::make_shared<testing::RecordingErrorService>();
-  std::shared_ptr<testing::RecordingMessageBox> messages =
-      std::make_shared<testing::RecordingMessageBox>();
-  std::unique_ptr<clsOutlookSynchronization> c;
 };
 
 TEST_F(ComponentTest, ConstructionSetsTheDefaultsAndResetRestoresTheSchemeSettingsOnly) {
@@ -65,22 +54,22 @@ TEST_F(ComponentTest, ConstructionSetsTheDefaultsAndResetRestoresTheSchemeSettin
 }
 
 TEST_F(ComponentTest, AMissingHostFileIsQuietlyNotOpenAnUnreadableOneShowsTheMessage) {
-  c->setMainDatabaseLocation(dir.file("absent.db"));
-  EXPECT_FALSE(c->mainDatabaseOpen() || c->FailedToInitializeFlag());
+  component->setMainDatabaseLocation(dir.file("absent.db"));
+  EXPECT_FALSE(component->mainDatabaseOpen() || component->FailedToInitializeFlag());
   EXPECT_TRUE(messages->shown.empty());
-  EXPECT_EQ(c->MainDatabaseLocation(), dir.file("absent.db"));
+  EXPECT_EQ(component->MainDatabaseLocation(), dir.file("absent.db"));
 
   std::ofstream(dir.file("junk.db")) << "this is not a database, just some text";
-  c->setMainDatabaseLocation(dir.file("junk.db"));
-  EXPECT_FALSE(c->mainDatabaseOpen());
-  EXPECT_TRUE(c->FailedToInitializeFlag());
+  component->setMainDatabaseLocation(dir.file("junk.db"));
+  EXPECT_FALSE(component->mainDatabaseOpen());
+  EXPECT_TRUE(component->FailedToInitializeFlag());
   ASSERT_EQ(messages->shown.size(), 1u);
   EXPECT_EQ(messages->shown[0].text,
             "The outlook synchronization was not able to access the companies database and "
             "needs to close.");
   EXPECT_EQ(messages->shown[0].style, 3);
   EXPECT_EQ(messages->shown[0].number, 101);
-  EXPECT_EQ(messages->shown[0].owner.get(), c.get());
+  EXPECT_EQ(messages->shown[0].owner.get(), component.get());
 }
 
 using BareComponentTest = testing::ApartmentTest;
@@ -94,8 +83,8 @@ TEST_F(BareComponentTest, WithoutServicesAFailureOnlySetsTheFlag) {
 
 TEST_F(ComponentTest, HostDatabaseOpensThroughTheApartmentsDataAccessObject) {
   std::string host = testing::makeHostDatabase(dir);
-  c->setMainDatabaseLocation(host);
-  EXPECT_TRUE(c->mainDatabaseOpen());
+  component->setMainDatabaseLocation(host);
+  EXPECT_TRUE(component->mainDatabaseOpen());
   ASSERT_NE(apartment().hostDb, nullptr);
   EXPECT_TRUE(apartment().hostDb->isDatabaseOpen());
   // A second component on the same thread shares the apartment: the last opener wins.

@@ -166,13 +166,9 @@ TEST(ReportFileTest, ACutShortRunReadsAsFarAsItGot) {
   EXPECT_EQ(back.errorCount(), 1);
 
   std::ofstream(path, std::ios::trunc) << "{\"format\":\"dossync-run/1\"}\n";
-  try {
-    readReportFile(path);
-    FAIL() << "read a file that is not a report";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kTypeMismatch);
-    EXPECT_NE(e.description().find(path.string()), std::string::npos) << e.description();
-  }
+  RuntimeError e = testing::thrown([&] { readReportFile(path); });
+  EXPECT_EQ(e.number(), kTypeMismatch);
+  EXPECT_NE(e.description().find(path.string()), std::string::npos) << e.description();
 }
 
 // Records are written behind the run's back: many more than are queued at a time come back
@@ -197,13 +193,9 @@ TEST(ReportFileTest, RecordsWrittenBehindTheRunsBackKeepTheirOrderAndFailures) {
   EXPECT_ANY_THROW(write(fs::path(dir.path()) / "latin1.jsonl.zst", latin1, true));
 
   if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full";
-  try {
-    write("/dev/full", w, true);
-    FAIL() << "wrote a report onto a full disk";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kDiskIO);
-    EXPECT_NE(e.description().find("/dev/full"), std::string::npos) << e.description();
-  }
+  RuntimeError e = testing::thrown([&] { write("/dev/full", w, true); });
+  EXPECT_EQ(e.number(), kDiskIO);
+  EXPECT_NE(e.description().find("/dev/full"), std::string::npos) << e.description();
 }
 
 }  // namespace

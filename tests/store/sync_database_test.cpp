@@ -13,14 +13,8 @@ namespace {
 namespace fs = std::filesystem;
 using testing::querySql;
 
-class SyncDatabaseTest : public testing::ApartmentTest {
+class SyncDatabaseTest : public testing::ComponentFixture {
  protected:
-  void SetUp() override {
-    ApartmentTest::SetUp();
-    component = std::make_unique<clsOutlookSynchronization>();
-    component->setErrorClass(errors);
-    component->setMsgboxClass(messages);
-  }
   // The table's columns: "name type, ...".
   std::string columns(const std::string& table) {
     return querySql(
@@ -28,11 +22,6 @@ class SyncDatabaseTest : public testing::ApartmentTest {
                   "');")[0];
   }
   std::string path = dir.file("sync.db");
-  std::shared_ptr<testing::RecordingErrorService> errors =
-      std::make_shared<testing::RecordingErrorService>();
-  std::shared_ptr<testing::RecordingMessageBox> messages =
-      std::make_shared<testing::RecordingMessageBox>();
-  std::unique_ptr<clsOutlookSynchronization> component;
 };
 
 TEST_F(SyncDatabaseTest, AMissingFileIsCreatedWithBothTablesThroughTheTemporaryFile) {

@@ -74,71 +74,49 @@ TEST_F(DavClientTest, ProbeAndAddresses) {
         dir + "a%2F..%2F..%2Fb.vcf", "/alice/" + book + "x/a.vcf"})
     EXPECT_FALSE(client->contains(outside)) << outside;
   EXPECT_TRUE(client->sameOrigin(origin + "/calendars/"));
-  try {
+  RuntimeError e = testing::thrown([&] {
     client->put({"https://other.example/x.vcf", vcard("x", "X"), "", true});
-    ADD_FAILURE() << "sent to another origin";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kServerRejected);
-    EXPECT_NE(e.description().find("not on the address book's server"), std::string::npos);
-  }
+  });
+  EXPECT_EQ(e.number(), kServerRejected);
+  EXPECT_NE(e.description().find("not on the address book's server"), std::string::npos);
   auto many = client->putMany({{"http://other.example/y.vcf", vcard("y", "Y"), "", true}});
   ASSERT_TRUE(many[0].error.has_value());
   EXPECT_EQ(many[0].error->number(), kServerRejected);
 
   for (const char* bad : {"", "ftp://host/book/", "http:///book/", "127.0.0.1/book"}) {
-    try {
-      DavClient c(bad, options());
-      ADD_FAILURE() << bad;
-    } catch (const RuntimeError& e) {
-      EXPECT_EQ(e.number(), kInvalidProcedureCall) << bad;
-    }
+    e = testing::thrown([&] { DavClient c(bad, options()); });
+    EXPECT_EQ(e.number(), kInvalidProcedureCall) << bad;
   }
 }
 
 TEST_F(DavClientTest, FailuresNameTheUrlAndWhatTheServerSaid) {
   const std::string url = client->collectionUrl();
-  try {
-    DavClient(url, options("wrong")).probe();
-    ADD_FAILURE() << "logon accepted";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kLogonFailed);
-    EXPECT_EQ(e.remedy(), Remedy::kRefused);
-    EXPECT_EQ(e.description(),
-              "The server at " + url + " refused the logon of alice (401 Unauthorized)");
-    EXPECT_EQ(e.source(), "carddav");
-  }
+  RuntimeError e = testing::thrown([&] { DavClient(url, options("wrong")).probe(); });
+  EXPECT_EQ(e.number(), kLogonFailed);
+  EXPECT_EQ(e.remedy(), Remedy::kRefused);
+  EXPECT_EQ(e.description(),
+            "The server at " + url + " refused the logon of alice (401 Unauthorized)");
+  EXPECT_EQ(e.source(), "carddav");
 
   const std::string nowhere = "http://127.0.0.1:" + std::to_string(testing::closedPort()) + "/alice/b/";
-  try {
-    DavClient(nowhere, options()).listMembers();
-    ADD_FAILURE() << "reached " << nowhere;
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kServerUnreachable);
-    EXPECT_EQ(e.remedy(), Remedy::kRetryLater);
-    EXPECT_EQ(e.description(), "Cannot reach " + nowhere + ": Connection refused");
-  }
+  e = testing::thrown([&] { DavClient(nowhere, options()).listMembers(); });
+  EXPECT_EQ(e.number(), kServerUnreachable);
+  EXPECT_EQ(e.remedy(), Remedy::kRetryLater);
+  EXPECT_EQ(e.description(), "Cannot reach " + nowhere + ": Connection refused");
 
   // A card the server will not store; a collection that is not there.
-  try {
-    client->put({href("bad.vcf"), "not a vCard", "", true});
-    ADD_FAILURE() << "bad card stored";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kServerRejected);
-    EXPECT_EQ(e.remedy(), Remedy::kRefused);
-    EXPECT_EQ(e.description().rfind("The server at " + client->urlOf(href("bad.vcf")) +
-                                        " refused PUT (400 Bad Request)",
-                                    0),
-              0u)
-        << e.description();
-  }
-  try {
-    DavClient(server->url("alice", "missing"), options()).listMembers();
-    ADD_FAILURE() << "listed a missing collection";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kServerRejected);
-    EXPECT_EQ(e.remedy(), Remedy::kNotFound);  // the number alone would say refused
-    EXPECT_NE(e.description().find("(404 Not Found)"), std::string::npos) << e.description();
-  }
+  e = testing::thrown([&] { client->put({href("bad.vcf"), "not a vCard", "", true}); });
+  EXPECT_EQ(e.number(), kServerRejected);
+  EXPECT_EQ(e.remedy(), Remedy::kRefused);
+  EXPECT_EQ(
+      e.description().rfind(
+          "The server at " + client->urlOf(href("bad.vcf")) + " refused PUT (400 Bad Request)", 0),
+      0u)
+      << e.description();
+  e = testing::thrown([&] { DavClient(server->url("alice", "missing"), options()).listMembers(); });
+  EXPECT_EQ(e.number(), kServerRejected);
+  EXPECT_EQ(e.remedy(), Remedy::kNotFound);  // the number alone would say refused
+  EXPECT_NE(e.description().find("(404 Not Found)"), std::string::npos) << e.description();
 }
 
 TEST_F(DavClientTest, ConditionalWritesAnswerTheirOutcome) {
@@ -277,12 +255,8 @@ TEST(DavClientBusyTest, RetriesAfterTheWaitAskedThenGivesUp) {
                                                   0),
             0u)
       << written[2].error->description();
-  try {
-    DavClient(busy.base() + "9/", o).probe();
-    ADD_FAILURE() << "busy server answered";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kServerUnreachable);
-  }
+  RuntimeError e = testing::thrown([&] { DavClient(busy.base() + "9/", o).probe(); });
+  EXPECT_EQ(e.number(), kServerUnreachable);
 }
 
 }  // namespace

@@ -134,13 +134,9 @@ TEST_F(AccountTest, BadSettingsAreRefused) {
        {"not json", "[]", R"({"from": "a@example.org"})", R"({"smtp": "smtp://x", "from": 5})",
         R"({"smtp": "smtp://x", "from": "a@example.org", "starttls": "yes"})"}) {
     std::ofstream(accountFile(profile())) << json;
-    try {
-      readMailAccount(profile());
-      ADD_FAILURE() << json;
-    } catch (const RuntimeError& e) {
-      EXPECT_EQ(e.number(), kTypeMismatch);
-      EXPECT_TRUE(contains(e.description(), accountFile(profile()).string()));
-    }
+    RuntimeError e = testing::thrown([&] { readMailAccount(profile()); });
+    EXPECT_EQ(e.number(), kTypeMismatch);
+    EXPECT_TRUE(contains(e.description(), accountFile(profile()).string()));
   }
 }
 
@@ -192,12 +188,8 @@ TEST_F(DeliveryTest, AttachmentGoneBeforeSendingFailsWithoutConnecting) {
   EXPECT_FALSE(contains(why, "connect")) << why;
   EXPECT_TRUE(fs::exists(m->outboxPath()));
   // A draft never silently loses an attachment.
-  try {
-    m->Display();
-    ADD_FAILURE() << "Display saved a draft without its attachment";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kFileNotFound);
-  }
+  RuntimeError e = testing::thrown([&] { m->Display(); });
+  EXPECT_EQ(e.number(), kFileNotFound);
   EXPECT_FALSE(fs::exists(m->draftPath()));
 }
 

@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <thread>
 
 #include "core/apartment.h"
@@ -36,26 +35,16 @@ bool driverMissing() {
 TEST(OdbcEngineTest, OpeningReportsWhatIsWrongWithTheFileNamingIt) {
   SKIP_WITHOUT_DRIVER();
   testing::TempDir dir;
-  const std::string missing = dir.file("none.db");
-  try {
-    odbc::OdbcEngine engine(missing);
-    FAIL() << "opened";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kCannotOpenDatabase);
-    EXPECT_NE(e.description().find("'" + missing + "'"), std::string::npos) << e.description();
-  }
+  const std::string missing = dir.file("none.db"), text = dir.file("text.db");
+  RuntimeError e = testing::thrown([&] { odbc::OdbcEngine engine(missing); });
+  EXPECT_EQ(e.number(), kCannotOpenDatabase);
+  EXPECT_NE(e.description().find("'" + missing + "'"), std::string::npos) << e.description();
   EXPECT_FALSE(fs::exists(missing));  // the driver would have made it
-
-  const std::string text = dir.file("text.db");
   std::ofstream(text) << "definitely not a database file, only text ...";
-  try {
-    odbc::OdbcEngine engine(text);
-    FAIL() << "opened";
-  } catch (const RuntimeError& e) {
-    EXPECT_EQ(e.number(), kNotADatabase);
-    EXPECT_NE(e.description().find("'" + text + "'"), std::string::npos) << e.description();
-    EXPECT_NE(e.description().find("not a database"), std::string::npos) << e.description();
-  }
+  e = testing::thrown([&] { odbc::OdbcEngine engine(text); });
+  EXPECT_EQ(e.number(), kNotADatabase);
+  EXPECT_NE(e.description().find("'" + text + "'"), std::string::npos) << e.description();
+  EXPECT_NE(e.description().find("not a database"), std::string::npos) << e.description();
   odbc::OdbcDataAccess db;
   db.setDatabaseLocation(text);
   EXPECT_FALSE(db.openDatabase(2));
@@ -188,21 +177,18 @@ TEST(OdbcEngineTest, JetRowsWithoutAKeyAreNamedByTheirValues) {
             (std::vector<std::string>{"c,dup,dup," + std::string(100, 'n')}));
 }
 
-class OdbcSyncDatabaseTest : public testing::ApartmentTest {
+class OdbcSyncDatabaseTest : public testing::ComponentFixture {
  protected:
   void SetUp() override {
-    ApartmentTest::SetUp();
+    ComponentFixture::SetUp();
     if (driverMissing()) GTEST_SKIP() << "The SQLite ODBC driver is not installed";
     odbc::registerDataAccess();
-    component = std::make_unique<clsOutlookSynchronization>();
-    component->setErrorClass(errors);
-    component->setMsgboxClass(messages);
   }
-  std::shared_ptr<testing::RecordingErrorService> errors =
-      std::make_shared<testing::RecordingErrorService>();
-  std::shared_ptr<testing::RecordingMessageBox> messages =
-      std::make_shared<testing::RecordingMessageBox>();
-  std::unique_ptr<clsOutlookSynchronization> component;
+  // A new component given the database at path.
+  void open(const std::string& path) {
+    renew();
+    component->setSyncDatabaseLocation(path);
+  }
 };
 
 // A synchronisation database named like an Access file is made as a SQLite file through the
@@ -210,7 +196,7 @@ class OdbcSyncDatabaseTest : public testing::ApartmentTest {
 // its rows when opened again.
 TEST_F(OdbcSyncDatabaseTest, IsMadeThroughTheDriverAndReopenedWithItsRows) {
   const std::string path = dir.file("OutlookSync.mdb");
-  component->setSyncDatabaseLocation(path);
+  open(path);
   ASSERT_TRUE(component->syncDatabaseOpen());
   EXPECT_TRUE(errors->errors.empty());
   EXPECT_TRUE(messages->shown.empty());
@@ -232,21 +218,12 @@ TEST_F(OdbcSyncDatabaseTest, IsMadeThroughTheDriverAndReopenedWithItsRows) {
   db->closeRecordset(h);
   db->idle();
 
-  component = std::make_unique<clsOutlookSynchronization>();
-  component->setErrorClass(errors);
-  component->setMsgboxClass(messages);
-  component->setSyncDatabaseLocation(path);
+  open(path);
   ASSERT_TRUE(component->syncDatabaseOpen());
   EXPECT_TRUE(errors->errors.empty());
   EXPECT_EQ(querySql(path, "SELECT SchemeID || ':' || SchemeName FROM OutlookScheme;"),
             (std::vector<std::string>{"1:Ærø"}));
 }
-
-}  // namespace
-}  // namespace dossync
-
-namespace dossync {
-namespace {
 
 // A synchronisation database that no installed driver reads (a Jet file where there is no
 // Access driver, a SQLite file where the SQLite driver is missing) is kept byte for byte: the
@@ -268,14 +245,10 @@ TEST_F(OdbcSyncDatabaseTest, AFileWithoutItsDriverIsLeftAsItIs) {
     } else {
       std::ofstream(path, std::ios::binary) << jetFile;
     }
-    std::ifstream in(path, std::ios::binary);
-    const std::string before{std::istreambuf_iterator<char>(in), {}};
+    const std::string before = testing::readFile(path);
     if (c.driver) setenv("DOSSYNC_ODBC_SQLITE_DRIVER", c.driver, 1);
     messages->shown.clear();
-    component = std::make_unique<clsOutlookSynchronization>();
-    component->setErrorClass(errors);
-    component->setMsgboxClass(messages);
-    component->setSyncDatabaseLocation(path);
+    open(path);
     unsetenv("DOSSYNC_ODBC_SQLITE_DRIVER");
     EXPECT_FALSE(component->syncDatabaseOpen());
     EXPECT_TRUE(component->FailedToInitializeFlag());
@@ -284,8 +257,7 @@ TEST_F(OdbcSyncDatabaseTest, AFileWithoutItsDriverIsLeftAsItIs) {
               std::string::npos);
     EXPECT_NE(messages->shown[0].text.find(c.named), std::string::npos) << messages->shown[0].text;
     EXPECT_EQ(messages->shown[0].number, 101);
-    std::ifstream again(path, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(again), {}), before);
+    EXPECT_EQ(testing::readFile(path), before);
     EXPECT_FALSE(fs::exists(dir.file("Temp.mdb")));
   }
 }

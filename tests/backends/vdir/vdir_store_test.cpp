@@ -495,18 +495,12 @@ TEST_F(VdirStoreTest, OpeningAFolderRemovesOurOldTemporaryFilesOnly) {
   std::vector<fs::path> kept = {
       make(".0123456789abcdef0123456789abcdef.vcf.12345678.tmp", minutes(0)),  // being written
       make(".fresh.vcf.0a1b2c3d.tmp", minutes(50)),
-      // Other programs' files, however old.
-      make("notes.tmp", minutes(600)),
-      make(".a.vcf.tmp", minutes(600)),
-      make(".a.vcf.0A1B2C3D.tmp", minutes(600)),
-      make(".a.vcf.0a1b2c3.tmp", minutes(600)),
-      make(".a.vcf.0a1b2c3d4.tmp", minutes(600)),
-      make(".a.txt.0a1b2c3d.tmp", minutes(600)),
-      make("..vcf.0a1b2c3d.tmp", minutes(600)),
-      make("a.vcf.0a1b2c3d.tmp", minutes(600)),
-      make(".a.vcf.0a1b2c3d.tmp.swp", minutes(600)),
-      make("kept.vcf", minutes(600)),
   };
+  // Other programs' files, however old.
+  for (const char* name : {"notes.tmp", ".a.vcf.tmp", ".a.vcf.0A1B2C3D.tmp", ".a.vcf.0a1b2c3.tmp",
+                           ".a.vcf.0a1b2c3d4.tmp", ".a.txt.0a1b2c3d.tmp", "..vcf.0a1b2c3d.tmp",
+                           "a.vcf.0a1b2c3d.tmp", ".a.vcf.0a1b2c3d.tmp.swp", "kept.vcf"})
+    kept.push_back(make(name, minutes(600)));
   fs::create_directory(contactsDir() / ".dir.vcf.0a1b2c3d.tmp");
   kept.push_back(contactsDir() / ".dir.vcf.0a1b2c3d.tmp");
 

@@ -1,6 +1,8 @@
 #include "objects.h"
 
 #include <atomic>
+#include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -20,11 +22,45 @@ std::atomic<long> g_live{0};
 // the notes) since the process started: a run that writes to Outlook must make none.
 std::atomic<long> g_guardedReads{0};
 
-bool isPut(WORD flags) {
-  return (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) != 0;
+// Hands a new wrapper (reference count 1) to the caller, or Nothing for nullptr.
+HRESULT answerObject(VARIANT* result, IDispatch* object) {
+  if (result) {
+    result->vt = VT_DISPATCH;
+    result->pdispVal = object;  // takes over the wrapper's one reference
+  } else if (object) {
+    object->Release();
+  }
+  return S_OK;
 }
 
-// The base of every wrapper: counts itself and names itself in errors.
+// What a member does when got or called, and when assigned (none: the member is read-only).
+using Get = std::function<HRESULT(DISPPARAMS*, VARIANT*)>;
+using Put = std::function<void(const Variant&)>;
+
+// A member that answers a value.
+template <typename F>
+Get value(F f) {
+  return [f](DISPPARAMS*, VARIANT* result) {
+    Variant(f()).copyTo(result);
+    return S_OK;
+  };
+}
+// A method that answers nothing.
+template <typename F>
+Get method(F f) {
+  return [f](DISPPARAMS* params, VARIANT*) {
+    f(params);
+    return S_OK;
+  };
+}
+// A member that answers a new wrapper (or Nothing).
+template <typename F>
+Get object(F f) {
+  return [f](DISPPARAMS* params, VARIANT* result) { return answerObject(result, f(params)); };
+}
+
+// The base of every wrapper: its members by name, counted, and named in errors. "Item" is the
+// default member.
 class Object : public win32::DispatchServer {
  public:
   explicit Object(std::string label) : label_(std::move(label)) { ++g_live; }
@@ -32,6 +68,21 @@ class Object : public win32::DispatchServer {
 
  protected:
   std::string label() const override { return label_; }
+
+  void add(const std::wstring& name, Get get, Put put = nullptr) {
+    DISPID id = name == L"Item" ? DISPID_VALUE : static_cast<DISPID>(members_.size()) + 1;
+    addMember(name, id);
+    members_[id] = {std::move(get), std::move(put)};
+  }
+  HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
+    auto m = members_.find(id);
+    if (m == members_.end()) return DISP_E_MEMBERNOTFOUND;
+    if (!(flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)))
+      return m->second.first(params, result);
+    if (!m->second.second) return DISP_E_MEMBERNOTFOUND;
+    m->second.second(assigned(params));
+    return S_OK;
+  }
 
   // A required argument; DISP_E_PARAMNOTOPTIONAL when the caller left it out.
   Variant required(const DISPPARAMS* params, unsigned i, const char* member) const {
@@ -44,359 +95,156 @@ class Object : public win32::DispatchServer {
   // Arguments given to a property that takes none: a collection property answers them as its
   // collection's Item would.
   static bool hasArguments(const DISPPARAMS* params) { return params->cArgs > params->cNamedArgs; }
+  template <typename T>
+  static std::optional<T> optional(const DISPPARAMS* params, unsigned i, T (Variant::*as)() const) {
+    Variant v = argument(params, i);
+    if (v.isMissing()) return std::nullopt;
+    return (v.*as)();
+  }
   static std::optional<std::string> optionalText(const DISPPARAMS* params, unsigned i) {
-    Variant v = argument(params, i);
-    if (v.isMissing()) return std::nullopt;
-    return v.toString();
-  }
-  static std::optional<int32_t> optionalInt(const DISPPARAMS* params, unsigned i) {
-    Variant v = argument(params, i);
-    if (v.isMissing()) return std::nullopt;
-    return v.toInt32();
-  }
-  static std::optional<bool> optionalBool(const DISPPARAMS* params, unsigned i) {
-    Variant v = argument(params, i);
-    if (v.isMissing()) return std::nullopt;
-    return v.toBool();
+    return optional(params, i, &Variant::toString);
   }
 
  private:
   std::string label_;
+  std::map<DISPID, std::pair<Get, Put>> members_;
 };
-
-// Hands a value to the caller.
-HRESULT answer(VARIANT* result, const Variant& v) {
-  v.copyTo(result);
-  return S_OK;
-}
-
-// Hands a new wrapper (reference count 1) to the caller, or Nothing for nullptr.
-HRESULT answerObject(VARIANT* result, IDispatch* object) {
-  if (result) {
-    result->vt = VT_DISPATCH;
-    result->pdispVal = object;  // takes over the wrapper's one reference
-  } else if (object) {
-    object->Release();
-  }
-  return S_OK;
-}
 
 IDispatch* wrapItem(const outlook::ItemPtr& item);
 
 // ---- Items of any kind: Class, EntryID, Save.
 
-enum : DISPID { kClass = 1, kEntryID, kSave, kOwnFirst = 10 };
-
 class ItemObject : public Object {
  public:
-  ItemObject(outlook::ItemPtr item, std::string label)
-      : Object(std::move(label)), item_(std::move(item)) {
-    addMember(L"Class", kClass);
-    addMember(L"EntryID", kEntryID);
-    addMember(L"Save", kSave);
+  ItemObject(const outlook::ItemPtr& item, std::string label) : Object(std::move(label)) {
+    add(L"Class", value([item] { return item->Class(); }));
+    add(L"EntryID", value([item] { return item->EntryID(); }));
+    add(L"Save", method([item](DISPPARAMS*) { item->Save(); }));
   }
-
- protected:
-  HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    switch (id) {
-      case kClass:
-        if (isPut(flags)) break;
-        return answer(result, Variant(item_->Class()));
-      case kEntryID:
-        if (isPut(flags)) break;
-        return answer(result, Variant(item_->EntryID()));
-      case kSave:
-        if (isPut(flags)) break;
-        item_->Save();
-        return S_OK;
-      default:
-        return invokeOwn(id, flags, params, result);
-    }
-    return DISP_E_MEMBERNOTFOUND;
-  }
-  virtual HRESULT invokeOwn(DISPID, WORD, DISPPARAMS*, VARIANT*) { return DISP_E_MEMBERNOTFOUND; }
-
- private:
-  outlook::ItemPtr item_;
 };
 
 // ---- ContactItem.
 
 class ContactObject final : public ItemObject {
  public:
-  explicit ContactObject(std::shared_ptr<outlook::ContactItem> contact)
-      : ItemObject(contact, "ContactItem"), contact_(std::move(contact)) {
-    for (int p = 0; p < outlook::kContactTextPropertyCount; ++p)
-      addMember(win32::widen(outlook::propertyName(static_cast<outlook::ContactProperty>(p))),
-                kText + p);
-    addMember(L"Gender", kGender);
-    addMember(L"Birthday", kBirthday);
-    addMember(L"Anniversary", kAnniversary);
-    addMember(L"Delete", kDelete);
-  }
-
- private:
-  enum : DISPID { kGender = kOwnFirst, kBirthday, kAnniversary, kDelete, kText = 100 };
-
-  HRESULT invokeOwn(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    const bool put = isPut(flags);
-    switch (id) {
-      case kGender:
-        if (put) return contact_->setGender(assigned(params).toInt32()), S_OK;
-        return answer(result, Variant(contact_->Gender()));
-      case kBirthday:
-        if (put) return contact_->setBirthday(assigned(params).toDate()), S_OK;
-        return answer(result, Variant(contact_->Birthday()));
-      case kAnniversary:
-        if (put) return contact_->setAnniversary(assigned(params).toDate()), S_OK;
-        return answer(result, Variant(contact_->Anniversary()));
-      case kDelete:
-        if (put) return DISP_E_MEMBERNOTFOUND;
-        contact_->Delete();
-        return S_OK;
-      default:
-        break;
-    }
-    if (id < kText || id >= kText + outlook::kContactTextPropertyCount)
-      return DISP_E_MEMBERNOTFOUND;
-    const auto p = static_cast<outlook::ContactProperty>(id - kText);
-    if (put) return contact_->set(p, assigned(params).toString()), S_OK;
+  explicit ContactObject(const std::shared_ptr<outlook::ContactItem>& c)
+      : ItemObject(c, "ContactItem") {
     using P = outlook::ContactProperty;
-    if (p == P::Email1Address || p == P::Email2Address || p == P::Email3Address || p == P::Body)
-      ++g_guardedReads;
-    return answer(result, Variant(contact_->get(p)));
+    for (int i = 0; i < outlook::kContactTextPropertyCount; ++i) {
+      const auto p = static_cast<P>(i);
+      const bool guarded =
+          p == P::Email1Address || p == P::Email2Address || p == P::Email3Address || p == P::Body;
+      add(win32::widen(outlook::propertyName(p)), value([c, p, guarded] {
+            if (guarded) ++g_guardedReads;
+            return c->get(p);
+          }),
+          [c, p](const Variant& v) { c->set(p, v.toString()); });
+    }
+    add(L"Gender", value([c] { return c->Gender(); }),
+        [c](const Variant& v) { c->setGender(v.toInt32()); });
+    add(L"Birthday", value([c] { return c->Birthday(); }),
+        [c](const Variant& v) { c->setBirthday(v.toDate()); });
+    add(L"Anniversary", value([c] { return c->Anniversary(); }),
+        [c](const Variant& v) { c->setAnniversary(v.toDate()); });
+    add(L"Delete", method([c](DISPPARAMS*) { c->Delete(); }));
   }
-
-  std::shared_ptr<outlook::ContactItem> contact_;
 };
 
 // ---- Mail: recipients and attachments.
 
 class RecipientObject final : public Object {
  public:
-  explicit RecipientObject(std::shared_ptr<outlook::Recipient> r)
-      : Object("Recipient"), r_(std::move(r)) {
-    addMember(L"Name", kName);
-    addMember(L"Type", kType);
-    addMember(L"Resolve", kResolve);
+  explicit RecipientObject(std::shared_ptr<outlook::Recipient> r) : Object("Recipient") {
+    add(L"Name", value([r] { return r->Name(); }));
+    add(L"Type", value([r] { return r->Type(); }),
+        [r](const Variant& v) { r->setType(v.toInt32()); });
+    add(L"Resolve", value([r] { return r->Resolve(); }));
   }
-
- private:
-  enum : DISPID { kName = 1, kType, kResolve };
-  HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    const bool put = isPut(flags);
-    switch (id) {
-      case kName:
-        if (put) break;
-        return answer(result, Variant(r_->Name()));
-      case kType:
-        if (put) return r_->setType(assigned(params).toInt32()), S_OK;
-        return answer(result, Variant(r_->Type()));
-      case kResolve:
-        if (put) break;
-        return answer(result, Variant(r_->Resolve()));
-      default:
-        break;
-    }
-    return DISP_E_MEMBERNOTFOUND;
-  }
-  std::shared_ptr<outlook::Recipient> r_;
 };
 
 class RecipientsObject final : public Object {
  public:
-  explicit RecipientsObject(std::shared_ptr<outlook::Recipients> list)
-      : Object("Recipients"), list_(std::move(list)) {
-    addMember(L"Count", kCount);
-    addMember(L"Add", kAdd);
-    addMember(L"Item", DISPID_VALUE);
+  explicit RecipientsObject(std::shared_ptr<outlook::Recipients> list) : Object("Recipients") {
+    add(L"Count", value([list] { return list->Count(); }));
+    add(L"Add", object([this, list](DISPPARAMS* p) {
+          return new RecipientObject(list->Add(required(p, 0, "Add").toString()));
+        }));
+    add(L"Item", object([this, list](DISPPARAMS* p) {
+          return new RecipientObject(list->Item(required(p, 0, "Item").toInt32()));
+        }));
   }
-
- private:
-  enum : DISPID { kCount = 1, kAdd };
-  HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    if (isPut(flags)) return DISP_E_MEMBERNOTFOUND;
-    switch (id) {
-      case kCount:
-        return answer(result, Variant(list_->Count()));
-      case kAdd:
-        return answerObject(result,
-                            new RecipientObject(list_->Add(required(params, 0, "Add").toString())));
-      case DISPID_VALUE:
-        return answerObject(
-            result, new RecipientObject(list_->Item(required(params, 0, "Item").toInt32())));
-      default:
-        break;
-    }
-    return DISP_E_MEMBERNOTFOUND;
-  }
-  std::shared_ptr<outlook::Recipients> list_;
 };
 
 class AttachmentObject final : public Object {
  public:
-  explicit AttachmentObject(std::shared_ptr<outlook::Attachment> a)
-      : Object("Attachment"), a_(std::move(a)) {
-    addMember(L"DisplayName", kDisplayName);
-    addMember(L"PathName", kPathName);
+  explicit AttachmentObject(std::shared_ptr<outlook::Attachment> a) : Object("Attachment") {
+    add(L"DisplayName", value([a] { return a->DisplayName(); }),
+        [a](const Variant& v) { a->setDisplayName(v.toString()); });
+    add(L"PathName", value([a] { return a->PathName(); }));
   }
-
- private:
-  enum : DISPID { kDisplayName = 1, kPathName };
-  HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    const bool put = isPut(flags);
-    switch (id) {
-      case kDisplayName:
-        if (put) return a_->setDisplayName(assigned(params).toString()), S_OK;
-        return answer(result, Variant(a_->DisplayName()));
-      case kPathName:
-        if (put) break;
-        return answer(result, Variant(a_->PathName()));
-      default:
-        break;
-    }
-    return DISP_E_MEMBERNOTFOUND;
-  }
-  std::shared_ptr<outlook::Attachment> a_;
 };
 
 class AttachmentsObject final : public Object {
  public:
-  explicit AttachmentsObject(std::shared_ptr<outlook::Attachments> list)
-      : Object("Attachments"), list_(std::move(list)) {
-    addMember(L"Count", kCount);
-    addMember(L"Add", kAdd);
-    addMember(L"Item", DISPID_VALUE);
+  explicit AttachmentsObject(std::shared_ptr<outlook::Attachments> list) : Object("Attachments") {
+    add(L"Count", value([list] { return list->Count(); }));
+    add(L"Add", object([this, list](DISPPARAMS* p) {
+          std::string source = required(p, 0, "Add").toString();
+          return new AttachmentObject(list->Add(source, optional(p, 1, &Variant::toInt32),
+                                                optional(p, 2, &Variant::toInt32),
+                                                optionalText(p, 3)));
+        }));
+    add(L"Item", object([this, list](DISPPARAMS* p) {
+          return new AttachmentObject(list->Item(required(p, 0, "Item").toInt32()));
+        }));
   }
-
- private:
-  enum : DISPID { kCount = 1, kAdd };
-  HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    if (isPut(flags)) return DISP_E_MEMBERNOTFOUND;
-    switch (id) {
-      case kCount:
-        return answer(result, Variant(list_->Count()));
-      case kAdd: {
-        std::string source = required(params, 0, "Add").toString();
-        auto a = list_->Add(source, optionalInt(params, 1), optionalInt(params, 2),
-                            optionalText(params, 3));
-        return answerObject(result, new AttachmentObject(std::move(a)));
-      }
-      case DISPID_VALUE:
-        return answerObject(
-            result, new AttachmentObject(list_->Item(required(params, 0, "Item").toInt32())));
-      default:
-        break;
-    }
-    return DISP_E_MEMBERNOTFOUND;
-  }
-  std::shared_ptr<outlook::Attachments> list_;
 };
 
 class MailObject final : public ItemObject {
  public:
-  explicit MailObject(std::shared_ptr<outlook::MailItem> mail)
-      : ItemObject(mail, "MailItem"), mail_(std::move(mail)) {
-    addMember(L"Subject", kSubject);
-    addMember(L"Body", kBody);
-    addMember(L"Recipients", kRecipients);
-    addMember(L"Attachments", kAttachments);
-    addMember(L"Send", kSend);
-    addMember(L"Display", kDisplay);
+  explicit MailObject(const std::shared_ptr<outlook::MailItem>& m) : ItemObject(m, "MailItem") {
+    add(L"Subject", value([m] { return m->Subject(); }),
+        [m](const Variant& v) { m->setSubject(v.toString()); });
+    add(L"Body", value([m] { return m->Body(); }),
+        [m](const Variant& v) { m->setBody(v.toString()); });
+    add(L"Recipients", object([m](DISPPARAMS* p) -> IDispatch* {
+          if (hasArguments(p))
+            return new RecipientObject(m->Recipients()->Item(argument(p, 0).toInt32()));
+          return new RecipientsObject(m->Recipients());
+        }));
+    add(L"Attachments", object([m](DISPPARAMS* p) -> IDispatch* {
+          if (hasArguments(p))
+            return new AttachmentObject(m->Attachments()->Item(argument(p, 0).toInt32()));
+          return new AttachmentsObject(m->Attachments());
+        }));
+    add(L"Send", method([m](DISPPARAMS*) { m->Send(); }));
+    add(L"Display", method([m](DISPPARAMS* p) { m->Display(optional(p, 0, &Variant::toBool)); }));
   }
-
- private:
-  enum : DISPID { kSubject = kOwnFirst, kBody, kRecipients, kAttachments, kSend, kDisplay };
-  HRESULT invokeOwn(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    const bool put = isPut(flags);
-    switch (id) {
-      case kSubject:
-        if (put) return mail_->setSubject(assigned(params).toString()), S_OK;
-        return answer(result, Variant(mail_->Subject()));
-      case kBody:
-        if (put) return mail_->setBody(assigned(params).toString()), S_OK;
-        return answer(result, Variant(mail_->Body()));
-      default:
-        break;
-    }
-    if (put) return DISP_E_MEMBERNOTFOUND;
-    switch (id) {
-      case kRecipients:
-        if (hasArguments(params))
-          return answerObject(
-              result,
-              new RecipientObject(mail_->Recipients()->Item(argument(params, 0).toInt32())));
-        return answerObject(result, new RecipientsObject(mail_->Recipients()));
-      case kAttachments:
-        if (hasArguments(params))
-          return answerObject(
-              result,
-              new AttachmentObject(mail_->Attachments()->Item(argument(params, 0).toInt32())));
-        return answerObject(result, new AttachmentsObject(mail_->Attachments()));
-      case kSend:
-        mail_->Send();
-        return S_OK;
-      case kDisplay:
-        mail_->Display(optionalBool(params, 0));
-        return S_OK;
-      default:
-        break;
-    }
-    return DISP_E_MEMBERNOTFOUND;
-  }
-  std::shared_ptr<outlook::MailItem> mail_;
 };
 
 // ---- AppointmentItem.
 
 class AppointmentObject final : public ItemObject {
  public:
-  explicit AppointmentObject(std::shared_ptr<outlook::AppointmentItem> a)
-      : ItemObject(a, "AppointmentItem"), a_(std::move(a)) {
-    addMember(L"Start", kStart);
-    addMember(L"End", kEnd);
-    addMember(L"Subject", kSubject);
-    addMember(L"Location", kLocation);
-    addMember(L"Send", kSend);
+  explicit AppointmentObject(const std::shared_ptr<outlook::AppointmentItem>& a)
+      : ItemObject(a, "AppointmentItem") {
+    add(L"Start", value([a] { return a->Start(); }),
+        [a](const Variant& v) { a->setStart(v.toDate()); });
+    add(L"End", value([a] { return a->End(); }), [a](const Variant& v) { a->setEnd(v.toDate()); });
+    add(L"Subject", value([a] { return a->Subject(); }),
+        [a](const Variant& v) { a->setSubject(v.toString()); });
+    add(L"Location", value([a] { return a->Location(); }),
+        [a](const Variant& v) { a->setLocation(v.toString()); });
+    add(L"Send", method([a](DISPPARAMS*) { a->Send(); }));
   }
-
- private:
-  enum : DISPID { kStart = kOwnFirst, kEnd, kSubject, kLocation, kSend };
-  HRESULT invokeOwn(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    const bool put = isPut(flags);
-    switch (id) {
-      case kStart:
-        if (put) return a_->setStart(assigned(params).toDate()), S_OK;
-        return answer(result, Variant(a_->Start()));
-      case kEnd:
-        if (put) return a_->setEnd(assigned(params).toDate()), S_OK;
-        return answer(result, Variant(a_->End()));
-      case kSubject:
-        if (put) return a_->setSubject(assigned(params).toString()), S_OK;
-        return answer(result, Variant(a_->Subject()));
-      case kLocation:
-        if (put) return a_->setLocation(assigned(params).toString()), S_OK;
-        return answer(result, Variant(a_->Location()));
-      case kSend:
-        if (put) break;
-        a_->Send();
-        return S_OK;
-      default:
-        break;
-    }
-    return DISP_E_MEMBERNOTFOUND;
-  }
-  std::shared_ptr<outlook::AppointmentItem> a_;
 };
 
 IDispatch* wrapItem(const outlook::ItemPtr& item) {
   if (!item) return nullptr;
-  if (auto c = std::dynamic_pointer_cast<outlook::ContactItem>(item))
-    return new ContactObject(std::move(c));
-  if (auto m = std::dynamic_pointer_cast<outlook::MailItem>(item))
-    return new MailObject(std::move(m));
+  if (auto c = std::dynamic_pointer_cast<outlook::ContactItem>(item)) return new ContactObject(c);
+  if (auto m = std::dynamic_pointer_cast<outlook::MailItem>(item)) return new MailObject(m);
   if (auto a = std::dynamic_pointer_cast<outlook::AppointmentItem>(item))
-    return new AppointmentObject(std::move(a));
+    return new AppointmentObject(a);
   return new ItemObject(item, "Item");  // a distribution list, say
 }
 
@@ -404,129 +252,61 @@ IDispatch* wrapItem(const outlook::ItemPtr& item) {
 
 class ItemsObject final : public Object {
  public:
-  explicit ItemsObject(std::shared_ptr<outlook::Items> items)
-      : Object("Items"), items_(std::move(items)) {
-    addMember(L"Count", kCount);
-    addMember(L"Item", DISPID_VALUE);
-    addMember(L"Find", kFind);
+  explicit ItemsObject(std::shared_ptr<outlook::Items> items) : Object("Items") {
+    add(L"Count", value([items] { return items->Count(); }));
+    add(L"Item", object([this, items](DISPPARAMS* p) {
+          return wrapItem(items->Item(required(p, 0, "Item").toInt32()));
+        }));
+    add(L"Find", object([this, items](DISPPARAMS* p) {
+          return wrapItem(items->Find(required(p, 0, "Find").toString()));
+        }));
   }
-
- private:
-  enum : DISPID { kCount = 1, kFind };
-  HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    if (isPut(flags)) return DISP_E_MEMBERNOTFOUND;
-    switch (id) {
-      case kCount:
-        return answer(result, Variant(items_->Count()));
-      case DISPID_VALUE:
-        return answerObject(result, wrapItem(items_->Item(required(params, 0, "Item").toInt32())));
-      case kFind:
-        return answerObject(result, wrapItem(items_->Find(required(params, 0, "Find").toString())));
-      default:
-        break;
-    }
-    return DISP_E_MEMBERNOTFOUND;
-  }
-  std::shared_ptr<outlook::Items> items_;
 };
 
 class FolderObject final : public Object {
  public:
-  explicit FolderObject(std::shared_ptr<outlook::MAPIFolder> folder)
-      : Object("MAPIFolder"), folder_(std::move(folder)) {
-    addMember(L"Items", kItems);
-    addMember(L"StoreID", kStoreID);
+  explicit FolderObject(std::shared_ptr<outlook::MAPIFolder> folder) : Object("MAPIFolder") {
+    // Items(i) is Items.Item(i), as hosts apply extra arguments to the default member.
+    add(L"Items", object([folder](DISPPARAMS* p) -> IDispatch* {
+          if (hasArguments(p)) return wrapItem(folder->Items()->Item(argument(p, 0).toInt32()));
+          return new ItemsObject(folder->Items());
+        }));
+    add(L"StoreID", value([folder] { return folder->StoreID(); }));
   }
-
- private:
-  enum : DISPID { kItems = 1, kStoreID };
-  HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    if (isPut(flags)) return DISP_E_MEMBERNOTFOUND;
-    switch (id) {
-      case kItems:
-        // Items(i) is Items.Item(i), as hosts apply extra arguments to the default member.
-        if (hasArguments(params))
-          return answerObject(result,
-                              wrapItem(folder_->Items()->Item(argument(params, 0).toInt32())));
-        return answerObject(result, new ItemsObject(folder_->Items()));
-      case kStoreID:
-        return answer(result, Variant(folder_->StoreID()));
-      default:
-        break;
-    }
-    return DISP_E_MEMBERNOTFOUND;
-  }
-  std::shared_ptr<outlook::MAPIFolder> folder_;
 };
 
 class NameSpaceObject final : public Object {
  public:
-  explicit NameSpaceObject(std::shared_ptr<outlook::NameSpace> session)
-      : Object("NameSpace"), session_(std::move(session)) {
-    addMember(L"Logon", kLogon);
-    addMember(L"GetDefaultFolder", kGetDefaultFolder);
-    addMember(L"GetItemFromID", kGetItemFromID);
+  explicit NameSpaceObject(std::shared_ptr<outlook::NameSpace> s) : Object("NameSpace") {
+    add(L"Logon", method([s](DISPPARAMS* p) {
+          s->Logon(optionalText(p, 0), optionalText(p, 1), optional(p, 2, &Variant::toBool),
+                   optional(p, 3, &Variant::toBool));
+        }));
+    add(L"GetDefaultFolder", object([this, s](DISPPARAMS* p) {
+          return new FolderObject(
+              s->GetDefaultFolder(required(p, 0, "GetDefaultFolder").toInt32()));
+        }));
+    add(L"GetItemFromID", object([this, s](DISPPARAMS* p) {
+          std::string entryId = required(p, 0, "GetItemFromID").toString();
+          return wrapItem(s->GetItemFromID(entryId, optionalText(p, 1).value_or("")));
+        }));
   }
-
- private:
-  enum : DISPID { kLogon = 1, kGetDefaultFolder, kGetItemFromID };
-  HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    if (isPut(flags)) return DISP_E_MEMBERNOTFOUND;
-    switch (id) {
-      case kLogon:
-        session_->Logon(optionalText(params, 0), optionalText(params, 1), optionalBool(params, 2),
-                        optionalBool(params, 3));
-        return S_OK;
-      case kGetDefaultFolder:
-        return answerObject(result, new FolderObject(session_->GetDefaultFolder(
-                                        required(params, 0, "GetDefaultFolder").toInt32())));
-      case kGetItemFromID: {
-        std::string entryId = required(params, 0, "GetItemFromID").toString();
-        return answerObject(result, wrapItem(session_->GetItemFromID(
-                                        entryId, optionalText(params, 1).value_or(""))));
-      }
-      default:
-        break;
-    }
-    return DISP_E_MEMBERNOTFOUND;
-  }
-  std::shared_ptr<outlook::NameSpace> session_;
 };
 
 class ApplicationObject final : public Object {
  public:
-  explicit ApplicationObject(std::shared_ptr<outlook::Application> app)
-      : Object("Application"), app_(std::move(app)) {
-    addMember(L"GetNamespace", kGetNamespace);
-    addMember(L"CreateItem", kCreateItem);
-    addMember(L"Name", kName);
-    addMember(L"GuardedReads", kGuardedReads);  // the stand-in's own, for the tests
-    addMember(L"DialogLog", kDialogLog);
+  explicit ApplicationObject(std::shared_ptr<outlook::Application> app) : Object("Application") {
+    add(L"GetNamespace", object([this, app](DISPPARAMS* p) {
+          return new NameSpaceObject(app->GetNamespace(required(p, 0, "GetNamespace").toString()));
+        }));
+    add(L"CreateItem", object([this, app](DISPPARAMS* p) {
+          return wrapItem(app->CreateItem(required(p, 0, "CreateItem").toInt32()));
+        }));
+    add(L"Name", value([] { return std::string("Outlook"); }));
+    // The stand-in's own, for the tests.
+    add(L"GuardedReads", value([] { return static_cast<int32_t>(g_guardedReads.load()); }));
+    add(L"DialogLog", value([] { return dialogLog(); }));
   }
-
- private:
-  enum : DISPID { kGetNamespace = 1, kCreateItem, kName, kGuardedReads, kDialogLog };
-  HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    if (isPut(flags)) return DISP_E_MEMBERNOTFOUND;
-    switch (id) {
-      case kGetNamespace:
-        return answerObject(result, new NameSpaceObject(app_->GetNamespace(
-                                        required(params, 0, "GetNamespace").toString())));
-      case kCreateItem:
-        return answerObject(
-            result, wrapItem(app_->CreateItem(required(params, 0, "CreateItem").toInt32())));
-      case kName:
-        return answer(result, Variant("Outlook"));
-      case kGuardedReads:
-        return answer(result, Variant(static_cast<int32_t>(g_guardedReads.load())));
-      case kDialogLog:
-        return answer(result, Variant(dialogLog()));
-      default:
-        break;
-    }
-    return DISP_E_MEMBERNOTFOUND;
-  }
-  std::shared_ptr<outlook::Application> app_;
 };
 
 }  // namespace
