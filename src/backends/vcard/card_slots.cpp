@@ -144,9 +144,15 @@ constexpr std::array<std::string_view, 22> kOrder = {"VERSION",
                                                      "X-DOSSYNC-CATEGORIES",
                                                      "NOTE"};
 
+constexpr std::array<uint16_t, kOrder.size()> kOrderKeys = [] {
+  std::array<uint16_t, kOrder.size()> keys{};
+  for (size_t i = 0; i < kOrder.size(); ++i) keys[i] = nameKey(kOrder[i]);
+  return keys;
+}();
+
 std::optional<int> computeRank(const VcardProperty& p) {
   for (size_t i = 0; i < kOrder.size(); ++i) {
-    if (!p.is(kOrder[i])) continue;
+    if (!sameName(p.name(), p.nameKey(), kOrder[i], kOrderKeys[i])) continue;
     int sub = 0;
     if (p.is("TEL")) {
       auto slot = taggedSlot(p, kPhoneSlots);
