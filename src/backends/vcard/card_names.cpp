@@ -81,14 +81,10 @@ bool looksMade(const Vcard& card, const std::string& fnText) {
   std::string shown = displayText(fnText);
   if (shown.empty()) return false;
   std::string company = displayText(contactProperty(card, CP::CompanyName));
-  if (company.empty()) return false;
-  // The person's name is looked at last: most FNs match none of these.
-  auto matches = [&] {
-    if (shown == company || shown == displayText(contactProperty(card, CP::FileAs))) return true;
-    std::string department = displayText(contactProperty(card, CP::Department));
-    return !department.empty() && shown == company + ", " + department;
-  };
-  return matches() && !hasPersonName(card);
+  if (company.empty() || hasPersonName(card)) return false;
+  if (shown == company || shown == displayText(contactProperty(card, CP::FileAs))) return true;
+  std::string department = displayText(contactProperty(card, CP::Department));
+  return !department.empty() && shown == company + ", " + department;
 }
 
 std::string fullNameOf(const Vcard& card, const VcardProperty& fn) {
