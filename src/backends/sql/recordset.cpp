@@ -393,7 +393,10 @@ void TableRecordset::saveNew() {
 }
 
 bool TableRecordset::rowHolds(int64_t rowid) {
-  if (!db_.memo() || shape_->wanted.empty()) {
+  // With snapshot reads on, the check's statement begins a snapshot when none is open (a
+  // look-up's recordset is often the first of its procedure), so it reads the row for the memo.
+  bool snapshot = db_.memo() != nullptr || db_.snapshotReads();
+  if (!snapshot || shape_->wanted.empty()) {
     StatementUse st(db_.cached(shape_->holdsSql));
     st->bind(1, rowid);
     return st->step();

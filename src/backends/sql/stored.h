@@ -44,7 +44,11 @@ struct CaseInsensitiveHash {
   }
   static uint64_t upperWord(const char* p, size_t n) {
     uint64_t x = 0;
-    std::memcpy(&x, p, n);
+    if (n == 8) {
+      std::memcpy(&x, p, 8);
+    } else {
+      for (size_t k = 0; k < n; ++k) x |= uint64_t{static_cast<unsigned char>(p[k])} << (8 * k);
+    }
     constexpr uint64_t kOnes = 0x0101010101010101ULL, kHigh = 0x8080808080808080ULL;
     uint64_t low7 = x & ~kHigh;
     uint64_t atLeastA = low7 + (0x80 - 'a') * kOnes;  // high bit set where the byte >= 'a'
