@@ -395,7 +395,13 @@ void TableRecordset::saveNew() {
 bool TableRecordset::rowHolds(int64_t rowid) {
   // With snapshot reads on, the check's statement begins a snapshot when none is open (a
   // look-up's recordset is often the first of its procedure), so it reads the row for the memo.
-  bool snapshot = db_.memo() != nullptr || db_.snapshotReads();
+  auto* open = db_.memo();
+  if (open && shape_->wherePrefix.empty()) {
+    // A row read in this snapshot exists still: a delete ends what the memo holds.
+    auto table = open->rows.find(&table_);
+    if (table != open->rows.end() && table->second.count(rowid)) return true;
+  }
+  bool snapshot = open != nullptr || db_.snapshotReads();
   if (!snapshot || shape_->wanted.empty()) {
     StatementUse st(db_.cached(shape_->holdsSql));
     st->bind(1, rowid);
