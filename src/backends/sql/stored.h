@@ -51,10 +51,10 @@ struct CaseInsensitiveHash {
     }
     constexpr uint64_t kOnes = 0x0101010101010101ULL, kHigh = 0x8080808080808080ULL;
     uint64_t low7 = x & ~kHigh;
-    uint64_t atLeastA = low7 + (0x80 - 'a') * kOnes;  // high bit set where the byte >= 'a'
+    uint64_t atLeastA = low7 + (0x80 - 'a') * kOnes;   // high bit set where the byte >= 'a'
     uint64_t pastZ = low7 + (0x80 - 'z' - 1) * kOnes;  // high bit set where the byte > 'z'
-    uint64_t lower = atLeastA & ~pastZ & ~x & kHigh;    // ASCII 'a'..'z'
-    return x ^ (lower >> 2);                            // clears their 0x20 bit
+    uint64_t lower = atLeastA & ~pastZ & ~x & kHigh;   // ASCII 'a'..'z'
+    return x ^ (lower >> 2);                           // clears their 0x20 bit
   }
   static uint64_t mix(uint64_t h, uint64_t word) {
     h = (h ^ word) * hash::kFnvPrime;
