@@ -340,8 +340,32 @@ Date toDate(std::string_view text) {
   throw RuntimeError(kTypeMismatch, "Type mismatch: '" + std::string(text) + "' is not a date");
 }
 
+namespace {
+void putDigits(char* at, int value, int width) {
+  for (int i = width - 1; i >= 0; --i, value /= 10) at[i] = static_cast<char>('0' + value % 10);
+}
+}  // namespace
+
 std::string toText(const Date& d) {
-  char buf[32];
+  auto fits = [](int v, int limit) { return v >= 0 && v < limit; };
+  // Written by hand for the usual ranges: dates are formatted for every row and card.
+  if (fits(d.year, 10000) && fits(d.month, 100) && fits(d.day, 100) && fits(d.hour, 100) &&
+      fits(d.minute, 100) && fits(d.second, 100)) {
+    std::string text(d.hasTime() ? 19 : 10, ' ');
+    char* p = text.data();
+    putDigits(p, d.year, 4);
+    p[4] = p[7] = '-';
+    putDigits(p + 5, d.month, 2);
+    putDigits(p + 8, d.day, 2);
+    if (d.hasTime()) {
+      putDigits(p + 11, d.hour, 2);
+      p[13] = p[16] = ':';
+      putDigits(p + 14, d.minute, 2);
+      putDigits(p + 17, d.second, 2);
+    }
+    return text;
+  }
+  char buf[64];
   if (d.hasTime()) {
     std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", d.year, d.month, d.day, d.hour,
                   d.minute, d.second);

@@ -89,7 +89,34 @@ bool wellFormedUtf8(std::string_view s) {
 
 // A JSON string as json::dump writes it, without a JSON value made first. Text that is not
 // UTF-8 goes through the library, which refuses it.
+// How many leading bytes of the text are plain ASCII that JSON writes as it is (no control
+// character, quote or backslash), eight at a time.
+size_t plainAsciiPrefix(std::string_view s) {
+  constexpr uint64_t kOnes = 0x0101010101010101ULL, kHigh = 0x8080808080808080ULL;
+  auto hasZeroByte = [&](uint64_t x) { return (x - kOnes) & ~x & kHigh; };
+  size_t i = 0;
+  for (; i + 8 <= s.size(); i += 8) {
+    uint64_t x;
+    std::memcpy(&x, s.data() + i, 8);
+    // Bytes past ASCII, below 0x20, '"' or '\\' stop the run.
+    uint64_t stop = (x & kHigh) | ((x - 0x20 * kOnes) & ~x & kHigh) |
+                    hasZeroByte(x ^ ('"' * kOnes)) | hasZeroByte(x ^ ('\\' * kOnes));
+    if (stop) break;
+  }
+  for (; i < s.size(); ++i) {
+    auto c = static_cast<unsigned char>(s[i]);
+    if (c < 0x20 || c >= 0x80 || c == '"' || c == '\\') break;
+  }
+  return i;
+}
+
 void appendString(std::string& out, std::string_view s) {
+  if (plainAsciiPrefix(s) == s.size()) {  // most texts: appended whole
+    out += '"';
+    out += s;
+    out += '"';
+    return;
+  }
   if (!wellFormedUtf8(s)) {
     out += json(std::string(s)).dump();
     return;
@@ -139,9 +166,15 @@ std::string recordLine(const RecordPlan& r) {
   if (r.foundBy != "none") appendMember(out, "foundBy", r.foundBy);
   if (!r.contactFoundBy.empty()) appendMember(out, "contactFoundBy", r.contactFoundBy);
   std::string fields, changes;
-  std::unordered_set<std::string_view> inFields;
+  std::vector<std::string_view> inFields;  // a record names a few dozen fields at most
+  inFields.reserve(r.changes.size());
+  auto firstOf = [&](std::string_view field) {
+    if (std::find(inFields.begin(), inFields.end(), field) != inFields.end()) return false;
+    inFields.push_back(field);
+    return true;
+  };
   for (const auto& c : r.changes) {
-    if (fromNothing(r, c) && inFields.insert(c.field).second) {
+    if (fromNothing(r, c) && firstOf(c.field)) {
       fields += fields.empty() ? '{' : ',';
       appendString(fields, c.field);
       fields += ':';

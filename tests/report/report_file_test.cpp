@@ -55,7 +55,9 @@ Written aRun() {
                      {"item", "BusinessAddressCity", "", "Hull\t\\\x01\x1f/\b\f\r"},
                      {"item", "Body", "", "Montr\u00e9al \u2013 \U0001F600"}};
   RecordPlan changed = record("2", "update-item");
+  // A quote or a backslash past the first eight characters of a text otherwise plain.
   changed.changes = {{"item", "BusinessAddressCity", "Kingston", "Gatineau"},
+                     {"item", "Department", "Sales, East \\ West", "Sales and \"Marketing\" EU"},
                      {"item", "Email1Address", "", "a@b.ca", false}};
   changed.errors.push_back({13, "Type mismatch", "kvoutlookdx.dll-y"});
   RecordPlan notChosen = record("3", "pair-only");

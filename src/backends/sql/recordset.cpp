@@ -307,20 +307,40 @@ namespace {
 // Inserts a row of the table: the columns given (nullopt: left to the database's default; a
 // Yes/No column without one is False rather than Null, as the host's engine has it). The
 // statement is answered after its run, for the engine to tell the new row's key.
+// `shape`, when given, keeps the statement's text for the next row that names the same columns.
 Statement& insertRow(Database& db, const TableInfo& table,
-                     const std::vector<std::optional<Stored>>& row) {
-  std::string cols, params;
-  std::vector<std::pair<Stored, ColumnKind>> values;
+                     const std::vector<std::optional<Stored>>& row, CursorShape* shape = nullptr) {
+  static const Stored kFalse{Stored::Int, 0, 0, {}};
+  std::vector<std::pair<const Stored*, ColumnKind>> values;
+  std::vector<bool> named(table.columns.size(), false);
   for (size_t i = 0; i < table.columns.size(); ++i) {
     const ColumnInfo& c = table.columns[i];
-    std::optional<Stored> v = row[i];
-    if (!v && c.kind == ColumnKind::Boolean && c.notNull && c.defaultSql.empty())
-      v = Stored{Stored::Int, 0, 0, {}};
+    const Stored* v = row[i] ? &*row[i] : nullptr;
+    if (!v && c.kind == ColumnKind::Boolean && c.notNull && c.defaultSql.empty()) v = &kFalse;
     if (!v) continue;
+    named[i] = true;
+    values.emplace_back(v, c.kind);
+  }
+  auto bindAndRun = [&](Statement& st) -> Statement& {
+    try {
+      for (size_t i = 0; i < values.size(); ++i)
+        st.bind(static_cast<int>(i + 1), *values[i].first, values[i].second);
+      st.step();
+    } catch (...) {
+      st.reset();
+      throw;
+    }
+    return st;
+  };
+  if (shape && shape->table.get() == &table && !shape->insertSql.empty() &&
+      shape->insertColumns == named)
+    return bindAndRun(db.cached(shape->insertSql));
+  std::string cols, params;
+  for (size_t i = 0, n = 0; i < table.columns.size(); ++i) {
+    if (!named[i]) continue;
     if (!cols.empty()) cols += ", ", params += ", ";
-    cols += quoteIdentifier(c.name);
-    params += "?" + std::to_string(values.size() + 1);
-    values.emplace_back(*v, c.kind);
+    cols += quoteIdentifier(table.columns[i].name);
+    params += "?" + std::to_string(++n);
   }
   if (cols.empty() && db.engine().jetSql()) {
     // Jet has no DEFAULT VALUES: a column the database numbers or defaults itself is named Null.
@@ -334,16 +354,11 @@ Statement& insertRow(Database& db, const TableInfo& table,
   std::string sql = "INSERT INTO " + quoteIdentifier(table.name) +
                     (cols.empty() ? " DEFAULT VALUES" : " (" + cols + ") VALUES (" + params + ")") +
                     db.engine().insertSuffix(table) + ";";
-  Statement& st = db.cached(sql);
-  try {
-    for (size_t i = 0; i < values.size(); ++i)
-      st.bind(static_cast<int>(i + 1), values[i].first, values[i].second);
-    st.step();
-  } catch (...) {
-    st.reset();
-    throw;
+  if (shape) {
+    shape->insertColumns = std::move(named);
+    shape->insertSql = sql;
   }
-  return st;
+  return bindAndRun(db.cached(sql));
 }
 
 }  // namespace
@@ -363,7 +378,7 @@ void TableRecordset::saveNew() {
     row[static_cast<size_t>(table_.keyColumn)] = Stored{Stored::Int, reservedKey_, 0, {}};
   int64_t rowid = reservedKey_;
   {
-    Statement& st = insertRow(db_, table_, row);
+    Statement& st = insertRow(db_, table_, row, shape_.get());
     StatementUse use(st);
     if (rowid == 0) rowid = db_.engine().insertedKey(st.engineStatement());
   }
@@ -378,7 +393,16 @@ void TableRecordset::saveNew() {
 }
 
 bool TableRecordset::rowHolds(int64_t rowid) {
-  if (!db_.memo() || shape_->wanted.empty()) {
+  // With snapshot reads on, the check's statement begins a snapshot when none is open (a
+  // look-up's recordset is often the first of its procedure), so it reads the row for the memo.
+  auto* open = db_.memo();
+  if (open && shape_->wherePrefix.empty()) {
+    // A row read in this snapshot exists still: a delete ends what the memo holds.
+    auto table = open->rows.find(&table_);
+    if (table != open->rows.end() && table->second.count(rowid)) return true;
+  }
+  bool snapshot = open != nullptr || db_.snapshotReads();
+  if (!snapshot || shape_->wanted.empty()) {
     StatementUse st(db_.cached(shape_->holdsSql));
     st->bind(1, rowid);
     return st->step();

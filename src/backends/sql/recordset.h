@@ -33,6 +33,9 @@ struct CursorShape {
   std::string wantedSql;
   std::string holdsWantedSql;  // holdsSql reading the wanted columns
   void want(int column);
+  // The last INSERT written, for the columns it names (most new rows set the same ones).
+  std::vector<bool> insertColumns;
+  std::string insertSql;
 };
 
 class Recordset {

@@ -56,7 +56,7 @@ ColumnInfo describeColumn(const std::string& name, const std::string& declaredTy
 }
 
 bool CaseInsensitiveEqual::operator()(std::string_view a, std::string_view b) const {
-  return value::equalsIgnoreCase(a, b);
+  return a == b || value::equalsIgnoreCase(a, b);
 }
 
 int TableInfo::find(std::string_view field) const {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,13 +31,34 @@ struct ColumnInfo {
 ColumnInfo describeColumn(const std::string& name, const std::string& declaredType);
 
 // Field names compare without regard to case, as Jet's do; look-ups take any string type.
+// Every field read looks its column up by name, so the hash takes eight characters at a time,
+// with ASCII letters upper-cased in the word.
 struct CaseInsensitiveHash {
   using is_transparent = void;
   size_t operator()(std::string_view s) const {
-    uint64_t h = hash::kFnvOffset;
-    for (char c : s)
-      h = hash::fnv1aByte(h, static_cast<unsigned char>(c >= 'a' && c <= 'z' ? c - 32 : c));
+    uint64_t h = hash::kFnvOffset ^ s.size();
+    size_t i = 0;
+    for (; i + 8 <= s.size(); i += 8) h = mix(h, upperWord(s.data() + i, 8));
+    if (i < s.size()) h = mix(h, upperWord(s.data() + i, s.size() - i));
     return static_cast<size_t>(h ^ (h >> 32));
+  }
+  static uint64_t upperWord(const char* p, size_t n) {
+    uint64_t x = 0;
+    if (n == 8) {
+      std::memcpy(&x, p, 8);
+    } else {
+      for (size_t k = 0; k < n; ++k) x |= uint64_t{static_cast<unsigned char>(p[k])} << (8 * k);
+    }
+    constexpr uint64_t kOnes = 0x0101010101010101ULL, kHigh = 0x8080808080808080ULL;
+    uint64_t low7 = x & ~kHigh;
+    uint64_t atLeastA = low7 + (0x80 - 'a') * kOnes;   // high bit set where the byte >= 'a'
+    uint64_t pastZ = low7 + (0x80 - 'z' - 1) * kOnes;  // high bit set where the byte > 'z'
+    uint64_t lower = atLeastA & ~pastZ & ~x & kHigh;   // ASCII 'a'..'z'
+    return x ^ (lower >> 2);                           // clears their 0x20 bit
+  }
+  static uint64_t mix(uint64_t h, uint64_t word) {
+    h = (h ^ word) * hash::kFnvPrime;
+    return h ^ (h >> 29);
   }
 };
 struct CaseInsensitiveEqual {

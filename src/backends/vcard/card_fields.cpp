@@ -92,20 +92,25 @@ Field fieldOf(CP p) {
 
 // The ADR for business (first with TYPE=WORK) or home (first other with TYPE=HOME).
 std::optional<size_t> addressIndex(const Vcard& card, bool business) {
+  constexpr uint16_t kAdr = nameKey("ADR");
+  auto isAdr = [&](const VcardProperty& p) { return sameName(p.name(), p.nameKey(), "ADR", kAdr); };
   std::optional<size_t> work;
   for (size_t i = 0; i < card.properties.size() && !work; ++i) {
-    if (card.properties[i].is("ADR") && card.properties[i].hasType("WORK")) work = i;
+    if (isAdr(card.properties[i]) && card.properties[i].typeMask() & kTypeWork) work = i;
   }
   if (business) return work;
   for (size_t i = 0; i < card.properties.size(); ++i) {
-    if (card.properties[i].is("ADR") && card.properties[i].hasType("HOME") && work != i) return i;
+    if (isAdr(card.properties[i]) && card.properties[i].typeMask() & kTypeHome && work != i)
+      return i;
   }
   return std::nullopt;
 }
 
-std::optional<size_t> indexOf(const Vcard& card, const char* name) {
+std::optional<size_t> indexOf(const Vcard& card, std::string_view name) {
+  uint16_t key = nameKey(name);
   for (size_t i = 0; i < card.properties.size(); ++i) {
-    if (card.properties[i].is(name)) return i;
+    const VcardProperty& p = card.properties[i];
+    if (sameName(p.name(), p.nameKey(), name, key)) return i;
   }
   return std::nullopt;
 }

@@ -144,9 +144,15 @@ constexpr std::array<std::string_view, 22> kOrder = {"VERSION",
                                                      "X-DOSSYNC-CATEGORIES",
                                                      "NOTE"};
 
+constexpr std::array<uint16_t, kOrder.size()> kOrderKeys = [] {
+  std::array<uint16_t, kOrder.size()> keys{};
+  for (size_t i = 0; i < kOrder.size(); ++i) keys[i] = nameKey(kOrder[i]);
+  return keys;
+}();
+
 std::optional<int> computeRank(const VcardProperty& p) {
   for (size_t i = 0; i < kOrder.size(); ++i) {
-    if (!p.is(kOrder[i])) continue;
+    if (!sameName(p.name(), p.nameKey(), kOrder[i], kOrderKeys[i])) continue;
     int sub = 0;
     if (p.is("TEL")) {
       auto slot = taggedSlot(p, kPhoneSlots);
@@ -191,17 +197,46 @@ VcardProperty& insertProperty(Vcard& card, VcardProperty p) {
 }
 
 void removeAll(Vcard& card, std::span<const char* const> names) {
+  if (names.size() > 4) {
+    std::erase_if(card.properties, [&](const VcardProperty& p) {
+      return std::any_of(names.begin(), names.end(), [&](const char* n) { return p.is(n); });
+    });
+    return;
+  }
+  std::array<std::string_view, 4> views;
+  std::array<uint16_t, 4> keys{};
+  for (size_t i = 0; i < names.size(); ++i) keys[i] = nameKey(views[i] = names[i]);
   std::erase_if(card.properties, [&](const VcardProperty& p) {
-    return std::any_of(names.begin(), names.end(), [&](const char* n) { return p.is(n); });
+    for (size_t i = 0; i < names.size(); ++i)
+      if (sameName(p.name(), p.nameKey(), views[i], keys[i])) return true;
+    return false;
   });
 }
 
 // The first property with one of these names, the earlier names first.
 const VcardProperty* findAny(const Vcard& card, std::span<const char* const> names) {
-  for (const char* n : names) {
-    if (auto* p = card.find(n)) return p;
+  if (names.size() == 1 || names.size() > 4) {
+    for (const char* n : names) {
+      if (auto* p = card.find(n)) return p;
+    }
+    return nullptr;
   }
-  return nullptr;
+  // One pass over the card for every name: the property of the earliest name wins.
+  std::array<std::string_view, 4> views;
+  std::array<uint16_t, 4> keys{};
+  for (size_t i = 0; i < names.size(); ++i) keys[i] = nameKey(views[i] = names[i]);
+  const VcardProperty* best = nullptr;
+  size_t bestName = names.size();
+  for (const VcardProperty& p : card.properties) {
+    for (size_t i = 0; i < bestName; ++i) {
+      if (!sameName(p.name(), p.nameKey(), views[i], keys[i])) continue;
+      best = &p;
+      bestName = i;
+      break;
+    }
+    if (bestName == 0) break;
+  }
+  return best;
 }
 
 void setAliased(Vcard& card, std::span<const char* const> names, const std::string& text,
@@ -217,7 +252,7 @@ void setAliased(Vcard& card, std::span<const char* const> names, const std::stri
     for (const char* n : names) {
       if (!value::equalsIgnoreCase(n, keep)) others.push_back(n);
     }
-    removeAll(card, others);
+    if (!others.empty()) removeAll(card, others);
     setWholeText(*card.find(keep), text);
   } else {
     VcardProperty p(keep, "");

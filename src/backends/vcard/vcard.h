@@ -59,7 +59,7 @@ inline bool sameName(std::string_view a, std::string_view b) {
 // What tells most names apart at a glance: the first and last character, upper-cased, when
 // both are ASCII (0 when they are not, or the name is empty: then it tells nothing). A property
 // keeps its name's key, so a card searched by name compares two numbers per property.
-inline uint16_t nameKey(std::string_view name) {
+constexpr uint16_t nameKey(std::string_view name) {
   if (name.empty()) return 0;
   auto upper = [](unsigned char c) { return c >= 'a' && c <= 'z' ? c - 32 : c; };
   auto f = static_cast<unsigned char>(name.front()), b = static_cast<unsigned char>(name.back());
