@@ -5,7 +5,9 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cctype>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <ostream>
 
@@ -17,6 +19,7 @@
 #include "app/outlook_wiring.h"
 #include "base/error.h"
 #include "report/report_store.h"
+#include "report/run_recorder.h"
 
 namespace dossync::app {
 namespace {
@@ -60,8 +63,59 @@ std::optional<int> parseSync(const std::string& job, const std::vector<std::stri
   return std::nullopt;
 }
 
-int runOne(const Job& job, const JobsOptions& o, std::ostream& out, std::ostream& err) {
+// What became of each job's last run, kept beside the reports (a line: when it began, its exit
+// code, whether it wrote a report), so that a run that ended before its report was written (a
+// refused logon, a database that would not open, a scheme busy with another run) shows in
+// `dossync jobs` too.
+fs::path outcomeFile(const std::string& job) {
+  std::string name = job;
+  for (char& c : name)
+    if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_') c = '_';
+  return stateRoot() / "jobs" / (name + ".last");
+}
+
+struct Outcome {
+  std::string started;
+  int code = 0;
+  bool reported = false;
+};
+
+void noteOutcome(const std::string& job, const Outcome& outcome) {
+  std::error_code ec;
+  fs::create_directories(outcomeFile(job).parent_path(), ec);
+  std::ofstream(outcomeFile(job), std::ios::trunc) << outcome.started << "\t" << outcome.code << "\t"
+                                                     << outcome.reported << "\n";
+}
+
+std::optional<Outcome> readOutcome(const std::string& job) {
+  std::ifstream in(outcomeFile(job));
+  Outcome o;
+  if (!std::getline(in, o.started, '\t') || !(in >> o.code >> o.reported)) return std::nullopt;
+  return o;
+}
+
+std::string exitMeaning(int code) {
+  switch (code) {
+    case kExitFailure:
+      return "failed";
+    case kExitInitFailed:
+      return "could not begin: a database or Outlook would not open";
+    case kExitProgram:
+      return "closed by the host";
+    case kExitUsage:
+      return "its options were refused";
+    case kExitBusy:
+      return "another run of its scheme was going on";
+    default:
+      return code >= kExitSignalBase ? "stopped by signal " + std::to_string(code - kExitSignalBase)
+                                     : "failed";
+  }
+}
+
+int runJob(const Job& job, const JobsOptions& o, std::string* report, std::ostream& out,
+           std::ostream& err) {
   SyncOptions sync;
+  sync.reportWritten = report;
   CLI::App parser{"dossync sync, as job " + job.name + " with the options given", "dossync run " + job.name};
   if (auto code = parseSync(job.name, jobArguments(job, o.args), sync, parser, out, err))
     return *code;
@@ -70,6 +124,15 @@ int runOne(const Job& job, const JobsOptions& o, std::ostream& out, std::ostream
   sync.verbose = sync.verbose || o.verbose;
   if (sync.quiet) sync.noProgress = true;
   return runSync(sync, out, err);
+}
+
+int runOne(const Job& job, const JobsOptions& o, std::ostream& out, std::ostream& err) {
+  Outcome outcome{report::localTimestamp()};
+  std::string report;
+  outcome.code = runJob(job, o, &report, out, err);
+  outcome.reported = !report.empty();
+  noteOutcome(job.name, outcome);
+  return outcome.code;
 }
 
 const Job* find(const std::vector<Job>& jobs, const std::string& name) {
@@ -90,9 +153,13 @@ std::string setting(const Job& job, const std::string& key) {
   return "";
 }
 
-// The job's last run as its store's report index has it: "never run" when no report names
-// the job.
+// The job's last run as its store's report index has it, unless the last run ended before it
+// wrote a report; "never run" when neither is known.
 std::string lastRun(const Job& job) {
+  std::optional<Outcome> noted = readOutcome(job.name);
+  if (noted && noted->code != kExitOk && !noted->reported)
+    return noted->started + "  " + exitMeaning(noted->code) + " (exit " +
+           std::to_string(noted->code) + "), no report";
   Credentials store = resolveCredentials(setting(job, "outlook"), setting(job, "profile"), {});
   fs::path folder = reportsFolder(store.outlook, store.profile);
   auto entries = report::reportEntries(folder);  // from the folder's index

@@ -348,6 +348,7 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
   auto started = std::chrono::steady_clock::now();
   component->Synchronize();
   const std::string& reportPath = outcome->reportPath;
+  if (o.reportWritten) *o.reportWritten = reportPath;
   const std::string& reportError = outcome->error;
   const report::RunPlan& written = outcome->plan;
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();

@@ -46,6 +46,7 @@ struct SyncOptions {
   bool quiet = false;    // errors only: no summary, no warnings, no progress bar
   bool verbose = false;  // one line per record as it is done
   std::string job;       // the named job this run is (its report says so), "" none
+  std::string* reportWritten = nullptr;  // when given: set to the report's path, "" for none
 };
 int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err);
 

@@ -27,15 +27,6 @@ std::string dataRoot() {
   return std::string(home && *home ? home : ".") + "/.local/share/dossync";
 }
 
-// $XDG_STATE_HOME/dossync (or ~/.local/state/dossync): what dossync keeps of its own for a
-// store it does not lay out itself.
-std::filesystem::path stateRoot() {
-  const char* xdg = std::getenv("XDG_STATE_HOME");
-  if (xdg && *xdg) return std::filesystem::path(xdg) / "dossync";
-  const char* home = std::getenv("HOME");
-  return std::filesystem::path(home && *home ? home : ".") / ".local/state/dossync";
-}
-
 // For `vdir:DIR` where DIR is a plain vdir: the state folder of DIR's one profile.
 std::filesystem::path plainStateOf(const std::string& spec, const std::string& root) {
   if (spec.rfind("vdir:", 0) != 0) return {};
@@ -60,6 +51,13 @@ carddav::CardDavSettings cardDavSettings(const std::string& spec, bool insecure)
 }
 
 }  // namespace
+
+std::filesystem::path stateRoot() {
+  const char* xdg = std::getenv("XDG_STATE_HOME");
+  if (xdg && *xdg) return std::filesystem::path(xdg) / "dossync";
+  const char* home = std::getenv("HOME");
+  return std::filesystem::path(home && *home ? home : ".") / ".local/state/dossync";
+}
 
 bool isServerStore(const std::string& spec) {
   return spec.rfind(kCardDav, 0) == 0;

@@ -9,6 +9,7 @@
 //                             ~/.local/share/dossync/outlook).
 #pragma once
 
+#include <filesystem>
 #include <iosfwd>
 #include <memory>
 #include <optional>
@@ -40,6 +41,9 @@ std::string profileFolder(const std::string& outlookSpec, const std::string& pro
 //                              (for CardDAV, its copy's root: one per server and address book).
 // Throws RuntimeError 5 as profileFolder does.
 std::string reportsFolder(const std::string& outlookSpec, const std::string& profile);
+// $XDG_STATE_HOME/dossync (or ~/.local/state/dossync): what dossync keeps of its own (state of
+// stores it does not lay out itself, reports, the jobs' last outcomes).
+std::filesystem::path stateRoot();
 // Where the reports of that profile were kept before: its folder's reports/ ("" for a plain
 // vdir, whose reports never moved).
 std::string oldReportsFolder(const std::string& outlookSpec, const std::string& profile);

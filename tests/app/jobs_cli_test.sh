@@ -74,6 +74,11 @@ printf '\n[jobs.broken]\nhost-db = "practice/h.db"\nsync-db = "practice/s.db"\nd
 check run-all 64 "$bin" run --all -q
 [[ "$("$bin" jobs | grep '^idle ')" != *"never run"* ]] && ok || bad "run --all skipped idle"
 has "names the failed job" "$(err)" "job broken"
+# A run that ends before its report still shows in `jobs`, with what its exit code means, over
+# the report of an earlier run.
+has "jobs: a run that ended before its report" "$("$bin" jobs | grep '^broken ')" "its options were refused (exit 64), no report"
+check run-missing-host 2 "$bin" run office -q --host-db "$work/missing/h.db"
+has "jobs: a failure after a report" "$("$bin" jobs | grep '^office ')" "could not begin"
 
 # The wizard takes its practice from a job (the desktop entry starts it without options).
 check wizard-which-job 64 env -u DISPLAY -u WAYLAND_DISPLAY "$bin" wizard
