@@ -15,11 +15,6 @@ using sql::Stored;
 
 namespace {
 
-// The advisory lock of the tool's writers ("dossync" in ASCII), waited for at most as long as
-// SQLite's busy timeout.
-constexpr const char* kWritersLock =
-    "SET LOCAL lock_timeout = '20s'; SELECT pg_advisory_xact_lock(28270039320325731);";
-
 // Type OIDs of the pg_type catalog.
 enum : Oid {
   kBool = 16,
@@ -390,15 +385,11 @@ bool PgEngine::begin() {
   lost_ = false;
   wroteInTransaction_ = false;
   Result r(PQexec(conn_, "BEGIN ISOLATION LEVEL REPEATABLE READ;"));
+  // Another connection's commit made while this one was idle is told to it before the answer
+  // to BEGIN (once in the transaction, not before its end): counted now, so that the
+  // snapshot's first look at the data version sees every commit the snapshot may hold.
+  dataVersion();
   return r.ok();
-}
-
-bool PgEngine::beginWriting() {
-  if (!begin()) return false;
-  Result r(PQexec(conn_, kWritersLock));
-  if (r.ok()) return true;
-  rollback();
-  return false;
 }
 
 Expected<void> PgEngine::commit() {

@@ -65,9 +65,6 @@ class PgEngine : public sql::Engine {
   void exec(const std::string& sql) override;
   bool snapshots() const override { return true; }
   bool begin() override;
-  // Rows lock one by one here: the lock every writer of this tool takes (an advisory lock of
-  // the transaction) stands for the database's.
-  bool beginWriting() override;
   Expected<void> commit() override;
   void rollback() override;
   bool inTransaction() const override { return PQtransactionStatus(conn_) != PQTRANS_IDLE; }
