@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -69,8 +68,7 @@ std::optional<int> parseSync(const std::string& job, const std::vector<std::stri
 // `dossync jobs` too.
 fs::path outcomeFile(const std::string& job) {
   std::string name = job;
-  for (char& c : name)
-    if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_') c = '_';
+  std::replace_if(name.begin(), name.end(), [](char c) { return !isJobNameChar(c); }, '_');
   return stateRoot() / "jobs" / (name + ".last");
 }
 

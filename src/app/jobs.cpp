@@ -28,10 +28,7 @@ const std::vector<std::set<std::string>> kExclusive = {
     {"password", "password-file", "password-command"}, {"direction", "two-way"}};
 
 bool isBareKey(const std::string& name) {
-  if (name.empty()) return false;
-  for (char c : name)
-    if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_') return false;
-  return true;
+  return !name.empty() && std::all_of(name.begin(), name.end(), isJobNameChar);
 }
 
 std::string homePath(const std::string& path) {
@@ -62,6 +59,10 @@ std::string keyPath(const std::string& job, const std::string& key) {
 }
 
 }  // namespace
+
+bool isJobNameChar(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_';
+}
 
 fs::path jobsConfigFile() {
   const char* xdg = std::getenv("XDG_CONFIG_HOME");

@@ -64,5 +64,7 @@ void addJob(const std::filesystem::path& file, const std::string& name,
 
 // Whether the setting names a path (resolved against the config file's folder when relative).
 bool isPathSetting(const std::string& key, const std::string& value);
+// What a job's name written by `jobs add` is made of: letters, digits, - and _.
+bool isJobNameChar(char c);
 
 }  // namespace dossync::app

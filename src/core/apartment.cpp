@@ -78,8 +78,9 @@ void Apartment::beginRecord(bool writesHost) {
   std::optional<RuntimeError> failed;
   for (hostdb::IDataAccess* db : {hostDb.get(), syncDb.get()}) {
     try {
-      if (db && writesHost && db == hostDb.get() && syncDb) db->holdWrites();
-      if (db) db->beginRecord();
+      if (!db) continue;
+      if (db == hostDb.get() && writesHost && syncDb) db->holdWrites();  // the host's lock first
+      db->beginRecord();
     } catch (const RuntimeError& e) {
       if (!failed) failed = e;
     }

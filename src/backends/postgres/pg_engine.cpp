@@ -381,13 +381,13 @@ void PgEngine::exec(const std::string& sql) {
 }
 
 bool PgEngine::begin() {
-  dataVersion();  // what arrived meanwhile is counted, and libpq lets go of it
   lost_ = false;
   wroteInTransaction_ = false;
   Result r(PQexec(conn_, "BEGIN ISOLATION LEVEL REPEATABLE READ;"));
-  // Another connection's commit made while this one was idle is told to it before the answer
-  // to BEGIN (once in the transaction, not before its end): counted now, so that the
-  // snapshot's first look at the data version sees every commit the snapshot may hold.
+  // What arrived meanwhile is counted (and libpq lets go of it), with another connection's
+  // commit made while this one was idle: that is told to it before the answer to BEGIN (once in
+  // the transaction, not before its end), so the snapshot's first look at the data version
+  // sees every commit the snapshot may hold.
   dataVersion();
   return r.ok();
 }

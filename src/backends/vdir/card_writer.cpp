@@ -111,6 +111,11 @@ std::optional<CardWriter::Job> CardWriter::take(const std::string& writingElsewh
   return job;
 }
 
+void CardWriter::keep(Result r) {
+  if (r.stamp && !r.error) ++unflushed_;
+  done_.push_back(std::move(r));
+}
+
 void CardWriter::drain() {
   std::unique_lock lock(mutex_);
   urgent_ = true;
@@ -129,8 +134,7 @@ void CardWriter::drain() {
     Result r = writeFile(*job);
     lock.lock();
     ownerFile_.clear();
-    if (r.stamp && !r.error) ++unflushed_;
-    done_.push_back(std::move(r));
+    keep(std::move(r));
   }
   ownerWaits_ = true;
   room_.wait(lock, [&] { return !writing_ && queue_.empty(); });
@@ -189,10 +193,7 @@ void CardWriter::run() {
       lock.unlock();
       std::vector<Result> results = write(std::move(jobs));
       lock.lock();
-      for (auto& r : results) {
-        if (r.stamp && !r.error) ++unflushed_;
-        done_.push_back(std::move(r));
-      }
+      for (auto& r : results) keep(std::move(r));
       writing_ = false;
       writerFile_.clear();
       // The owner is woken when what it waits for may have come: room in the queue (a batch of

@@ -102,6 +102,7 @@ class CardWriter {
   // Takes the first queued job unless its file is being written (jobs of one file keep their
   // order); nullopt when it must wait for that.
   std::optional<Job> take(const std::string& writingElsewhere);
+  void keep(Result r);  // a job's result, for collect(); under the lock
   // Writes the jobs' files (after the remote took them); one result each.
   std::vector<Result> write(std::vector<Job> jobs);
   Result writeFile(const Job& job);
