@@ -196,45 +196,52 @@ VcardProperty& insertProperty(Vcard& card, VcardProperty p) {
   return *props.insert(at, std::move(p));
 }
 
-void removeAll(Vcard& card, std::span<const char* const> names) {
-  if (names.size() > 4) {
-    std::erase_if(card.properties, [&](const VcardProperty& p) {
-      return std::any_of(names.begin(), names.end(), [&](const char* n) { return p.is(n); });
-    });
-    return;
+namespace {
+
+// A list of property names, the keys of the first few worked out once (a card's look-ups try
+// every property against them).
+class NameList {
+ public:
+  explicit NameList(std::span<const char* const> names) : names_(names) {
+    for (size_t i = 0; i < std::min(names.size(), kKeyed); ++i) keys_[i] = nameKey(names[i]);
   }
-  std::array<std::string_view, 4> views;
-  std::array<uint16_t, 4> keys{};
-  for (size_t i = 0; i < names.size(); ++i) keys[i] = nameKey(views[i] = names[i]);
-  std::erase_if(card.properties, [&](const VcardProperty& p) {
-    for (size_t i = 0; i < names.size(); ++i)
-      if (sameName(p.name(), p.nameKey(), views[i], keys[i])) return true;
-    return false;
-  });
+  size_t size() const { return names_.size(); }
+  // The place in the list of p's name, looked for among the first `limit` names; `limit` when
+  // it is none of them.
+  size_t placeOf(const VcardProperty& p, size_t limit) const {
+    for (size_t i = 0; i < limit; ++i) {
+      if (i < kKeyed ? sameName(p.name(), p.nameKey(), names_[i], keys_[i]) : p.is(names_[i]))
+        return i;
+    }
+    return limit;
+  }
+
+ private:
+  static constexpr size_t kKeyed = 4;
+  std::span<const char* const> names_;
+  std::array<uint16_t, kKeyed> keys_{};
+};
+
+}  // namespace
+
+void removeAll(Vcard& card, std::span<const char* const> names) {
+  NameList list(names);
+  std::erase_if(card.properties,
+                [&](const VcardProperty& p) { return list.placeOf(p, list.size()) < list.size(); });
 }
 
-// The first property with one of these names, the earlier names first.
+// The first property with one of these names, the earlier names first: one pass over the card,
+// the property of the earliest name wins.
 const VcardProperty* findAny(const Vcard& card, std::span<const char* const> names) {
-  if (names.size() == 1 || names.size() > 4) {
-    for (const char* n : names) {
-      if (auto* p = card.find(n)) return p;
-    }
-    return nullptr;
-  }
-  // One pass over the card for every name: the property of the earliest name wins.
-  std::array<std::string_view, 4> views;
-  std::array<uint16_t, 4> keys{};
-  for (size_t i = 0; i < names.size(); ++i) keys[i] = nameKey(views[i] = names[i]);
+  NameList list(names);
   const VcardProperty* best = nullptr;
-  size_t bestName = names.size();
+  size_t bestPlace = list.size();
   for (const VcardProperty& p : card.properties) {
-    for (size_t i = 0; i < bestName; ++i) {
-      if (!sameName(p.name(), p.nameKey(), views[i], keys[i])) continue;
-      best = &p;
-      bestName = i;
-      break;
-    }
-    if (bestName == 0) break;
+    size_t place = list.placeOf(p, bestPlace);
+    if (place == bestPlace) continue;
+    best = &p;
+    bestPlace = place;
+    if (bestPlace == 0) break;
   }
   return best;
 }
