@@ -280,16 +280,12 @@ CardWriter::Result CardWriter::writeFile(const Job& job) {
   // A card saved without a change is left alone: no new file, nothing for other tools to sync.
   if (!job.isNew && holds(target, job.text, &result.stamp)) return result;
 
-  DirTime before = dirTime();
-  bool current;
-  {
-    std::lock_guard lock(mutex_);
-    current = before && before == known_;
-  }
+  beginOwnWrite();
   fs::path temp = temporaryPathFor(target);
   int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);  // umask applies
   if (fd < 0) {
     result.error = writeError(target, errno);
+    endOwnWrite();
     return result;
   }
   int err = writeAll(fd, job.text);
@@ -302,15 +298,29 @@ CardWriter::Result CardWriter::writeFile(const Job& job) {
     std::error_code ignored;
     fs::remove(temp, ignored);
     result.error = writeError(target, err);
+    endOwnWrite();
     return result;
   }
   result.stamp = fileStamp(st);
-  if (current) {
-    DirTime after = dirTime();
-    std::lock_guard lock(mutex_);
-    if (known_ == before) known_ = after;  // our own change; others' still show
-  }
+  endOwnWrite();
   return result;
+}
+
+// The writer and the draining owner may write at the same time: the folder's time is taken when
+// the first of them starts and again when the last of them ends, so that neither mistakes the
+// other's change for someone else's (which would have the folder read again whole). A change by
+// someone else shows unless it falls within our own writes.
+void CardWriter::beginOwnWrite() {
+  std::lock_guard lock(mutex_);
+  if (ownWrites_++ == 0) {
+    DirTime now = dirTime();
+    ownWritesFromKnown_ = now && now == known_;
+  }
+}
+
+void CardWriter::endOwnWrite() {
+  std::lock_guard lock(mutex_);
+  if (--ownWrites_ == 0 && ownWritesFromKnown_) known_ = dirTime();
 }
 
 }  // namespace dossync::vdir

@@ -106,6 +106,8 @@ class CardWriter {
   // Writes the jobs' files (after the remote took them); one result each.
   std::vector<Result> write(std::vector<Job> jobs);
   Result writeFile(const Job& job);
+  void beginOwnWrite();  // around each file written here, from either thread
+  void endOwnWrite();
 
   std::filesystem::path dir_;
   std::shared_ptr<CardRemote> remote_;
@@ -121,6 +123,8 @@ class CardWriter {
   bool urgent_ = false;  // the owner waits for every job to be done
   std::vector<Result> done_;
   DirTime known_;
+  int ownWrites_ = 0;                // files being written here now
+  bool ownWritesFromKnown_ = false;  // the folder's time was known_ when the first began
   size_t unflushed_ = 0;  // files written since the last flushAhead
   std::chrono::steady_clock::time_point lastFlush_;
   std::thread thread_;
