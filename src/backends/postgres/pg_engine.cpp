@@ -1,8 +1,11 @@
 #include "backends/postgres/pg_engine.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include "backends/sql/dialect.h"
 #include "base/utility.h"
@@ -392,7 +395,38 @@ bool PgEngine::begin() {
   return r.ok();
 }
 
+bool PgEngine::beginWriting() {
+  if (inTransaction()) return false;
+  auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWritersWaitMs);
+  auto pause = std::chrono::milliseconds(1);
+  const std::string take = "SELECT pg_try_advisory_lock(" + std::to_string(kWritersLock) + ");";
+  for (;;) {
+    Result r(PQexec(conn_, take.c_str()));
+    if (!r.ok()) return false;
+    if (PQgetvalue(r.r, 0, 0)[0] == 't') break;
+    if (std::chrono::steady_clock::now() >= until) return false;
+    std::this_thread::sleep_for(pause);
+    pause = std::min(pause * 2, std::chrono::milliseconds(16));
+  }
+  writersLock_ = true;
+  if (begin()) return true;
+  letWritersGo();
+  return false;
+}
+
+void PgEngine::letWritersGo() {
+  if (!writersLock_ || PQtransactionStatus(conn_) != PQTRANS_IDLE) return;
+  writersLock_ = false;
+  Result(PQexec(conn_, ("SELECT pg_advisory_unlock(" + std::to_string(kWritersLock) + ");").c_str()));
+}
+
 Expected<void> PgEngine::commit() {
+  Expected<void> done = commitOrRollBack();
+  letWritersGo();
+  return done;
+}
+
+Expected<void> PgEngine::commitOrRollBack() {
   bool lost = lost_;
   lost_ = false;
   // A transaction lost to another connection's change may well go through when made again.
@@ -411,6 +445,7 @@ void PgEngine::rollback() {
   lost_ = false;
   wroteInTransaction_ = false;
   if (PQtransactionStatus(conn_) != PQTRANS_IDLE) Result(PQexec(conn_, "ROLLBACK;"));
+  letWritersGo();
 }
 
 uint64_t PgEngine::dataVersion() {

@@ -65,6 +65,14 @@ class PgEngine : public sql::Engine {
   void exec(const std::string& sql) override;
   bool snapshots() const override { return true; }
   bool begin() override;
+  // Rows lock one by one here, so two programs that each write this database and another one
+  // could each hold a lock the other waits for. Ours take a writers' lock of their own first
+  // (a session advisory lock, taken before the snapshot begins so that the snapshot shows what
+  // the last holder committed), let go when the transaction ends. Waits as long as a SQLite
+  // statement would (kWritersWaitMs); false when the lock did not come.
+  static constexpr int64_t kWritersLock = 1146311509;
+  static constexpr int kWritersWaitMs = 20000;
+  bool beginWriting() override;
   Expected<void> commit() override;
   void rollback() override;
   bool inTransaction() const override { return PQtransactionStatus(conn_) != PQTRANS_IDLE; }
@@ -81,6 +89,9 @@ class PgEngine : public sql::Engine {
 
  private:
   void installTriggers();
+  Expected<void> commitOrRollBack();
+  void letWritersGo();  // the writers' lock, once the transaction has ended
+  bool writersLock_ = false;
   PGconn* conn_ = nullptr;
   std::string name_;
   int statements_ = 0;
