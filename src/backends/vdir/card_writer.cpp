@@ -289,11 +289,6 @@ CardWriter::Result CardWriter::writeFile(const Job& job) {
     return result;
   }
   int err = writeAll(fd, job.text);
-#ifdef __linux__
-  // On its way to the disk now, beside the run: the flush at the owner's commit point then
-  // finds it there, or nearly, instead of writing every file of the group itself.
-  if (err == 0) (void)::sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
-#endif
   // Renaming keeps the inode, the time and the size: the stamp taken now is the file's.
   struct stat st {};
   if (err == 0 && ::fstat(fd, &st) != 0) err = errno;
