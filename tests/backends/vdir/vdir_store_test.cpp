@@ -7,9 +7,11 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <thread>
 
 #include "backends/vcard/contact_card.h"
 #include "backends/vcard/vcard.h"
+#include "backends/vdir/card_writer.h"
 #include "backends/vdir/vdir_store.h"
 #include "core/apartment.h"
 #include "core/error_frame.h"
@@ -304,6 +306,26 @@ TEST_F(VdirStoreTest, LookUpsUseTheIndexAndSeeOtherProgramsThroughIdsAndFolderCh
             card("UID:theirs\r\nFN:T\r\nX-DOSSYNC-FILEAS:Renamed\r\n"));
   EXPECT_EQ(find(refreshed, "Theirs"), nullptr);
   EXPECT_NE(find(refreshed, "Renamed"), nullptr);
+}
+
+// The writer thread and the draining owner write files at the same time: neither may take the
+// other's change of the folder for someone else's (the folder would be read again whole at
+// every commit point), while a change by another program still shows.
+TEST(CardWriterTest, ItsOwnWritesFromBothThreadsAreNotTakenForAnotherProgramsChange) {
+  testing::TempDir dir;
+  CardWriter writer(dir.path());
+  writer.setKnownDirTime(writer.dirTime());
+  for (int round = 0; round < 20; ++round) {
+    for (int i = 0; i < 200; ++i)
+      writer.submit(std::to_string(round) + "-" + std::to_string(i) + ".vcf", card("FN:x\r\n"),
+                    true);
+    writer.drain();
+    for (const auto& result : writer.collect()) ASSERT_FALSE(result.error) << result.file;
+    ASSERT_EQ(writer.dirTime(), writer.knownDirTime()) << "round " << round;
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));  // past the clock's tick
+  writeFile(fs::path(dir.path()) / "theirs.vcf", card("FN:t\r\n"));
+  EXPECT_NE(writer.dirTime(), writer.knownDirTime());
 }
 
 // The index reads only a card's keys; whatever another program wrote, it must agree with the
