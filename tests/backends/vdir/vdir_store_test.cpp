@@ -315,8 +315,8 @@ TEST(CardWriterTest, ItsOwnWritesFromBothThreadsAreNotTakenForAnotherProgramsCha
   testing::TempDir dir;
   CardWriter writer(dir.path());
   writer.setKnownDirTime(writer.dirTime());
-  for (int round = 0; round < 20; ++round) {
-    for (int i = 0; i < 200; ++i)
+  for (int round = 0; round < 10; ++round) {
+    for (int i = 0; i < 150; ++i)
       writer.submit(std::to_string(round) + "-" + std::to_string(i) + ".vcf", card("FN:x\r\n"),
                     true);
     writer.drain();
