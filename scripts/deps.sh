@@ -8,7 +8,7 @@ BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libsqlite3-dev libgtest-dev lib
   libmimalloc-dev libpugixml-dev libpq-dev unixodbc-dev libsecret-1-dev libzstd-dev
   libtomlplusplus-dev)
 TEST_PACKAGES=(python3 python3-vobject khard python3-aiosmtpd python3-icalendar
-  radicale vdirsyncer curl sqlite3 postgresql-15 unixodbc odbcinst libsqliteodbc)
+  radicale vdirsyncer curl jq sqlite3 postgresql-15 unixodbc odbcinst libsqliteodbc)
 # ./run demo-carddav: a CardDAV server of its own.
 CARDDAV_PACKAGES=(python3 radicale)
 # ./test --windows: the cross build and Wine to run it; the ODBC back end also builds on Linux.

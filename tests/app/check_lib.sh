@@ -13,8 +13,10 @@ run_exit_hooks() {
 }
 [[ -n "$(trap -p EXIT)" ]] || trap run_exit_hooks EXIT
 stop() { [[ -z "${1:-}" ]] || { kill "$1" 2>/dev/null; wait "$1" 2>/dev/null; }; return 0; }  # PID
-# dossync keeps the reports of runs under $XDG_STATE_HOME: the test's own, never the real one.
-export XDG_STATE_HOME="$work/state"
+# A home and XDG folders of the test's own: dossync never reads or writes the real ones.
+export HOME="$work/home" XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data" \
+  XDG_STATE_HOME="$work/state"
+mkdir -p "$HOME"
 passed=0 failed=0
 ok() { passed=$((passed + 1)); }
 bad() { failed=$((failed + 1)); echo "FAIL $*"; }

@@ -15,9 +15,6 @@ check init-host-refuses-existing 1 "$bin" init-host "$work/h.db"
 check check-good 0 "$bin" check --host-db "$work/h.db" --sync-db "$work/s.db"
 has flag-false "$(out)" "FailedToInitializeFlag: False"
 same "sync tables" "$(sync_tables "$work/s.db")" 2
-head -c 4096 /dev/urandom >"$work/s2.db"
-check garbage-sync-replaced 0 "$bin" check --host-db "$work/h.db" --sync-db "$work/s2.db" --replace-sync-db
-same "garbage sync replaced" "$(sync_tables "$work/s2.db")" 2
 
 check missing-host 0 "$bin" check --host-db "$work/none.db" --sync-db "$work/s.db"
 has missing-host-flag "$(out)" "FailedToInitializeFlag: False"
@@ -38,21 +35,14 @@ same "demo data" "$(sqlite3 "$work/d1.db" "SELECT (SELECT count(*) FROM Companie
   (SELECT count(*) > 0 FROM Categories WHERE CategoryNum IN (SELECT CategoryID FROM Categories WHERE CategoryNum IS NOT NULL));")" \
   "30|0|30|1|1"
 
-# contacts put then show gives back every property exactly, and another process sees it.
+# contacts put then show gives back each kind of property exactly (text, numbers, dates; that
+# every property survives the store is ContactStoreTest's), and another process sees it.
 store="vdir:$work/store"
 cat >"$work/contact.json" <<'JSON'
-{"Title": "Dr.", "FirstName": "Zoë", "MiddleName": "Q.", "LastName": "O'Brien; Jr, \\ \"x\"", "Suffix": "III",
- "FullName": "Dr. Zoë Q. O'Brien", "FileAs": "[O'Brien] \"Zoë\"", "CompanyName": "Acme; Inc., Ltd.",
- "JobTitle": "CFO", "Department": "Finance", "OfficeLocation": "4th floor", "Categories": "Business, VIP",
- "Email1Address": "z@acme.ca", "Email2Address": "zoe@home.ca", "Email3Address": "z3@x.ca",
- "BusinessTelephoneNumber": "+1 613 555 0100", "Business2TelephoneNumber": "555-0101", "BusinessFaxNumber": "555-0102",
- "HomeTelephoneNumber": "555-0200", "Home2TelephoneNumber": "555-0201", "HomeFaxNumber": "555-0202",
- "MobileTelephoneNumber": "555-0300", "BusinessAddressStreet": "1 Main St\r\nSuite 5", "BusinessAddressCity": "Ottawa",
- "BusinessAddressState": "ON", "BusinessAddressPostalCode": "K1A 0B1", "BusinessAddressCountry": "Canada",
- "HomeAddressStreet": "2 Side St", "HomeAddressCity": "Québec", "HomeAddressState": "QC",
- "HomeAddressPostalCode": "G1A 1A1", "HomeAddressCountry": "", "WebPage": "https://acme.ca/a;b,c",
- "Spouse": "Sam", "Children": "Ann, Bob", "Body": "  leading and trailing  \nsecond line", "Gender": 1,
- "Birthday": "1970-03-05", "Anniversary": "1999-12-31"}
+{"FirstName": "Zoë", "LastName": "O'Brien; Jr, \\ \"x\"", "FileAs": "[O'Brien] \"Zoë\"",
+ "CompanyName": "Acme; Inc., Ltd.", "Categories": "Business, VIP", "Email2Address": "zoe@home.ca",
+ "BusinessAddressStreet": "1 Main St\r\nSuite 5", "HomeAddressCountry": "", "WebPage": "https://acme.ca/a;b,c",
+ "Body": "  leading and trailing  \nsecond line", "Gender": 1, "Birthday": "1970-03-05", "Anniversary": "1999-12-31"}
 JSON
 id=$("$bin" contacts put --outlook "$store" --json "$work/contact.json")
 check contacts-show 0 "$bin" contacts show "$id" --outlook "$store" --json

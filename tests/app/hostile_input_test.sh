@@ -2,7 +2,6 @@
 # Hostile or odd input on the command line: a FIFO among the cards, cards that are not UTF-8 or
 # hold a NUL byte, and JSON nested deep enough to exhaust a recursive reader.
 source "$(dirname "$0")/check_lib.sh"
-export HOME="$work/home" XDG_DATA_HOME="$work/data" XDG_STATE_HOME="$work/state"
 ol=(--outlook "vdir:$work/ol")
 run() { timeout 20 "$bin" "$@" >"$work/out" 2>"$work/err"; echo $?; }
 

@@ -8,8 +8,7 @@ build=$(cd "$1" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 source "$(dirname "$0")/check_lib.sh"
-export HOME=$work/home XDG_CONFIG_HOME=$work/config
-mkdir -p "$HOME" "$XDG_CONFIG_HOME/dossync"
+mkdir -p "$XDG_CONFIG_HOME/dossync"
 
 files=(bin/dossync share/man/man1/dossync.1 share/bash-completion/completions/dossync
   share/zsh/vendor-completions/_dossync share/applications/dossync-wizard.desktop

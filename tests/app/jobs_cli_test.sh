@@ -3,11 +3,9 @@
 # to the file, command-line options over the job's, -q and -v, the last outcome in `jobs`,
 # `jobs add`, errors that name file, line and key, `run --all`'s exit code), and demo-data's
 # refusal to fill a practice that has companies.
-set -uo pipefail
 source "$(dirname "$0")/check_lib.sh"
-export HOME="$work/home" XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data"
 conf="$XDG_CONFIG_HOME/dossync/config.toml"
-mkdir -p "$HOME" "$XDG_CONFIG_HOME/dossync/practice"
+mkdir -p "$XDG_CONFIG_HOME/dossync/practice"
 
 cards() { "$bin" contacts list --outlook "vdir:$XDG_CONFIG_HOME/dossync/practice/out" | wc -l; }
 

@@ -7,8 +7,6 @@ if ! command -v khard >/dev/null; then
   exit 0
 fi
 source "$(dirname "$0")/check_lib.sh"
-export HOME="$work/home" XDG_DATA_HOME="$work/data" XDG_STATE_HOME="$work/state" \
-  XDG_CONFIG_HOME="$work/config"
 book="$work/book" h="$work/h.db" s="$work/s.db"
 mkdir -p "$book" "$XDG_CONFIG_HOME/khard"
 printf '[addressbooks]\n[[book]]\npath = %s/\n' "$book" >"$XDG_CONFIG_HOME/khard/khard.conf"

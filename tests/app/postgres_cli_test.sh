@@ -54,16 +54,12 @@ same "same contacts as on SQLite" \
   "$(pq "$h2" "SELECT \"DisplayName\", to_char(\"Birthday\", 'YYYY-MM-DD'), \"DefaultContact\"::int FROM \"Contacts\" ORDER BY \"ContactID\";" | md5sum)" \
   "$(sqlite3 "$work/h2.db" 'SELECT DisplayName, Birthday, DefaultContact FROM Contacts ORDER BY ContactID;' | md5sum)"
 
-# Both databases on the server: the synchronisation database's tables are made in the database
-# its URI names (nothing beside any file), found there by the next run, and made again when one
-# is missing; a database that is not there is the failed-to-open path.
+# Both databases on the server (as runs_cli_test and twoway_cli_test run them there too): a
+# table missing from the synchronisation database is made again; a database that is not there
+# is the failed-to-open path.
 s=$(host_make sync1)
-out=$("$bin" sync --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol5" --no-progress \
-  --direction 2 --select all 2>&1)
-has "sync database on the server" "$out" "records 50, create-item 50,"
-same "its tables" "$(pq "$s" "SELECT string_agg(table_name, ',' ORDER BY table_name) FROM information_schema.tables WHERE table_schema = current_schema();")" \
-  "OutlookScheme,OutlookSync"
-same "its pairings" "$(pq "$s" 'SELECT count(DISTINCT "OutlookID") FROM "OutlookSync" WHERE "SchemeNum" = -1;')" 50
+"$bin" sync --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol5" --no-progress --direction 2 \
+  --select all >/dev/null 2>&1
 pq "$s" 'DROP TABLE "OutlookScheme";'
 out=$("$bin" sync --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol5" --no-progress \
   --direction 2 --select all 2>&1)

@@ -25,17 +25,17 @@ mkdir -p "$work/out"
 # counterpart was found, changes, rows added, notes and warnings; the entry ids a new item gets
 # (and the pairings naming them) differ.
 plan_of() {
-  /usr/bin/python3 -c '
-import json, sys
-d = json.load(open(sys.argv[1]))
-for r in d["records"]:
-    changes = [(c["target"], c["field"], c["old"], c["new"]) for c in r["changes"]]
-    print(r["kind"], r["key"], r["name"], r["selected"], r["action"], r["foundBy"],
-          r["contactFoundBy"], changes, r["added"], r["notes"], r["warnings"])
-s = d["summary"]
-print([s[k] for k in ("companiesCreatedAgain", "companiesToCreateAgain", "nameMatches",
-                      "itemsPairedTwice", "contactsAtAnotherCompany")])' "$1"
+  jq -c '(.records[] | [.kind, .key, .name, .selected, .action, .foundBy, .contactFoundBy,
+      [.changes[] | [.target, .field, .old, .new]], .added, .notes, .warnings]),
+    (.summary | [.companiesCreatedAgain, .companiesToCreateAgain, .nameMatches,
+      .itemsPairedTwice, .contactsAtAnotherCompany])' "$1"
 }
+# Of a report FILE: the action of record KEY; the counts; a FIELD of record KEY (a list one item
+# a line); a count of the summary.
+action() { jq -r --arg k "$2" '[.records[] | select(.key == $k) | .action] | first // "(not listed)"' "$1"; }
+actions() { jq -c '.summary | [.records, .listed, .actions["create-item", "update-item", "pair-only", "nothing"]]' "$1"; }
+field() { jq -r --arg k "$2" --arg f "$3" '.records[] | select(.key == $k) | .[$f] | if type == "array" then .[] else . end' "$1"; }
+count() { jq -r --arg c "$2" '.summary[$c]' "$1"; }
 preview_then_run() {  # NAME ARGS...: the preview changes nothing, the run does what it showed
   local name=$1; shift
   local before; before=$(files); local w; w=$(writes)
@@ -59,22 +59,18 @@ hq "INSERT INTO Companies (CompanyID, CompanyName, City) VALUES (9, 'Twin Ltd.',
 sync --select 1,2,4,5,9,10 --preview --all --json >"$work/out/all.json"
 preview_then_run to-outlook --select 1,2,4,5,9,10
 p="$work/out/to-outlook-preview.json"
-action() { /usr/bin/python3 -c 'import json,sys; print(([r["action"] for r in json.load(open(sys.argv[1]))["records"] if r["key"] == sys.argv[2]] + ["(not listed)"])[0])' "$1" "$2"; }
 same "unchanged item: not listed" "$(action "$p" 1)" "(not listed)"
 same "unchanged item with --all" "$(action "$work/out/all.json" 1)" nothing
 same "changed item" "$(action "$p" 2)" update-item
 same "not chosen, as it was: not listed" "$(action "$p" 3)" "(not listed)"
 same "not chosen with --all" "$(action "$work/out/all.json" 3)" pair-only
-actions() { /usr/bin/python3 -c 'import json,sys; s = json.load(open(sys.argv[1]))["summary"]; print(s["records"], s["listed"], [s["actions"][a] for a in ("create-item", "update-item", "pair-only", "nothing")])' "$1"; }
-same "all counted" "$(actions "$p")" "10 8 [3, 2, 4, 1]"
-same "all counted, all listed" "$(actions "$work/out/all.json")" "10 10 [3, 2, 4, 1]"
+same "all counted" "$(actions "$p")" "[10,8,3,2,4,1]"
+same "all counted, all listed" "$(actions "$work/out/all.json")" "[10,10,3,2,4,1]"
 same "new item" "$(action "$p" 4)" create-item
 same "the twin's item" "$(action "$p" 10)" update-item
-field() { /usr/bin/python3 -c 'import json,sys; print([r[sys.argv[3]] for r in json.load(open(sys.argv[1]))["records"] if r["key"] == sys.argv[2]][0])' "$@"; }
 same "found by its pairing" "$(field "$p" 2 foundBy)" mapping
 same "found by name" "$(field "$p" 10 foundBy)" name
 has "twins warned" "$(field "$p" 9 warnings)" 'also paired with company 10 "Twin Ltd."'
-count() { /usr/bin/python3 -c 'import json,sys; print(json.load(open(sys.argv[1]))["summary"][sys.argv[2]])' "$@"; }
 same "items paired twice" "$(count "$p" itemsPairedTwice)" 1
 [[ "$store_kind" == vdir || $run_writes -gt 0 ]] && ok || bad "the server logged none of the run's writes"
 hq "UPDATE Companies SET City = 'Hull' WHERE CompanyID = 2;"
@@ -84,7 +80,7 @@ has "text form" "$(sync --select 2 --preview)" 'item BusinessAddressCity: "Gatin
 # with its warning.
 sync --select 10 --preview --json >"$work/out/late.json"
 has "late warning on a record not listed" "$(field "$work/out/late.json" 9 warnings)" 'also paired with company 10 "Twin Ltd."'
-same "listed in its place" "$(/usr/bin/python3 -c 'import json,sys; print([r["key"] for r in json.load(open(sys.argv[1]))["records"]])' "$work/out/late.json")" "['6', '7', '8', '9', '10']"
+same "listed in its place" "$(jq -c '[.records[].key]' "$work/out/late.json")" '["6","7","8","9","10"]'
 same "report show last is the run's report" "$("$bin" report show last "${ol[@]}" --json | plan_of /dev/stdin)" \
   "$(plan_of "$work/out/to-outlook-report.json")"
 
@@ -121,23 +117,10 @@ has "another company warned" "$(field "$r" "$stray" warnings)" "contact found by
 same "name matches counted" "$(count "$r" nameMatches)" 2
 has "text form" "$("$bin" report show last "${ol[@]}")" 'warning: contact found by name at another company'
 
-# Sizes, on the vCard folder (the store does not change them): a first run of a demo practice
-# and a run that changes every company take at most 300 bytes of report a record; a run that
-# changes nothing stays under 4 KB.
+# SIGTERM stops the run at the next record: what was done is committed and reported, marked
+# interrupted; the exit code says which signal. (On the vCard folder: the store does not change
+# it.)
 if [[ $store_kind == vdir ]]; then
-  "$bin" demo-data "$work/big.db" --companies 300 --seed 5 >/dev/null
-  big() { "$bin" sync --host-db "$work/big.db" --sync-db "$work/big-s.db" --outlook "vdir:$work/olbig" --no-progress; }
-  size_of() { stat -c %s "$(sed -n 's/^Report: //p' <<<"$1")"; }
-  size=$(size_of "$(big)")
-  (( size <= 300 * 300 )) && ok || bad "first run: $size bytes for 300 new items"
-  sqlite3 "$work/big.db" "UPDATE Companies SET City = City || ' Est';"
-  size=$(size_of "$(big)")
-  (( size <= 300 * 300 )) && ok || bad "changing run: $size bytes for 300 changed items"
-  size=$(size_of "$(big)")
-  (( size < 4096 )) && ok || bad "quiet run: $size bytes"
-
-  # SIGTERM stops the run at the next record: what was done is committed and reported, marked
-  # interrupted; the exit code says which signal.
   "$bin" demo-data "$work/int.db" --companies 3000 --seed 7 >/dev/null
   "$bin" sync --host-db "$work/int.db" --sync-db "$work/int-s.db" --outlook "vdir:$work/olint" \
     --no-progress --json >"$work/out/int.json" 2>"$work/out/int.err" &
@@ -148,9 +131,8 @@ if [[ $store_kind == vdir ]]; then
   done
   kill -TERM $pid
   wait $pid; same "stopped by SIGTERM" $? 143
-  IFS=' ' read -r interrupted records < <(/usr/bin/python3 -c 'import json,sys; d = json.load(open(sys.argv[1]))
-print(d["interrupted"], d["summary"]["records"])' "$work/out/int.json")
-  same "marked interrupted" "$interrupted" True
+  read -r interrupted records < <(jq -r '"\(.interrupted) \(.summary.records)"' "$work/out/int.json")
+  same "marked interrupted" "$interrupted" true
   (( records > 0 && records < 3000 )) && ok || bad "interrupted after $records of 3000 records"
   same "its records committed" "$(sqlite3 "$work/int-s.db" 'SELECT count(*) FROM OutlookSync;')" "$records"
   same "its cards" "$(ls "$work/olint/default/contacts" | grep -c '\.vcf$')" "$records"
@@ -170,7 +152,7 @@ has "no report: said so" "$("$bin" report show 19990101-000000 "${ol[@]}" 2>&1)"
   "dossync: No report 19990101-000000 in $XDG_STATE_HOME/dossync/reports/"
 
 # Reports live under $XDG_STATE_HOME, a folder per store and profile; those an earlier version
-# kept in the profile's folder are still listed and shown; --keep-size; a list of 100 reports.
+# kept in the profile's folder are still listed and shown; --keep-size.
 out=$(sync --select 1 2>/dev/null)
 folder=$(dirname "$(sed -n 's/^Report: //p' <<<"$out")")
 [[ $store_kind == carddav ]] && profile=alice || profile=default
@@ -185,11 +167,6 @@ same "--keep-size 1G accepted" "$(sync --select 1 --keep-size 1G 2>&1 | grep -c 
 same "--keep-size lots refused" "$(sync --select 1 --keep-size lots >/dev/null 2>&1; echo $?)" 64
 sync --select 1 --keep-size 1 >/dev/null 2>&1
 same "--keep-size: the new one alone" "$("$bin" report list "${ol[@]}" | wc -l)|$(ls "$old"/*.json)" "2|$old/20000101-000000.json"
-for i in $(seq 10 109); do cp "$old/20000101-000000.json" "$folder/20010101-000$i.json"; done
-listed=$("$bin" report list "${ol[@]}")
-same "100 reports listed" "$(grep -c '^20010101-000.*direction 2' <<<"$listed")" 100
-same "index of the folder" "$(wc -l <"$folder/index.jsonl")" 101
-same "listed again from the index" "$("$bin" report list "${ol[@]}")" "$listed"
-same "json list" "$("$bin" report list --json "${ol[@]}" | grep -c '"id"')" 102
+same "json list" "$("$bin" report list --json "${ol[@]}" | grep -c '"id"')" 2
 
 finish "report cli ($store_kind)"

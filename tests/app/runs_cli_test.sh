@@ -7,8 +7,6 @@
 # PostgreSQL server (host_lib.sh).
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/host_lib.sh"
-export HOME="$work/home" XDG_DATA_HOME="$work/home/data" XDG_STATE_HOME="$work/home/state"
-mkdir -p "$HOME"
 
 h=$(host_make host) s=$(host_make syncdb)
 [[ $host_kind == sqlite ]] || "$bin" init-host "$h" >/dev/null || bad "init-host"

@@ -4,9 +4,8 @@
 # shows it, that what dossync writes is its owner's only under umask 022, and that a hostile
 # CardDAV server cannot get the credentials or a card sent to another origin or path.
 source "$(dirname "$0")/check_lib.sh"
-export DOSSYNC_TEST_STORE=carddav HOME="$work/home" XDG_STATE_HOME="$work/state"
+export DOSSYNC_TEST_STORE=carddav
 unset DOSSYNC_PASSWORD
-mkdir -p "$HOME"
 umask 022
 source "$(dirname "$0")/store_lib.sh"
 hostile_pid=""

@@ -18,7 +18,6 @@ store_start_server() {
   [[ -s "$work/radicale/port" ]] || { echo "FAIL Radicale did not start"; cat "$work/radicale/radicale.log"; exit 1; }
 }
 if [[ "$store_kind" == carddav ]]; then
-  export XDG_DATA_HOME="$work/xdg"
   store_start_server
   store_url="http://127.0.0.1:$(cat "$work/radicale/port")/alice"
   ol=(--outlook "carddav:$store_url/book/" --profile alice --password secret)

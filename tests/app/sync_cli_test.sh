@@ -14,36 +14,13 @@ sync() { "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress "$@"
 count() { ls $cards 2>/dev/null | grep -c '\.vcf$'; }
 q() { sqlite3 "$s" "$1"; }
 
-# Direction 1 and the contact-only types 3 and 4 change nothing.
-out=$(sync --direction 1 --select all); same "direction 1 exit" $? 0
-same "direction 1 walks nothing" "$(count)" 0
-# Every contact is chosen, as information type 7 would walk them.
-for t in 3 4; do
-  out=$(sync --info $t --select all)
-  has "info $t walks nothing" "$out" "records 0, create-item 0, update-item 0, pair-only 0, nothing 0,"
-  same "info $t changes nothing" "$(count)$(q 'SELECT count(*) FROM OutlookSync;')" "00"
-done
-
 # Companies 1 and 3 chosen: two new items; company 2 is paired with nothing.
 out=$(sync --select 1,3); same "sync exit" $? 0
 [[ "$out" == "records 3, create-item 2, update-item 0, pair-only 1, nothing 0, errors 0, records failed 0, seconds "* ]] && ok || bad "summary: $out"
 same "two cards" "$(count)" 2
 same "unselected company mapped with an empty id" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 2;")" ""
 alpha=$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")
-json=$("$bin" contacts show "$alpha" "${ol[@]}" --json)
-for want in '"FileAs": "Alpha Ltd"' '"FullName": "Ann Alpha"' '"Gender": 1' '"Birthday": "1970-03-05"' '"Categories": "Business"' '"BusinessTelephoneNumber": "111"'; do
-  [[ "$json" == *"$want"* ]] && ok || bad "transferred item lacks $want"
-done
-
-# An existing item is updated in place and keeps what the transfer does not write.
-echo "{\"EntryID\": \"$alpha\", \"Body\": \"call on Mondays\", \"Email1Address\": \"stale@x\"}" |
-  "$bin" contacts put "${ol[@]}" --json - >/dev/null
-sqlite3 "$h" "UPDATE Companies SET Email = '' WHERE CompanyID = 1;"
-out=$(sync --select 1)
-json=$("$bin" contacts show "$alpha" "${ol[@]}" --json)
-[[ "$json" == *'"Body": "call on Mondays"'* ]] && ok || bad "Body lost on update"
-[[ "$json" == *'"Email1Address": ""'* ]] && ok || bad "empty host e-mail did not clear Outlook's"
-same "no new card on update" "$(count)" 2
+has "the item as transferred" "$("$bin" contacts show "$alpha" "${ol[@]}" --json)" '"FileAs": "Alpha Ltd"'
 
 # Information type 7 walks the contacts.
 out=$(sync --info 7 --select 11)
@@ -75,12 +52,5 @@ echo "junk junk junk junk junk junk junk junk" >"$work/junk.db"
 "$bin" sync --host-db "$work/none.db" --sync-db "$s" "${ol[@]}" >/dev/null 2>&1; same "missing host" $? 2
 "$bin" sync --host-db "$h" --sync-db "$s" --direction 5 >/dev/null 2>&1; same "bad direction" $? 64
 "$bin" sync --host-db "$h" --sync-db "$s" --outlook "imap:x" >/dev/null 2>&1; same "bad store" $? 64
-
-# Names compare without regard to case: a card filed "BETA LTD" is Beta Ltd's.
-beta=$(echo '{"FileAs": "BETA LTD", "CompanyName": "BETA LTD"}' | "$bin" contacts put "${ol2[@]}" --json -)
-out=$("$bin" sync --host-db "$h" --sync-db "$work/s2.db" "${ol2[@]}" --no-progress --select 2)
-has "found by its name in another case" "$out" "create-item 0, update-item 1"
-same "paired with it" "$(sqlite3 "$work/s2.db" "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 2;")" "$beta"
-same "no second card" "$(ls $cards2 | grep -c '\.vcf$')" 1
 
 finish "sync cli ($store_kind)"

@@ -3,14 +3,13 @@
 # or with DOSSYNC_TEST_STORE=carddav an address book on Radicale (store_lib.sh); the databases
 # are SQLite files, or with DOSSYNC_TEST_HOST=postgres databases on PostgreSQL (host_lib.sh).
 # A change on each side merged in one run; a quiet run changes nothing anywhere; conflicts under
-# both rules; records new on either side made once; two people of one name stay two; deletions
-# on each side, the refusal of a mass deletion and --force; --restore-deleted; the preview is
-# the report; usage errors.
+# both rules; records new on either side made once; deletions on each side, the refusal of a
+# mass deletion and --force; --restore-deleted; the first run after one-way runs; the preview
+# is the report; usage errors.
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
 source "$(dirname "$0")/host_lib.sh"
-export HOME="$work/home"
-mkdir -p "$HOME" "$work/json"
+mkdir -p "$work/json"
 
 h=$(host_make host) s=$(host_make syncdb)
 [[ $host_kind == sqlite ]] || "$bin" init-host "$h" >/dev/null || bad "init-host"
@@ -164,8 +163,7 @@ has "forced: deleted" "$(out)" "delete-item 6,"
 same "forced: the other change made too" "$(prop "$i1" BusinessAddressCity)" Arnprior
 same "forced: cards" "$(cards)" $((companies - 6))
 
-# ---- Contacts (information type 7), in a second store and scheme: two people of one name at
-# two companies stay two, a change reaches the right one, and nothing is made twice.
+# ---- Contacts (information type 7), in a second store and scheme, two of them of one name.
 ol=("${ol2[@]}") cards=$cards2
 hq "INSERT INTO \"Contacts\" (\"CompanyNum\", \"DisplayName\", \"FirstName\", \"LastName\", \"BusinessName\", \"DefaultContact\")
   VALUES (1, 'Sam Lee', 'Sam', 'Lee', '$c1', FALSE), (2, 'Sam Lee', 'Sam', 'Lee', '$c2', FALSE);"
@@ -181,14 +179,5 @@ has "contacts: first run, no conflict" "$(out)" ", conflicts 0, errors 0,"
 same "contacts: first run changes no byte" "$(dump "$h") $(cd "$cards" && cat ./*.vcf | md5sum)" "$before"
 same "contacts: first run sends no write" "$(writes)" "$w"
 same "contacts: a card each" "$(cards)" "$contacts"
-sam2=$(hq "SELECT \"ContactID\" FROM \"Contacts\" WHERE \"DisplayName\" = 'Sam Lee' AND \"CompanyNum\" = 2;")
-sam_item=$("$bin" contacts list "${ol[@]}" --json |
-  jq -r --arg c "$c2" '.[] | select(.FullName == "Sam Lee" and .CompanyName == $c) | .EntryID')
-put <<<"{\"EntryID\": \"$sam_item\", \"HomeTelephoneNumber\": \"819-555-0177\"}"
-run "contacts: item change" 0 --info 7 --scheme 2
-same "contacts: the right Sam changed" "$(hq "SELECT \"ContactID\" FROM \"Contacts\" WHERE \"HomePhone_Main\" = '819-555-0177';")" "$sam2"
-run "contacts: round trip" 0 --info 7 --scheme 2
-same "contacts: none added" "$(hq 'SELECT count(*) FROM "Contacts";')" "$contacts"
-same "contacts: two Sams" "$("$bin" contacts list "${ol[@]}" --json | jq '[.[] | select(.FullName == "Sam Lee")] | length')" 2
 
 finish twoway_cli_test

@@ -5,21 +5,13 @@
 # never overwritten. What the other client changed alone stays and reaches the host on the next
 # run; a field both changed keeps the host's value under --conflict host and the server's under
 # --conflict outlook, which the next run then carries to the host.
+export DOSSYNC_TEST_STORE=carddav
 source "$(dirname "$0")/check_lib.sh"
-pids=()
-on_exit 'for p in "${pids[@]}"; do stop "$p"; done'
-support="$(dirname "$0")/../support"
-export XDG_DATA_HOME="$work/xdg"
-
-mkdir -p "$work/radicale"
-/usr/bin/python3 "$support/radicale_server.py" "$work/radicale" alice:secret --book alice/book \
-  >/dev/null 2>&1 &
-pids+=($!)
-for _ in $(seq 150); do [[ -s "$work/radicale/port" ]] && break; sleep 0.1; done
-[[ -s "$work/radicale/port" ]] || { echo "FAIL Radicale did not start"; exit 1; }
-/usr/bin/python3 "$support/dav_race_proxy.py" "$work" "$(cat "$work/radicale/port")" alice:secret \
-  >"$work/proxy.out" 2>&1 &
-pids+=($!)
+source "$(dirname "$0")/store_lib.sh"
+/usr/bin/python3 "$(dirname "$0")/../support/dav_race_proxy.py" "$work" \
+  "$(cat "$work/radicale/port")" alice:secret >"$work/proxy.out" 2>&1 &
+proxy=$!
+on_exit 'stop "$proxy"'
 for _ in $(seq 100); do [[ -s "$work/proxy-port" ]] && break; sleep 0.05; done
 [[ -s "$work/proxy-port" ]] || { echo "FAIL the proxy did not start: $(cat "$work/proxy.out")"; exit 1; }
 port=$(cat "$work/proxy-port")

@@ -15,6 +15,7 @@
       PROPFIND is answered 207 with an address book, anything else 200.
 """
 
+import base64
 import email.utils
 import http.server
 import os
@@ -46,15 +47,11 @@ def write_port(workdir, port):
     os.rename(tmp, os.path.join(workdir, "port"))  # readers never see half a number
 
 
-def request(url, method, users, user, body=None):
-    req = urllib.request.Request(url, data=body, method=method)
-    password = users[user]
-    mgr = urllib.request.HTTPPasswordMgrWithDefaultRealm()
-    mgr.add_password(None, url, user, password)
-    opener = urllib.request.build_opener(urllib.request.HTTPBasicAuthHandler(mgr))
-    if body is not None:
-        req.add_header("Content-Type", "application/xml; charset=utf-8")
-    return opener.open(req, timeout=10)
+def make_book(url, user, password):
+    login = base64.b64encode(("%s:%s" % (user, password)).encode()).decode()
+    headers = {"Authorization": "Basic " + login, "Content-Type": "application/xml; charset=utf-8"}
+    req = urllib.request.Request(url, data=MKCOL_BODY.encode(), method="MKCOL", headers=headers)
+    urllib.request.urlopen(req, timeout=10).close()
 
 
 def run_radicale(workdir, users, books, port=None):
@@ -99,7 +96,7 @@ def run_radicale(workdir, users, books, port=None):
             time.sleep(0.05)
     for book in books:
         user = book.split("/")[0]
-        request(base + book.strip("/") + "/", "MKCOL", users, user, MKCOL_BODY.encode()).close()
+        make_book(base + book.strip("/") + "/", user, users[user])
     write_port(workdir, port)
     server.wait()
     sys.exit(0)

@@ -1,6 +1,6 @@
-// C++ clients of kvoutlookdx.dll under Wine: one bound early through the type library's header
-// (vtable calls), one bound late (GetIDsOfNames and Invoke only, as a scripting host does), and
-// one that sinks the ExitProgram event through the connection point; what keeps the DLL loaded
+// C++ clients of kvoutlookdx.dll under Wine (the late-bound client is component_test.vbs): one
+// bound early through the type library's header (vtable calls), and one that sinks the
+// ExitProgram event through the connection point; what keeps the DLL loaded
 // (DllCanUnloadNow), a host releasing the component in its ExitProgram handler included; and
 // dossync's Outlook by automation over the Outlook stand-in, deleting a contact it made.
 // Usage: com_clients.exe HOST_DB   (a demo practice, Windows path). Prints "OK com clients"
@@ -26,6 +26,24 @@ namespace {
 const wchar_t* const kComponentDll =
     sizeof(void*) == 8 ? L"kvoutlookdx64.dll" : L"kvoutlookdx32.dll";
 
+// A new instance of the class, by its interface; null when it cannot be made.
+template <class T = _clsOutlookSynchronization>
+ComPtr<T> create(REFCLSID clsid = CLSID_clsOutlookSynchronization,
+                 REFIID iid = IID__clsOutlookSynchronization) {
+  ComPtr<T> object;
+  CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid,
+                   reinterpret_cast<void**>(object.put()));
+  return object;
+}
+
+ComPtr<IConnectionPoint> exitEvents(_clsOutlookSynchronization* c) {
+  ComPtr<IConnectionPointContainer> container;
+  c->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(container.put()));
+  ComPtr<IConnectionPoint> point;
+  if (container) container->FindConnectionPoint(DIID___clsOutlookSynchronization, point.put());
+  return point;
+}
+
 // A run without a host database: an error inside the run, which the error service answers.
 void failARun(_clsOutlookSynchronization* c) {
   c->put_showProgress(VARIANT_FALSE);
@@ -50,11 +68,8 @@ class ExitSink final : public dossync::win32::DispatchServer {
 };
 
 void earlyBound(const std::wstring& hostDb) {
-  ComPtr<_clsOutlookSynchronization> c;
-  HRESULT hr = CoCreateInstance(CLSID_clsOutlookSynchronization, nullptr, CLSCTX_INPROC_SERVER,
-                                IID__clsOutlookSynchronization, reinterpret_cast<void**>(c.put()));
-  check(SUCCEEDED(hr) && c, "early: CoCreateInstance");
-  if (!c) return;
+  auto c = create();
+  if (!c) return check(false, "early: CoCreateInstance");
   LONG scheme = 0;
   c->get_SchemeID(&scheme);
   check(scheme == -1, "early: SchemeID default");
@@ -81,61 +96,18 @@ void earlyBound(const std::wstring& hostDb) {
   check(errorInfo && errorInfo->InterfaceSupportsErrorInfo(IID__clsOutlookSynchronization) == S_OK,
         "early: ISupportErrorInfo");
 
-  ComPtr<_clsOutlookSendMail> m;
-  CoCreateInstance(CLSID_clsOutlookSendMail, nullptr, CLSCTX_INPROC_SERVER, IID__clsOutlookSendMail,
-                   reinterpret_cast<void**>(m.put()));
-  check(static_cast<bool>(m), "early: clsOutlookSendMail");
-  if (!m) return;
+  auto m = create<_clsOutlookSendMail>(CLSID_clsOutlookSendMail, IID__clsOutlookSendMail);
+  if (!m) return check(false, "early: clsOutlookSendMail");
   VARIANT_BOOL sent = VARIANT_TRUE;
   m->SendMail(&sent);
   check(sent == VARIANT_FALSE, "early: SendMail without a mail");
 }
 
-void lateBound() {
-  CLSID clsid{};
-  check(SUCCEEDED(CLSIDFromProgID(L"kvoutlookdx.clsOutlookSynchronization", &clsid)),
-        "late: ProgID registered");
-  ComPtr<IDispatch> object;
-  CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
-                   reinterpret_cast<void**>(object.put()));
-  check(static_cast<bool>(object), "late: CoCreateInstance IDispatch");
-  if (!object) return;
-  Dispatch c(object.get(), "clsOutlookSynchronization");
-  try {
-    check(c.get("OutlookCategory").toString() == "Business", "late: OutlookCategory default");
-    c.put("SchemeID", Variant(std::string("31")));  // converted by the type library
-    check(c.get("SchemeID").toInt32() == 31, "late: SchemeID from text");
-    c.put("Profile", Variant(std::string("Büro")));
-    check(c.get("Profile").toString() == "Büro", "late: Profile keeps non-ASCII text");
-    // The reset and the collection: component_test.vbs, as a scripting host calls them.
-    check(!c.has("NoSuchMember"), "late: unknown member");
-
-    CLSIDFromProgID(L"kvoutlookdx.clsOutlookSendMail", &clsid);
-    ComPtr<IDispatch> mailObject;
-    CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
-                     reinterpret_cast<void**>(mailObject.put()));
-    Dispatch m(mailObject.get(), "clsOutlookSendMail");
-    check(!m.call("CreateNewMail").toBool(), "late: CreateNewMail before StartOutlook");
-    check(m.call("StartOutlook").toBool(), "late: StartOutlook with defaults");
-    check(m.call("CreateNewMail").toBool(), "late: CreateNewMail");
-    m.put("Subject", Variant(std::string("Late")));
-    m.call("CloseOutlook");
-  } catch (const std::exception& e) {
-    check(false, std::string("late: ") + e.what());
-  }
-}
-
 void events() {
-  ComPtr<_clsOutlookSynchronization> c;
-  CoCreateInstance(CLSID_clsOutlookSynchronization, nullptr, CLSCTX_INPROC_SERVER,
-                   IID__clsOutlookSynchronization, reinterpret_cast<void**>(c.put()));
+  auto c = create();
   if (!c) return check(false, "events: CoCreateInstance");
-  ComPtr<IConnectionPointContainer> container;
-  c->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(container.put()));
-  ComPtr<IConnectionPoint> point;
-  if (container) container->FindConnectionPoint(DIID___clsOutlookSynchronization, point.put());
-  check(static_cast<bool>(point), "events: connection point");
-  if (!point) return;
+  auto point = exitEvents(c.get());
+  if (!point) return check(false, "events: connection point");
 
   auto* sink = new ExitSink();
   auto* errors = new TestErrorService(3);  // end the program
@@ -179,9 +151,7 @@ void lifetime() {
   if (!canUnload) return check(false, "lifetime: DllCanUnloadNow");
   ComPtr<IDispatch> collection;
   {
-    ComPtr<_clsOutlookSynchronization> c;
-    CoCreateInstance(CLSID_clsOutlookSynchronization, nullptr, CLSCTX_INPROC_SERVER,
-                     IID__clsOutlookSynchronization, reinterpret_cast<void**>(c.put()));
+    auto c = create();
     if (!c) return check(false, "lifetime: CoCreateInstance");
     c->get_companyCollection(collection.put());
   }
@@ -189,15 +159,12 @@ void lifetime() {
   collection = {};
   check(canUnload() == S_OK, "lifetime: nothing held, the DLL may unload");
 
+  // The host's one reference, which its handler lets go of.
   _clsOutlookSynchronization* c = nullptr;
   CoCreateInstance(CLSID_clsOutlookSynchronization, nullptr, CLSCTX_INPROC_SERVER,
                    IID__clsOutlookSynchronization, reinterpret_cast<void**>(&c));
   if (!c) return check(false, "lifetime: CoCreateInstance");
-  ComPtr<IConnectionPointContainer> container;
-  c->QueryInterface(IID_IConnectionPointContainer, reinterpret_cast<void**>(container.put()));
-  ComPtr<IConnectionPoint> point;
-  container->FindConnectionPoint(DIID___clsOutlookSynchronization, point.put());
-  container = {};
+  auto point = exitEvents(c);
   auto* sink = new ReleasingSink(c);
   DWORD cookie = 0;
   point->Advise(sink, &cookie);
@@ -246,7 +213,6 @@ int wmain(int argc, wchar_t** argv) {
   }
   CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
   earlyBound(argv[1]);
-  lateBound();
   events();
   lifetime();
   deleteByAutomation();

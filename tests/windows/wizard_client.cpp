@@ -1,19 +1,17 @@
 // The wizard of kvoutlookdx.dll under Wine, driven as a user would: through its windows.
 //
-//   wizard_client.exe drive HOST_DB SYNC_DB SHOT_DIR
+//   wizard_client.exe HOST_DB SYNC_DB SHOT_DIR
 //       creates clsOutlookSynchronization with host services of its own (an error service, a
 //       message box service and a progress dialog that runs the work when shown), opens the
 //       wizard on the demo practice and, from a timer in the wizard's own message loop, clicks
 //       its buttons, ticks tree nodes with the Space key and types into its text boxes by
 //       window messages: first a tour of every step, photographed into SHOT_DIR as
-//       windows-*.png, which ends with Cancel; then a second wizard that ticks a company,
-//       saves the scheme as "Month-end clients" and finishes, which synchronises into Outlook.
-//   wizard_client.exe watch
-//       waits for the wizard of another process (a VBScript host's), checks its caption and
-//       its navigation buttons, and presses Escape, which cancels it.
+//       windows-*.png, which ends with the Escape key; then a second wizard that ticks a
+//       company, saves the scheme as "Month-end clients" and finishes, which synchronises into
+//       Outlook.
 // Controls are found by the window property "dossync.name" (a global atom of the control's
-// name) that the wizard's windows carry. Prints "OK wizard drive" / "OK wizard watch" when
-// every check held; exits 1 otherwise.
+// name) that the wizard's windows carry. Prints "OK wizard drive" when every check held;
+// exits 1 otherwise.
 #include <windows.h>
 
 #include <commctrl.h>
@@ -294,7 +292,7 @@ void tickFirstGroup(HWND wizard, int minDepth = 0) {
   TreeView_EnsureVisible(tree, group);
 }
 
-int drive(const std::wstring& hostDb, const std::wstring& syncDb) {
+void drive(const std::wstring& hostDb, const std::wstring& syncDb) {
   CLSID clsid{};
   ::CLSIDFromProgID(L"kvoutlookdx.clsOutlookSynchronization", &clsid);
   auto run = [&](bool finish) {
@@ -369,7 +367,13 @@ int drive(const std::wstring& hostDb, const std::wstring& syncDb) {
       [](HWND w) {
         tickFirstGroup(w, 1);
         shoot(w, L"2-select-from-outlook");
-        click(w, L"cmdNav(1)");
+        wchar_t caption[256] = {};
+        ::GetWindowTextW(w, caption, 256);
+        check(std::wstring(caption).find(L"Outlook") != std::wstring::npos,
+              "the wizard's caption names Outlook: " + dossync::win32::narrow(caption));
+        // Escape, as a user presses it: the dialog's Cancel.
+        ::PostMessageW(w, WM_KEYDOWN, VK_ESCAPE, 0);
+        ::PostMessageW(w, WM_KEYUP, VK_ESCAPE, 0);
       },
   };
   run(false);
@@ -390,51 +394,20 @@ int drive(const std::wstring& hostDb, const std::wstring& syncDb) {
       },
   };
   run(true);
-  return failures;
-}
-
-// Another process's wizard: seen, checked and cancelled.
-int watch() {
-  HWND wizard = nullptr;
-  for (int i = 0; i < 1800 && !wizard; ++i) {  // three minutes at most
-    wizard = findWizard();
-    if (!wizard || !::IsWindowVisible(wizard)) wizard = nullptr;
-    if (!wizard) ::Sleep(100);
-  }
-  check(wizard != nullptr, "a wizard window appeared");
-  if (!wizard) return failures;
-  wchar_t caption[256] = {};
-  ::GetWindowTextW(wizard, caption, 256);
-  check(std::wstring(caption).find(L"Outlook") != std::wstring::npos,
-        "the wizard's caption names Outlook: " + dossync::win32::narrow(caption));
-  for (int i = 1; i <= 4; ++i)
-    check(control(wizard, L"cmdNav(" + std::to_wstring(i) + L")") != nullptr,
-          "navigation button " + std::to_string(i));
-  // Escape, as a user presses it: the dialog's Cancel.
-  ::PostMessageW(wizard, WM_KEYDOWN, VK_ESCAPE, 0);
-  ::PostMessageW(wizard, WM_KEYUP, VK_ESCAPE, 0);
-  for (int i = 0; i < 300 && ::IsWindowVisible(wizard); ++i) ::Sleep(100);
-  check(!::IsWindowVisible(wizard), "Escape closed the wizard");
-  return failures;
 }
 
 }  // namespace
 
 int wmain(int argc, wchar_t** argv) {
-  std::wstring mode = argc > 1 ? argv[1] : L"";
-  ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-  if (mode == L"drive" && argc == 5) {
-    shotDir = argv[4];
-    ::CreateDirectoryW(shotDir.c_str(), nullptr);
-    drive(argv[2], argv[3]);
-  } else if (mode == L"watch") {
-    watch();
-  } else {
-    std::printf("usage: wizard_client.exe drive HOST_DB SYNC_DB SHOT_DIR | watch\n");
+  if (argc != 4) {
+    std::printf("usage: wizard_client.exe HOST_DB SYNC_DB SHOT_DIR\n");
     return 64;
   }
+  ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+  shotDir = argv[3];
+  ::CreateDirectoryW(shotDir.c_str(), nullptr);
+  drive(argv[1], argv[2]);
   ::CoUninitialize();
-  std::string name = dossync::win32::narrow(mode);
-  std::printf(failures == 0 ? "OK wizard %s\n" : "FAILED wizard %s\n", name.c_str());
+  std::printf(failures == 0 ? "OK wizard drive\n" : "FAILED wizard drive\n");
   return failures == 0 ? 0 : 1;
 }

@@ -42,36 +42,28 @@ ITypeInfo* dialogTypeInfo() {
   return info;
 }
 
-class DialogObject final : public IDispatch,
+class DialogObject final : public win32::DispatchServer,
                            public IConnectionPointContainer,
                            public IConnectionPoint {
  public:
   explicit DialogObject(ITypeInfo* info) : info_(info) { ++g_live; }
-  ~DialogObject() {
+  ~DialogObject() override {
     if (sink_) sink_->Release();
     info_->Release();
     --g_live;
   }
 
+  // IUnknown, once for the three interfaces.
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_POINTER;
-    *out = nullptr;
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) ||
-        IsEqualIID(iid, kDialogIid))
-      *out = static_cast<IDispatch*>(this);
-    else if (IsEqualIID(iid, IID_IConnectionPointContainer))
+    if (out && IsEqualIID(iid, IID_IConnectionPointContainer)) {
       *out = static_cast<IConnectionPointContainer*>(this);
-    else
-      return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
+      AddRef();
+      return S_OK;
+    }
+    return DispatchServer::QueryInterface(IsEqualIID(iid, kDialogIid) ? IID_IDispatch : iid, out);
   }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ::InterlockedIncrement(&refs_); }
-  ULONG STDMETHODCALLTYPE Release() override {
-    ULONG n = ::InterlockedDecrement(&refs_);
-    if (n == 0) delete this;
-    return n;
-  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return DispatchServer::AddRef(); }
+  ULONG STDMETHODCALLTYPE Release() override { return DispatchServer::Release(); }
 
   // IDispatch, by the type library's DISPIDs.
   HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
@@ -86,46 +78,6 @@ class DialogObject final : public IDispatch,
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID,
                                           DISPID* ids) override {
     return info_->GetIDsOfNames(names, count, ids);
-  }
-  HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* params,
-                                   VARIANT* result, EXCEPINFO*, UINT*) override {
-    try {
-      const bool put = (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) != 0;
-      if (put && id >= 1 && id <= 10 && params && params->cArgs == 1) {
-        win32::Variant v = win32::Variant::copyOf(params->rgvarg[0]);
-        if (id == 7) position_ = v.toInt32();
-        if (!shown_) {
-          std::string text = id == 3 ? (v.toDispatch() ? "object" : "Nothing") : v.toString();
-          g_log += std::string(kNames[id - 1]) + (flags & DISPATCH_PROPERTYPUTREF ? ":=" : "=") +
-                   text + "|";
-        }
-        return S_OK;
-      }
-      if (!put && id == 7) {
-        win32::Variant(position_).copyTo(result);
-        return S_OK;
-      }
-      if (!put && id == 11) {
-        shown_ = true;
-        g_log += "Show|";
-        if (sink_) {
-          IDispatch* sink = sink_;
-          sink->AddRef();
-          DISPPARAMS none{nullptr, nullptr, 0, 0};
-          sink->Invoke(1, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &none, nullptr,
-                       nullptr, nullptr);
-          sink->Release();
-        }
-        return S_OK;
-      }
-      if (!put && id == 12) {
-        g_log += "Close at " + std::to_string(position_) + "|";
-        return S_OK;
-      }
-    } catch (...) {
-      return DISP_E_TYPEMISMATCH;
-    }
-    return DISP_E_MEMBERNOTFOUND;
   }
 
   // IConnectionPointContainer: the one point is the object itself.
@@ -164,8 +116,37 @@ class DialogObject final : public IDispatch,
   }
   HRESULT STDMETHODCALLTYPE EnumConnections(IEnumConnections**) override { return E_NOTIMPL; }
 
+ protected:
+  HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
+    const bool put = (flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) != 0;
+    if (put && id >= 1 && id <= 10) {
+      win32::Variant v = assigned(params);
+      if (id == 7) position_ = v.toInt32();
+      if (!shown_) {
+        std::string text = id == 3 ? (v.toDispatch() ? "object" : "Nothing") : v.toString();
+        g_log += std::string(kNames[id - 1]) + (flags & DISPATCH_PROPERTYPUTREF ? ":=" : "=") +
+                 text + "|";
+      }
+    } else if (!put && id == 7) {
+      win32::Variant(position_).copyTo(result);
+    } else if (!put && id == 11) {
+      shown_ = true;
+      g_log += "Show|";
+      if (sink_) {
+        win32::ComPtr<IDispatch> sink(sink_);
+        DISPPARAMS none{nullptr, nullptr, 0, 0};
+        sink->Invoke(1, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &none, nullptr, nullptr,
+                     nullptr);
+      }
+    } else if (!put && id == 12) {
+      g_log += "Close at " + std::to_string(position_) + "|";
+    } else {
+      return DISP_E_MEMBERNOTFOUND;
+    }
+    return S_OK;
+  }
+
  private:
-  LONG refs_ = 1;
   ITypeInfo* info_;
   IDispatch* sink_ = nullptr;
   int32_t position_ = 0;

@@ -222,30 +222,11 @@ class MailObject final : public ItemObject {
   }
 };
 
-// ---- AppointmentItem.
-
-class AppointmentObject final : public ItemObject {
- public:
-  explicit AppointmentObject(const std::shared_ptr<outlook::AppointmentItem>& a)
-      : ItemObject(a, "AppointmentItem") {
-    add(L"Start", value([a] { return a->Start(); }),
-        [a](const Variant& v) { a->setStart(v.toDate()); });
-    add(L"End", value([a] { return a->End(); }), [a](const Variant& v) { a->setEnd(v.toDate()); });
-    add(L"Subject", value([a] { return a->Subject(); }),
-        [a](const Variant& v) { a->setSubject(v.toString()); });
-    add(L"Location", value([a] { return a->Location(); }),
-        [a](const Variant& v) { a->setLocation(v.toString()); });
-    add(L"Send", method([a](DISPPARAMS*) { a->Send(); }));
-  }
-};
-
 IDispatch* wrapItem(const outlook::ItemPtr& item) {
   if (!item) return nullptr;
   if (auto c = std::dynamic_pointer_cast<outlook::ContactItem>(item)) return new ContactObject(c);
   if (auto m = std::dynamic_pointer_cast<outlook::MailItem>(item)) return new MailObject(m);
-  if (auto a = std::dynamic_pointer_cast<outlook::AppointmentItem>(item))
-    return new AppointmentObject(a);
-  return new ItemObject(item, "Item");  // a distribution list, say
+  return new ItemObject(item, "Item");  // a distribution list or an appointment, say
 }
 
 // ---- Folders and their items.

@@ -11,8 +11,8 @@
 // Items.Count, Item (the default member), Find; every item Class, EntryID, Save; ContactItem
 // its text properties, Gender, Birthday, Anniversary, Delete; MailItem Subject, Body, Recipients,
 // Attachments, Send, Display; Recipients Count, Add, Item; Recipient Name, Type, Resolve;
-// Attachments Count, Add, Item; Attachment DisplayName, PathName; AppointmentItem
-// Start, End, Subject, Location, Send. Application.GuardedReads is the stand-in's own: how many
+// Attachments Count, Add, Item; Attachment DisplayName, PathName (no calendar: an appointment
+// has only what every item has). Application.GuardedReads is the stand-in's own: how many
 // times this process read a contact's e-mail addresses or notes (what Outlook's guard asks
 // about); Application.DialogLog, what the last progress dialog stand-in was told (dialog.h).
 //
