@@ -34,11 +34,7 @@ class CardDavStoreTest : public testing::RadicaleSuite {
     return session;
   }
   std::shared_ptr<ContactItem> create(const std::string& fileAs) {
-    auto item =
-        std::dynamic_pointer_cast<ContactItem>(apps.back()->CreateItem(outlook::olContactItem));
-    item->setFileAs(fileAs);
-    item->Save();
-    return item;
+    return testing::saveContact(*apps.back(), fileAs);
   }
   // Another CardDAV client, straight on the server.
   DavClient other() {
@@ -85,12 +81,6 @@ TEST_F(CardDavStoreTest, SavesReachTheServerAndLogonsFetchOnlyWhatChanged) {
   auto again = logon();
   ASSERT_NE(byId(again, id), nullptr);
   EXPECT_EQ(fs::last_write_time(copyOf(file)), stamp);
-  EXPECT_EQ(
-      std::dynamic_pointer_cast<ContactItem>(again->GetDefaultFolder(outlook::olFolderContacts)
-                                                 ->Items()
-                                                 ->Find("[FileAs] = \"LEE, ANN\""))
-          ->EntryID(),
-      id);
 
   // Another client changes the card, and adds one of its own without any of our properties.
   EXPECT_TRUE(editOnServer(client, members[0].href, "END:VCARD",
