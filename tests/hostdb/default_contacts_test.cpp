@@ -145,15 +145,6 @@ TEST_F(DefaultContactsTest, ContactWithoutACompanyOnlyGetsItsOwnFlagAndSummary) 
   EXPECT_TRUE(errors().errors.empty());
 }
 
-TEST_F(DefaultContactsTest, LookupFieldsAreTheUpperCaseContactColumnNames) {
-  for (const char* name :
-       {"DISPLAYNAME", "BUSINESSPHONE_MAIN", "HOMEPHONE_FAX", "ANNIVERSARY", "CONTACTCUSTOM5"})
-    EXPECT_TRUE(isContactLookupField(name)) << name;
-  for (const char* name : {"BusinessEmail", "businessemail", "MIDDLENAME", "CUSTOM1", "NOTES",
-                           "CONTACTCUSTOM6", "", " DISPLAYNAME"})
-    EXPECT_FALSE(isContactLookupField(name)) << name;
-}
-
 TEST_F(DefaultContactsTest, ScheduleColumnsTakeTheContactsValuesOfTypeThreeLookupsOnly) {
   changeDefaultContactChangeLookupFieldValue(20);  // no CustomFields row: nothing to write
   EXPECT_EQ(rows("SELECT Custom1 FROM Schedule ORDER BY ScheduleID;"), (Row{"x1", "y1", "z1"}));
