@@ -171,20 +171,6 @@ TEST_F(DefaultContactsTest, ScheduleColumnsTakeTheContactsValuesOfTypeThreeLooku
   EXPECT_TRUE(errors().errors.empty());
 }
 
-TEST_F(DefaultContactsTest, ClosedDatabaseDoesNothing) {
-  apartment().hostDb->closeDatabase();
-  EXPECT_EQ(checkForDefault(12, false), -1);
-  checkForDefault(11, true);
-  setContactAsDefault(20);
-  setNoContactAsDefault(11);
-  updateDefaultContactInfo(11);
-  changeDefaultContactChangeLookupFieldValue(20);
-  EXPECT_EQ(ui->pointers, (std::vector<int32_t>{}));
-  EXPECT_EQ(companyColumns(11), "Old|1|2|old@x");
-  EXPECT_EQ(defaults(), (Row{"0", "0", "0"}));
-  EXPECT_TRUE(errors().errors.empty());
-}
-
 TEST_F(DefaultContactsTest, AFailureInTheWalkIsReportedAndLeaves) {
   // A flag that cannot be read as a Boolean stops the walk of checkForDefault.
   sql("UPDATE Contacts SET DefaultContact = 'maybe' WHERE ContactID = 20;");
