@@ -43,7 +43,6 @@ void RecordingErrorService::enterProcedure(const std::string& location) {
 }
 
 void RecordingErrorService::leaveProcedure() {
-  ++leaves;
   if (!stack.empty()) stack.pop_back();
 }
 
@@ -350,6 +349,22 @@ int closedPort() {
   return ntohs(a.sin_port);
 }
 
+outlook::ContactItemPtr saveContact(outlook::Application& app, const std::string& fileAs,
+                                    const std::function<void(outlook::ContactItem&)>& fill) {
+  auto item = std::dynamic_pointer_cast<outlook::ContactItem>(app.CreateItem(outlook::olContactItem));
+  item->setFileAs(fileAs);
+  fill(*item);
+  item->Save();
+  return item;
+}
+
+std::map<std::string, std::string> filesUnder(const std::string& dir) {
+  std::map<std::string, std::string> out;
+  for (const auto& e : std::filesystem::recursive_directory_iterator(dir))
+    if (e.is_regular_file()) out[e.path().string()] = readFile(e.path().string());
+  return out;
+}
+
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), {});
@@ -382,7 +397,6 @@ void RecordingProgress::show() {
   note("show");
   shown_ = true;
   if (start_) start_();
-  handlerReturned = true;  // like a real dialog, it goes on after its handler
 }
 
 void RecordingProgress::close() {

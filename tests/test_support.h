@@ -5,12 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "base/error.h"
 #include "interfaces/data_access.h"
+#include "interfaces/object_model.h"
 #include "interfaces/progress.h"
 #include "interfaces/services.h"
 
@@ -38,7 +40,6 @@ class RecordingErrorService : public IErrorService {
   int32_t action = kActionLeave;
   std::vector<std::string> entered;  // every location entered, in order
   std::vector<std::string> stack;
-  int leaves = 0;
   int reports = 0;
   std::vector<RuntimeError> errors;
   std::vector<std::string> errorLocations;  // the procedure current at each error
@@ -165,6 +166,12 @@ inline int32_t errorOf(const std::function<void()>& f) {
 }
 // A port on 127.0.0.1 that nothing listens on (one just let go of).
 int closedPort();
+// A new contact of the store, filed as `fileAs` and given the rest by `fill`, saved.
+outlook::ContactItemPtr saveContact(
+    outlook::Application& app, const std::string& fileAs,
+    const std::function<void(outlook::ContactItem&)>& fill = [](outlook::ContactItem&) {});
+// Every file under the folder with its bytes.
+std::map<std::string, std::string> filesUnder(const std::string& dir);
 
 // Forwards every call to a real data access object, calling before(call, detail) first: the
 // statement of openRecordset, the field of readField, writeField, setNewField and findFirst,
@@ -269,7 +276,6 @@ class RecordingProgress : public IProgressDialog {
   void close() override;
 
   std::string failOn;
-  bool handlerReturned = false;
   std::vector<std::string> calls;  // settings, show and close; values only before show
   std::vector<std::string> statuses;
   ObjectPtr owner;

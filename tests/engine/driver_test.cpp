@@ -32,12 +32,8 @@ class DriverTest : public testing::HostTest {
     c().saveCompanyOutlookID(2, mapped2);
   }
   std::string put(const std::string& fileAs) {
-    auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
-        c().outlookApplication()->CreateItem(outlook::olContactItem));
-    item->setFileAs(fileAs);
-    item->setBody("kept note");
-    item->Save();
-    return item->EntryID();
+    auto setNote = [](outlook::ContactItem& i) { i.setBody("kept note"); };
+    return testing::saveContact(*c().outlookApplication(), fileAs, setNote)->EntryID();
   }
   outlook::ContactItemPtr item(const std::string& entryID) {
     auto folder = c().contactsFolder();

@@ -145,15 +145,6 @@ TEST_F(DefaultContactsTest, ContactWithoutACompanyOnlyGetsItsOwnFlagAndSummary) 
   EXPECT_TRUE(errors().errors.empty());
 }
 
-TEST_F(DefaultContactsTest, LookupFieldsAreTheUpperCaseContactColumnNames) {
-  for (const char* name :
-       {"DISPLAYNAME", "BUSINESSPHONE_MAIN", "HOMEPHONE_FAX", "ANNIVERSARY", "CONTACTCUSTOM5"})
-    EXPECT_TRUE(isContactLookupField(name)) << name;
-  for (const char* name : {"BusinessEmail", "businessemail", "MIDDLENAME", "CUSTOM1", "NOTES",
-                           "CONTACTCUSTOM6", "", " DISPLAYNAME"})
-    EXPECT_FALSE(isContactLookupField(name)) << name;
-}
-
 TEST_F(DefaultContactsTest, ScheduleColumnsTakeTheContactsValuesOfTypeThreeLookupsOnly) {
   changeDefaultContactChangeLookupFieldValue(20);  // no CustomFields row: nothing to write
   EXPECT_EQ(rows("SELECT Custom1 FROM Schedule ORDER BY ScheduleID;"), (Row{"x1", "y1", "z1"}));
@@ -177,20 +168,6 @@ TEST_F(DefaultContactsTest, ScheduleColumnsTakeTheContactsValuesOfTypeThreeLooku
   changeDefaultContactChangeLookupFieldValue(22);
   EXPECT_EQ(row(1), "|x2||x4|x5");
   EXPECT_EQ(ui->pointers.size(), 6u);
-  EXPECT_TRUE(errors().errors.empty());
-}
-
-TEST_F(DefaultContactsTest, ClosedDatabaseDoesNothing) {
-  apartment().hostDb->closeDatabase();
-  EXPECT_EQ(checkForDefault(12, false), -1);
-  checkForDefault(11, true);
-  setContactAsDefault(20);
-  setNoContactAsDefault(11);
-  updateDefaultContactInfo(11);
-  changeDefaultContactChangeLookupFieldValue(20);
-  EXPECT_EQ(ui->pointers, (std::vector<int32_t>{}));
-  EXPECT_EQ(companyColumns(11), "Old|1|2|old@x");
-  EXPECT_EQ(defaults(), (Row{"0", "0", "0"}));
   EXPECT_TRUE(errors().errors.empty());
 }
 

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "core/apartment.h"
+#include "hostdb/default_contacts.h"
+#include "hostdb/new_records.h"
 #include "test_support.h"
 
 namespace dossync::hostdb {
@@ -100,15 +102,31 @@ TEST_F(LookupsTest, CategoryNameWithAnEmptyHostCategoryReusesAnExistingCategory)
   EXPECT_EQ(rows("SELECT CategoryName FROM HostCategory;"), (std::vector<std::string>{"Imported"}));
 }
 
+// With the database closed, the look-ups, new records and default contacts answer their initial
+// results, report nothing and leave the file as it was.
 TEST_F(LookupsTest, AClosedDatabaseAnswersTheInitialResults) {
   apartment().hostDb->closeDatabase();
+  auto file = [&] {
+    return testing::readFile(host->hostPath) + testing::readFile(host->hostPath + "-wal");
+  };
+  const std::string before = file();
   EXPECT_EQ(getCompanyIDFromContactID(22), -1);
   EXPECT_EQ(getCompanyNameFromCompanyID(10), "");
   EXPECT_FALSE(validCompanyID(10));
   EXPECT_EQ(getAddressBookDossieraCategory(), 0);
   int32_t clients = 1;
   EXPECT_FALSE(doesThisCategoryBelongToCategory(1, clients));
+  EXPECT_EQ(addNewEntry(), 0);
+  EXPECT_EQ(addPersonnel("Jane Smith", 4, 10), 0);
+  EXPECT_EQ(addPersonnel("", 4, 10), 0);  // the closed database is seen before the blank name
+  EXPECT_EQ(checkForDefault(10, false), -1);
+  checkForDefault(12, true);
+  setContactAsDefault(20);
+  setNoContactAsDefault(10);
+  updateDefaultContactInfo(10);
+  changeDefaultContactChangeLookupFieldValue(20);
   EXPECT_TRUE(errors().errors.empty());
+  EXPECT_TRUE(file() == before);
 }
 
 }  // namespace

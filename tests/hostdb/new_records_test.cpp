@@ -63,20 +63,6 @@ TEST_F(NewRecordsTest, NewEntryCreatingTheHostCategoryFilesTheCompanyUnderZero) 
   EXPECT_EQ(one("SELECT CategoryNum FROM HostCategory;"), "8");
 }
 
-TEST_F(NewRecordsTest, ClosedDatabaseOrBlankNameAddsNothing) {
-  EXPECT_EQ(addPersonnel("", 7, 40), -1);
-  apartment().hostDb->closeDatabase();
-  EXPECT_EQ(addNewEntry(), 0);
-  EXPECT_EQ(addPersonnel("Jane Smith", 7, 40), 0);
-  EXPECT_EQ(addPersonnel("", 7, 40), 0);  // the closed database is seen first
-  EXPECT_EQ(one("SELECT count(*) FROM Companies;"), "2");
-  EXPECT_EQ(one("SELECT count(*) FROM ClientData;"), "1");
-  EXPECT_EQ(one("SELECT count(*) FROM Contacts;"), "1");
-  for (std::string table : kDetailTables)
-    EXPECT_EQ(one("SELECT count(*) FROM " + table + ";"), "0") << table;
-  EXPECT_TRUE(errors().errors.empty());
-}
-
 TEST_F(NewRecordsTest, PersonInACompanyInheritsItAndBecomesItsFirstDefault) {
   int32_t id = addPersonnel("Dr. Jane Smith", 7, 40);
   EXPECT_EQ(id, 61);
@@ -94,10 +80,11 @@ TEST_F(NewRecordsTest, PersonInACompanyInheritsItAndBecomesItsFirstDefault) {
   EXPECT_TRUE(errors().errors.empty());
 }
 
-TEST_F(NewRecordsTest, PersonOfNoKnownCompany) {
+TEST_F(NewRecordsTest, PersonOfNoKnownCompanyOrOfNoName) {
   // An unknown company still lands in CompanyNum, without name or inheritance; being the only
-  // contact of that number, the person is still made its default.
+  // contact of that number, the person is still made its default. A blank name adds no one.
   EXPECT_EQ(person(addPersonnel("Fay", std::nullopt, 99)), "|Fay|||Fay||99||0|1");
+  EXPECT_EQ(addPersonnel("", 7, 40), -1);
   EXPECT_EQ(one("SELECT count(*) FROM Companies;"), "2");
   EXPECT_EQ(person(addPersonnel("Gus")), "|Gus|||Gus||||0|0");
   EXPECT_TRUE(errors().errors.empty());

@@ -87,25 +87,6 @@ TEST(ReportStoreTest, ReportsWithoutNameMatchesRead) {
   EXPECT_EQ(plan.itemsPairedTwice, 0);
 }
 
-// Old reports go by count and by age; the one just written stays whatever the limits say.
-TEST(ReportStoreTest, OldReportsGoByCountAndAge) {
-  testing::TempDir dir;
-  fs::path folder = fs::path(dir.path()) / "reports";
-  RunPlan a = planWith("a"), b = planWith("b"), c = planWith("c");
-  writeReport(folder, a);
-  writeReport(folder, b);
-  auto old = fs::file_time_type::clock::now() - std::chrono::hours(24 * 10);
-  fs::last_write_time(folder / (a.id + ".json"), old);
-  writeReport(folder, c, ReportLimits{0, 5});
-  EXPECT_EQ(listReports(folder), (std::vector<std::string>{b.id, c.id}));
-  EXPECT_FALSE(fs::exists(folder / (a.id + ".txt")));
-  fs::last_write_time(folder / (b.id + ".json"), old);
-  fs::last_write_time(folder / (c.id + ".json"), old);
-  RunPlan d = planWith("d");
-  writeReport(folder, d, ReportLimits{1, 0});
-  EXPECT_EQ(listReports(folder), (std::vector<std::string>{d.id}));
-}
-
 // A report written as the run goes, `bytes` long (the store never reads it back).
 std::string writeStreamed(const fs::path& folder, int bytes, const ReportLimits& limits) {
   RunPlan plan = planWith("streamed");

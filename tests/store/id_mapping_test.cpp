@@ -20,13 +20,11 @@ class IdMappingTest : public testing::HostTest {
   }
   std::string putContact(const std::string& fileAs, const std::string& company,
                          const std::string& fullName = "") {
-    auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
-        c().outlookApplication()->CreateItem(outlook::olContactItem));
-    item->setFileAs(fileAs);
-    item->setCompanyName(company);
-    item->setFullName(fullName);
-    item->Save();
-    return item->EntryID();
+    auto fill = [&](outlook::ContactItem& i) {
+      i.setCompanyName(company);
+      i.setFullName(fullName);
+    };
+    return testing::saveContact(*c().outlookApplication(), fileAs, fill)->EntryID();
   }
   std::vector<std::string> mappings() {
     return querySql(host->syncPath,

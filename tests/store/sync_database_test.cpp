@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "core/apartment.h"
 #include "core/synchronization.h"
 #include "test_support.h"
 
@@ -40,21 +39,6 @@ TEST_F(SyncDatabaseTest, AMissingFileIsCreatedWithBothTablesThroughTheTemporaryF
             "DateLastSync DATETIME");
   EXPECT_TRUE(errors->errors.empty());
   EXPECT_TRUE(messages->shown.empty());
-
-  // The open database enforces the sizes and takes empty texts.
-  auto& db = apartment().syncDb;
-  int32_t h = db->openRecordset("SELECT OutlookSync.* From OutlookSync;", 1, 3);
-  db->addNew(h);
-  EXPECT_EQ(db->readField(h, "SyncID"), "1");
-  db->setNewField(h, "OutlookID", std::string(140, 'e'));  // an Exchange entry id
-  db->setNewField(h, "DataFileID", "");
-  EXPECT_THROW(db->setNewField(h, "DataFileID", std::string(21, 'd')), RuntimeError);
-  db->saveNew(h);
-  db->closeRecordset(h);
-  EXPECT_EQ(querySql(path,
-                     "SELECT length(OutlookID) || '/' || DataFileID || '/' || "
-                     "ifnull(CompanyNum, 'null') FROM OutlookSync;"),
-            (std::vector<std::string>{"140//null"}));
 }
 
 TEST_F(SyncDatabaseTest, AGoodFileIsKeptWithItsRowsAFileThatIsNotADatabaseIsReplaced) {

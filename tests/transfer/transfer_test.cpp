@@ -36,11 +36,7 @@ class TransferTest : public testing::HostTest {
         c().outlookNameSpace()->GetItemFromID(entryID, c().contactsFolder()->StoreID()));
   }
   std::string existing(const std::function<void(outlook::ContactItem&)>& fill) {
-    auto i = std::dynamic_pointer_cast<outlook::ContactItem>(
-        c().outlookApplication()->CreateItem(outlook::olContactItem));
-    fill(*i);
-    i->Save();
-    return i->EntryID();
+    return testing::saveContact(*c().outlookApplication(), "", fill)->EntryID();
   }
 };
 

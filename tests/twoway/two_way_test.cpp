@@ -32,9 +32,6 @@ class Notes : public IRunObserver {
   void lookupAnswered(Kind, FoundBy, const std::string&, const std::string&) override {}
   void recordFinished() override {}
   void recordAction(const std::string& action) override { actions.push_back(action); }
-  void conflict(const std::string&, const std::string&, const std::string&, const std::string&,
-                const std::string&) override {}
-  void recordNote(const std::string&) override {}
   void hostRowAdded(const std::string&, const std::vector<std::pair<std::string, std::string>>&) override {}
   void hostColumnChanged(const std::string&, const std::string&, const std::string&,
                          const std::string&) override {}
@@ -85,13 +82,10 @@ class TwoWayTest : public testing::HostTest {
   ContactItemPtr put(const std::string& fileAs, const std::string& company,
                      const std::string& fullName) {
     c().StartOutlook();
-    auto i = std::dynamic_pointer_cast<outlook::ContactItem>(
-        c().outlookApplication()->CreateItem(outlook::olContactItem));
-    i->setFileAs(fileAs);
-    i->setCompanyName(company);
-    i->setFullName(fullName);
-    i->Save();
-    return i;
+    return testing::saveContact(*c().outlookApplication(), fileAs, [&](outlook::ContactItem& i) {
+      i.setCompanyName(company);
+      i.setFullName(fullName);
+    });
   }
   int count(const std::string& table) { return std::stoi(one("SELECT COUNT(*) FROM " + table + ";")); }
   // Every file of the test's folder (databases, cards) with its time and bytes.

@@ -3,6 +3,9 @@
 #include "wizard/outlook_tree.h"
 #include "wizard_fixture.h"
 
+#include <filesystem>
+#include <fstream>
+
 namespace dossync {
 namespace {
 
@@ -152,80 +155,28 @@ TEST_F(ClientTreeTest, ARefusedNodeEndsTheFillWithWhatWasAdded) {
   EXPECT_EQ(tree->find("Company:12"), nullptr);
 }
 
-// ---- The Outlook contact tree, over a contacts folder made up in the test.
-
-class FakeContact : public outlook::ContactItem {
- public:
-  FakeContact(std::string id, std::string fileAs, std::string categories)
-      : id_(std::move(id)), fileAs_(std::move(fileAs)), categories_(std::move(categories)) {}
-  std::string EntryID() const override { return id_; }
-  void Save() override {}
-  std::string get(outlook::ContactProperty p) const override {
-    if (p == outlook::ContactProperty::FileAs) return fileAs_;
-    if (p == outlook::ContactProperty::FullName) return "Full " + id_;
-    if (p == outlook::ContactProperty::Categories) return categories_;
-    return "";
-  }
-  void set(outlook::ContactProperty, const std::string&) override {}
-  int32_t Gender() const override { return 0; }
-  void setGender(int32_t) override {}
-  value::Date Birthday() const override { return outlook::kNoDate; }
-  void setBirthday(const value::Date&) override {}
-  value::Date Anniversary() const override { return outlook::kNoDate; }
-  void setAnniversary(const value::Date&) override {}
-
- private:
-  std::string id_, fileAs_, categories_;
-};
-
-class FakeList : public outlook::Item {
- public:
-  int32_t Class() const override { return outlook::olDistributionList; }
-  std::string EntryID() const override { return "LIST"; }
-  void Save() override {}
-};
-
-class FakeItems : public outlook::Items {
- public:
-  std::vector<outlook::ItemPtr> items;
-  int32_t Count() override { return static_cast<int32_t>(items.size()); }
-  outlook::ItemPtr Item(int32_t i) override { return items.at(static_cast<size_t>(i - 1)); }
-  outlook::ItemPtr Find(const std::string&) override { return nullptr; }
-};
-
-class FakeFolder : public outlook::MAPIFolder {
- public:
-  std::shared_ptr<FakeItems> items = std::make_shared<FakeItems>();
-  std::shared_ptr<outlook::Items> Items() override { return items; }
-  std::string StoreID() const override { return "S"; }
-};
-
-class FakeNameSpace : public outlook::NameSpace {
- public:
-  std::shared_ptr<FakeFolder> folder = std::make_shared<FakeFolder>();
-  void Logon(std::optional<std::string>, std::optional<std::string>, std::optional<bool>,
-             std::optional<bool>) override {}
-  std::shared_ptr<outlook::MAPIFolder> GetDefaultFolder(int32_t) override { return folder; }
-  outlook::ItemPtr GetItemFromID(const std::string&, const std::string&) override {
-    return nullptr;
-  }
-};
+// ---- The Outlook contact tree, over cards written into the local store's folder.
 
 class OutlookTreeTest : public testing::HostTest {  // the host's progress dialog is silent
  protected:
   void SetUp() override {
     HostTest::SetUp();
-    auto& items = ns->folder->items->items;
-    items.push_back(std::make_shared<FakeContact>("A", "Ann", "Friends"));
-    items.push_back(std::make_shared<FakeList>());
-    items.push_back(std::make_shared<FakeContact>("B", "", ""));
-    items.push_back(std::make_shared<FakeContact>("C", "Cid", "Friends, Work"));
-    items.push_back(std::make_shared<FakeContact>("D", "Dee", "Friends"));
-    builder.OutlookNameSpace = ns;
+    // Three people filed under a category text each or none; one without a filing name; a group.
+    auto folder = std::filesystem::path(host->outlookRoot) / "default" / "contacts";
+    std::filesystem::create_directories(folder);
+    for (const auto& [file, lines] : std::vector<std::pair<std::string, std::string>>{
+             {"A", "X-DOSSYNC-FILEAS:Ann\nCATEGORIES:Friends\n"},
+             {"B", "FN:Full B\nX-DOSSYNC-FILEAS:\n"},
+             {"C", "X-DOSSYNC-FILEAS:Cid\nCATEGORIES:Friends,Work\n"},
+             {"D", "X-DOSSYNC-FILEAS:Dee\nCATEGORIES:Friends\n"},
+             {"LIST", "KIND:group\nFN:List\n"}})
+      std::ofstream(folder / (file + ".vcf"))
+          << "BEGIN:VCARD\nVERSION:4.0\nUID:" << file << "\n" << lines << "END:VCARD\n";
+    c().StartOutlook();
+    builder.OutlookNameSpace = c().outlookNameSpace();
     builder.treeViewControl = tree;
     builder.incProgressBar = [this](int32_t n) { progress.push_back(n); };
   }
-  std::shared_ptr<FakeNameSpace> ns = std::make_shared<FakeNameSpace>();
   std::shared_ptr<TreeView> tree = std::make_shared<TreeView>();
   wizard::clsOutlookContactTree builder;
   std::vector<int32_t> progress;

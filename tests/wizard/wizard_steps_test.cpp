@@ -172,11 +172,8 @@ TEST_F(WizardTest, WithNeitherDirectionChosenNextLoadsNothingButStillAppliesTheS
 
 TEST_F(WizardTest, NextFromTheOutlookDirectionFillsTheTreeFromOutlook) {
   c().StartOutlook();
-  auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
-      c().outlookApplication()->CreateItem(outlook::olContactItem));
-  item->setFileAs("Zed Outlook");
-  item->setCategories("Friends");
-  item->Save();
+  auto item = testing::saveContact(*c().outlookApplication(), "Zed Outlook",
+                                   [](outlook::ContactItem& i) { i.setCategories("Friends"); });
   c().StopOutlook();
 
   start();

@@ -80,19 +80,6 @@ class QtWizardTest : public testing::WizardTest {
   std::shared_ptr<qt::QtWizard> qtForm;
 };
 
-// Every file under the folder with its bytes.
-std::map<std::string, std::string> filesUnder(const std::string& dir) {
-  std::map<std::string, std::string> out;
-  for (const auto& e : std::filesystem::recursive_directory_iterator(dir)) {
-    if (!e.is_regular_file()) continue;
-    std::ifstream in(e.path(), std::ios::binary);
-    std::ostringstream bytes;
-    bytes << in.rdbuf();
-    out[e.path().string()] = bytes.str();
-  }
-  return out;
-}
-
 TEST_F(QtWizardTest, TickingACategoryInTheTreeWidgetSelectsItsCompaniesAndFinishSynchronises) {
   qt::WizardDialog& dialog = qtForm->dialog();
   bool ran = false;
@@ -177,10 +164,7 @@ TEST_F(QtWizardTest, OptionButtonsTextBoxesAndTheSchemeListReachTheForm) {
 TEST_F(QtWizardTest, ShowWhatWillChangePreviewsTheRunOfFinishAndChangesNoFile) {
   app::wizardRunDialogs(c(), "vdir:" + host->outlookRoot)(*qtForm);
   c().StartOutlook();  // the store exists, with one contact that must stay as it is
-  auto kept = std::dynamic_pointer_cast<outlook::ContactItem>(
-      c().outlookApplication()->CreateItem(outlook::olContactItem));
-  kept->setFileAs("Kept Contact");
-  kept->Save();
+  testing::saveContact(*c().outlookApplication(), "Kept Contact");
   c().StopOutlook();
   qt::WizardDialog& dialog = qtForm->dialog();
   std::string title, summary, plan;
@@ -189,14 +173,14 @@ TEST_F(QtWizardTest, ShowWhatWillChangePreviewsTheRunOfFinishAndChangesNoFile) {
     item("Corporations")->setCheckState(0, Qt::Checked);
     button("cmdNav", 3)->click();
     ASSERT_TRUE(button("cmdPreview")->isVisibleTo(&dialog));
-    auto before = filesUnder(dir.path());
+    auto before = testing::filesUnder(dir.path());
     onDialog("What will change", [&](QWidget& shown) {
       title = shown.windowTitle().toStdString();
       summary = shown.findChild<QLabel*>("summary")->text().toStdString();
       plan = shown.findChild<QPlainTextEdit*>("plan")->toPlainText().toStdString();
     });
     button("cmdPreview")->click();
-    EXPECT_EQ(filesUnder(dir.path()), before);
+    EXPECT_EQ(testing::filesUnder(dir.path()), before);
     button("cmdNav", 1)->click();
   };
   qtForm->startWizard(c());
@@ -210,12 +194,10 @@ TEST_F(QtWizardTest, ShowWhatWillChangePreviewsTheRunOfFinishAndChangesNoFile) {
 TEST_F(QtWizardTest, FinishFromOutlookPairsTheCompanyMadeAndLinksItsReport) {
   app::wizardRunDialogs(c(), "vdir:" + host->outlookRoot)(*qtForm);
   c().StartOutlook();
-  auto card = std::dynamic_pointer_cast<outlook::ContactItem>(
-      c().outlookApplication()->CreateItem(outlook::olContactItem));
-  card->setFileAs("Harbour Printing");
-  card->setCompanyName("Harbour Printing");
-  card->Save();
-  std::string entryID = card->EntryID();
+  std::string entryID =
+      testing::saveContact(*c().outlookApplication(), "Harbour Printing", [](auto& i) {
+        i.setCompanyName("Harbour Printing");
+      })->EntryID();
   c().StopOutlook();
   qt::WizardDialog& dialog = qtForm->dialog();
   QString reportLabel;

@@ -34,11 +34,7 @@ class CardDavStoreTest : public testing::RadicaleSuite {
     return session;
   }
   std::shared_ptr<ContactItem> create(const std::string& fileAs) {
-    auto item =
-        std::dynamic_pointer_cast<ContactItem>(apps.back()->CreateItem(outlook::olContactItem));
-    item->setFileAs(fileAs);
-    item->Save();
-    return item;
+    return testing::saveContact(*apps.back(), fileAs);
   }
   // Another CardDAV client, straight on the server.
   DavClient other() {
@@ -85,12 +81,6 @@ TEST_F(CardDavStoreTest, SavesReachTheServerAndLogonsFetchOnlyWhatChanged) {
   auto again = logon();
   ASSERT_NE(byId(again, id), nullptr);
   EXPECT_EQ(fs::last_write_time(copyOf(file)), stamp);
-  EXPECT_EQ(
-      std::dynamic_pointer_cast<ContactItem>(again->GetDefaultFolder(outlook::olFolderContacts)
-                                                 ->Items()
-                                                 ->Find("[FileAs] = \"LEE, ANN\""))
-          ->EntryID(),
-      id);
 
   // Another client changes the card, and adds one of its own without any of our properties.
   EXPECT_TRUE(editOnServer(client, members[0].href, "END:VCARD",
@@ -117,29 +107,8 @@ TEST_F(CardDavStoreTest, SavesReachTheServerAndLogonsFetchOnlyWhatChanged) {
   EXPECT_TRUE(client.listMembers().empty());
 }
 
-TEST_F(CardDavStoreTest, AChangeMadeOnTheServerMeanwhileIsMergedNotLost) {
-  auto session = logon();
-  auto ann = create("Lee, Ann");
-  ann->setEmail1Address("ann@lee.example");
-  ann->Save();
-  auto item = byId(session, ann->EntryID());
-
-  // Between our read and our write another client adds a nickname and a job title.
-  auto client = other();
-  auto href = client.listMembers().at(0).href;
-  ASSERT_TRUE(editOnServer(client, href, "END:VCARD", "NICKNAME:annie\r\nTITLE:Partner\r\nEND:VCARD"));
-
-  item->setBusinessTelephoneNumber("613-555-0100");
-  item->setEmail1Address("");
-  item->Save();  // 412 first, then merged into their version
-  std::string now = client.get(href).data;
-  EXPECT_NE(now.find("NICKNAME:annie"), std::string::npos) << now;
-  EXPECT_NE(now.find("TITLE:Partner"), std::string::npos) << now;
-  EXPECT_NE(now.find("613-555-0100"), std::string::npos) << now;
-  EXPECT_EQ(now.find("ann@lee.example"), std::string::npos) << now;
-  EXPECT_EQ(byId(logon(), ann->EntryID())->JobTitle(), "Partner");
-}
-
+// Between our read and our write another client changes the card: our save meets a 412 and is
+// merged into their version, what only they changed (a new nickname) kept whatever the rule.
 TEST_F(CardDavStoreTest, APropertyBothChangedKeepsTheValueTheRuleNames) {
   for (bool serverWins : {false, true}) {
     SCOPED_TRACE(serverWins ? "the server's value wins" : "ours wins");
@@ -154,7 +123,7 @@ TEST_F(CardDavStoreTest, APropertyBothChangedKeepsTheValueTheRuleNames) {
     for (const auto& m : client.listMembers())
       if (client.get(m.href).data.find(serverWins ? "Lee" : "Ray") != std::string::npos)
         href = m.href;
-    ASSERT_TRUE(editOnServer(client, href, "TITLE:Clerk", "TITLE:Manager"));
+    ASSERT_TRUE(editOnServer(client, href, "TITLE:Clerk", "TITLE:Manager\r\nNICKNAME:annie"));
 
     item->setJobTitle("Partner");
     item->setDepartment("Audit");
@@ -162,6 +131,7 @@ TEST_F(CardDavStoreTest, APropertyBothChangedKeepsTheValueTheRuleNames) {
     auto now = byId(logon(), ann->EntryID());
     EXPECT_EQ(now->JobTitle(), serverWins ? "Manager" : "Partner");
     EXPECT_EQ(now->Department(), "Audit");  // changed on one side only: ours reaches the server
+    EXPECT_NE(client.get(href).data.find("NICKNAME:annie"), std::string::npos);
   }
 }
 

@@ -39,16 +39,11 @@ TEST(OdbcEngineTest, OpeningReportsWhatIsWrongWithTheFileNamingIt) {
   RuntimeError e = testing::thrown([&] { odbc::OdbcEngine engine(missing); });
   EXPECT_EQ(e.number(), kCannotOpenDatabase);
   EXPECT_NE(e.description().find("'" + missing + "'"), std::string::npos) << e.description();
-  EXPECT_FALSE(fs::exists(missing));  // the driver would have made it
   std::ofstream(text) << "definitely not a database file, only text ...";
   e = testing::thrown([&] { odbc::OdbcEngine engine(text); });
   EXPECT_EQ(e.number(), kNotADatabase);
   EXPECT_NE(e.description().find("'" + text + "'"), std::string::npos) << e.description();
   EXPECT_NE(e.description().find("not a database"), std::string::npos) << e.description();
-  odbc::OdbcDataAccess db;
-  db.setDatabaseLocation(text);
-  EXPECT_FALSE(db.openDatabase(2));
-  EXPECT_NE(db.lastError().find("text.db"), std::string::npos);
 }
 
 // Text beyond ASCII (and beyond the 16-bit plane), long text and a parameter used twice go in

@@ -50,12 +50,9 @@ class VdirStoreTest : public ::testing::Test {
     EXPECT_NE(item, nullptr);
     return item;
   }
-  std::shared_ptr<ContactItem> saved(const std::shared_ptr<outlook::Application>& a,
-                                     const std::string& fileAs) {
-    auto c = newContact(a);
-    c->setFileAs(fileAs);
-    c->Save();
-    return c;
+  static std::shared_ptr<ContactItem> saved(const std::shared_ptr<outlook::Application>& a,
+                                            const std::string& fileAs) {
+    return testing::saveContact(*a, fileAs);
   }
   fs::path contactsDir(const std::string& profile = "default") const {
     return fs::path(root.path()) / profile / "contacts";
@@ -195,31 +192,9 @@ TEST_F(VdirStoreTest, EveryCardHasADisplayNameAndCompaniesShowAsCompanies) {
   EXPECT_EQ(reread(theirs)->FullName(), "");
 }
 
-TEST_F(VdirStoreTest, MalformedFilesAreReportedOnceAndSkipped) {
-  auto app = open();
-  saved(app, "Alpha");
-  saved(app, "Omega");
-  writeFile(contactsDir() / "broken.vcf", "BEGIN:VCARD\r\nthis line has no colon\r\nEND:VCARD\r\n");
-  writeFile(contactsDir() / "empty.vcf", "");
-  writeFile(contactsDir() / "notes.txt", "not a card at all");
-
-  auto fresh = open();
-  auto items = contacts(fresh);
-  EXPECT_EQ(items->Count(), 2);
-  for (int i = 1; i <= items->Count(); ++i) EXPECT_EQ(items->Item(i)->Class(), outlook::olContact);
-  EXPECT_NE(find(items, "Omega"), nullptr);
-  EXPECT_EQ(find(items, "broken"), nullptr);
-  // A rescan (the folder changed) does not report the same bad files again.
-  writeFile(contactsDir() / "new.vcf", card("UID:new\r\nFN:New\r\n"));
-  EXPECT_EQ(contacts(fresh)->Count(), 3);
-  ASSERT_EQ(warnings.size(), 2u);
-  std::sort(warnings.begin(), warnings.end());
-  EXPECT_NE(warnings[0].find((contactsDir() / "broken.vcf").string()), std::string::npos);
-  EXPECT_NE(warnings[0].find("line 2"), std::string::npos) << warnings[0];
-  EXPECT_NE(warnings[1].find("empty.vcf"), std::string::npos);
-}
-
-// A large folder is read by two threads; what each finds is the same as one would.
+// A large folder is read by two threads; what each finds is the same as one would. Files that
+// are not cards are skipped, each reported once (naming the file and line), not again when the
+// folder is read anew; files that are not named as cards are not read.
 TEST_F(VdirStoreTest, ALargeFolderIsIndexedWholeWithItsBadFilesReported) {
   fs::create_directories(contactsDir());
   for (int i = 0; i < 600; ++i) {
@@ -228,23 +203,34 @@ TEST_F(VdirStoreTest, ALargeFolderIsIndexedWholeWithItsBadFilesReported) {
               card("UID:u" + n + "\r\nFN:N " + n + "\r\nX-DOSSYNC-FILEAS:File " + n + "\r\n"));
   }
   writeFile(contactsDir() / "c300x.vcf", "BEGIN:VCARD\r\nno colon\r\nEND:VCARD\r\n");
-  writeFile(contactsDir() / "c599x.vcf", "BEGIN:VCARD\r\n");
-  auto items = contacts(open());
+  writeFile(contactsDir() / "c599x.vcf", "");
+  writeFile(contactsDir() / "notes.txt", "not a card at all");
+  auto app = open();
+  auto items = contacts(app);
   EXPECT_EQ(items->Count(), 600);
   for (int i : {0, 299, 300, 599}) {
     auto c = find(items, "File " + std::to_string(i));
     ASSERT_NE(c, nullptr) << i;
     EXPECT_EQ(c->EntryID(), "u" + std::to_string(i));
+    EXPECT_EQ(c->Class(), outlook::olContact);
   }
-  EXPECT_EQ(warnings.size(), 2u);
+  writeFile(contactsDir() / "new.vcf", card("UID:new\r\nFN:New\r\n"));
+  EXPECT_EQ(contacts(app)->Count(), 601);
+  ASSERT_EQ(warnings.size(), 2u);
+  std::sort(warnings.begin(), warnings.end());
+  EXPECT_NE(warnings[0].find((contactsDir() / "c300x.vcf").string()), std::string::npos);
+  EXPECT_NE(warnings[0].find("line 2"), std::string::npos) << warnings[0];
+  EXPECT_NE(warnings[1].find("c599x.vcf"), std::string::npos);
 }
 
-// Find takes the name between the outer quotes literally, folds case as the text rule does, and
-// answers the first of several matches in file order, which is also the order Item walks.
+// Find takes the name between the outer quotes literally, folds case as the text rule does (an
+// accent still makes another letter), and answers the first of several matches in file order,
+// which is also the order Item walks. The CardDAV store finds through this same index.
 TEST_F(VdirStoreTest, FindTakesTheNameLiterallyAndAnswersTheFirstMatchInFileOrder) {
   auto app = open();
   const std::vector<std::string> names = {
       "O'Brien, \"Bob\"", "[Acme] = \"x\"", "  padded  ", "Smith, John", "=", "\"", "Ünïcode; ok",
+      "ÉCOLE DUPONT", "ΟΔΥΣΣΕΥΣ",
   };
   std::map<std::string, std::string> ids;
   for (const auto& n : names) ids[n] = saved(app, n)->EntryID();
@@ -258,6 +244,9 @@ TEST_F(VdirStoreTest, FindTakesTheNameLiterallyAndAnswersTheFirstMatchInFileOrde
       EXPECT_EQ(hit->EntryID(), ids[n]) << n;
     }
     EXPECT_EQ(idOf(find(items, "tWiN")), twins.front());
+    EXPECT_EQ(idOf(find(items, "école dupont")), ids["ÉCOLE DUPONT"]);
+    EXPECT_EQ(idOf(find(items, "οδυσσευς")), ids["ΟΔΥΣΣΕΥΣ"]);
+    EXPECT_EQ(find(items, "Ecole Dupont"), nullptr);
     EXPECT_EQ(find(items, "padded"), nullptr);
     EXPECT_NE(items->Find("  [FileAs]=\"Smith, John\"  "), nullptr);
     EXPECT_THROW(items->Find("[LastName] = \"Smith\""), RuntimeError);
