@@ -4,10 +4,11 @@
 // the synchronisations): reading every row of the practice's companies and contacts, writing N
 // card-sized files (temporary file, then rename) plus N single-row SQLite commits in WAL mode,
 // and one flush of the files to the disk (a run may commit no pairing before the card it names
-// is on the disk). The floor without the read and the flush is shown beside it. Each synchronisation runs in a child process of its own
-// (peak memory: bench/child_run.h). Last, what the run's report costs (what the command line
-// does on every run): a fresh synchronisation watched by the reporting recorder, its report
-// written, as a ratio to the fresh one without.
+// is on the disk). The floor without the read and the flush is shown beside it. Each
+// synchronisation runs in a child process of its own (peak memory: bench/child_run.h). Last,
+// what the run's report costs (what the command line does on every run): a fresh
+// synchronisation watched by the reporting recorder, its report written, as a ratio to the
+// fresh one without.
 // With --cli PATH, each synchronisation is that program run as a user runs it ("dossync sync
 // --select all", its own HOME and XDG folders, its report written unless --no-reports): the
 // time is the whole program's, from its start to its end; the last run of each turn is a fresh

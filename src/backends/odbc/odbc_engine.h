@@ -87,7 +87,7 @@ class OdbcEngine : public sql::Engine {
   OdbcEngine(const OdbcEngine&) = delete;
   OdbcEngine& operator=(const OdbcEngine&) = delete;
 
-  static constexpr int kBusyTimeoutMs = 20000;
+  static constexpr int kBusyTimeoutMs = sql::kLockWaitMs;
   static constexpr int kBusyRetries = 3;
 
   Flavour flavour() const { return flavour_; }

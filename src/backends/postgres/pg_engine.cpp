@@ -397,7 +397,7 @@ bool PgEngine::begin() {
 
 bool PgEngine::beginWriting() {
   if (inTransaction()) return false;
-  auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWritersWaitMs);
+  auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(sql::kLockWaitMs);
   auto pause = std::chrono::milliseconds(1);
   const std::string take = "SELECT pg_try_advisory_lock(" + std::to_string(kWritersLock) + ");";
   for (;;) {

@@ -68,10 +68,9 @@ class PgEngine : public sql::Engine {
   // Rows lock one by one here, so two programs that each write this database and another one
   // could each hold a lock the other waits for. Ours take a writers' lock of their own first
   // (a session advisory lock, taken before the snapshot begins so that the snapshot shows what
-  // the last holder committed), let go when the transaction ends. Waits as long as a SQLite
-  // statement would (kWritersWaitMs); false when the lock did not come.
+  // the last holder committed), let go when the transaction ends. Waits as long as a statement
+  // waits for a lock (sql::kLockWaitMs); false when the lock did not come.
   static constexpr int64_t kWritersLock = 1146311509;
-  static constexpr int kWritersWaitMs = 20000;
   bool beginWriting() override;
   Expected<void> commit() override;
   void rollback() override;

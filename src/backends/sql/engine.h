@@ -49,6 +49,9 @@ class EngineStatement {
   virtual std::string errorMessage() const = 0;
 };
 
+// How long a statement waits at most for a lock another connection holds, on every engine.
+inline constexpr int kLockWaitMs = 20000;
+
 class Engine {
  public:
   virtual ~Engine() = default;

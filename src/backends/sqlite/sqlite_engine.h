@@ -28,7 +28,7 @@ class SqliteEngine : public sql::Engine {
   // Each statement waits at most kBusyTimeoutMs for a lock another process holds, and one that
   // did nothing meanwhile is tried again at most kBusyRetries times; a key is taken in at most
   // kReserveAttempts tries.
-  static constexpr int kBusyTimeoutMs = 20000;
+  static constexpr int kBusyTimeoutMs = sql::kLockWaitMs;
   static constexpr int kBusyRetries = 3;
   static constexpr int kReserveAttempts = KeyReserver::kAttempts;
 
