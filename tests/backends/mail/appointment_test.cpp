@@ -42,9 +42,15 @@ TEST_F(CreateAppointmentTest, SendStoresOneEventInTheProfileCalendar) {
     EXPECT_NE(ics.find(line), std::string::npos) << line << " in\n" << ics;
 }
 
-TEST(VdirAppointment, EndBeforeStartIsRefusedAndNothingWritten) {
+// A new item starts on the coming half hour for thirty minutes; one that ends before it starts
+// is refused and nothing is written.
+TEST(VdirAppointment, NewItemsTakeTheNextHalfHourAndEndBeforeStartIsRefused) {
   testing::TempDir dir;
   vdir::VdirAppointmentItem item(dir.path());
+  value::Date s = item.Start(), e = item.End();
+  EXPECT_TRUE((s.minute == 0 || s.minute == 30) && s.second == 0);
+  EXPECT_GE(s, value::now());
+  EXPECT_EQ((e.hour * 60 + e.minute - s.hour * 60 - s.minute + 1440) % 1440, 30);
   item.setStart({2025, 3, 14, 11, 0, 0});
   item.setEnd({2025, 3, 14, 10, 0, 0});
   EXPECT_THROW(item.Send(), RuntimeError);
@@ -57,15 +63,6 @@ TEST(VdirAppointment, EndBeforeStartIsRefusedAndNothingWritten) {
   item.Delete();
   EXPECT_TRUE(icsFiles(dir.path()).empty());
   EXPECT_THROW(item.Save(), RuntimeError);
-}
-
-TEST(VdirAppointment, ANewItemStartsOnTheHalfHourForThirtyMinutes) {
-  testing::TempDir dir;
-  vdir::VdirAppointmentItem item(dir.path());
-  value::Date s = item.Start(), e = item.End();
-  EXPECT_TRUE((s.minute == 0 || s.minute == 30) && s.second == 0);
-  EXPECT_GE(s, value::now());
-  EXPECT_EQ((e.hour * 60 + e.minute - s.hour * 60 - s.minute + 1440) % 1440, 30);
 }
 
 }  // namespace
