@@ -147,19 +147,6 @@ TEST_F(SchemeLoadTest, PickingAHostSchemeLoadsItsSettingsAndItems) {
   EXPECT_EQ(d->checkedKeys(), (std::vector<std::string>{"Contact:22"}));
 }
 
-TEST_F(SchemeLoadTest, PickingAnOutlookSchemeReadsTheOutlookIDs) {
-  scheme(7, "Import", "'DF1'", 3, 1,
-         "INSERT INTO OutlookSync (SchemeNum, CompanyNum, OutlookID) VALUES (7, 10, 'AAA'), "
-         "(7, NULL, 'BBB');");
-  openList();
-  ASSERT_TRUE(d->pick("Import"));
-  EXPECT_EQ(c().SyncDirectionType(), 3);
-  EXPECT_TRUE(d->value("optSynchDirection", 3));
-  EXPECT_FALSE(d->value("optSynchDirection", 2));
-  EXPECT_EQ(selection().entries(),
-            (std::vector<SelectionCollection::Entry>{{"", "", "AAA"}, {"", "", "BBB"}}));
-}
-
 TEST_F(SchemeLoadTest, ASchemeOfAnotherDataFileLoadsItsItemsButNotItsSettings) {
   scheme(8, "Foreign", "'OTHER'", 2, 2,
          "INSERT INTO OutlookSync (SchemeNum, CompanyNum) VALUES (8, 13);");
@@ -233,8 +220,11 @@ TEST_F(SchemeLoadTest, DeleteRemovesTheChosenSchemeAndResets) {
   ASSERT_EQ(shown().size(), 1u);
   host->messages->shown.clear();
 
-  ASSERT_TRUE(d->pick("Old"));
+  ASSERT_TRUE(d->pick("Old"));  // an Outlook scheme: its rows give the Outlook IDs
   EXPECT_EQ(c().SyncDirectionType(), 3);
+  EXPECT_TRUE(d->value("optSynchDirection", 3) && !d->value("optSynchDirection", 2));
+  EXPECT_EQ(selection().entries(),
+            (std::vector<SelectionCollection::Entry>{{"", "", "A"}, {"", "", "B"}}));
   ASSERT_TRUE(d->click("cmdDeleteScheme"));
   EXPECT_TRUE(shown().empty());  // no confirmation, no message
   EXPECT_EQ(q("SELECT SchemeName FROM OutlookScheme;"), (std::vector<std::string>{"Kept"}));
