@@ -23,7 +23,9 @@ class SyncDatabaseTest : public testing::ComponentFixture {
   std::string path = dir.file("sync.db");
 };
 
-TEST_F(SyncDatabaseTest, AMissingFileIsCreatedWithBothTablesThroughTheTemporaryFile) {
+// A missing file is made with both tables, through the temporary file an earlier run may have
+// left behind.
+TEST_F(SyncDatabaseTest, AMissingOrBrokenFileIsMadeAGoodOneKeptWithItsRows) {
   std::ofstream(dir.file("Temp.mdb")) << "left over from an earlier run";
   component->setSyncDatabaseLocation(path);
   EXPECT_TRUE(component->syncDatabaseOpen());
@@ -39,10 +41,8 @@ TEST_F(SyncDatabaseTest, AMissingFileIsCreatedWithBothTablesThroughTheTemporaryF
             "DateLastSync DATETIME");
   EXPECT_TRUE(errors->errors.empty());
   EXPECT_TRUE(messages->shown.empty());
-}
 
-TEST_F(SyncDatabaseTest, AGoodFileIsKeptWithItsRowsAFileThatIsNotADatabaseIsReplaced) {
-  component->setSyncDatabaseLocation(path);
+  // A good file is kept with its rows; a file that is not a database is replaced.
   testing::execSql(path, "INSERT INTO OutlookScheme (SchemeName) VALUES ('kept');");
   component->setSyncDatabaseLocation(path);
   EXPECT_TRUE(component->syncDatabaseOpen());
