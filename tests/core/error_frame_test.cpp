@@ -56,6 +56,13 @@ TEST_F(ErrorFrameTest, TheServicesActionDecidesWhetherTheProcedureGoesOn) {
   // Exit Program raises the event on the current component, then leaves.
   EXPECT_EQ(raised, 1);
   EXPECT_TRUE(service->stack.empty());
+
+  // Without a service nothing is recorded and an error leaves silently.
+  resetApartment();
+  ErrorFrame f("a");
+  EXPECT_FALSE(f.step([] { throw RuntimeError(kOverflow, "x"); }));
+  EXPECT_TRUE(f.leaving());
+  EXPECT_EQ(service->errors.size(), 5u);
 }
 
 TEST_F(ErrorFrameTest, ForeignExceptionsBecomeRuntimeErrors) {
@@ -64,13 +71,6 @@ TEST_F(ErrorFrameTest, ForeignExceptionsBecomeRuntimeErrors) {
   ASSERT_EQ(service->errors.size(), 1u);
   EXPECT_EQ(service->errors[0].number(), kInvalidProcedureCall);
   EXPECT_EQ(service->errors[0].description(), "index 9");
-}
-
-TEST(ErrorFrameWithoutService, NothingIsRecordedAndErrorsLeaveSilently) {
-  resetApartment();
-  ErrorFrame f("a");
-  EXPECT_FALSE(f.step([] { throw RuntimeError(kOverflow, "x"); }));
-  EXPECT_TRUE(f.leaving());
 }
 
 // Work behind the procedures' back (cards being written) is done before a group of pairings
