@@ -358,13 +358,6 @@ outlook::ContactItemPtr saveContact(outlook::Application& app, const std::string
   return item;
 }
 
-std::map<std::string, std::string> filesUnder(const std::string& dir) {
-  std::map<std::string, std::string> out;
-  for (const auto& e : std::filesystem::recursive_directory_iterator(dir))
-    if (e.is_regular_file()) out[e.path().string()] = readFile(e.path().string());
-  return out;
-}
-
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), {});

@@ -170,8 +170,6 @@ int closedPort();
 outlook::ContactItemPtr saveContact(
     outlook::Application& app, const std::string& fileAs,
     const std::function<void(outlook::ContactItem&)>& fill = [](outlook::ContactItem&) {});
-// Every file under the folder with its bytes.
-std::map<std::string, std::string> filesUnder(const std::string& dir);
 
 // Forwards every call to a real data access object, calling before(call, detail) first: the
 // statement of openRecordset, the field of readField, writeField, setNewField and findFirst,

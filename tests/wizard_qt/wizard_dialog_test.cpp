@@ -26,6 +26,14 @@
 namespace dossync {
 namespace {
 
+// Every file under the folder with its bytes.
+std::map<std::string, std::string> filesUnder(const std::string& dir) {
+  std::map<std::string, std::string> out;
+  for (const auto& e : std::filesystem::recursive_directory_iterator(dir))
+    if (e.is_regular_file()) out[e.path().string()] = testing::readFile(e.path().string());
+  return out;
+}
+
 class QtWizardTest : public testing::WizardTest {
  protected:
   static void SetUpTestSuite() {
@@ -173,14 +181,14 @@ TEST_F(QtWizardTest, ShowWhatWillChangePreviewsTheRunOfFinishAndChangesNoFile) {
     item("Corporations")->setCheckState(0, Qt::Checked);
     button("cmdNav", 3)->click();
     ASSERT_TRUE(button("cmdPreview")->isVisibleTo(&dialog));
-    auto before = testing::filesUnder(dir.path());
+    auto before = filesUnder(dir.path());
     onDialog("What will change", [&](QWidget& shown) {
       title = shown.windowTitle().toStdString();
       summary = shown.findChild<QLabel*>("summary")->text().toStdString();
       plan = shown.findChild<QPlainTextEdit*>("plan")->toPlainText().toStdString();
     });
     button("cmdPreview")->click();
-    EXPECT_EQ(testing::filesUnder(dir.path()), before);
+    EXPECT_EQ(filesUnder(dir.path()), before);
     button("cmdNav", 1)->click();
   };
   qtForm->startWizard(c());
