@@ -22,15 +22,8 @@ item_of() { "$bin" contacts list "${ol[@]}" | awk -F'\t' -v n="$1" '$2 == n { pr
 prop() { "$bin" contacts show "$1" "${ol[@]}" --json | jq -r ".$2"; }
 put() { "$bin" contacts put "${ol[@]}" --json - >/dev/null; }
 name_of() { hq "SELECT \"CompanyName\" FROM \"Companies\" WHERE \"CompanyID\" = $1;"; }
-# Everything a run may change: the host's rows, the pairs, the cards; and the requests that
-# write, as the server logged them (0 for the vCard folder).
-if [[ $host_kind == sqlite ]]; then
-  dump() { sqlite3 "$1" .dump | md5sum; }
-else
-  dump() { /usr/lib/postgresql/15/bin/pg_dump --data-only "$1" | grep -v '^--\|^\\\(un\)\?restrict' | md5sum; }
-fi
-state() { echo "$(dump "$h") $(dump "$s") $(cd "$cards" && cat ./*.vcf 2>/dev/null | md5sum)"; }
-writes() { grep -Ec '\] (PUT|DELETE|MKCOL|PROPPATCH|MOVE|COPY) request' "$work/radicale/radicale.log" 2>/dev/null || echo 0; }
+# Everything a run may change: the host's rows, the pairs, the cards.
+state() { echo "$(host_dump "$h") $(host_dump "$s") $(cd "$cards" && cat ./*.vcf 2>/dev/null | md5sum)"; }
 # The records of a report or preview (--json): kind, key, name, action, changes, conflicts; the
 # entry ids new items get differ between the two.
 plan_of() {
@@ -172,11 +165,11 @@ contacts=$(hq 'SELECT count(*) FROM "Contacts";')
 # writes nothing anywhere (e-mail addresses, dates and genders compare equal as it wrote them).
 "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress --info 7 --scheme 2 >/dev/null ||
   bad "contacts: one-way run"
-before="$(dump "$h") $(cd "$cards" && cat ./*.vcf | md5sum)" w=$(writes)
+before="$(host_dump "$h") $(cd "$cards" && cat ./*.vcf | md5sum)" w=$(writes)
 run "contacts: first run" 0 --info 7 --scheme 2
 has "contacts: first run writes nothing" "$(out)" "records $contacts, create-item 0, update-item 0, create-company 0, create-contact 0, update-company 0, update-contact 0, update-both 0,"
 has "contacts: first run, no conflict" "$(out)" ", conflicts 0, errors 0,"
-same "contacts: first run changes no byte" "$(dump "$h") $(cd "$cards" && cat ./*.vcf | md5sum)" "$before"
+same "contacts: first run changes no byte" "$(host_dump "$h") $(cd "$cards" && cat ./*.vcf | md5sum)" "$before"
 same "contacts: first run sends no write" "$(writes)" "$w"
 same "contacts: a card each" "$(cards)" "$contacts"
 
