@@ -23,17 +23,14 @@ on_server() {  # how many cards the book holds
     '<propfind xmlns="DAV:"><prop><getetag/></prop></propfind>' "$store_url/$1/" | grep -o '\.vcf</' | wc -l
 }
 
-# A refused logon is one clear error before anything is opened.
+# A refused logon is one error before anything is opened (its message: DavClientTest).
 "$bin" sync --host-db "$h" --sync-db "$s" --outlook "carddav:$store_url/book/" --profile alice \
   --password wrong --no-progress --select all >"$work/out" 2>"$work/err"
 same "wrong password exit" $? 1
-has "wrong password says so" "$(cat "$work/err")" "refused the logon of alice"
-has "and names the server" "$(cat "$work/err")" "127.0.0.1:$port"
 same "nothing paired" "$([[ -f "$s" ]] && sqlite3 "$s" 'SELECT count(*) FROM OutlookSync;' 2>/dev/null || echo 0)" 0
 "$bin" contacts list --outlook "carddav:http://127.0.0.1:1/alice/book/" --profile alice \
   --password secret >/dev/null 2>"$work/err"
 same "an unreachable server: try again later (EX_TEMPFAIL)" $? 75
-has "unreachable names the URL" "$(cat "$work/err")" "127.0.0.1:1"
 has "and says to try again later" "$(cat "$work/err")" "try again later"
 
 # The practice goes up; a second run with nothing changed writes nothing.

@@ -1,24 +1,146 @@
 #!/usr/bin/env bash
-# A synchronisation killed part-way (SIGKILL) and run again: no duplicate contact in the
-# store, a mapping row for every company, and both databases still sound.
+# Runs killed part-way (SIGKILL) and run again, on a practice of 2,000 companies.
+# One way, host to Outlook: three runs killed once they have written some cards, then a whole
+# one; no duplicate contact in the store, a mapping row for every company.
+# Two ways: the practice is synchronised both ways once; then, in each round, a few hundred
+# office numbers are changed in the host database and as many cities in the cards (never the
+# same company on both sides), new companies are added on each side, and a two-way run is killed
+# at random points twice before a whole run. After each round: one card per company, no company
+# or card twice, every pair one host record and one card, each edit on both sides.
+# Both databases sound at the end of each. (Outlook to host: reverse_crash_test.)
 source "$(dirname "$0")/check_lib.sh"
+
+n=2000
 h="$work/h.db" s="$work/s.db" cards="$work/ol/default/contacts"
-demo_host "$h" 3000 11
-args=(sync --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol" --no-progress)
+demo_host "$h" $n 17
+hq() { sqlite3 -cmd ".timeout 5000" "$h" "$1"; }
 
-# Each run is killed once it has written some cards but long before it is done.
+# ---- One way, into a store and synchronisation database of its own.
+one=(sync --host-db "$h" --sync-db "$work/one.db" --outlook "vdir:$work/one" --no-progress)
+one_cards="$work/one/default/contacts"
 for attempt in 1 2 3; do
-  kill_when "(( \$(ls '$cards' 2>/dev/null | wc -l) >= $((attempt * 150)) ))" "${args[@]}"
+  kill_when "(( \$(ls '$one_cards' 2>/dev/null | wc -l) >= $((attempt * 150)) ))" "${one[@]}"
 done
-killed_at=$(ls "$cards" | wc -l)
-"$bin" "${args[@]}" >/dev/null 2>&1; same "the run after the kills" $? 0
+killed_at=$(ls "$one_cards" | wc -l)
+"$bin" "${one[@]}" >/dev/null 2>&1; same "one way: the run after the kills" $? 0
+echo "one way: killed with $killed_at cards of $n"
+same "one way: a card per company" "$(ls "$one_cards" | grep -c '\.vcf$')" $n
+same "one way: no duplicate contact" "$(grep -h '^X-DOSSYNC-FILEAS:' "$one_cards"/*.vcf | sort | uniq -d | wc -l)" 0
+same "one way: one mapping row per company" "$(sqlite3 "$work/one.db" "SELECT count(DISTINCT CASE WHEN OutlookID <> ''
+  THEN CompanyNum END) || ' ' || count(*) FROM OutlookSync;")" "$n $n"
+same "one way: no file but cards left in the store" "$(ls "$one_cards" | grep -vc '\.vcf$')" 0
+sound "$h" "$work/one.db"
 
-companies=$(sqlite3 "$h" "SELECT count(*) FROM Companies;")
-echo "killed with $killed_at cards; afterwards $companies companies"
-same "a card per company" "$(ls "$cards" | grep -c '\.vcf$')" "$companies"
-same "no duplicate contact" "$(grep -h '^X-DOSSYNC-FILEAS:' "$cards"/*.vcf | sort | uniq -d | wc -l)" 0
-same "one mapping row per company" "$(sqlite3 "$s" "SELECT count(DISTINCT CASE WHEN OutlookID <> ''
-  THEN CompanyNum END) || ' ' || count(*) FROM OutlookSync;")" "$companies $companies"
-same "no file but cards left in the store" "$(ls "$cards" | grep -vc '\.vcf$')" 0
+# ---- Two ways.
+args=(sync --two-way --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol" --no-progress)
+run() { "$bin" "${args[@]}" >"$work/run.log" 2>&1; }
+
+run; same "the first two-way run" $? 0
+# How long a run that reads everything takes: the kills land within about that time.
+t0=$(date +%s%N)
+run; same "a quiet run" $? 0
+full=$(($(date +%s%N) - t0))
+
+# Card edits as another program makes them: the business city of the cards of companies whose
+# number is in the list on standard input ("ID city" lines), written whole under a new name and
+# renamed over the card. New cards: NEW lines "uid name".
+cat >"$work/edit.py" <<'EOF'
+import os, re, sys
+folder, tmp = sys.argv[1], sys.argv[2]
+os.makedirs(tmp, exist_ok=True)
+want, new = {}, []
+for line in sys.stdin:
+    parts = line.split(None, 2)
+    if parts[0] == "NEW":
+        new.append((parts[1], parts[2].strip()))
+    else:
+        want[parts[0]] = parts[1].strip()
+def put(name, text):
+    path = os.path.join(tmp, name)
+    with open(path, "w", newline="") as f:
+        f.write(text)
+    os.replace(path, os.path.join(folder, name))
+for name in os.listdir(folder):
+    if not name.endswith(".vcf"):
+        continue
+    text = open(os.path.join(folder, name), newline="").read()
+    unfolded = re.sub(r"\r\n[ \t]", "", text)
+    m = re.search(r"^ORG[^:]*:[^\r\n]*#(\d+)", unfolded, re.M)
+    if not m or m.group(1) not in want:
+        continue
+    lines = unfolded.split("\r\n")
+    for i, line in enumerate(lines):
+        if re.match(r"ADR[;:]", line, re.I) and "WORK" in line.split(":", 1)[0].upper():
+            head, value = line.split(":", 1)
+            parts = (value.split(";") + [""] * 7)[:7]
+            parts[3] = want[m.group(1)]
+            lines[i] = head + ":" + ";".join(parts)
+            break
+    else:
+        lines.insert(len(lines) - 2, "ADR;TYPE=WORK:;;;" + want[m.group(1)] + ";;;")
+    put(name, "\r\n".join(lines))
+for uid, name in new:
+    put(uid + ".vcf", "BEGIN:VCARD\r\nVERSION:3.0\r\nUID:%s\r\nFN:%s\r\nORG:%s;\r\n"
+        "ADR;TYPE=WORK:;;1 Main Street;Kingston;ON;K7L 1A1;Canada\r\nEND:VCARD\r\n"
+        % (uid, name, name))
+EOF
+edit_cards() { /usr/bin/python3 "$work/edit.py" "$cards" "$work/tmp"; }
+
+killed=0
+for round in 1 2 3; do
+  # Host: office numbers of about 280 companies, and 20 new companies with a default contact.
+  hq "UPDATE Companies SET OfficeNumber = '613-55$round-' || CompanyID
+      WHERE CompanyID % 7 = $round AND CompanyID <= $n;"
+  for i in $(seq 1 20); do
+    hq "INSERT INTO Companies (CompanyName, CategoryNum, City, OfficeNumber)
+          SELECT 'Host New $round-$i', CategoryNum, 'Perth', '613-000-$round$i' FROM Companies
+          WHERE CompanyID = 1;
+        INSERT INTO Contacts (CompanyNum, DefaultContact, FirstName, LastName, DisplayName)
+          VALUES (last_insert_rowid(), 1, 'Pat', 'New$round$i', 'Pat New$round$i');"
+  done
+  # Cards: the city of about 280 other companies, and 20 new cards.
+  {
+    hq "SELECT CompanyID || ' Town$round-' || CompanyID FROM Companies
+        WHERE CompanyID % 7 = ($round + 3) % 7 AND CompanyID <= $n;"
+    for i in $(seq 1 20); do echo "NEW crash-new-$round-$i Card New $round-$i"; done
+  } | edit_cards
+
+  # Two runs killed at random points, then a whole one.
+  for k in 1 2; do
+    kill_at=$(($(date +%s%N) + full * (10 + RANDOM % 120) / 100))
+    kill_when '(($(date +%s%N) >= kill_at))' "${args[@]}" && killed=$((killed + 1))
+  done
+  run || { bad "round $round: the run after the kills failed"; tail -5 "$work/run.log"; }
+
+  companies=$(hq "SELECT count(*) FROM Companies;")
+  card_count=$(ls "$cards" | grep -c '\.vcf$')
+  same "round $round: one card per company" "$card_count" "$companies"
+  same "round $round: no company twice" \
+    "$(hq "SELECT count(*) FROM (SELECT CompanyName FROM Companies GROUP BY CompanyName HAVING count(*) > 1);")" 0
+  same "round $round: no card twice" \
+    "$(grep -ah '^UID:\|^X-DOSSYNC-FILEAS:' "$cards"/*.vcf | sort | uniq -d | wc -l)" 0
+  same "round $round: pairs one to one" \
+    "$(sqlite3 "$s" "SELECT count(*) || ' ' || count(DISTINCT CompanyNum) || ' ' || count(DISTINCT OutlookID) FROM TwoWayPairs;")" \
+    "$companies $companies $companies"
+  # Every edit of this round and the ones before, on both sides.
+  lost=0
+  for r in $(seq 1 "$round"); do
+    want=$(hq "SELECT count(*) FROM Companies WHERE CompanyID % 7 = $r AND CompanyID <= $n;")
+    have=$(grep -al "^TEL;TYPE=WORK,VOICE:613-55$r-" "$cards"/*.vcf | wc -l)
+    host_kept=$(hq "SELECT count(*) FROM Companies WHERE OfficeNumber LIKE '613-55$r-%';")
+    [[ $have -eq $want && $host_kept -eq $want ]] || { lost=1; echo "round $round: office numbers of $r: $have cards, $host_kept host rows, $want wanted"; }
+    want=$(hq "SELECT count(*) FROM Companies WHERE CompanyID % 7 = ($r + 3) % 7 AND CompanyID <= $n;")
+    have=$(hq "SELECT count(*) FROM Companies WHERE City = 'Town$r-' || CompanyID;")
+    [[ $have -eq $want ]] || { lost=1; echo "round $round: cities of $r: $have host rows, $want wanted"; }
+    for side in Host Card; do
+      made=$(hq "SELECT count(*) FROM Companies WHERE CompanyName LIKE '$side New $r-%';")
+      on_cards=$(grep -alE "^ORG[^:]*:$side New $r-[0-9]+" "$cards"/*.vcf | wc -l)
+      [[ $made -eq 20 && $on_cards -eq 20 ]] || { lost=1; echo "round $round: new of $r ($side): $made companies, $on_cards cards"; }
+    done
+  done
+  same "round $round: no change lost" $lost 0
+done
+[[ $killed -ge 2 ]] && ok || bad "only $killed runs were killed part-way"
 sound "$h" "$s"
+echo "$killed runs killed part-way; a quiet run took $((full / 1000000)) ms"
 finish crash

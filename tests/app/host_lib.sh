@@ -5,6 +5,7 @@
 #   host_make NAME   prints the location of a new, empty host database NAME
 #   host_uri NAME    the location of database NAME on the server (made or not)
 #   host_query LOC SQL   runs SQL on it (names quoted as written: "Companies"), one row a line
+#   host_dump LOC    a digest of its rows (for a server: the sequences' values too)
 host_kind=${DOSSYNC_TEST_HOST:-sqlite}
 host_server=""
 on_exit 'stop "$host_server"'
@@ -26,7 +27,9 @@ elif [[ "$host_kind" == postgres ]]; then
     host_uri "$1"
   }
   host_query() { psql -qXAt "$1" -c "$2"; }
+  host_dump() { /usr/lib/postgresql/15/bin/pg_dump --data-only "$1" | grep -v '^--\|^\\\(un\)\?restrict' | md5sum; }
 else
   host_make() { echo "$work/$1.db"; }
   host_query() { sqlite3 "$1" "$2"; }
+  host_dump() { sqlite3 "$1" .dump | md5sum; }
 fi

@@ -18,8 +18,6 @@ files() {
   (cd "$work" && find . -type f ! -name radicale.log ! -path '*/.Radicale.cache/*' \
     ! -name carddav-state ! -path './out/*' -print0 | sort -z | xargs -0 md5sum)
 }
-# The requests that write, as the server logged them (0 for the vCard folder).
-writes() { grep -Ec '\] (PUT|DELETE|MKCOL|PROPPATCH|MOVE|COPY) request' "$work/radicale/radicale.log" 2>/dev/null || echo 0; }
 mkdir -p "$work/out"
 # The records of a preview and a report side by side: kind, key, name, chosen, action, how the
 # counterpart was found, changes, rows added, notes and warnings; the entry ids a new item gets

@@ -4,15 +4,17 @@
 #   ol, ol2          the --outlook arguments of the store and of a second, empty one
 #   cards, cards2    the folders their cards are in (for a server: the copies dossync keeps)
 #   store_down/up    makes the store unreachable, and back
+#   writes           how many requests that write the server has logged (0 for the vCard folder)
 store_kind=${DOSSYNC_TEST_STORE:-vdir}
 radicale_pid=""
 store_cleanup() { stop "$radicale_pid"; }
 on_exit store_cleanup
+# store_start_server [PORT]: Radicale with the two books, on a free port or again on PORT.
 store_start_server() {
   mkdir -p "$work/radicale"
   rm -f "$work/radicale/port"
   /usr/bin/python3 "$(dirname "${BASH_SOURCE[0]}")/../support/radicale_server.py" "$work/radicale" \
-    alice:secret --book alice/book --book alice/book2 >/dev/null 2>&1 &
+    alice:secret --book alice/book --book alice/book2 ${1:+--port "$1"} >/dev/null 2>&1 &
   radicale_pid=$!
   for _ in $(seq 150); do [[ -s "$work/radicale/port" ]] && break; sleep 0.1; done
   [[ -s "$work/radicale/port" ]] || { echo "FAIL Radicale did not start"; cat "$work/radicale/radicale.log"; exit 1; }
@@ -26,13 +28,7 @@ if [[ "$store_kind" == carddav ]]; then
   cards="${copies}_book/alice/contacts"
   cards2="${copies}_book2/alice/contacts"
   store_down() { store_cleanup; radicale_pid=""; }
-  store_up() {
-    local port; port=$(cat "$work/radicale/port")
-    /usr/bin/python3 "$(dirname "${BASH_SOURCE[0]}")/../support/radicale_server.py" "$work/radicale" \
-      alice:secret --port "$port" >/dev/null 2>&1 &
-    radicale_pid=$!
-    for _ in $(seq 150); do curl -s -o /dev/null "http://127.0.0.1:$port/" && break; sleep 0.1; done
-  }
+  store_up() { store_start_server "$(cat "$work/radicale/port")"; }
 else
   ol=(--outlook "vdir:$work/ol")
   ol2=(--outlook "vdir:$work/ol2")
@@ -41,3 +37,4 @@ else
   store_down() { mv "$cards" "$cards.away" && touch "$cards"; }
   store_up() { rm "$cards" && mv "$cards.away" "$cards"; }
 fi
+writes() { grep -Ec '\] (PUT|DELETE|MKCOL|PROPPATCH|MOVE|COPY) request' "$work/radicale/radicale.log" 2>/dev/null || echo 0; }

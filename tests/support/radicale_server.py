@@ -51,7 +51,11 @@ def make_book(url, user, password):
     login = base64.b64encode(("%s:%s" % (user, password)).encode()).decode()
     headers = {"Authorization": "Basic " + login, "Content-Type": "application/xml; charset=utf-8"}
     req = urllib.request.Request(url, data=MKCOL_BODY.encode(), method="MKCOL", headers=headers)
-    urllib.request.urlopen(req, timeout=10).close()
+    try:
+        urllib.request.urlopen(req, timeout=10).close()
+    except urllib.error.HTTPError as e:
+        if e.code != 405:  # 405: there already (a server started again)
+            raise
 
 
 def run_radicale(workdir, users, books, port=None):
