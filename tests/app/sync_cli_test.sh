@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # End-to-end checks of "dossync sync" on real files: a host database, a synchronisation
-# database and an Outlook store (the vCard folder, or a CardDAV server: store_lib.sh); host to
-# Outlook, then Outlook contacts into an empty host database (--direction 3).
+# database and an Outlook store (the vCard folder; one-way runs against a CardDAV server are
+# carddav_cli_test's); host to Outlook, then Outlook contacts into an empty host database
+# (--direction 3).
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
 
