@@ -159,8 +159,7 @@ void Database::deferUpdate(const TableInfo& table, int column, int64_t rowid, St
   if (rows == memo_.rows.end()) return;
   auto row = rows->second.find(rowid);
   if (row == rows->second.end()) return;
-  auto c = static_cast<size_t>(column);
-  if (row->second->loaded[c]) row->second->values[c] = std::move(value);
+  if (Stored* held = row->second->find(static_cast<size_t>(column))) *held = std::move(value);
 }
 
 void Database::flushUpdate() {

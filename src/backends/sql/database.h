@@ -13,6 +13,7 @@
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "backends/sql/column_index.h"
@@ -163,9 +164,27 @@ class Database {
   // What was read inside the current snapshot, kept until it ends: the same row asked for
   // again (as each procedure looks its record up anew) costs no statement.
   // A row read in part: the columns asked for so far.
+  // A reader asks for a few columns of a wide table, so a row holds just those (column number,
+  // value), in the order read.
   struct LoadedRow {
-    std::vector<Stored> values;  // by column
-    std::vector<bool> loaded;
+    std::vector<std::pair<size_t, Stored>> values;
+    const Stored* find(size_t column) const {
+      for (const auto& v : values)
+        if (v.first == column) return &v.second;
+      return nullptr;
+    }
+    Stored* find(size_t column) {
+      return const_cast<Stored*>(static_cast<const LoadedRow*>(this)->find(column));
+    }
+    // Takes the columns `read` of a statement's row (the value of wanted[k] in its column k),
+    // those the row does not hold already.
+    template <typename Read>
+    void take(const std::vector<int>& wanted, Read&& read) {
+      values.reserve(wanted.size());
+      for (size_t k = 0; k < wanted.size(); ++k)
+        if (!find(static_cast<size_t>(wanted[k])))
+          values.emplace_back(static_cast<size_t>(wanted[k]), read(static_cast<int>(k)));
+    }
   };
   struct SnapshotMemo {
     using Row = std::shared_ptr<LoadedRow>;

@@ -209,14 +209,10 @@ void TableRecordset::loadColumn(size_t column) {
         if (it != table->second.end()) row_ = it->second;
       }
     }
-    if (!row_) {
-      row_ = std::make_shared<Database::LoadedRow>();
-      row_->values.resize(table_.columns.size());
-      row_->loaded.assign(table_.columns.size(), false);
-    }
+    if (!row_) row_ = std::make_shared<Database::LoadedRow>();
     cacheValid_ = true;
   }
-  if (row_->loaded[column]) return;
+  if (row_->find(column)) return;
   shape_->want(static_cast<int>(column));
   {
     StatementUse st(db_.cached(shape_->wantedSql));
@@ -226,12 +222,7 @@ void TableRecordset::loadColumn(size_t column) {
       throw RuntimeError(kNoCurrentRecord,
                          "The current record of " + table_.name + " has been deleted");
     }
-    for (size_t k = 0; k < shape_->wanted.size(); ++k) {
-      auto c = static_cast<size_t>(shape_->wanted[k]);
-      if (row_->loaded[c]) continue;
-      row_->values[c] = st->column(static_cast<int>(k));
-      row_->loaded[c] = true;
-    }
+    row_->take(shape_->wanted, [&](int k) { return st->column(k); });
   }
   if (auto* memo = db_.memo()) memo->rows[&table_].emplace(rowid_, row_);
 }
@@ -250,7 +241,7 @@ std::string TableRecordset::read(const std::string& field) {
   }
   requireRow();
   loadColumn(i);
-  return fromStored(c, row_->values[i]);
+  return fromStored(c, *row_->find(i));
 }
 
 void TableRecordset::write(const std::string& field, const std::string& value) {
@@ -265,9 +256,10 @@ void TableRecordset::write(const std::string& field, const std::string& value) {
   int i = static_cast<int>(&c - table_.columns.data());
   // Jet cannot tell in its statement whether the field holds the value already: the value read
   // tells, when the row was read.
-  if (shape_->jet && cacheValid_ && row_ && row_->loaded[static_cast<size_t>(i)] &&
-      sameStored(row_->values[static_cast<size_t>(i)], v))
-    return;
+  if (shape_->jet && cacheValid_ && row_) {
+    const Stored* held = row_->find(static_cast<size_t>(i));
+    if (held && sameStored(*held, v)) return;
+  }
   cacheValid_ = false;
   if (db_.groupsWrites()) {  // joined with the row's next writes into one UPDATE
     db_.indexUpdate(table_, i, rowid_, v);
@@ -415,17 +407,8 @@ bool TableRecordset::rowHolds(int64_t rowid) {
   auto* memo = db_.memo();  // the statement may have begun a snapshot anew
   if (!memo) return true;
   Database::SnapshotMemo::Row& row = memo->rows[&table_][rowid];
-  if (!row) {
-    row = std::make_shared<Database::LoadedRow>();
-    row->values.resize(table_.columns.size());
-    row->loaded.assign(table_.columns.size(), false);
-  }
-  for (size_t k = 0; k < shape_->wanted.size(); ++k) {
-    auto c = static_cast<size_t>(shape_->wanted[k]);
-    if (row->loaded[c]) continue;
-    row->values[c] = st->column(static_cast<int>(k));
-    row->loaded[c] = true;
-  }
+  if (!row) row = std::make_shared<Database::LoadedRow>();
+  row->take(shape_->wanted, [&](int k) { return st->column(k); });
   return true;
 }
 

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 
 #include "backends/sql/database.h"
 #include "backends/sql/engine.h"
@@ -63,6 +64,7 @@ class SqliteEngine : public sql::Engine {
   sqlite3_stmt* beginWriting_ = nullptr;
   sqlite3_stmt* commit_ = nullptr;
   sqlite3_stmt* version_ = nullptr;
+  std::unordered_map<std::string, sqlite3_stmt*> savepoints_;  // by text, kept prepared
   KeyReserver keys_;
 };
 
