@@ -49,6 +49,33 @@ int moveIntoPlace(const fs::path& temp, const fs::path& target, bool isNew) {
 #endif
 }
 
+#if defined(O_TMPFILE) && !defined(_WIN32)
+// A new file written as an unnamed one in the folder, then linked under its name: it shows
+// whole or not at all, a new file never replaces one that appeared meanwhile (the link fails),
+// and a crash leaves nothing behind. One change of the folder instead of a temporary file's
+// two. nullopt where the file system or the system cannot (the caller takes the temporary
+// file's way); otherwise 0 or the error.
+std::optional<int> writeUnnamed(const fs::path& dir, const fs::path& target,
+                                const std::string& text, struct stat* st) {
+  int fd = ::open(dir.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);  // umask applies
+  if (fd < 0) return std::nullopt;
+  int err = writeAll(fd, text);
+  if (err == 0 && ::fstat(fd, st) != 0) err = errno;
+  if (err == 0) {
+    std::string self = "/proc/self/fd/" + std::to_string(fd);
+    if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, target.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+      err = errno;
+      if (err == ENOENT && !fs::exists("/proc/self/fd")) {
+        ::close(fd);
+        return std::nullopt;
+      }
+    }
+  }
+  if (::close(fd) != 0 && err == 0) err = errno;
+  return err;
+}
+#endif
+
 }  // namespace
 
 FileStamp fileStamp(const struct stat& st) {
@@ -281,6 +308,19 @@ CardWriter::Result CardWriter::writeFile(const Job& job) {
   if (!job.isNew && holds(target, job.text, &result.stamp)) return result;
 
   beginOwnWrite();
+#if defined(O_TMPFILE) && !defined(_WIN32)
+  if (job.isNew) {
+    struct stat st {};
+    if (std::optional<int> err = writeUnnamed(dir_, target, job.text, &st)) {
+      if (*err != 0)
+        result.error = writeError(target, *err);
+      else
+        result.stamp = fileStamp(st);
+      endOwnWrite();
+      return result;
+    }
+  }
+#endif
   fs::path temp = temporaryPathFor(target);
   int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);  // umask applies
   if (fd < 0) {

@@ -1,8 +1,9 @@
 // Writes the card files of one folder behind the caller's back, so that saving a contact costs
 // the caller no disk time. Files are written in the order they were handed in, some dozens at a
-// time (or all that are left when the owner drains), each whole: a
-// temporary file beside it, then renamed over it (a new file never replaces one that appeared
-// meanwhile). A file that already holds exactly the new text is left alone.
+// time (or all that are left when the owner drains), each whole: a new file as an unnamed file
+// of the folder linked under its name where the system can, otherwise (and for a file written
+// again) a temporary file beside it, then renamed over it; a new file never replaces one that
+// appeared meanwhile. A file that already holds exactly the new text is left alone.
 //
 // The owner hands in jobs and collects what became of each: the file's stamp as written, or a
 // RuntimeError naming the file and the system's reason. The folder's own modification time is
