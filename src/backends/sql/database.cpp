@@ -466,9 +466,25 @@ void Database::indexUpdate(const TableInfo& table, int column, int64_t rowid, co
   }
 }
 
-void Database::indexInsert(const TableInfo& table, int64_t rowid) {
+void Database::indexInsert(const TableInfo& table, int64_t rowid,
+                           const std::vector<std::optional<Stored>>* given) {
   auto t = indexes_.find(&table);
   if (t == indexes_.end() || t->second.empty()) return;
+  auto kept = [&](int column) -> const Stored* {
+    if (!given) return nullptr;
+    const auto& v = (*given)[static_cast<size_t>(column)];
+    if (!v) return nullptr;
+    ColumnKind kind = table.columns[static_cast<size_t>(column)].kind;
+    bool text = kind == ColumnKind::Text || kind == ColumnKind::Memo;
+    return (text && v->type == Stored::Text) || (kind == ColumnKind::Integer && v->type == Stored::Int)
+               ? &*v
+               : nullptr;
+  };
+  if (std::all_of(t->second.begin(), t->second.end(),
+                  [&](const auto& entry) { return kept(entry.first) != nullptr; })) {
+    for (auto& [column, index] : t->second) indexUpdate(table, column, rowid, *kept(column));
+    return;
+  }
   // The row as stored, defaults included.
   std::string sql = "SELECT ";
   std::vector<int> columns;

@@ -89,7 +89,10 @@ class Database {
   // calls below, made after each change succeeded.
   const ColumnIndex& columnIndex(const TableInfo& table, int column);
   void indexUpdate(const TableInfo& table, int column, int64_t rowid, const Stored& value);
-  void indexInsert(const TableInfo& table, int64_t rowid);  // reads the row's indexed columns
+  // A new row's indexed columns: those `given` (the values inserted) as they are when the
+  // database keeps them unchanged (whole numbers, text), the others read from the row.
+  void indexInsert(const TableInfo& table, int64_t rowid,
+                   const std::vector<std::optional<Stored>>* given = nullptr);
   void indexDelete(const TableInfo& table, int64_t rowid);
   // The next auto-number of the table, promised to a new row before it is inserted (taken for
   // good: other connections number their rows above it).

@@ -374,7 +374,7 @@ void TableRecordset::saveNew() {
     StatementUse use(st);
     if (rowid == 0) rowid = db_.engine().insertedKey(st.engineStatement());
   }
-  db_.indexInsert(table_, rowid);
+  db_.indexInsert(table_, rowid, &row);
   pending_.clear();
   if (ordered_) {
     order_.push_back(rowid);
