@@ -123,6 +123,16 @@ void TableRecordset::moveTo(std::optional<int64_t> rowid) const {
 }
 
 void TableRecordset::moveAfter(std::optional<int64_t> rowid) const {
+  // Inside a snapshot a walk reads the next row's wanted columns with its key: one statement.
+  if (rowid && !shape_->nextWantedSql.empty() && db_.memo()) {
+    StatementUse st(db_.cached(shape_->nextWantedSql));
+    st->bind(1, *rowid);
+    bool found = st->step() && st->column(0).type != Stored::Null;
+    std::optional<int64_t> next = found ? std::optional<int64_t>(st->columnInt(0)) : std::nullopt;
+    if (next) remember(*next, *st, 1);
+    moveTo(next);
+    return;
+  }
   StatementUse st(db_.cached(rowid ? shape_->nextSql : shape_->firstSql));
   if (rowid) st->bind(1, *rowid);
   bool found = st->step() && st->column(0).type != Stored::Null;
@@ -195,6 +205,9 @@ void CursorShape::want(int column) {
   std::string columns = wantedSql.substr(7);
   wantedSql += from + table->rowKey + " = ?1;";
   holdsWantedSql = "SELECT " + columns + from + wherePrefix + table->rowKey + " = ?1;";
+  if (!jet)
+    nextWantedSql = "SELECT " + table->rowKey + ", " + columns + from + wherePrefix +
+                    table->rowKey + " > ?1 ORDER BY " + table->rowKey + " LIMIT 1;";
 }
 
 // The current row's column, read (with every other column this query reads) unless the row
@@ -404,12 +417,16 @@ bool TableRecordset::rowHolds(int64_t rowid) {
   StatementUse st(db_.cached(shape_->holdsWantedSql));
   st->bind(1, rowid);
   if (!st->step()) return false;
+  remember(rowid, *st, 0);
+  return true;
+}
+
+void TableRecordset::remember(int64_t rowid, const Statement& st, int first) const {
   auto* memo = db_.memo();  // the statement may have begun a snapshot anew
-  if (!memo) return true;
+  if (!memo) return;
   Database::SnapshotMemo::Row& row = memo->rows[&table_][rowid];
   if (!row) row = std::make_shared<Database::LoadedRow>();
-  row->take(shape_->wanted, [&](int k) { return st->column(k); });
-  return true;
+  row->take(shape_->wanted, [&](int k) { return st.column(first + k); });
 }
 
 // Finds look rows up in the column's in-process index (the key column is the rowid itself),

@@ -32,6 +32,7 @@ struct CursorShape {
   std::vector<bool> isWanted;
   std::string wantedSql;
   std::string holdsWantedSql;  // holdsSql reading the wanted columns
+  std::string nextWantedSql;   // nextSql reading the wanted columns too ("" for Jet)
   void want(int column);
   // The last INSERT written, for the columns it names (most new rows set the same ones).
   std::vector<bool> insertColumns;
@@ -87,6 +88,9 @@ class TableRecordset : public Recordset {
   }
   void moveTo(std::optional<int64_t> rowid) const;
   void moveAfter(std::optional<int64_t> rowid) const;  // nullopt: to the first row
+  // Keeps the wanted columns of row `rowid`, read by statement `st` from its column `first` on,
+  // in the snapshot's memo.
+  void remember(int64_t rowid, const Statement& st, int first) const;
   void loadColumn(size_t column);
   std::optional<int64_t> findFrom(bool next);
 
