@@ -578,6 +578,24 @@ TEST_F(VdirStoreTest, SavesInAProcedureAreOnDiskWhenItReturnsAndFailuresAreItsEr
   }
   ASSERT_EQ(errors->errors.size(), 2u);
   EXPECT_EQ(errors->errorLocations[1], "Test.again");
+  // A new card whose name another program took before the card was written: that program's
+  // file stays as it is, and the procedure reports the failure.
+  fs::path taken;
+  auto later = open();  // a session whose saves are still written behind its back
+  {
+    ErrorFrame outer("Test.taken");
+    outer.step([&] {
+      auto n = newContact(later);
+      n->setFileAs("Taken");
+      n->Save();
+      taken = contactsDir() / (n->EntryID() + ".vcf");
+      std::ofstream(taken) << "another program's";
+    });
+  }
+  ASSERT_EQ(errors->errors.size(), 3u);
+  EXPECT_EQ(errors->errorLocations[2], "Test.taken");
+  EXPECT_EQ(testing::readFile(taken.string()), "another program's");
+  fs::remove(taken);
   // Saves in and out of a procedure, written or failed, leave no temporary file behind.
   for (const auto& e : fs::directory_iterator(contactsDir())) {
     EXPECT_EQ(e.path().extension(), ".vcf") << e.path();
