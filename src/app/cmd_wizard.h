@@ -5,9 +5,9 @@
 // Without a host database the screenshots use a demonstration practice and a few Outlook
 // contacts in a temporary folder.
 //
-// The wizard's Qt view lives in a program of its own, dossync-wizard (app_wizard/), installed
-// beside dossync, so that no other command loads Qt's widgets and graphics libraries. dossync
-// checks the options (defined here once, for both programs) and then becomes that program.
+// The wizard lives in a program of its own, dossync-wizard (app_wizard/), installed beside
+// dossync, so that no other command loads Qt or libsecret. dossync checks the options (defined
+// here once, for both programs) and then becomes that program.
 #pragma once
 
 #include <cstdint>
