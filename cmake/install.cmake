@@ -1,6 +1,6 @@
 # What `cmake --install` puts where, and the Debian package made of it (`./run package`).
 #
-#   bin/dossync
+#   bin/dossync, bin/dossync-wizard               (the wizard's program, which `dossync wizard` runs)
 #   share/man/man1/dossync.1                      } made at build time from dossync's own
 #   share/bash-completion/completions/dossync     } --help (packaging/help-pages.sh)
 #   share/zsh/vendor-completions/_dossync         }
@@ -23,7 +23,7 @@ add_custom_command(
 add_custom_target(dossync_pages ALL
   DEPENDS ${DOSSYNC_PAGES}/dossync.1 ${DOSSYNC_PAGES}/dossync.bash ${DOSSYNC_PAGES}/_dossync)
 
-install(TARGETS dossync RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS dossync dossync-wizard RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${DOSSYNC_PAGES}/dossync.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${DOSSYNC_PAGES}/dossync.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
         RENAME dossync)
@@ -57,7 +57,7 @@ run. Jobs in ~/.config/dossync/config.toml run on a systemd user timer.")
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "khard, vdirsyncer")
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)  # dossync_VERSION_amd64.deb
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)   # Depends: from the libraries dossync links
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)   # Depends: from the libraries the programs link
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_INSTALL_PREFIX /usr)
 set(CPACK_SET_DESTDIR ON)

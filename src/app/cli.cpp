@@ -2,9 +2,17 @@
 
 #include <CLI/CLI.hpp>
 
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <ostream>
+#include <vector>
+
+#ifdef DOSSYNC_HAVE_MIMALLOC
+#include <mimalloc.h>
+#endif
 
 #include "app/cmd_mail.h"
 #include "app/cmd_wizard.h"
@@ -73,6 +81,19 @@ int check(const std::string& hostDb, const std::string& syncDb, bool replaceSync
 }
 
 }  // namespace
+
+void setUpProcess() {
+  // Everything dossync writes holds client data or secrets (the synchronisation database and
+  // its journal, reports, the CardDAV copy, drafts, the outbox, the mail account): readable by
+  // its owner only, whatever the umask it was started with.
+  ::umask(077);
+#ifdef DOSSYNC_HAVE_MIMALLOC
+  // A run lets go of what its databases cached at every commit point (ten times a second) and
+  // reads as much again right after: memory freed is kept a second before it goes back to the
+  // system, rather than handed back and faulted in again at once.
+  mi_option_set(mi_option_decommit_delay, 1000);
+#endif
+}
 
 void addOutlookOptions(CLI::App* cmd, std::string& outlook, std::string& profile,
                        PasswordOptions& password, bool& insecure) {
@@ -253,6 +274,8 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   };
   addVerbosity(&app);
 
+  // The arguments as given, before their passwords are hidden: the wizard's program gets them.
+  std::vector<std::string> given(argv + std::min(argc, 1), argv + argc);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
@@ -317,7 +340,12 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
     if (*reportShow) reportOptions.action = "show";
     return runReport(reportOptions, out, err);
   }
-  if (*wizard.command) return runWizard(wizard.options, out, err);
+  if (*wizard.command) {
+    // Its name goes; -q and -v before it come along (the wizard takes and ignores them).
+    auto name = std::find(given.begin(), given.end(), wizard.command->get_name());
+    if (name != given.end()) given.erase(name);
+    return startWizardProgram(given, out, err);
+  }
   if (auto code = mail.run(out, err)) return *code;
   return kExitUsage;
 }

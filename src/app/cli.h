@@ -17,6 +17,9 @@ struct PasswordOptions;
 struct SyncOptions;
 
 int runCli(int argc, char** argv, std::ostream& out, std::ostream& err);
+// What every dossync program does first: files readable by their owner only, the allocator's
+// settings.
+void setUpProcess();
 
 // "dossync VERSION", as --version prints it.
 std::string versionLine();

@@ -4,24 +4,22 @@
 //   dossync wizard --screenshots DIR [--host-db H --sync-db S --outlook vdir:DIR]
 // Without a host database the screenshots use a demonstration practice and a few Outlook
 // contacts in a temporary folder.
+//
+// The wizard lives in a program of its own, dossync-wizard (app_wizard/), installed beside
+// dossync, so that no other command loads Qt or libsecret. dossync checks the options (defined
+// here once, for both programs) and then becomes that program.
 #pragma once
 
 #include <cstdint>
-#include <functional>
+#include <filesystem>
 #include <iosfwd>
 #include <string>
+#include <vector>
 
 #include "app/credentials.h"
 
 namespace CLI {
 class App;
-}
-
-namespace dossync {
-class clsOutlookSynchronization;
-}
-namespace dossync::qt {
-class QtWizard;
 }
 
 namespace dossync::app {
@@ -38,17 +36,16 @@ struct WizardCommand {
   WizardOptions options;
 };
 
-// Adds the subcommand to app; the answer must outlive parsing.
+// The wizard's options on cmd; the answer must outlive parsing.
+void addWizardOptions(CLI::App* cmd, WizardOptions& o);
+// Adds the subcommand to app, with its options.
 void addWizardCommand(CLI::App& app, WizardCommand& wizard);
-int runWizard(const WizardOptions& o, std::ostream& out, std::ostream& err);
 
-// Gives the component a recorder that writes each run's report into the profile's reports/
-// folder of that store (run_report.h), and answers the setup of a Qt wizard over it: "Show what
-// will change" previews the run Finish would make and shows its plan; after Finish, a summary
-// of the run with a link to its report. The wizard offers "Both ways", which Finish runs as
-// dossync's two-way mode under the conflict rule chosen among the advanced options (kept per
-// scheme in the scheme settings file).
-std::function<void(qt::QtWizard&)> wizardRunDialogs(clsOutlookSynchronization& component,
-                                                    const std::string& outlookSpec);
+// dossync-wizard in the folder of the running program.
+std::filesystem::path wizardProgram();
+// Replaces this process with wizardProgram() given args (the wizard's arguments, as the user
+// gave them to dossync), so that its exit code and signals are the command's. Returns only when
+// it cannot: kExitInitFailed, having said why on err.
+int startWizardProgram(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
 
 }  // namespace dossync::app

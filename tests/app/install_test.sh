@@ -10,7 +10,7 @@ trap 'rm -rf "$work"' EXIT
 source "$(dirname "$0")/check_lib.sh"
 mkdir -p "$XDG_CONFIG_HOME/dossync"
 
-files=(bin/dossync share/man/man1/dossync.1 share/bash-completion/completions/dossync
+files=(bin/dossync bin/dossync-wizard share/man/man1/dossync.1 share/bash-completion/completions/dossync
   share/zsh/vendor-completions/_dossync share/applications/dossync-wizard.desktop
   share/icons/hicolor/scalable/apps/dossync.svg lib/systemd/user/dossync@.service
   lib/systemd/user/dossync@.timer share/doc/dossync/README.md
@@ -73,6 +73,14 @@ if command -v desktop-file-validate >/dev/null; then
     "$(desktop-file-validate "$prefix/share/applications/dossync-wizard.desktop" 2>&1)" ""
 fi
 
+# Only the wizard's program loads Qt: dossync runs it from its own folder, and says
+# where it looked when it is not there.
+needed=$(readelf -d "$dossync" | grep NEEDED)
+[[ $needed != *libQt6* ]] && ok || bad "dossync needs Qt: $needed"
+rm "$prefix/bin/dossync-wizard"
+check "wizard without its program" 2 "$dossync" wizard --screenshots "$work/shots"
+has "wizard without its program" "$(err)" "cannot start $prefix/bin/dossync-wizard"
+
 # The package ./run package makes (.ci/run makes it before the tests).
 deb=$(ls "$build"/dossync_*_amd64.deb 2>/dev/null | head -1)
 if [[ -z $deb ]]; then
@@ -87,8 +95,10 @@ else
   dpkg-deb -x "$deb" "$work/root"
   has "ExecStart in the .deb" "$(cat "$work/root/usr/lib/systemd/user/dossync@.service")" \
     "ExecStart=/usr/bin/dossync run %i"
-  "$work/root/usr/bin/dossync" --help >/dev/null 2>"$work/run.err" && ok ||
-    bad "the packaged dossync does not run: $(cat "$work/run.err")"
+  for program in dossync dossync-wizard; do
+    "$work/root/usr/bin/$program" --help >/dev/null 2>"$work/run.err" && ok ||
+      bad "the packaged $program does not run: $(cat "$work/run.err")"
+  done
 fi
 
 finish install_test

@@ -3,7 +3,7 @@
 // scheme saved with it opens again with it (SyncType 1, no OutlookSync rows, the rule kept in
 // the host's scheme settings). Without the offer the form is the component's wizard (its own
 // tests).
-#include "app/scheme_secrets.h"
+#include "app_wizard/scheme_secrets.h"
 #include "wizard_fixture.h"
 
 namespace dossync {

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <map>
 
-#include "app/scheme_secrets.h"
+#include "app_wizard/scheme_secrets.h"
 
 namespace dossync {
 namespace {

@@ -19,7 +19,7 @@
 #include <map>
 #include <sstream>
 
-#include "app/cmd_wizard.h"
+#include "app_wizard/wizard_command.h"
 #include "wizard/wizard_fixture.h"
 #include "wizard_qt/wizard_dialog.h"
 

@@ -1,4 +1,4 @@
-#include "app/scheme_secrets.h"
+#include "app_wizard/scheme_secrets.h"
 
 #include <libsecret/secret.h>
 
