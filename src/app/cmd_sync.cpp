@@ -4,6 +4,7 @@
 // SIGTERM stops the walk at the next record (a second one ends the process at once): what was
 // done is committed, the report says the run was interrupted, and the exit code is 128 + the
 // signal's number.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -11,6 +12,7 @@
 #include <set>
 #include <ostream>
 #include <sstream>
+#include <vector>
 
 #include <signal.h>
 #include <unistd.h>
@@ -66,12 +68,15 @@ void selectAll(clsOutlookSynchronization& c, int member) {
     }
     return;
   }
-  // The keys alone, in one statement, in the order a cursor on the table walks them.
+  // The keys alone, in one statement, then in the order a cursor on the table walks them.
   const std::string key = member == 1 ? "CompanyID" : "ContactID";
-  hostdb::Recordset rs(*apartment().hostDb, "SELECT " + key + " FROM " +
-                                                (member == 1 ? "Companies" : "Contacts") +
-                                                " ORDER BY " + key + ";");
-  for (; !rs.eof(); rs.next()) addEntry(s, member, rs.read(key));
+  std::vector<int64_t> keys;
+  hostdb::Recordset rs(*apartment().hostDb,
+                       "SELECT " + key + " FROM " + (member == 1 ? "Companies" : "Contacts") + ";");
+  for (; !rs.eof(); rs.next()) keys.push_back(value::toLong(rs.read(key)));
+  std::sort(keys.begin(), keys.end());
+  s.reserve(keys.size(), member);
+  for (int64_t k : keys) addEntry(s, member, std::to_string(k));
 }
 
 // Names on err the chosen numbers (or Outlook entry ids) that no record has: the run passes

@@ -8,6 +8,11 @@ void SelectionCollection::clear() {
   cursor_ = 0;
 }
 
+void SelectionCollection::reserve(size_t count, int member) {
+  entries_.reserve(entries_.size() + count);
+  if (member >= 1 && member <= 3) index_[member - 1].reserve(index_[member - 1].size() + count);
+}
+
 void SelectionCollection::add(const std::string& companyNum, const std::string& contactNum,
                               const std::string& outlookId) {
   Entry e{companyNum, contactNum, outlookId};

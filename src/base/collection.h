@@ -24,6 +24,8 @@ class SelectionCollection : public Object {
 
   void initialize() { clear(); }
   void clear();
+  // Room for `count` more entries that fill member (1..3).
+  void reserve(size_t count, int member);
   // Adds an entry; empty texts leave a member unfilled.
   void add(const std::string& companyNum, const std::string& contactNum,
            const std::string& outlookId);
