@@ -95,6 +95,11 @@ void setUpProcess() {
 #endif
 }
 
+void addVerbosityOptions(CLI::App* cmd, bool& quiet, bool& verbose) {
+  auto* q = cmd->add_flag("-q,--quiet", quiet, "Print errors only");
+  cmd->add_flag("-v,--verbose", verbose, "Print one line per record as it is done")->excludes(q);
+}
+
 void addOutlookOptions(CLI::App* cmd, std::string& outlook, std::string& profile,
                        PasswordOptions& password, bool& insecure) {
   cmd->add_option("--outlook", outlook,
@@ -268,8 +273,7 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   // -q and -v on every command, before or after its name.
   bool quiet = false, verbose = false;
   std::function<void(CLI::App*)> addVerbosity = [&](CLI::App* cmd) {
-    auto* q = cmd->add_flag("-q,--quiet", quiet, "Print errors only");
-    cmd->add_flag("-v,--verbose", verbose, "Print one line per record as it is done")->excludes(q);
+    addVerbosityOptions(cmd, quiet, verbose);
     for (CLI::App* sub : cmd->get_subcommands({})) addVerbosity(sub);
   };
   addVerbosity(&app);

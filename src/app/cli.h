@@ -21,6 +21,9 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err);
 // settings.
 void setUpProcess();
 
+// -q (errors only) and -v (a line per record) on cmd, the one excluding the other.
+void addVerbosityOptions(CLI::App* cmd, bool& quiet, bool& verbose);
+
 // "dossync VERSION", as --version prints it.
 std::string versionLine();
 

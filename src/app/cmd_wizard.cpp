@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include "app/cli.h"
 #include "app/commands.h"
 
 namespace dossync::app {
@@ -15,12 +16,7 @@ namespace dossync::app {
 void addWizardOptions(CLI::App* cmd, WizardOptions& o) {
   cmd->add_option("--host-db", o.hostDb, "The host database");
   cmd->add_option("--sync-db", o.syncDb, "The synchronisation database (created when needed)");
-  cmd->add_option("--outlook", o.outlook,
-                  "The Outlook store: vdir:DIR or carddav:URL (default: vdir under "
-                  "$XDG_DATA_HOME/dossync/outlook)");
-  cmd->add_option("--profile", o.profile, "The Outlook profile; for carddav: the user name");
-  addPasswordOptions(cmd, o.password);
-  cmd->add_flag("--insecure", o.insecure, "carddav over https: do not verify the certificate");
+  addOutlookOptions(cmd, o.outlook, o.profile, o.password, o.insecure);
   cmd->add_option("--data-file", o.dataFile, "The host data file's unique id");
   cmd->add_option("--company-list", o.companyList,
                   "Which host list to choose from: 1 shown clients, 2 the whole address book")

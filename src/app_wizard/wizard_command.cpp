@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include "app/cli.h"
 #include "app/commands.h"
 #include "app/console_services.h"
 #include "app/credentials.h"
@@ -150,8 +151,7 @@ int runWizardProgram(int argc, char** argv, std::ostream& out, std::ostream& err
   addWizardOptions(&app, o);
   // dossync's -q and -v, which the wizard takes and ignores.
   bool quiet = false, verbose = false;
-  auto* q = app.add_flag("-q,--quiet", quiet, "Print errors only");
-  app.add_flag("-v,--verbose", verbose, "Print one line per record as it is done")->excludes(q);
+  addVerbosityOptions(&app, quiet, verbose);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {

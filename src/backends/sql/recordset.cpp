@@ -124,19 +124,15 @@ void TableRecordset::moveTo(std::optional<int64_t> rowid) const {
 
 void TableRecordset::moveAfter(std::optional<int64_t> rowid) const {
   // Inside a snapshot a walk reads the next row's wanted columns with its key: one statement.
-  if (rowid && !shape_->nextWantedSql.empty() && db_.memo()) {
-    StatementUse st(db_.cached(shape_->nextWantedSql));
-    st->bind(1, *rowid);
-    bool found = st->step() && st->column(0).type != Stored::Null;
-    std::optional<int64_t> next = found ? std::optional<int64_t>(st->columnInt(0)) : std::nullopt;
-    if (next) remember(*next, *st, 1);
-    moveTo(next);
-    return;
-  }
-  StatementUse st(db_.cached(rowid ? shape_->nextSql : shape_->firstSql));
+  const bool withColumns = rowid && !shape_->nextWantedSql.empty() && db_.memo();
+  StatementUse st(db_.cached(withColumns ? shape_->nextWantedSql
+                             : rowid     ? shape_->nextSql
+                                         : shape_->firstSql));
   if (rowid) st->bind(1, *rowid);
   bool found = st->step() && st->column(0).type != Stored::Null;
-  moveTo(found ? std::optional<int64_t>(st->columnInt(0)) : std::nullopt);
+  std::optional<int64_t> next = found ? std::optional<int64_t>(st->columnInt(0)) : std::nullopt;
+  if (next && withColumns) remember(*next, *st, 1);
+  moveTo(next);
 }
 
 void TableRecordset::moveNext() {
