@@ -49,6 +49,24 @@ int moveIntoPlace(const fs::path& temp, const fs::path& target, bool isNew) {
 #endif
 }
 
+// The file written whole as a temporary file beside it, then renamed over it (a new file never
+// replaces one that appeared meanwhile); 0 or the error. Renaming keeps the inode, the time and
+// the size: the stamp taken before is the file's.
+int writeRenamed(const fs::path& target, const std::string& text, bool isNew, struct stat* st) {
+  fs::path temp = temporaryPathFor(target);
+  int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);  // umask applies
+  if (fd < 0) return errno;
+  int err = writeAll(fd, text);
+  if (err == 0 && ::fstat(fd, st) != 0) err = errno;
+  if (::close(fd) != 0 && err == 0) err = errno;
+  if (err == 0) err = moveIntoPlace(temp, target, isNew);
+  if (err != 0) {
+    std::error_code ignored;
+    fs::remove(temp, ignored);
+  }
+  return err;
+}
+
 #if defined(O_TMPFILE) && !defined(_WIN32)
 // A new file written as an unnamed one in the folder, then linked under its name: it shows
 // whole or not at all, a new file never replaces one that appeared meanwhile (the link fails),
@@ -308,40 +326,16 @@ CardWriter::Result CardWriter::writeFile(const Job& job) {
   if (!job.isNew && holds(target, job.text, &result.stamp)) return result;
 
   beginOwnWrite();
-#if defined(O_TMPFILE) && !defined(_WIN32)
-  if (job.isNew) {
-    struct stat st {};
-    if (std::optional<int> err = writeUnnamed(dir_, target, job.text, &st)) {
-      if (*err != 0)
-        result.error = writeError(target, *err);
-      else
-        result.stamp = fileStamp(st);
-      endOwnWrite();
-      return result;
-    }
-  }
-#endif
-  fs::path temp = temporaryPathFor(target);
-  int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);  // umask applies
-  if (fd < 0) {
-    result.error = writeError(target, errno);
-    endOwnWrite();
-    return result;
-  }
-  int err = writeAll(fd, job.text);
-  // Renaming keeps the inode, the time and the size: the stamp taken now is the file's.
   struct stat st {};
-  if (err == 0 && ::fstat(fd, &st) != 0) err = errno;
-  if (::close(fd) != 0 && err == 0) err = errno;
-  if (err == 0) err = moveIntoPlace(temp, target, job.isNew);
-  if (err != 0) {
-    std::error_code ignored;
-    fs::remove(temp, ignored);
-    result.error = writeError(target, err);
-    endOwnWrite();
-    return result;
-  }
-  result.stamp = fileStamp(st);
+  std::optional<int> err;
+#if defined(O_TMPFILE) && !defined(_WIN32)
+  if (job.isNew) err = writeUnnamed(dir_, target, job.text, &st);
+#endif
+  if (!err) err = writeRenamed(target, job.text, job.isNew, &st);
+  if (*err != 0)
+    result.error = writeError(target, *err);
+  else
+    result.stamp = fileStamp(st);
   endOwnWrite();
   return result;
 }
