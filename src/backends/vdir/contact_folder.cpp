@@ -202,6 +202,7 @@ void ContactFolder::scan() {
     bool repaired = false;
   };
   Entries fresh;
+  fresh.reserve(names.size());
   std::map<std::string, Stamp> reported;
   std::vector<Todo> todo;
   filesById_.clear();  // they point into the entries, which move now
@@ -415,6 +416,8 @@ outlook::ItemPtr ContactFolder::itemAt(size_t index) {
     order_.clear();
     order_.reserve(entries_.size());
     for (const auto& entry : entries_) order_.push_back(&entry.first);
+    std::sort(order_.begin(), order_.end(),
+              [](const std::string* a, const std::string* b) { return *a < *b; });
     orderStale_ = false;
   }
   std::string file = *order_[index];
