@@ -377,10 +377,13 @@ void PgEngine::exec(const std::string& sql) {
     failedInTransaction();
     throw RuntimeError(kStatementFailed, "\"" + sql + "\" failed on '" + name_ + "': " + why);
   }
-  // It may have made tables (a savepoint makes none).
-  if (sql.rfind("SAVEPOINT ", 0) != 0 && sql.rfind("RELEASE ", 0) != 0 &&
-      sql.rfind("ROLLBACK TO ", 0) != 0)
-    namesLoaded_ = false;
+  namesLoaded_ = false;  // it may have made tables
+}
+
+void PgEngine::savepoint(Savepoint step) {
+  bool loaded = namesLoaded_;
+  exec(savepointSql(step));
+  namesLoaded_ = loaded;  // a savepoint makes no table
 }
 
 bool PgEngine::begin() {

@@ -63,6 +63,7 @@ class PgEngine : public sql::Engine {
   bool readOnly() const override { return false; }
   std::unique_ptr<sql::EngineStatement> prepare(const std::string& sql) override;
   void exec(const std::string& sql) override;
+  void savepoint(Savepoint step) override;
   bool snapshots() const override { return true; }
   bool begin() override;
   // Rows lock one by one here, so two programs that each write this database and another one

@@ -278,7 +278,7 @@ void Database::holdWrites() {
 
 void Database::setSavepoint() {
   if (!inRecord_ || savepoint_ || !snapshotOpen_ || !engine_->inTransaction()) return;
-  engine_->exec("SAVEPOINT dossync_record;");
+  engine_->savepoint(Engine::Savepoint::kSet);
   savepoint_ = true;
   recordStartWrites_ = groupedWrites_;
   recordStartLog_ = groupLog_.size();
@@ -290,13 +290,13 @@ void Database::releaseSavepoint(bool undo) {
   if (!set || !snapshotOpen_ || !engine_->inTransaction()) return;
   try {
     if (undo) {
-      engine_->exec("ROLLBACK TO SAVEPOINT dossync_record;");
+      engine_->savepoint(Engine::Savepoint::kRollBack);
       groupedWrites_ = recordStartWrites_;
       groupLog_.resize(std::min(groupLog_.size(), recordStartLog_));
       memo_.rows.clear();
       indexes_.clear();  // they hold what is undone
     }
-    engine_->exec("RELEASE SAVEPOINT dossync_record;");
+    engine_->savepoint(Engine::Savepoint::kRelease);
   } catch (const RuntimeError&) {
     // The engine lost the transaction already: its commit says so.
   }
@@ -332,7 +332,7 @@ bool Database::rewriteGroup() {
     // The record's savepoint goes where it was: before the record's own writes.
     bool record = savepoint_;
     auto mark = [&](size_t k) {
-      if (record && k == recordStartLog_) engine_->exec("SAVEPOINT dossync_record;");
+      if (record && k == recordStartLog_) engine_->savepoint(Engine::Savepoint::kSet);
     };
     for (size_t k = 0; k < groupLog_.size(); ++k) {
       const LoggedWrite& w = groupLog_[k];

@@ -63,6 +63,19 @@ class Engine {
   virtual std::unique_ptr<EngineStatement> prepare(const std::string& sql) = 0;
   // Runs statements without results; throws RuntimeError kStatementFailed.
   virtual void exec(const std::string& sql) = 0;
+  // The savepoint of the record under way, inside the open transaction: set, rolled back to
+  // (it stays set), released. Each record sets and releases one, so an engine may keep these
+  // statements prepared. Throws RuntimeError kStatementFailed.
+  enum class Savepoint { kSet, kRollBack, kRelease };
+  virtual void savepoint(Savepoint step) { exec(savepointSql(step)); }
+  static const char* savepointSql(Savepoint step) {
+    switch (step) {
+      case Savepoint::kSet: return "SAVEPOINT dossync_record;";
+      case Savepoint::kRollBack: return "ROLLBACK TO SAVEPOINT dossync_record;";
+      case Savepoint::kRelease: break;
+    }
+    return "RELEASE SAVEPOINT dossync_record;";
+  }
   // Read snapshots (a transaction that holds one view of the data while other connections go
   // on writing): whether the engine gives them, and the transaction around them.
   virtual bool snapshots() const = 0;

@@ -174,7 +174,7 @@ SqliteEngine::~SqliteEngine() {
   sqlite3_finalize(beginWriting_);
   sqlite3_finalize(commit_);
   sqlite3_finalize(version_);
-  for (auto& [sql, statement] : savepoints_) sqlite3_finalize(statement);
+  for (sqlite3_stmt* statement : savepoints_) sqlite3_finalize(statement);
   sqlite3_close(db_);
 }
 
@@ -182,14 +182,14 @@ std::unique_ptr<sql::EngineStatement> SqliteEngine::prepare(const std::string& s
   return std::make_unique<SqliteStatement>(*this, sql);
 }
 
+void SqliteEngine::savepoint(Savepoint step) {
+  const char* sql = savepointSql(step);
+  if (runRaw(savepoints_[static_cast<size_t>(step)], sql)) return;
+  throw RuntimeError(kStatementFailed, std::string("\"") + sql + "\" failed on '" + path_ +
+                                           "': " + sqlite3_errmsg(db_));
+}
+
 void SqliteEngine::exec(const std::string& sql) {
-  // A record's savepoint is set and released with each record: those statements stay prepared.
-  if (sql.rfind("SAVEPOINT ", 0) == 0 || sql.rfind("RELEASE ", 0) == 0 ||
-      sql.rfind("ROLLBACK TO ", 0) == 0) {
-    if (runRaw(savepoints_[sql], sql.c_str())) return;
-    throw RuntimeError(kStatementFailed,
-                       "\"" + sql + "\" failed on '" + path_ + "': " + sqlite3_errmsg(db_));
-  }
   char* err = nullptr;
   if (sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &err) != SQLITE_OK) {
     std::string msg = err ? err : "failed";

@@ -8,7 +8,6 @@
 
 #include <memory>
 #include <string>
-#include <unordered_map>
 
 #include "backends/sql/database.h"
 #include "backends/sql/engine.h"
@@ -37,6 +36,7 @@ class SqliteEngine : public sql::Engine {
   bool readOnly() const override { return readOnly_; }
   std::unique_ptr<sql::EngineStatement> prepare(const std::string& sql) override;
   void exec(const std::string& sql) override;
+  void savepoint(Savepoint step) override;
   bool snapshots() const override { return wal_; }
   bool begin() override;
   bool beginWriting() override;  // BEGIN IMMEDIATE, waiting as a statement of its own does
@@ -64,7 +64,7 @@ class SqliteEngine : public sql::Engine {
   sqlite3_stmt* beginWriting_ = nullptr;
   sqlite3_stmt* commit_ = nullptr;
   sqlite3_stmt* version_ = nullptr;
-  std::unordered_map<std::string, sqlite3_stmt*> savepoints_;  // by text, kept prepared
+  sqlite3_stmt* savepoints_[3] = {};  // by Savepoint, kept prepared
   KeyReserver keys_;
 };
 
