@@ -119,6 +119,12 @@ class DataAccessTest : public ::testing::TestWithParam<Engine> {
     return out;
   }
   Rows stored() { return query("SELECT CompanyName FROM Companies ORDER BY CompanyID;"); }
+  // Adds a row to the recordset with these fields set, and saves it.
+  void addRow(int32_t h, const std::vector<std::pair<std::string, std::string>>& fields) {
+    db.addNew(h);
+    for (const auto& [field, value] : fields) db.setNewField(h, field, value);
+    db.saveNew(h);
+  }
 
   static inline std::unique_ptr<testing::PostgresServer> server;
   static inline int databases = 0;
@@ -167,9 +173,7 @@ TEST_P(DataAccessTest, OpeningFailuresNameTheDatabase) {
 // A table without a key of its own and a view that renames a table are written like any table.
 TEST_P(DataAccessTest, TablesWithoutAKeyAndViewsOfATableAreWritable) {
   int32_t h = open("SELECT HostCategory.* FROM HostCategory;", kLockOptimistic);
-  db.addNew(h);
-  db.setNewField(h, "CategoryName", "Outlook");
-  db.saveNew(h);
+  addRow(h, {{"CategoryName", "Outlook"}});
   db.writeField(h, "CategoryNum", "7");
   EXPECT_EQ(query("SELECT CategoryName || '/' || CategoryNum FROM HostCategory;"),
             (Rows{"Outlook/7"}));
@@ -306,9 +310,7 @@ TEST_P(DataAccessTest, FindsAreIndexedInTheProcessNeverInTheHostsFile) {
   EXPECT_FALSE(db.findFirst(h, "CompanyName", "acme inc."));
   ASSERT_TRUE(db.findFirst(h, "CompanyName", "gamma"));
   EXPECT_EQ(db.readField(h, "CompanyID"), "2");
-  db.addNew(h);
-  db.setNewField(h, "CompanyName", "Delta");
-  db.saveNew(h);
+  addRow(h, {{"CompanyName", "Delta"}});
   std::string delta = db.readField(h, "CompanyID");
   ASSERT_TRUE(db.findFirst(h, "CompanyName", "DELTA"));
   EXPECT_EQ(db.readField(h, "CompanyID"), delta);
@@ -549,10 +551,8 @@ TEST_P(SnapshotTest, AFailedRecordIsUndoneAloneInALargeGroup) {
     for (int k = 0; k < 120; ++k) {
       apartment().beginRecord();
       int32_t w = companies(kLockOptimistic);
-      db.addNew(w);
-      db.setNewField(w, "CompanyName", "Client " + std::to_string(k));
-      db.setNewField(w, "ContactNotes", notes + std::to_string(k));
-      db.saveNew(w);
+      addRow(w, {{"CompanyName", "Client " + std::to_string(k)},
+                 {"ContactNotes", notes + std::to_string(k)}});
       db.closeRecordset(w);
       apartment().endRecord(true);
     }
@@ -711,15 +711,11 @@ TEST_P(DataAccessTest, NewRowsKnowTheirKeyBeforeTheyAreSaved) {
   // Without a key handed out ahead, the insert numbers the row; detail tables take the key the
   // caller gives.
   int32_t category = open("SELECT Categories.* FROM Categories;", kLockOptimistic);
-  db.addNew(category);
-  db.setNewField(category, "CategoryName", "Suppliers");
-  db.saveNew(category);
+  addRow(category, {{"CategoryName", "Suppliers"}});
   EXPECT_EQ(db.readField(category, "CategoryID"),
             query("SELECT max(CategoryID) FROM Categories;")[0]);
   int32_t d = open("SELECT LawInfo.* FROM LawInfo;", kLockOptimistic);
-  db.addNew(d);
-  db.setNewField(d, "LawInfoID", "42");
-  db.saveNew(d);
+  addRow(d, {{"LawInfoID", "42"}});
   EXPECT_EQ(db.readField(d, "LawInfoID"), "42");
   EXPECT_EQ(testing::errorOf([&] { db.saveNew(d); }), kNoCurrentRecord);
 }
