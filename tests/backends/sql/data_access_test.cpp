@@ -343,13 +343,11 @@ TEST_P(DataAccessTest, FindsAreIndexedInTheProcessNeverInTheHostsFile) {
 TEST_P(DataAccessTest, WithoutTheRightToAddTriggersOthersWritesAreStillFound) {
   if (!postgres()) GTEST_SKIP() << "SQLite tells changes by its data version";
   std::string clerk = "clerk_" + std::to_string(databases);
+  const std::string to = " IN SCHEMA public TO " + clerk + "; ";
   databases::open(path)->exec("CREATE ROLE " + clerk +
-                              " LOGIN; GRANT SELECT, INSERT, UPDATE, DELETE ON ALL TABLES IN "
-                              "SCHEMA public TO " +
-                              clerk +
-                              "; GRANT USAGE, SELECT, UPDATE ON ALL SEQUENCES IN SCHEMA "
-                              "public TO " +
-                              clerk + "; DROP TRIGGER dossync_changed ON \"Companies\";");
+                              " LOGIN; GRANT SELECT, INSERT, UPDATE, DELETE ON ALL TABLES" + to +
+                              "GRANT USAGE, SELECT, UPDATE ON ALL SEQUENCES" + to +
+                              "DROP TRIGGER dossync_changed ON \"Companies\";");
   std::string uri = path;
   uri.replace(uri.find("dossync@"), 7, clerk);
   databases::RoutedDataAccess seat;
