@@ -1,7 +1,6 @@
 #include "test_support.h"
 
 #include <arpa/inet.h>
-#include <curl/curl.h>
 #include <fcntl.h>
 #include <libpq-fe.h>
 #include <netinet/in.h>
@@ -130,20 +129,6 @@ FaultyDataAccess::FaultyDataAccess(hostdb::DataAccessPtr real, std::string call,
   };
 }
 
-RadicaleServer::RadicaleServer(const std::vector<std::string>& users) : users_(users) {
-  std::vector<std::string> args{dir_.path()};
-  args.insert(args.end(), users.begin(), users.end());
-  start(args);
-}
-
-RadicaleServer::RadicaleServer(Busy) {
-  start({"--busy", dir_.path()});
-}
-
-RadicaleServer::~RadicaleServer() {
-  stop();
-}
-
 namespace {
 // Starts a helper script with /usr/bin/python3, its output into logPath.
 int spawnScript(const std::string& script, const std::vector<std::string>& args,
@@ -165,59 +150,54 @@ int spawnScript(const std::string& script, const std::vector<std::string>& args,
   }
   return pid;
 }
+}  // namespace
 
-// Waits up to `limit` for the file a started script writes when its server is ready; "" when
-// the script ended (pid becomes -1) or the time ran out.
-std::string awaitFile(int& pid, const std::string& path, std::chrono::seconds limit) {
-  const auto deadline = std::chrono::steady_clock::now() + limit;
-  while (pid > 0 && std::chrono::steady_clock::now() < deadline) {
-    std::string text = readFile(path);
+std::string ScriptServer::start(const std::string& script, const std::vector<std::string>& args,
+                                const std::string& readyFile, int seconds) {
+  pid_ = spawnScript(script, args, dir_.file("server.log"));
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  for (int status = 0; std::chrono::steady_clock::now() < deadline;) {
+    std::string text = readFile(dir_.file(readyFile));
     if (!text.empty()) return text;
-    int status = 0;
-    if (waitpid(pid, &status, WNOHANG) == pid) {
-      pid = -1;
+    if (waitpid(pid_, &status, WNOHANG) == pid_) {
+      pid_ = -1;  // the script ended
       break;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  return "";
-}
-
-// SIGTERM, then SIGKILL when the process has not ended 5 s later.
-void endProcess(int& pid) {
-  if (pid <= 0) return;
-  kill(pid, SIGTERM);
-  int status = 0;
-  for (int i = 0; i < 250 && waitpid(pid, &status, WNOHANG) == 0; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  if (waitpid(pid, &status, WNOHANG) == 0) {
-    kill(pid, SIGKILL);
-    waitpid(pid, &status, 0);
-  }
-  pid = -1;
-}
-}  // namespace
-
-void RadicaleServer::start(const std::vector<std::string>& args) {
-  pid_ = spawnScript("radicale_server.py", args, dir_.file("server.log"));
-  std::string port = awaitFile(pid_, dir_.file("port"), std::chrono::seconds(10));
-  if (!port.empty()) {
-    port_ = std::stoi(port);
-    return;
-  }
   stop();
-  std::string message = "The test server did not start:\n" + log();
+  std::string message = "The test server " + script + " did not start:\n" + log();
   ADD_FAILURE() << message;
   throw std::runtime_error(message);
 }
 
-void RadicaleServer::stop() {
-  endProcess(pid_);
+// SIGTERM, then SIGKILL when the process has not ended 5 s later.
+void ScriptServer::stop() {
+  if (pid_ <= 0) return;
+  kill(pid_, SIGTERM);
+  int status = 0;
+  for (int i = 0; i < 250 && waitpid(pid_, &status, WNOHANG) == 0; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  if (waitpid(pid_, &status, WNOHANG) == 0) {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, &status, 0);
+  }
+  pid_ = -1;
 }
 
-std::string RadicaleServer::log() const {
-  return readFile(dir_.file("server.log")) + readFile(dir_.file("radicale.log"));
+std::string ScriptServer::log() const {
+  return readFile(dir_.file("server.log")) + readFile(dir_.file(logName_));
+}
+
+RadicaleServer::RadicaleServer(const std::vector<std::string>& users)
+    : ScriptServer("radicale.log"), users_(users) {
+  std::vector<std::string> args{dir_.path()};
+  args.insert(args.end(), users.begin(), users.end());
+  port_ = std::stoi(start("radicale_server.py", args, "port", 10));
+}
+
+RadicaleServer::RadicaleServer(Busy) : ScriptServer("radicale.log") {
+  port_ = std::stoi(start("radicale_server.py", {"--busy", dir_.path()}, "port", 10));
 }
 
 std::string RadicaleServer::base() const {
@@ -233,71 +213,26 @@ void RadicaleServer::makeBook(const std::string& user, const std::string& book, 
   for (const std::string& u : users_) {
     if (u.rfind(user + ":", 0) == 0) password = u.substr(user.size() + 1);
   }
-  std::string kind = calendar ? "caldav\"><D:set><D:prop><D:resourcetype><D:collection/><C:calendar/>"
-                              : "carddav\"><D:set><D:prop><D:resourcetype><D:collection/><C:addressbook/>";
-  std::string text = "<?xml version=\"1.0\"?><D:mkcol xmlns:D=\"DAV:\" "
-                     "xmlns:C=\"urn:ietf:params:xml:ns:" + kind +
-                     "</D:resourcetype><D:displayname>Book</D:displayname></D:prop></D:set>"
-                     "</D:mkcol>";
-  const char* body = text.c_str();
-  CURL* c = curl_easy_init();
-  curl_slist* headers = curl_slist_append(nullptr, "Content-Type: application/xml");
-  std::string target = url(user, book);
-  curl_easy_setopt(c, CURLOPT_URL, target.c_str());
-  curl_easy_setopt(c, CURLOPT_CUSTOMREQUEST, "MKCOL");
-  curl_easy_setopt(c, CURLOPT_POSTFIELDS, body);
-  curl_easy_setopt(c, CURLOPT_HTTPHEADER, headers);
-  curl_easy_setopt(c, CURLOPT_USERNAME, user.c_str());
-  curl_easy_setopt(c, CURLOPT_PASSWORD, password.c_str());
-  curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(c, CURLOPT_TIMEOUT, 10L);
-  curl_easy_setopt(
-      c, CURLOPT_WRITEFUNCTION,
-      +[](char*, size_t size, size_t count, void*) { return size * count; });
-  CURLcode rc = curl_easy_perform(c);
-  long status = 0;
-  curl_easy_getinfo(c, CURLINFO_RESPONSE_CODE, &status);
-  curl_slist_free_all(headers);
-  curl_easy_cleanup(c);
-  EXPECT_EQ(rc, CURLE_OK) << curl_easy_strerror(rc);
-  EXPECT_EQ(status, 201) << "MKCOL " << target << "\n" << log();
+  std::vector<std::string> args{"--mkcol", url(user, book), user, password};
+  if (calendar) args.push_back("calendar");
+  int status = 0;
+  waitpid(spawnScript("radicale_server.py", args, dir_.file("mkcol.log")), &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+      << "MKCOL " << url(user, book) << "\n"
+      << readFile(dir_.file("mkcol.log")) << log();
 }
 
-PostgresServer::PostgresServer() {
-  pid_ = spawnScript("postgres_server.py", {dir_.path()}, dir_.file("server.log"));
-  std::string base = awaitFile(pid_, dir_.file("uri-base"), std::chrono::seconds(30));
-  size_t host = base.find("?host=");
-  size_t port = base.find("&port=");
-  if (host != std::string::npos && port != std::string::npos) {
-    socketDir_ = base.substr(host + 6, port - host - 6);
-    port_ = std::stoi(base.substr(port + 6));
-    return;
-  }
-  stop();
-  std::string message = "The PostgreSQL test server did not start:\n" + log();
-  ADD_FAILURE() << message;
-  throw std::runtime_error(message);
-}
-
-PostgresServer::~PostgresServer() {
-  stop();
-}
-
-void PostgresServer::stop() {
-  endProcess(pid_);
-}
-
-std::string PostgresServer::log() const {
-  return readFile(dir_.file("server.log")) + readFile(dir_.file("postgres.log"));
-}
+PostgresServer::PostgresServer()
+    : ScriptServer("postgres.log"),
+      base_(start("postgres_server.py", {dir_.path()}, "uri-base", 30)) {}
 
 std::string PostgresServer::uri(const std::string& database) const {
-  return "postgresql://dossync@/" + database + "?host=" + socketDir_ +
-         "&port=" + std::to_string(port_);
+  std::string uri = base_;  // postgresql://dossync@/postgres?host=...&port=...
+  return uri.replace(uri.find("@/") + 2, 8, database);
 }
 
 void PostgresServer::createDatabase(const std::string& name) {
-  PGconn* conn = PQconnectdb(uri("postgres").c_str());
+  PGconn* conn = PQconnectdb(base_.c_str());
   if (PQstatus(conn) != CONNECTION_OK) {
     ADD_FAILURE() << "Cannot connect to the test server: " << PQerrorMessage(conn);
     PQfinish(conn);

@@ -73,25 +73,44 @@ class ApartmentTest : public ::testing::Test {
 
 // A new host database (the shipped schema) in the folder; answers its path.
 std::string makeHostDatabase(const TempDir& dir, const std::string& name = "host.db");
+// A server a helper script of tests/support runs, in a temporary folder of its own: the
+// constructor returns once the script wrote that it is ready (it fails the test, with the
+// server's log, when the script does not within its time); stop() or the destructor ends it.
+class ScriptServer {
+ public:
+  ~ScriptServer() { stop(); }
+  ScriptServer(const ScriptServer&) = delete;
+  ScriptServer& operator=(const ScriptServer&) = delete;
+  void stop();              // ends the server and waits for it; nothing when it has ended
+  std::string log() const;  // what the server wrote
+
+ protected:
+  explicit ScriptServer(std::string logName) : logName_(std::move(logName)) {}
+  // Runs the script with these arguments; answers what it wrote into `readyFile`.
+  std::string start(const std::string& script, const std::vector<std::string>& args,
+                    const std::string& readyFile, int seconds);
+  TempDir dir_;
+
+ private:
+  std::string logName_;
+  int pid_ = -1;
+};
+
 // A Radicale CardDAV server of the test's own (tests/support/radicale_server.py): on 127.0.0.1
-// and a free port, its data in a temporary folder, users given as "name:password" (plain text).
-// The constructor returns once the server answers (it fails the test, with the server's log,
-// when it does not within 10 s); stop() or the destructor ends it. Starting one takes about half
-// a second: share one per suite (SetUpTestSuite) and give each test its own address book.
+// and a free port, users given as "name:password" (plain text); ready within 10 s. Starting one
+// takes about half a second: share one per suite (SetUpTestSuite) and give each test its own
+// address book.
 //
 //   testing::RadicaleServer server({"alice:secret"});
 //   server.makeBook("alice", "book");
 //   carddav::DavClient client(server.url("alice", "book"), {"alice", "secret"});
-class RadicaleServer {
+class RadicaleServer : public ScriptServer {
  public:
   explicit RadicaleServer(const std::vector<std::string>& users = {"alice:secret"});
   // Not Radicale: a server that answers 429 to the first N requests for a path /N/..., then
   // 207 (PROPFIND) or 200; its Retry-After is "1" and an HTTP date 2 s ahead in turn.
   struct Busy {};
   explicit RadicaleServer(Busy);
-  ~RadicaleServer();
-  RadicaleServer(const RadicaleServer&) = delete;
-  RadicaleServer& operator=(const RadicaleServer&) = delete;
 
   int port() const { return port_; }
   std::string base() const;  // http://127.0.0.1:PORT/
@@ -100,45 +119,30 @@ class RadicaleServer {
   // Makes the address book, or with `calendar` a calendar (extended MKCOL as its owner, whose
   // password the server was given); fails the test unless the server made it.
   void makeBook(const std::string& user, const std::string& book, bool calendar = false);
-  void stop();              // ends the server and waits for it; nothing when it has ended
-  std::string log() const;  // what the server wrote
 
  private:
-  void start(const std::vector<std::string>& args);
-  TempDir dir_;
   std::vector<std::string> users_;
-  int pid_ = -1;
   int port_ = 0;
 };
 
 // A PostgreSQL 15 cluster of the test's own (tests/support/postgres_server.py): its socket in a
-// temporary folder, no TCP listener, superuser "dossync" with trusted local logins. The
-// constructor returns once the server accepts connections (it fails the test, with the
-// server's log, when it does not within 30 s); stop() or the destructor ends it. Starting one
-// takes about a second: share one per suite and give each test its own database.
+// temporary folder, no TCP listener, superuser "dossync" with trusted local logins; ready within
+// 30 s. Starting one takes about a second: share one per suite and give each test its own
+// database.
 //
 //   testing::PostgresServer server;
 //   server.createDatabase("t1");
 //   std::string uri = server.uri("t1");  // postgresql://dossync@/t1?host=...&port=...
-class PostgresServer {
+class PostgresServer : public ScriptServer {
  public:
   PostgresServer();
-  ~PostgresServer();
-  PostgresServer(const PostgresServer&) = delete;
-  PostgresServer& operator=(const PostgresServer&) = delete;
-
   // The libpq URI of a database of the cluster ("postgres" is always there).
   std::string uri(const std::string& database) const;
   // Makes an empty database (UTF-8); fails the test unless the server made it.
   void createDatabase(const std::string& name);
-  void stop();              // ends the server and waits for it; nothing when it has ended
-  std::string log() const;  // what the server wrote
 
  private:
-  TempDir dir_;
-  int pid_ = -1;
-  std::string socketDir_;
-  int port_ = 0;
+  std::string base_;  // the URI of "postgres"
 };
 
 // Tests on one Radicale server for the suite (user alice, password secret), each with an address

@@ -61,30 +61,24 @@ class ContactStoreTest : public ::testing::TestWithParam<std::string> {
     return std::dynamic_pointer_cast<ContactItem>(items->Find("[FileAs] = \"" + fileAs + "\""));
   }
   carddav::DavClient client() const {
-    carddav::DavOptions o;
-    o.user = "alice";
-    o.password = "secret";
-    return carddav::DavClient(server->url("alice", book), o);
+    return carddav::DavClient(server->url("alice", book), {"alice", "secret"});
   }
   // Another program's card under that name, and what the store holds under it now.
   void putForeign(const std::string& name, const std::string& text) {
     if (dav()) {
       auto c = client();
       ASSERT_EQ(c.put({c.collectionPath() + name, text, "", true}).status / 100, 2);
-    } else {
-      fs::create_directories(fs::path(root.path()) / "default" / "contacts");
-      std::ofstream(fs::path(root.path()) / "default" / "contacts" / name, std::ios::binary)
-          << text;
+      return;
     }
+    fs::create_directories(folder());
+    std::ofstream(folder() / name, std::ios::binary) << text;
   }
   std::string stored(const std::string& name) {
-    if (dav()) {
-      auto c = client();
-      return c.get(c.collectionPath() + name).data;
-    }
-    std::ifstream in(fs::path(root.path()) / "default" / "contacts" / name, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (!dav()) return testing::readFile((folder() / name).string());
+    auto c = client();
+    return c.get(c.collectionPath() + name).data;
   }
+  fs::path folder() const { return fs::path(root.path()) / "default" / "contacts"; }
 
   static testing::RadicaleServer* server;
   static int books;
@@ -195,13 +189,12 @@ TEST_P(ContactStoreTest, SaveFilesAnUnnamedContactAsOutlookDoes) {
   };
   auto app = open();
   for (const auto& k : cases) {
-    auto c = std::dynamic_pointer_cast<ContactItem>(app->CreateItem(outlook::olContactItem));
-    c->setLastName(k.last);
-    c->setFirstName(k.first);
-    c->setCompanyName(k.company);
-    c->setFullName(k.full);
-    c->setFileAs(k.fileAs);
-    c->Save();
+    auto c = testing::saveContact(*app, k.fileAs, [&](ContactItem& c) {
+      c.setLastName(k.last);
+      c.setFirstName(k.first);
+      c.setCompanyName(k.company);
+      c.setFullName(k.full);
+    });
     EXPECT_EQ(c->FileAs(), k.expected);
     auto back = byId(open(), c->EntryID());
     ASSERT_NE(back, nullptr);
@@ -218,10 +211,10 @@ TEST_P(ContactStoreTest, OwnSavesAreFoundAndTheEntryIdStaysAcrossRenamesAndRuns)
   auto app = open();
   auto items = contacts(app);
   EXPECT_EQ(items->Count(), 0);  // index built
-  auto c = std::dynamic_pointer_cast<ContactItem>(app->CreateItem(outlook::olContactItem));
-  c->setFirstName("Ann");
-  c->setLastName("Smith");
-  c->Save();
+  auto c = testing::saveContact(*app, "", [](ContactItem& c) {
+    c.setFirstName("Ann");
+    c.setLastName("Smith");
+  });
   std::string id = c->EntryID();
   EXPECT_EQ(items->Count(), 1);
   EXPECT_NE(find(items, "Smith, Ann"), nullptr);

@@ -51,16 +51,14 @@ def main(args):
     data = os.path.join(workdir, "data")
     sockets = os.path.join(workdir, "socket")
     os.makedirs(sockets, exist_ok=True)
+    log_path = os.path.join(workdir, "postgres.log")
+    log = open(log_path, "ab")
     drop, env = as_user()
     if drop:
         user = pwd.getpwnam("nobody")
-        for path in (workdir, sockets):
+        for path in (workdir, sockets, log_path):
             os.chown(path, user.pw_uid, user.pw_gid)
     env.pop("PGDATA", None)
-    log_path = os.path.join(workdir, "postgres.log")
-    log = open(log_path, "ab")
-    if drop:
-        os.chown(log_path, pwd.getpwnam("nobody").pw_uid, pwd.getpwnam("nobody").pw_gid)
     if not os.path.exists(os.path.join(data, "PG_VERSION")):
         subprocess.run(
             [BIN + "/initdb", "-D", data, "-U", "dossync", "--auth=trust", "-E", "UTF8",

@@ -8,6 +8,10 @@
       writes the port into WORKDIR/port and stays in the foreground until killed (SIGTERM or
       SIGINT stop Radicale too). Radicale's log is WORKDIR/radicale.log.
 
+  radicale_server.py --mkcol URL USER PASSWORD [calendar]
+      Makes the address book (or calendar) at URL as USER, and ends; its status is 0 when the
+      server answered 201 Created.
+
   radicale_server.py --busy WORKDIR
       Not Radicale: a small HTTP server for the back-off of clients. A request to /N/... (N a
       number) is answered 429 the first N times that path is asked for, with Retry-After
@@ -28,8 +32,8 @@ import urllib.error
 import urllib.request
 
 MKCOL_BODY = (
-    '<?xml version="1.0"?><D:mkcol xmlns:D="DAV:" xmlns:C="urn:ietf:params:xml:ns:carddav">'
-    "<D:set><D:prop><D:resourcetype><D:collection/><C:addressbook/></D:resourcetype>"
+    '<?xml version="1.0"?><D:mkcol xmlns:D="DAV:" xmlns:C="urn:ietf:params:xml:ns:%s">'
+    "<D:set><D:prop><D:resourcetype><D:collection/><C:%s/></D:resourcetype>"
     "<D:displayname>Book</D:displayname></D:prop></D:set></D:mkcol>"
 )
 
@@ -47,15 +51,20 @@ def write_port(workdir, port):
     os.rename(tmp, os.path.join(workdir, "port"))  # readers never see half a number
 
 
-def make_book(url, user, password):
+def make_book(url, user, password, calendar=False):
+    """The server's status; 405 when the collection is there already (a server started again)."""
     login = base64.b64encode(("%s:%s" % (user, password)).encode()).decode()
     headers = {"Authorization": "Basic " + login, "Content-Type": "application/xml; charset=utf-8"}
-    req = urllib.request.Request(url, data=MKCOL_BODY.encode(), method="MKCOL", headers=headers)
+    kind = ("caldav", "calendar") if calendar else ("carddav", "addressbook")
+    body = (MKCOL_BODY % kind).encode()
+    req = urllib.request.Request(url, data=body, method="MKCOL", headers=headers)
     try:
-        urllib.request.urlopen(req, timeout=10).close()
+        with urllib.request.urlopen(req, timeout=10) as answer:
+            return answer.status
     except urllib.error.HTTPError as e:
-        if e.code != 405:  # 405: there already (a server started again)
+        if e.code != 405:
             raise
+        return e.code
 
 
 def run_radicale(workdir, users, books, port=None):
@@ -158,6 +167,9 @@ def run_busy(workdir):
 def main(args):
     if args and args[0] == "--busy":
         return run_busy(args[1])
+    if args and args[0] == "--mkcol":
+        status = make_book(*args[1:4], calendar=args[4:] == ["calendar"])
+        sys.exit(0 if status == 201 else "MKCOL answered %d" % status)
     if not args:
         sys.exit(__doc__)
     workdir, users, books, port = args[0], {}, [], None

@@ -1,10 +1,7 @@
 // The local store's mail side: reading recipients, writing messages, the account file, and
 // what a failed delivery leaves behind.
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <array>
 #include <filesystem>
@@ -157,13 +154,9 @@ class DeliveryTest : public ::testing::Test {
     return m;
   }
   RuntimeError sendFails(VdirMailItem& m) {
-    try {
-      m.Send();
-    } catch (const RuntimeError& e) {
-      return e;
-    }
-    ADD_FAILURE() << "Send did not fail";
-    return RuntimeError(0, "");
+    RuntimeError e = testing::thrown([&] { m.Send(); });
+    EXPECT_NE(e.number(), 0) << "Send did not fail";
+    return e;
   }
 
   testing::TempDir dir;

@@ -31,6 +31,7 @@ using hostdb::kLockOptimistic;
 using hostdb::kLockReadOnly;
 
 enum class Engine { SQLite, PostgreSQL, ODBC, Jet };
+using Rows = std::vector<std::string>;
 
 std::string engineName(const ::testing::TestParamInfo<Engine>& info) {
   static const char* const kNames[] = {"sqlite", "postgres", "odbc", "jet"};
@@ -93,10 +94,10 @@ class DataAccessTest : public ::testing::TestWithParam<Engine> {
     }
   }
   // The first column of every row, as text; "<null>" for NULL.
-  std::vector<std::string> query(const std::string& sql) {
+  Rows query(const std::string& sql) {
     std::unique_ptr<Database> other = databases::open(path);
     Statement st(*other, sql);
-    std::vector<std::string> out;
+    Rows out;
     while (st.step()) {
       Stored v = st.column(0);
       out.push_back(v.type == Stored::Null ? "<null>" : fromStored(ColumnInfo{}, v));
@@ -109,16 +110,20 @@ class DataAccessTest : public ::testing::TestWithParam<Engine> {
   int32_t companies(int32_t lock = kLockReadOnly) {
     return open("SELECT Companies.* FROM Companies;", lock);
   }
-  std::vector<std::string> walk(int32_t h, const std::string& field) {
-    std::vector<std::string> out;
+  Rows walk(int32_t h, const std::string& field) {
+    Rows out;
     while (!db.isEOF(h)) {
       out.push_back(db.readField(h, field));
       db.moveNext(h);
     }
     return out;
   }
-  std::vector<std::string> stored() {
-    return query("SELECT CompanyName FROM Companies ORDER BY CompanyID;");
+  Rows stored() { return query("SELECT CompanyName FROM Companies ORDER BY CompanyID;"); }
+  // Adds a row to the recordset with these fields set, and saves it.
+  void addRow(int32_t h, const std::vector<std::pair<std::string, std::string>>& fields) {
+    db.addNew(h);
+    for (const auto& [field, value] : fields) db.setNewField(h, field, value);
+    db.saveNew(h);
   }
 
   static inline std::unique_ptr<testing::PostgresServer> server;
@@ -168,12 +173,10 @@ TEST_P(DataAccessTest, OpeningFailuresNameTheDatabase) {
 // A table without a key of its own and a view that renames a table are written like any table.
 TEST_P(DataAccessTest, TablesWithoutAKeyAndViewsOfATableAreWritable) {
   int32_t h = open("SELECT HostCategory.* FROM HostCategory;", kLockOptimistic);
-  db.addNew(h);
-  db.setNewField(h, "CategoryName", "Outlook");
-  db.saveNew(h);
+  addRow(h, {{"CategoryName", "Outlook"}});
   db.writeField(h, "CategoryNum", "7");
   EXPECT_EQ(query("SELECT CategoryName || '/' || CategoryNum FROM HostCategory;"),
-            (std::vector<std::string>{"Outlook/7"}));
+            (Rows{"Outlook/7"}));
   if (jet()) return;  // Jet writes through a query of one table itself; SQLite's views are read-only
   int32_t v = open("SELECT rstContacts.* FROM rstContacts;", kLockOptimistic);
   ASSERT_TRUE(db.findFirst(v, "DisplayName", "cy"));
@@ -219,7 +222,7 @@ TEST_P(DataAccessTest, MisusesAreErrorsByNumber) {
   };
   for (const Row& r : rows) EXPECT_EQ(testing::errorOf(r.run), r.error) << r.what;
   EXPECT_EQ(db.readField(readOnly, "CompanyName"), "Zeta Ltd.");
-  EXPECT_EQ(stored(), (std::vector<std::string>{"Zeta Ltd.", "acme Inc.", "Beta Co."}));
+  EXPECT_EQ(stored(), (Rows{"Zeta Ltd.", "acme Inc.", "Beta Co."}));
   for (int32_t h : {ended, readOnly, row, contact, join}) db.closeRecordset(h);
   EXPECT_EQ(db.openRecordsetCount(), 0u);
 }
@@ -227,7 +230,7 @@ TEST_P(DataAccessTest, MisusesAreErrorsByNumber) {
 TEST_P(DataAccessTest, WalkingInKeyOrderOrderByWhereAndFieldNamesInAnyCase) {
   int32_t h = companies();
   EXPECT_TRUE(db.hasCurrentRow(h));
-  EXPECT_EQ(walk(h, "CompanyID"), (std::vector<std::string>{"1", "2", "5"}));
+  EXPECT_EQ(walk(h, "CompanyID"), (Rows{"1", "2", "5"}));
   EXPECT_TRUE(db.isEOF(h));
   EXPECT_FALSE(db.hasCurrentRow(h));
 
@@ -239,19 +242,18 @@ TEST_P(DataAccessTest, WalkingInKeyOrderOrderByWhereAndFieldNamesInAnyCase) {
   EXPECT_TRUE(db.isEOF(empty));
 
   int32_t o = open("SELECT Companies.* FROM Companies ORDER BY Companies.CompanyName;");
-  EXPECT_EQ(walk(o, "companyname"),
-            (std::vector<std::string>{"acme Inc.", "Beta Co.", "Zeta Ltd."}));
+  EXPECT_EQ(walk(o, "companyname"), (Rows{"acme Inc.", "Beta Co.", "Zeta Ltd."}));
   int32_t w =
       open("SELECT Contacts.* FROM Contacts WHERE CompanyNum = 1 AND DisplayName <> 'Bob';");
-  EXPECT_EQ(walk(w, "DisplayName"), (std::vector<std::string>{"Ann", "Dee"}));
+  EXPECT_EQ(walk(w, "DisplayName"), (Rows{"Ann", "Dee"}));
 }
 
 TEST_P(DataAccessTest, FindsCompareTextWithoutRegardToCaseAndMoveTheRow) {
   int32_t h = open("SELECT Contacts.* FROM Contacts;");
   ASSERT_TRUE(db.findFirst(h, "CompanyNum", "1"));
-  std::vector<std::string> names;
+  Rows names;
   for (; !db.isEOF(h); db.findNext(h)) names.push_back(db.readField(h, "DisplayName"));
-  EXPECT_EQ(names, (std::vector<std::string>{"Ann", "Bob", "Dee"}));
+  EXPECT_EQ(names, (Rows{"Ann", "Bob", "Dee"}));
   EXPECT_FALSE(db.findFirst(h, "CompanyNum", "01"));  // text, not numbers: "01" is not "1"
   EXPECT_TRUE(db.isEOF(h));
   auto found = [&](const char* field, const char* value) {
@@ -285,14 +287,12 @@ TEST_P(DataAccessTest, AccentedLettersCompareAndSortWithoutRegardToCase) {
   EXPECT_FALSE(db.findFirst(h, "CategoryName", "ecole dupont"));  // accents still count
   // Sorting folds accented capitals too ("Émile" after "éclair"), on a table and in a join.
   int32_t o = open("SELECT Categories.* FROM Categories ORDER BY Categories.CategoryName;");
-  EXPECT_EQ(walk(o, "CategoryName"),
-            (std::vector<std::string>{"Eve", "zeta", "éclair", "ÉCOLE DUPONT", "Émile"}));
+  EXPECT_EQ(walk(o, "CategoryName"), (Rows{"Eve", "zeta", "éclair", "ÉCOLE DUPONT", "Émile"}));
   int32_t j = open(
       "SELECT Categories.CategoryName, Companies.CompanyName FROM Categories INNER JOIN "
       "Companies ON Companies.CategoryNum = Categories.CategoryID ORDER BY "
       "Categories.CategoryName DESC, Companies.CompanyName;");
-  EXPECT_EQ(walk(j, "CompanyName"),
-            (std::vector<std::string>{"acme Inc.", "Beta Co.", "Zeta Ltd."}));
+  EXPECT_EQ(walk(j, "CompanyName"), (Rows{"acme Inc.", "Beta Co.", "Zeta Ltd."}));
   ASSERT_TRUE(db.findFirst(j, "CompanyName", "ZETA LTD."));
 }
 
@@ -310,9 +310,7 @@ TEST_P(DataAccessTest, FindsAreIndexedInTheProcessNeverInTheHostsFile) {
   EXPECT_FALSE(db.findFirst(h, "CompanyName", "acme inc."));
   ASSERT_TRUE(db.findFirst(h, "CompanyName", "gamma"));
   EXPECT_EQ(db.readField(h, "CompanyID"), "2");
-  db.addNew(h);
-  db.setNewField(h, "CompanyName", "Delta");
-  db.saveNew(h);
+  addRow(h, {{"CompanyName", "Delta"}});
   std::string delta = db.readField(h, "CompanyID");
   ASSERT_TRUE(db.findFirst(h, "CompanyName", "DELTA"));
   EXPECT_EQ(db.readField(h, "CompanyID"), delta);
@@ -345,13 +343,11 @@ TEST_P(DataAccessTest, FindsAreIndexedInTheProcessNeverInTheHostsFile) {
 TEST_P(DataAccessTest, WithoutTheRightToAddTriggersOthersWritesAreStillFound) {
   if (!postgres()) GTEST_SKIP() << "SQLite tells changes by its data version";
   std::string clerk = "clerk_" + std::to_string(databases);
+  const std::string to = " IN SCHEMA public TO " + clerk + "; ";
   databases::open(path)->exec("CREATE ROLE " + clerk +
-                              " LOGIN; GRANT SELECT, INSERT, UPDATE, DELETE ON ALL TABLES IN "
-                              "SCHEMA public TO " +
-                              clerk +
-                              "; GRANT USAGE, SELECT, UPDATE ON ALL SEQUENCES IN SCHEMA "
-                              "public TO " +
-                              clerk + "; DROP TRIGGER dossync_changed ON \"Companies\";");
+                              " LOGIN; GRANT SELECT, INSERT, UPDATE, DELETE ON ALL TABLES" + to +
+                              "GRANT USAGE, SELECT, UPDATE ON ALL SEQUENCES" + to +
+                              "DROP TRIGGER dossync_changed ON \"Companies\";");
   std::string uri = path;
   uri.replace(uri.find("dossync@"), 7, clerk);
   databases::RoutedDataAccess seat;
@@ -474,7 +470,7 @@ TEST_P(SnapshotTest, OthersWritesShowWhenIdleOwnWritesAtOnce) {
     EXPECT_EQ(nameOf("2"), "Acme Renamed");  // our own write, inside the same procedure
     // A write after another program's, made while this connection still reads its snapshot,
     // is stored all the same, at once.
-    EXPECT_EQ(stored(), (std::vector<std::string>{"Zeta Two", "Acme Renamed", "Beta Two"}));
+    EXPECT_EQ(stored(), (Rows{"Zeta Two", "Acme Renamed", "Beta Two"}));
   }
   exec("UPDATE Companies SET CompanyName = 'Beta Three' WHERE CompanyID = 5;");
   EXPECT_EQ(nameOf("5"), "Beta Three");  // the procedure returned: idle
@@ -492,7 +488,7 @@ TEST_P(SnapshotTest, GroupedWritesCommitWhenTheProcedureReturnsOrAnErrorIsReport
     rename("2", "Acme Grouped");
     EXPECT_EQ(stored()[0], "Zeta Ltd.");  // not yet
   }
-  EXPECT_EQ(stored(), (std::vector<std::string>{"Zeta Grouped", "Acme Grouped", "Beta Co."}));
+  EXPECT_EQ(stored(), (Rows{"Zeta Grouped", "Acme Grouped", "Beta Co."}));
   // Writes to one row are joined into one statement, yet every read of this connection sees
   // each of them at once: through the recordset that wrote, another one, and a find.
   {
@@ -514,7 +510,7 @@ TEST_P(SnapshotTest, GroupedWritesCommitWhenTheProcedureReturnsOrAnErrorIsReport
   }
   EXPECT_EQ(query("SELECT coalesce(Email, '') || '|' || City FROM Companies WHERE CompanyID "
                   "IN (1, 5) ORDER BY CompanyID;"),
-            (std::vector<std::string>{"|Hull", "office@beta|Laval"}));
+            (Rows{"|Hull", "office@beta|Laval"}));
   rename("5", "Beta at once");
   EXPECT_EQ(stored()[2], "Beta at once");
 
@@ -527,7 +523,7 @@ TEST_P(SnapshotTest, GroupedWritesCommitWhenTheProcedureReturnsOrAnErrorIsReport
     }
   };
   auto errors = std::make_shared<Checking>();
-  std::vector<std::string> seen;
+  Rows seen;
   errors->check = [&] { seen = stored(); };
   apartment().errorService = errors;
   apartment().errorServiceSet = true;
@@ -553,10 +549,8 @@ TEST_P(SnapshotTest, AFailedRecordIsUndoneAloneInALargeGroup) {
     for (int k = 0; k < 120; ++k) {
       apartment().beginRecord();
       int32_t w = companies(kLockOptimistic);
-      db.addNew(w);
-      db.setNewField(w, "CompanyName", "Client " + std::to_string(k));
-      db.setNewField(w, "ContactNotes", notes + std::to_string(k));
-      db.saveNew(w);
+      addRow(w, {{"CompanyName", "Client " + std::to_string(k)},
+                 {"ContactNotes", notes + std::to_string(k)}});
       db.closeRecordset(w);
       apartment().endRecord(true);
     }
@@ -570,10 +564,8 @@ TEST_P(SnapshotTest, AFailedRecordIsUndoneAloneInALargeGroup) {
     rename("1", "Zeta After");
     apartment().endRecord(true);
   }
-  EXPECT_EQ(query("SELECT count(*) FROM Companies WHERE ContactNotes LIKE 'nnn%';"),
-            std::vector<std::string>{"120"});
-  EXPECT_EQ(query("SELECT count(*) FROM Companies WHERE ContactNotes = 'rewritten';"),
-            std::vector<std::string>{"0"});
+  EXPECT_EQ(query("SELECT count(*) FROM Companies WHERE ContactNotes LIKE 'nnn%';"), Rows{"120"});
+  EXPECT_EQ(query("SELECT count(*) FROM Companies WHERE ContactNotes = 'rewritten';"), Rows{"0"});
   EXPECT_EQ(stored()[0], "Zeta After");
 }
 
@@ -653,10 +645,9 @@ TEST_P(SnapshotTest, AGroupMeetingAnotherConnectionsChangeIsWrittenAgain) {
     rename("1", "Zeta Ours");
     EXPECT_EQ(stored()[1], "acme Inc.");  // not yet
   }
-  EXPECT_EQ(
-      query("SELECT CompanyName || '|' || coalesce(City, '') FROM Companies ORDER BY "
-            "CompanyID;"),
-      (std::vector<std::string>{"Zeta Ours|Elsewhere", "Acme Grouped|", "Beta Grouped|Elsewhere"}));
+  EXPECT_EQ(query("SELECT CompanyName || '|' || coalesce(City, '') FROM Companies ORDER BY "
+                  "CompanyID;"),
+            (Rows{"Zeta Ours|Elsewhere", "Acme Grouped|", "Beta Grouped|Elsewhere"}));
 }
 
 // A row is read with the columns its query's callers use; the first read of another column
@@ -714,19 +705,15 @@ TEST_P(DataAccessTest, NewRowsKnowTheirKeyBeforeTheyAreSaved) {
   db.saveNew(other);
   EXPECT_EQ(
       query("SELECT CompanyID || ':' || coalesce(CompanyName, '-') FROM Companies ORDER BY 1;"),
-      (std::vector<std::string>{"1:Zeta Ltd.", "2:acme Inc.", "5:Beta Co.", "6:", "7:-", "8:-"}));
+      (Rows{"1:Zeta Ltd.", "2:acme Inc.", "5:Beta Co.", "6:", "7:-", "8:-"}));
   // Without a key handed out ahead, the insert numbers the row; detail tables take the key the
   // caller gives.
   int32_t category = open("SELECT Categories.* FROM Categories;", kLockOptimistic);
-  db.addNew(category);
-  db.setNewField(category, "CategoryName", "Suppliers");
-  db.saveNew(category);
+  addRow(category, {{"CategoryName", "Suppliers"}});
   EXPECT_EQ(db.readField(category, "CategoryID"),
             query("SELECT max(CategoryID) FROM Categories;")[0]);
   int32_t d = open("SELECT LawInfo.* FROM LawInfo;", kLockOptimistic);
-  db.addNew(d);
-  db.setNewField(d, "LawInfoID", "42");
-  db.saveNew(d);
+  addRow(d, {{"LawInfoID", "42"}});
   EXPECT_EQ(db.readField(d, "LawInfoID"), "42");
   EXPECT_EQ(testing::errorOf([&] { db.saveNew(d); }), kNoCurrentRecord);
 }
@@ -754,9 +741,9 @@ TEST_P(DataAccessTest, KeysHandedOutAheadAreTakenForOtherConnectionsToo) {
   db.saveNew(h);
   other.closeRecordset(theirs);
   EXPECT_EQ(query("SELECT CompanyID FROM Companies ORDER BY CompanyID;"),
-            (std::vector<std::string>{"1", "2", "5", "6", "7", "8"}));
+            (Rows{"1", "2", "5", "6", "7", "8"}));
   EXPECT_EQ(query("SELECT CompanyName FROM Companies WHERE CompanyID = 8;"),
-            (std::vector<std::string>{"Host Program"}));
+            (Rows{"Host Program"}));
 }
 
 TEST_P(DataAccessTest, DeletingTheCurrentRowThenWalkingOn) {
@@ -765,7 +752,7 @@ TEST_P(DataAccessTest, DeletingTheCurrentRowThenWalkingOn) {
   EXPECT_FALSE(db.isEOF(h));
   EXPECT_EQ(testing::errorOf([&] { db.readField(h, "DisplayName"); }), kNoCurrentRecord);
   db.moveNext(h);
-  EXPECT_EQ(walk(h, "DisplayName"), (std::vector<std::string>{"Bob", "Dee"}));
+  EXPECT_EQ(walk(h, "DisplayName"), (Rows{"Bob", "Dee"}));
   EXPECT_EQ(query("SELECT count(*) FROM Contacts;")[0], "3");
 }
 
@@ -793,9 +780,9 @@ TEST_P(DataAccessTest, APreviewSeesItsWritesAndLeavesNothingBehind) {
     EXPECT_EQ(db.readField(again, "CompanyName"), "Changed");
   }
   db.idle();  // the outermost procedure returned: nothing is committed
-  EXPECT_EQ(stored(), (std::vector<std::string>{"Zeta Ltd.", "acme Inc.", "Beta Co."}));
+  EXPECT_EQ(stored(), (Rows{"Zeta Ltd.", "acme Inc.", "Beta Co."}));
   db.endPreview();
-  EXPECT_EQ(stored(), (std::vector<std::string>{"Zeta Ltd.", "acme Inc.", "Beta Co."}));
+  EXPECT_EQ(stored(), (Rows{"Zeta Ltd.", "acme Inc.", "Beta Co."}));
   int32_t h = companies(kLockOptimistic);
   EXPECT_FALSE(db.findFirst(h, "CompanyName", "Preview Ltd."));
   db.addNew(h);

@@ -19,12 +19,9 @@ using outlook::ContactProperty;
 
 std::vector<std::string> physicalLines(const std::string& text) {
   std::vector<std::string> out;
-  size_t pos = 0;
-  while (pos < text.size()) {
-    size_t end = text.find("\r\n", pos);
-    if (end == std::string::npos) end = text.size();
+  for (size_t pos = 0, end; pos < text.size(); pos = end + 2) {
+    end = std::min(text.find("\r\n", pos), text.size());
     out.push_back(text.substr(pos, end - pos));
-    pos = end + 2;
   }
   return out;
 }

@@ -44,29 +44,25 @@ class VdirInteropTest : public ::testing::Test {
  protected:
   void SetUp() override {
     auto app = makeVdirApplication(root.path());
-    auto c =
-        std::dynamic_pointer_cast<outlook::ContactItem>(app->CreateItem(outlook::olContactItem));
-    c->setFirstName("Jürgen");
-    c->setLastName("Müller, Jr.");
-    c->setFullName("Jürgen Müller");
-    c->setCompanyName("Smith; Jones & Partners");
-    c->setDepartment("Tax");
-    c->setBusinessTelephoneNumber("+44 20 7946 0000");
-    c->setMobileTelephoneNumber("+44 7700 900123");
-    c->setEmail1Address("juergen@example.com");
-    c->setEmail2Address("jkm@example.org");
-    c->setBody("First line\r\nsecond, with comma");
-    c->setCategories("Business, VIP");
-    c->Save();
+    auto c = testing::saveContact(*app, "", [](outlook::ContactItem& c) {
+      c.setFirstName("Jürgen");
+      c.setLastName("Müller, Jr.");
+      c.setFullName("Jürgen Müller");
+      c.setCompanyName("Smith; Jones & Partners");
+      c.setDepartment("Tax");
+      c.setBusinessTelephoneNumber("+44 20 7946 0000");
+      c.setMobileTelephoneNumber("+44 7700 900123");
+      c.setEmail1Address("juergen@example.com");
+      c.setEmail2Address("jkm@example.org");
+      c.setBody("First line\r\nsecond, with comma");
+      c.setCategories("Business, VIP");
+    });
     file = dynamic_cast<VdirItem&>(*c).FilePath();
-
     // A company without a person name, as a host company is sent.
-    auto company =
-        std::dynamic_pointer_cast<outlook::ContactItem>(app->CreateItem(outlook::olContactItem));
-    company->setCompanyName("Åkesson Bygg AB");
-    company->setEmail1Address("info@akesson.example");
-    company->setFileAs("Åkesson Bygg AB");
-    company->Save();
+    auto company = testing::saveContact(*app, "Åkesson Bygg AB", [](outlook::ContactItem& c) {
+      c.setCompanyName("Åkesson Bygg AB");
+      c.setEmail1Address("info@akesson.example");
+    });
     companyFile = dynamic_cast<VdirItem&>(*company).FilePath();
   }
 

@@ -34,37 +34,42 @@ std::string card(const std::string& body) {
 
 class VdirStoreTest : public ::testing::Test {
  protected:
-  std::shared_ptr<outlook::Application> open() {
+  using App = std::shared_ptr<outlook::Application>;
+  using Item = std::shared_ptr<ContactItem>;
+  App open() {
     return makeVdirApplication(root.path(),
                                [this](const std::string& m) { warnings.push_back(m); });
   }
-  static std::shared_ptr<outlook::NameSpace> session(
-      const std::shared_ptr<outlook::Application>& a) {
+  static std::shared_ptr<outlook::NameSpace> session(const App& a) {
     return a->GetNamespace("MAPI");
   }
-  static std::shared_ptr<outlook::Items> contacts(const std::shared_ptr<outlook::Application>& a) {
+  static std::string storeOf(const App& a, int32_t folder = outlook::olFolderContacts) {
+    return session(a)->GetDefaultFolder(folder)->StoreID();
+  }
+  static std::shared_ptr<outlook::Items> contacts(const App& a) {
     return session(a)->GetDefaultFolder(outlook::olFolderContacts)->Items();
   }
-  static std::shared_ptr<ContactItem> newContact(const std::shared_ptr<outlook::Application>& a) {
-    auto item = std::dynamic_pointer_cast<ContactItem>(a->CreateItem(outlook::olContactItem));
-    EXPECT_NE(item, nullptr);
-    return item;
+  static Item byId(const App& a, const std::string& id) {
+    return std::dynamic_pointer_cast<ContactItem>(session(a)->GetItemFromID(id, ""));
   }
-  static std::shared_ptr<ContactItem> saved(const std::shared_ptr<outlook::Application>& a,
-                                            const std::string& fileAs) {
+  static Item saved(const App& a, const std::string& fileAs) {
     return testing::saveContact(*a, fileAs);
+  }
+  static std::string pathOf(const outlook::ItemPtr& c) {
+    return dynamic_cast<VdirItem&>(*c).FilePath();
   }
   fs::path contactsDir(const std::string& profile = "default") const {
     return fs::path(root.path()) / profile / "contacts";
   }
-  static std::shared_ptr<ContactItem> find(const std::shared_ptr<outlook::Items>& items,
-                                           const std::string& fileAs) {
+  // Another program's file in the default profile's contacts folder.
+  void put(const std::string& name, const std::string& text) {
+    fs::create_directories(contactsDir());
+    writeFile(contactsDir() / name, text);
+  }
+  static Item find(const std::shared_ptr<outlook::Items>& items, const std::string& fileAs) {
     return std::dynamic_pointer_cast<ContactItem>(items->Find("[FileAs] = \"" + fileAs + "\""));
   }
-
-  static std::string idOf(const std::shared_ptr<ContactItem>& item) {
-    return item ? item->EntryID() : "(Nothing)";
-  }
+  static std::string idOf(const Item& item) { return item ? item->EntryID() : "(Nothing)"; }
 
   testing::TempDir root;
   std::vector<std::string> warnings;
@@ -72,20 +77,20 @@ class VdirStoreTest : public ::testing::Test {
 
 TEST_F(VdirStoreTest, LogonTakesTheDefaultProfileAndCreatesMissingOnes) {
   auto app = open();
-  session(app)->GetDefaultFolder(outlook::olFolderContacts);  // no Logon: the default profile
+  storeOf(app);  // no Logon: the default profile
   EXPECT_TRUE(fs::is_directory(contactsDir("default")));
   EXPECT_TRUE(fs::is_directory(fs::path(root.path()) / "default" / "calendar"));
 
   session(app)->Logon("Practice 2", "secret", true, true);
-  auto practiceStore = session(app)->GetDefaultFolder(outlook::olFolderContacts)->StoreID();
+  auto practiceStore = storeOf(app);
   EXPECT_TRUE(fs::is_directory(contactsDir("Practice 2")));
 
   writeFile(fs::path(root.path()) / "default-profile", "Practice 2\n");
   auto other = open();
   session(other)->Logon(std::nullopt, std::nullopt, std::nullopt, std::nullopt);
-  EXPECT_EQ(session(other)->GetDefaultFolder(outlook::olFolderContacts)->StoreID(), practiceStore);
+  EXPECT_EQ(storeOf(other), practiceStore);
   session(other)->Logon("", std::nullopt, std::nullopt, std::nullopt);
-  EXPECT_EQ(session(other)->GetDefaultFolder(outlook::olFolderCalendar)->StoreID(), practiceStore);
+  EXPECT_EQ(storeOf(other, outlook::olFolderCalendar), practiceStore);
 
   EXPECT_THROW(session(app)->Logon("../escape", {}, {}, {}), RuntimeError);
   EXPECT_THROW(app->GetNamespace("IMAP"), RuntimeError);
@@ -97,22 +102,21 @@ TEST_F(VdirStoreTest, LogonTakesTheDefaultProfileAndCreatesMissingOnes) {
 TEST_F(VdirStoreTest, StoreIdsAreStableAndItemsAreOnlyFoundInTheirOwnStore) {
   auto app = open();
   session(app)->Logon("a", {}, {}, {});
-  auto item = saved(app, "Smith, Ann");
-  std::string storeA = session(app)->GetDefaultFolder(outlook::olFolderContacts)->StoreID();
+  std::string id = saved(app, "Smith, Ann")->EntryID(), storeA = storeOf(app);
   ASSERT_FALSE(storeA.empty());
 
   auto again = open();
   session(again)->Logon("a", {}, {}, {});
-  EXPECT_EQ(session(again)->GetDefaultFolder(outlook::olFolderContacts)->StoreID(), storeA);
-  EXPECT_NE(session(again)->GetItemFromID(item->EntryID(), storeA), nullptr);
-  EXPECT_NE(session(again)->GetItemFromID(item->EntryID(), ""), nullptr);
+  EXPECT_EQ(storeOf(again), storeA);
+  EXPECT_NE(session(again)->GetItemFromID(id, storeA), nullptr);
+  EXPECT_NE(session(again)->GetItemFromID(id, ""), nullptr);
 
   session(again)->Logon("b", {}, {}, {});
-  std::string storeB = session(again)->GetDefaultFolder(outlook::olFolderContacts)->StoreID();
+  std::string storeB = storeOf(again);
   EXPECT_NE(storeA, storeB);
-  EXPECT_EQ(session(app)->GetItemFromID(item->EntryID(), storeB), nullptr);  // app is still on a
-  EXPECT_EQ(session(again)->GetItemFromID(item->EntryID(), storeA), nullptr);
-  EXPECT_EQ(session(again)->GetItemFromID(item->EntryID(), storeB), nullptr);
+  EXPECT_EQ(session(app)->GetItemFromID(id, storeB), nullptr);  // app is still on a
+  EXPECT_EQ(session(again)->GetItemFromID(id, storeA), nullptr);
+  EXPECT_EQ(session(again)->GetItemFromID(id, storeB), nullptr);
   EXPECT_EQ(session(again)->GetItemFromID("no-such-id", storeB), nullptr);
 }
 
@@ -129,27 +133,23 @@ TEST_F(VdirStoreTest, EveryCardHasADisplayNameAndCompaniesShowAsCompanies) {
       {"Ann Lee", "", "Acme Ltd", "", "", "FN:Ann Lee", false},
   };
   auto app = open();
-  auto lines = [&](const std::shared_ptr<ContactItem>& c) {  // unfolded, as written
+  auto lines = [&](const Item& c) {  // unfolded, as written
     std::set<std::string> out;
-    for (const auto& p :
-         parseVcard(testing::readFile(dynamic_cast<VdirItem&>(*c).FilePath())).properties)
-      out.insert(p.line());
+    for (const auto& p : parseVcard(testing::readFile(pathOf(c))).properties) out.insert(p.line());
     return out;
   };
-  auto reread = [&](const std::shared_ptr<ContactItem>& c) {
-    auto back =
-        std::dynamic_pointer_cast<ContactItem>(session(open())->GetItemFromID(c->EntryID(), ""));
+  auto reread = [&](const Item& c) {
+    auto back = byId(open(), c->EntryID());
     EXPECT_NE(back, nullptr);
     return back;
   };
   for (const auto& k : cases) {
-    auto c = newContact(app);
-    c->setFullName(k.full);
-    c->setFirstName(k.first);
-    c->setCompanyName(k.company);
-    c->setFileAs(k.fileAs);
-    c->setEmail1Address(k.email);
-    c->Save();
+    auto c = testing::saveContact(*app, k.fileAs, [&](ContactItem& c) {
+      c.setFullName(k.full);
+      c.setFirstName(k.first);
+      c.setCompanyName(k.company);
+      c.setEmail1Address(k.email);
+    });
     auto written = lines(c);
     EXPECT_TRUE(written.count(k.fnLine)) << k.fnLine;
     EXPECT_EQ(written.count("X-ABShowAs:COMPANY"), k.showsAsCompany ? 1u : 0u) << k.fnLine;
@@ -162,29 +162,23 @@ TEST_F(VdirStoreTest, EveryCardHasADisplayNameAndCompaniesShowAsCompanies) {
 
   // A company card follows its filing name, becomes a person's when given a person name, and
   // a company's again when the name goes.
-  auto c = newContact(app);
-  c->setCompanyName("Acme Ltd");
-  c->Save();
+  auto c = testing::saveContact(*app, "", [](ContactItem& c) { c.setCompanyName("Acme Ltd"); });
   c->setFileAs("Acme Holdings");
   c->Save();
   EXPECT_TRUE(lines(c).count("FN;X-DOSSYNC-DERIVED=TRUE:Acme Holdings"));
-  auto back = reread(c);
-  back->setFullName("Ann Lee");
-  back->Save();
-  EXPECT_TRUE(lines(c).count("FN:Ann Lee"));
-  EXPECT_FALSE(lines(c).count("X-ABShowAs:COMPANY"));
-  back = reread(c);
-  EXPECT_EQ(back->FullName(), "Ann Lee");
-  back->setFullName("");
-  back->Save();
-  EXPECT_TRUE(lines(c).count("FN;X-DOSSYNC-DERIVED=TRUE:Acme Holdings"));
-  EXPECT_TRUE(lines(c).count("X-ABShowAs:COMPANY"));
-  EXPECT_EQ(reread(c)->FullName(), "");
+  for (const char* full : {"Ann Lee", ""}) {
+    auto back = reread(c);
+    back->setFullName(full);
+    back->Save();
+    EXPECT_EQ(reread(c)->FullName(), full);
+    EXPECT_TRUE(lines(c).count(*full ? "FN:Ann Lee" : "FN;X-DOSSYNC-DERIVED=TRUE:Acme Holdings"));
+    EXPECT_EQ(lines(c).count("X-ABShowAs:COMPANY"), *full ? 0u : 1u);
+  }
 
   // Another program's card with an empty FN gets one when it is next saved. (One with a real FN
   // keeps it as the FullName, and its X-ABShowAs: UpdatingAnotherProgramsCardKeepsWhatWeDoNotMap.)
-  writeFile(contactsDir() / "theirs.vcf", card("UID:theirs\r\nFN:\r\nORG:Thunder Co\r\n"));
-  auto theirs = std::dynamic_pointer_cast<ContactItem>(session(app)->GetItemFromID("theirs", ""));
+  put("theirs.vcf", card("UID:theirs\r\nFN:\r\nORG:Thunder Co\r\n"));
+  auto theirs = byId(app, "theirs");
   ASSERT_NE(theirs, nullptr);
   theirs->setJobTitle("Supplier");
   theirs->Save();
@@ -196,15 +190,14 @@ TEST_F(VdirStoreTest, EveryCardHasADisplayNameAndCompaniesShowAsCompanies) {
 // are not cards are skipped, each reported once (naming the file and line), not again when the
 // folder is read anew; files that are not named as cards are not read.
 TEST_F(VdirStoreTest, ALargeFolderIsIndexedWholeWithItsBadFilesReported) {
-  fs::create_directories(contactsDir());
   for (int i = 0; i < 600; ++i) {
     std::string n = std::to_string(i);
-    writeFile(contactsDir() / ("c" + n + ".vcf"),
-              card("UID:u" + n + "\r\nFN:N " + n + "\r\nX-DOSSYNC-FILEAS:File " + n + "\r\n"));
+    put("c" + n + ".vcf",
+        card("UID:u" + n + "\r\nFN:N " + n + "\r\nX-DOSSYNC-FILEAS:File " + n + "\r\n"));
   }
-  writeFile(contactsDir() / "c300x.vcf", "BEGIN:VCARD\r\nno colon\r\nEND:VCARD\r\n");
-  writeFile(contactsDir() / "c599x.vcf", "");
-  writeFile(contactsDir() / "notes.txt", "not a card at all");
+  put("c300x.vcf", "BEGIN:VCARD\r\nno colon\r\nEND:VCARD\r\n");
+  put("c599x.vcf", "");
+  put("notes.txt", "not a card at all");
   auto app = open();
   auto items = contacts(app);
   EXPECT_EQ(items->Count(), 600);
@@ -214,7 +207,7 @@ TEST_F(VdirStoreTest, ALargeFolderIsIndexedWholeWithItsBadFilesReported) {
     EXPECT_EQ(c->EntryID(), "u" + std::to_string(i));
     EXPECT_EQ(c->Class(), outlook::olContact);
   }
-  writeFile(contactsDir() / "new.vcf", card("UID:new\r\nFN:New\r\n"));
+  put("new.vcf", card("UID:new\r\nFN:New\r\n"));
   EXPECT_EQ(contacts(app)->Count(), 601);
   ASSERT_EQ(warnings.size(), 2u);
   std::sort(warnings.begin(), warnings.end());
@@ -268,11 +261,9 @@ TEST_F(VdirStoreTest, LookUpsUseTheIndexAndSeeOtherProgramsThroughIdsAndFolderCh
   EXPECT_EQ(items->Count(), 1);  // index built
 
   // Another program adds a card and a broken file; another session of ours saves one.
-  writeFile(contactsDir() / "theirs.vcf",
-            card("UID:theirs\r\nFN:T\r\nX-DOSSYNC-FILEAS:Theirs\r\n"));
-  writeFile(contactsDir() / "broken.vcf", "garbage");
-  auto otherSession = open();
-  auto theirs2 = saved(otherSession, "Other session");
+  put("theirs.vcf", card("UID:theirs\r\nFN:T\r\nX-DOSSYNC-FILEAS:Theirs\r\n"));
+  put("broken.vcf", "garbage");
+  auto theirs2 = saved(open(), "Other session");
 
   for (int i = 0; i < 100; ++i) {
     EXPECT_NE(find(items, "Mine"), nullptr);
@@ -291,8 +282,7 @@ TEST_F(VdirStoreTest, LookUpsUseTheIndexAndSeeOtherProgramsThroughIdsAndFolderCh
   EXPECT_NE(find(refreshed, "Other session"), nullptr);
 
   // A card edited behind our back is not answered under its old name.
-  writeFile(contactsDir() / "theirs.vcf",
-            card("UID:theirs\r\nFN:T\r\nX-DOSSYNC-FILEAS:Renamed\r\n"));
+  put("theirs.vcf", card("UID:theirs\r\nFN:T\r\nX-DOSSYNC-FILEAS:Renamed\r\n"));
   EXPECT_EQ(find(refreshed, "Theirs"), nullptr);
   EXPECT_NE(find(refreshed, "Renamed"), nullptr);
 }
@@ -373,15 +363,13 @@ TEST_F(VdirStoreTest, TheIndexFindsCardsOfOtherProgramsByTheirFileAsAndKnowsGrou
       // A person filed as the group before it in file order is: Find answers contacts only.
       {"zteam.vcf", card("UID:zteam\r\nFN:P\r\nX-DOSSYNC-FILEAS:Team\r\n"), "Team"},
   };
-  auto app = open();
-  session(app)->GetDefaultFolder(outlook::olFolderContacts);  // makes the folders
   for (const auto& c : cases) {
     Vcard whole = parseVcard(c.text);
     ASSERT_EQ(isGroupCard(whole), c.group) << c.file;
     if (!c.group) {
       ASSERT_EQ(filedAs(whole), c.fileAs) << c.file;
     }
-    writeFile(contactsDir() / c.file, c.text);
+    put(c.file, c.text);
   }
   auto fresh = open();
   auto items = contacts(fresh);
@@ -390,10 +378,10 @@ TEST_F(VdirStoreTest, TheIndexFindsCardsOfOtherProgramsByTheirFileAsAndKnowsGrou
     if (c.group) continue;
     auto hit = find(items, c.fileAs);
     ASSERT_NE(hit, nullptr) << c.file;
-    EXPECT_EQ(dynamic_cast<VdirItem&>(*hit).FilePath(), (contactsDir() / c.file).string());
-    auto byId = session(fresh)->GetItemFromID(hit->EntryID(), "");
-    ASSERT_NE(byId, nullptr) << c.file;
-    EXPECT_EQ(dynamic_cast<VdirItem&>(*byId).FilePath(), (contactsDir() / c.file).string());
+    EXPECT_EQ(pathOf(hit), (contactsDir() / c.file).string());
+    auto again = byId(fresh, hit->EntryID());
+    ASSERT_NE(again, nullptr) << c.file;
+    EXPECT_EQ(pathOf(again), (contactsDir() / c.file).string());
   }
   for (int i = 1; i <= items->Count(); ++i) {  // groups are walked as distribution lists
     std::string id = items->Item(i)->EntryID();
@@ -409,11 +397,10 @@ TEST_F(VdirStoreTest, TheIndexFindsCardsOfOtherProgramsByTheirFileAsAndKnowsGrou
 }
 
 TEST_F(VdirStoreTest, CardsWithOddOrNoUidGetShortStableIds) {
-  fs::create_directories(contactsDir());
-  writeFile(contactsDir() / "long.vcf", card("UID:" + std::string(300, 'x') + "\r\nFN:Long\r\n"));
-  writeFile(contactsDir() / "odd.vcf", card("UID:urn:uuid:1234 5678/9\r\nFN:Odd\r\n"));
-  writeFile(contactsDir() / "dot.vcf", card("UID:..\r\nFN:Dots\r\n"));
-  writeFile(contactsDir() / "none.vcf", card("FN:None\r\n"));
+  put("long.vcf", card("UID:" + std::string(300, 'x') + "\r\nFN:Long\r\n"));
+  put("odd.vcf", card("UID:urn:uuid:1234 5678/9\r\nFN:Odd\r\n"));
+  put("dot.vcf", card("UID:..\r\nFN:Dots\r\n"));
+  put("none.vcf", card("FN:None\r\n"));
   std::map<std::string, std::string> ids;
   {
     auto items = contacts(open());
@@ -431,7 +418,7 @@ TEST_F(VdirStoreTest, CardsWithOddOrNoUidGetShortStableIds) {
   EXPECT_EQ(distinct.size(), 4u);
   auto later = open();
   for (const auto& [name, id] : ids) {
-    auto c = std::dynamic_pointer_cast<ContactItem>(session(later)->GetItemFromID(id, ""));
+    auto c = byId(later, id);
     ASSERT_NE(c, nullptr) << name;
     EXPECT_EQ(c->FullName(), name);
     EXPECT_EQ(c->EntryID(), id);
@@ -441,10 +428,9 @@ TEST_F(VdirStoreTest, CardsWithOddOrNoUidGetShortStableIds) {
 TEST_F(VdirStoreTest, DeletingRemovesTheFileAndTheIndexEntry) {
   auto app = open();
   auto items = contacts(app);
-  auto a = saved(app, "A");
-  auto b = saved(app, "B");
+  auto a = saved(app, "A"), b = saved(app, "B");
   EXPECT_EQ(items->Count(), 2);
-  std::string path = dynamic_cast<VdirItem&>(*a).FilePath();
+  std::string path = pathOf(a);
   EXPECT_TRUE(fs::exists(path));
 
   EXPECT_TRUE(deleteVdirItem(*session(app), a->EntryID()));
@@ -465,7 +451,7 @@ TEST_F(VdirStoreTest, ASaveWithoutAChangeLeavesTheFileAsItIs) {
   auto app = open();
   auto made = saved(app, "Same");
   std::string id = made->EntryID();
-  fs::path file = dynamic_cast<VdirItem&>(*made).FilePath();
+  fs::path file = pathOf(made);
   auto inode = [&] {
     struct stat st {};
     EXPECT_EQ(::stat(file.c_str(), &st), 0);
@@ -477,13 +463,13 @@ TEST_F(VdirStoreTest, ASaveWithoutAChangeLeavesTheFileAsItIs) {
   // Found by FileAs, opened by its id and saved with what it holds, as a synchronisation does.
   auto fresh = open();
   ASSERT_NE(find(contacts(fresh), "Same"), nullptr);
-  auto item = std::dynamic_pointer_cast<ContactItem>(session(fresh)->GetItemFromID(id, ""));
+  auto item = byId(fresh, id);
   ASSERT_NE(item, nullptr);
   item->setFileAs("Same");
   item->Save();
   EXPECT_EQ(inode(), before);
 
-  auto stale = std::dynamic_pointer_cast<ContactItem>(session(fresh)->GetItemFromID(id, ""));
+  auto stale = byId(fresh, id);
   writeFile(file, card("UID:" + id + "\r\nFN:Edited elsewhere\r\nX-DOSSYNC-FILEAS:Other\r\n"));
   stale->Save();
   EXPECT_EQ(testing::readFile(file), ours);
@@ -496,10 +482,9 @@ TEST_F(VdirStoreTest, ASaveWithoutAChangeLeavesTheFileAsItIs) {
 // file behind; the next session to open the folder removes ours once they are old enough that
 // no writer can still be about to rename them, and nothing else.
 TEST_F(VdirStoreTest, OpeningAFolderRemovesOurOldTemporaryFilesOnly) {
-  fs::create_directories(contactsDir());
   auto make = [&](const std::string& name, std::chrono::minutes age) {
     fs::path p = contactsDir() / name;
-    writeFile(p, card("UID:x\r\nFN:x\r\n"));
+    put(name, card("UID:x\r\nFN:x\r\n"));
     fs::last_write_time(p, fs::file_time_type::clock::now() - age);
     return p;
   };
@@ -547,7 +532,7 @@ TEST_F(VdirStoreTest, SavesInAProcedureAreOnDiskWhenItReturnsAndFailuresAreItsEr
         ids.push_back(c->EntryID());
       }
       // The same session reads its own saves at once, written or not.
-      auto again = std::dynamic_pointer_cast<ContactItem>(session(app)->GetItemFromID(ids[7], ""));
+      auto again = byId(app, ids[7]);
       ASSERT_NE(again, nullptr);
       EXPECT_EQ(again->FileAs(), "Name 7");
       again->setFileAs("Name 7b");
@@ -556,9 +541,8 @@ TEST_F(VdirStoreTest, SavesInAProcedureAreOnDiskWhenItReturnsAndFailuresAreItsEr
   }
   EXPECT_TRUE(errors->errors.empty());
   auto other = open();
-  for (const auto& id : ids) EXPECT_NE(session(other)->GetItemFromID(id, ""), nullptr) << id;
-  auto seventh = std::dynamic_pointer_cast<ContactItem>(session(other)->GetItemFromID(ids[7], ""));
-  EXPECT_EQ(seventh->FileAs(), "Name 7b");
+  for (const auto& id : ids) EXPECT_NE(byId(other, id), nullptr) << id;
+  EXPECT_EQ(byId(other, ids[7])->FileAs(), "Name 7b");
 
   // A file that cannot be replaced (a folder took its name): the save answers, the procedure
   // reports the failure naming the file as it returns, and the next save fails on its own.
