@@ -7,7 +7,22 @@
 #include "wizard_win32/wizard_window.h"
 
 using dossync::wizard::Control;
-using K = dossync::wizard::ControlKind;
+using dossync::wizard::ControlKind;
+
+namespace {
+
+Control control(ControlKind kind, std::string name, int index = -1, std::string container = "",
+                int containerIndex = -1) {
+  Control c;
+  c.kind = kind;
+  c.name = std::move(name);
+  c.index = index;
+  c.container = std::move(container);
+  c.containerIndex = containerIndex;
+  return c;
+}
+
+}  // namespace
 
 int wmain() {
   int failures = 0;
@@ -22,35 +37,35 @@ int wmain() {
   auto has = [](DWORD style, DWORD bits) { return (style & bits) == bits; };
   auto typeIs = [](DWORD style, DWORD type) { return (style & BS_TYPEMASK) == type; };
 
-  Control next{.name = "cmdNav", .index = 3, .kind = K::CommandButton};
-  Control back{.name = "cmdNav", .index = 2, .kind = K::CommandButton};
+  Control next = control(ControlKind::CommandButton, "cmdNav", 3);
+  Control back = control(ControlKind::CommandButton, "cmdNav", 2);
   check("Next is the default button", typeIs(styleOf(next).style, BS_DEFPUSHBUTTON));
   check("Back is a plain button", typeIs(styleOf(back).style, BS_PUSHBUTTON));
   check("buttons are tab stops", has(styleOf(back).style, WS_TABSTOP | WS_GROUP));
 
   // An option array in one frame is one radio group; the same array in another frame, or after
   // another control, starts a group of its own.
-  Control first{.name = "optInfoType", .index = 1, .kind = K::OptionButton, .container = "Frame3"};
-  Control second{.name = "optInfoType", .index = 2, .kind = K::OptionButton, .container = "Frame3"};
-  Control elsewhere{
-      .name = "optInfoType", .index = 3, .kind = K::OptionButton, .container = "Frame6"};
-  Control label{.name = "Label6", .kind = K::Label, .container = "Frame3"};
+  Control first = control(ControlKind::OptionButton, "optInfoType", 1, "Frame3");
+  Control second = control(ControlKind::OptionButton, "optInfoType", 2, "Frame3");
+  Control elsewhere = control(ControlKind::OptionButton, "optInfoType", 3, "Frame6");
+  Control label = control(ControlKind::Label, "Label6", -1, "Frame3");
   check("an option button is a radio button", typeIs(styleOf(first).style, BS_RADIOBUTTON));
   check("the first option starts a group", has(styleOf(first).style, WS_GROUP));
   check("the next option continues it", !has(styleOf(second, &first).style, WS_GROUP));
   check("another frame starts a group", has(styleOf(elsewhere, &second).style, WS_GROUP));
   check("an option after a label starts a group", has(styleOf(second, &label).style, WS_GROUP));
 
-  Control password{.name = "txtPassword", .kind = K::TextBox, .masked = true};
-  Control name{.name = "txtSaveName", .kind = K::TextBox};
+  Control password = control(ControlKind::TextBox, "txtPassword");
+  password.masked = true;
+  Control name = control(ControlKind::TextBox, "txtSaveName");
   check("the password is masked", has(styleOf(password).style, ES_PASSWORD));
   check("other text is shown", !has(styleOf(name).style, ES_PASSWORD));
   check("a text box is an edit with an edge", std::wstring(styleOf(name).windowClass) == WC_EDITW &&
                                                   styleOf(name).exStyle == WS_EX_CLIENTEDGE);
 
   // A step frame is a flat caption; a frame inside it a group box.
-  Control step{.name = "fraStep", .index = 0, .kind = K::Frame};
-  Control inner{.name = "Frame3", .kind = K::Frame, .container = "fraStep", .containerIndex = 3};
+  Control step = control(ControlKind::Frame, "fraStep", 0);
+  Control inner = control(ControlKind::Frame, "Frame3", -1, "fraStep", 3);
   check("a step frame is a static", std::wstring(styleOf(step).windowClass) == WC_STATICW);
   check("an inner frame is a group box", std::wstring(styleOf(inner).windowClass) == WC_BUTTONW &&
                                              typeIs(styleOf(inner).style, BS_GROUPBOX));
