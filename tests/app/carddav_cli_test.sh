@@ -12,16 +12,14 @@ port=$(cat "$work/radicale/port")
 h="$work/h.db" s="$work/s.db"
 "$bin" init-host "$h" >/dev/null && "$bin" demo-data "$h" --companies 12 --seed 3 >/dev/null
 sync() { "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress "$@"; }
-# What the server says of the book: its sync token changes with every write.
-token() {
-  curl -s -u alice:secret -X PROPFIND -H 'Depth: 0' --data \
-    '<propfind xmlns="DAV:"><prop><sync-token/></prop></propfind>' "$store_url/$1/" |
-    sed -n 's/.*<sync-token>\([^<]*\)<.*/\1/p'
+# What the server says of the book (PROPFIND BOOK DEPTH PROPERTY): its sync token, which changes
+# with every write, and how many cards it holds.
+propfind() {
+  curl -s -u alice:secret -X PROPFIND -H "Depth: $2" --data \
+    "<propfind xmlns=\"DAV:\"><prop><$3/></prop></propfind>" "$store_url/$1/"
 }
-on_server() {  # how many cards the book holds
-  curl -s -u alice:secret -X PROPFIND -H 'Depth: 1' --data \
-    '<propfind xmlns="DAV:"><prop><getetag/></prop></propfind>' "$store_url/$1/" | grep -o '\.vcf</' | wc -l
-}
+token() { propfind "$1" 0 sync-token | sed -n 's/.*<sync-token>\([^<]*\)<.*/\1/p'; }
+on_server() { propfind "$1" 1 getetag | grep -o '\.vcf</' | wc -l; }
 
 # A refused logon is one error before anything is opened (its message: DavClientTest).
 "$bin" sync --host-db "$h" --sync-db "$s" --outlook "carddav:$store_url/book/" --profile alice \
@@ -74,8 +72,7 @@ same "vobject parses them" "$(cat "$work/vobject.out")" "12 cards, 12 named"
 
 # Cards another client uploads are found and brought into the host.
 for n in 1 2 3; do
-  printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:other-%s\r\nFN:Other Person %s\r\nN:Person;Other %s;;;\r\nORG:Other Co %s\r\nNICKNAME:o%s\r\nEND:VCARD\r\n' \
-    $n $n $n $n $n >"$work/vs/up/other-$n.vcf"
+  vcard other-$n "Other Person $n" "N:Person;Other $n;;;" "ORG:Other Co $n" "NICKNAME:o$n" >"$work/vs/up/other-$n.vcf"
 done
 vs discover up && vs sync up; same "vdirsyncer upload" $? 0
 out=$("$bin" sync --host-db "$h" --sync-db "$work/s2.db" "${ol2[@]}" --no-progress --direction 3 --select all)
@@ -88,9 +85,10 @@ same "filed as Outlook files them" "$(sqlite3 "$h" "SELECT count(*) FROM Compani
 # card twice.
 h3="$work/h3.db" s3="$work/s3.db"
 "$bin" demo-data "$h3" --companies 150 --seed 5 >/dev/null
-"$bin" sync --host-db "$h3" --sync-db "$s3" "${ol2[@]}" --no-progress --select all >"$work/mid.out" 2>"$work/mid.err" &
+sync3() { "$bin" sync --host-db "$h3" --sync-db "$s3" "${ol2[@]}" --no-progress --select all; }
+sync3 >"$work/mid.out" 2>"$work/mid.err" &
 run=$!
-for _ in $(seq 300); do (( $(ls $cards2 2>/dev/null | grep -c '\.vcf$') >= 10 )) && break; sleep 0.02; done
+wait_for 6 '(( $(ls $cards2 2>/dev/null | grep -c "\.vcf$") >= 10 ))'
 store_down
 wait $run; same "mid-run failure: exit" $? 1
 has "mid-run failure names the server" "$(cat "$work/mid.err")" "127.0.0.1:$port"
@@ -102,7 +100,7 @@ else
   bad "mid-run failure summary: $out"
 fi
 store_up
-"$bin" sync --host-db "$h3" --sync-db "$s3" "${ol2[@]}" --no-progress --select all >/dev/null 2>"$work/mid2.err"
+sync3 >/dev/null 2>"$work/mid2.err"
 same "after the outage every company has one card" "$(on_server book2)" $((150 + 3))
 
 # The wizard's Outlook tree reads the server.

@@ -30,6 +30,17 @@ check() {
   local rc=$?
   [[ $rc -eq $want ]] && ok || { bad "$name: exit $rc, wanted $want"; cat "$work/stdout" "$work/stderr"; }
 }
+# wait_for SECONDS CONDITION: waits until the shell condition holds; answers whether it did.
+wait_for() {
+  local end=$((SECONDS + $1))
+  until eval "$2"; do ((SECONDS < end)) || return 1; sleep 0.01; done
+}
+# vcard UID FN [LINE...]: a vCard 3.0 as another address book writes it, with those lines.
+vcard() {
+  printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:%s\r\nFN:%s\r\n' "$1" "$2"
+  shift 2
+  printf '%s\r\n' "$@" END:VCARD
+}
 out() { cat "$work/stdout"; }
 err() { cat "$work/stderr"; }
 finish() {  # finish NAME: prints the closing line and answers whether all passed

@@ -21,8 +21,7 @@ make_cards() {  # DIR FIRST
   echo "{\"FullName\": \"$2 Person1\", \"FirstName\": \"$2\", \"LastName\": \"Person1\", \"CompanyName\": \"$2 Co 1\"}" |
     "$bin" contacts put --outlook "vdir:$work/$1" --json - >/dev/null || bad "contacts put"
   for i in $(seq 2 $n); do
-    printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:%s%d\r\nFN:%s Person%d\r\nN:Person%d;%s;;;\r\nORG:%s Co %d\r\nEND:VCARD\r\n' \
-      "$2" "$i" "$2" "$i" "$i" "$2" "$2" "$i" >"$work/$1/default/contacts/$2$i.vcf"
+    vcard "$2$i" "$2 Person$i" "N:Person$i;$2;;;" "ORG:$2 Co $i" >"$work/$1/default/contacts/$2$i.vcf"
   done
 }
 make_cards in Card

@@ -9,7 +9,6 @@ for name in Alpha Omega; do
   echo "{\"FileAs\": \"$name\", \"CompanyName\": \"$name Ltd\"}" | "$bin" contacts put "${ol[@]}" --json - >/dev/null
 done
 cards="$work/ol/default/contacts"
-card() { printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:%s\r\nFN:%s\r\nN:;;;;\r\nEND:VCARD\r\n' "$1" "$2"; }
 
 # A FIFO under a card's name is passed over, not waited on.
 mkfifo "$cards/x.vcf"
@@ -17,7 +16,7 @@ same "fifo: list does not hang" "$(run contacts list "${ol[@]}")" 0
 same "fifo: the cards still list" "$(wc -l <"$work/out")" 2
 
 # A card that is not UTF-8 lists with the others, its bad bytes as U+FFFD, its file named once.
-card latin "Caf$(printf '\xe9') Ol$(printf '\xe9')" >"$cards/latin.vcf"
+vcard latin "Caf$(printf '\xe9') Ol$(printf '\xe9')" 'N:;;;;' >"$cards/latin.vcf"
 # A NUL byte does not cut the value short.
 printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:nul\r\nFN:Jo\0e Bloggs\r\nN:;;;;\r\nEND:VCARD\r\n' >"$cards/nul.vcf"
 same "bad bytes: list --json exit" "$(run contacts list "${ol[@]}" --json)" 0

@@ -3,10 +3,7 @@
 # that renders without warnings and has a part for every command, completions that complete,
 # units that systemd accepts, a desktop entry that validates; the .deb's files and Depends.
 #   install_test.sh BUILD_DIR
-set -uo pipefail
 build=$(cd "$1" && pwd)
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 source "$(dirname "$0")/check_lib.sh"
 mkdir -p "$XDG_CONFIG_HOME/dossync"
 

@@ -14,25 +14,23 @@ unset DISPLAY WAYLAND_DISPLAY
 mkdir -p "$work/sink"
 "$py" "$here/smtp_sink.py" "$work/sink" 2>"$work/sink.log" &
 sink_pid=$!
-for _ in $(seq 100); do [[ -s "$work/sink/port" ]] && break; sleep 0.1; done
-if [[ ! -s "$work/sink/port" ]]; then
-  echo "FAIL the SMTP server did not start:"; cat "$work/sink.log"
-  echo "mail cli: 0 passed, 1 failed"; exit 1
-fi
+wait_for 10 '[[ -s $work/sink/port ]]' || { echo "FAIL the SMTP server did not start: $(cat "$work/sink.log")"; exit 1; }
 port=$(cat "$work/sink/port")
 received() { ls "$work/sink"/*.eml 2>/dev/null | wc -l; }
 
 o="vdir:$work/ol"
 profile_dir="$work/ol/default"
-"$bin" account set --outlook "$o" --smtp "smtp://127.0.0.1:$port" --from office@example.org \
-  --name "Bürö Office" >/dev/null
-same "account set" $? 0
+account() {  # PORT ARGS...: the store's mail account, the sink's or another server on PORT
+  "$bin" account set --outlook "$o" --smtp "smtp://127.0.0.1:$1" --from office@example.org "${@:2}" >/dev/null
+}
+mail() { "$bin" mail --outlook "$o" "$@"; }
+account "$port" --name "Bürö Office"; same "account set" $? 0
 has "account show" "$("$bin" account show --outlook "$o")" "smtp://127.0.0.1:$port"
 
 # One mail with every kind of recipient and two attachments (one renamed, one not).
 head -c 3000 /dev/urandom >"$work/report.bin"
 printf 'plain text\r\nsecond line\n' >"$work/notes.txt"
-"$bin" mail --outlook "$o" --to "Jane Doe <jane@example.org>" --to bob@example.org \
+mail --to "Jane Doe <jane@example.org>" --to bob@example.org \
   --cc "carol@example.org" --bcc "hidden@example.org" --subject "Grüße aus Köln — 2024" \
   --body "Hello Jane,
 see the files." --attach "$work/report.bin=Rapport annuel é.bin" --attach "$work/notes.txt" \
@@ -74,7 +72,7 @@ attachments ['Rapport annuel é.bin', 'notes.txt'] True True"
 fails() {  # fails NAME TEXT_IN_ERROR MAIL_ARGUMENTS...
   local name=$1 text=$2
   shift 2
-  "$bin" mail --outlook "$o" --subject s --body b --send "$@" >"$work/out" 2>"$work/err"
+  mail --subject s --body b --send "$@" >"$work/out" 2>"$work/err"
   [[ $? -ne 0 ]] && ok || bad "$name: exit 0"
   has "$name: error" "$(cat "$work/err")" "$text"
   same "$name: nothing sent" "$(received)" 1
@@ -86,7 +84,7 @@ fails "missing attachment" "missing.pdf" --to jane@example.org --attach "$work/m
 # Nothing listens on the port: the command fails naming the server, the message stays in
 # outbox/ with its Bcc.
 closed=$("$py" -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-"$bin" account set --outlook "$o" --smtp "smtp://127.0.0.1:$closed" --from office@example.org >/dev/null
+account "$closed"
 before=$(ls "$profile_dir/outbox" | wc -l)
 fails "refused connection" "127.0.0.1:$closed" --to jane@example.org --bcc hidden@example.org
 same "refused connection keeps one more message" "$(ls "$profile_dir/outbox" | wc -l)" $((before + 1))
@@ -95,8 +93,7 @@ has "kept message has its Bcc" "$(cat "$kept")" "Bcc: hidden@example.org"
 has "error says where it is kept" "$(cat "$work/err")" "$kept"
 
 # --display without a desktop saves a draft and says where.
-out=$("$bin" mail --outlook "$o" --to jane@example.org --bcc hidden@example.org --subject Draft \
-  --body-file "$work/notes.txt" --display)
+out=$(mail --to jane@example.org --bcc hidden@example.org --subject Draft --body-file "$work/notes.txt" --display)
 same "display exit" $? 0
 draft=${out#Draft saved: }
 [[ "$out" == "Draft saved: $profile_dir/drafts/"*.eml && -f "$draft" ]] && ok || bad "draft path: $out"
@@ -108,9 +105,8 @@ mkdir -p "$work/bin"
 printf '#!/bin/sh\nprintf "%%s" "$1" >"%s/opened.tmp" && mv "%s/opened.tmp" "%s/opened"\n' \
   "$work" "$work" "$work" >"$work/bin/xdg-open"
 chmod +x "$work/bin/xdg-open"
-out=$(DISPLAY=:99 PATH="$work/bin:$PATH" "$bin" mail --outlook "$o" --to jane@example.org \
-  --subject Opened --body b --display)
-for _ in $(seq 50); do [[ -f "$work/opened" ]] && break; sleep 0.1; done
+out=$(DISPLAY=:99 PATH="$work/bin:$PATH" mail --to jane@example.org --subject Opened --body b --display)
+wait_for 5 '[[ -f $work/opened ]]'
 draft=${out#Draft saved and opened: }
 [[ "$out" == "Draft saved and opened: "*.eml ]] && ok || bad "opened draft: $out"
 same "xdg-open got the draft" "$(cat "$work/opened" 2>/dev/null)" "$draft"
@@ -136,21 +132,19 @@ same "appointment as read by python3-icalendar" "$got" \
 # A log-on needs TLS unless the account allows a plain connection: the sink offers no STARTTLS,
 # so "auto" refuses before any AUTH; --starttls never logs on (the sink notes the user).
 umask 022
-"$bin" account set --outlook "$o" --smtp "smtp://127.0.0.1:$port" --from office@example.org \
-  --user office --password hunter2 >/dev/null
+account "$port" --user office --password hunter2
 before=$(received)
-"$bin" mail --outlook "$o" --to jane@example.org --subject s --body b --send >"$work/out" 2>"$work/err"
+mail --to jane@example.org --subject s --body b --send >"$work/out" 2>"$work/err"
 [[ $? -ne 0 ]] && ok || bad "auto over plain: exit 0"
 has "auto over plain: says why" "$(cat "$work/err")" "offers no TLS (STARTTLS)"
 same "auto over plain: nothing sent, no log-on" "$(received):$(cat "$work/sink/auth" 2>/dev/null)" "$before:"
 [[ "$(cat "$work/err")" != *hunter2* ]] && ok || bad "the error showed the password"
-"$bin" account set --outlook "$o" --smtp "smtp://127.0.0.1:$port" --from office@example.org \
-  --user office --password hunter2 --starttls never >/dev/null
-"$bin" mail --outlook "$o" --to jane@example.org --subject s --body b --send >/dev/null 2>"$work/err"
+account "$port" --user office --password hunter2 --starttls never
+mail --to jane@example.org --subject s --body b --send >/dev/null 2>"$work/err"
 same "never: sent" $? 0
 same "never: logged on" "$(cat "$work/sink/auth" 2>/dev/null)" "office"
 # Written under umask 022 and still the owner's only: the account, drafts, the outbox.
-"$bin" mail --outlook "$o" --to jane@example.org --subject Draft --body b --display >/dev/null
+mail --to jane@example.org --subject Draft --body b --display >/dev/null
 same "private mail files" "$(find "$profile_dir" -type f -perm /077)" ""
 
 finish "mail cli"

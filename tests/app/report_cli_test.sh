@@ -123,10 +123,7 @@ if [[ $store_kind == vdir ]]; then
   "$bin" sync --host-db "$work/int.db" --sync-db "$work/int-s.db" --outlook "vdir:$work/olint" \
     --no-progress --json >"$work/out/int.json" 2>"$work/out/int.err" &
   pid=$!
-  for _ in $(seq 1000); do
-    (( $(ls "$work/olint/default/contacts" 2>/dev/null | wc -l) >= 50 )) && break
-    sleep 0.01
-  done
+  wait_for 10 '(( $(ls "$work/olint/default/contacts" 2>/dev/null | wc -l) >= 50 ))'
   kill -TERM $pid
   wait $pid; same "stopped by SIGTERM" $? 143
   read -r interrupted records < <(jq -r '"\(.interrupted) \(.summary.records)"' "$work/out/int.json")

@@ -13,10 +13,12 @@ h="$work/h.db" s="$work/s.db" cards="$work/ol/default/contacts"
 mkdir -p "$cards"
 # Cards as another address book writes them; each person and company has a name of its own.
 for i in $(seq 1 $n); do
-  bday=""
-  ((i % 3 == 0)) && printf -v bday 'BDAY:19%02d-%02d-%02d\r\n' $((40 + i % 60)) $((1 + i % 12)) $((1 + i % 28))
-  printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:rc-%04d\r\nFN:Pat Smith-%d\r\nN:Smith-%d;Pat;;;\r\nORG:Smith-%d Holdings Inc.;\r\nADR;TYPE=WORK:;;%d Bank Street;Ottawa;ON;K1P 5N2;Canada\r\nTEL;TYPE=WORK,VOICE:613-555-%04d\r\nEMAIL;TYPE=INTERNET:pat%d@smith.ca\r\n%sEND:VCARD\r\n' \
-    "$i" "$i" "$i" "$i" "$i" "$i" "$i" "$bday" >"$cards/rc-$(printf %04d "$i").vcf"
+  printf -v id %04d "$i"
+  bday=()
+  ((i % 3 == 0)) && printf -v bday 'BDAY:19%02d-%02d-%02d' $((40 + i % 60)) $((1 + i % 12)) $((1 + i % 28))
+  vcard "rc-$id" "Pat Smith-$i" "N:Smith-$i;Pat;;;" "ORG:Smith-$i Holdings Inc.;" \
+    "ADR;TYPE=WORK:;;$i Bank Street;Ottawa;ON;K1P 5N2;Canada" "TEL;TYPE=WORK,VOICE:613-555-$id" \
+    "EMAIL;TYPE=INTERNET:pat$i@smith.ca" "${bday[@]}" >"$cards/rc-$id.vcf"
 done
 hq() { sqlite3 -cmd ".timeout 2000" "$h" "$1" 2>/dev/null; }
 args=(sync --host-db "$h" --sync-db "$s" --outlook "vdir:$work/ol" --no-progress --direction 3 --select all)
@@ -53,20 +55,17 @@ torn=$(hq "
       (SELECT count(*) FROM Contacts p WHERE p.CompanyNum = c.CompanyID
          AND p.BusinessNotes LIKE '{\\rtf1%') AS summarised
     FROM Companies c)
-  SELECT CompanyID || ' ''' || ifnull(CompanyName, '') || ''':'
-    || CASE WHEN clients <> 1 THEN ' ' || clients || ' client records' ELSE '' END
-    || CASE WHEN ifnull(details, 0) <> 8 THEN ' ' || ifnull(details, 0) || ' of 8 detail rows' ELSE '' END
-    || CASE WHEN ifnull(CompanyName, '') = '' THEN ' no name' ELSE '' END
-    || CASE WHEN contacts = 0 AND NOT EXISTS (SELECT 1 FROM Companies o JOIN Contacts p
-         ON p.CompanyNum = o.CompanyID WHERE o.CompanyName = k.CompanyName AND k.CompanyName <> '')
-       THEN ' no contact' ELSE '' END
-    || CASE WHEN contacts > 0 AND summarised < contacts THEN ' contact without summary' ELSE '' END
-    || CASE WHEN contacts > 0 AND ifnull(ContactNotes, '') NOT LIKE '{\\rtf1%' THEN ' no company summary' ELSE '' END
-  FROM k
-  WHERE clients <> 1 OR ifnull(details, 0) <> 8 OR ifnull(CompanyName, '') = ''
-    OR (contacts = 0 AND NOT EXISTS (SELECT 1 FROM Companies o JOIN Contacts p
-         ON p.CompanyNum = o.CompanyID WHERE o.CompanyName = k.CompanyName AND k.CompanyName <> ''))
-    OR (contacts > 0 AND (summarised < contacts OR ifnull(ContactNotes, '') NOT LIKE '{\\rtf1%'));")
+  SELECT CompanyID || ' ''' || ifnull(CompanyName, '') || ''':' || why FROM (SELECT *,
+      CASE WHEN clients <> 1 THEN ' ' || clients || ' client records' ELSE '' END
+      || CASE WHEN ifnull(details, 0) <> 8 THEN ' ' || ifnull(details, 0) || ' of 8 detail rows' ELSE '' END
+      || CASE WHEN ifnull(CompanyName, '') = '' THEN ' no name' ELSE '' END
+      || CASE WHEN contacts = 0 AND NOT EXISTS (SELECT 1 FROM Companies o JOIN Contacts p
+           ON p.CompanyNum = o.CompanyID WHERE o.CompanyName = k.CompanyName AND k.CompanyName <> '')
+         THEN ' no contact' ELSE '' END
+      || CASE WHEN contacts > 0 AND summarised < contacts THEN ' contact without summary' ELSE '' END
+      || CASE WHEN contacts > 0 AND ifnull(ContactNotes, '') NOT LIKE '{\\rtf1%' THEN ' no company summary' ELSE '' END
+      AS why FROM k)
+  WHERE why <> '';")
 companies=$(hq "SELECT count(*) FROM Companies;")
 echo "$killed runs killed part-way; afterwards $companies companies"
 [[ -z "$torn" ]] && ok || bad "$(wc -l <<<"$torn") of $companies companies not whole:

@@ -33,8 +33,7 @@ holds() {  # holds PID: the run PID holds scheme 5
 }
 "$bin" sync "${S[@]}" --scheme 5 --outlook "vdir:$work/out" >"$work/a.txt" 2>&1 &
 first=$!
-for _ in $(seq 6000); do holds $first && break; sleep 0.01; done
-holds $first || bad "the first run never held scheme 5: $(cat "$work/a.txt")"
+wait_for 60 "holds $first" || bad "the first run never held scheme 5: $(cat "$work/a.txt")"
 kill -STOP $first
 run "busy: gives up" 75 sync "${S[@]}" --scheme 5 --outlook "vdir:$work/out" --wait 0
 has "busy: names the holder" "$(err)" "(process $first on "
@@ -42,7 +41,7 @@ has "busy: its start" "$(err)" ", started $(date -u +%Y-)"
 has "busy: what to do" "$(err)" "--wait SECONDS"
 "$bin" sync "${S[@]}" --scheme 5 --outlook "vdir:$work/out" --wait 120 >"$work/b.txt" 2>&1 &
 second=$!
-for _ in $(seq 6000); do grep -qs "waiting up to 120 seconds" "$work/b.txt" && break; sleep 0.01; done
+wait_for 60 'grep -qs "waiting up to 120 seconds" "$work/b.txt"'
 has "second waits for the first" "$(cat "$work/b.txt")" "is in use by another run (process $first on "
 kill -CONT $first
 wait $first; same "first run" $? 0

@@ -37,8 +37,8 @@ same "the card holds the host's case" \
 cards=$work/full/default/contacts
 mkdir -p "$cards"
 for i in $(seq 400); do
-  printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:card-%d\r\nFN:Person %d\r\nN:%d;Person;;;\r\nORG:Company number %d with a long name\r\nEMAIL:p%d@example.org\r\nEND:VCARD\r\n' \
-    "$i" "$i" "$i" "$i" "$i" >"$cards/card-$i.vcf"
+  vcard card-$i "Person $i" "N:$i;Person;;;" "ORG:Company number $i with a long name" \
+    "EMAIL:p$i@example.org" >"$cards/card-$i.vcf"
 done
 mkdir -p "$work/small"
 if [[ $(id -u) -ne 0 ]] || ! mount -t tmpfs -o size=1m tmpfs "$work/small" 2>/dev/null; then
@@ -81,7 +81,6 @@ readonly() {  # DIR
   mount -o remount,bind,ro "$1" 2>/dev/null
 }
 writable() { if [[ $(id -u) -ne 0 ]]; then chmod -R u+w "$1"; else umount "$1"; fi; }
-mounts=()
 h2="$work/h2.db" s2="$work/sdir/s2.db"
 mkdir -p "$work/sdir"
 "$bin" demo-data "$h2" --companies 5 >/dev/null

@@ -16,8 +16,7 @@ store_start_server() {
   /usr/bin/python3 "$(dirname "${BASH_SOURCE[0]}")/../support/radicale_server.py" "$work/radicale" \
     alice:secret --book alice/book --book alice/book2 ${1:+--port "$1"} >/dev/null 2>&1 &
   radicale_pid=$!
-  for _ in $(seq 150); do [[ -s "$work/radicale/port" ]] && break; sleep 0.1; done
-  [[ -s "$work/radicale/port" ]] || { echo "FAIL Radicale did not start"; cat "$work/radicale/radicale.log"; exit 1; }
+  wait_for 15 '[[ -s $work/radicale/port ]]' || { echo "FAIL Radicale did not start"; cat "$work/radicale/radicale.log"; exit 1; }
 }
 if [[ "$store_kind" == carddav ]]; then
   store_start_server

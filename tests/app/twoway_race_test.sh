@@ -12,8 +12,7 @@ source "$(dirname "$0")/store_lib.sh"
   "$(cat "$work/radicale/port")" alice:secret >"$work/proxy.out" 2>&1 &
 proxy=$!
 on_exit 'stop "$proxy"'
-for _ in $(seq 100); do [[ -s "$work/proxy-port" ]] && break; sleep 0.05; done
-[[ -s "$work/proxy-port" ]] || { echo "FAIL the proxy did not start: $(cat "$work/proxy.out")"; exit 1; }
+wait_for 5 '[[ -s $work/proxy-port ]]' || { echo "FAIL the proxy did not start: $(cat "$work/proxy.out")"; exit 1; }
 port=$(cat "$work/proxy-port")
 cards="$XDG_DATA_HOME/dossync/carddav/127.0.0.1_${port}_alice_book/alice/contacts"
 

@@ -54,17 +54,23 @@ void failARun(_clsOutlookSynchronization* c) {
   c->Synchronize(&done);
 }
 
-// A sink of __clsOutlookSynchronization: counts ExitProgram (DISPID 1).
+// A sink of __clsOutlookSynchronization: counts ExitProgram (DISPID 1). Given the host's last
+// reference to the component, the handler lets go of it, as a host releasing it there does.
 class ExitSink final : public dossync::win32::DispatchServer {
  public:
-  ExitSink() { addMember(L"ExitProgram", 1); }
+  explicit ExitSink(IUnknown* held = nullptr) : held_(held) { addMember(L"ExitProgram", 1); }
   int exits = 0;
 
  protected:
   HRESULT invokeMember(DISPID id, WORD, DISPPARAMS*, VARIANT*) override {
-    if (id == 1) ++exits;
+    if (id != 1) return S_OK;
+    ++exits;
+    if (held_) std::exchange(held_, nullptr)->Release();
     return S_OK;
   }
+
+ private:
+  IUnknown* held_;
 };
 
 void earlyBound(const std::wstring& hostDb) {
@@ -127,21 +133,6 @@ void events() {
   errors->Release();
 }
 
-// A host whose ExitProgram handler releases its last reference to the component.
-class ReleasingSink final : public dossync::win32::DispatchServer {
- public:
-  explicit ReleasingSink(IUnknown* held) : held_(held) {}
-
- protected:
-  HRESULT invokeMember(DISPID id, WORD, DISPPARAMS*, VARIANT*) override {
-    if (id == 1 && held_) std::exchange(held_, nullptr)->Release();
-    return S_OK;
-  }
-
- private:
-  IUnknown* held_;
-};
-
 // What the host holds keeps the DLL loaded, and only that: the collection after the component;
 // nothing once the host let go of everything, even from inside ExitProgram.
 void lifetime() {
@@ -165,7 +156,7 @@ void lifetime() {
                    IID__clsOutlookSynchronization, reinterpret_cast<void**>(&c));
   if (!c) return check(false, "lifetime: CoCreateInstance");
   auto point = exitEvents(c);
-  auto* sink = new ReleasingSink(c);
+  auto* sink = new ExitSink(c);
   DWORD cookie = 0;
   point->Advise(sink, &cookie);
   point = {};

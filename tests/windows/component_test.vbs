@@ -64,20 +64,11 @@ Set c = Nothing
 
 ' A synchronisation of the demo practice into the stand-in's folder, under the host's progress
 ' dialog, every company chosen.
-Set c = CreateObject("kvoutlookdx.clsOutlookSynchronization")
 Set es = New ErrorService
 Set mb = New MessageBox
-Set c.errorClass = es
-Set c.MsgboxClass = mb
-c.DataFileUniqueID = "DEMO"
-c.MainDatabaseLocation = work & "\host.db"
-c.SyncDatabaseLocation = work & "\sync.db"
+Set c = DemoComponent(work, companies, es, mb)
 CheckEqual c.FailedToInitializeFlag, False, "demo practice opens"
 Check fso.FileExists(work & "\sync.db"), "synchronisation database made"
-Dim i
-For i = 1 To companies
-  c.companyCollection.Add i
-Next
 ' The runs write to Outlook and read nothing Outlook's guard asks the user about (e-mail
 ' addresses, notes), for its report neither.
 Dim standin : Set standin = CreateObject("Outlook.Application")

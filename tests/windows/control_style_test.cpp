@@ -1,5 +1,6 @@
 // The child window a wizard control becomes (controlStyle), where it depends on the control:
-// the default button, radio groups, the masked password, step frames and group boxes. Prints "OK control styles" when every row holds; exits 1 otherwise.
+// the default button, radio groups, the masked password, step frames and group boxes. Prints
+// "OK control styles" when every row holds; exits 1 otherwise.
 #include <cstdio>
 #include <string>
 

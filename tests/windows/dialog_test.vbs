@@ -5,18 +5,9 @@
 ' Arguments: the work folder of component_test.vbs, the number of companies in host.db.
 Dim work : work = WScript.Arguments(0)
 Dim companies : companies = CLng(WScript.Arguments(1))
-Dim c : Set c = CreateObject("kvoutlookdx.clsOutlookSynchronization")
 Dim es : Set es = New ErrorService
 Dim mb : Set mb = New MessageBox
-Set c.errorClass = es
-Set c.MsgboxClass = mb
-c.DataFileUniqueID = "DEMO"
-c.MainDatabaseLocation = work & "\host.db"
-c.SyncDatabaseLocation = work & "\sync.db"
-Dim i
-For i = 1 To companies
-  c.companyCollection.Add i
-Next
+Dim c : Set c = DemoComponent(work, companies, es, mb)
 CheckEqual c.Synchronize, False, "Synchronize"
 CheckEqual es.Log, "", "no error"
 Check IsEmpty(mb.LastDialog), "the message box service made no dialog"

@@ -22,6 +22,22 @@ Sub CheckEqual(actual, expected, what)
   End If
 End Sub
 
+'' A component over the demo practice in the work folder (host.db, sync.db), given the host's
+' services, with every company chosen.
+Function DemoComponent(work, companies, es, mb)
+  Dim c : Set c = CreateObject("kvoutlookdx.clsOutlookSynchronization")
+  Set c.errorClass = es
+  Set c.MsgboxClass = mb
+  c.DataFileUniqueID = "DEMO"
+  c.MainDatabaseLocation = work & "\host.db"
+  c.SyncDatabaseLocation = work & "\sync.db"
+  Dim i
+  For i = 1 To companies
+    c.companyCollection.Add i
+  Next
+  Set DemoComponent = c
+End Function
+
 ' Every script ends with this line, which the runner looks for (cscript itself ends 0 even
 ' when a script stops on an error).
 Sub Finish(name)

@@ -40,6 +40,11 @@ fail() {
   echo "FAIL $1"
   failed=1
 }
+# verdict NAME [SHOWN]: passes NAME when the command just before succeeded; otherwise shows
+# SHOWN, indented, and fails NAME.
+verdict() {
+  if [[ $? -eq 0 ]]; then pass "$1"; else [[ -z ${2:-} ]] || sed 's/^/    /' <<<"$2"; fail "$1"; fi
+}
 # Z: is Wine's drive for /.
 winpath() { printf 'Z:%s' "${1//\//\\}"; }
 wrun() { "$wine" "$@" 2>&1 | tr -d '\r'; }
@@ -50,7 +55,7 @@ client() {
   shift
   out=$(wrun "$@")
   echo "$out" | sed 's/^/    /'
-  [[ "$(echo "$out" | tail -n 1)" == "OK $name" ]] && pass "$name" || fail "$name"
+  [[ "$(echo "$out" | tail -n 1)" == "OK $name" ]]; verdict "$name"
 }
 # Runs a test script with cscript, host_services.vbs in front of it (Wine's VBScript has no
 # ExecuteGlobal).
@@ -86,15 +91,11 @@ libid='{338616D9-A370-4A62-A5DB-7279735217FC}'
 # ---- Registration.
 wrun regsvr32 /s "$(winpath "$dll")" >/dev/null
 inproc=$(wrun reg query "HKCR\\CLSID\\$clsid\\InprocServer32")
-if grep -q "ThreadingModel.*Apartment" <<<"$inproc" && grep -qi "kvoutlookdx64.dll" <<<"$inproc" &&
+grep -q "ThreadingModel.*Apartment" <<<"$inproc" && grep -qi "kvoutlookdx64.dll" <<<"$inproc" &&
   key "HKCR\\kvoutlookdx.clsOutlookSynchronization\\CLSID" &&
   key "HKCR\\kvoutlookdx.clsOutlookSendMail\\CLSID" && key "HKCR\\CLSID\\$clsid\\TypeLib" &&
-  key "HKCR\\TypeLib\\$libid"; then
-  pass "registration"
-else
-  echo "$inproc" | sed 's/^/    /'
-  fail "registration"
-fi
+  key "HKCR\\TypeLib\\$libid"
+verdict registration "$inproc"
 wrun regsvr32 /s "$(winpath "$build/outlook_standin.dll")" >/dev/null
 
 # ---- The component from VBScript, synchronising into the stand-in's folder.
@@ -107,19 +108,12 @@ printf 'Please sign.\n' >"$work/papers.txt"
 DOSSYNC_STANDIN_STORE=$(winpath "$store")
 script component component_test.vbs "$(winpath "$work")" $companies
 listed=$(listed)
-if [[ "$listed" -ge $companies ]]; then
-  pass "store read back on Linux ($listed contacts)"
-else
-  fail "store read back on Linux: $listed contacts, expected $companies or more"
-fi
+[[ "$listed" -ge $companies ]]; verdict "store read back on Linux: $listed contacts ($companies or more)"
 # The host's run left its report where the component keeps them: LOCALAPPDATA\dossync\<profile>.
 # The Windows build stores its JSON lines in zstd frames of raw blocks: the tail line reads as is.
 report=$(ls "$WINEPREFIX"/drive_c/users/*/AppData/Local/dossync/*/reports/*.jsonl.zst 2>/dev/null | tail -n 1)
-if [[ -n "$report" ]] && grep -aq '"records":[0-9]' "$report" && [[ -f "${report%/*}/index.jsonl" ]]; then
-  pass "the run's report ($(grep -ao '"records":[0-9][0-9]*' "$report" | tail -n 1 | cut -d: -f2) records)"
-else
-  fail "no report of the host's run under $WINEPREFIX/drive_c/users/*/AppData/Local/dossync"
-fi
+[[ -n "$report" ]] && grep -aq '"records":[0-9]' "$report" && [[ -f "${report%/*}/index.jsonl" ]]
+verdict "the run's report under AppData/Local/dossync: $(grep -ao '"records":[0-9]*' "$report" 2>/dev/null | tail -n 1)"
 
 # ---- The message-box library's own progress dialog, registered (the stand-in's, for this test
 # alone): the component reaches it through its type information.
@@ -135,14 +129,10 @@ wrun reg delete "HKCR\\CLSID\\$dialog" /f >/dev/null
 script "send mail" send_mail_test.vbs "$(winpath "$work")"
 draft=$(ls "$store"/*/drafts/*.eml 2>/dev/null | head -n 1)
 # (How a draft is composed is the Linux mail tests' check; here, that every part got through.)
-if [[ -n "$draft" ]] && grep -q "^Subject: Year-end papers" "$draft" && grep -q "X-Unsent: 1" "$draft" &&
+[[ -n "$draft" ]] && grep -q "^Subject: Year-end papers" "$draft" && grep -q "X-Unsent: 1" "$draft" &&
   grep -q "^ bob@example.com" "$draft" && grep -q "^Bcc: dora@example.com" "$draft" &&
-  grep -q 'filename="Year-end papers.txt"' "$draft"; then
-  pass "draft written"
-else
-  [[ -n "$draft" ]] && sed 's/^/    /' "$draft" | head -n 40
-  fail "draft written"
-fi
+  grep -q 'filename="Year-end papers.txt"' "$draft"
+verdict "draft written" "$(head -n 40 "${draft:-/dev/null}")"
 
 # ---- C++ clients.
 client "control styles" "$build/control_style_test.exe"
@@ -155,13 +145,10 @@ client "wizard drive" "$build/wizard_client.exe" "$(winpath "$work/wizard.db")" 
   "$(winpath "$work/wizard-sync.db")" "$(winpath "$work/shots")"
 scheme=$(sqlite3 "$work/wizard-sync.db" "SELECT SchemeName FROM OutlookScheme;" 2>&1)
 after=$(listed)
-if [[ "$scheme" == "Month-end clients" && "$after" -gt "$before" ]]; then
-  pass "the wizard's synchronisation (scheme saved, $((after - before)) contacts more)"
-else
-  fail "the wizard's synchronisation: scheme [$scheme], contacts $before then $after"
-fi
+[[ "$scheme" == "Month-end clients" && "$after" -gt "$before" ]]
+verdict "the wizard's synchronisation: scheme [$scheme], contacts $before then $after"
 shots=$(ls "$work"/shots/windows-*.png 2>/dev/null | wc -l)
-[[ "$shots" -eq 6 ]] && pass "wizard screenshots" || fail "wizard screenshots: $shots of 6"
+[[ "$shots" -eq 6 ]]; verdict "wizard screenshots: $shots of 6"
 if [[ "${DOSSYNC_UPDATE_SCREENSHOTS:-}" == 1 ]]; then
   cp "$work"/shots/windows-*.png "$root/docs/wizard/"
 fi
@@ -172,12 +159,9 @@ wrun regsvr32 /s /u "$(winpath "$build/outlook_standin.dll")" >/dev/null
 other='{0F0F0F0F-0000-4000-8000-000000000001}'
 wrun reg add "HKCR\\kvoutlookdx.clsOutlookSendMail\\CLSID" /ve /d "$other" /f >/dev/null
 wrun regsvr32 /s /u "$(winpath "$dll")" >/dev/null
-if key "HKCR\\CLSID\\$clsid" || key "HKCR\\kvoutlookdx.clsOutlookSynchronization" ||
-  key "HKCR\\TypeLib\\$libid" || ! wrun reg query "HKCR\\kvoutlookdx.clsOutlookSendMail\\CLSID" | grep -q "$other"; then
-  fail "unregistration"
-else
-  pass "unregistration"
-fi
+! key "HKCR\\CLSID\\$clsid" && ! key "HKCR\\kvoutlookdx.clsOutlookSynchronization" &&
+  ! key "HKCR\\TypeLib\\$libid" && wrun reg query "HKCR\\kvoutlookdx.clsOutlookSendMail\\CLSID" | grep -q "$other"
+verdict unregistration
 
 # ---- The installer, in a prefix of its own: nothing registered before it.
 ours_left() {  # the registry keys of ours still there, one a line
@@ -200,22 +184,13 @@ if [[ -z "$msi" ]]; then
 else
   wrun msiexec /i "$(winpath "$msi")" /qn >/dev/null
   inproc=$(wrun reg query "HKCR\\CLSID\\$clsid\\InprocServer32")
-  if [[ -f "$installed" ]] && grep -qi 'Program Files\\dossync\\kvoutlookdx64.dll' <<<"$inproc" &&
-    grep -q "ThreadingModel.*Apartment" <<<"$inproc" && key "HKCR\\TypeLib\\$libid"; then
-    pass "installer: installed into Program Files and registered"
-  else
-    echo "$inproc" | sed 's/^/    /'
-    fail "installer: installed into Program Files and registered"
-  fi
+  [[ -f "$installed" ]] && grep -qi 'Program Files\\dossync\\kvoutlookdx64.dll' <<<"$inproc" &&
+    grep -q "ThreadingModel.*Apartment" <<<"$inproc" && key "HKCR\\TypeLib\\$libid"
+  verdict "installer: installed into Program Files and registered" "$inproc"
   script "installed" install_test.vbs
   wrun msiexec /x "$(winpath "$msi")" /qn >/dev/null
   left=$(ours_left)
-  if [[ -z "$left" && ! -e "$installed" ]]; then
-    pass "installer: uninstalled, no key of ours left"
-  else
-    echo "$left" | sed 's/^/    left: /'
-    fail "installer: uninstalled, no key of ours left"
-  fi
+  [[ -z "$left" && ! -e "$installed" ]]; verdict "installer: uninstalled, no key of ours left" "$left"
 fi
 
 exit $failed

@@ -164,13 +164,13 @@ bool savePng(HWND window, const std::wstring& path) {
   ::ReleaseDC(window, source);
 
   using dossync::win32::ComPtr;
-  bool ok = false;
   ComPtr<IWICImagingFactory> factory;
   ComPtr<IWICBitmap> picture;
   ComPtr<IWICStream> stream;
   ComPtr<IWICBitmapEncoder> encoder;
   ComPtr<IWICBitmapFrameEncode> frame;
-  if (SUCCEEDED(::CoCreateInstance(CLSID_WICImagingFactory, nullptr, CLSCTX_INPROC_SERVER,
+  const bool ok =
+      SUCCEEDED(::CoCreateInstance(CLSID_WICImagingFactory, nullptr, CLSCTX_INPROC_SERVER,
                                    IID_IWICImagingFactory,
                                    reinterpret_cast<void**>(factory.put()))) &&
       SUCCEEDED(
@@ -182,8 +182,7 @@ bool savePng(HWND window, const std::wstring& path) {
       SUCCEEDED(encoder->CreateNewFrame(frame.put(), nullptr)) &&
       SUCCEEDED(frame->Initialize(nullptr)) &&
       SUCCEEDED(frame->WriteSource(picture.get(), nullptr)) && SUCCEEDED(frame->Commit()) &&
-      SUCCEEDED(encoder->Commit()))
-    ok = true;
+      SUCCEEDED(encoder->Commit());
   ::DeleteObject(bitmap);
   check(ok, "screenshot " + dossync::win32::narrow(path));
   return ok;

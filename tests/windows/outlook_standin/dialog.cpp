@@ -28,14 +28,8 @@ const char* const kNames[] = {"Caption", "Kind", "Parent", "Low", "High",
                               "Bar", "Position", "Second", "Cancellable", "Code"};
 
 ITypeInfo* dialogTypeInfo() {
-  HMODULE self = nullptr;
-  ::GetModuleHandleExW(
-      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-      reinterpret_cast<LPCWSTR>(&dialogTypeInfo), &self);
-  wchar_t path[MAX_PATH] = {};
-  ::GetModuleFileNameW(self, path, MAX_PATH);
   ITypeLib* lib = nullptr;
-  if (FAILED(::LoadTypeLibEx(path, REGKIND_NONE, &lib))) return nullptr;
+  if (FAILED(::LoadTypeLibEx(modulePath().c_str(), REGKIND_NONE, &lib))) return nullptr;
   ITypeInfo* info = nullptr;
   lib->GetTypeInfoOfGuid(kDialogIid, &info);
   lib->Release();

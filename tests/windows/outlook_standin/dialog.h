@@ -20,5 +20,7 @@ extern const CLSID kDialogClsid;
 IDispatch* newDialogObject();
 std::string dialogLog();
 long liveDialogs();
+// outlook_standin.dll's own path, which carries the dialog's type library (server.cpp).
+std::wstring modulePath();
 
 }  // namespace dossync::standin

@@ -67,6 +67,15 @@ std::wstring storeRoot() {
   return value;
 }
 
+// Hands the caller the interface it asked for of a new object, letting go of the object's own
+// reference.
+template <class T>
+HRESULT handOut(T* object, REFIID iid, void** out) {
+  HRESULT hr = object->QueryInterface(iid, out);
+  object->Release();
+  return hr;
+}
+
 class Factory final : public IClassFactory {
  public:
   explicit Factory(bool dialog = false) : dialog_(dialog) { ++g_factories; }
@@ -96,9 +105,7 @@ class Factory final : public IClassFactory {
     if (dialog_) {
       IDispatch* dialog = dossync::standin::newDialogObject();
       if (!dialog) return creationFailed(E_FAIL, L"The dialog's type library is not loadable");
-      HRESULT hr = dialog->QueryInterface(iid, out);
-      dialog->Release();
-      return hr;
+      return handOut(dialog, iid, out);
     }
     std::wstring root = storeRoot();
     if (root.empty())
@@ -110,25 +117,16 @@ class Factory final : public IClassFactory {
       const std::u8string utf8 = std::filesystem::path(root).u8string();
       app = dossync::standin::newApplicationObject(vdir::makeVdirApplication(
           std::string(reinterpret_cast<const char*>(utf8.data()), utf8.size())));
-    } catch (const RuntimeError& e) {
-      return creationFailed(
-          E_FAIL, L"Cannot open the store " + root + L": " + win32::widen(e.description()));
     } catch (const std::bad_alloc&) {
       return E_OUTOFMEMORY;
     } catch (const std::exception& e) {
       return creationFailed(E_FAIL,
                             L"Cannot open the store " + root + L": " + win32::widen(e.what()));
     }
-    HRESULT hr = app->QueryInterface(iid, out);
-    app->Release();
-    return hr;
+    return handOut(app, iid, out);
   }
   HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {
-    if (lock) {
-      ++g_locks;
-    } else {
-      --g_locks;
-    }
+    g_locks += lock ? 1 : -1;
     return S_OK;
   }
 
@@ -137,20 +135,12 @@ class Factory final : public IClassFactory {
   bool dialog_;
 };
 
-std::wstring modulePath() {
-  std::wstring path(MAX_PATH, L'\0');
-  for (;;) {
-    DWORD n = ::GetModuleFileNameW(g_module, path.data(), static_cast<DWORD>(path.size()));
-    if (n == 0) return {};
-    if (n < path.size()) {
-      path.resize(n);
-      return path;
-    }
-    path.resize(path.size() * 2);
-  }
-}
-
 }  // namespace
+
+std::wstring dossync::standin::modulePath() {
+  wchar_t path[MAX_PATH] = {};
+  return std::wstring(path, ::GetModuleFileNameW(g_module, path, MAX_PATH));
+}
 
 extern "C" {
 
@@ -168,10 +158,7 @@ STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, void** out) {
   const bool dialog = IsEqualCLSID(clsid, dossync::standin::kDialogClsid);
   if (!dialog && !IsEqualCLSID(clsid, kClsid)) return CLASS_E_CLASSNOTAVAILABLE;
   auto* factory = new (std::nothrow) Factory(dialog);
-  if (!factory) return E_OUTOFMEMORY;
-  HRESULT hr = factory->QueryInterface(iid, out);
-  factory->Release();
-  return hr;
+  return factory ? handOut(factory, iid, out) : E_OUTOFMEMORY;
 }
 
 STDAPI DllCanUnloadNow() {
@@ -182,7 +169,7 @@ STDAPI DllCanUnloadNow() {
 }
 
 STDAPI DllRegisterServer() {
-  std::wstring path = modulePath();
+  std::wstring path = dossync::standin::modulePath();
   if (path.empty()) return SELFREG_E_CLASS;
   return dossync::win32::registerInprocClass(kClass, path);
 }
