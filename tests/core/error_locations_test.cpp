@@ -11,6 +11,7 @@
 #include "base/platform.h"
 #include "core/apartment.h"
 #include "core/synchronization.h"
+#include "engine/recording_outlook.h"
 #include "format/rtf_summaries.h"
 #include "hostdb/default_contacts.h"
 #include "hostdb/lookups.h"
@@ -31,8 +32,7 @@ RuntimeError failed(const std::string& what) {
   return RuntimeError(kInvalidProcedureCall, what + " failed");
 }
 
-// An Outlook whose logon or item creation can be made to fail, and whose mails fail in every
-// member.
+// A mail that fails in every member.
 class BrokenMail : public outlook::MailItem {
  public:
   std::string EntryID() const override { throw broken("EntryID"); }
@@ -45,36 +45,6 @@ class BrokenMail : public outlook::MailItem {
   std::shared_ptr<outlook::Attachments> Attachments() override { throw broken("Attachments"); }
   void Send() override { throw broken("Send"); }
   void Display(std::optional<bool>) override { throw broken("Display"); }
-};
-
-class BrokenNameSpace : public outlook::NameSpace {
- public:
-  explicit BrokenNameSpace(bool failLogon) : failLogon_(failLogon) {}
-  void Logon(std::optional<std::string>, std::optional<std::string>, std::optional<bool>,
-             std::optional<bool>) override {
-    if (failLogon_) throw broken("Logon");
-  }
-  std::shared_ptr<outlook::MAPIFolder> GetDefaultFolder(int32_t) override {
-    throw broken("GetDefaultFolder");
-  }
-  outlook::ItemPtr GetItemFromID(const std::string&, const std::string&) override {
-    throw broken("GetItemFromID");
-  }
-
- private:
-  bool failLogon_;
-};
-
-class BrokenOutlook : public outlook::Application {
- public:
-  std::shared_ptr<outlook::NameSpace> GetNamespace(const std::string&) override {
-    return std::make_shared<BrokenNameSpace>(failLogon);
-  }
-  outlook::ItemPtr CreateItem(int32_t) override {
-    if (failCreate) throw broken("CreateItem");
-    return std::make_shared<BrokenMail>();
-  }
-  bool failLogon = false, failCreate = false;
 };
 
 class BrokenHostUi : public IHostUi {
@@ -123,10 +93,25 @@ class ErrorLocationTest : public testing::HostTest {
   void failHost(const std::string& call, const std::string& detail, int skip = 0) {
     apartment().hostDb = std::make_shared<testing::FaultyDataAccess>(hostDb, call, detail, skip);
   }
-  std::shared_ptr<BrokenOutlook> brokenOutlook() {
-    auto app = std::make_shared<BrokenOutlook>();
+  // An Outlook over the store whose logon or item creation can be made to fail, and whose
+  // items made are broken mails.
+  struct Breaks {
+    bool failLogon = false, failCreate = false;
+  };
+  std::shared_ptr<Breaks> brokenOutlook() {
+    auto breaks = std::make_shared<Breaks>();
+    testing::OutlookHooks hooks;
+    hooks.logon = [breaks](const std::string&) {
+      if (breaks->failLogon) throw broken("Logon");
+    };
+    hooks.made = [breaks](outlook::ItemPtr) -> outlook::ItemPtr {
+      if (breaks->failCreate) throw broken("CreateItem");
+      return std::make_shared<BrokenMail>();
+    };
+    auto app = std::make_shared<testing::HookedApplication>(
+        vdir::makeVdirApplication(host->outlookRoot), hooks);
     platform::registerClass(platform::kOutlookApplication, [app] { return app; });
-    return app;
+    return breaks;
   }
   void clearErrors() {
     errors().errors.clear();

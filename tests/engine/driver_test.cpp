@@ -161,12 +161,12 @@ TEST_F(DriverTest, AWalkWhoseEndCannotBeToldStopsInsideItsOwnFrame) {
 TEST_F(DriverTest, ARecordThatFailsIsUndoneInBothDatabasesAndCountedAsFailed) {
   errors().action = kActionResume;
   auto person = [&](const std::string& name) {
-    std::string id = put(name);
-    auto i = item(id);
-    i->setCompanyName(name + " Inc.");
-    i->setFullName(name);
-    i->Save();
-    return id;
+    return testing::saveContact(*c().outlookApplication(), name,
+                                [&](outlook::ContactItem& i) {
+                                  i.setCompanyName(name + " Inc.");
+                                  i.setFullName(name);
+                                })
+        ->EntryID();
   };
   std::string good = person("Good Person"), broken = person("Broken Person");
   auto db = std::make_shared<testing::FaultyDataAccess>(apartment().hostDb, "", "");
@@ -186,15 +186,16 @@ TEST_F(DriverTest, ARecordThatFailsIsUndoneInBothDatabasesAndCountedAsFailed) {
   EXPECT_EQ(count(h, "SELECT group_concat(CompanyName) FROM Companies WHERE CompanyID > 6;"),
             "Good Person Inc.");
   EXPECT_EQ(count(h, "SELECT count(*) FROM ClientData;"), "1");
-  EXPECT_EQ(count(h, "SELECT count(*) FROM Contacts WHERE CompanyNum NOT IN (SELECT CompanyID "
-                     "FROM Companies);"),
+  EXPECT_EQ(count(h,
+                  "SELECT count(*) FROM Contacts WHERE CompanyNum NOT IN (SELECT CompanyID "
+                  "FROM Companies);"),
             "0");
-  EXPECT_EQ(count(host->syncPath, "SELECT count(*) FROM OutlookSync WHERE OutlookID = '" + broken +
-                                      "';"),
-            "0");
-  EXPECT_EQ(count(host->syncPath, "SELECT CompanyNum FROM OutlookSync WHERE OutlookID = '" + good +
-                                      "';"),
-            count(h, "SELECT max(CompanyID) FROM Companies;"));
+  EXPECT_EQ(
+      count(host->syncPath, "SELECT count(*) FROM OutlookSync WHERE OutlookID = '" + broken + "';"),
+      "0");
+  EXPECT_EQ(
+      count(host->syncPath, "SELECT CompanyNum FROM OutlookSync WHERE OutlookID = '" + good + "';"),
+      count(h, "SELECT max(CompanyID) FROM Companies;"));
   const auto& n = c().counters();
   EXPECT_EQ(n.companiesCreated, 1);
   EXPECT_EQ(n.mappingsSaved, 1);

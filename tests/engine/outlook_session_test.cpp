@@ -14,9 +14,9 @@ class OutlookSessionTest : public testing::ApartmentTest {
     std::string root = dir.file("outlook");
     platform::registerClass(
         platform::kOutlookApplication,
-        [this, root] { return std::make_shared<testing::RecordingApplication>(root, log); },
+        [this, root] { return testing::recordingOutlook(root, log); },
         running ? platform::Factory([this, root] {
-          if (!runningApp) runningApp = std::make_shared<testing::RecordingApplication>(root, log);
+          if (!runningApp) runningApp = testing::recordingOutlook(root, log);
           return runningApp;
         })
                 : platform::Factory([]() -> ObjectPtr { return nullptr; }));

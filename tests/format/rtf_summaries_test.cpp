@@ -18,7 +18,7 @@ std::string golden(const std::string& name) {
 
 using SummaryTest = testing::HostTest;
 
-TEST_F(SummaryTest, ContactWithEveryGroup) {
+TEST_F(SummaryTest, ContactWithEveryGroupAndValuesStoredUnescaped) {
   sql("INSERT INTO CustomAddressFields (ContactLabel1, ContactLabel2, ContactLabel3) VALUES "
       "('Favourite colour', 'Unused', 'Meeting day');"
       "INSERT INTO Contacts (ContactID, DefaultContact, DisplayName, BusinessName, "
@@ -32,9 +32,16 @@ TEST_F(SummaryTest, ContactWithEveryGroup) {
       "'100 Main Street', 'Ottawa', 'ON', 'K1A 0B1', 'Canada', '046 454 286', 'Full time', 'Blue', "
       "'Tuesday', 'First line' || char(13, 10) || 'Second line' || char(13, 10, 13, 10) || "
       "'After a blank line');");
-  std::string text = saveContactBusinessRTF(5);
-  EXPECT_EQ(text, golden("full_contact.rtf"));
-  EXPECT_EQ(one("SELECT BusinessNotes FROM Contacts WHERE ContactID = 5;"), text);
+  // Values are stored unescaped.
+  sql("INSERT INTO Contacts (ContactID, DisplayName, Notes) VALUES "
+      "(12, 'Brace {Inc} \\ Co', 'C:\\temp\\{draft}');");
+  for (auto [id, file] : {std::pair{5, "full_contact.rtf"}, {12, "unescaped_values.rtf"}}) {
+    SCOPED_TRACE(file);
+    std::string text = saveContactBusinessRTF(id);
+    EXPECT_EQ(text, golden(file));
+    EXPECT_EQ(one("SELECT BusinessNotes FROM Contacts WHERE ContactID = " + std::to_string(id)),
+              text);
+  }
   EXPECT_TRUE(errors().errors.empty());
 }
 
@@ -71,14 +78,6 @@ TEST_F(SummaryTest, OnlyForeignCountriesGetACountryLine) {
   // Words that merely contain a domestic word are foreign.
   AddressParts parts{"", "", "", "Niagara", "", "", "Canadas"};
   EXPECT_EQ(createAddress(parts, true, true), "Niagara\\par \r\nCanadas");
-}
-
-TEST_F(SummaryTest, ValuesAreStoredUnescaped) {
-  sql("INSERT INTO Contacts (ContactID, DisplayName, Notes) VALUES "
-      "(12, 'Brace {Inc} \\ Co', 'C:\\temp\\{draft}');");
-  std::string text = saveContactBusinessRTF(12);
-  EXPECT_EQ(text, golden("unescaped_values.rtf"));
-  EXPECT_EQ(one("SELECT BusinessNotes FROM Contacts WHERE ContactID = 12;"), text);
 }
 
 TEST_F(SummaryTest, NameOnlyAndNoDefaultSummariesOfACompany) {

@@ -40,13 +40,8 @@ TEST_F(LookupsTest, KeyLookUpsAndExistenceTests) {
   EXPECT_EQ(getCompanyNameFromCompanyID(99), "");
   // Contact names are looked for in the companies table, which has no ContactID column.
   EXPECT_EQ(getContactNameFromContactID(20), "");
-  EXPECT_TRUE(validCompanyID(10));
-  EXPECT_FALSE(validCompanyID(99));
-  EXPECT_FALSE(validCompanyID(0));
-  EXPECT_FALSE(validCompanyID(-1));
-  EXPECT_TRUE(validContactID(25));
-  EXPECT_TRUE(validCategoryID(4));
-  EXPECT_FALSE(validCategoryID(5));
+  EXPECT_TRUE(validCompanyID(10) && validContactID(25) && validCategoryID(4));
+  EXPECT_FALSE(validCompanyID(99) || validCompanyID(0) || validCompanyID(-1) || validCategoryID(5));
   EXPECT_TRUE(errors().errors.empty());
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -65,7 +66,8 @@ TEST(ReportStoreTest, ReportsOfOneSecondKeepTheirOrderAndReadBackWhole) {
   EXPECT_EQ(last.id, ids.back());
   EXPECT_EQ(last.records.at(0).name, "Run 11");
   EXPECT_EQ(last.records.at(0).changes.at(0).after, "Gatineau\n(2)");
-  EXPECT_EQ(last.records.at(0).errors.at(0).location, "kvoutlookdx.dll-clsOutlookSynchronization-x");
+  EXPECT_EQ(last.records.at(0).errors.at(0).location,
+            "kvoutlookdx.dll-clsOutlookSynchronization-x");
   EXPECT_EQ(last.records.at(0).foundBy, "name");
   EXPECT_EQ(last.records.at(0).warnings, planWith("").records.at(0).warnings);
   EXPECT_EQ(last.itemsPairedTwice, 1);
@@ -180,13 +182,12 @@ TEST(ReportStoreTest, IndexFollowsTheFiles) {
   EXPECT_EQ(entries[1].records, 2);
   EXPECT_EQ(entries[2].id, "20991231-235959");
   EXPECT_EQ(entries[2].direction, "0");
-  std::ifstream index(folder / "index.jsonl");
-  int lines = 0;
-  for (std::string line; std::getline(index, line);) ++lines;
-  EXPECT_EQ(lines, 3);
+  std::string index = testing::readFile((folder / "index.jsonl").string());
+  EXPECT_EQ(std::count(index.begin(), index.end(), '\n'), 3);
 
   // A run of a process that is gone, a day old; one of this process; one of a minute ago.
-  const fs::path gone = folder / ".running-2147483646-1", mine = folder / (".running-" + std::to_string(::getpid()) + "-7");
+  const fs::path gone = folder / ".running-2147483646-1",
+                 mine = folder / (".running-" + std::to_string(::getpid()) + "-7");
   for (const auto& p : {gone, mine}) {
     std::ofstream(p) << "cut short";
     fs::last_write_time(p, fs::file_time_type::clock::now() - std::chrono::hours(25));

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "backends/vdir/vdir_store.h"
+#include "engine/recording_outlook.h"
 #include "test_support.h"
 
 namespace dossync::report {
@@ -35,44 +36,6 @@ class GuardedContact : public outlook::ContactItemProxy {
   GuardLog& log_;
 };
 
-outlook::ItemPtr guard(outlook::ItemPtr item, GuardLog& log) {
-  auto c = std::dynamic_pointer_cast<outlook::ContactItem>(item);
-  return c ? std::make_shared<GuardedContact>(c, log) : item;
-}
-
-// Items opened by entry id or created come guarded (the test looks up nothing by name).
-class GuardedNameSpace : public outlook::NameSpace {
- public:
-  GuardedNameSpace(std::shared_ptr<outlook::NameSpace> inner, GuardLog& log)
-      : inner_(inner), log_(log) {}
-  void Logon(std::optional<std::string>, std::optional<std::string>, std::optional<bool>,
-             std::optional<bool>) override {}
-  std::shared_ptr<outlook::MAPIFolder> GetDefaultFolder(int32_t f) override {
-    return inner_->GetDefaultFolder(f);
-  }
-  outlook::ItemPtr GetItemFromID(const std::string& e, const std::string& s) override {
-    return guard(inner_->GetItemFromID(e, s), log_);
-  }
-
- private:
-  std::shared_ptr<outlook::NameSpace> inner_;
-  GuardLog& log_;
-};
-
-class GuardedApplication : public outlook::Application {
- public:
-  GuardedApplication(std::shared_ptr<outlook::Application> inner, GuardLog& log)
-      : inner_(inner), log_(log) {}
-  std::shared_ptr<outlook::NameSpace> GetNamespace(const std::string& t) override {
-    return std::make_shared<GuardedNameSpace>(inner_->GetNamespace(t), log_);
-  }
-  outlook::ItemPtr CreateItem(int32_t t) override { return guard(inner_->CreateItem(t), log_); }
-
- private:
-  std::shared_ptr<outlook::Application> inner_;
-  GuardLog& log_;
-};
-
 outlook::ContactItemPtr create(const std::shared_ptr<outlook::Application>& app) {
   return std::dynamic_pointer_cast<outlook::ContactItem>(app->CreateItem(outlook::olContactItem));
 }
@@ -91,7 +54,14 @@ class WatchedOutlookTest : public ::testing::Test {
   }
   std::shared_ptr<outlook::Application> watched(bool preview, bool guarded) {
     std::shared_ptr<outlook::Application> app = vdir::makeVdirApplication(root.path());
-    if (guarded) app = std::make_shared<GuardedApplication>(app, log);
+    // Items opened by entry id or created come guarded.
+    auto guard = [this](outlook::ItemPtr item) -> outlook::ItemPtr {
+      auto c = std::dynamic_pointer_cast<outlook::ContactItem>(item);
+      return c ? std::make_shared<GuardedContact>(c, log) : item;
+    };
+    if (guarded)
+      app = std::make_shared<testing::HookedApplication>(app,
+                                                         testing::OutlookHooks{{}, guard, guard});
     return watchOutlook(app, preview, {[this](const ItemSave& s) { saves.push_back(s); }, {}});
   }
   static outlook::ContactItemPtr open(const std::shared_ptr<outlook::Application>& app,

@@ -26,7 +26,7 @@ class SendMailTest : public testing::ApartmentTest {
         platform::kOutlookApplication,
         [this] {
           ++created;
-          return std::make_shared<testing::RecordingApplication>(root, log);
+          return testing::recordingOutlook(root, log);
         },
         [] { return ObjectPtr(); });
   }

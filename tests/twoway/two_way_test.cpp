@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 
 #include "core/apartment.h"
 #include "core/synchronization.h"
+#include "report/run_recorder.h"
 #include "test_support.h"
 
 namespace dossync {
@@ -15,32 +17,6 @@ namespace {
 namespace fs = std::filesystem;
 using outlook::ContactItemPtr;
 using twoway::Settings;
-
-// Notes the action a two-way run takes on each record.
-class Notes : public IRunObserver {
- public:
-  void runStarted(clsOutlookSynchronization&) override {}
-  void runFinished(clsOutlookSynchronization&) override {}
-  std::shared_ptr<outlook::Application> watch(std::shared_ptr<outlook::Application> app) override {
-    return app;
-  }
-  void recordStarted(Kind, const std::string&) override {}
-  void recordNamed(const std::string&) override {}
-  void recordSelected(bool) override {}
-  void lookedUp(const std::string&) override {}
-  void paired(const std::string&, const std::string&) override {}
-  void lookupAnswered(Kind, FoundBy, const std::string&, const std::string&) override {}
-  void recordFinished() override {}
-  void recordAction(const std::string& action) override { actions.push_back(action); }
-  void hostRowAdded(const std::string&, const std::vector<std::pair<std::string, std::string>>&) override {}
-  void hostColumnChanged(const std::string&, const std::string&, const std::string&,
-                         const std::string&) override {}
-  void errorReported(const RuntimeError&, const std::string&) override {}
-  std::vector<std::string> actions;
-  int count(const std::string& action) const {
-    return static_cast<int>(std::count(actions.begin(), actions.end(), action));
-  }
-};
 
 class TwoWayTest : public testing::HostTest {
  protected:
@@ -52,11 +28,12 @@ class TwoWayTest : public testing::HostTest {
     c().setOutlookCategory("Practice");
     c().setSyncDirectionType(syncBothsWays);
     errors().action = kActionResume;
-    notes = std::make_shared<Notes>();
-    c().setRunObserver(notes);
+    // Notes the action the run takes on each record.
+    recorder->recordDone = [this](const report::RecordPlan& r) { actions.push_back(r.action); };
+    c().setRunObserver(recorder);
   }
   void run(Settings settings = {}, int32_t info = 1) {
-    notes->actions.clear();
+    actions.clear();
     c().setSyncInformationType(info);
     twoway::enableBothWays(c(), settings);
     c().Synchronize();
@@ -87,7 +64,9 @@ class TwoWayTest : public testing::HostTest {
       i.setFullName(fullName);
     });
   }
-  int count(const std::string& table) { return std::stoi(one("SELECT COUNT(*) FROM " + table + ";")); }
+  int count(const std::string& table) {
+    return std::stoi(one("SELECT COUNT(*) FROM " + table + ";"));
+  }
   // Every file of the test's folder (databases, cards) with its time and bytes.
   std::map<std::string, std::string> files() {
     std::map<std::string, std::string> out;
@@ -99,30 +78,31 @@ class TwoWayTest : public testing::HostTest {
     }
     return out;
   }
+  // A company with its default contact.
+  void addAcme() {
+    sql("INSERT INTO Companies (CompanyID, CompanyName, City, OfficeNumber) "
+        "VALUES (1, 'Acme', 'Paris', '111');"
+        "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, FirstName, LastName, "
+        "DefaultContact, Gender, Birthday, HomePhone_Main) "
+        "VALUES (10, 1, 'Ann Lee', 'Ann', 'Lee', 1, 'female', '1970-03-05', '555');");
+  }
   void expectNoErrors() {
     for (auto& e : errors().errors) ADD_FAILURE() << e.number() << " " << e.description();
     errors().errors.clear();
   }
-  std::shared_ptr<Notes> notes;
+  std::shared_ptr<report::RunRecorder> recorder = std::make_shared<report::RunRecorder>();
+  std::vector<std::string> actions;
 };
 
-// A company with its default contact.
-void addAcme(testing::HostTest& t, const std::function<void(const std::string&)>& sql) {
-  sql("INSERT INTO Companies (CompanyID, CompanyName, City, OfficeNumber) "
-      "VALUES (1, 'Acme', 'Paris', '111');"
-      "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, FirstName, LastName, "
-      "DefaultContact, Gender, Birthday, HomePhone_Main) "
-      "VALUES (10, 1, 'Ann Lee', 'Ann', 'Lee', 1, 'female', '1970-03-05', '555');");
-}
-
 TEST_F(TwoWayTest, ChangesOnEachSideMeetInOneRunAndAQuietRunWritesNothing) {
-  addAcme(*this, [&](const std::string& s) { sql(s); });
+  addAcme();
   run();
   expectNoErrors();
   auto acme = item("Acme");
   ASSERT_NE(acme, nullptr);
-  EXPECT_EQ(acme->BusinessAddressCity() + "|" + acme->FullName() + "|" + acme->HomeTelephoneNumber() +
-                "|" + acme->Categories() + "|" + std::to_string(acme->Gender()),
+  EXPECT_EQ(acme->BusinessAddressCity() + "|" + acme->FullName() + "|" +
+                acme->HomeTelephoneNumber() + "|" + acme->Categories() + "|" +
+                std::to_string(acme->Gender()),
             "Paris|Ann Lee|555|Practice|1");
   EXPECT_EQ(value::toText(acme->Birthday()), value::toText(value::Date{1970, 3, 5}));
   // State rows as earlier versions wrote them (the hashes in the base's text as well) are read.
@@ -149,7 +129,7 @@ TEST_F(TwoWayTest, ChangesOnEachSideMeetInOneRunAndAQuietRunWritesNothing) {
                 "Gender FROM Contacts WHERE ContactID = 10;"),
             "666|ann@acme.test|LEE|female");
   EXPECT_EQ(one("SELECT DefaultContactEmail FROM Companies WHERE CompanyID = 1;"), "ann@acme.test");
-  EXPECT_EQ(notes->actions, std::vector<std::string>{"update-both"});
+  EXPECT_EQ(actions, std::vector<std::string>{"update-both"});
 
   // Nothing changed: no card, no host row, no state row is written.
   asEarlierVersions();
@@ -165,7 +145,7 @@ TEST_F(TwoWayTest, ChangesOnEachSideMeetInOneRunAndAQuietRunWritesNothing) {
   run();
   expectNoErrors();
   EXPECT_EQ(writes, std::vector<std::string>{});
-  EXPECT_EQ(notes->actions, std::vector<std::string>{"nothing"});
+  EXPECT_EQ(actions, std::vector<std::string>{"nothing"});
   EXPECT_TRUE(files() == before);
   EXPECT_EQ(items().size(), 1u);
   EXPECT_EQ(count("Companies") * 100 + count("Contacts"), 101);
@@ -204,7 +184,8 @@ TEST_F(TwoWayTest, TwoPeopleOfOneNameAtTwoCompaniesStayTwo) {
 
 TEST_F(TwoWayTest, AFailedRecordLeavesTheOthersAndIsMergedAgainByTheNextRun) {
   errors().action = kActionLeave;
-  sql("INSERT INTO Companies (CompanyID, CompanyName, City) VALUES (1, 'One', 'a'), (2, 'Two', 'b');");
+  sql("INSERT INTO Companies (CompanyID, CompanyName, City) VALUES (1, 'One', 'a'), (2, 'Two', "
+      "'b');");
   run();
   for (const char* name : {"One", "Two"}) {
     auto i = item(name);
@@ -212,23 +193,28 @@ TEST_F(TwoWayTest, AFailedRecordLeavesTheOthersAndIsMergedAgainByTheNextRun) {
     i->Save();
   }
   // The first write of a city fails: that record is undone, the other one is merged.
-  auto faulty = std::make_shared<testing::FaultyDataAccess>(apartment().hostDb, "writeField", "City");
+  auto faulty =
+      std::make_shared<testing::FaultyDataAccess>(apartment().hostDb, "writeField", "City");
   int calls = 0;
-  faulty->fails = [&](const std::string& what) { return what == "writeField City" && ++calls == 1; };
+  faulty->fails = [&](const std::string& what) {
+    return what == "writeField City" && ++calls == 1;
+  };
   apartment().hostDb = faulty;
   run();
   EXPECT_EQ(errors().errors.size(), 1u);
   errors().errors.clear();
   EXPECT_EQ(c().counters().recordsFailed, 1);
-  EXPECT_EQ(one("SELECT GROUP_CONCAT(City) FROM (SELECT City FROM Companies ORDER BY CompanyID);"), "a,Two city");
+  auto cities = [&] {
+    return one("SELECT GROUP_CONCAT(City) FROM (SELECT City FROM Companies ORDER BY CompanyID);");
+  };
+  EXPECT_EQ(cities(), "a,Two city");
   run();
   expectNoErrors();
-  EXPECT_EQ(one("SELECT GROUP_CONCAT(City) FROM (SELECT City FROM Companies ORDER BY CompanyID);"),
-            "One city,Two city");
+  EXPECT_EQ(cities(), "One city,Two city");
 }
 
 TEST_F(TwoWayTest, AGoneContactHalfTakesTheCompanysNewDefaultContact) {
-  addAcme(*this, [&](const std::string& s) { sql(s); });
+  addAcme();
   run();
   sql("DELETE FROM Contacts WHERE ContactID = 10;"
       "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, DefaultContact, HomePhone_Main) "
@@ -239,12 +225,12 @@ TEST_F(TwoWayTest, AGoneContactHalfTakesTheCompanysNewDefaultContact) {
   EXPECT_EQ(acme->FullName() + "|" + acme->HomeTelephoneNumber(), "Bo Chan|123");
   EXPECT_EQ(count("Contacts"), 1);
   run();
-  EXPECT_EQ(notes->actions, std::vector<std::string>{"nothing"});
+  EXPECT_EQ(actions, std::vector<std::string>{"nothing"});
   EXPECT_EQ(count("Contacts"), 1);
 }
 
 TEST_F(TwoWayTest, TheFirstRunAdoptsTheOneWayPairings) {
-  addAcme(*this, [&](const std::string& s) { sql(s); });
+  addAcme();
   // Beta has no numbers of its own: the one-way run shows its default contact's.
   sql("INSERT INTO Companies (CompanyID, CompanyName) VALUES (2, 'Beta');"
       "INSERT INTO Contacts (ContactID, CompanyNum, DisplayName, DefaultContact, "
@@ -259,7 +245,8 @@ TEST_F(TwoWayTest, TheFirstRunAdoptsTheOneWayPairings) {
   auto copy = put("Gamma copy", "Gamma", "");
   testing::execSql(host->syncPath,
                    "INSERT INTO OutlookSync (SchemeNum, DataFileID, CompanyNum, OutlookID) "
-                   "VALUES (1, 'DF', 3, '" + copy->EntryID() + "');");
+                   "VALUES (1, 'DF', 3, '" +
+                       copy->EntryID() + "');");
   // The item was renamed in the address book: no name finds it, its pairing does.
   auto acme = item("Acme");
   acme->setFileAs("ACME Ltd");
@@ -278,7 +265,7 @@ TEST_F(TwoWayTest, TheFirstRunAdoptsTheOneWayPairings) {
                 "FROM Companies WHERE CompanyID = 2;"),
             "|");
   EXPECT_EQ(item("Beta")->BusinessTelephoneNumber() + "|" + item("Beta")->WebPage(), "222|bo.test");
-  EXPECT_EQ(notes->count("update-company"), 0);
+  EXPECT_EQ(std::count(actions.begin(), actions.end(), "update-company"), 0);
   // The copy, an item of no pair, is made a company of its own.
   EXPECT_EQ(one("SELECT COUNT(*) FROM Companies WHERE CompanyName = 'Gamma';"), "2");
   sql("UPDATE Companies SET OfficeNumber = '333' WHERE CompanyID = 2;");
@@ -288,7 +275,7 @@ TEST_F(TwoWayTest, TheFirstRunAdoptsTheOneWayPairings) {
 }
 
 TEST_F(TwoWayTest, PairsLostByAKilledRunAreFoundAgain) {
-  addAcme(*this, [&](const std::string& s) { sql(s); });
+  addAcme();
   auto zed = put("Park, Zoe", "Zed Corp", "Zoe Park");
   zed->setBirthday(value::Date{1980, 1, 2});
   zed->setHomeAddressCity("Bern");
@@ -311,7 +298,7 @@ TEST_F(TwoWayTest, PairsLostByAKilledRunAreFoundAgain) {
   EXPECT_EQ(items().size(), 2u);
   EXPECT_EQ(count("Companies"), 2);
   EXPECT_EQ(count("Contacts"), 2);
-  EXPECT_EQ(notes->actions, (std::vector<std::string>{"nothing", "nothing"}));
+  EXPECT_EQ(actions, (std::vector<std::string>{"nothing", "nothing"}));
 }
 
 }  // namespace

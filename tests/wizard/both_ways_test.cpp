@@ -25,9 +25,6 @@ class BothWaysTest : public testing::WizardTest {
   void offer() {
     form->offerBothWays({[this](bool outlook) { keepOutlook = outlook; }, settings});
   }
-  std::vector<std::string> q(const std::string& sql) {
-    return testing::querySql(host->syncPath, sql);
-  }
   std::shared_ptr<wizard::ISchemeSettings> settings;
   bool keepOutlook = false;
   std::vector<std::string> runs;
@@ -40,8 +37,9 @@ TEST_F(BothWaysTest, ChosenItNeedsNoSelectionRunsDirectionOneAndMapsTheInformati
   ASSERT_TRUE(d->click("cmdNav", 2));
   // Both ways has no "Company Information Only": the company with its contact instead.
   ASSERT_TRUE(d->click("optSynchDirection", 1));
-  EXPECT_EQ(std::to_string(c().SyncDirectionType()) + "|" + std::to_string(c().SyncInformationType()),
-            "1|1");
+  EXPECT_EQ(
+      std::to_string(c().SyncDirectionType()) + "|" + std::to_string(c().SyncInformationType()),
+      "1|1");
   ASSERT_TRUE(d->click("cmdNav", 3));  // a note instead of the tree
   EXPECT_TRUE(d->canUse("lblBothWays") && !d->canUse("tvwContacts"));
   ASSERT_TRUE(d->click("cmdNav", 2));

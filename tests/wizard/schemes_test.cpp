@@ -16,9 +16,6 @@ using testing::execSql;
 
 class SchemeTest : public testing::WizardTest {
  protected:
-  std::vector<std::string> q(const std::string& sql) {
-    return testing::querySql(host->syncPath, sql);
-  }
   // Goes to step 2 with the given nodes ticked.
   void selectAndGoToSave(std::initializer_list<const char*> keys) {
     ASSERT_TRUE(d->click("cmdNav", 3));
@@ -245,7 +242,8 @@ class KeptPasswords : public wizard::ISchemePasswords {
  public:
   bool available = true;
   std::map<std::pair<std::string, int32_t>, std::string> kept;
-  bool store(const std::string& db, int32_t id, const std::string&, const std::string& pw) override {
+  bool store(const std::string& db, int32_t id, const std::string&,
+             const std::string& pw) override {
     if (available) kept[{db, id}] = pw;
     return available;
   }
@@ -264,7 +262,8 @@ TEST_F(SchemeTest, WithASecretStoreASavedPasswordStaysOutOfTheDatabase) {
   selectAndGoToSave({"Company:12"});
   save("Monthly");
   std::string id = q("SELECT SchemeID FROM OutlookScheme;")[0];
-  EXPECT_EQ(q("SELECT IFNULL(ProfilePassword, '') FROM OutlookScheme;"), (std::vector<std::string>{""}));
+  EXPECT_EQ(q("SELECT IFNULL(ProfilePassword, '') FROM OutlookScheme;"),
+            (std::vector<std::string>{""}));
   EXPECT_EQ(store->kept,
             (decltype(store->kept){{{c().SyncDatabaseLocation(), std::stoi(id)}, "pw"}}));
   ASSERT_EQ(shown().size(), 1u);  // saved

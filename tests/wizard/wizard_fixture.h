@@ -63,6 +63,7 @@ class WizardTest : public HostTest {
     return out;
   }
   const std::vector<RecordingMessageBox::Shown>& shown() { return host->messages->shown; }
+  std::vector<std::string> q(const std::string& sql) { return querySql(host->syncPath, sql); }
   // The step on show and the navigation buttons a user can click: "1: 1 2 3" is step 1 with
   // Cancel, Back and Next.
   std::string nav() {

@@ -56,14 +56,19 @@ class QtWizardTest : public testing::WizardTest {
   void TearDown() override {
     qtForm.reset();
     for (const char* name : {"XDG_STATE_HOME", "XDG_CONFIG_HOME"}) {
-      if (saved.count(name)) ::setenv(name, saved[name].c_str(), 1);
-      else ::unsetenv(name);
+      if (saved.count(name))
+        ::setenv(name, saved[name].c_str(), 1);
+      else
+        ::unsetenv(name);
     }
     WizardTest::TearDown();
   }
   std::map<std::string, std::string> saved;
   QPushButton* button(const char* name, int index = -1) {
     return qobject_cast<QPushButton*>(qtForm->dialog().widget(name, index));
+  }
+  QRadioButton* radio(const char* name, int index) {
+    return qobject_cast<QRadioButton*>(qtForm->dialog().widget(name, index));
   }
   QTreeWidgetItem* item(const QString& text) {
     auto found =
@@ -123,9 +128,7 @@ TEST_F(QtWizardTest, TickingACategoryInTheTreeWidgetSelectsItsCompaniesAndFinish
   // Three new contacts in the local store, paired in the synchronisation database.
   c().StartOutlook();
   EXPECT_EQ(c().contactsFolder()->Items()->Count(), 3);
-  EXPECT_EQ(testing::querySql(host->syncPath,
-                              "SELECT COUNT(*) FROM OutlookSync WHERE OutlookID <> '';")[0],
-            "3");
+  EXPECT_EQ(q("SELECT COUNT(*) FROM OutlookSync WHERE OutlookID <> '';")[0], "3");
 }
 
 TEST_F(QtWizardTest, OptionButtonsTextBoxesAndTheSchemeListReachTheForm) {
@@ -135,13 +138,11 @@ TEST_F(QtWizardTest, OptionButtonsTextBoxesAndTheSchemeListReachTheForm) {
       "INSERT INTO OutlookScheme (SchemeID, SchemeName, DataFileID, SyncType, InfoType, "
       "CompanyListType, ContactsCategory) VALUES (3, 'Stored', 'DF1', 3, 2, 2, 'FromScheme');");
   dialog.session = [&] {
-    auto direction = [&](int i) {
-      return qobject_cast<QRadioButton*>(dialog.widget("optSynchDirection", i));
-    };
-    direction(3)->click();
-    direction(3)->click();  // clicking the chosen option keeps it chosen
+    radio("optSynchDirection", 3)->click();
+    radio("optSynchDirection", 3)->click();  // clicking the chosen option keeps it chosen
     EXPECT_EQ(c().SyncDirectionType(), 3);
-    EXPECT_TRUE(direction(3)->isChecked() && !direction(2)->isChecked());
+    EXPECT_TRUE(radio("optSynchDirection", 3)->isChecked() &&
+                !radio("optSynchDirection", 2)->isChecked());
 
     button("cmdAdvancedOptions")->click();
     EXPECT_FALSE(dialog.widget("Frame3")->isEnabled());
@@ -162,7 +163,7 @@ TEST_F(QtWizardTest, OptionButtonsTextBoxesAndTheSchemeListReachTheForm) {
     Q_EMIT combo->activated(1);
     EXPECT_EQ(c().SchemeID(), 3);
     EXPECT_EQ(c().OutlookCategory(), "FromScheme");
-    EXPECT_TRUE(direction(3)->isChecked());
+    EXPECT_TRUE(radio("optSynchDirection", 3)->isChecked());
     button("cmdNav", 1)->click();
   };
   qtForm->startWizard(c());
@@ -210,7 +211,7 @@ TEST_F(QtWizardTest, FinishFromOutlookPairsTheCompanyMadeAndLinksItsReport) {
   qt::WizardDialog& dialog = qtForm->dialog();
   QString reportLabel;
   dialog.session = [&] {
-    qobject_cast<QRadioButton*>(dialog.widget("optSynchDirection", 3))->click();
+    radio("optSynchDirection", 3)->click();
     button("cmdAdvancedOptions")->click();
     auto* pair = qobject_cast<QCheckBox*>(dialog.widget("chkPairCreated"));
     ASSERT_TRUE(pair->isEnabled() && !pair->isChecked());
@@ -230,8 +231,7 @@ TEST_F(QtWizardTest, FinishFromOutlookPairsTheCompanyMadeAndLinksItsReport) {
   EXPECT_FALSE(qtForm->loaded());
   std::string made = one("SELECT CompanyID FROM Companies WHERE CompanyName = 'Harbour Printing';");
   ASSERT_NE(made, "<no row>");
-  EXPECT_EQ(testing::querySql(host->syncPath, "SELECT CompanyNum FROM OutlookSync WHERE OutlookID = '" +
-                                                  entryID + "';"),
+  EXPECT_EQ(q("SELECT CompanyNum FROM OutlookSync WHERE OutlookID = '" + entryID + "';"),
             (std::vector<std::string>{made}));
   auto link = QRegularExpression("href=\"([^\"]+)\"").match(reportLabel);
   ASSERT_TRUE(link.hasMatch()) << reportLabel.toStdString();
@@ -252,9 +252,6 @@ outlook::ContactItemPtr itemOfCompany(clsOutlookSynchronization& c, const std::s
 
 TEST_F(QtWizardTest, BothWaysRunsTheTwoWayModeUnderTheRuleItsSchemeKeeps) {
   app::wizardRunDialogs(c(), "vdir:" + host->outlookRoot)(*qtForm);
-  auto radio = [&](const char* name, int index) {
-    return qobject_cast<QRadioButton*>(qtForm->dialog().widget(name, index));
-  };
   // The first run, from the dialog: Both ways, the Outlook value wins, saved as a scheme.
   qtForm->dialog().session = [&] {
     ASSERT_TRUE(radio("optSynchDirection", 1)->isVisibleTo(&qtForm->dialog()));
