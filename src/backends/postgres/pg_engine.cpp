@@ -371,19 +371,21 @@ void PgEngine::failedInTransaction() {
 }
 
 void PgEngine::exec(const std::string& sql) {
+  execute(sql);
+  namesLoaded_ = false;  // it may have made tables
+}
+
+void PgEngine::savepoint(Savepoint step) {
+  execute(savepointSql(step));  // makes no table
+}
+
+void PgEngine::execute(const std::string& sql) {
   Result r(PQexec(conn_, sql.c_str()));
   if (!r.ok()) {
     std::string why = message(conn_, r.r);
     failedInTransaction();
     throw RuntimeError(kStatementFailed, "\"" + sql + "\" failed on '" + name_ + "': " + why);
   }
-  namesLoaded_ = false;  // it may have made tables
-}
-
-void PgEngine::savepoint(Savepoint step) {
-  bool loaded = namesLoaded_;
-  exec(savepointSql(step));
-  namesLoaded_ = loaded;  // a savepoint makes no table
 }
 
 bool PgEngine::begin() {

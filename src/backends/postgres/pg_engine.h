@@ -89,6 +89,7 @@ class PgEngine : public sql::Engine {
 
  private:
   void installTriggers();
+  void execute(const std::string& sql);  // exec, leaving what it knows of the tables alone
   Expected<void> commitOrRollBack();
   void letWritersGo();  // the writers' lock, once the transaction has ended
   bool writersLock_ = false;

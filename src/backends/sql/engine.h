@@ -69,12 +69,10 @@ class Engine {
   enum class Savepoint { kSet, kRollBack, kRelease };
   virtual void savepoint(Savepoint step) { exec(savepointSql(step)); }
   static const char* savepointSql(Savepoint step) {
-    switch (step) {
-      case Savepoint::kSet: return "SAVEPOINT dossync_record;";
-      case Savepoint::kRollBack: return "ROLLBACK TO SAVEPOINT dossync_record;";
-      case Savepoint::kRelease: break;
-    }
-    return "RELEASE SAVEPOINT dossync_record;";
+    static constexpr const char* kSql[] = {"SAVEPOINT dossync_record;",
+                                           "ROLLBACK TO SAVEPOINT dossync_record;",
+                                           "RELEASE SAVEPOINT dossync_record;"};
+    return kSql[static_cast<int>(step)];
   }
   // Read snapshots (a transaction that holds one view of the data while other connections go
   // on writing): whether the engine gives them, and the transaction around them.
