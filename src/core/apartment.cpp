@@ -1,5 +1,6 @@
 #include "core/apartment.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "core/synchronization.h"
@@ -34,7 +35,14 @@ std::vector<RuntimeError> Apartment::commitPoint() {
   bool due = false;
   for (hostdb::IDataAccess* db : {hostDb.get(), syncDb.get()}) due = due || (db && db->commitDue());
   if (!due) return {};
-  return commitAll(false);
+  const auto start = std::chrono::steady_clock::now();
+  const auto wait =
+      std::min<std::chrono::steady_clock::duration>(kCommitPace * lastCommitCost_, kCommitSpacing);
+  if (start - lastCommitEnd_ < wait) return {};
+  std::vector<RuntimeError> failed = commitAll(false);
+  lastCommitEnd_ = std::chrono::steady_clock::now();
+  lastCommitCost_ = lastCommitEnd_ - start;
+  return failed;
 }
 
 std::vector<RuntimeError> Apartment::commitAll(bool forgetTasks) {

@@ -3,6 +3,7 @@
 // service wins. The utility objects are created on first use.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <vector>
 
@@ -60,7 +61,14 @@ struct Apartment {
   // A point where what was written so far forms a whole (the synchronisation driver calls it
   // between records): once either database holds grouped writes 100 ms old, everything is
   // committed in the order above. Answers what could not be done.
+  //
+  // Committing costs time of its own, the cards' flush to the disk above all, and that grows
+  // with the folder: commit points are spaced so that committing takes about a tenth of the
+  // run (kCommitPace times what the last commit took must pass after it), but never more than
+  // kCommitSpacing apart.
   std::vector<RuntimeError> commitPoint();
+  static constexpr int kCommitPace = 9;
+  static constexpr std::chrono::milliseconds kCommitSpacing{1000};
   // The record being synchronised (the driver's pass): its writes in both databases are undone
   // by endRecord(false), kept with the group by endRecord(true). `writesHost`: the run writes
   // the host database as well as the synchronisation database; the group then holds the host's
@@ -80,6 +88,8 @@ struct Apartment {
 
  private:
   std::vector<RuntimeError> commitAll(bool forgetTasks);
+  std::chrono::steady_clock::time_point lastCommitEnd_{};
+  std::chrono::steady_clock::duration lastCommitCost_{};
   std::unique_ptr<FileUtil> fileUtil_;
   std::unique_ptr<GeneralUtil> generalUtil_;
 };
