@@ -455,6 +455,11 @@ void PgEngine::rollback() {
 
 uint64_t PgEngine::dataVersion() {
   if (!notified_) return ++version_;
+  // The server tells an idle connection of another's commit when it gets round to it, which on
+  // a busy machine may be well after that commit returned; it tells it at the latest before
+  // it answers the connection's next request. Outside a transaction, one empty request makes
+  // sure that every commit made before this look is counted (inside one, begin() made it).
+  if (PQtransactionStatus(conn_) == PQTRANS_IDLE) Result(PQexec(conn_, ""));
   PQconsumeInput(conn_);
   int self = PQbackendPID(conn_);
   while (PGnotify* n = PQnotifies(conn_)) {

@@ -17,8 +17,9 @@
 //   each committed change; the connection listens, and each notification from another backend
 //   moves dataVersion() on, so the in-process indexes are built anew. Where the triggers cannot
 //   be installed (no right to), dataVersion() changes at every look and the indexes are
-//   rebuilt once per snapshot. A change committed in the instant before a snapshot begins can
-//   reach the indexes one snapshot late (its notification is delivered between transactions).
+//   rebuilt once per snapshot. A look at dataVersion() counts every commit made before it:
+//   the server delivers pending notifications before it answers a request, and a look outside
+//   a transaction makes one (an empty one) for that.
 //   ORDER BY on text is sorted in this process: no PostgreSQL collation orders as
 //   value::compareText does (code points of the case-folded text).
 //   Yes/No columns are BOOLEAN, dates TIMESTAMP (read back in the default text form).
