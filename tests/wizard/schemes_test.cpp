@@ -65,19 +65,11 @@ TEST_F(SchemeTest, SavingANewSchemeWritesTheFormsSettingsWithoutDataFileAndOneRo
   EXPECT_FALSE(form->schemeSaved());
 }
 
-TEST_F(SchemeTest, SavingNeedsANameAndAnEmptySelectionSavesOnlyTheScheme) {
-  start();
-  selectAndGoToSave({});
-  save("");
-  EXPECT_TRUE(q("SELECT * FROM OutlookScheme;").empty());
-  save("Empty");
-  EXPECT_EQ(q("SELECT COUNT(*) FROM OutlookScheme UNION ALL SELECT COUNT(*) FROM OutlookSync;"),
-            (std::vector<std::string>{"1", "0"}));
-}
-
-TEST_F(SchemeTest, ReplacingAsksAndNoWritesNothingWhileYesAddsBesideTheOldRows) {
+TEST_F(SchemeTest, SavingNeedsANameAndReplacingAsksWhereNoWritesNothingAndYesAddsBeside) {
   start();
   selectAndGoToSave({"Company:12"});
+  save("");
+  EXPECT_TRUE(q("SELECT * FROM OutlookScheme;").empty());
   save("Monthly");
   std::string id = q("SELECT SchemeID FROM OutlookScheme;")[0];
 
@@ -127,14 +119,11 @@ TEST_F(SchemeLoadTest, PickingAHostSchemeLoadsItsSettingsAndItems) {
          "INSERT INTO OutlookSync (SchemeNum, CompanyNum, ContactNum, OutlookID) VALUES "
          "(5, 12, NULL, NULL), (5, NULL, 22, NULL), (5, NULL, NULL, 'X'), (6, 10, NULL, NULL);");
   openList();
-  EXPECT_EQ(d->comboEntries(),
-            (std::vector<std::string>{"Click here to open a saved scheme", "Contacts"}));
   c().setCompanyList(AddressBook);
   ASSERT_TRUE(d->pick("Contacts"));
   EXPECT_EQ(settings(), "5|2|3|1|Loaded|Prof|Pass");
   EXPECT_EQ(d->text("txtSaveName") + "|" + d->text("txtContactsCategory"), "Contacts|Loaded");
   EXPECT_TRUE(d->value("optInfoType", 3) && d->value("optSynchDirection", 2));
-  EXPECT_FALSE(d->value("optInfoType", 1));
   // Company rows give member 1, contact rows member 2; a row with neither adds nothing.
   EXPECT_EQ(selection().entries(),
             (std::vector<SelectionCollection::Entry>{{"12", "", ""}, {"", "22", ""}}));
@@ -144,18 +133,14 @@ TEST_F(SchemeLoadTest, PickingAHostSchemeLoadsItsSettingsAndItems) {
   EXPECT_EQ(d->checkedKeys(), (std::vector<std::string>{"Contact:22"}));
 }
 
+// (One with no data file at all: BothWaysTest.)
 TEST_F(SchemeLoadTest, ASchemeOfAnotherDataFileLoadsItsItemsButNotItsSettings) {
   scheme(8, "Foreign", "'OTHER'", 2, 2,
          "INSERT INTO OutlookSync (SchemeNum, CompanyNum) VALUES (8, 13);");
-  scheme(9, "Unfiled", "NULL", 2, 2,
-         "INSERT INTO OutlookSync (SchemeNum, CompanyNum) VALUES (9, 14);");
   openList();
   ASSERT_TRUE(d->pick("Foreign"));
   EXPECT_EQ(settings(), "8|2|1|1|Business||");
   EXPECT_EQ(members(1), (std::vector<std::string>{"13"}));
-  ASSERT_TRUE(d->pick("Unfiled"));
-  EXPECT_EQ(settings(), "9|2|1|1|Business||");
-  EXPECT_EQ(members(1), (std::vector<std::string>{"14"}));
 }
 
 // Forwards to the real synchronisation database, counting end-of-rows tests that are not

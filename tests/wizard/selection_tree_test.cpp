@@ -66,11 +66,6 @@ TEST_F(SelectionTreeTest, WhichNodesTakeTheMarkForEachSetting) {
     ASSERT_TRUE(d->tick("Main"));  // the clicked node keeps the user's mark, whatever it is
     EXPECT_EQ(d->checkedKeys(), k.checked);
   }
-  // Unchecking a company unchecks its contacts.
-  smallTree(2, 3);
-  ASSERT_TRUE(d->tick("Main"));
-  ASSERT_TRUE(d->tick("Company:5", false));
-  EXPECT_EQ(d->checkedKeys(), (std::vector<std::string>{"Main", "Contact:8"}));
 }
 
 TEST_F(SelectionTreeTest, MarksBecomeEntriesByDirectionAndInformationType) {
@@ -86,26 +81,15 @@ TEST_F(SelectionTreeTest, MarksBecomeEntriesByDirectionAndInformationType) {
   EXPECT_EQ(members(1), (std::vector<std::string>{"", ""}));
 
   c().setSyncDirectionType(3);
+  // An Outlook category whose text holds the prefix passes the test; its identifier is read
+  // from the ninth character like any other.
+  t.add("Main", wizard::tvwChild, "Category:Contact: VIP", "odd").checked = true;
   form->getSelectedCompanies();
-  EXPECT_EQ(members(3), (std::vector<std::string>{"7", "8"}));
+  EXPECT_EQ(members(3), (std::vector<std::string>{"7", "8", ":Contact: VIP"}));
 
   c().setSyncDirectionType(1);
   form->getSelectedCompanies();
   EXPECT_TRUE(selection().isEmpty());
-}
-
-TEST_F(SelectionTreeTest, KeysAreRecognisedAnywhereAndReadFromTheNinthCharacter) {
-  EXPECT_EQ(wizard::frmWizard::keyIdentifier("Contact:12"), "12");
-  EXPECT_EQ(wizard::frmWizard::keyIdentifier("Company:00A7"), "00A7");
-  smallTree(3, 1);
-  wizard::TreeView& t = form->tree();
-  // An Outlook category whose text holds the prefix passes the test; its identifier is cut
-  // after eight characters like any other.
-  t.add("Main", wizard::tvwChild, "Category:Contact: VIP", "odd").checked = true;
-  // The same company shown twice gives two entries.
-  t.setChecked(t.find("Contact:8")->index, true);
-  form->getSelectedCompanies();
-  EXPECT_EQ(members(3), (std::vector<std::string>{"8", ":Contact: VIP"}));
 }
 
 TEST_F(SelectionTreeTest, TheSelectionMarksAFreshTreeWithoutSpreading) {
