@@ -286,7 +286,8 @@ int closedPort() {
 
 outlook::ContactItemPtr saveContact(outlook::Application& app, const std::string& fileAs,
                                     const std::function<void(outlook::ContactItem&)>& fill) {
-  auto item = std::dynamic_pointer_cast<outlook::ContactItem>(app.CreateItem(outlook::olContactItem));
+  auto item =
+      std::dynamic_pointer_cast<outlook::ContactItem>(app.CreateItem(outlook::olContactItem));
   item->setFileAs(fileAs);
   fill(*item);
   item->Save();
@@ -301,7 +302,6 @@ std::string readFile(const std::string& path) {
 void FaultyDataAccess::before(const char* call, const std::string& detail) {
   std::string what = detail.empty() ? std::string(call) : std::string(call) + " " + detail;
   if (!fails || !fails(what)) return;
-  ++failures;
   throw RuntimeError(kDiskIO, "Disk or network error in " + what);
 }
 

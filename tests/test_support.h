@@ -112,7 +112,6 @@ class RadicaleServer : public ScriptServer {
   struct Busy {};
   explicit RadicaleServer(Busy);
 
-  int port() const { return port_; }
   std::string base() const;  // http://127.0.0.1:PORT/
   // The URL of an address book: http://127.0.0.1:PORT/alice/book/
   std::string url(const std::string& user, const std::string& book) const;
@@ -240,7 +239,6 @@ class FaultyDataAccess : public ForwardingDataAccess {
   FaultyDataAccess();
   FaultyDataAccess(hostdb::DataAccessPtr real, std::string call, std::string detail, int skip = 0);
   std::function<bool(const std::string&)> fails;
-  int failures = 0;
 
  protected:
   void before(const char* call, const std::string& detail) override;
@@ -262,10 +260,7 @@ class RecordingProgress : public IProgressDialog {
     note("setOwner");
   }
   void setMinimum(int32_t v) override { note("setMinimum " + std::to_string(v)); }
-  void setMaximum(int32_t v) override {
-    note("setMaximum " + std::to_string(v));
-    maximum = v;
-  }
+  void setMaximum(int32_t v) override { note("setMaximum " + std::to_string(v)); }
   void setShowBar(bool v) override { note(std::string("setShowBar ") + (v ? "1" : "0")); }
   void setValue(int32_t v) override;
   void setSecondaryValue(int32_t v) override { note("setSecondaryValue " + std::to_string(v)); }
@@ -281,7 +276,6 @@ class RecordingProgress : public IProgressDialog {
   std::vector<std::string> calls;  // settings, show and close; values only before show
   std::vector<std::string> statuses;
   ObjectPtr owner;
-  int32_t maximum = 0;
 
  private:
   void note(const std::string& call);

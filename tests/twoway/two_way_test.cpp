@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <map>
 
 #include "core/apartment.h"
 #include "core/synchronization.h"
@@ -14,7 +12,6 @@
 namespace dossync {
 namespace {
 
-namespace fs = std::filesystem;
 using outlook::ContactItemPtr;
 using twoway::Settings;
 
@@ -66,17 +63,6 @@ class TwoWayTest : public testing::HostTest {
   }
   int count(const std::string& table) {
     return std::stoi(one("SELECT COUNT(*) FROM " + table + ";"));
-  }
-  // Every file of the test's folder (databases, cards) with its time and bytes.
-  std::map<std::string, std::string> files() {
-    std::map<std::string, std::string> out;
-    for (auto& e : fs::recursive_directory_iterator(dir.path())) {
-      // SQLite's shared-memory index changes with every read.
-      if (!e.is_regular_file() || e.path().string().ends_with("-shm")) continue;
-      out[e.path().string()] = std::to_string(e.last_write_time().time_since_epoch().count()) +
-                               testing::readFile(e.path().string());
-    }
-    return out;
   }
   // A company with its default contact.
   void addAcme() {
@@ -131,7 +117,8 @@ TEST_F(TwoWayTest, ChangesOnEachSideMeetInOneRunAndAQuietRunWritesNothing) {
   EXPECT_EQ(one("SELECT DefaultContactEmail FROM Companies WHERE CompanyID = 1;"), "ann@acme.test");
   EXPECT_EQ(actions, std::vector<std::string>{"update-both"});
 
-  // Nothing changed: no card, no host row, no state row is written.
+  // Nothing changed: no host row or state row is written, and no card (which would be an
+  // action other than nothing; no byte at all changes: twoway_cli_test's quiet run).
   asEarlierVersions();
   std::vector<std::string> writes;
   auto watch = [&](const std::string& call) {
@@ -141,12 +128,10 @@ TEST_F(TwoWayTest, ChangesOnEachSideMeetInOneRunAndAQuietRunWritesNothing) {
   };
   testing::installFaulty(apartment().hostDb, host->hostPath)->fails = watch;
   testing::installFaulty(apartment().syncDb, host->syncPath)->fails = watch;
-  auto before = files();
   run();
   expectNoErrors();
   EXPECT_EQ(writes, std::vector<std::string>{});
   EXPECT_EQ(actions, std::vector<std::string>{"nothing"});
-  EXPECT_TRUE(files() == before);
   EXPECT_EQ(items().size(), 1u);
   EXPECT_EQ(count("Companies") * 100 + count("Contacts"), 101);
 }
@@ -274,31 +259,18 @@ TEST_F(TwoWayTest, TheFirstRunAdoptsTheOneWayPairings) {
   EXPECT_EQ(item("Beta")->BusinessTelephoneNumber(), "333");
 }
 
-TEST_F(TwoWayTest, PairsLostByAKilledRunAreFoundAgain) {
-  addAcme();
+// (State lost by a run killed before it was committed: crash_test's two-way rounds.)
+TEST_F(TwoWayTest, ANewItemBecomesACompanyWithThePersonAsItsDefaultContact) {
   auto zed = put("Park, Zoe", "Zed Corp", "Zoe Park");
-  zed->setBirthday(value::Date{1980, 1, 2});
   zed->setHomeAddressCity("Bern");
   zed->setGender(outlook::olFemale);
   zed->Save();
   run();
   expectNoErrors();
-  ASSERT_EQ(items().size(), 2u);
-  ASSERT_EQ(count("Companies"), 2);
-  // A new item becomes a company with the person as its default contact.
   EXPECT_EQ(one("SELECT c.DisplayName || '|' || c.HomeCity || '|' || c.Gender || '|' || "
                 "co.DefaultContactName FROM Contacts c JOIN Companies co "
                 "ON co.CompanyID = c.CompanyNum WHERE co.CompanyName = 'Zed Corp';"),
             "Zoe Park|Bern|Female|Zoe Park");
-  // As a run killed before the state was committed leaves it: both sides, no pairs.
-  testing::execSql(host->syncPath, "DELETE FROM TwoWayPairs;");
-  run();
-  run();
-  expectNoErrors();
-  EXPECT_EQ(items().size(), 2u);
-  EXPECT_EQ(count("Companies"), 2);
-  EXPECT_EQ(count("Contacts"), 2);
-  EXPECT_EQ(actions, (std::vector<std::string>{"nothing", "nothing"}));
 }
 
 }  // namespace
