@@ -1,7 +1,6 @@
 // The local store's mail side: reading recipients, writing messages, the account file, and
 // what a failed delivery leaves behind.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <array>
 #include <filesystem>
@@ -63,7 +62,9 @@ MimeMail someMail() {
   return m;
 }
 
-TEST(Mime, WireFormatIsSevenBitCrLfAndBccOnlyWhenAskedForAndSubjectsMakeNoHeaders) {
+// (No Bcc header on what is sent, the Bcc and X-Unsent of drafts and of the outbox, the
+// attachments as a mail reader takes them apart: tests/app/mail_cli_test.sh.)
+TEST(Mime, WireFormatIsSevenBitCrLfAndSubjectsMakeNoHeaders) {
   MimeMail m = someMail();
   m.subject = "Plain";
   std::string text = writeMime(m);  // plain mail is one part
@@ -82,13 +83,7 @@ TEST(Mime, WireFormatIsSevenBitCrLfAndBccOnlyWhenAskedForAndSubjectsMakeNoHeader
   }
   EXPECT_TRUE(hasHeader(text, "Date") && hasHeader(text, "Message-Id") && hasHeader(text, "Cc"));
   EXPECT_TRUE(contains(text, "\r\n\r\none\r\ntwo\r\nthree\r\nfour\r\n\r\n"));
-  EXPECT_TRUE(contains(text, "Content-Type: multipart/mixed"));
   EXPECT_TRUE(contains(text, "application/pdf"));
-  EXPECT_FALSE(contains(text, "hidden@example.org"));
-  m.bccHeader = m.unsent = true;
-  std::string kept = writeMime(m);
-  EXPECT_TRUE(contains(kept, "Bcc: hidden@example.org\r\n")) << kept;
-  EXPECT_TRUE(contains(kept, "X-Unsent: 1\r\n"));
 }
 
 class AccountTest : public ::testing::Test {
@@ -97,16 +92,14 @@ class AccountTest : public ::testing::Test {
   fs::path profile() const { return dir.path(); }
 };
 
-TEST_F(AccountTest, RoundTripKeepsEverySettingInAPrivateFile) {
+// (That the file is the owner's only, under any umask: tests/app/mail_cli_test.sh.)
+TEST_F(AccountTest, RoundTripKeepsEverySetting) {
   EXPECT_FALSE(readMailAccount(profile()));
   MailAccount a;
   a.server = {"smtps://mail.example.org:465", "office", "s3cret", false, 20};
   a.from = "office@example.org";
   a.name = "The Office";
   writeMailAccount(profile(), a);
-  struct stat st {};
-  ASSERT_EQ(stat(accountFile(profile()).c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0600u);
   auto b = readMailAccount(profile()).value();
   EXPECT_EQ(b.server.url + "|" + b.server.user + "|" + b.server.password + "|" +
                 std::to_string(b.server.starttls.value_or(true)) + "|" +
@@ -203,7 +196,6 @@ TEST_F(DeliveryTest, SaveMakesADraftWithAnEntryIdAndDeleteEndsTheMail) {
   m->Save();
   EXPECT_FALSE(m->EntryID().empty());
   EXPECT_EQ(m->FilePath(), m->draftPath().string());
-  EXPECT_TRUE(contains(testing::readFile(m->draftPath()), "X-Unsent: 1\r\n"));
   m->Delete();
   EXPECT_FALSE(fs::exists(m->draftPath()));
   EXPECT_THROW(m->setSubject("again"), RuntimeError);
