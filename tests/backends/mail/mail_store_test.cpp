@@ -62,8 +62,8 @@ MimeMail someMail() {
   return m;
 }
 
-// (No Bcc header on what is sent, the Bcc and X-Unsent of drafts and of the outbox, the
-// attachments as a mail reader takes them apart: tests/app/mail_cli_test.sh.)
+// (No Bcc header on what is sent, the attachments as a mail reader takes them apart:
+// tests/app/mail_cli_test.sh.)
 TEST(Mime, WireFormatIsSevenBitCrLfAndSubjectsMakeNoHeaders) {
   MimeMail m = someMail();
   m.subject = "Plain";
@@ -84,6 +84,10 @@ TEST(Mime, WireFormatIsSevenBitCrLfAndSubjectsMakeNoHeaders) {
   EXPECT_TRUE(hasHeader(text, "Date") && hasHeader(text, "Message-Id") && hasHeader(text, "Cc"));
   EXPECT_TRUE(contains(text, "\r\n\r\none\r\ntwo\r\nthree\r\nfour\r\n\r\n"));
   EXPECT_TRUE(contains(text, "application/pdf"));
+  m.bccHeader = m.unsent = true;  // what is kept (drafts, the outbox) says so
+  std::string kept = writeMime(m);
+  EXPECT_TRUE(contains(kept, "Bcc: hidden@example.org\r\n")) << kept;
+  EXPECT_TRUE(contains(kept, "X-Unsent: 1\r\n"));
 }
 
 class AccountTest : public ::testing::Test {
@@ -196,6 +200,7 @@ TEST_F(DeliveryTest, SaveMakesADraftWithAnEntryIdAndDeleteEndsTheMail) {
   m->Save();
   EXPECT_FALSE(m->EntryID().empty());
   EXPECT_EQ(m->FilePath(), m->draftPath().string());
+  EXPECT_TRUE(contains(testing::readFile(m->draftPath()), "X-Unsent: 1\r\n"));
   m->Delete();
   EXPECT_FALSE(fs::exists(m->draftPath()));
   EXPECT_THROW(m->setSubject("again"), RuntimeError);

@@ -153,7 +153,9 @@ TEST(VcardSyntaxTest, TextThatIsNotUtf8ReadsWithReplacementCharacters) {
     EXPECT_EQ(readableText(c.in, &changed), c.out) << c.in;
     EXPECT_TRUE(changed) << c.in;
   }
-  // (A card so repaired read whole, from the folder: tests/app/hostile_input_test.sh.)
+  // A card repaired so reads whole, its value kept past the bad bytes.
+  ContactCard card(parseVcard(readableText("BEGIN:VCARD\nFN:Jo\0e M\xFCller\nEND:VCARD\n"s)));
+  EXPECT_EQ(card.get(ContactProperty::FullName), "Jo" + fffd + "e M" + fffd + "ller");
 }
 
 // ---- Mapping ------------------------------------------------------------------------------
