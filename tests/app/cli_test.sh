@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # End-to-end checks of the dossync command line on real files.
 source "$(dirname "$0")/check_lib.sh"
-sync_tables() { sqlite3 "$1" "SELECT count(*) FROM sqlite_master WHERE name IN ('OutlookScheme','OutlookSync');"; }
 
 check help 0 "$bin" --help
 for c in init-host demo-data check; do has "help lists $c" "$(out)" "$c"; done
@@ -12,7 +11,7 @@ check init-host-refuses-existing 1 "$bin" init-host "$work/h.db"
 
 check check-good 0 "$bin" check --host-db "$work/h.db" --sync-db "$work/s.db"
 has flag-false "$(out)" "FailedToInitializeFlag: False"
-same "sync tables" "$(sync_tables "$work/s.db")" 2
+same "sync tables" "$(sqlite3 "$work/s.db" "SELECT count(*) FROM sqlite_master WHERE name IN ('OutlookScheme','OutlookSync');")" 2
 
 check missing-host 0 "$bin" check --host-db "$work/none.db" --sync-db "$work/s.db"
 has missing-host-flag "$(out)" "FailedToInitializeFlag: False"
@@ -52,8 +51,6 @@ bad = {k: (v, got.get(k)) for k, v in want.items() if got.get(k) != v}
 assert not bad, bad
 PY
 then ok; else bad "contacts round trip"; fi
-check contacts-list 0 "$bin" contacts list --outlook "$store"
-has contacts-list-id "$(out)" "$id"
 check contacts-delete 0 "$bin" contacts delete "$id" --outlook "$store"
 check contacts-show-deleted 1 "$bin" contacts show "$id" --outlook "$store"
 echo '{"Nickname": "x"}' >"$work/bad.json"

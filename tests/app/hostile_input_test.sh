@@ -23,10 +23,7 @@ same "bad bytes: list --json exit" "$(run contacts list "${ol[@]}" --json)" 0
 names=$(python3 -c 'import json,sys; print("|".join(sorted(c["FullName"] for c in json.load(sys.stdin))))' <"$work/out")
 same "bad bytes: every card listed, bytes replaced" "$names" "||Caf� Ol�|Jo�e Bloggs"
 same "bad bytes: one warning per file" "$(grep -c 'not UTF-8' "$work/err")" 2
-has "bad bytes: warning names the file" "$(cat "$work/err")" "$cards/latin.vcf"
-has "bad bytes: warning names the NUL file" "$(cat "$work/err")" "$cards/nul.vcf"
-same "bad bytes: show" "$(run contacts show latin "${ol[@]}" --json)" 0
-has "bad bytes: show replaces" "$(cat "$work/out")" '"FullName": "Caf� Ol�"'
+for f in latin nul; do has "bad bytes: warning names $f.vcf" "$(cat "$work/err")" "$cards/$f.vcf"; done
 
 # JSON nested 100,000 deep: a clear error, exit 1, no crash; as a whole and as a value.
 python3 -c 'print("[" * 100000 + "]" * 100000)' >"$work/deep.json"
