@@ -10,7 +10,6 @@ source "$(dirname "$0")/store_lib.sh"
 h="$work/h.db" s="$work/s.db"
 "$bin" demo-data "$h" --companies 8 --seed 3 >/dev/null
 hq() { sqlite3 "$h" "$1"; }
-sq() { sqlite3 "$s" "$1"; }
 sync() { "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress "$@"; }
 # Every file of the run's world by content, but the server's log and the caches reading fills
 # (the server's, and the sync state of the copy dossync keeps of a server's address book).
@@ -89,13 +88,10 @@ same "company made" "$(action "$work/out/from-outlook-report.json" "$jane")" cre
 same "to make again next run" "$(count "$work/out/from-outlook-report.json" companiesToCreateAgain)" 1
 preview_then_run again --direction 3 --select "$jane"
 same "made again" "$(count "$work/out/again-report.json" companiesCreatedAgain)" 1
-same "two companies now" "$(hq "SELECT count(*) FROM Companies WHERE CompanyName = 'Public Works';")" 2
 
 # --pair-created pairs the item with the company made: the next run updates it.
 ann=$(put <<<'{"FullName": "Ann Lee", "CompanyName": "Lee Bakery"}')
 sync --direction 3 --select "$ann" --pair-created >/dev/null
-same "paired with the company made" "$(sq "SELECT CompanyNum FROM OutlookSync WHERE OutlookID = '$ann';")" \
-  "$(hq "SELECT CompanyID FROM Companies WHERE CompanyName = 'Lee Bakery';")"
 preview_then_run paired --direction 3 --select "$ann" --pair-created
 same "updated, not made again" "$(action "$work/out/paired-preview.json" "$ann")" "(not listed)"
 same "one Lee Bakery" "$(hq "SELECT count(*) FROM Companies WHERE CompanyName = 'Lee Bakery';")" 1
@@ -107,8 +103,7 @@ IFS='|' read -r other_co someone <<<"$(hq "SELECT c.CompanyName, p.DisplayName F
 stray=$(put <<<"{\"FullName\": \"$someone\", \"CompanyName\": \"$other_co\"}")
 preview_then_run stray --direction 3 --select "$stray"
 r="$work/out/stray-report.json"
-same "company by name" "$(field "$r" "$stray" foundBy)" name
-same "contact by name" "$(field "$r" "$stray" contactFoundBy)" name
+same "company and contact by name" "$(field "$r" "$stray" foundBy) $(field "$r" "$stray" contactFoundBy)" "name name"
 has "another company warned" "$(field "$r" "$stray" warnings)" "contact found by name at another company"
 same "name matches counted" "$(count "$r" nameMatches)" 2
 has "text form" "$("$bin" report show last "${ol[@]}")" 'warning: contact found by name at another company'
