@@ -43,14 +43,9 @@ cat >"$work/contact.json" <<'JSON'
 JSON
 id=$("$bin" contacts put --outlook "$store" --json "$work/contact.json")
 check contacts-show 0 "$bin" contacts show "$id" --outlook "$store" --json
-if /usr/bin/python3 - "$work/contact.json" "$work/stdout" "$id" <<'PY'
-import json, sys
-want = json.load(open(sys.argv[1])); got = json.load(open(sys.argv[2]))
-assert got.pop("EntryID") == sys.argv[3] and got.pop("Class") == 40
-bad = {k: (v, got.get(k)) for k, v in want.items() if got.get(k) != v}
-assert not bad, bad
-PY
-then ok; else bad "contacts round trip"; fi
+same "contacts round trip: properties that differ" "$(jq -c --slurpfile w "$work/contact.json" --arg id "$id" \
+  '. as $g | [($w[0] | to_entries[] | select(.value != $g[.key]) | .key), (select(.EntryID != $id or .Class != 40) | "EntryID|Class")]' \
+  "$work/stdout")" "[]"
 check contacts-delete 0 "$bin" contacts delete "$id" --outlook "$store"
 check contacts-show-deleted 1 "$bin" contacts show "$id" --outlook "$store"
 echo '{"Nickname": "x"}' >"$work/bad.json"
