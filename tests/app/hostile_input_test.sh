@@ -25,13 +25,10 @@ same "bad bytes: every card listed, bytes replaced" "$names" "||Cafï¿½ Olï¿½|Joï
 same "bad bytes: one warning per file" "$(grep -c 'not UTF-8' "$work/err")" 2
 for f in latin nul; do has "bad bytes: warning names $f.vcf" "$(cat "$work/err")" "$cards/$f.vcf"; done
 
-# JSON nested 100,000 deep: a clear error, exit 1, no crash; as a whole and as a value.
-python3 -c 'print("[" * 100000 + "]" * 100000)' >"$work/deep.json"
-python3 -c 'print("{\"Body\": " + "[" * 100000 + "]" * 100000 + "}")' >"$work/deep-value.json"
-for f in deep deep-value; do
-  same "$f json: exit" "$(run contacts put "${ol[@]}" --json "$work/$f.json")" 1
-  has "$f json: message" "$(cat "$work/err")" "nested more than"
-done
+# JSON nested 100,000 deep: a clear error, exit 1, no crash.
+python3 -c 'print("{\"Body\": " + "[" * 100000 + "]" * 100000 + "}")' >"$work/deep.json"
+same "deep json: exit" "$(run contacts put "${ol[@]}" --json "$work/deep.json")" 1
+has "deep json: message" "$(cat "$work/err")" "nested more than"
 # A NUL given to put is refused, not written into a card.
 same "put NUL: exit" "$(echo '{"FileAs": "Nul", "Body": "a\u0000b"}' | run contacts put "${ol[@]}" --json -)" 1
 has "put NUL: message" "$(cat "$work/err")" "Body holds a NUL"
