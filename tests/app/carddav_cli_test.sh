@@ -1,12 +1,11 @@
 #!/usr/bin/env bash
 # End-to-end checks that only an address book on a CardDAV server has: the logon, the copy kept
-# between runs, deletes on the server, and other CardDAV clients (vdirsyncer, python3-vobject)
-# reading what dossync wrote and writing what it reads. The server is a real Radicale on
-# 127.0.0.1 (store_lib.sh).
+# between runs, a server lost during a run, and another CardDAV client (vdirsyncer) reading what
+# dossync wrote and writing what it reads. The server is a real Radicale on 127.0.0.1
+# (store_lib.sh).
 export DOSSYNC_TEST_STORE=carddav
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
-py=/usr/bin/python3
 port=$(cat "$work/radicale/port")
 
 h="$work/h.db" s="$work/s.db"
@@ -34,20 +33,12 @@ has "and says to try again later" "$(cat "$work/err")" "try again later"
 # The practice goes up; a second run with nothing changed writes nothing.
 out=$(sync --select all); same "sync exit" $? 0
 has "every company made" "$out" "create-item 12,"
-same "cards on the server" "$(on_server book)" 12
 before=$(token book)
 out=$(sync --select all)
 has "again: nothing to change" "$out" "create-item 0, update-item 0, pair-only 0, nothing 12,"
 same "a quiet run writes nothing" "$(token book)" "$before"
 
-# contacts: put, show, delete against the server.
-id=$(echo '{"FileAs": "Zed, Zoe", "FirstName": "Zoe", "LastName": "Zed"}' | "$bin" contacts put "${ol[@]}" --json -)
-same "put reaches the server" "$(on_server book)" 13
-has "show" "$("$bin" contacts show "$id" "${ol[@]}")" "Zoe"
-"$bin" contacts delete "$id" "${ol[@]}"; same "delete exit" $? 0
-same "delete reaches the server" "$(on_server book)" 12
-
-# vdirsyncer downloads what dossync wrote; python3-vobject reads every card.
+# vdirsyncer downloads what dossync wrote.
 mkdir -p "$work/vs/status" "$work/vs/down" "$work/vs/up"
 vs_pair() {  # NAME BOOK: a folder $work/vs/NAME paired with the book
   printf '[pair %s]\na = "%s_local"\nb = "%s_remote"\ncollections = null\n' "$1" "$1" "$1"
@@ -60,15 +51,6 @@ vs_pair() {  # NAME BOOK: a folder $work/vs/NAME paired with the book
 vs() { vdirsyncer -c "$work/vs/config" "$@" >>"$work/vs/log" 2>&1; }
 vs discover down && vs sync down; same "vdirsyncer download" $? 0
 same "vdirsyncer got every card" "$(ls "$work/vs/down" | grep -c '\.vcf$')" 12
-$py - "$work/vs/down" <<'PY' >"$work/vobject.out" 2>&1
-import sys, os, vobject
-names = []
-for f in sorted(os.listdir(sys.argv[1])):
-    card = vobject.readOne(open(os.path.join(sys.argv[1], f), encoding="utf-8").read())
-    names.append(card.fn.value)
-print(len(names), "cards,", sum(1 for n in names if n), "named")
-PY
-same "vobject parses them" "$(cat "$work/vobject.out")" "12 cards, 12 named"
 
 # Cards another client uploads are found and brought into the host.
 for n in 1 2 3; do
@@ -77,8 +59,7 @@ done
 vs discover up && vs sync up; same "vdirsyncer upload" $? 0
 out=$("$bin" sync --host-db "$h" --sync-db "$work/s2.db" "${ol2[@]}" --no-progress --direction 3 --select all)
 has "their contacts come in" "$out" "create-company 3, update-company 0, nothing 0,"
-same "filed as Outlook files them" "$(sqlite3 "$h" "SELECT count(*) FROM Companies WHERE CompanyName LIKE 'Other Co %';")" 3
-"$bin" contacts list "${ol2[@]}" | grep -q "Person, Other 2" && ok || bad "FileAs of a foreign card"
+same "their companies" "$(sqlite3 "$h" "SELECT count(*) FROM Companies WHERE CompanyName LIKE 'Other Co %';")" 3
 
 # The server goes away in the middle of a run: exit 1, an error naming it, the failed records
 # counted and the others paired; once it is back, the next run makes the missing cards and no

@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
 # End-to-end checks of the dossync command line on real files.
 source "$(dirname "$0")/check_lib.sh"
-sync_tables() { sqlite3 "$1" "SELECT count(*) FROM sqlite_master WHERE name IN ('OutlookScheme','OutlookSync');"; }
 
 check help 0 "$bin" --help
 for c in init-host demo-data check; do has "help lists $c" "$(out)" "$c"; done
@@ -12,7 +11,7 @@ check init-host-refuses-existing 1 "$bin" init-host "$work/h.db"
 
 check check-good 0 "$bin" check --host-db "$work/h.db" --sync-db "$work/s.db"
 has flag-false "$(out)" "FailedToInitializeFlag: False"
-same "sync tables" "$(sync_tables "$work/s.db")" 2
+same "sync tables" "$(sqlite3 "$work/s.db" "SELECT count(*) FROM sqlite_master WHERE name IN ('OutlookScheme','OutlookSync');")" 2
 
 check missing-host 0 "$bin" check --host-db "$work/none.db" --sync-db "$work/s.db"
 has missing-host-flag "$(out)" "FailedToInitializeFlag: False"
@@ -44,16 +43,9 @@ cat >"$work/contact.json" <<'JSON'
 JSON
 id=$("$bin" contacts put --outlook "$store" --json "$work/contact.json")
 check contacts-show 0 "$bin" contacts show "$id" --outlook "$store" --json
-if /usr/bin/python3 - "$work/contact.json" "$work/stdout" "$id" <<'PY'
-import json, sys
-want = json.load(open(sys.argv[1])); got = json.load(open(sys.argv[2]))
-assert got.pop("EntryID") == sys.argv[3] and got.pop("Class") == 40
-bad = {k: (v, got.get(k)) for k, v in want.items() if got.get(k) != v}
-assert not bad, bad
-PY
-then ok; else bad "contacts round trip"; fi
-check contacts-list 0 "$bin" contacts list --outlook "$store"
-has contacts-list-id "$(out)" "$id"
+same "contacts round trip: properties that differ" "$(jq -c --slurpfile w "$work/contact.json" --arg id "$id" \
+  '. as $g | [($w[0] | to_entries[] | select(.value != $g[.key]) | .key), (select(.EntryID != $id or .Class != 40) | "EntryID|Class")]' \
+  "$work/stdout")" "[]"
 check contacts-delete 0 "$bin" contacts delete "$id" --outlook "$store"
 check contacts-show-deleted 1 "$bin" contacts show "$id" --outlook "$store"
 echo '{"Nickname": "x"}' >"$work/bad.json"

@@ -48,41 +48,25 @@ cat >"$work/edit.py" <<'EOF'
 import os, re, sys
 folder, tmp = sys.argv[1], sys.argv[2]
 os.makedirs(tmp, exist_ok=True)
-want, new = {}, []
-for line in sys.stdin:
-    parts = line.split(None, 2)
-    if parts[0] == "NEW":
-        new.append((parts[1], parts[2].strip()))
-    else:
-        want[parts[0]] = parts[1].strip()
+lines = [line.split(None, 2) for line in sys.stdin]
+want = {p[0]: p[1].strip() for p in lines if p[0] != "NEW"}
 def put(name, text):
-    path = os.path.join(tmp, name)
-    with open(path, "w", newline="") as f:
+    with open(os.path.join(tmp, name), "w", newline="") as f:
         f.write(text)
-    os.replace(path, os.path.join(folder, name))
-for name in os.listdir(folder):
-    if not name.endswith(".vcf"):
-        continue
-    text = open(os.path.join(folder, name), newline="").read()
-    unfolded = re.sub(r"\r\n[ \t]", "", text)
-    m = re.search(r"^ORG[^:]*:[^\r\n]*#(\d+)", unfolded, re.M)
-    if not m or m.group(1) not in want:
-        continue
-    lines = unfolded.split("\r\n")
-    for i, line in enumerate(lines):
-        if re.match(r"ADR[;:]", line, re.I) and "WORK" in line.split(":", 1)[0].upper():
-            head, value = line.split(":", 1)
-            parts = (value.split(";") + [""] * 7)[:7]
-            parts[3] = want[m.group(1)]
-            lines[i] = head + ":" + ";".join(parts)
-            break
-    else:
-        lines.insert(len(lines) - 2, "ADR;TYPE=WORK:;;;" + want[m.group(1)] + ";;;")
-    put(name, "\r\n".join(lines))
-for uid, name in new:
+    os.replace(os.path.join(tmp, name), os.path.join(folder, name))
+adr = re.compile(r"^(ADR[^:\r\n]*WORK[^:\r\n]*:(?:[^;\r\n]*;){3})[^;\r\n]*", re.M | re.I)
+for name in [n for n in os.listdir(folder) if n.endswith(".vcf")]:
+    text = re.sub(r"\r\n[ \t]", "", open(os.path.join(folder, name), newline="").read())
+    m = re.search(r"^ORG[^:]*:[^\r\n]*#(\d+)", text, re.M)
+    if m and m.group(1) in want:
+        city = want[m.group(1)]
+        if adr.search(text):
+            put(name, adr.sub(lambda a: a.group(1) + city, text, 1))
+        else:
+            put(name, text.replace("\r\nEND:VCARD", "\r\nADR;TYPE=WORK:;;;%s;;;\r\nEND:VCARD" % city))
+for _, uid, name in [p for p in lines if p[0] == "NEW"]:
     put(uid + ".vcf", "BEGIN:VCARD\r\nVERSION:3.0\r\nUID:%s\r\nFN:%s\r\nORG:%s;\r\n"
-        "ADR;TYPE=WORK:;;1 Main Street;Kingston;ON;K7L 1A1;Canada\r\nEND:VCARD\r\n"
-        % (uid, name, name))
+        "ADR;TYPE=WORK:;;1 Main Street;Kingston;ON;K7L 1A1;Canada\r\nEND:VCARD\r\n" % (uid, name.strip(), name.strip()))
 EOF
 edit_cards() { /usr/bin/python3 "$work/edit.py" "$cards" "$work/tmp"; }
 

@@ -23,18 +23,12 @@ same "bad bytes: list --json exit" "$(run contacts list "${ol[@]}" --json)" 0
 names=$(python3 -c 'import json,sys; print("|".join(sorted(c["FullName"] for c in json.load(sys.stdin))))' <"$work/out")
 same "bad bytes: every card listed, bytes replaced" "$names" "||Caf� Ol�|Jo�e Bloggs"
 same "bad bytes: one warning per file" "$(grep -c 'not UTF-8' "$work/err")" 2
-has "bad bytes: warning names the file" "$(cat "$work/err")" "$cards/latin.vcf"
-has "bad bytes: warning names the NUL file" "$(cat "$work/err")" "$cards/nul.vcf"
-same "bad bytes: show" "$(run contacts show latin "${ol[@]}" --json)" 0
-has "bad bytes: show replaces" "$(cat "$work/out")" '"FullName": "Caf� Ol�"'
+for f in latin nul; do has "bad bytes: warning names $f.vcf" "$(cat "$work/err")" "$cards/$f.vcf"; done
 
-# JSON nested 100,000 deep: a clear error, exit 1, no crash; as a whole and as a value.
-python3 -c 'print("[" * 100000 + "]" * 100000)' >"$work/deep.json"
-python3 -c 'print("{\"Body\": " + "[" * 100000 + "]" * 100000 + "}")' >"$work/deep-value.json"
-for f in deep deep-value; do
-  same "$f json: exit" "$(run contacts put "${ol[@]}" --json "$work/$f.json")" 1
-  has "$f json: message" "$(cat "$work/err")" "nested more than"
-done
+# JSON nested 100,000 deep: a clear error, exit 1, no crash.
+python3 -c 'print("{\"Body\": " + "[" * 100000 + "]" * 100000 + "}")' >"$work/deep.json"
+same "deep json: exit" "$(run contacts put "${ol[@]}" --json "$work/deep.json")" 1
+has "deep json: message" "$(cat "$work/err")" "nested more than"
 # A NUL given to put is refused, not written into a card.
 same "put NUL: exit" "$(echo '{"FileAs": "Nul", "Body": "a\u0000b"}' | run contacts put "${ol[@]}" --json -)" 1
 has "put NUL: message" "$(cat "$work/err")" "Body holds a NUL"

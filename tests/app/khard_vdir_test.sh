@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # A folder of cards as khard keeps it, used as the store as it is: the cards go among khard's,
-# dossync's own state and reports under $XDG_STATE_HOME, and a company card edited with khard
-# between two runs is still the company's card.
+# dossync's own state under $XDG_STATE_HOME, and a company card edited with khard between two
+# runs is still the company's card.
 if ! command -v khard >/dev/null; then
   echo "khard_vdir_test: khard is not installed (Debian: khard), skipped"
   exit 0
@@ -27,16 +27,11 @@ q "INSERT INTO Companies (CompanyID, CompanyName, OfficeNumber, Email) VALUES
   VALUES (10, 2, 'Bob Beta', 'Bob', 'Beta', 1);"
 
 # The cards go into the folder itself, beside khard's; nothing else is added there.
-out=$(sync); same "first run exit" $? 0
+sync >/dev/null; same "first run exit" $? 0
 same "cards among khard's" "$(ls "$book" | grep -c '\.vcf$')" 3
 same "nothing but cards in the book" "$(ls -A "$book" | grep -vc '\.vcf$')" 0
 state=$(ls -d "$XDG_STATE_HOME"/dossync/vdir/book-* 2>/dev/null)
 [[ -n "$state" && -s "$state/store-id" ]] && ok || bad "no store-id under $XDG_STATE_HOME/dossync/vdir"
-reports=$(ls -d "$XDG_STATE_HOME"/dossync/reports/book-* 2>/dev/null)
-same "report under the state folder" "$(ls "$reports" 2>/dev/null | grep -c '\.jsonl\.zst$')" 1
-has "summary names the report" "$out" "$reports/"
-listed=$("$bin" report "${ol[@]}"); same "report list exit" $? 0
-same "report list finds it" "$(grep -c 'direction 2' <<<"$listed")" 1
 kh list >"$work/khard-list" 2>&1
 has "khard lists the company" "$(cat "$work/khard-list")" "Acme Ltd"
 
@@ -53,19 +48,13 @@ has "still a company: no FullName" "$json" '"FullName": ""'
 has "khard's edit read" "$json" '"BusinessTelephoneNumber": "555 0199"'
 
 # From Outlook: the company takes the new number; nobody named after the company appears.
-out=$(sync --direction 3 --pair-created); same "run from Outlook exit" $? 0
+sync --direction 3 --pair-created >/dev/null; same "run from Outlook exit" $? 0
 same "company number from khard" "$(q "SELECT OfficeNumber FROM Companies WHERE CompanyID = 1;")" "555 0199"
 same "no contact named after the company" "$(q "SELECT count(*) FROM Contacts WHERE CompanyNum = 1 OR DisplayName = 'Acme Ltd';")" 0
 
 # Back to Outlook: the company card updated in place, and marked again.
-out=$(sync); same "second run exit" $? 0
+sync >/dev/null; same "second run exit" $? 0
 same "no second company card" "$(grep -l '^ORG:Acme Ltd' "$book"/*.vcf | wc -l)" 1
 grep -q 'X-ABShowAs:COMPANY' "$acme" && ok || bad "company mark not restored: $(cat "$acme")"
-same "reports of both runs" "$(ls "$reports" | grep -c '\.jsonl\.zst$')" 3
-
-# Emptied, it is still that address book: nothing of ours appears in it.
-rm "$book"/*.vcf
-"$bin" contacts list "${ol[@]}" >/dev/null; same "emptied book lists" $? 0
-same "emptied book stays plain" "$(ls -A "$book")" ""
 
 finish khard_vdir_test

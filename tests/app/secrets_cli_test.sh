@@ -65,17 +65,14 @@ print("exit", os.waitstatus_to_exitcode(status), "asked", sent, "echoed", b"secr
 PY
 same "a prompt on a terminal" "$(cat "$work/tty")" "exit 0 asked True echoed False"
 
-# ps shows no password while a run works: given by file, or even as --password.
-for given in "--password-file $work/pw" "--password secret"; do
-  rm -rf "$s" "${copies}_book"  # the run downloads the book again, after it has parsed
-  "$bin" sync --host-db "$h" --sync-db "$s" --outlook "$url" --profile alice $given --no-progress \
-    --select all >/dev/null 2>&1 &
-  run=$!
-  args=""
-  wait_for 10 '(( $(ls "$cards" 2>/dev/null | grep -c "\.vcf$") >= 10 ))' && args=$(ps -o args= -p $run)
-  wait $run; same "run with ${given%% *}" $? 0
-  [[ -n "$args" && "$args" != *" secret"* ]] && ok || bad "ps during a run with ${given%% *}: '$args'"
-done
+# ps shows no password while a run works, even one given as --password.
+rm -rf "$s" "${copies}_book"  # the run downloads the book again, after it has parsed
+"$bin" sync --host-db "$h" --sync-db "$s" --outlook "$url" --profile alice --password secret --no-progress \
+  --select all >/dev/null 2>&1 &
+run=$! args=""
+wait_for 60 '(( $(ls "$cards" 2>/dev/null | grep -c "\.vcf$") >= 10 ))' && args=$(ps -o args= -p $run)
+wait $run; same "run with --password" $? 0
+[[ -n "$args" && "$args" != *" secret"* ]] && ok || bad "ps during a run with --password: '$args'"
 
 # Everything written under umask 022 is its owner's only: the synchronisation database, the
 # CardDAV copy and its state, the reports.
@@ -83,71 +80,57 @@ shared=$(find "$s"* "$XDG_DATA_HOME" "$XDG_STATE_HOME" -type f -perm /077 2>/dev
 same "files readable by others" "$shared" ""
 (( $(find "$XDG_DATA_HOME" -type f -name '*.vcf' | wc -l) >= 120 )) && ok || bad "the copy was made"
 
-# A hostile server lists members on another origin and outside the collection: dossync warns,
-# and no request reaches them; its own cards still work.
+# A hostile server lists members on another origin (itself, named otherwise) and outside the
+# collection: dossync warns, and no request reaches them; its own cards still work.
 mkdir -p "$work/hostile"
 "$py" - "$work/hostile" <<'PY' >/dev/null 2>&1 &
-import http.server, os, socket, sys, threading
+import http.server, os, sys, threading
 folder = sys.argv[1]
-def listener(handler):
-    s = http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler)
-    threading.Thread(target=s.serve_forever, daemon=True).start()
-    return s.server_address[1]
-def note(name, line):
-    with open(os.path.join(folder, name), "a") as f:
-        f.write(line + "\n")
-class Other(http.server.BaseHTTPRequestHandler):
-    def handle_one_request(self):
-        self.raw_requestline = self.rfile.readline(65537)
-        if self.raw_requestline:
-            note("other.log", self.raw_requestline.decode().strip())
-            self.wfile.write(b"HTTP/1.1 401 No\r\nWWW-Authenticate: Basic realm=x\r\nContent-Length: 0\r\n\r\n")
-    def log_message(self, *a): pass
-other = listener(Other)
 card = "BEGIN:VCARD\r\nVERSION:3.0\r\nUID:own\r\nFN:Own Card\r\nN:Card;Own;;;\r\nEND:VCARD\r\n"
-hostile = ["http://127.0.0.1:%d/steal/a.vcf" % other, "/elsewhere/b.vcf", "/book/%2e%2e/elsewhere/c.vcf"]
+ms = lambda inner: ('<?xml version="1.0"?><D:multistatus xmlns:D="DAV:" '
+                    'xmlns:C="urn:ietf:params:xml:ns:carddav">%s</D:multistatus>' % inner).encode()
+member = lambda href, props: ("<D:response><D:href>%s</D:href><D:propstat><D:prop>%s</D:prop>"
+                              "<D:status>HTTP/1.1 200 OK</D:status></D:propstat></D:response>" % (href, props))
 class Book(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
     def reply(self, code, body=b"", kind="application/xml"):
         self.send_response(code)
         if code == 401:
             self.send_header("WWW-Authenticate", 'Basic realm="book"')
-        self.send_header("Content-Type", kind)
-        self.send_header("ETag", '"1"')
-        self.send_header("Content-Length", str(len(body)))
+        for name, value in (("Content-Type", kind), ("ETag", '"1"'), ("Content-Length", str(len(body)))):
+            self.send_header(name, value)
         self.end_headers()
         self.wfile.write(body)
     def answer(self):
         body = self.rfile.read(int(self.headers.get("Content-Length") or 0)).decode()
-        note("book.log", self.command + " " + self.path)
+        with open(os.path.join(folder, "book.log"), "a") as f:
+            f.write(self.command + " " + self.path + "\n")
         if not self.headers.get("Authorization"):
             return self.reply(401)
         if not self.path.startswith("/book/"):
             return self.reply(404)
-        ms = lambda inner: ('<?xml version="1.0"?><D:multistatus xmlns:D="DAV:" '
-                            'xmlns:C="urn:ietf:params:xml:ns:carddav">%s</D:multistatus>' % inner).encode()
-        def member(href, props):
-            return ("<D:response><D:href>%s</D:href><D:propstat><D:prop>%s</D:prop>"
-                    "<D:status>HTTP/1.1 200 OK</D:status></D:propstat></D:response>" % (href, props))
+        hostile = ["http://localhost:%d/steal/a.vcf" % port, "/elsewhere/b.vcf", "/book/%2e%2e/elsewhere/c.vcf"]
         if self.command == "PROPFIND" and self.headers.get("Depth") == "0":
             return self.reply(207, ms(member("/book/", "<D:resourcetype><D:collection/><C:addressbook/></D:resourcetype>")))
         if self.command == "PROPFIND":
-            hrefs = ["/book/own.vcf"] + hostile
             return self.reply(207, ms(member("/book/", "<D:resourcetype><D:collection/></D:resourcetype>") +
-                                      "".join(member(h, '<D:getetag>"1"</D:getetag><D:resourcetype/>') for h in hrefs)))
+                                      "".join(member(h, '<D:getetag>"1"</D:getetag><D:resourcetype/>')
+                                              for h in ["/book/own.vcf"] + hostile)))
         if self.command == "REPORT":
-            asked = [h for h in hostile + ["/book/own.vcf"] if h in body]
-            return self.reply(207, ms("".join(member(h, '<D:getetag>"1"</D:getetag><C:address-data>%s</C:address-data>' % card) for h in asked)))
+            return self.reply(207, ms("".join(member(h, '<D:getetag>"1"</D:getetag><C:address-data>%s</C:address-data>' % card)
+                                              for h in hostile + ["/book/own.vcf"] if h in body)))
         if self.command in ("PUT", "DELETE"):
             return self.reply(204)
         return self.reply(200, card.encode(), "text/vcard")
     do_PROPFIND = do_REPORT = do_PUT = do_DELETE = do_GET = answer
     def log_message(self, *a): pass
-port = listener(Book)
+server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Book)
+port = server.server_address[1]
 with open(os.path.join(folder, "port.tmp"), "w") as f:
     f.write(str(port))
 os.rename(os.path.join(folder, "port.tmp"), os.path.join(folder, "port"))
-threading.Event().wait(600)
+threading.Timer(600, os._exit, (0,)).start()  # bounded: the script stops it long before
+server.serve_forever()
 PY
 hostile_pid=$!
 wait_for 10 '[[ -s $work/hostile/port ]]'
@@ -163,7 +146,6 @@ echo "{\"EntryID\": \"$id\", \"JobTitle\": \"Changed\"}" >"$work/own.json"
 "$bin" contacts put --outlook "$bad_url" --profile alice --password-file "$work/pw" --json "$work/own.json" >/dev/null 2>&1
 "$bin" contacts delete "$id" --outlook "$bad_url" --profile alice --password-file "$work/pw" >/dev/null 2>&1
 same "hostile: the own card written and deleted" "$(grep '^\(PUT\|DELETE\) /book/own.vcf' "$work/hostile/book.log" | sort -u | wc -l)" 2
-same "hostile: nothing asked outside the book" "$(grep -v ' /book/' "$work/hostile/book.log")" ""
-same "hostile: nothing reached the other origin" "$(cat "$work/hostile/other.log" 2>/dev/null)" ""
+same "hostile: nothing asked outside the book or of the other origin" "$(grep -v ' /book/' "$work/hostile/book.log")" ""
 
 finish "secrets cli"

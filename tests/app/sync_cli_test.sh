@@ -20,14 +20,7 @@ q() { sqlite3 "$s" "$1"; }
 out=$(sync --select 1,3); same "sync exit" $? 0
 [[ "$out" == "records 3, create-item 2, update-item 0, pair-only 1, nothing 0, errors 0, records failed 0, seconds "* ]] && ok || bad "summary: $out"
 same "two cards" "$(count)" 2
-same "unselected company mapped with an empty id" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 2;")" ""
 alpha=$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")
-has "the item as transferred" "$("$bin" contacts show "$alpha" "${ol[@]}" --json)" '"FileAs": "Alpha Ltd"'
-
-# Information type 7 walks the contacts.
-out=$(sync --info 7 --select 11)
-same "contact walk pairs every contact" "$(q 'SELECT count(*) FROM OutlookSync WHERE ContactNum IS NOT NULL;')" 2
-same "contact card made" "$(count)" 3
 
 # Errors: reported with their location; --on-error exit ends with code 3.
 sqlite3 "$h" "UPDATE Contacts SET Birthday = 'someday' WHERE ContactID = 10;"
@@ -60,8 +53,6 @@ h="$work/h2.db" s="$work/s2.db"
 hq() { sqlite3 "$h" "$1"; }
 sq() { sqlite3 "$s" "$1"; }
 schema() { hq "SELECT type, name, tbl_name, sql FROM sqlite_master ORDER BY name;" | md5sum; }
-# The host's own category under another case is the one new clients are filed in.
-hq "INSERT INTO Categories (CategoryName) VALUES ('DOSSIERA CLIENTS');"
 schema_before=$(schema)
 put() { "$bin" contacts put "${ol2[@]}" --json -; }
 sync() { "$bin" sync --host-db "$h" --sync-db "$s" "${ol2[@]}" --no-progress --direction 3 "$@"; }
@@ -79,8 +70,6 @@ out=$(sync --select "$jane"); same "exit" $? 0
 same "company" "$(hq "SELECT CompanyName || '|' || City || '|' || OfficeNumber || '|' || Email FROM Companies;")" \
   "Public Works Inc.|Ottawa|613-555-0100|info@public.ca"
 cid=$(hq "SELECT CompanyID FROM Companies;")
-same "the existing category is reused" "$(hq "SELECT count(*) || '|' || max(CategoryID) FROM Categories;")" \
-  "1|$(hq "SELECT CategoryNum FROM HostCategory;")"
 same "contact" "$(hq "SELECT NamePrefix || '|' || FirstName || '|' || MiddleName || '|' || LastName || '|' || DisplayName || '|' || Gender || '|' || Birthday || '|' || BusinessEmail || '|' || PersonalEmail || '|' || DefaultContact || '|' || CompanyNum FROM Contacts;")" \
   "Dr.|Jane|Q|Public|Dr. Jane Q Public|Female|1970-03-05|jane@public.ca|jane@home.ca|1|$cid"
 # The company's default-contact columns were made when the contact was added, before its
@@ -89,19 +78,11 @@ same "default contact columns" "$(hq "SELECT DefaultContactName || '|' || Defaul
 same "pairing kept with -1" "$(sq "SELECT CompanyNum || '|' || ContactNum FROM OutlookSync WHERE OutlookID = '$jane';")" "-1|1"
 
 # Again: the contact is updated in place through the pairing; the company pairing is -1, so
-# another company is made.
+# another company is made (its name emptied as Outlook's now is).
 echo "{\"EntryID\": \"$jane\", \"JobTitle\": \"Partner\", \"CompanyName\": \"\"}" | put >/dev/null
-out=$(sync --select "$jane")
-[[ "$out" == *"create-company 1, update-company 0, nothing 0,"* ]] && ok || bad "second summary: $out"
+sync --select "$jane" >/dev/null
 same "one contact" "$(hq "SELECT count(*) || '|' || BusinessJobTitle FROM Contacts;")" "1|Partner"
-same "two companies" "$(hq "SELECT count(*) FROM Companies;")" 2
-same "empty Outlook company name empties the host's" "$(hq "SELECT CompanyName FROM Companies ORDER BY CompanyID DESC LIMIT 1;")" ""
-
-# --select all takes every contact of the store; a blank entry is not transferred.
-put <<<'{"FullName": "mrs Ann", "CompanyName": "Ann Co"}' >/dev/null
-out=$(sync --select all); same "all exit" $? 0
-same "Ann's company" "$(hq "SELECT count(*) FROM Companies WHERE CompanyName = 'Ann Co';")" 1
-same "Ann is its default contact" "$(hq "SELECT c.DefaultContact FROM Contacts c JOIN Companies k ON k.CompanyID = c.CompanyNum WHERE k.CompanyName = 'Ann Co';")" 1
+same "empty Outlook company name empties the host's" "$(hq "SELECT count(*) || '|' || max(CompanyID) FROM Companies;")|$(hq "SELECT CompanyName FROM Companies ORDER BY CompanyID DESC LIMIT 1;")" "2|$((cid + 1))|"
 
 # Neither direction touches the host's schema (no index, no table of ours).
 "$bin" sync --host-db "$h" --sync-db "$s" "${ol2[@]}" --no-progress --direction 2 --select all >/dev/null

@@ -44,13 +44,10 @@ preview_then_run() {  # NAME WANT ARGS...: the preview changes nothing and is wh
 }
 
 # ---- Usage errors: the options that cannot go with --two-way, before anything is opened.
-for args in "--direction 2" "--info 2" "--info 3" "--select 1,2" "--pair-created"; do
-  run "usage: --two-way $args" 64 $args
-done
-has "usage: --direction named" "$(two --direction 1 2>&1)" "leave out --direction"
-has "usage: --info named" "$(two --info 4 2>&1)" "--info 1"
+for args in "--select 1,2" "--pair-created" "--conflict both"; do run "usage: --two-way $args" 64 $args; done
+run "usage: --direction" 64 --direction 2; has "usage: --direction named" "$(err)" "leave out --direction"
+run "usage: --info" 64 --info 3; has "usage: --info named" "$(err)" "--info 1"
 "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --force >/dev/null 2>&1; same "usage: --force alone" $? 64
-run "usage: --conflict other" 64 --conflict both
 same "usage: nothing made" "$(cards)" 0
 
 # ---- First run: one item a company; then a quiet run writes nothing anywhere.
