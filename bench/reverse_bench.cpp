@@ -319,11 +319,11 @@ void syncOnce(bench::Timer& timer, const fs::path& store, const fs::path& host,
 bench::Measured syncByCli(const bench::Options& o, const fs::path& store, const fs::path& host,
                           const fs::path& syncDb, const fs::path& dir, int n, bool fresh) {
   std::vector<std::string> env = bench::homeUnder(dir, o.reports);
-  bench::Measured m = bench::runProgram(
-      {o.cli, "sync", "--host-db", host.string(), "--sync-db", syncDb.string(), "--outlook",
-       "vdir:" + store.string(), "--direction", "3", "--info", "1", "--select", "all",
-       "--no-progress"},
-      env, dir / "cli.log", o.limit);
+  bench::Measured m =
+      bench::runProgram({o.cli, "sync", "--host-db", host.string(), "--sync-db", syncDb.string(),
+                         "--outlook", "vdir:" + store.string(), "--direction", "3", "--info", "1",
+                         "--select", "all", "--no-progress"},
+                        env, dir / "cli.log", o.limit);
   if (!m.ok()) return m;
   sqlite3* db = nullptr;
   sqlite3_stmt* st = nullptr;

@@ -52,7 +52,8 @@ double seconds(std::chrono::steady_clock::time_point since) {
 // Every column of every company and contact, as text.
 void readHost(const fs::path& hostDb) {
   sqlite3* db = nullptr;
-  if (sqlite3_open_v2(hostDb.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) std::abort();
+  if (sqlite3_open_v2(hostDb.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK)
+    std::abort();
   for (const char* sql : {"SELECT * FROM Companies;", "SELECT * FROM Contacts;"}) {
     sqlite3_stmt* st = nullptr;
     if (sqlite3_prepare_v2(db, sql, -1, &st, nullptr) != SQLITE_OK) std::abort();
@@ -107,8 +108,7 @@ Floor ioFloor(const fs::path& hostDb, const fs::path& dir, int n, bool linked = 
   double read = seconds(start);
   auto writing = std::chrono::steady_clock::now();
   for (int i = 0; i < n; ++i) {
-    writeCard((dir / "cards").string(), (dir / "cards" / std::to_string(i)).string(), card,
-              linked);
+    writeCard((dir / "cards").string(), (dir / "cards" / std::to_string(i)).string(), card, linked);
     sqlite3_bind_int(st, 1, i);
     sqlite3_bind_text(st, 2, "entry-id", -1, SQLITE_STATIC);
     sqlite3_step(st);
@@ -164,11 +164,11 @@ int cardsIn(const fs::path& folder) {
 bench::Measured syncByCli(const bench::Options& o, const fs::path& store, const fs::path& dir,
                           const fs::path& syncDb, int n, bool reports) {
   std::vector<std::string> env = bench::homeUnder(dir, reports);
-  bench::Measured m = bench::runProgram(
-      {o.cli, "sync", "--host-db", (dir / "host.db").string(), "--sync-db", syncDb.string(),
-       "--outlook", "vdir:" + store.string(), "--direction", "2", "--info", "1", "--select", "all",
-       "--no-progress"},
-      env, dir / "cli.log", o.limit);
+  bench::Measured m =
+      bench::runProgram({o.cli, "sync", "--host-db", (dir / "host.db").string(), "--sync-db",
+                         syncDb.string(), "--outlook", "vdir:" + store.string(), "--direction", "2",
+                         "--info", "1", "--select", "all", "--no-progress"},
+                        env, dir / "cli.log", o.limit);
   if (m.ok() && cardsIn(store / "default" / "contacts") != n)
     m.failure = std::to_string(cardsIn(store / "default" / "contacts")) + " cards written";
   return m;

@@ -93,8 +93,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   root = fs::temp_directory_path() / ("dossync-twoway-bench-" + std::to_string(::getpid()));
-  std::printf("%8s %9s %9s %9s %9s %7s %9s %7s %9s %9s\n", "N", "fresh s", "again s",
-              "first s", "quiet s", "/again", "changed s", "/again", "2-way MiB", "growth");
+  std::printf("%8s %9s %9s %9s %9s %7s %9s %7s %9s %9s\n", "N", "fresh s", "again s", "first s",
+              "quiet s", "/again", "changed s", "/again", "2-way MiB", "growth");
   double previousQuiet = 0, previousChanged = 0;
   for (int n : o.sizes) {
     fs::path dir = root / std::to_string(n);
@@ -105,8 +105,8 @@ int main(int argc, char** argv) {
     demo.companies = n;
     demo.minContacts = 1;
     demo.maxContacts = 3;
-    bench::Measured filled = bench::inChild(
-        [&](bench::Timer&) { app::fillDemoPractice(host.string(), demo); }, o.limit);
+    bench::Measured filled =
+        bench::inChild([&](bench::Timer&) { app::fillDemoPractice(host.string(), demo); }, o.limit);
     bench::check(filled, "filling the practice for the", n, root);
     sql(host, "UPDATE Companies SET CompanyName = CompanyName || ' #' || CompanyID;");
 
@@ -120,15 +120,17 @@ int main(int argc, char** argv) {
       fs::path syncDb = dir / ("sync" + turn + ".db");
       auto env = bench::homeUnder(dir / ("home" + turn), o.reports);
       auto run = [&](const char* what, const fs::path& db, bool twoWay) {
-        std::vector<std::string> args = {o.cli, "sync", "--host-db", host.string(), "--sync-db",
-                                         db.string(), "--outlook", "vdir:" + store.string(),
-                                         "--info", "1", "--no-progress"};
+        std::vector<std::string> args = {
+            o.cli,       "sync",      "--host-db",    host.string(),
+            "--sync-db", db.string(), "--outlook",    "vdir:" + store.string(),
+            "--info",    "1",         "--no-progress"};
         if (twoWay) {
           args.push_back("--two-way");
         } else {
           for (const char* a : {"--direction", "2", "--select", "all"}) args.push_back(a);
         }
-        bench::Measured m = bench::runProgram(args, env, dir / (std::string(what) + ".log"), o.limit);
+        bench::Measured m =
+            bench::runProgram(args, env, dir / (std::string(what) + ".log"), o.limit);
         bench::check(m, what, n, root);
         if (twoWay) peak = std::max(peak, m.peakMiB);
         return m;

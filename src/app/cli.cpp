@@ -75,8 +75,7 @@ int check(const std::string& hostDb, const std::string& syncDb, bool replaceSync
   out << "FailedToInitializeFlag: " << (failed ? "True" : "False") << "\n";
   out << "Host database: " << describe(apartment().hostDb, hostDb) << "\n";
   out << "Sync database: " << describe(apartment().syncDb, syncDb) << "\n";
-  if (failed)
-    err << initFailureHint(hostDb, syncDb) << "\n";
+  if (failed) err << initFailureHint(hostDb, syncDb) << "\n";
   return failed ? kExitInitFailed : kExitOk;
 }
 
@@ -116,10 +115,9 @@ CLI::Option* addSyncOptions(CLI::App* cmd, SyncOptions& o) {
   cmd->add_option("--sync-db", o.syncDb, "The synchronisation database")->required();
   addOutlookOptions(cmd, o.outlook, o.profile, o.password, o.insecure);
   auto* direction =
-      cmd
-          ->add_option(
-              "--direction", o.direction,
-              "1 both ways (does nothing: see --two-way), 2 host to Outlook, 3 Outlook to host")
+      cmd->add_option(
+             "--direction", o.direction,
+             "1 both ways (does nothing: see --two-way), 2 host to Outlook, 3 Outlook to host")
           ->check(CLI::IsMember({1, 2, 3}));
   cmd->add_option("--info", o.info,
                   "1 company with default contact, 2 company only, 3/4 contact only "
@@ -146,21 +144,18 @@ CLI::Option* addSyncOptions(CLI::App* cmd, SyncOptions& o) {
       "--two-way", o.twoWay,
       "Keep both sides in step field by field, pairing by identity only (--info 1 or 7, every "
       "record; see docs/two-way.md)");
-  cmd
-      ->add_option("--conflict", o.conflict,
-                   "With --two-way: whose value a field changed on both sides keeps, host (the "
-                   "default) or outlook")
+  cmd->add_option("--conflict", o.conflict,
+                  "With --two-way: whose value a field changed on both sides keeps, host (the "
+                  "default) or outlook")
       ->check(CLI::IsMember({"host", "outlook"}))
       ->needs(twoWay);
-  cmd
-      ->add_flag("--force", o.force,
-                 "With --two-way: delete the items of deleted host records even when they are "
-                 "more than a fifth of the pairs")
+  cmd->add_flag("--force", o.force,
+                "With --two-way: delete the items of deleted host records even when they are "
+                "more than a fifth of the pairs")
       ->needs(twoWay);
-  cmd
-      ->add_flag("--restore-deleted", o.restoreDeleted,
-                 "With --two-way: make again the items deleted from the store whose records "
-                 "were kept")
+  cmd->add_flag("--restore-deleted", o.restoreDeleted,
+                "With --two-way: make again the items deleted from the store whose records "
+                "were kept")
       ->needs(twoWay);
   cmd->add_option("--wait", o.wait,
                   "How many seconds to wait for another run of the same scheme on the "
@@ -168,11 +163,9 @@ CLI::Option* addSyncOptions(CLI::App* cmd, SyncOptions& o) {
       ->check(CLI::NonNegativeNumber);
   cmd->add_flag("--replace-sync-db", o.replaceSyncDb,
                 "Let a --sync-db file that is not a database be replaced by a new one");
-  cmd->add_option("--keep-reports", o.keepReports,
-                  "How many reports the profile keeps (0: all)")
+  cmd->add_option("--keep-reports", o.keepReports, "How many reports the profile keeps (0: all)")
       ->check(CLI::NonNegativeNumber);
-  cmd->add_option("--keep-days", o.keepDays,
-                  "How many days a report is kept (0: for ever)")
+  cmd->add_option("--keep-days", o.keepDays, "How many days a report is kept (0: for ever)")
       ->check(CLI::NonNegativeNumber);
   cmd->add_option("--keep-size", o.keepBytes,
                   "How much the profile's reports may take together, as 200MB, 1G or "
@@ -183,7 +176,9 @@ CLI::Option* addSyncOptions(CLI::App* cmd, SyncOptions& o) {
   return direction;
 }
 
-std::string versionLine() { return std::string("dossync ") + DOSSYNC_VERSION; }
+std::string versionLine() {
+  return std::string("dossync ") + DOSSYNC_VERSION;
+}
 
 int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   databases::registerDataAccess();  // databases on SQLite or PostgreSQL
@@ -203,7 +198,8 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   DemoOptions demo;
   auto* demoCmd = app.add_subcommand("demo-data", "Fill a host database with a synthetic practice");
   demoCmd->add_option("PATH", demoPath, "The host database (created when missing)")->required();
-  demoCmd->add_option("--companies", demo.companies, "How many companies")->check(CLI::Range(0, 1000000));
+  demoCmd->add_option("--companies", demo.companies, "How many companies")
+      ->check(CLI::Range(0, 1000000));
   demoCmd->add_option("--seed", demo.seed, "Seed: the same seed gives the same practice");
   demoCmd->add_flag("--append", demo.append,
                     "Add the practice to a host database that already has companies");
@@ -219,19 +215,23 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
                      "Let a --sync-db file that is not a database be replaced by a new one");
 
   ContactsOptions contacts;
-  auto* contactsCmd = app.add_subcommand("contacts", "Read and write the contacts of an Outlook store");
+  auto* contactsCmd =
+      app.add_subcommand("contacts", "Read and write the contacts of an Outlook store");
   contactsCmd->require_subcommand(1);
   auto* listCmd = contactsCmd->add_subcommand("list", "Every item of the contacts folder");
   auto* showCmd = contactsCmd->add_subcommand("show", "One contact");
   showCmd->add_option("ENTRYID", contacts.entryId, "The contact's EntryID")->required();
   auto* putCmd = contactsCmd->add_subcommand(
-      "put", "Create a contact from a JSON object of Outlook property names, or update the one "
-             "its EntryID names; prints the EntryID");
-  putCmd->add_option("--json", contacts.jsonFile, "The JSON file, or - for standard input")->required();
+      "put",
+      "Create a contact from a JSON object of Outlook property names, or update the one "
+      "its EntryID names; prints the EntryID");
+  putCmd->add_option("--json", contacts.jsonFile, "The JSON file, or - for standard input")
+      ->required();
   auto* deleteCmd = contactsCmd->add_subcommand("delete", "Delete a contact");
   deleteCmd->add_option("ENTRYID", contacts.entryId, "The contact's EntryID")->required();
   for (CLI::App* cmd : {listCmd, showCmd, putCmd, deleteCmd}) {
-    addOutlookOptions(cmd, contacts.outlook, contacts.profile, contacts.password, contacts.insecure);
+    addOutlookOptions(cmd, contacts.outlook, contacts.profile, contacts.password,
+                      contacts.insecure);
     if (cmd != putCmd && cmd != deleteCmd) cmd->add_flag("--json", contacts.json, "Print JSON");
   }
 
@@ -241,7 +241,8 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
 
   ReportOptions reportOptions;
   auto* reportCmd = app.add_subcommand("report", "The reports of past runs (of a store's profile)");
-  auto* reportList = reportCmd->add_subcommand("list", "Every report kept, oldest first (the default)");
+  auto* reportList =
+      reportCmd->add_subcommand("list", "Every report kept, oldest first (the default)");
   auto* reportShow = reportCmd->add_subcommand("show", "One report");
   reportShow->add_option("ID", reportOptions.id, "The report's id, or last (the default)");
   PasswordOptions unusedPassword;
@@ -249,14 +250,16 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
   for (CLI::App* cmd : {reportCmd, reportList, reportShow}) {
     // The store options of sync, so that the same words find a run's reports; the reports are
     // local files, so the password is not needed.
-    addOutlookOptions(cmd, reportOptions.outlook, reportOptions.profile, unusedPassword, unusedInsecure);
+    addOutlookOptions(cmd, reportOptions.outlook, reportOptions.profile, unusedPassword,
+                      unusedInsecure);
     cmd->add_flag("--json", reportOptions.json, "Print JSON");
   }
 
   JobsOptions jobs;
   auto* runCmd = app.add_subcommand(
-      "run", "Run a named job of $XDG_CONFIG_HOME/dossync/config.toml (options given after its "
-             "name take the place of the job's), or every job in turn");
+      "run",
+      "Run a named job of $XDG_CONFIG_HOME/dossync/config.toml (options given after its "
+      "name take the place of the job's), or every job in turn");
   runCmd->add_option("NAME", jobs.name, "The job");
   runCmd->add_flag("--all", jobs.all, "Every job in turn (the exit code is the worst of theirs)");
   runCmd->prefix_command();  // what follows the name are sync's options
@@ -292,7 +295,8 @@ int runCli(int argc, char** argv, std::ostream& out, std::ostream& err) {
     out << e.what() << "\n";
     return kExitOk;
   } catch (const CLI::ParseError& e) {
-    err << "dossync: " << e.what() << "\n" << "Run 'dossync --help' for the commands.\n";
+    err << "dossync: " << e.what() << "\n"
+        << "Run 'dossync --help' for the commands.\n";
     return kExitUsage;
   }
   hidePasswordArguments(argc, argv);

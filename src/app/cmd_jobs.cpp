@@ -30,13 +30,20 @@ namespace fs = std::filesystem;
 int worse(int a, int b) {
   auto rank = [](int code) {
     switch (code) {
-      case kExitOk: return 0;
-      case kExitBusy: return 1;
-      case kExitFailure: return 2;
-      case kExitProgram: return 3;
-      case kExitInitFailed: return 4;
-      case kExitUsage: return 5;
-      default: return code >= kExitSignalBase ? 7 : 6;
+      case kExitOk:
+        return 0;
+      case kExitBusy:
+        return 1;
+      case kExitFailure:
+        return 2;
+      case kExitProgram:
+        return 3;
+      case kExitInitFailed:
+        return 4;
+      case kExitUsage:
+        return 5;
+      default:
+        return code >= kExitSignalBase ? 7 : 6;
     }
   };
   return rank(b) > rank(a) ? b : a;
@@ -45,8 +52,7 @@ int worse(int a, int b) {
 // The sync options parsed as `dossync sync` takes them; answers the exit code when they do
 // not make a run (their help asked for: kExitOk).
 std::optional<int> parseSync(const std::string& job, const std::vector<std::string>& args,
-                             SyncOptions& o, CLI::App& sync, std::ostream& out,
-                             std::ostream& err) {
+                             SyncOptions& o, CLI::App& sync, std::ostream& out, std::ostream& err) {
   CLI::Option* direction = addSyncOptions(&sync, o);
   std::vector<std::string> reversed(args.rbegin(), args.rend());  // as CLI11 takes them
   try {
@@ -68,7 +74,8 @@ std::optional<int> parseSync(const std::string& job, const std::vector<std::stri
 // `dossync jobs` too.
 fs::path outcomeFile(const std::string& job) {
   std::string name = job;
-  std::replace_if(name.begin(), name.end(), [](char c) { return !isJobNameChar(c); }, '_');
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return !isJobNameChar(c); }, '_');
   return stateRoot() / "jobs" / (name + ".last");
 }
 
@@ -81,8 +88,8 @@ struct Outcome {
 void noteOutcome(const std::string& job, const Outcome& outcome) {
   std::error_code ec;
   fs::create_directories(outcomeFile(job).parent_path(), ec);
-  std::ofstream(outcomeFile(job), std::ios::trunc) << outcome.started << "\t" << outcome.code << "\t"
-                                                     << outcome.reported << "\n";
+  std::ofstream(outcomeFile(job), std::ios::trunc)
+      << outcome.started << "\t" << outcome.code << "\t" << outcome.reported << "\n";
 }
 
 std::optional<Outcome> readOutcome(const std::string& job) {
@@ -114,7 +121,8 @@ int runJob(const Job& job, const JobsOptions& o, std::string* report, std::ostre
            std::ostream& err) {
   SyncOptions sync;
   sync.reportWritten = report;
-  CLI::App parser{"dossync sync, as job " + job.name + " with the options given", "dossync run " + job.name};
+  CLI::App parser{"dossync sync, as job " + job.name + " with the options given",
+                  "dossync run " + job.name};
   if (auto code = parseSync(job.name, jobArguments(job, o.args), sync, parser, out, err))
     return *code;
   sync.job = job.name;
@@ -241,7 +249,6 @@ JobKeys syncKeys() {
   return keys;
 }
 
-
 int runJobs(const JobsOptions& o, std::ostream& out, std::ostream& err) {
   const fs::path file = jobsConfigFile();
   const JobKeys keys = syncKeys();
@@ -265,8 +272,8 @@ int runJobs(const JobsOptions& o, std::ostream& out, std::ostream& err) {
     }
     const Job* job = find(jobs, o.name);
     if (!job) {
-      err << "dossync: no job " << o.name << " in " << file.string() << " (its jobs: " << names(jobs)
-          << ")\n";
+      err << "dossync: no job " << o.name << " in " << file.string()
+          << " (its jobs: " << names(jobs) << ")\n";
       return kExitUsage;
     }
     return runOne(*job, o, out, err);
@@ -284,7 +291,8 @@ int runJobs(const JobsOptions& o, std::ostream& out, std::ostream& err) {
     if (!o.quiet) out << "Job " << job.name << "\n";
     out.flush();
     int code = runOne(job, o, out, err);
-    if (code != kExitOk) err << "dossync: job " << job.name << " ended with exit code " << code << "\n";
+    if (code != kExitOk)
+      err << "dossync: job " << job.name << " ended with exit code " << code << "\n";
     worst = worse(worst, code);
     if (code >= kExitSignalBase) break;  // stopped: the jobs after it are not begun
   }

@@ -9,8 +9,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <optional>
-#include <set>
 #include <ostream>
+#include <set>
 #include <sstream>
 #include <vector>
 
@@ -105,7 +105,8 @@ void warnUnmatched(clsOutlookSynchronization& c, int member, const std::vector<s
   if (missing.empty()) return;
   const char* what = member == 1 ? "company" : member == 2 ? "contact" : "Outlook item";
   err << "dossync: warning: --select names no " << what << " " << missing << " ("
-      << (member == 3 ? "no item of the store has that entry id" : "no such number in the host database")
+      << (member == 3 ? "no item of the store has that entry id"
+                      : "no such number in the host database")
       << "); left out\n";
 }
 
@@ -145,16 +146,18 @@ struct PreviewSyncDb {
 // Holds the scheme's lock on the synchronisation database for the run (kExitOk), waiting at
 // most o.wait seconds for another run that holds it (then kExitBusy).
 int lockRun(const SyncOptions& o, std::unique_ptr<SchemeLock>& lock, std::ostream& err) {
-  std::string scheme = "scheme " + std::to_string(o.scheme) + " of " + databases::displayName(o.syncDb);
-  lock = lockScheme(o.syncDb, o.scheme, std::chrono::seconds(o.wait), [&](const std::string& holder) {
-    if (o.quiet) return;
-    err << "dossync: " << scheme << " is in use by another run (" << holder << "); waiting up to "
-        << o.wait << " seconds for it to end\n";
-    err.flush();
-  });
+  std::string scheme =
+      "scheme " + std::to_string(o.scheme) + " of " + databases::displayName(o.syncDb);
+  lock =
+      lockScheme(o.syncDb, o.scheme, std::chrono::seconds(o.wait), [&](const std::string& holder) {
+        if (o.quiet) return;
+        err << "dossync: " << scheme << " is in use by another run (" << holder
+            << "); waiting up to " << o.wait << " seconds for it to end\n";
+        err.flush();
+      });
   if (lock->state() != SchemeLock::State::Busy) return kExitOk;
-  err << "dossync: " << scheme << " is still in use by another run (" << lock->holder()
-      << ", lock " << lock->where() << "): nothing was done. Run again when it has ended, or give "
+  err << "dossync: " << scheme << " is still in use by another run (" << lock->holder() << ", lock "
+      << lock->where() << "): nothing was done. Run again when it has ended, or give "
       << "--wait SECONDS to wait longer\n";
   return kExitBusy;
 }
@@ -185,7 +188,9 @@ class StopOnSignals {
   StopOnSignals(const StopOnSignals&) = delete;
   StopOnSignals& operator=(const StopOnSignals&) = delete;
   // 128 + the signal that stopped the run, or 0.
-  static int exitCode() { return runStopRequested() && gStopSignal ? kExitSignalBase + gStopSignal : 0; }
+  static int exitCode() {
+    return runStopRequested() && gStopSignal ? kExitSignalBase + gStopSignal : 0;
+  }
 
  private:
   struct sigaction oldInt_ {};
@@ -358,18 +363,19 @@ int runSync(const SyncOptions& given, std::ostream& out, std::ostream& err) {
   if (o.reportWritten) *o.reportWritten = reportPath;
   const std::string& reportError = outcome->error;
   const report::RunPlan& written = outcome->plan;
-  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+  double seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
   const auto& n = component->counters();
   // Any error (a record that failed, a commit that failed, anything else reported) makes the
   // run a failure; a signal that stopped it says so first.
-  const int done = StopOnSignals::exitCode()                                 ? StopOnSignals::exitCode()
-                   : host.exitRequested                                      ? kExitProgram
-                   : errors->errorCount() > 0 || n.recordsFailed > 0 ||
-                           n.commitsFailed > 0                               ? kExitFailure
-                                                                             : kExitOk;
+  const int done = StopOnSignals::exitCode() ? StopOnSignals::exitCode()
+                   : host.exitRequested      ? kExitProgram
+                   : errors->errorCount() > 0 || n.recordsFailed > 0 || n.commitsFailed > 0
+                       ? kExitFailure
+                       : kExitOk;
   if (!reportError.empty()) {
-    err << "dossync: the run's report was not " << (reportPath.empty() ? "written" : "written whole")
-        << ": " << reportError << "\n";
+    err << "dossync: the run's report was not "
+        << (reportPath.empty() ? "written" : "written whole") << ": " << reportError << "\n";
   }
   if (o.json) {
     // The report as its file has it; without one, the run's counts.

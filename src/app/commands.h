@@ -40,12 +40,12 @@ struct SyncOptions {
   bool twoWay = false, force = false, restoreDeleted = false;
   std::string conflict = "host";  // host or outlook: whose value a field changed on both keeps
   bool directionGiven = false;    // --direction was on the command line
-  int wait = 60;  // seconds to wait for another run of the scheme
+  int wait = 60;                  // seconds to wait for another run of the scheme
   int keepReports = 100, keepDays = 90;  // report/report_store.h's limits
   int64_t keepBytes = 200LL * 1024 * 1024;
-  bool quiet = false;    // errors only: no summary, no warnings, no progress bar
-  bool verbose = false;  // one line per record as it is done
-  std::string job;       // the named job this run is (its report says so), "" none
+  bool quiet = false;                    // errors only: no summary, no warnings, no progress bar
+  bool verbose = false;                  // one line per record as it is done
+  std::string job;                       // the named job this run is (its report says so), "" none
   std::string* reportWritten = nullptr;  // when given: set to the report's path, "" for none
 };
 int runSync(const SyncOptions& o, std::ostream& out, std::ostream& err);

@@ -1,10 +1,10 @@
 #include "app/credentials.h"
 
-#include <CLI/CLI.hpp>
 #include <curl/curl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
+#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <cstdlib>
@@ -27,8 +27,8 @@ std::string firstLine(const std::string& text) {
 std::string fromFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in)
-    throw RuntimeError(kFileNotFound, "Cannot read the password file " + path + ": " +
-                                          std::strerror(errno));
+    throw RuntimeError(kFileNotFound,
+                       "Cannot read the password file " + path + ": " + std::strerror(errno));
   std::string line;
   std::getline(in, line);
   return firstLine(line);
@@ -64,19 +64,21 @@ bool takeUserInfo(std::string* url, std::string* user, std::string* password) {
   if (scheme == std::string::npos) {
     size_t at = url->find('@');
     if (at != std::string::npos && at < url->find('/'))  // a login, but no http(s)://
-      throw RuntimeError(kInvalidProcedureCall,
-                         "Unknown Outlook store 'carddav:..." + url->substr(at) +
-                             "': a CardDAV address book is carddav:http://... or carddav:https://...");
+      throw RuntimeError(
+          kInvalidProcedureCall,
+          "Unknown Outlook store 'carddav:..." + url->substr(at) +
+              "': a CardDAV address book is carddav:http://... or carddav:https://...");
     return false;
   }
   size_t end = url->find_first_of("/?#", scheme + 3);
   size_t at = url->rfind('@', end == std::string::npos ? url->size() : end);
   if (at == std::string::npos || at < scheme + 3) return false;
   std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> u(curl_url(), curl_url_cleanup);
-  if (!u || curl_url_set(u.get(), CURLUPART_URL, url->c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
-    throw RuntimeError(kInvalidProcedureCall,
-                       "The Outlook store's address is not a valid URL (" +
-                           url->substr(0, scheme + 3) + "..." + url->substr(at) + ")");
+  if (!u ||
+      curl_url_set(u.get(), CURLUPART_URL, url->c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
+    throw RuntimeError(kInvalidProcedureCall, "The Outlook store's address is not a valid URL (" +
+                                                  url->substr(0, scheme + 3) + "..." +
+                                                  url->substr(at) + ")");
   auto take = [&](CURLUPart part) {
     char* v = nullptr;
     std::string out;
@@ -101,7 +103,8 @@ void addPasswordOptions(CLI::App* cmd, PasswordOptions& o) {
   auto* plain = cmd->add_option("--password", o.password,
                                 "The profile's password (carddav: the account's); other users "
                                 "see it in ps: prefer the two below");
-  auto* file = cmd->add_option("--password-file", o.file, "A file whose first line is the password");
+  auto* file =
+      cmd->add_option("--password-file", o.file, "A file whose first line is the password");
   auto* command = cmd->add_option("--password-command", o.command,
                                   "A shell command whose first line of output is the password");
   plain->excludes(file)->excludes(command);
@@ -140,8 +143,12 @@ namespace {
 bool gPromptAllowed = true;
 }  // namespace
 
-void allowPasswordPrompt(bool allowed) { gPromptAllowed = allowed; }
-bool passwordPromptAllowed() { return gPromptAllowed; }
+void allowPasswordPrompt(bool allowed) {
+  gPromptAllowed = allowed;
+}
+bool passwordPromptAllowed() {
+  return gPromptAllowed;
+}
 
 bool promptPassword(const std::string& question, std::string* password) {
   if (!gPromptAllowed || !::isatty(STDIN_FILENO)) return false;

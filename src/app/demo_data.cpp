@@ -155,9 +155,9 @@ DemoSummary fillDemoPractice(const std::string& path, const DemoOptions& options
   // Categories: two trees and the host's own category; those a practice appended to already
   // has are used again.
   auto category = [&](const std::string& name, std::optional<int64_t> parent) {
-    sql::StatementUse find(db.cached(
-        "SELECT CategoryID FROM Categories WHERE CategoryName = ?1 AND " +
-        std::string(parent ? "CategoryNum = ?2;" : "CategoryNum IS NULL;")));
+    sql::StatementUse find(
+        db.cached("SELECT CategoryID FROM Categories WHERE CategoryName = ?1 AND " +
+                  std::string(parent ? "CategoryNum = ?2;" : "CategoryNum IS NULL;")));
     find->bind(1, text(name));
     if (parent) find->bind(2, integer(*parent));
     if (find->step()) return find->columnInt(0);

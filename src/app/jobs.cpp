@@ -42,7 +42,8 @@ std::string resolved(const fs::path& base, const std::string& key, const std::st
   if (!isPathSetting(key, value)) return value;
   bool store = key == "outlook";
   std::string path = homePath(store ? value.substr(5) : value);
-  if (!path.empty() && fs::path(path).is_relative()) path = (base / path).lexically_normal().string();
+  if (!path.empty() && fs::path(path).is_relative())
+    path = (base / path).lexically_normal().string();
   return store ? "vdir:" + path : path;
 }
 
@@ -95,21 +96,25 @@ std::vector<Job> loadJobs(const fs::path& given, const JobKeys& keys) {
     Job job{std::string(name.str()), {}, name.source().begin.line};
     const toml::table* table = node.as_table();
     if (!table)
-      fail(file, name.source().begin.line,
-           keyPath(job.name, "") + ": a job is a table of sync's options ([jobs." + job.name + "])");
+      fail(
+          file, name.source().begin.line,
+          keyPath(job.name, "") + ": a job is a table of sync's options ([jobs." + job.name + "])");
     for (auto&& [k, value] : *table) {
       std::string key(k.str());
       auto line = k.source().begin.line;
       std::string where = keyPath(job.name, key) + ": ";
       if (key == "password")
         fail(file, line,
-             where + "a password is not kept in the config file: give password-file (a file "
-                     "whose first line is the password) or password-command (a command that "
-                     "prints it)");
+             where +
+                 "a password is not kept in the config file: give password-file (a file "
+                 "whose first line is the password) or password-command (a command that "
+                 "prints it)");
       auto known = keys.find(key);
       if (known == keys.end())
-        fail(file, line, where + "no such option of sync (a job's keys are sync's long options "
-                                 "without their dashes: host-db, sync-db, outlook...)");
+        fail(file, line,
+             where +
+                 "no such option of sync (a job's keys are sync's long options "
+                 "without their dashes: host-db, sync-db, outlook...)");
       JobSetting s{key, "", known->second};
       if (s.flag) {
         if (!value.is_boolean()) fail(file, line, where + "a flag: true or false");
@@ -130,7 +135,8 @@ std::vector<Job> loadJobs(const fs::path& given, const JobKeys& keys) {
     jobs.push_back(std::move(job));
   }
   // The file's order (a table keeps its keys sorted).
-  std::stable_sort(jobs.begin(), jobs.end(), [](const Job& a, const Job& b) { return a.line < b.line; });
+  std::stable_sort(jobs.begin(), jobs.end(),
+                   [](const Job& a, const Job& b) { return a.line < b.line; });
   return jobs;
 }
 
@@ -160,8 +166,10 @@ std::vector<std::string> jobArguments(const Job& job, const std::vector<std::str
 void addJob(const fs::path& file, const std::string& name, const std::vector<JobSetting>& settings,
             const JobKeys& keys) {
   if (!isBareKey(name))
-    throw RuntimeError(kInvalidProcedureCall, "A job's name is made of letters, digits, - and _, "
-                                              "not '" + name + "'");
+    throw RuntimeError(kInvalidProcedureCall,
+                       "A job's name is made of letters, digits, - and _, "
+                       "not '" +
+                           name + "'");
   std::string text;
   std::error_code ec;
   if (fs::exists(file, ec)) {

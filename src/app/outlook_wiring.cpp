@@ -119,7 +119,9 @@ void registerOutlook(const std::string& spec, bool insecure) {
   });
 }
 
-void keepServerValuesOnConflict(bool keep) { gServerWinsConflicts = keep; }
+void keepServerValuesOnConflict(bool keep) {
+  gServerWinsConflicts = keep;
+}
 
 Session openSession(const std::string& profile, const std::string& password) {
   Session s;

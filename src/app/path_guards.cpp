@@ -44,14 +44,16 @@ bool holds(const std::vector<std::string>& tables, const std::string& name) {
 bool isSqliteFile(const fs::path& file) {
   char header[16] = {};
   std::ifstream in(file, std::ios::binary);
-  return in.read(header, sizeof header) && std::string(header, 16) == std::string("SQLite format 3\0", 16);
+  return in.read(header, sizeof header) &&
+         std::string(header, 16) == std::string("SQLite format 3\0", 16);
 }
 
 // A file the component would take for a database: there, and a database or empty.
 bool existingDatabase(const std::string& location) {
   if (databases::isServer(location)) return true;
   std::error_code ec;
-  return fs::is_regular_file(location, ec) && fs::file_size(location, ec) > 0 && isSqliteFile(location);
+  return fs::is_regular_file(location, ec) && fs::file_size(location, ec) > 0 &&
+         isSqliteFile(location);
 }
 
 }  // namespace
@@ -67,7 +69,8 @@ int refuseMistakenDatabases(const std::string& hostDb, const std::string& syncDb
       return kExitUsage;
     }
     if (fs::exists(status) && !replaceSyncDb &&
-        (!fs::is_regular_file(status) || (fs::file_size(syncDb, ec) > 0 && !isSqliteFile(syncDb)))) {
+        (!fs::is_regular_file(status) ||
+         (fs::file_size(syncDb, ec) > 0 && !isSqliteFile(syncDb)))) {
       err << "dossync: --sync-db " << syncDb << " is not a database: nothing was changed. "
           << "Check the path, or give --replace-sync-db to replace that file with a new "
           << "synchronisation database\n";
@@ -95,8 +98,8 @@ int refuseMistakenDatabases(const std::string& hostDb, const std::string& syncDb
   return kExitOk;
 }
 
-int prepareStore(const std::string& spec, const std::string& profile, StoreUse use,
-                 bool& present, std::ostream& err, bool quiet) {
+int prepareStore(const std::string& spec, const std::string& profile, StoreUse use, bool& present,
+                 std::ostream& err, bool quiet) {
   present = true;
   if (isServerStore(spec)) return kExitOk;  // its local copy is dossync's own
   fs::path root;
@@ -110,7 +113,8 @@ int prepareStore(const std::string& spec, const std::string& profile, StoreUse u
   std::error_code ec;
   bool rootThere = fs::is_directory(root, ec);
   if (use == StoreUse::Read) {
-    present = rootThere && (fs::is_directory(fs::path(folder) / "contacts", ec) || isPlainStore(spec));
+    present =
+        rootThere && (fs::is_directory(fs::path(folder) / "contacts", ec) || isPlainStore(spec));
     if (!rootThere && !spec.empty()) {
       err << "dossync: there is no Outlook store at " << root.string()
           << ": check --outlook (vdir:DIR names a folder of vCard files)\n";
@@ -131,8 +135,8 @@ int prepareStore(const std::string& spec, const std::string& profile, StoreUse u
   }
   fs::create_directory(root, ec);
   if (ec) {
-    err << "dossync: cannot make the Outlook store folder " << root.string() << ": "
-        << ec.message() << "\n";
+    err << "dossync: cannot make the Outlook store folder " << root.string() << ": " << ec.message()
+        << "\n";
     return kExitFailure;
   }
   if (!quiet) err << "dossync: made the folder " << root.string() << " for the Outlook store\n";
@@ -170,8 +174,8 @@ std::string initFailureHint(const std::string& hostDb, const std::string& syncDb
            " could not be opened or made as the synchronisation database (is its folder there "
            "and writable?)";
   if (!hostOpen)
-    return "dossync: check --host-db: there is no host database " +
-           databases::displayName(hostDb) + " (init-host makes a new one)";
+    return "dossync: check --host-db: there is no host database " + databases::displayName(hostDb) +
+           " (init-host makes a new one)";
   return "dossync: check --host-db and --sync-db";
 }
 

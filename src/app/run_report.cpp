@@ -61,7 +61,8 @@ std::shared_ptr<report::RunRecorder> makeReportingRecorder(const std::string& ou
     if (file.empty()) return;
     try {
       outcome->reportPath =
-          report::endReport(*folder, file, outcome->plan, report::kReportExtension, limits).string();
+          report::endReport(*folder, file, outcome->plan, report::kReportExtension, limits)
+              .string();
     } catch (const RuntimeError& e) {
       outcome->error = e.description();
     } catch (const std::exception& e) {

@@ -67,7 +67,8 @@ class FileSchemeLock final : public SchemeLock {
       failed = errno != EWOULDBLOCK && errno != EINTR;
       return failed;
     };
-    state_ = waitFor(take, [&] { return readHolder(); }, wait, waiting, holder_);
+    state_ = waitFor(
+        take, [&] { return readHolder(); }, wait, waiting, holder_);
     if (failed) {
       state_ = State::NotTaken;
       return;

@@ -66,9 +66,8 @@ class SecretServicePasswords : public wizard::ISchemePasswords {
 
   void forget(const std::string& database, int32_t schemeID) override {
     GError* error = nullptr;
-    secret_password_clear_sync(schema(), nullptr, &error, "database",
-                               databaseKey(database).c_str(), "scheme", static_cast<int>(schemeID),
-                               nullptr);
+    secret_password_clear_sync(schema(), nullptr, &error, "database", databaseKey(database).c_str(),
+                               "scheme", static_cast<int>(schemeID), nullptr);
     std::unique_ptr<GError, ErrorFree> owned(error);
   }
 };

@@ -36,13 +36,20 @@ namespace {
 // A handful of Outlook contacts in a few categories, for the Outlook side of the pictures.
 void fillDemoOutlook(clsOutlookSynchronization& c) {
   if (!c.StartOutlook()) return;
-  struct Demo { const char *fileAs, *category; };
+  struct Demo {
+    const char *fileAs, *category;
+  };
   const Demo demo[] = {
-      {"Abbott, Grace", "Clients"},      {"Baker & Sons Ltd", "Clients"},
-      {"Chen, Wei", "Clients, Tax"},     {"Dupont, Marie", "Suppliers"},
-      {"Evergreen Landscaping", "Suppliers"}, {"Fischer, Jonas", "Clients"},
-      {"Garcia, Lucia", ""},            {"Harbour Printing", "Suppliers"},
-      {"Ito, Kenji", "Clients, Tax"},    {"Jensen, Ole", ""},
+      {"Abbott, Grace", "Clients"},
+      {"Baker & Sons Ltd", "Clients"},
+      {"Chen, Wei", "Clients, Tax"},
+      {"Dupont, Marie", "Suppliers"},
+      {"Evergreen Landscaping", "Suppliers"},
+      {"Fischer, Jonas", "Clients"},
+      {"Garcia, Lucia", ""},
+      {"Harbour Printing", "Suppliers"},
+      {"Ito, Kenji", "Clients, Tax"},
+      {"Jensen, Ole", ""},
   };
   for (const Demo& d : demo) {
     auto item = std::dynamic_pointer_cast<outlook::ContactItem>(
@@ -76,14 +83,22 @@ std::string takeJob(WizardOptions& o) {
     if (field.empty()) field = value;
   };
   for (const JobSetting& s : job->settings) {
-    if (s.key == "host-db") take(o.hostDb, s.value);
-    else if (s.key == "sync-db") take(o.syncDb, s.value);
-    else if (s.key == "outlook") take(o.outlook, s.value);
-    else if (s.key == "profile") take(o.profile, s.value);
-    else if (s.key == "data-file") take(o.dataFile, s.value);
-    else if (s.key == "password-file") take(o.password.file, s.value);
-    else if (s.key == "password-command") take(o.password.command, s.value);
-    else if (s.key == "insecure") o.insecure = o.insecure || s.value == "true";
+    if (s.key == "host-db")
+      take(o.hostDb, s.value);
+    else if (s.key == "sync-db")
+      take(o.syncDb, s.value);
+    else if (s.key == "outlook")
+      take(o.outlook, s.value);
+    else if (s.key == "profile")
+      take(o.profile, s.value);
+    else if (s.key == "data-file")
+      take(o.dataFile, s.value);
+    else if (s.key == "password-file")
+      take(o.password.file, s.value);
+    else if (s.key == "password-command")
+      take(o.password.command, s.value);
+    else if (s.key == "insecure")
+      o.insecure = o.insecure || s.value == "true";
   }
   if (o.hostDb.empty() || o.syncDb.empty())
     return "the job \"" + job->name + "\" names no host-db or sync-db";
@@ -107,8 +122,8 @@ std::function<void(qt::QtWizard&)> wizardRunDialogs(clsOutlookSynchronization& c
     form.setSchemePasswords(makeSecretServicePasswords());
     form.offerBothWays({[&component](bool keepOutlook) {
                           twoway::Settings settings;
-                          settings.conflict =
-                              keepOutlook ? twoway::ConflictRule::Outlook : twoway::ConflictRule::Host;
+                          settings.conflict = keepOutlook ? twoway::ConflictRule::Outlook
+                                                          : twoway::ConflictRule::Host;
                           twoway::enableBothWays(component, settings);
                         },
                         makeSchemeSettingsFile()});
@@ -199,8 +214,8 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
   Credentials credentials;
   try {
     if (demo) {
-      demoDir = std::filesystem::temp_directory_path() /
-                ("dossync-wizard-" + std::to_string(::getpid()));
+      demoDir =
+          std::filesystem::temp_directory_path() / ("dossync-wizard-" + std::to_string(::getpid()));
       std::filesystem::create_directories(demoDir);
       o.hostDb = (demoDir / "host.db").string();
       o.syncDb = (demoDir / "sync.db").string();
@@ -224,7 +239,8 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
   if (!demo) {
     if (int code = refuseMistakenDatabases(o.hostDb, o.syncDb, o.replaceSyncDb, err)) return code;
     bool storeThere = true;
-    if (int code = prepareStore(o.outlook, o.profile, StoreUse::Write, storeThere, err)) return code;
+    if (int code = prepareStore(o.outlook, o.profile, StoreUse::Write, storeThere, err))
+      return code;
   }
   Session server;
   if (int code = checkServerLogon(credentials, &server, err)) return code;
@@ -243,8 +259,8 @@ int runWizard(const WizardOptions& given, std::ostream& out, std::ostream& err) 
     component->setDisplayLoginDialog(false);
     if (offscreen) {
       if (demo) fillDemoOutlook(*component);
-      auto files = qt::renderScreenshots(*component, o.screenshots,
-                                         wizardRunDialogs(*component, o.outlook));
+      auto files =
+          qt::renderScreenshots(*component, o.screenshots, wizardRunDialogs(*component, o.outlook));
       for (const auto& f : files) out << f << "\n";
       if (files.empty()) return kExitFailure;
     } else {

@@ -58,8 +58,8 @@ ObjectPtr getActiveObject(const std::string& name) {
     std::lock_guard g(lock());
     auto it = classes().find(name);
     if (it == classes().end())
-      throw RuntimeError(kCannotCreateObject, "ActiveX component can't create object: no class '" +
-                                                  name + "'");
+      throw RuntimeError(kCannotCreateObject,
+                         "ActiveX component can't create object: no class '" + name + "'");
     if (auto running = it->second.running.lock()) return running;
     attach = it->second.attach;
   }

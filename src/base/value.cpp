@@ -26,12 +26,18 @@ constexpr std::array<const char*, 12> kMonthNames = {
     "January", "February", "March",     "April",   "May",      "June",
     "July",    "August",   "September", "October", "November", "December"};
 
-bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+bool isSpace(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
 
 // ASCII upper case: the text rules never depend on the C locale.
-char asciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+char asciiUpper(char c) {
+  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
 
-bool isLeap(int y) { return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0; }
+bool isLeap(int y) {
+  return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+}
 
 bool valid(const Date& d) {
   return d.year >= 100 && d.year <= 9999 && d.month >= 1 && d.month <= 12 && d.day >= 1 &&
@@ -75,9 +81,12 @@ bool parseTime(Scanner& sc, Date& d) {
   sc.skipSpaces();
   if (!sc.done()) {
     std::string rest = upper(sc.s.substr(sc.i));
-    if (rest == "PM" && d.hour < 12) d.hour += 12;
-    else if (rest == "AM" && d.hour == 12) d.hour = 0;
-    else if (rest != "AM" && rest != "PM") return false;
+    if (rest == "PM" && d.hour < 12)
+      d.hour += 12;
+    else if (rest == "AM" && d.hour == 12)
+      d.hour = 0;
+    else if (rest != "AM" && rest != "PM")
+      return false;
     sc.i = sc.s.size();
   }
   return true;
@@ -126,7 +135,9 @@ std::optional<Date> parseMonthName(std::string_view t) {
 
 }  // namespace
 
-bool isBlank(std::string_view text) { return text.empty(); }
+bool isBlank(std::string_view text) {
+  return text.empty();
+}
 
 std::string_view trimmed(std::string_view text) {
   size_t b = 0, e = text.size();
@@ -135,7 +146,9 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(b, e - b);
 }
 
-std::string trim(std::string_view text) { return std::string(trimmed(text)); }
+std::string trim(std::string_view text) {
+  return std::string(trimmed(text));
+}
 
 std::string upper(std::string_view text) {
   std::string out(text);
@@ -280,8 +293,8 @@ bool isNumeric(std::string_view text) {
 int32_t toLong(std::string_view text) {
   if (!isNumeric(text)) {
     if (auto b = parseBoolean(text)) return *b ? -1 : 0;
-    throw RuntimeError(kTypeMismatch, "Type mismatch: '" + std::string(text) +
-                                          "' is not a whole number");
+    throw RuntimeError(kTypeMismatch,
+                       "Type mismatch: '" + std::string(text) + "' is not a whole number");
   }
   double v = std::strtod(trim(text).c_str(), nullptr);
   double r = std::nearbyint(v);  // the default rounding mode rounds halves to even
@@ -297,7 +310,9 @@ int16_t toInteger(std::string_view text) {
   return static_cast<int16_t>(v);
 }
 
-std::string fromLong(int64_t number) { return std::to_string(number); }
+std::string fromLong(int64_t number) {
+  return std::to_string(number);
+}
 
 std::optional<bool> parseBoolean(std::string_view text) {
   std::string t = trim(text);
@@ -313,7 +328,9 @@ bool toBoolean(std::string_view text) {
                      "Type mismatch: '" + std::string(text) + "' is not True or False");
 }
 
-std::string fromBoolean(bool value) { return value ? "True" : "False"; }
+std::string fromBoolean(bool value) {
+  return value ? "True" : "False";
+}
 
 int daysInMonth(int y, int m) {
   static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -333,7 +350,9 @@ std::optional<Date> parseDate(std::string_view text) {
   return d;
 }
 
-bool isDate(std::string_view text) { return parseDate(text).has_value(); }
+bool isDate(std::string_view text) {
+  return parseDate(text).has_value();
+}
 
 Date toDate(std::string_view text) {
   if (auto d = parseDate(text)) return *d;

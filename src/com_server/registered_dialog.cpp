@@ -185,10 +185,10 @@ class RegisteredProgressDialog final : public IProgressDialog {
   void set(int position, const Variant& value) {
     const Setting& s = settings_[position];
     const bool object = value.get()->vt == VT_DISPATCH;
-    const WORD flags = (object && (s.kinds & INVOKE_PROPERTYPUTREF)) ||
-                               !(s.kinds & INVOKE_PROPERTYPUT)
-                           ? DISPATCH_PROPERTYPUTREF
-                           : DISPATCH_PROPERTYPUT;
+    const WORD flags =
+        (object && (s.kinds & INVOKE_PROPERTYPUTREF)) || !(s.kinds & INVOKE_PROPERTYPUT)
+            ? DISPATCH_PROPERTYPUTREF
+            : DISPATCH_PROPERTYPUT;
     invoke(s.id, flags, &value);
   }
 

@@ -12,8 +12,8 @@ namespace dossync::com {
 
 std::filesystem::path reportsFolder(const std::string& profile) {
   const wchar_t* local = _wgetenv(L"LOCALAPPDATA");
-  std::filesystem::path root = local && *local ? std::filesystem::path(local)
-                                               : std::filesystem::temp_directory_path();
+  std::filesystem::path root =
+      local && *local ? std::filesystem::path(local) : std::filesystem::temp_directory_path();
   // A profile name is any text: what a folder name cannot hold becomes "_".
   std::string name = profile.empty() ? "default" : profile;
   for (char& ch : name) {

@@ -39,7 +39,8 @@ class IRunObserver {
   virtual ~IRunObserver() = default;
   virtual void runStarted(clsOutlookSynchronization& component) = 0;
   virtual void runFinished(clsOutlookSynchronization& component) = 0;
-  virtual std::shared_ptr<outlook::Application> watch(std::shared_ptr<outlook::Application> app) = 0;
+  virtual std::shared_ptr<outlook::Application> watch(
+      std::shared_ptr<outlook::Application> app) = 0;
 
   // key: the host number, or the Outlook entry id.
   virtual void recordStarted(Kind kind, const std::string& key) = 0;

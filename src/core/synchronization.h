@@ -57,7 +57,9 @@ class clsOutlookSynchronization : public Object {
 
   // ---- Properties, in interface order.
   std::shared_ptr<SelectionCollection> companyCollection() const { return companyCollection_; }
-  void setCompanyCollection(std::shared_ptr<SelectionCollection> c) { companyCollection_ = std::move(c); }
+  void setCompanyCollection(std::shared_ptr<SelectionCollection> c) {
+    companyCollection_ = std::move(c);
+  }
   void setErrorClass(std::shared_ptr<IErrorService> service);
   void setMsgboxClass(std::shared_ptr<IMessageBox> service);
   void setMDIForm(ObjectPtr form) { mdiForm_ = std::move(form); }
@@ -221,7 +223,7 @@ class clsOutlookSynchronization : public Object {
   std::shared_ptr<IProgressDialog> progressDialog_;
 
   Counters counters_;
-  Counters committed_;      // the counts as of the last commit
+  Counters committed_;        // the counts as of the last commit
   int32_t groupRecords_ = 0;  // records kept in the group not committed yet
   std::shared_ptr<IRunObserver> runObserver_;
   bool pairCreatedCompanies_ = false;

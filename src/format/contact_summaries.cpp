@@ -130,8 +130,7 @@ std::string saveContactBusinessRTF(int32_t contactID) {
   return result;
 }
 
-void saveCompanyContactRTF(int32_t companyID, int32_t contactID,
-                           const std::string* builtSummary) {
+void saveCompanyContactRTF(int32_t companyID, int32_t contactID, const std::string* builtSummary) {
   ErrorFrame f(kFormatLocation + "saveCompanyContactRTF");
   f.step([&] {
     if (!validCompanyID(companyID)) return;

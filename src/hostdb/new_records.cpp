@@ -14,7 +14,6 @@
 namespace dossync::hostdb {
 namespace {
 
-
 // The detail tables every client has, each keyed by the client's ClientDataID, in the order the
 // rows are added: statement, key column.
 struct DetailTable {

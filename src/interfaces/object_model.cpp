@@ -13,7 +13,9 @@ constexpr std::array<const char*, kContactTextPropertyCount> kNames = {
 };
 }  // namespace
 
-const char* propertyName(ContactProperty p) { return kNames[static_cast<size_t>(p)]; }
+const char* propertyName(ContactProperty p) {
+  return kNames[static_cast<size_t>(p)];
+}
 
 void ContactItem::Delete() {
   throw RuntimeError(kInvalidProcedureCall, "This store cannot delete the contact " + EntryID());

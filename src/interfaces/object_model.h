@@ -37,6 +37,7 @@ enum OlMailRecipientType : int32_t { olTo = 1, olCC = 2, olBCC = 3 };
 inline constexpr value::Date kNoDate{4501, 1, 1, 0, 0, 0};
 
 // The text properties of a contact item, by their Outlook names.
+// clang-format off
 #define DOSSYNC_CONTACT_TEXT_PROPERTIES(X)                                                      \
   X(Title) X(FirstName) X(MiddleName) X(LastName) X(Suffix) X(FullName) X(FileAs)               \
   X(CompanyName) X(JobTitle) X(Department) X(OfficeLocation) X(Categories)                      \
@@ -47,6 +48,7 @@ inline constexpr value::Date kNoDate{4501, 1, 1, 0, 0, 0};
   X(BusinessAddressPostalCode) X(BusinessAddressCountry)                                        \
   X(HomeAddressStreet) X(HomeAddressCity) X(HomeAddressState) X(HomeAddressPostalCode)          \
   X(HomeAddressCountry) X(WebPage) X(Spouse) X(Children) X(Body)
+// clang-format on
 
 enum class ContactProperty : int32_t {
 #define DOSSYNC_ENUM_ENTRY(name) name,
@@ -92,9 +94,11 @@ class ContactItem : public Item {
   // afterwards. A back end that cannot delete throws.
   virtual void Delete();
 
+// clang-format off
 #define DOSSYNC_ACCESSORS(name)                                              \
   std::string name() const { return get(ContactProperty::name); }           \
   void set##name(const std::string& v) { set(ContactProperty::name, v); }
+  // clang-format on
   DOSSYNC_CONTACT_TEXT_PROPERTIES(DOSSYNC_ACCESSORS)
 #undef DOSSYNC_ACCESSORS
 };
@@ -147,10 +151,10 @@ class Attachment : public Object {
 class Attachments : public Object {
  public:
   virtual int32_t Count() const = 0;
-  virtual std::shared_ptr<Attachment> Add(const std::string& source,
-                                          std::optional<int32_t> type = std::nullopt,
-                                          std::optional<int32_t> position = std::nullopt,
-                                          std::optional<std::string> displayName = std::nullopt) = 0;
+  virtual std::shared_ptr<Attachment> Add(
+      const std::string& source, std::optional<int32_t> type = std::nullopt,
+      std::optional<int32_t> position = std::nullopt,
+      std::optional<std::string> displayName = std::nullopt) = 0;
   virtual std::shared_ptr<Attachment> Item(int32_t index) const = 0;  // 1-based
 };
 
@@ -211,6 +215,8 @@ class Application : public Object {
 };
 
 // "Nothing" or the object's class name, as VB's TypeName answers.
-inline bool isNothing(const ObjectPtr& o) { return o == nullptr; }
+inline bool isNothing(const ObjectPtr& o) {
+  return o == nullptr;
+}
 
 }  // namespace dossync::outlook

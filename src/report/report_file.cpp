@@ -218,7 +218,8 @@ RecordPlan recordFrom(const json& j) {
   r.foundBy = j.value("foundBy", "none");
   r.contactFoundBy = j.value("contactFoundBy", "");
   if (auto f = j.find("fields"); f != j.end()) {
-    for (const auto& [k, v] : f->items()) r.changes.push_back({"item", k, "", v.get<std::string>()});
+    for (const auto& [k, v] : f->items())
+      r.changes.push_back({"item", k, "", v.get<std::string>()});
   }
   if (auto c = j.find("changes"); c != j.end()) {
     for (const auto& change : *c) {
@@ -333,7 +334,8 @@ void ReportWriter::tail(const RunPlan& plan, const std::vector<LateWarning>& lat
   RunCounts counts = plan.counts.value_or(RunCounts{});
   out["records"] = counts.records;
   json& actions = out["actions"] = json::object();
-  for (size_t i = 0; i < RunCounts::kActions; ++i) actions[RunCounts::kActionNames[i]] = counts.actions[i];
+  for (size_t i = 0; i < RunCounts::kActions; ++i)
+    actions[RunCounts::kActionNames[i]] = counts.actions[i];
   out["errors"] = counts.errors;
   out["failed"] = counts.failed;
   out["conflicts"] = counts.conflicts;
@@ -370,7 +372,8 @@ void ReportWriter::write(const char* data, size_t size, bool end) {
     bool done = false;
     while (!done) {
       ZSTD_outBuffer out{zstd_->buffer.data(), zstd_->buffer.size(), 0};
-      size_t left = ZSTD_compressStream2(zstd_->cctx, &out, &in, end ? ZSTD_e_end : ZSTD_e_continue);
+      size_t left =
+          ZSTD_compressStream2(zstd_->cctx, &out, &in, end ? ZSTD_e_end : ZSTD_e_continue);
       if (ZSTD_isError(left))
         throw RuntimeError(kDiskIO, "Cannot compress the report " + path_.string() + ": " +
                                         ZSTD_getErrorName(left));
@@ -436,7 +439,9 @@ void decode(const std::filesystem::path& path, std::ifstream& in, Take&& take) {
       notAReport(path, "not a zstd frame this build reads");
     at += 6;
     for (bool last = false; !last && at + 3 <= bytes.size();) {
-      auto b = [&](size_t i) { return static_cast<uint32_t>(static_cast<unsigned char>(bytes[at + i])); };
+      auto b = [&](size_t i) {
+        return static_cast<uint32_t>(static_cast<unsigned char>(bytes[at + i]));
+      };
       uint32_t h = b(0) | b(1) << 8 | b(2) << 16;
       if (((h >> 1) & 3) != 0) notAReport(path, "compressed, and this build has no zstd");
       last = h & 1;
@@ -471,7 +476,8 @@ RunPlan readReportFile(const std::filesystem::path& path) {
       if (j.value("format", "") != kReportFormat) notAReport(path, "another format");
       plan.kind = j.at("kind").get<std::string>();
       plan.started = j.at("started").get<std::string>();
-      for (const auto& [k, v] : j.at("settings").items()) plan.settings.emplace_back(k, v.get<std::string>());
+      for (const auto& [k, v] : j.at("settings").items())
+        plan.settings.emplace_back(k, v.get<std::string>());
       headRead = true;
     } else if (j.contains("finished")) {
       tailRead = true;

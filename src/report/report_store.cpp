@@ -142,7 +142,8 @@ void prune(const fs::path& folder, std::map<std::string, ReportFiles>& files,
     if (*it != keep) {
       cut = cut || (limits.keepCount > 0 && keptCount >= limits.keepCount) ||
             (limits.keepBytes > 0 && keptBytes + f.bytes > limits.keepBytes);
-      bool tooOld = limits.keepDays > 0 && now - f.written > std::chrono::hours(24) * limits.keepDays;
+      bool tooOld =
+          limits.keepDays > 0 && now - f.written > std::chrono::hours(24) * limits.keepDays;
       if (cut || tooOld) {
         removeReport(folder, *it);
         files.erase(*it);
@@ -182,8 +183,8 @@ ReportEntry entryOf(const fs::path& folder, const std::string& id, const RunPlan
     if (k == "job") e.job = v;
   }
   e.summary = summaryLine(plan);
-  for (const char* action : {"create-item", "update-item", "pair-only", "nothing",
-                             "create-company", "update-company"})
+  for (const char* action :
+       {"create-item", "update-item", "pair-only", "nothing", "create-company", "update-company"})
     e.records += plan.count(action);
   e.errors = plan.errorCount();
   e.interrupted = plan.interrupted;
@@ -342,7 +343,9 @@ bool earlierReport(const std::string& a, const std::string& b) {
 fs::path beginReport(const fs::path& folder) {
   std::error_code ec;
   fs::create_directories(folder, ec);
-  if (ec) throw RuntimeError(kPathNotFound, "Cannot make the reports folder " + folder.string() + ": " + ec.message());
+  if (ec)
+    throw RuntimeError(kPathNotFound,
+                       "Cannot make the reports folder " + folder.string() + ": " + ec.message());
   static int serial = 0;
   return folder / (kRunningPrefix + std::to_string(::getpid()) + "-" + std::to_string(++serial));
 }
@@ -357,7 +360,8 @@ fs::path endReport(const fs::path& folder, const fs::path& running, RunPlan& pla
   fs::path path = folder / (plan.id + extension);
   std::error_code ec;
   fs::rename(running, path, ec);
-  if (ec) throw RuntimeError(kDiskIO, "Cannot write the report " + path.string() + ": " + ec.message());
+  if (ec)
+    throw RuntimeError(kDiskIO, "Cannot write the report " + path.string() + ": " + ec.message());
   ReportFiles& mine = files[plan.id];
   mine.main = utf8(path.filename());
   auto size = fs::file_size(path, ec);

@@ -93,7 +93,8 @@ std::vector<AddedRow> addedFrom(const json& j) {
   std::vector<AddedRow> out;
   for (const auto& a : j) {
     AddedRow& row = out.emplace_back(AddedRow{a.at("table").get<std::string>(), {}});
-    for (const auto& [k, v] : a.at("fields").items()) row.fields.emplace_back(k, v.get<std::string>());
+    for (const auto& [k, v] : a.at("fields").items())
+      row.fields.emplace_back(k, v.get<std::string>());
   }
   return out;
 }
@@ -249,7 +250,8 @@ RunPlan planFromJson(const json& j) {
   plan.finished = j.at("finished").get<std::string>();
   plan.seconds = j.at("seconds").get<double>();
   plan.interrupted = j.value("interrupted", false);
-  for (const auto& [k, v] : j.at("settings").items()) plan.settings.emplace_back(k, v.get<std::string>());
+  for (const auto& [k, v] : j.at("settings").items())
+    plan.settings.emplace_back(k, v.get<std::string>());
   const json& summary = j.at("summary");
   takeTallies(summary, plan);
   for (const auto& r : j.at("records")) {
@@ -328,8 +330,8 @@ std::string toText(const RunPlan& plan) {
   out << summaryLine(plan) << "\n";
   if (plan.companiesCreatedAgain || plan.companiesToCreateAgain) {
     out << "Companies made again because items are paired with -1 (see --pair-created): "
-        << plan.companiesCreatedAgain << " by this run, "
-        << plan.companiesToCreateAgain << " by the next run from Outlook\n";
+        << plan.companiesCreatedAgain << " by this run, " << plan.companiesToCreateAgain
+        << " by the next run from Outlook\n";
   }
   if (std::string line = nameMatchLine(plan); !line.empty()) out << line << "\n";
   if (auto unlisted = plan.recordCount() - static_cast<int32_t>(plan.records.size()); unlisted > 0)

@@ -62,8 +62,8 @@ struct RecordPlan {
   std::string name;
   bool selected = true;
   std::string action = "nothing";
-  std::string outlookId;   // the Outlook item involved ("" none)
-  std::string pairedWith;  // what the pairing saved: an entry id, or a host company number
+  std::string outlookId;         // the Outlook item involved ("" none)
+  std::string pairedWith;        // what the pairing saved: an entry id, or a host company number
   std::string foundBy = "none";  // the record's look-up: "mapping", "name" or "none"
   std::string contactFoundBy;    // from Outlook, its contact's look-up ("" none made)
   std::vector<Change> changes;
@@ -89,8 +89,8 @@ struct RunCounts {
 };
 
 struct RunPlan {
-  std::string kind = "report";  // or "preview"
-  std::string id;               // the report's name in its folder ("" for a preview)
+  std::string kind = "report";    // or "preview"
+  std::string id;                 // the report's name in its folder ("" for a preview)
   std::string started, finished;  // local time, ISO 8601
   double seconds = 0;
   bool interrupted = false;  // the run was stopped (SIGINT, SIGTERM) before its end

@@ -79,8 +79,9 @@ std::string hostName(const std::string& kind, int32_t number) {
   auto& db = apartment().hostDb;
   if (!db) return "";
   bool company = kind == "company";
-  hostdb::Recordset rs(*db, std::string("SELECT ") + (company ? "Companies.* FROM Companies WHERE CompanyID = "
-                                                              : "Contacts.* FROM Contacts WHERE ContactID = ") +
+  hostdb::Recordset rs(*db, std::string("SELECT ") +
+                                (company ? "Companies.* FROM Companies WHERE CompanyID = "
+                                         : "Contacts.* FROM Contacts WHERE ContactID = ") +
                                 std::to_string(number) + ";");
   return rs.hasRow() ? rs.read(company ? "CompanyName" : "DisplayName") : "";
 }
@@ -104,8 +105,9 @@ std::string companyOfContact(const std::string& contactNumber) {
 std::string localTimestamp(bool compact) {
   value::Date d = value::now();
   char text[32];
-  std::snprintf(text, sizeof text, compact ? "%04d%02d%02d-%02d%02d%02d" : "%04d-%02d-%02dT%02d:%02d:%02d",
-                d.year, d.month, d.day, d.hour, d.minute, d.second);
+  std::snprintf(text, sizeof text,
+                compact ? "%04d%02d%02d-%02d%02d%02d" : "%04d-%02d-%02dT%02d:%02d:%02d", d.year,
+                d.month, d.day, d.hour, d.minute, d.second);
   return text;
 }
 
@@ -145,7 +147,8 @@ void RunRecorder::runStarted(clsOutlookSynchronization& c) {
   s.emplace_back("syncDatabase", c.SyncDatabaseLocation());
   s.emplace_back("pairCreated", c.pairCreatedCompanies() ? "yes" : "no");
   for (const auto& kv : extraSettings_) {
-    auto same = std::find_if(s.begin(), s.end(), [&](const auto& e) { return e.first == kv.first; });
+    auto same =
+        std::find_if(s.begin(), s.end(), [&](const auto& e) { return e.first == kv.first; });
     if (same != s.end()) {
       same->second = kv.second;
     } else {
@@ -195,7 +198,8 @@ void RunRecorder::writeFailed(const std::exception& e) {
   }
 }
 
-std::shared_ptr<outlook::Application> RunRecorder::watch(std::shared_ptr<outlook::Application> app) {
+std::shared_ptr<outlook::Application> RunRecorder::watch(
+    std::shared_ptr<outlook::Application> app) {
   WatchListener listener;
   listener.saved = [this](ItemSave&& save) {
     RecordPlan* r = current();
@@ -355,7 +359,8 @@ void RunRecorder::recordFinished() {
   inRecord_ = false;
   plan_.counts->add(*r);
   if (recordDone) recordDone(*r);
-  if (r->errors.empty()) ++groupActions_[indexOf(r->action, RunCounts::kActionNames, RunCounts::kActions)];
+  if (r->errors.empty())
+    ++groupActions_[indexOf(r->action, RunCounts::kActionNames, RunCounts::kActions)];
   bool listed = (preview_ && previewAll_) || worthListing(*r);
   if (ItemPairing* p = currentPairing_) {
     currentPairing_ = nullptr;
@@ -441,8 +446,8 @@ PreviewScope::PreviewScope(RunRecorder& recorder, bool all) : recorder_(recorder
   recorder_.previewAll_ = all;
   static int serial = 0;
   recorder_.previewFile_ =
-      std::filesystem::temp_directory_path() /
-      ("dossync-preview-" + std::to_string(::getpid()) + "-" + std::to_string(++serial) + kReportExtension);
+      std::filesystem::temp_directory_path() / ("dossync-preview-" + std::to_string(::getpid()) +
+                                                "-" + std::to_string(++serial) + kReportExtension);
 }
 
 PreviewScope::~PreviewScope() {

@@ -17,8 +17,8 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <utility>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "core/run_observer.h"

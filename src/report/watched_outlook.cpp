@@ -235,7 +235,6 @@ class WatchedItems : public Watched<outlook::Items> {
     }
     return nullptr;
   }
-
 };
 
 class WatchedFolder : public Watched<outlook::MAPIFolder> {
@@ -246,7 +245,6 @@ class WatchedFolder : public Watched<outlook::MAPIFolder> {
     return items ? std::make_shared<WatchedItems>(shared_, items) : nullptr;
   }
   std::string StoreID() const override { return inner_->StoreID(); }
-
 };
 
 class WatchedNameSpace : public Watched<outlook::NameSpace> {
@@ -273,7 +271,6 @@ class WatchedNameSpace : public Watched<outlook::NameSpace> {
     if (contact && shared_->listener.opened) shared_->listener.opened(entryId, nameOf(*contact));
     return item;
   }
-
 };
 
 class WatchedApplication : public Watched<outlook::Application> {
@@ -295,7 +292,6 @@ class WatchedApplication : public Watched<outlook::Application> {
     if (!contact) return item;
     return std::make_shared<WatchedContact>(shared_, contact, true);
   }
-
 };
 
 }  // namespace

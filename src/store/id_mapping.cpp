@@ -55,8 +55,7 @@ void tellLookup(IRunObserver::Kind kind, bool mapped, bool named, const std::str
 // getCompanyOutlookID and getContactOutlookID: the mapped entry id, else the item filed under
 // the record's name, else "".
 std::string hostToOutlook(clsOutlookSynchronization& c, const std::string& procedure,
-                          const char* keyColumn, int32_t key,
-                          std::string (*nameOf)(int32_t)) {
+                          const char* keyColumn, int32_t key, std::string (*nameOf)(int32_t)) {
   ErrorFrame f(kLoc + procedure);
   std::string result;
   bool found = false;

@@ -15,24 +15,34 @@ struct Field {
 };
 
 // The company part, in order; Categories is set right after CompanyName.
-constexpr Field kCompanyPart[] = {
-    {"Address", P::BusinessAddressStreet},   {"City", P::BusinessAddressCity},
-    {"Province", P::BusinessAddressState},   {"PostalCode", P::BusinessAddressPostalCode},
-    {"Country", P::BusinessAddressCountry},  {"OfficeNumber", P::BusinessTelephoneNumber},
-    {"FaxNumber", P::BusinessFaxNumber},     {"Email", P::Email1Address},
-    {"WebSite", P::WebPage}};
+constexpr Field kCompanyPart[] = {{"Address", P::BusinessAddressStreet},
+                                  {"City", P::BusinessAddressCity},
+                                  {"Province", P::BusinessAddressState},
+                                  {"PostalCode", P::BusinessAddressPostalCode},
+                                  {"Country", P::BusinessAddressCountry},
+                                  {"OfficeNumber", P::BusinessTelephoneNumber},
+                                  {"FaxNumber", P::BusinessFaxNumber},
+                                  {"Email", P::Email1Address},
+                                  {"WebSite", P::WebPage}};
 
 // The default contact's personal part, in order (Gender and the dates follow it).
-constexpr Field kContactPersonal[] = {
-    {"NamePrefix", P::Title},          {"FirstName", P::FirstName},
-    {"MiddleName", P::MiddleName},     {"LastName", P::LastName},
-    {"NameSuffix", P::Suffix},         {"DisplayName", P::FullName},
-    {"PersonalEmail", P::Email3Address}, {"HomePhone_Main", P::HomeTelephoneNumber},
-    {"HomePhone_Cell", P::Home2TelephoneNumber}, {"HomePhone_Fax", P::HomeFaxNumber},
-    {"HomeAddress", P::HomeAddressStreet}, {"HomeCity", P::HomeAddressCity},
-    {"HomeProvince", P::HomeAddressState}, {"HomePostalCode", P::HomeAddressPostalCode},
-    {"HomeCountry", P::HomeAddressCountry}, {"SpouseName", P::Spouse},
-    {"Children", P::Children}};
+constexpr Field kContactPersonal[] = {{"NamePrefix", P::Title},
+                                      {"FirstName", P::FirstName},
+                                      {"MiddleName", P::MiddleName},
+                                      {"LastName", P::LastName},
+                                      {"NameSuffix", P::Suffix},
+                                      {"DisplayName", P::FullName},
+                                      {"PersonalEmail", P::Email3Address},
+                                      {"HomePhone_Main", P::HomeTelephoneNumber},
+                                      {"HomePhone_Cell", P::Home2TelephoneNumber},
+                                      {"HomePhone_Fax", P::HomeFaxNumber},
+                                      {"HomeAddress", P::HomeAddressStreet},
+                                      {"HomeCity", P::HomeAddressCity},
+                                      {"HomeProvince", P::HomeAddressState},
+                                      {"HomePostalCode", P::HomeAddressPostalCode},
+                                      {"HomeCountry", P::HomeAddressCountry},
+                                      {"SpouseName", P::Spouse},
+                                      {"Children", P::Children}};
 
 }  // namespace
 
@@ -88,7 +98,8 @@ std::string clsOutlookSynchronization::createNewDossieraCompanyWithDefaultContac
         item.setBusinessTelephoneNumber(c.read("BusinessPhone_Main"));
     });
     f.step([&] {
-      if (value::isBlank(item.BusinessFaxNumber())) item.setBusinessFaxNumber(c.read("BusinessPhone_Fax"));
+      if (value::isBlank(item.BusinessFaxNumber()))
+        item.setBusinessFaxNumber(c.read("BusinessPhone_Fax"));
     });
     copy(c, "BusinessPhone_Cell", P::Business2TelephoneNumber);
     f.step([&] {

@@ -17,24 +17,35 @@ struct Column {
   const char* column;
 };
 
-constexpr Column kCompanyRow[] = {
-    {P::CompanyName, "CompanyName"},          {P::BusinessAddressStreet, "Address"},
-    {P::BusinessAddressCity, "City"},         {P::BusinessAddressState, "Province"},
-    {P::BusinessAddressPostalCode, "PostalCode"}, {P::BusinessAddressCountry, "Country"},
-    {P::BusinessTelephoneNumber, "OfficeNumber"}, {P::BusinessFaxNumber, "FaxNumber"},
-    {P::Email1Address, "Email"},              {P::WebPage, "WebSite"}};
+constexpr Column kCompanyRow[] = {{P::CompanyName, "CompanyName"},
+                                  {P::BusinessAddressStreet, "Address"},
+                                  {P::BusinessAddressCity, "City"},
+                                  {P::BusinessAddressState, "Province"},
+                                  {P::BusinessAddressPostalCode, "PostalCode"},
+                                  {P::BusinessAddressCountry, "Country"},
+                                  {P::BusinessTelephoneNumber, "OfficeNumber"},
+                                  {P::BusinessFaxNumber, "FaxNumber"},
+                                  {P::Email1Address, "Email"},
+                                  {P::WebPage, "WebSite"}};
 
 // The contact row up to Gender; the dates and the business columns follow it.
-constexpr Column kContactNames[] = {
-    {P::Title, "NamePrefix"},         {P::FirstName, "FirstName"},
-    {P::MiddleName, "MiddleName"},    {P::LastName, "LastName"},
-    {P::Suffix, "NameSuffix"},        {P::FullName, "DisplayName"},
-    {P::Email3Address, "PersonalEmail"}, {P::HomeTelephoneNumber, "HomePhone_Main"},
-    {P::Home2TelephoneNumber, "HomePhone_Cell"}, {P::HomeFaxNumber, "HomePhone_Fax"},
-    {P::HomeAddressStreet, "HomeAddress"}, {P::HomeAddressCity, "HomeCity"},
-    {P::HomeAddressState, "HomeProvince"}, {P::HomeAddressPostalCode, "HomePostalCode"},
-    {P::HomeAddressCountry, "HomeCountry"}, {P::Spouse, "SpouseName"},
-    {P::Children, "Children"}};
+constexpr Column kContactNames[] = {{P::Title, "NamePrefix"},
+                                    {P::FirstName, "FirstName"},
+                                    {P::MiddleName, "MiddleName"},
+                                    {P::LastName, "LastName"},
+                                    {P::Suffix, "NameSuffix"},
+                                    {P::FullName, "DisplayName"},
+                                    {P::Email3Address, "PersonalEmail"},
+                                    {P::HomeTelephoneNumber, "HomePhone_Main"},
+                                    {P::Home2TelephoneNumber, "HomePhone_Cell"},
+                                    {P::HomeFaxNumber, "HomePhone_Fax"},
+                                    {P::HomeAddressStreet, "HomeAddress"},
+                                    {P::HomeAddressCity, "HomeCity"},
+                                    {P::HomeAddressState, "HomeProvince"},
+                                    {P::HomeAddressPostalCode, "HomePostalCode"},
+                                    {P::HomeAddressCountry, "HomeCountry"},
+                                    {P::Spouse, "SpouseName"},
+                                    {P::Children, "Children"}};
 
 constexpr Column kContactBusiness[] = {{P::JobTitle, "BusinessJobTitle"},
                                        {P::Department, "BusinessDepartment"},

@@ -31,7 +31,6 @@ value::Date dateFromHost(const std::string& text);
 // a blank date leaves the item's as it was.
 void copyGenderAndDates(ErrorFrame& f, outlook::ContactItem& item, hostdb::Recordset& contact);
 
-
 // Saves the item, counts it as created or updated and answers its EntryID.
 std::string saveItem(clsOutlookSynchronization& c, OpenedItem& opened);
 

@@ -57,7 +57,8 @@ constexpr Row kContactRows[] = {
     {"BusinessJobTitle", FieldKind::Text, P::JobTitle, "JobTitle"},
     {"BusinessDepartment", FieldKind::Text, P::Department, "Department"},
     {"BusinessOffice", FieldKind::Text, P::OfficeLocation, "OfficeLocation"},
-    {"BusinessPhone_Cell", FieldKind::Text, P::Business2TelephoneNumber, "Business2TelephoneNumber"},
+    {"BusinessPhone_Cell", FieldKind::Text, P::Business2TelephoneNumber,
+     "Business2TelephoneNumber"},
     {"BusinessEmail", FieldKind::Text, P::Email2Address, "Email2Address"},
 };
 
@@ -145,7 +146,9 @@ std::string asItemValue(const Field& field, const std::string& hostText) {
   return {};
 }
 
-bool hostEmpty(const std::string& hostText) { return value::isBlank(hostText); }
+bool hostEmpty(const std::string& hostText) {
+  return value::isBlank(hostText);
+}
 
 bool itemEmpty(const Field& field, const std::string& itemText) {
   return itemText.empty() || (field.kind == FieldKind::Gender && itemText == "0");

@@ -36,7 +36,10 @@ store::TableDef pairsTable() {
            integer("Deleted"),
            // The base's two hashes ("" without a base), so that a run reads them alone.
            text("Hashes", 40),
-           {"Base", store::adLongVarWChar, 0, {{"NullAble", true}, {"Jet OLEDB:Allow Zero Length", true}}},
+           {"Base",
+            store::adLongVarWChar,
+            0,
+            {{"NullAble", true}, {"Jet OLEDB:Allow Zero Length", true}}},
            {"DateLastSync", store::adDate, 0, {{"NullAble", true}}}}};
 }
 
@@ -84,7 +87,9 @@ uint64_t hashValues(const std::vector<std::string>& values, size_t from, size_t 
   return h;
 }
 
-uint64_t combine(uint64_t a, uint64_t b) { return a * hash::kFnvPrime ^ (b + 0x9e3779b97f4a7c15ull); }
+uint64_t combine(uint64_t a, uint64_t b) {
+  return a * hash::kFnvPrime ^ (b + 0x9e3779b97f4a7c15ull);
+}
 
 Base Base::decode(const std::string& text) {
   Base base;
@@ -174,10 +179,10 @@ std::string PairStore::statement(const std::string& condition) const {
 std::vector<PairRow> PairStore::load() {
   std::vector<PairRow> rows;
   if (!exists_) return rows;
-  hostdb::Recordset rs(hostdb::syncDatabase(), statement("SchemeNum = " + std::to_string(scheme_) +
-                                           " AND DataFileID = '" + hostdb::sqlQuoted(dataFile_) +
-                                           "' AND InfoType = " + std::to_string(info_) +
-                                           " ORDER BY PairID"));
+  hostdb::Recordset rs(hostdb::syncDatabase(),
+                       statement("SchemeNum = " + std::to_string(scheme_) + " AND DataFileID = '" +
+                                 hostdb::sqlQuoted(dataFile_) +
+                                 "' AND InfoType = " + std::to_string(info_) + " ORDER BY PairID"));
   while (!rs.eof()) {
     PairRow r;
     r.pairID = number(rs.read("PairID"));
@@ -229,8 +234,8 @@ void PairStore::save(PairRow& row) {
                          statement("PairID = " + std::to_string(row.pairID)),
                          hostdb::kLockOptimistic);
     if (!rs.hasRow())
-      throw RuntimeError(kNoCurrentRecord, "Pair " + std::to_string(row.pairID) +
-                                               " is missing from TwoWayPairs");
+      throw RuntimeError(kNoCurrentRecord,
+                         "Pair " + std::to_string(row.pairID) + " is missing from TwoWayPairs");
     for (const auto& [column, v] : values) rs.write(column, v);
   }
   std::string().swap(row.base);  // stored: a run keeps no base it is done with

@@ -109,12 +109,17 @@ struct Job {
   size_t item = 0;    // NewHost: the item
 };
 
-std::string keptSide(const Settings& s) { return s.conflict == ConflictRule::Host ? "host" : "outlook"; }
+std::string keptSide(const Settings& s) {
+  return s.conflict == ConflictRule::Host ? "host" : "outlook";
+}
 
 class Run {
  public:
   Run(clsOutlookSynchronization& c, const Settings& s, ErrorFrame& f)
-      : c_(c), settings_(s), f_(f), info_(c.SyncInformationType() == 7 ? 7 : 1),
+      : c_(c),
+        settings_(s),
+        f_(f),
+        info_(c.SyncInformationType() == 7 ? 7 : 1),
         fields_(fieldsOf(info_)) {
     for (size_t i = 0; i < fields_.size(); ++i)
       (fields_[i].company ? companyFields_ : contactFields_).push_back(i);
@@ -327,7 +332,8 @@ void Run::readContacts() {
     }
     HostContact& ct = contacts_[id];
     std::string company = contacts.read("CompanyNum");
-    ct.company = value::isBlank(company) || !value::isNumeric(company) ? -1 : value::toLong(company);
+    ct.company =
+        value::isBlank(company) || !value::isNumeric(company) ? -1 : value::toLong(company);
     ct.isDefault = isDefault;
     if (info_ == 7) ct.name = contacts.read("DisplayName");
     const bool firstDefault =
@@ -346,8 +352,9 @@ void Run::readContacts() {
         ct.asItem = kHashStart;
         if (!hashAsItem(ct.asItem, contactFields_, values)) ct.asItem = 0;
       }
-      bool unpaired = info_ == 7 ? !hostInRows_.count(id)
-                                 : ct.isDefault && ct.company >= 0 && !hostInRows_.count(ct.company);
+      bool unpaired = info_ == 7
+                          ? !hostInRows_.count(id)
+                          : ct.isDefault && ct.company >= 0 && !hostInRows_.count(ct.company);
       if (unpaired && info_ == 7) ct.businessName = contacts.read("BusinessName");
       if (unpaired && !adoptable) {
         for (const std::string& v : values) ct.values.add(v);
@@ -411,7 +418,8 @@ void Run::planPairs() {
     PairRow& row = rows_[r];
     bool host = hostExists(row);
     auto item = itemOf(row.outlookID);
-    if (host) (info_ == 1 ? companies_[row.companyNum].paired : contacts_[row.contactNum].paired) = true;
+    if (host)
+      (info_ == 1 ? companies_[row.companyNum].paired : contacts_[row.contactNum].paired) = true;
     if (item) itemPaired_[*item] = true;
     if (row.deleted) {
       if (host && settings_.restoreDeleted && !item) jobs_.push_back({JobKind::Restore, r});
@@ -662,8 +670,7 @@ void Run::merge(PairRow& row) {
     o.lookedUp(row.outlookID);
   });
   // Neither side changed since the base: nothing to read, nothing to write.
-  if (row.hasBase && !contactMoved && (row.hostHash || row.itemHash) &&
-      keys.hash == row.itemHash &&
+  if (row.hasBase && !contactMoved && (row.hostHash || row.itemHash) && keys.hash == row.itemHash &&
       combine(info_ == 1 ? companies_[h.company].hash : 0,
               h.contact >= 0 ? contacts_[h.contact].hash : 0) == row.hostHash) {
     action("nothing");
@@ -750,8 +757,8 @@ void Run::merge(PairRow& row) {
       if (!text || *text == hostNow[i]) continue;
       auto& rs = f.company ? co : ct;
       if (!rs) {
-        rs = std::make_unique<hostdb::Recordset>(*db_, f.company ? hostdb::kCompanies : hostdb::kContacts,
-                                                 hostdb::kLockOptimistic);
+        rs = std::make_unique<hostdb::Recordset>(
+            *db_, f.company ? hostdb::kCompanies : hostdb::kContacts, hostdb::kLockOptimistic);
         int32_t key = f.company ? h.company : h.contact;
         if (!rs->find(f.company ? "CompanyID" : "ContactID", key))
           throw RuntimeError(kNoCurrentRecord, std::string(f.company ? "Company " : "Contact ") +
@@ -781,7 +788,8 @@ void Run::merge(PairRow& row) {
     store_->save(row);
     ++c_.counters().mappingsSaved;
   }
-  std::string().swap(row.base);  // read again should the pair come up again (clear keeps its memory)
+  std::string().swap(
+      row.base);  // read again should the pair come up again (clear keeps its memory)
   bool hostWritten = companyWritten || contactWritten;
   action(itemWritten && hostWritten ? "update-both"
          : itemWritten              ? "update-item"
@@ -854,7 +862,8 @@ void Run::newHost(size_t index) {
     {
       hostdb::Recordset co(*db_, hostdb::kCompanies, hostdb::kLockOptimistic);
       if (!co.find("CompanyID", h.company))
-        throw RuntimeError(kNoCurrentRecord, "The new company " + std::to_string(h.company) + " is gone");
+        throw RuntimeError(kNoCurrentRecord,
+                           "The new company " + std::to_string(h.company) + " is gone");
       writeHostRow(co, itemNow, true, hostNow);
     }
     ++c_.counters().companiesCreated;
@@ -872,7 +881,8 @@ void Run::newHost(size_t index) {
         h.company = hostCall([&] { return hostdb::getCompanyIDFromClientDataID(clientData); });
         hostdb::Recordset co(*db_, hostdb::kCompanies, hostdb::kLockOptimistic);
         if (!co.find("CompanyID", h.company))
-          throw RuntimeError(kNoCurrentRecord, "The new company " + std::to_string(h.company) + " is gone");
+          throw RuntimeError(kNoCurrentRecord,
+                             "The new company " + std::to_string(h.company) + " is gone");
         co.write("CompanyName", companyName);
         ++c_.counters().companiesCreated;
         companies_[h.company].name = companyName;
@@ -890,7 +900,8 @@ void Run::newHost(size_t index) {
     {
       hostdb::Recordset ct(*db_, hostdb::kContacts, hostdb::kLockOptimistic);
       if (!ct.find("ContactID", h.contact))
-        throw RuntimeError(kNoCurrentRecord, "The new contact " + std::to_string(h.contact) + " is gone");
+        throw RuntimeError(kNoCurrentRecord,
+                           "The new contact " + std::to_string(h.contact) + " is gone");
       writeHostRow(ct, itemNow, false, hostNow);
     }
     ++c_.counters().contactsCreated;
@@ -902,8 +913,8 @@ void Run::newHost(size_t index) {
       });
     }
   } else if (info_ == 7) {
-    throw RuntimeError(kInvalidProcedureCall,
-                       "The address book's contact " + item.entryID + " has no name: no contact was made");
+    throw RuntimeError(kInvalidProcedureCall, "The address book's contact " + item.entryID +
+                                                  " has no name: no contact was made");
   }
 
   PairRow row;
@@ -951,7 +962,8 @@ void Run::runJob(const Job& job) {
       PairRow& row = rows_[job.row];
       observeRun([&](IRunObserver& o) {
         o.recordStarted(IRunObserver::Kind::Pair, hostKey(row));
-        o.recordNamed(info_ == 1 ? companies_[row.companyNum].name : contacts_[row.contactNum].name);
+        o.recordNamed(info_ == 1 ? companies_[row.companyNum].name
+                                 : contacts_[row.contactNum].name);
         o.lookedUp(row.outlookID);
       });
       row.deleted = true;

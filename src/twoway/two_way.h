@@ -21,8 +21,8 @@
 //   item is unpaired; otherwise it gets a new item. An unpaired item gets new host records
 //   (type 1: a company with its client record and a default contact; type 7: a contact, at the
 //   one company named exactly as the item's CompanyName, or else at a new company of that name)
-//   and is paired at once. A pair without a base (adopted, or matched by name) is merged as if every
-//   field had changed on both sides, except that a value never replaces a filled one with
+//   and is paired at once. A pair without a base (adopted, or matched by name) is merged as if
+//   every field had changed on both sides, except that a value never replaces a filled one with
 //   nothing: an empty side takes the other's value; and an item's business telephone, fax or web
 //   page that holds what the one-way run shows in place of the company's empty one (its default
 //   contact's) is left as it is, the company's field empty.

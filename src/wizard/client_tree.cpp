@@ -11,8 +11,10 @@ namespace {
 
 const char* const kFillLocation = "Contactory.exe-clsPopulateClientTree-populateAddressBookTree";
 
-const char* const kCategoriesSql = "SELECT Categories.* FROM Categories ORDER BY Categories.CategoryName;";
-const char* const kCompaniesSql = "SELECT Companies.* FROM Companies ORDER BY Companies.CompanyName;";
+const char* const kCategoriesSql =
+    "SELECT Categories.* FROM Categories ORDER BY Categories.CategoryName;";
+const char* const kCompaniesSql =
+    "SELECT Companies.* FROM Companies ORDER BY Companies.CompanyName;";
 const char* const kShownCompaniesCountSql =
     "SELECT ClientData.ShowThisClient, Companies.CompanyID, Companies.CategoryNum, "
     "Companies.CompanyNum, Companies.CompanyName FROM Companies INNER JOIN ClientData ON "
@@ -82,7 +84,8 @@ int32_t clsPopulateClientTree::getRecordCount() {
     if (wantCategories) {
       hostdb::Recordset rs(hostDb(), kCategoriesSql);
       for (; !rs.eof(); rs.next())
-        categories_.push_back({rs.read("CategoryID"), rs.read("CategoryName"), rs.read("CategoryNum")});
+        categories_.push_back(
+            {rs.read("CategoryID"), rs.read("CategoryName"), rs.read("CategoryNum")});
     }
     if (wantCompanies) readCompanies(dossieraOnly() ? kShownCompaniesCountSql : kCompaniesSql);
     if (wantContacts) {
@@ -130,7 +133,8 @@ void clsPopulateClientTree::populateAddressBookTree() {
       tree->setExpanded(root.index, true);
       subCategories_.clear();
       for (size_t i = 0; i < categories_.size(); ++i) {
-        if (!value::isBlank(categories_[i].parent)) subCategories_[categories_[i].parent].push_back(i);
+        if (!value::isBlank(categories_[i].parent))
+          subCategories_[categories_[i].parent].push_back(i);
       }
     });
     for (size_t i = 0; i < categories_.size() && !f.leaving(); ++i) {
@@ -166,7 +170,8 @@ void clsPopulateClientTree::populateAddressBookTree() {
         continue;
       }
       if (!value::isBlank(c.parent) && ids.count(c.parent)) continue;  // placed by its parent
-      f.step([&] { addCompany(c, value::isBlank(c.category) ? "Main" : "Category:" + c.category); });
+      f.step(
+          [&] { addCompany(c, value::isBlank(c.category) ? "Main" : "Category:" + c.category); });
       f.step([&] { addAssociateCompanies(c.id); });
     }
   }
@@ -241,10 +246,14 @@ std::string clsPopulateClientTree::getSelectedNodeType() {
     TreeView& tree = *treeViewControl;
     if (!tree.selectedIndex()) return;
     const std::string& key = tree.node(tree.selectedIndex()).key;
-    if (key == "Main") type = "AddressBook";
-    else if (key.find("Category") != std::string::npos) type = "Category";
-    else if (key.find("Company") != std::string::npos) type = "Company";
-    else if (key.find("Contact") != std::string::npos) type = "Contact";
+    if (key == "Main")
+      type = "AddressBook";
+    else if (key.find("Category") != std::string::npos)
+      type = "Category";
+    else if (key.find("Company") != std::string::npos)
+      type = "Company";
+    else if (key.find("Contact") != std::string::npos)
+      type = "Contact";
   });
   return type;
 }
@@ -275,9 +284,12 @@ int32_t clsPopulateClientTree::getSelectedCategoryID() {
         category = value::isBlank(v) ? 0 : value::toLong(v);
       }
     };
-    if (type == "Category") category = value::toLong(id);
-    else if (type == "Company") lookup(kCompaniesSql, "CompanyID");
-    else if (type == "Contact") lookup(kContactsSql, "ContactID");
+    if (type == "Category")
+      category = value::toLong(id);
+    else if (type == "Company")
+      lookup(kCompaniesSql, "CompanyID");
+    else if (type == "Contact")
+      lookup(kContactsSql, "ContactID");
   });
   return category;
 }

@@ -63,9 +63,16 @@ class clsPopulateClientTree {
   static constexpr int32_t kIndentation = 19;
 
  private:
-  struct CategoryRow { std::string id, name, parent; };
-  struct CompanyRow { std::string id, name, category, parent; };
-  struct ContactRow { std::string id, name, company, category; bool isDefault = false; };
+  struct CategoryRow {
+    std::string id, name, parent;
+  };
+  struct CompanyRow {
+    std::string id, name, category, parent;
+  };
+  struct ContactRow {
+    std::string id, name, company, category;
+    bool isDefault = false;
+  };
 
   bool dossieraOnly() const {
     return showOnlyDossieraCompanies_ || showOnlyDossieraCompaniesAndContacts;

@@ -74,8 +74,8 @@ std::string WizardDriver::treeText() {
   TreeView& t = form_.tree();
   std::function<void(int32_t, int)> walk = [&](int32_t i, int depth) {
     const TreeNode& n = t.node(i);
-    out << std::string(static_cast<size_t>(depth) * 2, ' ') << (n.checked ? "[x] " : "[ ] ") << n.key
-        << " " << n.text << "\n";
+    out << std::string(static_cast<size_t>(depth) * 2, ' ') << (n.checked ? "[x] " : "[ ] ")
+        << n.key << " " << n.text << "\n";
     for (int32_t c : n.children) walk(c, depth + 1);
   };
   for (int32_t i : t.topLevel()) walk(i, 0);
@@ -86,10 +86,11 @@ void registerHeadlessWizard(std::function<void(WizardDriver&)> session) {
   platform::registerClass(kWizardFormClass, [session]() -> ObjectPtr {
     auto form = std::make_shared<HeadlessWizard>();
     HeadlessWizard* raw = form.get();
-    if (session) raw->view.session = [raw, session] {
-      WizardDriver d(*raw);
-      session(d);
-    };
+    if (session)
+      raw->view.session = [raw, session] {
+        WizardDriver d(*raw);
+        session(d);
+      };
     return form;
   });
 }

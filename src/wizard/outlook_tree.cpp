@@ -126,7 +126,8 @@ void clsOutlookContactTree::fill() {
     if (!contact) continue;
     std::string category = contact->Categories();
     if (!category.empty()) {
-      tree.add("Category:" + category, tvwChild, "Contact:" + contact->EntryID(), nodeText(*contact), 1, 1);
+      tree.add("Category:" + category, tvwChild, "Contact:" + contact->EntryID(),
+               nodeText(*contact), 1, 1);
     } else {
       tree.add("Main", tvwChild, "Contact:" + contact->EntryID(), nodeText(*contact), 1, 2);
     }

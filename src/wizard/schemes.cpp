@@ -187,7 +187,8 @@ void frmWizard::populateOutlookSchemeSettings() {
     int32_t info = owner().SyncInformationType();
     if (info == 7 && bothWays_) info = contactOnlyShowContactName;
     if (info >= 1 && info <= 4) setOption(control("optInfoType", info));
-  });  f.step([&] { control("chkPairCreated").value = owner().pairCreatedCompanies(); });
+  });
+  f.step([&] { control("chkPairCreated").value = owner().pairCreatedCompanies(); });
 }
 
 void frmWizard::setupAdvancedOptions() {
@@ -243,7 +244,8 @@ void frmWizard::cmdDeleteScheme_Click() {
   f.step([&] {
     Control& combo = control("cboSavedScheme");
     if (combo.listIndex < 0) {
-      showMessage("You must select an outlook scheme in the drop down list first.  Please try again.", 10);
+      showMessage(
+          "You must select an outlook scheme in the drop down list first.  Please try again.", 10);
       return;
     }
     schemeID = combo.items.at(static_cast<size_t>(combo.listIndex)).itemData;
@@ -349,9 +351,10 @@ void frmWizard::cmdSaveScheme_Click() {
       if (password.empty()) {
         schemePasswords_->forget(database, schemeID);
       } else if (!schemePasswords_->store(database, schemeID, name, password)) {
-        showMessage("The scheme was saved without its password: there is no keyring (secret "
-                    "service) to keep it in. Give the password again when you run it.",
-                    64);
+        showMessage(
+            "The scheme was saved without its password: there is no keyring (secret "
+            "service) to keep it in. Give the password again when you run it.",
+            64);
       }
     });
   }

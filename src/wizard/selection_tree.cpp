@@ -13,7 +13,9 @@ namespace {
 
 const std::string kLoc = "kvoutlookdx.dll-frmWizard-";
 
-bool has(const std::string& key, const char* prefix) { return key.find(prefix) != std::string::npos; }
+bool has(const std::string& key, const char* prefix) {
+  return key.find(prefix) != std::string::npos;
+}
 
 // Which column of the selection a node of the tree stands for in this direction and information
 // type: 1 a company, 2 a host contact, 3 an Outlook contact; 0 none (a category, a folder).
@@ -158,10 +160,12 @@ void frmWizard::checkNode(int32_t nodeIndex, bool checked) {
     if (direction == syncFromOutlookToDossiera) {
       selectable = has(key, "Contact:");
     } else if (direction == syncFromDossieraToOutlook) {
-      if (info == companyWithDefaultContact || info == companyOnly) selectable = has(key, "Company:");
+      if (info == companyWithDefaultContact || info == companyOnly)
+        selectable = has(key, "Company:");
       else if (info == contactOnlyShowContactName || info == contactOnlyShowCompanyName)
         selectable = has(key, "Contact:");
-      else selectable = true;
+      else
+        selectable = true;
     }
     if (selectable) tree.setChecked(nodeIndex, checked);
   });

@@ -72,7 +72,9 @@ int32_t TreeView::next(int32_t index) const {
   return p < s.size() ? s[p] : 0;
 }
 
-int32_t TreeView::lastSibling(int32_t index) const { return siblingsOf(node(index)).back(); }
+int32_t TreeView::lastSibling(int32_t index) const {
+  return siblingsOf(node(index)).back();
+}
 
 void TreeView::setChecked(int32_t index, bool checked) {
   TreeNode& n = node(index);

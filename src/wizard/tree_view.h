@@ -24,7 +24,13 @@
 
 namespace dossync::wizard {
 
-enum TreeRelationship : int32_t { tvwFirst = 0, tvwLast = 1, tvwNext = 2, tvwPrevious = 3, tvwChild = 4 };
+enum TreeRelationship : int32_t {
+  tvwFirst = 0,
+  tvwLast = 1,
+  tvwNext = 2,
+  tvwPrevious = 3,
+  tvwChild = 4
+};
 
 inline constexpr int32_t kTreeIndexOutOfBounds = 35600;
 inline constexpr int32_t kTreeElementNotFound = 35601;
@@ -35,7 +41,7 @@ struct TreeNode {
   std::string key, text;
   int32_t image = 0, selectedImage = 0;
   bool checked = false, expanded = false, bold = false;
-  int32_t parent = 0;  // 0: top level
+  int32_t parent = 0;    // 0: top level
   int32_t position = 0;  // place among its parent's children
   std::vector<int32_t> children;
 };
@@ -67,7 +73,9 @@ class TreeView {
   int32_t child(int32_t index) const;
   int32_t next(int32_t index) const;
   int32_t lastSibling(int32_t index) const;
-  int32_t childCount(int32_t index) const { return static_cast<int32_t>(node(index).children.size()); }
+  int32_t childCount(int32_t index) const {
+    return static_cast<int32_t>(node(index).children.size());
+  }
 
   void setChecked(int32_t index, bool checked);
   void setExpanded(int32_t index, bool expanded);

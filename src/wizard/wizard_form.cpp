@@ -27,8 +27,8 @@ frmWizard::frmWizard()
     : tvwContacts_(std::make_shared<TreeView>()), ImageList1_(std::make_shared<ImageList>()) {
   // Images of the tree by index: 1 company, 2 contact (selected), 3 default contact,
   // 7 category, 8 contact; 4 to 6 are not used by the wizard.
-  ImageList1_->keys = {"company", "contact-open", "default-contact", "unused", "unused",
-                       "unused",  "category",     "contact"};
+  ImageList1_->keys = {"company", "contact-open", "default-contact", "unused",
+                       "unused",  "unused",       "category",        "contact"};
   buildControls();
   caption_ = "Outlook Synchronization Wizard";
 }
@@ -50,8 +50,8 @@ Control& frmWizard::add(ControlKind kind, const std::string& name, int32_t index
   c->container = container;
   c->containerIndex = containerIndex;
   c->focusable = kind == ControlKind::CommandButton || kind == ControlKind::OptionButton ||
-                 kind == ControlKind::CheckBox || kind == ControlKind::TextBox || kind == ControlKind::ComboBox ||
-                 kind == ControlKind::TreeView;
+                 kind == ControlKind::CheckBox || kind == ControlKind::TextBox ||
+                 kind == ControlKind::ComboBox || kind == ControlKind::TreeView;
   Control& ref = *c;
   byName_[{name, index}] = &ref;
   controls_.push_back(std::move(c));
@@ -84,15 +84,17 @@ void frmWizard::buildControls() {
   add(K::CommandButton, "cmdDeleteScheme", -1, "Delete", 358, 25, 90, 28, "Frame1");
   add(K::Frame, "Frame2", -1, "Synchronization options", x, 174, w, 84, "fraStep", 0);
   add(K::OptionButton, "optSynchDirection", 2,
-      "Synchronize your information from Dossiera to Outlook", 14, 26, 434, 22, "Frame2").value = true;
+      "Synchronize your information from Dossiera to Outlook", 14, 26, 434, 22, "Frame2")
+      .value = true;
   add(K::OptionButton, "optSynchDirection", 3,
       "Synchronize your information from Outlook to Dossiera", 14, 52, 434, 22, "Frame2");
-  add(K::CommandButton, "cmdAdvancedOptions", -1, "Advanced Options", x, 272, 150, 30, "fraStep", 0);
+  add(K::CommandButton, "cmdAdvancedOptions", -1, "Advanced Options", x, 272, 150, 30, "fraStep",
+      0);
 
   // Step 1: the selection tree, and the progress shown in its place while it fills.
   add(K::Label, "Label2", -1,
-      "Select the clients you would like to include in the synchronization process:", x, 18, w,
-      40, "fraStep", 1);
+      "Select the clients you would like to include in the synchronization process:", x, 18, w, 40,
+      "fraStep", 1);
   add(K::TreeView, "tvwContacts", -1, "", x, 60, w, 300, "fraStep", 1);
   add(K::Label, "lblProgress", -1, "Populating list, please wait ...", x, 170, w, 22, "fraStep", 1)
       .visible = false;
@@ -104,8 +106,8 @@ void frmWizard::buildControls() {
       "clients you have selected.",
       x, 22, w, 40, "fraStep", 2);
   add(K::Label, "Label9", -1,
-      "This allows you quickly recall this scheme later with the same clients selected.", x, 70,
-      w, 40, "fraStep", 2);
+      "This allows you quickly recall this scheme later with the same clients selected.", x, 70, w,
+      40, "fraStep", 2);
   add(K::Frame, "Frame5", -1, "Save Synchronization Scheme", x, 118, w, 68, "fraStep", 2);
   add(K::TextBox, "txtSaveName", -1, "", 12, 28, 336, 26, "Frame5");
   add(K::CommandButton, "cmdSaveScheme", -1, "Save", 358, 27, 90, 28, "Frame5");
@@ -114,7 +116,8 @@ void frmWizard::buildControls() {
       .visible = false;
 
   // Step 3: advanced options.
-  Control& options = add(K::Label, "Label3", -1, "Synchronization Options", x, 14, w, 24, "fraStep", 3);
+  Control& options =
+      add(K::Label, "Label3", -1, "Synchronization Options", x, 14, w, 24, "fraStep", 3);
   options.bold = true;
   options.fontSize = 12;
   add(K::Frame, "Frame3", -1, "Information Type", x, 40, w, 116, "fraStep", 3);
@@ -123,7 +126,8 @@ void frmWizard::buildControls() {
       "Contact Information (with Contact Name Displayed)",
       "Contact Information (with Company Name Displayed)"};
   for (int32_t i = 1; i <= 4; ++i)
-    add(K::OptionButton, "optInfoType", i, infoTypes[i - 1], 14, 22 + 22 * (i - 1), 434, 22, "Frame3")
+    add(K::OptionButton, "optInfoType", i, infoTypes[i - 1], 14, 22 + 22 * (i - 1), 434, 22,
+        "Frame3")
         .value = i == 1;
   add(K::Frame, "Frame4", -1, "Outlook Settings", x, 160, w, 80, "fraStep", 3);
   add(K::Label, "Label4", -1, "Profile Name:", 14, 25, 130, 22, "Frame4");
@@ -157,8 +161,8 @@ void frmWizard::offerBothWays(BothWaysOffer offer) {
   using K = ControlKind;
   const int32_t x = 168, w = 460;
   // Step 0: the third direction below the two one-way ones.
-  add(K::OptionButton, "optSynchDirection", 1, "Synchronize your information both ways, field by field",
-      14, 78, 434, 22, "Frame2");
+  add(K::OptionButton, "optSynchDirection", 1,
+      "Synchronize your information both ways, field by field", 14, 78, 434, 22, "Frame2");
   control("Frame2").height = 110;
   control("cmdAdvancedOptions").top = 298;
   // Step 1: both ways works on the whole practice; this stands where the tree would.
@@ -190,8 +194,8 @@ void frmWizard::offerBothWays(BothWaysOffer offer) {
   control("txtContactsCategory").top = 54;
   add(K::Frame, "Frame7", -1, "When both sides changed a field", x, 322, w, 46, "fraStep", 3)
       .visible = false;
-  add(K::OptionButton, "optConflict", 1, "Keep the Dossiera value", 14, 18, 200, 22, "Frame7").value =
-      true;
+  add(K::OptionButton, "optConflict", 1, "Keep the Dossiera value", 14, 18, 200, 22, "Frame7")
+      .value = true;
   add(K::OptionButton, "optConflict", 2, "Keep the Outlook value", 224, 18, 224, 22, "Frame7");
   if (view_) view_->controlsAdded();
 }
@@ -258,7 +262,8 @@ void frmWizard::setOption(Control& option) {
   }
   option.value = true;
   if (was) return;
-  if (option.name == "optSynchDirection") optSynchDirection_Click(static_cast<int16_t>(option.index));
+  if (option.name == "optSynchDirection")
+    optSynchDirection_Click(static_cast<int16_t>(option.index));
   if (option.name == "optInfoType") optInfoType_Click(static_cast<int16_t>(option.index));
   if (option.name == "optConflict") optConflict_Click(static_cast<int16_t>(option.index));
 }
@@ -266,7 +271,8 @@ void frmWizard::setOption(Control& option) {
 void frmWizard::setComboIndex(int32_t listIndex) {
   Control& combo = control("cboSavedScheme");
   if (listIndex < -1 || listIndex >= static_cast<int32_t>(combo.items.size()))
-    throw RuntimeError(kInvalidProcedureCall, "Invalid property value: ListIndex " + std::to_string(listIndex));
+    throw RuntimeError(kInvalidProcedureCall,
+                       "Invalid property value: ListIndex " + std::to_string(listIndex));
   combo.listIndex = listIndex;
   combo.text = listIndex >= 0 ? combo.items[static_cast<size_t>(listIndex)].text : "";
   if (listIndex >= 0) cboSavedScheme_Click();
@@ -289,10 +295,14 @@ void frmWizard::userFocus(Control* c) {
   Control* old = focused_;
   focused_ = c;
   if (old) {
-    if (old->name == "txtContactsCategory") txtContactsCategory_LostFocus();
-    else if (old->name == "txtProfileName") txtProfileName_LostFocus();
-    else if (old->name == "txtPassword") txtPassword_LostFocus();
-    else if (old->name == "cmdSaveScheme") cmdSaveScheme_LostFocus();
+    if (old->name == "txtContactsCategory")
+      txtContactsCategory_LostFocus();
+    else if (old->name == "txtProfileName")
+      txtProfileName_LostFocus();
+    else if (old->name == "txtPassword")
+      txtPassword_LostFocus();
+    else if (old->name == "cmdSaveScheme")
+      cmdSaveScheme_LostFocus();
   }
   if (c && c->name == "cmdSaveScheme") cmdSaveScheme_GotFocus();
 }
@@ -302,11 +312,16 @@ void frmWizard::userClick(Control& c) {
   if (!loaded_) return;
   switch (c.kind) {
     case ControlKind::CommandButton:
-      if (c.name == "cmdNav") cmdNav_Click(static_cast<int16_t>(c.index));
-      else if (c.name == "cmdAdvancedOptions") cmdAdvancedOptions_Click();
-      else if (c.name == "cmdDeleteScheme") cmdDeleteScheme_Click();
-      else if (c.name == "cmdSaveScheme") cmdSaveScheme_Click();
-      else if (c.name == "cmdPreview") cmdPreview_Click();
+      if (c.name == "cmdNav")
+        cmdNav_Click(static_cast<int16_t>(c.index));
+      else if (c.name == "cmdAdvancedOptions")
+        cmdAdvancedOptions_Click();
+      else if (c.name == "cmdDeleteScheme")
+        cmdDeleteScheme_Click();
+      else if (c.name == "cmdSaveScheme")
+        cmdSaveScheme_Click();
+      else if (c.name == "cmdPreview")
+        cmdPreview_Click();
       break;
     case ControlKind::CheckBox:
       c.value = !c.value;
@@ -316,7 +331,8 @@ void frmWizard::userClick(Control& c) {
       bool was = c.value;
       setOption(c);
       // A click on the option already chosen still runs its handler.
-      if (was && c.name == "optSynchDirection") optSynchDirection_Click(static_cast<int16_t>(c.index));
+      if (was && c.name == "optSynchDirection")
+        optSynchDirection_Click(static_cast<int16_t>(c.index));
       if (was && c.name == "optInfoType") optInfoType_Click(static_cast<int16_t>(c.index));
       break;
     }
@@ -347,7 +363,9 @@ void frmWizard::userClose() {
   if (loaded_) unload();
 }
 
-void frmWizard::userKeyDown(int32_t keyCode, int32_t shift) { Form_KeyDown(keyCode, shift); }
+void frmWizard::userKeyDown(int32_t keyCode, int32_t shift) {
+  Form_KeyDown(keyCode, shift);
+}
 
 void frmWizard::unload() {
   Form_Unload();
@@ -450,8 +468,10 @@ void frmWizard::cmdNav_Click(int16_t Index) {
       case 3: {
         if (currentStep_ == 1) getSelectedCompanies();
         int16_t target = 0;
-        if (currentStep_ == 0 || currentStep_ == 1) target = static_cast<int16_t>(currentStep_ + 1);
-        else if (currentStep_ == 3) target = 2;
+        if (currentStep_ == 0 || currentStep_ == 1)
+          target = static_cast<int16_t>(currentStep_ + 1);
+        else if (currentStep_ == 3)
+          target = 2;
         int16_t direction = 2;
         SetStep(target, direction);
         break;
@@ -473,9 +493,10 @@ void frmWizard::cmdNav_Click(int16_t Index) {
 
 bool frmWizard::selectionChosen() {
   if (!selection().isEmpty()) return true;
-  showMessage("You must select some companies or contacts to import into Microsoft Outlook "
-              "before proceeding.  Go to the first step and select some clients to import.",
-              3);
+  showMessage(
+      "You must select some companies or contacts to import into Microsoft Outlook "
+      "before proceeding.  Go to the first step and select some clients to import.",
+      3);
   return false;
 }
 
@@ -511,9 +532,12 @@ void frmWizard::cmdAdvancedOptions_Click() {
 void frmWizard::optSynchDirection_Click(int16_t Index) {
   ErrorFrame f(kLoc + "optSynchDirection_Click");
   f.step([&] {
-    if (Index == 2) owner().setSyncDirectionType(syncFromDossieraToOutlook);
-    else if (Index == 3) owner().setSyncDirectionType(syncFromOutlookToDossiera);
-    else if (Index == 1 && bothWays_) owner().setSyncDirectionType(syncBothsWays);
+    if (Index == 2)
+      owner().setSyncDirectionType(syncFromDossieraToOutlook);
+    else if (Index == 3)
+      owner().setSyncDirectionType(syncFromOutlookToDossiera);
+    else if (Index == 1 && bothWays_)
+      owner().setSyncDirectionType(syncBothsWays);
   });
   if (!bothWays_) return;
   // The information type follows the direction: both ways has no "Company Information Only",
@@ -561,10 +585,16 @@ void frmWizard::cmdSaveScheme_GotFocus() {
   f.step([&] { schemeSaved_ = false; });
 }
 
-void frmWizard::cmdSaveScheme_LostFocus() { ErrorFrame f(kLoc + "cmdSaveScheme_LostFocus"); }
+void frmWizard::cmdSaveScheme_LostFocus() {
+  ErrorFrame f(kLoc + "cmdSaveScheme_LostFocus");
+}
 
-void frmWizard::Form_KeyDown(int32_t, int32_t) { ErrorFrame f(kLoc + "Form_KeyDown"); }
+void frmWizard::Form_KeyDown(int32_t, int32_t) {
+  ErrorFrame f(kLoc + "Form_KeyDown");
+}
 
-void frmWizard::Form_Unload() { ErrorFrame f(kLoc + "Form_Unload"); }
+void frmWizard::Form_Unload() {
+  ErrorFrame f(kLoc + "Form_Unload");
+}
 
 }  // namespace dossync::wizard

@@ -153,7 +153,7 @@ class frmWizard : public IWizardForm {
   void userFocus(Control* c);
   void userClick(Control& c);
   void userType(Control& c, const std::string& text);
-  void userPick(int32_t listIndex);               // cboSavedScheme
+  void userPick(int32_t listIndex);                 // cboSavedScheme
   void userCheck(int32_t nodeIndex, bool checked);  // tvwContacts
   void userClose();                                 // the window's close box
   void userKeyDown(int32_t keyCode, int32_t shift);

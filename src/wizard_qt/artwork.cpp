@@ -69,7 +69,8 @@ void drawGlyph(QPainter& p, int number, const QRectF& box) {
         if (i != 2) {
           p.setPen(QPen(QColor(30, 150, 70), 3, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
           QPolygonF tick;
-          tick << QPointF(c.x() - 30, y + 7) << QPointF(c.x() - 26, y + 11) << QPointF(c.x() - 20, y + 2);
+          tick << QPointF(c.x() - 30, y + 7) << QPointF(c.x() - 26, y + 11)
+               << QPointF(c.x() - 20, y + 2);
           p.drawPolyline(tick);
         }
         p.setPen(Qt::NoPen);
@@ -133,7 +134,8 @@ QPixmap stepPicture(int number, int width, int height) {
   f.setPixelSize(22);
   p.setFont(f);
   p.setPen(kDeep);
-  p.drawText(QRectF(badge.x() - 20, badge.y() - 20, 40, 40), Qt::AlignCenter, QString::number(number));
+  p.drawText(QRectF(badge.x() - 20, badge.y() - 20, 40, 40), Qt::AlignCenter,
+             QString::number(number));
   return pm;
 }
 

@@ -12,7 +12,9 @@ namespace {
 
 constexpr auto kPumpInterval = std::chrono::milliseconds(30);
 
-QString q(const std::string& s) { return QString::fromStdString(s); }
+QString q(const std::string& s) {
+  return QString::fromStdString(s);
+}
 
 }  // namespace
 
@@ -37,12 +39,14 @@ bool QtMessageBox::askYesNo(const std::string& text, int32_t, const ObjectPtr& o
   shown_.push_back(text);
   if (automatic_) return answerYes_;
   return QMessageBox::question(ownerWidget(owner), QApplication::applicationDisplayName(), q(text),
-                               QMessageBox::Yes | QMessageBox::No, QMessageBox::No) ==
-         QMessageBox::Yes;
+                               QMessageBox::Yes | QMessageBox::No,
+                               QMessageBox::No) == QMessageBox::Yes;
 }
 
 QtProgressDialog::QtProgressDialog() = default;
-QtProgressDialog::~QtProgressDialog() { *alive_ = false; }
+QtProgressDialog::~QtProgressDialog() {
+  *alive_ = false;
+}
 
 void QtProgressDialog::setMessage(const std::string& text) {
   message_ = text;
@@ -121,7 +125,8 @@ void QtHostUi::setMousePointer(int32_t pointer) {
 }
 
 void installQtServices() {
-  platform::registerClass(kProgressDialogClass, [] { return std::make_shared<QtProgressDialog>(); });
+  platform::registerClass(kProgressDialogClass,
+                          [] { return std::make_shared<QtProgressDialog>(); });
   apartment().hostUi = std::make_shared<QtHostUi>();
 }
 

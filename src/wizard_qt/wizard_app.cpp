@@ -17,7 +17,8 @@
 namespace dossync::qt {
 
 int withQtApplication(bool offscreen, const std::function<int()>& body) {
-  if (offscreen && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+  if (offscreen && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+    qputenv("QT_QPA_PLATFORM", "offscreen");
   static int argc = 1;
   static char name[] = "dossync";
   static char* argv[] = {name, nullptr};
@@ -58,7 +59,8 @@ std::string categoryWithCompanies(wizard::TreeView& t, const char* childPrefix) 
 
 }  // namespace
 
-std::vector<std::string> renderScreenshots(clsOutlookSynchronization& component, const std::string& dir,
+std::vector<std::string> renderScreenshots(clsOutlookSynchronization& component,
+                                           const std::string& dir,
                                            std::function<void(QtWizard&)> setup) {
   std::filesystem::create_directories(dir);
   std::vector<std::string> written;

@@ -26,7 +26,8 @@ class QtWizard;
 int withQtApplication(bool offscreen, const std::function<int()>& body);
 void runWizardWindow(clsOutlookSynchronization& component,
                      std::function<void(QtWizard&)> setup = {});
-std::vector<std::string> renderScreenshots(clsOutlookSynchronization& component, const std::string& dir,
+std::vector<std::string> renderScreenshots(clsOutlookSynchronization& component,
+                                           const std::string& dir,
                                            std::function<void(QtWizard&)> setup = {});
 
 }  // namespace dossync::qt

@@ -27,20 +27,24 @@ using wizard::ControlKind;
 
 constexpr auto kPaintInterval = std::chrono::milliseconds(30);
 
-QString q(const std::string& s) { return QString::fromStdString(s); }
+QString q(const std::string& s) {
+  return QString::fromStdString(s);
+}
 
 }  // namespace
 
-WizardDialog::WizardDialog(wizard::frmWizard& form, QWidget* parent) : QDialog(parent), form_(form) {
+WizardDialog::WizardDialog(wizard::frmWizard& form, QWidget* parent)
+    : QDialog(parent), form_(form) {
   setFixedSize(wizard::kFormWidth, wizard::kFormHeight);
   setWindowFlag(Qt::WindowContextHelpButtonHint, false);
   build();
   form_.tree().setObserver(this);
-  focusConnection_ = connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* now) {
-    if (syncing_) return;
-    auto it = controls_.find(now);
-    if (it != controls_.end()) forward([&] { form_.userFocus(it->second); });
-  });
+  focusConnection_ =
+      connect(qApp, &QApplication::focusChanged, this, [this](QWidget*, QWidget* now) {
+        if (syncing_) return;
+        auto it = controls_.find(now);
+        if (it != controls_.end()) forward([&] { form_.userFocus(it->second); });
+      });
   syncFromModel();
 }
 
@@ -75,20 +79,23 @@ void WizardDialog::build() {
       case ControlKind::CommandButton: {
         auto* button = new QPushButton(parent);
         button->setAutoDefault(false);
-        connect(button, &QPushButton::clicked, this, [this, &c] { forward([&] { form_.userClick(c); }); });
+        connect(button, &QPushButton::clicked, this,
+                [this, &c] { forward([&] { form_.userClick(c); }); });
         w = button;
         break;
       }
       case ControlKind::OptionButton: {
         auto* radio = new QRadioButton(parent);
         radio->setAutoExclusive(false);
-        connect(radio, &QRadioButton::clicked, this, [this, &c] { forward([&] { form_.userClick(c); }); });
+        connect(radio, &QRadioButton::clicked, this,
+                [this, &c] { forward([&] { form_.userClick(c); }); });
         w = radio;
         break;
       }
       case ControlKind::CheckBox: {
         auto* box = new QCheckBox(parent);
-        connect(box, &QCheckBox::clicked, this, [this, &c] { forward([&] { form_.userClick(c); }); });
+        connect(box, &QCheckBox::clicked, this,
+                [this, &c] { forward([&] { form_.userClick(c); }); });
         w = box;
         break;
       }
@@ -103,9 +110,8 @@ void WizardDialog::build() {
       }
       case ControlKind::ComboBox: {
         auto* combo = new QComboBox(parent);
-        connect(combo, &QComboBox::activated, this, [this](int index) {
-          forward([&] { form_.userPick(index); });
-        });
+        connect(combo, &QComboBox::activated, this,
+                [this](int index) { forward([&] { form_.userPick(index); }); });
         w = combo;
         break;
       }
@@ -289,8 +295,10 @@ void WizardDialog::nodeAdded(const wizard::TreeNode& n) {
   it->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable);
   it->setIcon(0, iconFor(n.image, n.selectedImage));
   it->setCheckState(0, Qt::Unchecked);
-  if (n.parent) item(n.parent)->addChild(it);
-  else tree_->addTopLevelItem(it);
+  if (n.parent)
+    item(n.parent)->addChild(it);
+  else
+    tree_->addTopLevelItem(it);
   items_.push_back(it);
   applyNode(it, n);
   syncing_ = was;
@@ -327,8 +335,10 @@ void WizardDialog::showModal(const ObjectPtr& ownerWindow) {
 }
 
 void WizardDialog::unload() {
-  if (inModalLoop_) done(0);
-  else hide();
+  if (inModalLoop_)
+    done(0);
+  else
+    hide();
 }
 
 void WizardDialog::refresh() {
@@ -349,7 +359,9 @@ void WizardDialog::keyPressEvent(QKeyEvent* event) {
   if (event->key() != Qt::Key_Escape) QDialog::keyPressEvent(event);
 }
 
-QtWizard::QtWizard() : dialog_(std::make_unique<WizardDialog>(*this)) { setView(dialog_.get()); }
+QtWizard::QtWizard() : dialog_(std::make_unique<WizardDialog>(*this)) {
+  setView(dialog_.get());
+}
 
 QtWizard::~QtWizard() {
   setView(nullptr);

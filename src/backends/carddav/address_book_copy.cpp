@@ -114,9 +114,8 @@ bool AddressBookCopy::followed(const std::string& href) const {
 
 RuntimeError AddressBookCopy::outside(const std::string& href, const std::string& file) const {
   return RuntimeError(kServerRejected,
-                      "The card " + file + " is known at " + href +
-                          ", outside the address book " + reader_->collectionUrl() +
-                          "; not sent there",
+                      "The card " + file + " is known at " + href + ", outside the address book " +
+                          reader_->collectionUrl() + "; not sent there",
                       "carddav");
 }
 

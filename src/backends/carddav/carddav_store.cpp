@@ -57,8 +57,8 @@ std::shared_ptr<outlook::Application> makeCardDavApplication(
   auto conflict =
       settings.serverWinsConflicts ? vdir::CardConflict::Theirs : vdir::CardConflict::Mine;
   vdir::MirrorLogon logon = [url, options, copies, warn, conflict](const std::string& profile,
-                                                   const fs::path& profileDir,
-                                                   const std::string& password) {
+                                                                   const fs::path& profileDir,
+                                                                   const std::string& password) {
     auto& copy = (*copies)[profile];
     if (!copy) {
       DavOptions o = options;

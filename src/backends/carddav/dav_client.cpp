@@ -433,8 +433,9 @@ struct DavClient::Impl {
     // Without a password the user's ~/.netrc is asked (libcurl's own reading of it); libcurl
     // looks a user's password up there only when the user is named in the URL.
     const bool netrc = options.password.empty();
-    curl_easy_setopt(h, CURLOPT_URL,
-                     (netrc && !options.user.empty() ? withUser(r.url, options.user) : r.url).c_str());
+    curl_easy_setopt(
+        h, CURLOPT_URL,
+        (netrc && !options.user.empty() ? withUser(r.url, options.user) : r.url).c_str());
     if (r.method == "GET") {
       curl_easy_setopt(h, CURLOPT_HTTPGET, 1L);
       curl_easy_setopt(h, CURLOPT_CUSTOMREQUEST, nullptr);
@@ -547,9 +548,9 @@ struct DavClient::Impl {
     }
     // The number says the server refused; what to do depends on why: a fault of the server
     // (5xx but "not implemented") may pass, a missing card is not found.
-    Remedy remedy = x.status >= 500 && x.status != 501      ? Remedy::kRetryLater
+    Remedy remedy = x.status >= 500 && x.status != 501   ? Remedy::kRetryLater
                     : x.status == 404 || x.status == 410 ? Remedy::kNotFound
-                                                          : Remedy::kRefused;
+                                                         : Remedy::kRefused;
     throw RuntimeError(kServerRejected, remedy,
                        "The server at " + url + " refused " + x.request.method + " (" +
                            x.statusText() + ")" + (said.empty() ? "" : ": " + said),
@@ -582,9 +583,11 @@ struct DavClient::Impl {
   }
 
   Request putRequest(const Put& p, const std::string& target) const {
-    Request r{
-        "PUT", target, p.body, {"Content-Type: " + p.contentType + "; charset=utf-8", "Expect:"},
-        false};
+    Request r{"PUT",
+              target,
+              p.body,
+              {"Content-Type: " + p.contentType + "; charset=utf-8", "Expect:"},
+              false};
     if (!p.ifMatch.empty()) {
       r.headers.push_back("If-Match: " + p.ifMatch);
     } else if (p.create) {

@@ -12,8 +12,8 @@
 // Hrefs are what the server lists (usually absolute paths such as /alice/book/abc.vcf);
 // urlOf turns one into a URL on the collection's server. The credentials never leave the
 // collection's origin: a request to a URL on another scheme, host or port is not sent
-// (kServerRejected naming it); `contains` tells the hrefs inside the collection itself. Etags are kept as the server sent them,
-// quotes included, and sent back the same way.
+// (kServerRejected naming it); `contains` tells the hrefs inside the collection itself. Etags are
+// kept as the server sent them, quotes included, and sent back the same way.
 //
 // Failures throw RuntimeError, its description naming the URL and what the server said:
 //   kLogonFailed         401, or 403 to probe (the first request a client makes)

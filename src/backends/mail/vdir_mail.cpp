@@ -60,7 +60,8 @@ std::string newMailId() {
 Expected<std::string> readWholeFile(const std::string& path) {
   std::error_code ec;
   if (!fs::is_regular_file(path, ec)) {
-    if (fs::exists(path, ec)) return RuntimeError(kFileNotFound, Remedy::kFixInput, "not a regular file");
+    if (fs::exists(path, ec))
+      return RuntimeError(kFileNotFound, Remedy::kFixInput, "not a regular file");
     return RuntimeError(kFileNotFound, "no such file");
   }
   std::ifstream in(path, std::ios::binary);

@@ -77,11 +77,12 @@ namespace {
 bool autoNumbered(OdbcEngine& engine, const std::string& table, const std::string& column) {
   SQLHSTMT stmt = SQL_NULL_HSTMT;
   if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_STMT, engine.connection(), &stmt))) return false;
-  WString sql = wide("SELECT " + accessQuote(column) + " FROM " + accessQuote(table) + " WHERE 1 = 0;");
+  WString sql =
+      wide("SELECT " + accessQuote(column) + " FROM " + accessQuote(table) + " WHERE 1 = 0;");
   SQLLEN autoUnique = SQL_FALSE;
   bool ok = SQL_SUCCEEDED(SQLPrepareW(stmt, wptr(sql), SQL_NTS)) &&
-            SQL_SUCCEEDED(SQLColAttributeW(stmt, 1, SQL_DESC_AUTO_UNIQUE_VALUE, nullptr, 0,
-                                           nullptr, &autoUnique));
+            SQL_SUCCEEDED(SQLColAttributeW(stmt, 1, SQL_DESC_AUTO_UNIQUE_VALUE, nullptr, 0, nullptr,
+                                           &autoUnique));
   SQLFreeHandle(SQL_HANDLE_STMT, stmt);
   return ok && autoUnique == SQL_TRUE;
 }

@@ -86,10 +86,10 @@ std::string driverName(Flavour flavour) {
     if (driverInstalled(name)) return name;
     tried += (tried.empty() ? "\"" : ", \"") + name + "\"";
   }
-  throw RuntimeError(kProviderNotFound,
-                     std::string("No ODBC driver for ") +
-                         (flavour == Flavour::Access ? "Access (Jet) databases" : "SQLite databases") +
-                         " is installed (tried " + tried + ")");
+  throw RuntimeError(kProviderNotFound, std::string("No ODBC driver for ") +
+                                            (flavour == Flavour::Access ? "Access (Jet) databases"
+                                                                        : "SQLite databases") +
+                                            " is installed (tried " + tried + ")");
 }
 
 bool driverInstalled(const std::string& name) {

@@ -17,8 +17,8 @@
 #include <unordered_map>
 
 #include "backends/odbc/odbc_internal.h"
-#include "backends/sql/sqlite_schema.h"
 #include "backends/sql/dialect.h"
+#include "backends/sql/sqlite_schema.h"
 #include "backends/sql/tokenizer.h"
 #include "base/error.h"
 #include "base/utf16.h"
@@ -375,8 +375,8 @@ class OdbcStatement : public sql::EngineStatement {
     return busy() ? Step::Stale : Step::Failed;
   }
   // Every parameter bound by its type: for Jet, integers that fit as SQL_INTEGER (the Access
-  // driver has no SQL_BIGINT) and Yes/No values as bits; for an Access file, dates as timestamps. A parameter the
-  // driver refuses is an error naming the statement.
+  // driver has no SQL_BIGINT) and Yes/No values as bits; for an Access file, dates as timestamps. A
+  // parameter the driver refuses is an error naming the statement.
   void bindAll() {
     bound_.assign(markers_.size(), Bound{});
     const bool jet = engine_.jetSql();
@@ -384,7 +384,8 @@ class OdbcStatement : public sql::EngineStatement {
       size_t n = static_cast<size_t>(markers_[m]);
       Bound& b = bound_[m];
       const Stored v = n >= 1 && n <= params_.size() ? params_[n - 1] : Stored{};
-      const sql::ColumnKind kind = n >= 1 && n <= kinds_.size() ? kinds_[n - 1] : sql::ColumnKind::Other;
+      const sql::ColumnKind kind =
+          n >= 1 && n <= kinds_.size() ? kinds_[n - 1] : sql::ColumnKind::Other;
       auto number = static_cast<SQLUSMALLINT>(m + 1);
       SQLRETURN rc = SQL_SUCCESS;
       if (jet && v.type == Stored::Int && kind == sql::ColumnKind::Boolean) {
@@ -397,16 +398,16 @@ class OdbcStatement : public sql::EngineStatement {
                               &b.i32, 0, &b.indicator);
       } else if (jet && v.type == Stored::Int) {  // beyond a Long: Jet keeps it as a Double
         b.r = static_cast<double>(v.i);
-        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_DOUBLE, SQL_DOUBLE, 15, 0,
-                              &b.r, 0, &b.indicator);
+        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_DOUBLE, SQL_DOUBLE, 15, 0, &b.r,
+                              0, &b.indicator);
       } else if (v.type == Stored::Int) {
         b.i = v.i;
-        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_SBIGINT, SQL_BIGINT, 0, 0,
-                              &b.i, 0, &b.indicator);
+        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_SBIGINT, SQL_BIGINT, 0, 0, &b.i,
+                              0, &b.indicator);
       } else if (v.type == Stored::Real) {
         b.r = v.r;
-        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_DOUBLE, SQL_DOUBLE, 15, 0,
-                              &b.r, 0, &b.indicator);
+        rc = SQLBindParameter(stmt_, number, SQL_PARAM_INPUT, SQL_C_DOUBLE, SQL_DOUBLE, 15, 0, &b.r,
+                              0, &b.indicator);
       } else if (flavour_ == Flavour::Access && v.type == Stored::Text &&
                  kind == sql::ColumnKind::DateTime && timestampOf(v.s, b.date)) {
         // (A SQLite file keeps its dates as text.)
@@ -652,7 +653,8 @@ void OdbcEngine::rollback() {
 
 uint64_t OdbcEngine::dataVersion() {
   if (jet_) return ++looks_;
-  if (!impl_->version) impl_->version = std::make_unique<OdbcStatement>(*this, "PRAGMA data_version;");
+  if (!impl_->version)
+    impl_->version = std::make_unique<OdbcStatement>(*this, "PRAGMA data_version;");
   uint64_t version = 0;
   if (impl_->version->step() == Step::Row)
     version = static_cast<uint64_t>(impl_->version->column(0).i);

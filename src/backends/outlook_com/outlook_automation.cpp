@@ -60,8 +60,7 @@ class ContactItem final : public ItemOf<outlook::ContactItem> {
   // Outlook's object model guard: reading these raises the address book warning.
   bool guarded(outlook::ContactProperty p) const override {
     using P = outlook::ContactProperty;
-    return p == P::Email1Address || p == P::Email2Address || p == P::Email3Address ||
-           p == P::Body;
+    return p == P::Email1Address || p == P::Email2Address || p == P::Email3Address || p == P::Body;
   }
   int32_t Gender() const override { return d_.get("Gender").toInt32(); }
   void setGender(int32_t gender) override { d_.put("Gender", Variant(gender)); }

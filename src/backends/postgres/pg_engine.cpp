@@ -422,7 +422,8 @@ bool PgEngine::beginWriting() {
 void PgEngine::letWritersGo() {
   if (!writersLock_ || PQtransactionStatus(conn_) != PQTRANS_IDLE) return;
   writersLock_ = false;
-  Result(PQexec(conn_, ("SELECT pg_advisory_unlock(" + std::to_string(kWritersLock) + ");").c_str()));
+  Result(
+      PQexec(conn_, ("SELECT pg_advisory_unlock(" + std::to_string(kWritersLock) + ");").c_str()));
 }
 
 Expected<void> PgEngine::commit() {

@@ -49,7 +49,9 @@ void DataAccess::endPreview() {
   if (db_) db_->endPreview();
 }
 
-bool DataAccess::previewing() { return db_ && db_->previewing(); }
+bool DataAccess::previewing() {
+  return db_ && db_->previewing();
+}
 
 void DataAccess::closeDatabase() {
   recordsets_.clear();

@@ -238,8 +238,9 @@ void Database::endSnapshot() {
   if (writes > 0) indexes_.clear();
   if (writes > 0)
     throw RuntimeError(kDiskIO, done.error().remedy(),
-                       "The last " + std::to_string(writes) + " changes could not be committed to '" +
-                           path() + "': " + done.error().description());
+                       "The last " + std::to_string(writes) +
+                           " changes could not be committed to '" + path() +
+                           "': " + done.error().description());
 }
 
 void Database::dropGroup() {
@@ -268,7 +269,7 @@ void Database::holdWrites() {
   noticeLostTransaction();
   if (snapshotOpen_ && (groupedWrites_ > 0 || writesHeld_)) return;  // the group has the lock
   flushUpdate();
-  if (snapshotOpen_) endSnapshot();  // reads only: nothing to commit
+  if (snapshotOpen_) endSnapshot();      // reads only: nothing to commit
   if (engine_->inTransaction()) return;  // the caller's own
   if (!engine_->beginWriting()) return;
   snapshotOpen_ = true;
@@ -476,7 +477,8 @@ void Database::indexInsert(const TableInfo& table, int64_t rowid,
     if (!v) return nullptr;
     ColumnKind kind = table.columns[static_cast<size_t>(column)].kind;
     bool text = kind == ColumnKind::Text || kind == ColumnKind::Memo;
-    return (text && v->type == Stored::Text) || (kind == ColumnKind::Integer && v->type == Stored::Int)
+    return (text && v->type == Stored::Text) ||
+                   (kind == ColumnKind::Integer && v->type == Stored::Int)
                ? &*v
                : nullptr;
   };
@@ -511,7 +513,8 @@ void Database::beginPreview() {
   if (preview_) return;
   endSnapshot();
   if (!engine_->begin())
-    throw RuntimeError(kDiskIO, "Cannot begin a preview on '" + path() + "': " + engine_->lastErrorText());
+    throw RuntimeError(kDiskIO,
+                       "Cannot begin a preview on '" + path() + "': " + engine_->lastErrorText());
   preview_ = true;
 }
 

@@ -215,7 +215,7 @@ class Database {
   bool snapshotReads_ = false;
   bool snapshotOpen_ = false;
   bool groupWrites_ = false;
-  int groupedWrites_ = 0;  // in the open snapshot
+  int groupedWrites_ = 0;    // in the open snapshot
   bool writesHeld_ = false;  // the open snapshot holds the writers' lock (holdWrites)
   struct LoggedWrite {
     std::string sql;
@@ -226,7 +226,7 @@ class Database {
   bool savepoint_ = false;  // set in the open snapshot for the record
   int recordStartWrites_ = 0;
   size_t recordStartLog_ = 0;
-  int lostWrites_ = 0;      // grouped writes the engine undid on its own, not told yet
+  int lostWrites_ = 0;  // grouped writes the engine undid on its own, not told yet
   std::string lostReason_;
   void noticeLostTransaction();
   void setSavepoint();

@@ -173,7 +173,9 @@ std::string jetRejects(const std::string& sql) {
   std::vector<Token> tokens;
   for (const Token& t : tokenize(sql))
     if (!t.blank()) tokens.push_back(t);
-  auto at = [&](size_t k, std::string_view text) { return k < tokens.size() && tokens[k].is(text); };
+  auto at = [&](size_t k, std::string_view text) {
+    return k < tokens.size() && tokens[k].is(text);
+  };
   for (size_t k = 0; k < tokens.size(); ++k) {
     const Token& t = tokens[k];
     if (t.kind == Token::Name && t.is("\"")) return "a double-quoted name";

@@ -37,8 +37,8 @@ CursorShape::CursorShape(std::shared_ptr<const TableInfo> info, const TableQuery
   wherePrefix = q.where.empty() ? "" : "(" + q.where + ") AND ";
   if (jet) {  // Jet has no LIMIT; the lowest key is one row (NULL when there is none)
     nextSql = "SELECT MIN(" + key + ") FROM " + t + " WHERE " + wherePrefix + key + " > ?1;";
-    firstSql = "SELECT MIN(" + key + ") FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) +
-               ";";
+    firstSql =
+        "SELECT MIN(" + key + ") FROM " + t + (q.where.empty() ? "" : " WHERE " + q.where) + ";";
   } else {
     nextSql = "SELECT " + key + " FROM " + t + " WHERE " + wherePrefix + key + " > ?1 ORDER BY " +
               key + " LIMIT 1;";
@@ -666,7 +666,8 @@ void ResultRecordset::setNew(const std::string& field, const std::string& value)
 }
 
 void ResultRecordset::saveNew() {
-  if (pending_.empty()) throw RuntimeError(kNoCurrentRecord, "No new row of \"" + sql_ + "\" to save");
+  if (pending_.empty())
+    throw RuntimeError(kNoCurrentRecord, "No new row of \"" + sql_ + "\" to save");
   std::vector<std::optional<Stored>> row = pending_;
   int counter = table_->counterColumn();
   if (counter >= 0) {  // numbered here, so that the row read back holds its number

@@ -18,7 +18,7 @@ namespace dossync::sql {
 struct CursorShape {
   CursorShape(std::shared_ptr<const TableInfo> table, const TableQuery& query, bool jet = false);
   std::shared_ptr<const TableInfo> table;
-  bool jet;  // the engine's SQL is Jet's (Engine::jetSql)
+  bool jet;                            // the engine's SQL is Jet's (Engine::jetSql)
   std::string wherePrefix;             // "(where) AND " or ""
   std::string firstSql;                // the first row
   std::string nextSql;                 // the next row after ?1

@@ -39,7 +39,7 @@ struct TableWords {
   const char* integer;
   const char* date;
   const char* boolean;
-  const char* memo;  // text of any length
+  const char* memo;              // text of any length
   const char* text = "VARCHAR";  // text of at most n characters, as text(n)
 };
 std::string createTableSql(const store::TableDef& table, const TableWords& words);

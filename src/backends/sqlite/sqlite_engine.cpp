@@ -126,9 +126,8 @@ SqliteEngine::SqliteEngine(const std::string& path, bool create)
   // savepoint copies every page the record changes that its group had changed before (40 or
   // so a new client): kept in memory up to 4 MiB instead of the default 64 KiB, they are not
   // written to a temporary file, one write per page, on every record.
-  static const bool configured =
-      sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0) == SQLITE_OK &&
-      sqlite3_config(SQLITE_CONFIG_STMTJRNL_SPILL, 4 << 20) == SQLITE_OK;
+  static const bool configured = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0) == SQLITE_OK &&
+                                 sqlite3_config(SQLITE_CONFIG_STMTJRNL_SPILL, 4 << 20) == SQLITE_OK;
   (void)configured;
   int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
   int rc = sqlite3_open_v2(path.c_str(), &db_, flags, nullptr);
@@ -221,10 +220,10 @@ bool SqliteEngine::beginWriting() {
 Expected<void> SqliteEngine::commit() {
   if (runRaw(commit_, "COMMIT;")) return {};
   int code = sqlite3_errcode(db_) & 0xff;
-  RuntimeError why(kDiskIO,
-                   code == SQLITE_BUSY || code == SQLITE_LOCKED ? Remedy::kRetryLater
-                                                                : Remedy::kInternal,
-                   sqlite3_errmsg(db_));
+  RuntimeError why(
+      kDiskIO,
+      code == SQLITE_BUSY || code == SQLITE_LOCKED ? Remedy::kRetryLater : Remedy::kInternal,
+      sqlite3_errmsg(db_));
   if (!sqlite3_get_autocommit(db_)) sqlite3_exec(db_, "ROLLBACK;", nullptr, nullptr, nullptr);
   return why;
 }

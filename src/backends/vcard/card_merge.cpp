@@ -9,9 +9,7 @@
 #include "base/value.h"
 
 namespace dossync::vdir {
-namespace {
-
-}  // namespace
+namespace {}  // namespace
 
 // One property as a line of its meaning: names folded, parameters and their values sorted,
 // each ';'-part of the value unescaped, empty parts at the end left out.
@@ -63,8 +61,8 @@ bool sameCardMeaning(std::string_view a, std::string_view b) {
   }
 }
 
-std::string mergeCardChanges(std::string_view base, std::string_view mine,
-                             std::string_view theirs, CardConflict conflict) {
+std::string mergeCardChanges(std::string_view base, std::string_view mine, std::string_view theirs,
+                             CardConflict conflict) {
   ContactCard before;
   try {
     if (!base.empty()) before = ContactCard(parseVcard(base));

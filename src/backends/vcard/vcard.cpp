@@ -469,9 +469,7 @@ std::string readableText(std::string_view text, bool* changed) {
 
 std::string escapeText(std::string_view text) {
   // One pass over the text (find_first_of would search the five characters for each of it).
-  auto special = [](char c) {
-    return c == '\\' || c == ',' || c == ';' || c == '\n' || c == '\r';
-  };
+  auto special = [](char c) { return c == '\\' || c == ',' || c == ';' || c == '\n' || c == '\r'; };
   if (std::none_of(text.begin(), text.end(), special)) return std::string(text);
   std::string out;
   out.reserve(text.size() + 8);

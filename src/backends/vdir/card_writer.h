@@ -23,8 +23,8 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <memory>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -116,17 +116,17 @@ class CardWriter {
   std::condition_variable work_;  // the writer waits for jobs
   std::condition_variable room_;  // the owner waits for room in the queue, or for the end
   std::deque<Job> queue_;
-  bool writing_ = false;        // the writer thread is writing a job
-  std::string writerFile_;      // the file it is writing
-  std::string ownerFile_;       // the file the owner writes while it drains
-  bool ownerWaits_ = false;     // the owner waits in drain() or for room: wake it
+  bool writing_ = false;     // the writer thread is writing a job
+  std::string writerFile_;   // the file it is writing
+  std::string ownerFile_;    // the file the owner writes while it drains
+  bool ownerWaits_ = false;  // the owner waits in drain() or for room: wake it
   bool stopping_ = false;
   bool urgent_ = false;  // the owner waits for every job to be done
   std::vector<Result> done_;
   DirTime known_;
   int ownWrites_ = 0;                // files being written here now
   bool ownWritesFromKnown_ = false;  // the folder's time was known_ when the first began
-  size_t unflushed_ = 0;  // files written since the last flushAhead
+  size_t unflushed_ = 0;             // files written since the last flushAhead
   std::chrono::steady_clock::time_point lastFlush_;
   std::thread thread_;
 };

@@ -156,7 +156,8 @@ class ContactFolder : public IdleTask, public std::enable_shared_from_this<Conta
 
   bool built_ = false;
   Entries entries_;
-  std::vector<const std::string*> order_;  // the walk: the entries' names in order, made when needed
+  std::vector<const std::string*>
+      order_;  // the walk: the entries' names in order, made when needed
   bool orderStale_ = true;
   FileIndex filesById_;
   FileIndex filesByFileAs_;

@@ -30,8 +30,8 @@ void deleteTree(const std::wstring& key) {
 std::wstring defaultValue(const std::wstring& key) {
   wchar_t text[80] = {};
   DWORD bytes = sizeof text - sizeof(wchar_t);
-  if (RegGetValueW(HKEY_CLASSES_ROOT, key.c_str(), nullptr, RRF_RT_REG_SZ, nullptr, text,
-                   &bytes) != ERROR_SUCCESS)
+  if (RegGetValueW(HKEY_CLASSES_ROOT, key.c_str(), nullptr, RRF_RT_REG_SZ, nullptr, text, &bytes) !=
+      ERROR_SUCCESS)
     return {};
   return text;
 }

@@ -2,8 +2,8 @@
 // and DllUnregisterServer of any of our servers: CLSID\{clsid} (description, InprocServer32 =
 // the DLL's path with ThreadingModel Apartment, ProgID, Version, Programmable, and TypeLib when
 // the class has a type library) and the ProgID key with its CLSID. Unregistering removes the
-// CLSID tree, and the ProgID tree only while its CLSID value still names the class. Both answer an HRESULT (SELFREG_E_CLASS when a key cannot be written) and
-// never throw. Thread use: any.
+// CLSID tree, and the ProgID tree only while its CLSID value still names the class. Both answer an
+// HRESULT (SELFREG_E_CLASS when a key cannot be written) and never throw. Thread use: any.
 #pragma once
 
 #include <windows.h>

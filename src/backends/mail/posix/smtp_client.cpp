@@ -154,9 +154,10 @@ void sendSmtp(const SmtpServer& server, const std::string& sender,
   CURLcode rc = curl_easy_perform(c);
   if (rc == CURLE_OK) return;
   if (rc == CURLE_USE_SSL_FAILED && tlsForLogon)
-    throw fail("the server offers no TLS (STARTTLS), and the password is not sent over a "
-               "connection without it; use smtps://, or log on without TLS by setting the "
-               "account's \"starttls\" to false (dossync account set --starttls never)");
+    throw fail(
+        "the server offers no TLS (STARTTLS), and the password is not sent over a "
+        "connection without it; use smtps://, or log on without TLS by setting the "
+        "account's \"starttls\" to false (dossync account set --starttls never)");
   std::string what = errorText[0] ? errorText : curl_easy_strerror(rc);
   while (!what.empty() && (what.back() == '\n' || what.back() == '\r')) what.pop_back();
   const std::string& answer =
