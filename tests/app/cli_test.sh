@@ -23,8 +23,7 @@ has garbage-host-message "$(err)" "The outlook synchronization was not able to a
 check demo-data 0 "$bin" demo-data "$work/d1.db" --companies 30 --seed 5
 "$bin" demo-data "$work/d2.db" --companies 30 --seed 5 >/dev/null
 [[ "$(sqlite3 "$work/d1.db" .dump)" == "$(sqlite3 "$work/d2.db" .dump)" ]] && ok || bad "demo-data not deterministic"
-# 30 companies, none with two default contacts, each with its detail rows, some loose contacts
-# and some nested categories.
+# companies, companies with two default contacts, detail rows, loose contacts?, nested categories?
 same "demo data" "$(sqlite3 "$work/d1.db" "SELECT (SELECT count(*) FROM Companies),
   (SELECT count(*) FROM (SELECT CompanyNum FROM Contacts WHERE DefaultContact=1 GROUP BY CompanyNum HAVING count(*) > 1)),
   (SELECT count(*) FROM ClientData c JOIN WSIB_EHTInfo w ON w.WSIB_EHTInfoID = c.ClientDataID),
@@ -32,8 +31,7 @@ same "demo data" "$(sqlite3 "$work/d1.db" "SELECT (SELECT count(*) FROM Companie
   (SELECT count(*) > 0 FROM Categories WHERE CategoryNum IN (SELECT CategoryID FROM Categories WHERE CategoryNum IS NOT NULL));")" \
   "30|0|30|1|1"
 
-# contacts put then show gives back each kind of property exactly (text, numbers, dates; that
-# every property survives the store is ContactStoreTest's), and another process sees it.
+# contacts put then show (another process) gives back text, numbers and dates exactly.
 store="vdir:$work/store"
 cat >"$work/contact.json" <<'JSON'
 {"FirstName": "Zoë", "LastName": "O'Brien; Jr, \\ \"x\"", "FileAs": "[O'Brien] \"Zoë\"",

@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Hostile or odd input on the command line: a FIFO among the cards, cards that are not UTF-8 or
-# hold a NUL byte, and JSON nested deep enough to exhaust a recursive reader.
+# Hostile input: a FIFO among the cards, cards not UTF-8 or with a NUL, JSON nested very deep.
 source "$(dirname "$0")/check_lib.sh"
 ol=(--outlook "vdir:$work/ol")
 run() { timeout 20 "$bin" "$@" >"$work/out" 2>"$work/err"; echo $?; }

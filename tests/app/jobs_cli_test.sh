@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# The version, named jobs from a config file in the test's own XDG_CONFIG_HOME (paths relative
-# to the file, command-line options over the job's, -q and -v, the last outcome in `jobs`,
-# `jobs add`, errors that name file, line and key, `run --all`'s exit code), and demo-data's
-# refusal to fill a practice that has companies.
+# The version, demo-data's refusal to fill a practice that has companies, and named jobs from a
+# config file: relative paths, options over the job's, `jobs`, `jobs add`, errors, `run --all`.
 source "$(dirname "$0")/check_lib.sh"
 conf="$XDG_CONFIG_HOME/dossync/config.toml"
 mkdir -p "$XDG_CONFIG_HOME/dossync/practice"
@@ -26,8 +24,7 @@ check demo-data-append 0 "$bin" demo-data "$h" --companies 6 --seed 3 --append
 same "appended, names unique, categories kept" "$(sqlite3 "$h" "SELECT count(*), count(DISTINCT CompanyName),
   (SELECT count(*) = count(DISTINCT CategoryName) FROM Categories), (SELECT count(*) FROM HostCategory) FROM Companies;")" "12|12|1|1"
 
-# A job whose paths are relative to the config file, run from elsewhere: its select is
-# replaced by the command line's.
+# Paths relative to the config file, run from elsewhere.
 cat >"$conf" <<'EOF'
 # the office's jobs
 [jobs.office]

@@ -1,12 +1,8 @@
 #!/usr/bin/env bash
-# "dossync sync --two-way" end to end, on real files and servers: the store is the vCard folder,
-# or with DOSSYNC_TEST_STORE=carddav an address book on Radicale (store_lib.sh); the databases
-# are SQLite files, or with DOSSYNC_TEST_HOST=postgres databases on PostgreSQL (host_lib.sh).
-# A quiet run changes nothing anywhere; conflicts under both rules; records new on either side
-# made once; deletions on each side, the refusal of a mass deletion and --force;
-# --restore-deleted; the first run after one-way runs; the preview is the report; usage errors.
-# (Changes on each side and on both merged in one run, a change of case and the quiet run after
-# them: TwoWayTest.ChangesOnEachSideMeetInOneRunAndAQuietRunWritesNothing.)
+# "sync --two-way" end to end (store_lib.sh, host_lib.sh): quiet runs, conflicts under both rules,
+# new records made once, deletions, a mass deletion refused and --force, --restore-deleted, the
+# first run after one-way runs, the preview is the report, usage errors. (Changes on both sides
+# in one run: TwoWayTest.ChangesOnEachSideMeetInOneRunAndAQuietRunWritesNothing.)
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
 source "$(dirname "$0")/host_lib.sh"
@@ -25,8 +21,7 @@ put() { "$bin" contacts put "${ol[@]}" --json - >/dev/null; }
 name_of() { hq "SELECT \"CompanyName\" FROM \"Companies\" WHERE \"CompanyID\" = $1;"; }
 # Everything a run may change: the host's rows, the pairs, the cards.
 state() { echo "$(host_dump "$h") $(host_dump "$s") $(cd "$cards" && cat ./*.vcf 2>/dev/null | md5sum)"; }
-# The records of a report or preview (--json): kind, key, name, action, changes, conflicts; the
-# entry ids new items get differ between the two.
+# The records of a report or preview (--json), but the entry ids new items get.
 plan_of() {
   jq -c '.records[] | [.kind, .key, .name, .action, [.changes[] | [.target, .field, .old, .new]],
     .conflicts, .notes]' "$1" | sed 's/preview-[0-9]*//g'
