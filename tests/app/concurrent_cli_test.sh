@@ -71,8 +71,7 @@ same "companies and contacts" "$(hq 'SELECT count(*) FROM "Companies";')|$(hq 'S
   "$((companies + n))|$((contacts + n))"
 [[ -e "$work/Temp.mdb" ]] && bad "Temp.mdb left behind" || ok
 
-# Both with one synchronisation database that neither finds: it is made once, and holds both.
-# Then again, on what these runs paired: updated in place, nothing duplicated or lost.
+# One synchronisation database neither finds, made once for both; then again on what they paired.
 rm -rf "$work/out"
 for round in "one database" again; do
   before
@@ -96,8 +95,7 @@ same "two bringing in: contacts" "$(hq 'SELECT count(*) FROM "Contacts";')" $((c
 same "two bringing in: others at their companies" "$(hq "SELECT count(*) FROM \"Contacts\" c JOIN \"Companies\" k ON k.\"CompanyID\" = c.\"CompanyNum\"
   WHERE c.\"FirstName\" = 'Other' AND k.\"CompanyName\" = 'Other Co ' || substr(c.\"LastName\", 7);")" "$n"
 
-# Two people bringing the same changed cards in at once (each paired with them under a scheme of
-# their own): both write the same contacts; both end well and the host holds the change.
+# The same changed cards brought in at once under two schemes: the host holds the change.
 sed -i 's/^\(FN:Card Person\([0-9]*\)\)\(\r\?\)$/\1\3\nTITLE:Boss \2\3/' "$work"/in/default/contacts/*.vcf
 both "same changes" --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 2 -- \
   --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 3

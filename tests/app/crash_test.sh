@@ -53,10 +53,8 @@ for name in [n for n in os.listdir(folder) if n.endswith(".vcf")]:
     m = re.search(r"^ORG[^:]*:[^\r\n]*#(\d+)", text, re.M)
     if m and m.group(1) in want:
         city = want[m.group(1)]
-        if adr.search(text):
-            put(name, adr.sub(lambda a: a.group(1) + city, text, 1))
-        else:
-            put(name, text.replace("\r\nEND:VCARD", "\r\nADR;TYPE=WORK:;;;%s;;;\r\nEND:VCARD" % city))
+        put(name, adr.sub(lambda a: a.group(1) + city, text, 1) if adr.search(text) else
+            text.replace("\r\nEND:VCARD", "\r\nADR;TYPE=WORK:;;;%s;;;\r\nEND:VCARD" % city))
 for _, uid, name in [p for p in lines if p[0] == "NEW"]:
     put(uid + ".vcf", "BEGIN:VCARD\r\nVERSION:3.0\r\nUID:%s\r\nFN:%s\r\nORG:%s;\r\n"
         "ADR;TYPE=WORK:;;1 Main Street;Kingston;ON;K7L 1A1;Canada\r\nEND:VCARD\r\n" % (uid, name.strip(), name.strip()))

@@ -67,8 +67,7 @@ if command -v desktop-file-validate >/dev/null; then
     "$(desktop-file-validate "$prefix/share/applications/dossync-wizard.desktop" 2>&1)" ""
 fi
 
-# Only the wizard's program loads Qt: dossync runs it from its own folder, and says
-# where it looked when it is not there.
+# Only the wizard's program loads Qt; dossync says where it looked for it.
 needed=$(readelf -d "$dossync" | grep NEEDED)
 [[ $needed != *libQt6* ]] && ok || bad "dossync needs Qt: $needed"
 rm "$prefix/bin/dossync-wizard"

@@ -54,11 +54,10 @@ check jobs 0 "$bin" jobs
 has "jobs: office's last run" "$(grep '^office ' "$work/stdout")" "done  12 records"
 has "jobs: idle never ran" "$(grep '^idle ' "$work/stdout")" "never run"
 
-# jobs add keeps what the file holds and writes paths that do not depend on the folder.
 check jobs-add 0 "$bin" jobs add third --host-db config/dossync/practice/h.db --sync-db s3.db --two-way --info 7
-has "comment kept" "$(cat "$conf")" "# the office's jobs"
-has "path made absolute" "$(cat "$conf")" "sync-db = '$work/s3.db'"
-has "flag as true" "$(cat "$conf")" "two-way = true"
+for kept in "# the office's jobs" "sync-db = '$work/s3.db'" "two-way = true"; do
+  has "jobs add: comment kept, path made absolute, flag as true" "$(cat "$conf")" "$kept"
+done
 check jobs-add-twice 64 "$bin" jobs add third --host-db x.db --sync-db y.db
 check jobs-add-password 64 "$bin" jobs add fourth --host-db x.db --sync-db y.db --password secret
 has "password refused" "$(err)" "--password-file"
@@ -69,8 +68,7 @@ printf '\n[jobs.broken]\nhost-db = "practice/h.db"\nsync-db = "practice/s.db"\nd
 check run-all 64 "$bin" run --all -q
 [[ "$("$bin" jobs | grep '^idle ')" != *"never run"* ]] && ok || bad "run --all skipped idle"
 has "names the failed job" "$(err)" "job broken"
-# A run that ends before its report still shows in `jobs`, with what its exit code means, over
-# the report of an earlier run.
+# A run that ends before its report shows in `jobs`, over an earlier report, with its exit code.
 has "jobs: a run that ended before its report" "$("$bin" jobs | grep '^broken ')" "its options were refused (exit 64), no report"
 check run-missing-host 2 "$bin" run office -q --host-db "$work/missing/h.db"
 has "jobs: a failure after a report" "$("$bin" jobs | grep '^office ')" "could not begin"

@@ -73,8 +73,7 @@ fails() {  # fails NAME TEXT_IN_ERROR MAIL_ARGUMENTS...
 }
 fails "refused recipient" "550 5.1.1" --to refuse-me@example.org
 
-# Nothing listens on the port: the command fails naming the server, the message stays in
-# outbox/ with its Bcc.
+# Nothing listens: the error names the server, and the message stays in outbox/ with its Bcc.
 closed=$("$py" -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 account "$closed"
 fails "refused connection" "127.0.0.1:$closed" --to jane@example.org --bcc hidden@example.org

@@ -10,7 +10,7 @@ h="$work/h.db" s="$work/s.db"
 hq() { sqlite3 "$h" "$1"; }
 sync() { "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress "$@"; }
 # Every file of the run's world by content, but the server's log and what reading fills.
-files() {
+world() {
   (cd "$work" && find . -type f ! -name radicale.log ! -path '*/.Radicale.cache/*' \
     ! -name carddav-state ! -path './out/*' -print0 | sort -z | xargs -0 md5sum)
 }
@@ -27,26 +27,14 @@ action() { jq -r --arg k "$2" '[.records[] | select(.key == $k) | .action] | fir
 actions() { jq -c '.summary | [.records, .listed, .actions["create-item", "update-item", "pair-only", "nothing"]]' "$1"; }
 field() { jq -r --arg k "$2" --arg f "$3" '.records[] | select(.key == $k) | .[$f] | if type == "array" then .[] else . end' "$1"; }
 count() { jq -r --arg c "$2" '.summary[$c]' "$1"; }
-preview_then_run() {  # NAME ARGS...: the preview changes nothing, the run does what it showed
-  local name=$1; shift
-  local before; before=$(files); local w; w=$(writes)
-  sync "$@" --preview --json >"$work/out/$name-preview.json"; same "$name preview exit" $? 0
-  same "$name preview changes no file" "$(files)" "$before"
-  same "$name preview makes no write request" "$(writes)" "$w"
-  sync "$@" --json >"$work/out/$name-report.json"; same "$name run exit" $? 0
-  run_writes=$(($(writes) - w))
-  same "$name report is the preview" "$(plan_of "$work/out/$name-report.json")" \
-    "$(plan_of "$work/out/$name-preview.json")"
-}
 
-# Host to Outlook: updates, creates, an unchanged item and rows not chosen (counted, listed only
-# with --all). Of two companies of one name the second finds the first's item by name, in the
-# preview as in the run: one item paired with two companies, warned.
+# Host to Outlook (the unchanged item and rows not chosen listed with --all only); of two
+# companies of one name, the second finds the first's item by name: paired twice, warned.
 sync --select 1,2,3 >/dev/null
 hq "UPDATE Companies SET City = 'Gatineau' WHERE CompanyID = 2;"
 hq "INSERT INTO Companies (CompanyID, CompanyName, City) VALUES (9, 'Twin Ltd.', 'Laval'), (10, 'Twin Ltd.', 'Hull');"
 sync --select 1,2,4,5,9,10 --preview --all --json >"$work/out/all.json"
-preview_then_run to-outlook --select 1,2,4,5,9,10
+preview_then_run to-outlook 0 sync --select 1,2,4,5,9,10
 p="$work/out/to-outlook-preview.json"
 listed() { jq -r '[.records[] | "\(.key) \(.action) \(.foundBy)"] | join(", ")' "$1"; }
 same "listed" "$(listed "$p")" "2 update-item mapping, 4 create-item none, 5 create-item none, \
@@ -66,32 +54,30 @@ sync --select 10 --preview --json >"$work/out/late.json"
 has "late warning on a record not listed" "$(field "$work/out/late.json" 9 warnings)" 'also paired with company 10 "Twin Ltd."'
 same "listed in its place" "$(jq -c '[.records[].key]' "$work/out/late.json")" '["6","7","8","9","10"]'
 same "report show last is the run's report" "$("$bin" report show last "${ol[@]}" --json | plan_of /dev/stdin)" \
-  "$(plan_of "$work/out/to-outlook-report.json")"
+  "$(plan_of "$work/out/to-outlook.json")"
 
-# Outlook to host: a new contact makes a company; it stays paired with -1, so the next run makes
-# it again, and both the preview and the report count it.
+# Outlook to host: a new contact makes a company paired with -1, made again each run, counted.
 put() { "$bin" contacts put "${ol[@]}" --json -; }
 jane=$(put <<<'{"FullName": "Jane Q Public", "FirstName": "Jane", "LastName": "Public", "CompanyName": "Public Works", "BusinessAddressCity": "Ottawa"}')
-preview_then_run from-outlook --direction 3 --select "$jane"
-same "company made" "$(action "$work/out/from-outlook-report.json" "$jane")" create-company
-same "to make again next run" "$(count "$work/out/from-outlook-report.json" companiesToCreateAgain)" 1
-preview_then_run again --direction 3 --select "$jane"
-same "made again" "$(count "$work/out/again-report.json" companiesCreatedAgain)" 1
+preview_then_run from-outlook 0 sync --direction 3 --select "$jane"
+same "company made" "$(action "$work/out/from-outlook.json" "$jane")" create-company
+same "to make again next run" "$(count "$work/out/from-outlook.json" companiesToCreateAgain)" 1
+preview_then_run again 0 sync --direction 3 --select "$jane"
+same "made again" "$(count "$work/out/again.json" companiesCreatedAgain)" 1
 
 # --pair-created pairs the item with the company made: the next run updates it.
 ann=$(put <<<'{"FullName": "Ann Lee", "CompanyName": "Lee Bakery"}')
 sync --direction 3 --select "$ann" --pair-created >/dev/null
-preview_then_run paired --direction 3 --select "$ann" --pair-created
+preview_then_run paired 0 sync --direction 3 --select "$ann" --pair-created
 same "updated, not made again" "$(action "$work/out/paired-preview.json" "$ann")" "(not listed)"
 same "one Lee Bakery" "$(hq "SELECT count(*) FROM Companies WHERE CompanyName = 'Lee Bakery';")" 1
 
-# An item named like a host contact of another company: its company and its contact are found by
-# name, and the contact's company is not the item's: warned.
+# An item named like a host contact of another company: both found by name, warned.
 IFS='|' read -r other_co someone <<<"$(hq "SELECT c.CompanyName, p.DisplayName FROM Companies c, Contacts p
   WHERE c.CompanyID = 3 AND p.CompanyNum = 4 LIMIT 1;")"
 stray=$(put <<<"{\"FullName\": \"$someone\", \"CompanyName\": \"$other_co\"}")
-preview_then_run stray --direction 3 --select "$stray"
-r="$work/out/stray-report.json"
+preview_then_run stray 0 sync --direction 3 --select "$stray"
+r="$work/out/stray.json"
 same "company and contact by name" "$(field "$r" "$stray" foundBy) $(field "$r" "$stray" contactFoundBy)" "name name"
 has "another company warned" "$(field "$r" "$stray" warnings)" "contact found by name at another company"
 same "name matches counted" "$(count "$r" nameMatches)" 2

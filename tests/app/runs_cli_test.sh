@@ -32,9 +32,9 @@ first=$!
 wait_for 60 "holds $first" || bad "the first run never held scheme 5: $(cat "$work/a.txt")"
 kill -STOP $first
 run "busy: gives up" 75 sync "${S[@]}" --scheme 5 --outlook "vdir:$work/out" --wait 0
-has "busy: names the holder" "$(err)" "(process $first on "
-has "busy: its start" "$(err)" ", started $(date -u +%Y-)"
-has "busy: what to do" "$(err)" "--wait SECONDS"
+for said in "(process $first on " ", started $(date -u +%Y-)" "--wait SECONDS"; do
+  has "busy: names the holder, its start, what to do" "$(err)" "$said"
+done
 "$bin" sync "${S[@]}" --scheme 5 --outlook "vdir:$work/out" --wait 120 >"$work/b.txt" 2>&1 &
 second=$!
 wait_for 60 'grep -qs "waiting up to 120 seconds" "$work/b.txt"'

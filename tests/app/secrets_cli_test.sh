@@ -76,8 +76,7 @@ shared=$(find "$s"* "$XDG_DATA_HOME" "$XDG_STATE_HOME" -type f -perm /077 2>/dev
 same "files readable by others" "$shared" ""
 (( $(find "$XDG_DATA_HOME" -type f -name '*.vcf' | wc -l) >= 120 )) && ok || bad "the copy was made"
 
-# A hostile server lists members on another origin (itself, named otherwise) and outside the
-# collection: dossync warns, and no request reaches them; its own cards still work.
+# A hostile server lists members on another origin and outside the book: warned, never asked.
 mkdir -p "$work/hostile"
 "$py" "$(dirname "$0")/../support/radicale_server.py" --hostile "$work/hostile" >/dev/null 2>&1 &
 hostile_pid=$!

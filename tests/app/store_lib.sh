@@ -33,3 +33,18 @@ else
   store_up() { rm "$cards" && mv "$cards.away" "$cards"; }
 fi
 writes() { grep -Ec '\] (PUT|DELETE|MKCOL|PROPPATCH|MOVE|COPY) request' "$work/radicale/radicale.log" 2>/dev/null || echo 0; }
+# preview_then_run NAME WANT COMMAND...: COMMAND --preview --json changes nothing (the test's
+# world) and writes nothing to the server; then COMMAND --json reports what it showed (the test's
+# plan_of). Both in $work/out/NAME{-preview,}.json; $run_writes, the run's writes.
+preview_then_run() {
+  local name=$1 want=$2 before w
+  shift 2
+  mkdir -p "$work/out"
+  before=$(world) w=$(writes)
+  "$@" --preview --json >"$work/out/$name-preview.json"; same "$name: preview exit" $? "$want"
+  same "$name: the preview changes nothing (files|writes)" "$(world)|$(writes)" "$before|$w"
+  "$@" --json >"$work/out/$name.json" 2>"$work/stderr"; same "$name: exit" $? "$want"
+  run_writes=$(($(writes) - w))
+  same "$name: the report is the preview" "$(plan_of "$work/out/$name.json")" \
+    "$(plan_of "$work/out/$name-preview.json")"
+}

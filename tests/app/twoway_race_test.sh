@@ -1,9 +1,8 @@
 #!/usr/bin/env bash
 # A two-way run against Radicale whose card another client changes between the run's read and
-# its write (radicale_server.py --race; the run's PUT then meets a 412): the server's card
-# is merged again, never overwritten; under --conflict outlook a field both changed keeps the
-# server's value, and the next run carries both changes to the host. (The host rule, at the
-# store: CardDavStoreTest.APropertyBothChangedKeepsTheValueTheRuleNames.)
+# its write (radicale_server.py --race; the run's PUT then meets a 412): the server's card is
+# merged again, never overwritten; a field both changed keeps the host's value under --conflict
+# host and the server's under --conflict outlook; the next run carries both changes to the host.
 export DOSSYNC_TEST_STORE=carddav
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
@@ -35,25 +34,28 @@ city='^(ADR[^:\r\n]*WORK[^:\r\n]*:[^;\r\n]*;[^;\r\n]*;[^;\r\n]*;)[^;\r\n]*'
 sync2; same "the first run" $? 0
 same "a card per company" "$(ls "$cards" | grep -c '\.vcf$')" 4
 
-# The host changes the office numbers of two companies; just before the run writes their cards,
-# the other client changes the city of the first and the number of the second.
-hq "UPDATE Companies SET OfficeNumber = '613-555-0101' WHERE CompanyID = 1;
-    UPDATE Companies SET OfficeNumber = '613-555-0201' WHERE CompanyID = 2;"
-printf '%s\t%s\t%s\n' "$(card_of 1)" "$city" "\\g<1>Server Town" \
-  "$(card_of 2)" "$tel" "\\g<1>613-999-0301" >"$work/race"
-sync2 --conflict outlook; same "the run" $? 0
-has "the server answered 412" "$(cat "$work/proxy.log")" " 412"
-same "both races happened" "$(grep -c '^RACE .* 20[14]$' "$work/proxy.log")" 2
-card=$(server_card 1)
-has "the run's change on the other client's card" "$card" "613-555-0101"
-has "the other client's change kept" "$card" "Server Town"
-has "a field both changed keeps the server's value" "$(server_card 2)" "613-999-0301"
-
-sync2 --conflict outlook; same "the next run" $? 0
-same "the other client's city reaches the host" "$(hq "SELECT City FROM Companies WHERE CompanyID = 1;")" \
-  "Server Town"
-same "the field both changed, in the host" "$(hq "SELECT OfficeNumber FROM Companies WHERE CompanyID = 2;")" \
-  613-999-0301
+# For each rule, the host changes the office numbers of companies a and b; just before the run
+# writes their cards, the other client changes the city of a and the number of b.
+for rule in host outlook; do
+  [[ $rule == host ]] && a=1 b=2 || a=3 b=4
+  hq "UPDATE Companies SET OfficeNumber = '613-555-010$a' WHERE CompanyID = $a;
+      UPDATE Companies SET OfficeNumber = '613-555-020$b' WHERE CompanyID = $b;"
+  printf '%s\t%s\t%s\n' "$(card_of $a)" "$city" "\\g<1>Server Town $a" \
+    "$(card_of $b)" "$tel" "\\g<1>613-999-030$b" >"$work/race"
+  : >"$work/proxy.log"
+  sync2 --conflict $rule; same "$rule: the run" $? 0
+  has "$rule: the server answered 412" "$(cat "$work/proxy.log")" " 412"
+  same "$rule: both races happened" "$(grep -c '^RACE .* 20[14]$' "$work/proxy.log")" 2
+  card=$(server_card $a)
+  has "$rule: the run's change on the other client's card" "$card" "613-555-010$a"
+  has "$rule: the other client's change kept" "$card" "Server Town $a"
+  [[ $rule == host ]] && want=613-555-020$b || want=613-999-030$b
+  has "$rule: a field both changed keeps the rule's value" "$(server_card $b)" "$want"
+  sync2 --conflict $rule; same "$rule: the next run" $? 0
+  same "$rule: the other client's city and the rule's value reach the host" \
+    "$(hq "SELECT City FROM Companies WHERE CompanyID = $a;")|$(hq "SELECT OfficeNumber FROM Companies WHERE CompanyID = $b;")" \
+    "Server Town $a|$want"
+done
 same "still a card per company" "$(ls "$cards" | grep -c '\.vcf$')" 4
 
 finish "two-way race"

@@ -215,10 +215,8 @@ def run_race(workdir, upstream, login):
     def call(method, path, headers, body):
         conn = http.client.HTTPConnection("127.0.0.1", upstream, timeout=60)
         conn.request(method, path, body=body, headers=headers)
-        resp = conn.getresponse()
-        data = resp.read()
-        conn.close()
-        return resp.status, resp.reason, resp.getheaders(), data
+        with conn.getresponse() as resp:
+            return resp.status, resp.reason, resp.getheaders(), resp.read()
 
     def race(path):
         race_file = os.path.join(workdir, "race")
