@@ -50,7 +50,7 @@ class WatchedOutlookTest : public ::testing::Test {
   }
   std::shared_ptr<outlook::Application> watched(bool preview, bool guarded) {
     std::shared_ptr<outlook::Application> app = vdir::makeVdirApplication(root.path());
-      auto guard = [this](outlook::ItemPtr item) -> outlook::ItemPtr {
+    auto guard = [this](outlook::ItemPtr item) -> outlook::ItemPtr {
       auto c = std::dynamic_pointer_cast<outlook::ContactItem>(item);
       return c ? std::make_shared<GuardedContact>(c, log) : item;
     };

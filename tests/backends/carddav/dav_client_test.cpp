@@ -213,12 +213,10 @@ TEST_F(DavClientTest, SyncCollectionReportsChangesSinceAToken) {
   EXPECT_NE(next.token, first.token);
 
   DavClient::SyncResult none = client->syncCollection(next.token);
-  EXPECT_TRUE(none.changed.empty());
-  EXPECT_TRUE(none.removed.empty());
+  EXPECT_TRUE(none.changed.empty() && none.removed.empty());
 
   DavClient::SyncResult refused = client->syncCollection("http://radicale.org/ns/sync/unknown");
-  EXPECT_TRUE(refused.tokenInvalid);
-  EXPECT_TRUE(refused.token.empty());
+  EXPECT_TRUE(refused.tokenInvalid && refused.token.empty());
 }
 
 // A busy server: 429 with Retry-After, waited for, then given up on.
