@@ -82,9 +82,7 @@ else
   listing=$(dpkg-deb -c "$deb" | awk '{ print $6 }')
   for f in "${files[@]}"; do grep -qxF "./usr/$f" <<<"$listing" && ok || bad "not in the .deb: $f"; done
   depends=$(dpkg-deb -f "$deb" Depends)
-  for lib in libc6 libqt6widgets6 libsqlite3-0 libpq5 libcurl4; do
-    has "Depends of the .deb" "$depends" "$lib"
-  done
+  for lib in libc6 libqt6widgets6 libsqlite3-0 libpq5 libcurl4; do has "Depends of the .deb" "$depends" "$lib"; done
   dpkg-deb -x "$deb" "$work/root"
   has "ExecStart in the .deb" "$(cat "$work/root/usr/lib/systemd/user/dossync@.service")" \
     "ExecStart=/usr/bin/dossync run %i"
