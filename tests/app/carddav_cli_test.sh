@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# End-to-end checks that only an address book on a CardDAV server has: the logon, the copy kept
-# between runs, a server lost during a run, and another CardDAV client (vdirsyncer) reading what
-# dossync wrote and writing what it reads. The server is a real Radicale on 127.0.0.1
-# (store_lib.sh).
+# What only an address book on a CardDAV server (Radicale, store_lib.sh) has: the logon, the copy
+# kept between runs, a server lost mid-run, another client (vdirsyncer) reading and writing it.
 export DOSSYNC_TEST_STORE=carddav
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
@@ -11,8 +9,7 @@ port=$(cat "$work/radicale/port")
 h="$work/h.db" s="$work/s.db"
 "$bin" init-host "$h" >/dev/null && "$bin" demo-data "$h" --companies 12 --seed 3 >/dev/null
 sync() { "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress "$@"; }
-# What the server says of the book (PROPFIND BOOK DEPTH PROPERTY): its sync token, which changes
-# with every write, and how many cards it holds.
+# The book's sync token (it changes with every write) and how many cards it holds.
 propfind() {
   curl -s -u alice:secret -X PROPFIND -H "Depth: $2" --data \
     "<propfind xmlns=\"DAV:\"><prop><$3/></prop></propfind>" "$store_url/$1/"
@@ -38,7 +35,6 @@ out=$(sync --select all)
 has "again: nothing to change" "$out" "create-item 0, update-item 0, pair-only 0, nothing 12,"
 same "a quiet run writes nothing" "$(token book)" "$before"
 
-# vdirsyncer downloads what dossync wrote.
 mkdir -p "$work/vs/status" "$work/vs/down" "$work/vs/up"
 vs_pair() {  # NAME BOOK: a folder $work/vs/NAME paired with the book
   printf '[pair %s]\na = "%s_local"\nb = "%s_remote"\ncollections = null\n' "$1" "$1" "$1"
@@ -52,7 +48,6 @@ vs() { vdirsyncer -c "$work/vs/config" "$@" >>"$work/vs/log" 2>&1; }
 vs discover down && vs sync down; same "vdirsyncer download" $? 0
 same "vdirsyncer got every card" "$(ls "$work/vs/down" | grep -c '\.vcf$')" 12
 
-# Cards another client uploads are found and brought into the host.
 for n in 1 2 3; do
   vcard other-$n "Other Person $n" "N:Person;Other $n;;;" "ORG:Other Co $n" "NICKNAME:o$n" >"$work/vs/up/other-$n.vcf"
 done
@@ -61,9 +56,8 @@ out=$("$bin" sync --host-db "$h" --sync-db "$work/s2.db" "${ol2[@]}" --no-progre
 has "their contacts come in" "$out" "create-company 3, update-company 0, nothing 0,"
 same "their companies" "$(sqlite3 "$h" "SELECT count(*) FROM Companies WHERE CompanyName LIKE 'Other Co %';")" 3
 
-# The server goes away in the middle of a run: exit 1, an error naming it, the failed records
-# counted and the others paired; once it is back, the next run makes the missing cards and no
-# card twice.
+# The server goes away mid-run: the failed records counted, the others paired; once it is back,
+# the next run makes the missing cards and no card twice.
 h3="$work/h3.db" s3="$work/s3.db"
 "$bin" demo-data "$h3" --companies 150 --seed 5 >/dev/null
 sync3() { "$bin" sync --host-db "$h3" --sync-db "$s3" "${ol2[@]}" --no-progress --select all; }

@@ -1,6 +1,5 @@
-# Shared by the command line test scripts, sourced first with dossync's path as $1: $bin, a work
-# folder $work removed on exit (on_exit CMD runs CMD before that, for servers the test started),
-# pass and fail counting and the closing line "NAME: N passed, N failed".
+# Sourced first by the command line tests, dossync's path as $1: $bin, a work folder $work removed
+# on exit (after the on_exit hooks), pass and fail counting and the closing line.
 set -uo pipefail
 bin=${bin:-${1:?usage: $0 PATH-OF-DOSSYNC}}
 work=${work:-$(mktemp -d)}
@@ -47,7 +46,6 @@ finish() {  # finish NAME: prints the closing line and answers whether all passe
   echo "$1: $passed passed, $failed failed"
   [[ $failed -eq 0 ]]
 }
-# For the tests that kill runs part-way.
 # demo_host PATH COMPANIES SEED: a demo host database whose company names are their own
 # ("... #ID"), so that a duplicate shows as a name seen twice.
 demo_host() {

@@ -23,8 +23,7 @@ has garbage-host-message "$(err)" "The outlook synchronization was not able to a
 check demo-data 0 "$bin" demo-data "$work/d1.db" --companies 30 --seed 5
 "$bin" demo-data "$work/d2.db" --companies 30 --seed 5 >/dev/null
 [[ "$(sqlite3 "$work/d1.db" .dump)" == "$(sqlite3 "$work/d2.db" .dump)" ]] && ok || bad "demo-data not deterministic"
-# 30 companies, none with two default contacts, each with its detail rows, some loose contacts
-# and some nested categories.
+# Companies, any with two default contacts, detail rows; loose contacts and nested categories?
 same "demo data" "$(sqlite3 "$work/d1.db" "SELECT (SELECT count(*) FROM Companies),
   (SELECT count(*) FROM (SELECT CompanyNum FROM Contacts WHERE DefaultContact=1 GROUP BY CompanyNum HAVING count(*) > 1)),
   (SELECT count(*) FROM ClientData c JOIN WSIB_EHTInfo w ON w.WSIB_EHTInfoID = c.ClientDataID),
@@ -32,8 +31,7 @@ same "demo data" "$(sqlite3 "$work/d1.db" "SELECT (SELECT count(*) FROM Companie
   (SELECT count(*) > 0 FROM Categories WHERE CategoryNum IN (SELECT CategoryID FROM Categories WHERE CategoryNum IS NOT NULL));")" \
   "30|0|30|1|1"
 
-# contacts put then show gives back each kind of property exactly (text, numbers, dates; that
-# every property survives the store is ContactStoreTest's), and another process sees it.
+# contacts put then show (another process) gives back text, numbers and dates exactly.
 store="vdir:$work/store"
 cat >"$work/contact.json" <<'JSON'
 {"FirstName": "Zoë", "LastName": "O'Brien; Jr, \\ \"x\"", "FileAs": "[O'Brien] \"Zoë\"",
@@ -51,5 +49,37 @@ check contacts-show-deleted 1 "$bin" contacts show "$id" --outlook "$store"
 echo '{"Nickname": "x"}' >"$work/bad.json"
 check contacts-unknown-property 1 "$bin" contacts put --outlook "$store" --json "$work/bad.json"
 has contacts-unknown-property-named "$(err)" "Nickname"
+
+# Hostile input: a FIFO among the cards, cards not UTF-8 or with a NUL, JSON nested very deep.
+ol=(--outlook "vdir:$work/ol")
+run() { timeout 20 "$bin" "$@" >"$work/out" 2>"$work/err"; echo $?; }
+
+for name in Alpha Omega; do
+  echo "{\"FileAs\": \"$name\", \"CompanyName\": \"$name Ltd\"}" | "$bin" contacts put "${ol[@]}" --json - >/dev/null
+done
+cards="$work/ol/default/contacts"
+
+# A FIFO under a card's name is passed over, not waited on.
+mkfifo "$cards/x.vcf"
+same "fifo: list does not hang" "$(run contacts list "${ol[@]}")" 0
+same "fifo: the cards still list" "$(wc -l <"$work/out")" 2
+
+# A card that is not UTF-8 lists with the others, its bad bytes as U+FFFD, its file named once.
+vcard latin "Caf$(printf '\xe9') Ol$(printf '\xe9')" 'N:;;;;' >"$cards/latin.vcf"
+# A NUL byte does not cut the value short.
+printf 'BEGIN:VCARD\r\nVERSION:3.0\r\nUID:nul\r\nFN:Jo\0e Bloggs\r\nN:;;;;\r\nEND:VCARD\r\n' >"$cards/nul.vcf"
+same "bad bytes: list --json exit" "$(run contacts list "${ol[@]}" --json)" 0
+names=$(python3 -c 'import json,sys; print("|".join(sorted(c["FullName"] for c in json.load(sys.stdin))))' <"$work/out")
+same "bad bytes: every card listed, bytes replaced" "$names" "||Caf� Ol�|Jo�e Bloggs"
+same "bad bytes: one warning per file" "$(grep -c 'not UTF-8' "$work/err")" 2
+for f in latin nul; do has "bad bytes: warning names $f.vcf" "$(cat "$work/err")" "$cards/$f.vcf"; done
+
+python3 -c 'print("{\"Body\": " + "[" * 100000 + "]" * 100000 + "}")' >"$work/deep.json"
+same "deep json: exit" "$(run contacts put "${ol[@]}" --json "$work/deep.json")" 1
+has "deep json: message" "$(cat "$work/err")" "nested more than"
+# A NUL given to put is refused, not written into a card.
+same "put NUL: exit" "$(echo '{"FileAs": "Nul", "Body": "a\u0000b"}' | run contacts put "${ol[@]}" --json -)" 1
+has "put NUL: message" "$(cat "$work/err")" "Body holds a NUL"
+same "deep json: nothing made" "$(ls "$cards" | grep -c '\.vcf$')" 5
 
 finish cli

@@ -1,10 +1,7 @@
 #!/usr/bin/env bash
-# Two synchronisations at the same moment on one host database: a host-to-Outlook run and an
-# Outlook-to-host run (each with its own synchronisation database, both made in one folder at
-# the same moment, then sharing one), and two host-to-Outlook runs of different schemes. Every
-# run succeeds and nothing of either is lost.
-# The host database is a SQLite file, or with DOSSYNC_TEST_HOST=postgres a database on a
-# PostgreSQL server (host_lib.sh); the synchronisation databases are files.
+# Two runs at once on one host database (SQLite, or PostgreSQL: host_lib.sh), in both directions
+# and of different schemes, with synchronisation databases of their own or shared: every run
+# succeeds and nothing of either is lost.
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/host_lib.sh"
 
@@ -14,10 +11,8 @@ h=$(host_make host) out="vdir:$work/out" in="vdir:$work/in"
 hq() { host_query "$h" "$1"; }
 companies=$(hq 'SELECT count(*) FROM "Companies";') contacts=$(hq 'SELECT count(*) FROM "Contacts";')
 
-# The cards the Outlook-to-host runs bring in, each a person at a company of their own: in the
-# store DIR, N people named FIRST PersonK at "FIRST Co K".
 n=150
-make_cards() {  # DIR FIRST
+make_cards() {  # DIR FIRST: in store DIR, n people "FIRST PersonK" at "FIRST Co K"
   echo "{\"FullName\": \"$2 Person1\", \"FirstName\": \"$2\", \"LastName\": \"Person1\", \"CompanyName\": \"$2 Co 1\"}" |
     "$bin" contacts put --outlook "vdir:$work/$1" --json - >/dev/null || bad "contacts put"
   for i in $(seq 2 $n); do
@@ -49,10 +44,8 @@ both() {
 cards() { ls "$work/${1:-out}/default/contacts" | grep -c '\.vcf$'; }
 q() { sqlite3 "$work/$1" "$2"; }
 walked() { sed -n 's/^records \([0-9]*\),.*/\1/p' "$work/$1.txt"; }
-# The host-to-Outlook run sends every company that was there when it began (its selection,
-# "all", is taken then); a company the other run adds meanwhile may be walked too, and is then
-# paired without a card (not selected). Every company walked is paired once, and every card
-# belongs to one company.
+# A host-to-Outlook run sends every company there when it began; one the other run adds meanwhile
+# may be walked too, then paired without a card (not selected).
 top=0
 before() { top=$(hq 'SELECT max("CompanyID") FROM "Companies";') before=$(hq 'SELECT count(*) FROM "Companies";'); }
 sent_out() {  # NAME DB SCHEME WALKED (before() called before the runs began)
@@ -78,8 +71,7 @@ same "companies and contacts" "$(hq 'SELECT count(*) FROM "Companies";')|$(hq 'S
   "$((companies + n))|$((contacts + n))"
 [[ -e "$work/Temp.mdb" ]] && bad "Temp.mdb left behind" || ok
 
-# Both with one synchronisation database that neither finds: it is made once, and holds both.
-# Then again, on what these runs paired: updated in place, nothing duplicated or lost.
+# One synchronisation database neither finds, made once for both; then again on what they paired.
 rm -rf "$work/out"
 for round in "one database" again; do
   before
@@ -103,8 +95,7 @@ same "two bringing in: contacts" "$(hq 'SELECT count(*) FROM "Contacts";')" $((c
 same "two bringing in: others at their companies" "$(hq "SELECT count(*) FROM \"Contacts\" c JOIN \"Companies\" k ON k.\"CompanyID\" = c.\"CompanyNum\"
   WHERE c.\"FirstName\" = 'Other' AND k.\"CompanyName\" = 'Other Co ' || substr(c.\"LastName\", 7);")" "$n"
 
-# Two people bringing the same changed cards in at once (each paired with them under a scheme of
-# their own): both write the same contacts; both end well and the host holds the change.
+# The same changed cards brought in at once under two schemes: the host holds the change.
 sed -i 's/^\(FN:Card Person\([0-9]*\)\)\(\r\?\)$/\1\3\nTITLE:Boss \2\3/' "$work"/in/default/contacts/*.vcf
 both "same changes" --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 2 -- \
   --direction 3 --outlook "$in" --sync-db "$work/s.db" --select all --scheme 3

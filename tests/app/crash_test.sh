@@ -1,13 +1,7 @@
 #!/usr/bin/env bash
-# Runs killed part-way (SIGKILL) and run again, on a practice of 2,000 companies.
-# One way, host to Outlook: three runs killed once they have written some cards, then a whole
-# one; no duplicate contact in the store, a mapping row for every company.
-# Two ways: the practice is synchronised both ways once; then, in each round, a few hundred
-# office numbers are changed in the host database and as many cities in the cards (never the
-# same company on both sides), new companies are added on each side, and a two-way run is killed
-# at random points twice before a whole run. After each round: one card per company, no company
-# or card twice, every pair one host record and one card, each edit on both sides.
-# Both databases sound at the end of each. (Outlook to host: reverse_crash_test.)
+# Runs of 2,000 companies killed part-way (SIGKILL), then run whole: one way (host to Outlook;
+# the other way: reverse_crash_test), and two ways after edits on both sides (never the same
+# company on both) and new companies on each. Nothing lost or made twice; databases sound.
 source "$(dirname "$0")/check_lib.sh"
 
 n=2000
@@ -41,9 +35,8 @@ t0=$(date +%s%N)
 run; same "a quiet run" $? 0
 full=$(($(date +%s%N) - t0))
 
-# Card edits as another program makes them: the business city of the cards of companies whose
-# number is in the list on standard input ("ID city" lines), written whole under a new name and
-# renamed over the card. New cards: NEW lines "uid name".
+# Card edits as another program makes them (written whole, renamed over the card): stdin lines
+# "ID city" set the business city of company ID's card; "NEW uid name" lines make new cards.
 cat >"$work/edit.py" <<'EOF'
 import os, re, sys
 folder, tmp = sys.argv[1], sys.argv[2]
@@ -60,10 +53,8 @@ for name in [n for n in os.listdir(folder) if n.endswith(".vcf")]:
     m = re.search(r"^ORG[^:]*:[^\r\n]*#(\d+)", text, re.M)
     if m and m.group(1) in want:
         city = want[m.group(1)]
-        if adr.search(text):
-            put(name, adr.sub(lambda a: a.group(1) + city, text, 1))
-        else:
-            put(name, text.replace("\r\nEND:VCARD", "\r\nADR;TYPE=WORK:;;;%s;;;\r\nEND:VCARD" % city))
+        put(name, adr.sub(lambda a: a.group(1) + city, text, 1) if adr.search(text) else
+            text.replace("\r\nEND:VCARD", "\r\nADR;TYPE=WORK:;;;%s;;;\r\nEND:VCARD" % city))
 for _, uid, name in [p for p in lines if p[0] == "NEW"]:
     put(uid + ".vcf", "BEGIN:VCARD\r\nVERSION:3.0\r\nUID:%s\r\nFN:%s\r\nORG:%s;\r\n"
         "ADR;TYPE=WORK:;;1 Main Street;Kingston;ON;K7L 1A1;Canada\r\nEND:VCARD\r\n" % (uid, name.strip(), name.strip()))
@@ -89,7 +80,6 @@ for round in 1 2 3; do
     for i in $(seq 1 20); do echo "NEW crash-new-$round-$i Card New $round-$i"; done
   } | edit_cards
 
-  # Two runs killed at random points, then a whole one.
   for k in 1 2; do
     kill_at=$(($(date +%s%N) + full * (10 + RANDOM % 120) / 100))
     kill_when '(($(date +%s%N) >= kill_at))' "${args[@]}" && killed=$((killed + 1))

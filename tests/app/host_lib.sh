@@ -1,11 +1,8 @@
-# The host database a command line test runs against (sourced after check_lib.sh, with $bin and
-# $work set): a SQLite file, or with DOSSYNC_TEST_HOST=postgres a database on a PostgreSQL 15
-# cluster started here (tests/support/postgres_server.py) and stopped on exit.
-# A server asked for but not installed skips the test (it passes).
-#   host_make NAME   prints the location of a new, empty host database NAME
-#   host_uri NAME    the location of database NAME on the server (made or not)
-#   host_query LOC SQL   runs SQL on it (names quoted as written: "Companies"), one row a line
-#   host_dump LOC    a digest of its rows (for a server: the sequences' values too)
+# The host database a command line test runs against (after check_lib.sh): a SQLite file, or
+# with DOSSYNC_TEST_HOST=postgres one on a PostgreSQL 15 cluster of its own (skipped, passing,
+# when PostgreSQL is not installed). host_make NAME prints a new empty database's location,
+# host_uri NAME a server database's; host_query LOC SQL (names quoted: "Companies"); host_dump
+# LOC, a digest of the rows (and the sequences).
 host_kind=${DOSSYNC_TEST_HOST:-sqlite}
 host_server=""
 on_exit 'stop "$host_server"'

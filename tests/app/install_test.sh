@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# What `cmake --install` and the Debian package hold: every file in its place, a manual page
-# that renders without warnings and has a part for every command, completions that complete,
-# units that systemd accepts, a desktop entry that validates; the .deb's files and Depends.
-#   install_test.sh BUILD_DIR
+# install_test.sh BUILD_DIR: what `cmake --install` and the .deb hold, each file usable by the
+# tools that read it (man, bash and zsh, systemd, desktop-file-validate, dpkg).
 build=$(cd "$1" && pwd)
 source "$(dirname "$0")/check_lib.sh"
 mkdir -p "$XDG_CONFIG_HOME/dossync"
@@ -18,8 +16,7 @@ cmake --install "$build" --prefix "$prefix" >"$work/install.log" 2>&1 || bad "cm
 for f in "${files[@]}"; do [[ -f $prefix/$f ]] && ok || bad "not installed: $f"; done
 dossync=$prefix/bin/dossync
 
-# The manual page: renders cleanly, with a part for every command the program has.
-# (wide enough that no line is wrapped and justified: the texts looked for keep their spaces)
+# Wide enough that no line is wrapped and justified: the texts looked for keep their spaces.
 page=$(MANWIDTH=400 man --warnings -l "$prefix/share/man/man1/dossync.1" 2>"$work/man.err" | col -b)
 same "man warnings" "$(cat "$work/man.err")" ""
 commands=$("$dossync" --help | awk '/^Subcommands:/ { on = 1; next } on && /^  [a-z]/ { print $1 }')
@@ -70,8 +67,7 @@ if command -v desktop-file-validate >/dev/null; then
     "$(desktop-file-validate "$prefix/share/applications/dossync-wizard.desktop" 2>&1)" ""
 fi
 
-# Only the wizard's program loads Qt: dossync runs it from its own folder, and says
-# where it looked when it is not there.
+# Only the wizard's program loads Qt; dossync says where it looked for it.
 needed=$(readelf -d "$dossync" | grep NEEDED)
 [[ $needed != *libQt6* ]] && ok || bad "dossync needs Qt: $needed"
 rm "$prefix/bin/dossync-wizard"
@@ -86,9 +82,7 @@ else
   listing=$(dpkg-deb -c "$deb" | awk '{ print $6 }')
   for f in "${files[@]}"; do grep -qxF "./usr/$f" <<<"$listing" && ok || bad "not in the .deb: $f"; done
   depends=$(dpkg-deb -f "$deb" Depends)
-  for lib in libc6 libqt6widgets6 libsqlite3-0 libpq5 libcurl4; do
-    has "Depends of the .deb" "$depends" "$lib"
-  done
+  for lib in libc6 libqt6widgets6 libsqlite3-0 libpq5 libcurl4; do has "Depends of the .deb" "$depends" "$lib"; done
   dpkg-deb -x "$deb" "$work/root"
   has "ExecStart in the .deb" "$(cat "$work/root/usr/lib/systemd/user/dossync@.service")" \
     "ExecStart=/usr/bin/dossync run %i"

@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# The version, named jobs from a config file in the test's own XDG_CONFIG_HOME (paths relative
-# to the file, command-line options over the job's, -q and -v, the last outcome in `jobs`,
-# `jobs add`, errors that name file, line and key, `run --all`'s exit code), and demo-data's
-# refusal to fill a practice that has companies.
+# The version, demo-data's refusal to fill a practice that has companies, and named jobs from a
+# config file: relative paths, options over the job's, `jobs`, `jobs add`, errors, `run --all`.
 source "$(dirname "$0")/check_lib.sh"
 conf="$XDG_CONFIG_HOME/dossync/config.toml"
 mkdir -p "$XDG_CONFIG_HOME/dossync/practice"
@@ -26,8 +24,7 @@ check demo-data-append 0 "$bin" demo-data "$h" --companies 6 --seed 3 --append
 same "appended, names unique, categories kept" "$(sqlite3 "$h" "SELECT count(*), count(DISTINCT CompanyName),
   (SELECT count(*) = count(DISTINCT CategoryName) FROM Categories), (SELECT count(*) FROM HostCategory) FROM Companies;")" "12|12|1|1"
 
-# A job whose paths are relative to the config file, run from elsewhere: its select is
-# replaced by the command line's.
+# Paths relative to the config file, run from elsewhere.
 cat >"$conf" <<'EOF'
 # the office's jobs
 [jobs.office]
@@ -57,11 +54,10 @@ check jobs 0 "$bin" jobs
 has "jobs: office's last run" "$(grep '^office ' "$work/stdout")" "done  12 records"
 has "jobs: idle never ran" "$(grep '^idle ' "$work/stdout")" "never run"
 
-# jobs add keeps what the file holds and writes paths that do not depend on the folder.
 check jobs-add 0 "$bin" jobs add third --host-db config/dossync/practice/h.db --sync-db s3.db --two-way --info 7
-has "comment kept" "$(cat "$conf")" "# the office's jobs"
-has "path made absolute" "$(cat "$conf")" "sync-db = '$work/s3.db'"
-has "flag as true" "$(cat "$conf")" "two-way = true"
+for kept in "# the office's jobs" "sync-db = '$work/s3.db'" "two-way = true"; do
+  has "jobs add: comment kept, path made absolute, flag as true" "$(cat "$conf")" "$kept"
+done
 check jobs-add-twice 64 "$bin" jobs add third --host-db x.db --sync-db y.db
 check jobs-add-password 64 "$bin" jobs add fourth --host-db x.db --sync-db y.db --password secret
 has "password refused" "$(err)" "--password-file"
@@ -72,8 +68,7 @@ printf '\n[jobs.broken]\nhost-db = "practice/h.db"\nsync-db = "practice/s.db"\nd
 check run-all 64 "$bin" run --all -q
 [[ "$("$bin" jobs | grep '^idle ')" != *"never run"* ]] && ok || bad "run --all skipped idle"
 has "names the failed job" "$(err)" "job broken"
-# A run that ends before its report still shows in `jobs`, with what its exit code means, over
-# the report of an earlier run.
+# A run that ends before its report shows in `jobs`, over an earlier report, with its exit code.
 has "jobs: a run that ended before its report" "$("$bin" jobs | grep '^broken ')" "its options were refused (exit 64), no report"
 check run-missing-host 2 "$bin" run office -q --host-db "$work/missing/h.db"
 has "jobs: a failure after a report" "$("$bin" jobs | grep '^office ')" "could not begin"

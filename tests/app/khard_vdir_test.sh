@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# A folder of cards as khard keeps it, used as the store as it is: the cards go among khard's,
-# dossync's own state under $XDG_STATE_HOME, and a company card edited with khard between two
-# runs is still the company's card.
+# khard's folder of cards as the store: the cards go among khard's, dossync's state elsewhere,
+# and a company card khard edits between two runs is still the company's card.
 if ! command -v khard >/dev/null; then
   echo "khard_vdir_test: khard is not installed (Debian: khard), skipped"
   exit 0
@@ -15,7 +14,6 @@ ol=(--outlook "vdir:$book")
 sync() { "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress --select all "$@"; }
 q() { sqlite3 "$h" "$1"; }
 
-# khard's own address book, with one person in it.
 printf 'First name: Jane\nLast name: Doe\nEmail:\n  work: jane@doe.example\n' >"$work/jane.yaml"
 kh new -a book -i "$work/jane.yaml" </dev/null >/dev/null 2>&1
 same "khard made its card" "$(ls "$book" | grep -c '\.vcf$')" 1

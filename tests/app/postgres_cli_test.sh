@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# End-to-end checks of the command line with the host database on a PostgreSQL server of the
-# test's own (tests/support/postgres_server.py): init-host, demo-data, check and both directions
-# of sync give what they give on a SQLite file.
+# The command line with the host database on a PostgreSQL server (host_lib.sh): init-host,
+# demo-data, check and sync both ways give what they give on a SQLite file.
 source "$(dirname "$0")/check_lib.sh"
 DOSSYNC_TEST_HOST=postgres source "$(dirname "$0")/host_lib.sh"
 h=$(host_make host1) h2=$(host_make host2) lite="$work/h.db"
@@ -27,7 +26,6 @@ same "missing database exit" $? 2
 has "missing database named" "$out" "Cannot open database '$(host_uri nosuch)'"
 [[ "$out" != *s3cret* ]] && ok || bad "password shown: $out"
 
-# Host to Outlook: the same cards from both engines (apart from identifiers).
 cards() {  # the cards of a folder, without what identifies or dates them, in one digest
   for f in $(find "$1" -name '*.vcf'); do
     grep -v '^UID\|^REV\|^PRODID' "$f" | tr -d '\r' | sort | md5sum
@@ -37,7 +35,6 @@ has "host to Outlook" "$(sync "$h" "$work/s1.db" ol1 --direction 2)" "records 50
 sync "$lite" "$work/s2.db" ol2 --direction 2 >/dev/null
 same "same cards as from SQLite" "$(cards "$work/ol1")" "$(cards "$work/ol2")"
 
-# Outlook to host, into an empty database on the server and an empty file.
 "$bin" init-host "$h2" >/dev/null
 "$bin" init-host "$work/h2.db" >/dev/null
 cp -r "$work/ol1" "$work/ol3"
@@ -51,9 +48,7 @@ same "same contacts as on SQLite" \
   "$(pq "$h2" "SELECT \"DisplayName\", to_char(\"Birthday\", 'YYYY-MM-DD'), \"DefaultContact\"::int FROM \"Contacts\" ORDER BY \"ContactID\";" | md5sum)" \
   "$(sqlite3 "$work/h2.db" 'SELECT DisplayName, Birthday, DefaultContact FROM Contacts ORDER BY ContactID;' | md5sum)"
 
-# Both databases on the server (as runs_cli_test and twoway_cli_test run them there too): a
-# table missing from the synchronisation database is made again; a database that is not there
-# is the failed-to-open path.
+# Both databases on the server: a missing table is made again; a missing database fails to open.
 s=$(host_make sync1)
 sync "$h" "$s" ol5 --direction 2 >/dev/null 2>&1
 pq "$s" 'DROP TABLE "OutlookScheme";'
@@ -75,8 +70,7 @@ for i in "${!pids[@]}"; do
 done
 same "made once" "$(cat "$work"/maker*.txt | grep -ci error)" 0
 
-# A preview with both databases on the server changes no row and takes no number from a
-# sequence (pg_dump's data, the sequences' values included, is the same afterwards).
+# A preview changes no row and takes no number from a sequence (pg_dump's data is the same).
 echo '{"FullName": "Nora New", "CompanyName": "New Co"}' |
   "$bin" contacts put --outlook "vdir:$work/ol5" --json - >/dev/null
 before="$(host_dump "$h") $(host_dump "$s")"

@@ -1,9 +1,7 @@
 #!/usr/bin/env bash
-# The preview and the report of a run, end to end: a preview changes no file (databases, cards,
-# the server's storage) and makes no request that writes; the run that follows reports exactly
-# the records and actions the preview showed, in both directions; a run's errors are in its
-# report with their record and location; --pair-created; old reports are let go.
-# The Outlook store: the vCard folder, or a CardDAV server (store_lib.sh).
+# Preview and report end to end (vCard folder or CardDAV server: store_lib.sh): a preview changes
+# no file and writes nothing; the run after it reports what it showed, both ways; errors with
+# their record and location; --pair-created; old reports let go.
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
 
@@ -11,53 +9,33 @@ h="$work/h.db" s="$work/s.db"
 "$bin" demo-data "$h" --companies 8 --seed 3 >/dev/null
 hq() { sqlite3 "$h" "$1"; }
 sync() { "$bin" sync --host-db "$h" --sync-db "$s" "${ol[@]}" --no-progress "$@"; }
-# Every file of the run's world by content, but the server's log and the caches reading fills
-# (the server's, and the sync state of the copy dossync keeps of a server's address book).
-files() {
+# Every file of the run's world by content, but the server's log and what reading fills.
+world() {
   (cd "$work" && find . -type f ! -name radicale.log ! -path '*/.Radicale.cache/*' \
     ! -name carddav-state ! -path './out/*' -print0 | sort -z | xargs -0 md5sum)
 }
 mkdir -p "$work/out"
-# The records of a preview and a report side by side: kind, key, name, chosen, action, how the
-# counterpart was found, changes, rows added, notes and warnings; the entry ids a new item gets
-# (and the pairings naming them) differ.
+# The records of a preview or report, but the entry ids new items get (they differ).
 plan_of() {
   jq -c '(.records[] | [.kind, .key, .name, .selected, .action, .foundBy, .contactFoundBy,
       [.changes[] | [.target, .field, .old, .new]], .added, .notes, .warnings]),
     (.summary | [.companiesCreatedAgain, .companiesToCreateAgain, .nameMatches,
       .itemsPairedTwice, .contactsAtAnotherCompany])' "$1"
 }
-# Of a report FILE: the action of record KEY; the counts; a FIELD of record KEY (a list one item
-# a line); a count of the summary.
+# Of a report FILE: record KEY's action; the counts; record KEY's FIELD; a summary count.
 action() { jq -r --arg k "$2" '[.records[] | select(.key == $k) | .action] | first // "(not listed)"' "$1"; }
 actions() { jq -c '.summary | [.records, .listed, .actions["create-item", "update-item", "pair-only", "nothing"]]' "$1"; }
 field() { jq -r --arg k "$2" --arg f "$3" '.records[] | select(.key == $k) | .[$f] | if type == "array" then .[] else . end' "$1"; }
 count() { jq -r --arg c "$2" '.summary[$c]' "$1"; }
-preview_then_run() {  # NAME ARGS...: the preview changes nothing, the run does what it showed
-  local name=$1; shift
-  local before; before=$(files); local w; w=$(writes)
-  sync "$@" --preview --json >"$work/out/$name-preview.json"; same "$name preview exit" $? 0
-  same "$name preview changes no file" "$(files)" "$before"
-  same "$name preview makes no write request" "$(writes)" "$w"
-  sync "$@" --json >"$work/out/$name-report.json"; same "$name run exit" $? 0
-  run_writes=$(($(writes) - w))
-  same "$name report is the preview" "$(plan_of "$work/out/$name-report.json")" \
-    "$(plan_of "$work/out/$name-preview.json")"
-}
 
-# Host to Outlook: three companies first, then all with one of them changed: updates, creates,
-# an unchanged item and the rows not chosen, paired all the same (those two counted, not
-# listed, but with --all). Of two companies of one name, the second finds the item the first
-# made (by its file-as name), in the preview as in the run: a pairing made by name, and one item
-# paired with two companies, both warned.
+# Host to Outlook (the unchanged item and rows not chosen listed with --all only); of two
+# companies of one name, the second finds the first's item by name: paired twice, warned.
 sync --select 1,2,3 >/dev/null
 hq "UPDATE Companies SET City = 'Gatineau' WHERE CompanyID = 2;"
 hq "INSERT INTO Companies (CompanyID, CompanyName, City) VALUES (9, 'Twin Ltd.', 'Laval'), (10, 'Twin Ltd.', 'Hull');"
 sync --select 1,2,4,5,9,10 --preview --all --json >"$work/out/all.json"
-preview_then_run to-outlook --select 1,2,4,5,9,10
+preview_then_run to-outlook 0 sync --select 1,2,4,5,9,10
 p="$work/out/to-outlook-preview.json"
-# Each record listed with its action and how its item was found (by its pairing, by name, none);
-# with --all, the unchanged item and the row not chosen as well.
 listed() { jq -r '[.records[] | "\(.key) \(.action) \(.foundBy)"] | join(", ")' "$1"; }
 same "listed" "$(listed "$p")" "2 update-item mapping, 4 create-item none, 5 create-item none, \
 6 pair-only none, 7 pair-only none, 8 pair-only none, 9 create-item none, 10 update-item name"
@@ -70,47 +48,43 @@ same "items paired twice" "$(count "$p" itemsPairedTwice)" 1
 [[ "$store_kind" == vdir || $run_writes -gt 0 ]] && ok || bad "the server logged none of the run's writes"
 hq "UPDATE Companies SET City = 'Hull' WHERE CompanyID = 2;"
 has "text form" "$(sync --select 2 --preview)" 'item BusinessAddressCity: "Gatineau" -> "Hull"'
-# The first twin, not chosen now and paired as it was, is not listed until the second is
-# paired with its item: then it is, in its place (after the rows not chosen that have no item),
-# with its warning.
+# The first twin, not chosen, is listed once the second is paired with its item: in its place
+# (after the rows not chosen that have no item), with its warning.
 sync --select 10 --preview --json >"$work/out/late.json"
 has "late warning on a record not listed" "$(field "$work/out/late.json" 9 warnings)" 'also paired with company 10 "Twin Ltd."'
 same "listed in its place" "$(jq -c '[.records[].key]' "$work/out/late.json")" '["6","7","8","9","10"]'
 same "report show last is the run's report" "$("$bin" report show last "${ol[@]}" --json | plan_of /dev/stdin)" \
-  "$(plan_of "$work/out/to-outlook-report.json")"
+  "$(plan_of "$work/out/to-outlook.json")"
 
-# Outlook to host: a new contact makes a company; it stays paired with -1, so the next run makes
-# it again, and both the preview and the report count it.
+# Outlook to host: a new contact makes a company paired with -1, made again each run, counted.
 put() { "$bin" contacts put "${ol[@]}" --json -; }
 jane=$(put <<<'{"FullName": "Jane Q Public", "FirstName": "Jane", "LastName": "Public", "CompanyName": "Public Works", "BusinessAddressCity": "Ottawa"}')
-preview_then_run from-outlook --direction 3 --select "$jane"
-same "company made" "$(action "$work/out/from-outlook-report.json" "$jane")" create-company
-same "to make again next run" "$(count "$work/out/from-outlook-report.json" companiesToCreateAgain)" 1
-preview_then_run again --direction 3 --select "$jane"
-same "made again" "$(count "$work/out/again-report.json" companiesCreatedAgain)" 1
+preview_then_run from-outlook 0 sync --direction 3 --select "$jane"
+same "company made" "$(action "$work/out/from-outlook.json" "$jane")" create-company
+same "to make again next run" "$(count "$work/out/from-outlook.json" companiesToCreateAgain)" 1
+preview_then_run again 0 sync --direction 3 --select "$jane"
+same "made again" "$(count "$work/out/again.json" companiesCreatedAgain)" 1
 
 # --pair-created pairs the item with the company made: the next run updates it.
 ann=$(put <<<'{"FullName": "Ann Lee", "CompanyName": "Lee Bakery"}')
 sync --direction 3 --select "$ann" --pair-created >/dev/null
-preview_then_run paired --direction 3 --select "$ann" --pair-created
+preview_then_run paired 0 sync --direction 3 --select "$ann" --pair-created
 same "updated, not made again" "$(action "$work/out/paired-preview.json" "$ann")" "(not listed)"
 same "one Lee Bakery" "$(hq "SELECT count(*) FROM Companies WHERE CompanyName = 'Lee Bakery';")" 1
 
-# An item named like a host contact of another company: its company and its contact are found by
-# name, and the contact's company is not the item's: warned.
+# An item named like a host contact of another company: both found by name, warned.
 IFS='|' read -r other_co someone <<<"$(hq "SELECT c.CompanyName, p.DisplayName FROM Companies c, Contacts p
   WHERE c.CompanyID = 3 AND p.CompanyNum = 4 LIMIT 1;")"
 stray=$(put <<<"{\"FullName\": \"$someone\", \"CompanyName\": \"$other_co\"}")
-preview_then_run stray --direction 3 --select "$stray"
-r="$work/out/stray-report.json"
+preview_then_run stray 0 sync --direction 3 --select "$stray"
+r="$work/out/stray.json"
 same "company and contact by name" "$(field "$r" "$stray" foundBy) $(field "$r" "$stray" contactFoundBy)" "name name"
 has "another company warned" "$(field "$r" "$stray" warnings)" "contact found by name at another company"
 same "name matches counted" "$(count "$r" nameMatches)" 2
 has "text form" "$("$bin" report show last "${ol[@]}")" 'warning: contact found by name at another company'
 
-# SIGTERM stops the run at the next record: what was done is committed and reported, marked
-# interrupted; the exit code says which signal. (On the vCard folder: the store does not change
-# it.)
+# SIGTERM stops the run at the next record: what was done committed and reported, marked
+# interrupted; the exit code says which signal. (The store does not change it: vCard folder only.)
 if [[ $store_kind == vdir ]]; then
   "$bin" demo-data "$work/int.db" --companies 3000 --seed 7 >/dev/null
   "$bin" sync --host-db "$work/int.db" --sync-db "$work/int-s.db" --outlook "vdir:$work/olint" \
@@ -126,14 +100,12 @@ if [[ $store_kind == vdir ]]; then
   same "its cards" "$(ls "$work/olint/default/contacts" | grep -c '\.vcf$')" "$records"
 fi
 
-# An error is in the report with its record and where it happened.
 hq "UPDATE Contacts SET Birthday = 'someday' WHERE CompanyNum = 1 AND DefaultContact = 1;"
 sync --select 1 >/dev/null 2>&1
 shown=$("$bin" report show last "${ol[@]}")
 has "error's record" "$shown" "company 1 "
 has "error's location" "$shown" "error 13 in kvoutlookdx.dll-clsOutlookSynchronization-createNewDossieraCompanyWithDefaultContactInOutlook"
 
-# Reports kept: the newest N, the one just written always.
 sync --select 1 --keep-reports 2 >/dev/null 2>&1
 same "reports kept" "$("$bin" report list "${ol[@]}" | wc -l)" 2
 has "no report: said so" "$("$bin" report show 19990101-000000 "${ol[@]}" 2>&1)" \

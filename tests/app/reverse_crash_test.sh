@@ -1,10 +1,8 @@
 #!/usr/bin/env bash
-# Outlook to host killed part-way (SIGKILL) several times, then run to completion: both
-# databases still sound, every Outlook contact is in the host once, and every client made is
-# whole: its client record, the eight detail rows, the columns from its card, and its contact
-# with both summaries. A company without a contact is whole only when it was made again for a
-# contact that was paired already (its company is paired with -1, so each run makes another):
-# a company of the same name then has the contact.
+# Outlook to host killed part-way (SIGKILL) several times, then run whole: databases sound, each
+# contact in the host once, each client whole (client record, eight detail rows, its card's
+# columns, a contact with both summaries). A company without a contact is whole only as one made
+# again (paired with -1) for a contact paired already: one of its name has the contact.
 source "$(dirname "$0")/check_lib.sh"
 
 n=2000

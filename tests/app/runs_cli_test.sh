@@ -1,10 +1,7 @@
 #!/usr/bin/env bash
-# Runs that must not harm: two runs of one scheme at once (the second waits for the first, or
-# gives up with exit 75 naming it); paths that name the wrong thing (a text file as the
-# synchronisation database, the two databases swapped, a store folder that is not there) are
-# refused before anything is written; and the messages say which option to correct.
-# The databases are SQLite files, or with DOSSYNC_TEST_HOST=postgres both databases on a
-# PostgreSQL server (host_lib.sh).
+# Runs that must not harm (databases on SQLite or PostgreSQL: host_lib.sh): two runs of one
+# scheme at once (the second waits, or gives up with exit 75 naming the first); paths naming the
+# wrong thing refused before anything is written; messages that name the option to correct.
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/host_lib.sh"
 
@@ -21,9 +18,8 @@ sync() { "$bin" sync "${S[@]}" "$@"; }
 cards() { ls "$work/$1/default/contacts" 2>/dev/null | grep -c '\.vcf$'; }
 sq() { host_query "$s" "$1"; }
 
-# ---- Two runs of scheme 5 into one store at once. The first is stopped (SIGSTOP) as soon as
-# it holds the scheme: one started meanwhile with --wait 0 gives up at once, naming it; one
-# with a wait says whom it waits for, and once the first goes on and ends, updates what it made.
+# ---- The first run stopped (SIGSTOP) once it holds scheme 5: another with --wait 0 gives up
+# naming it; one with a wait says whom it waits for, then updates what the first made.
 holds() {  # holds PID: the run PID holds scheme 5
   if [[ $host_kind == sqlite ]]; then
     grep -qs "^process $1 " "$s.scheme-5.lock"
@@ -36,9 +32,9 @@ first=$!
 wait_for 60 "holds $first" || bad "the first run never held scheme 5: $(cat "$work/a.txt")"
 kill -STOP $first
 run "busy: gives up" 75 sync "${S[@]}" --scheme 5 --outlook "vdir:$work/out" --wait 0
-has "busy: names the holder" "$(err)" "(process $first on "
-has "busy: its start" "$(err)" ", started $(date -u +%Y-)"
-has "busy: what to do" "$(err)" "--wait SECONDS"
+for said in "(process $first on " ", started $(date -u +%Y-)" "--wait SECONDS"; do
+  has "busy: names the holder, its start, what to do" "$(err)" "$said"
+done
 "$bin" sync "${S[@]}" --scheme 5 --outlook "vdir:$work/out" --wait 120 >"$work/b.txt" 2>&1 &
 second=$!
 wait_for 60 'grep -qs "waiting up to 120 seconds" "$work/b.txt"'

@@ -1,11 +1,7 @@
 #!/usr/bin/env bash
-# A run saves what it says and says what failed:
-#   - a change of case only is written, both ways (the host's name columns compare without
-#     regard to case), and the report shows what was stored;
-#   - a host database on a small file system that fills up during a run from Outlook with
-#     --pair-created: the run exits 1, and no pairing names a company that is not there;
-#   - a read-only store and a read-only synchronisation database: exit 1, the failed records
-#     counted on the summary line (a CardDAV server that dies during a run: carddav_cli_test).
+# A run saves what it says and says what failed: a change of case only, both ways (the host's
+# name columns compare without regard to case); a host disk that fills up during a run from
+# Outlook (no pairing names a company not there); a read-only store or synchronisation database.
 source "$(dirname "$0")/check_lib.sh"
 small="" mounts=()
 cleanup() {

@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# Secrets on the command line: where the CardDAV password comes from (file, command,
-# environment, ~/.netrc, the URL, a prompt on a terminal) against a real Radicale, that ps never
-# shows it, that what dossync writes is its owner's only under umask 022, and that a hostile
-# CardDAV server cannot get the credentials or a card sent to another origin or path.
+# Secrets: each source of the CardDAV password, never shown (ps, errors), files its owner's only
+# under umask 022, and a hostile server that cannot get requests sent to another origin or path.
 source "$(dirname "$0")/check_lib.sh"
 export DOSSYNC_TEST_STORE=carddav
 unset DOSSYNC_PASSWORD
@@ -18,7 +16,6 @@ printf 'secret\nsecond line\n' >"$work/pw"
 list() { "$bin" contacts list --outlook "$url" --profile alice "$@" >"$work/out" 2>"$work/err"; }
 book_at() { echo "carddav:http://${1:-}127.0.0.1:$(cat "$work/radicale/port")/alice/book/"; }  # [USER:PASSWORD@]
 
-# Each source of the password logs on.
 list --password-file "$work/pw"; same "password file" $? 0
 list --password-command "cat '$work/pw'"; same "password command" $? 0
 DOSSYNC_PASSWORD=secret list; same "DOSSYNC_PASSWORD" $? 0
@@ -74,64 +71,14 @@ wait_for 60 '(( $(ls "$cards" 2>/dev/null | grep -c "\.vcf$") >= 10 ))' && args=
 wait $run; same "run with --password" $? 0
 [[ -n "$args" && "$args" != *" secret"* ]] && ok || bad "ps during a run with --password: '$args'"
 
-# Everything written under umask 022 is its owner's only: the synchronisation database, the
-# CardDAV copy and its state, the reports.
+# The synchronisation database, the CardDAV copy and its state, the reports.
 shared=$(find "$s"* "$XDG_DATA_HOME" "$XDG_STATE_HOME" -type f -perm /077 2>/dev/null)
 same "files readable by others" "$shared" ""
 (( $(find "$XDG_DATA_HOME" -type f -name '*.vcf' | wc -l) >= 120 )) && ok || bad "the copy was made"
 
-# A hostile server lists members on another origin (itself, named otherwise) and outside the
-# collection: dossync warns, and no request reaches them; its own cards still work.
+# A hostile server lists members on another origin and outside the book: warned, never asked.
 mkdir -p "$work/hostile"
-"$py" - "$work/hostile" <<'PY' >/dev/null 2>&1 &
-import http.server, os, sys, threading
-folder = sys.argv[1]
-card = "BEGIN:VCARD\r\nVERSION:3.0\r\nUID:own\r\nFN:Own Card\r\nN:Card;Own;;;\r\nEND:VCARD\r\n"
-ms = lambda inner: ('<?xml version="1.0"?><D:multistatus xmlns:D="DAV:" '
-                    'xmlns:C="urn:ietf:params:xml:ns:carddav">%s</D:multistatus>' % inner).encode()
-member = lambda href, props: ("<D:response><D:href>%s</D:href><D:propstat><D:prop>%s</D:prop>"
-                              "<D:status>HTTP/1.1 200 OK</D:status></D:propstat></D:response>" % (href, props))
-class Book(http.server.BaseHTTPRequestHandler):
-    protocol_version = "HTTP/1.1"
-    def reply(self, code, body=b"", kind="application/xml"):
-        self.send_response(code)
-        if code == 401:
-            self.send_header("WWW-Authenticate", 'Basic realm="book"')
-        for name, value in (("Content-Type", kind), ("ETag", '"1"'), ("Content-Length", str(len(body)))):
-            self.send_header(name, value)
-        self.end_headers()
-        self.wfile.write(body)
-    def answer(self):
-        body = self.rfile.read(int(self.headers.get("Content-Length") or 0)).decode()
-        with open(os.path.join(folder, "book.log"), "a") as f:
-            f.write(self.command + " " + self.path + "\n")
-        if not self.headers.get("Authorization"):
-            return self.reply(401)
-        if not self.path.startswith("/book/"):
-            return self.reply(404)
-        hostile = ["http://localhost:%d/steal/a.vcf" % port, "/elsewhere/b.vcf", "/book/%2e%2e/elsewhere/c.vcf"]
-        if self.command == "PROPFIND" and self.headers.get("Depth") == "0":
-            return self.reply(207, ms(member("/book/", "<D:resourcetype><D:collection/><C:addressbook/></D:resourcetype>")))
-        if self.command == "PROPFIND":
-            return self.reply(207, ms(member("/book/", "<D:resourcetype><D:collection/></D:resourcetype>") +
-                                      "".join(member(h, '<D:getetag>"1"</D:getetag><D:resourcetype/>')
-                                              for h in ["/book/own.vcf"] + hostile)))
-        if self.command == "REPORT":
-            return self.reply(207, ms("".join(member(h, '<D:getetag>"1"</D:getetag><C:address-data>%s</C:address-data>' % card)
-                                              for h in hostile + ["/book/own.vcf"] if h in body)))
-        if self.command in ("PUT", "DELETE"):
-            return self.reply(204)
-        return self.reply(200, card.encode(), "text/vcard")
-    do_PROPFIND = do_REPORT = do_PUT = do_DELETE = do_GET = answer
-    def log_message(self, *a): pass
-server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Book)
-port = server.server_address[1]
-with open(os.path.join(folder, "port.tmp"), "w") as f:
-    f.write(str(port))
-os.rename(os.path.join(folder, "port.tmp"), os.path.join(folder, "port"))
-threading.Timer(600, os._exit, (0,)).start()  # bounded: the script stops it long before
-server.serve_forever()
-PY
+"$py" "$(dirname "$0")/../support/radicale_server.py" --hostile "$work/hostile" >/dev/null 2>&1 &
 hostile_pid=$!
 wait_for 10 '[[ -s $work/hostile/port ]]'
 bad_url="carddav:http://127.0.0.1:$(cat "$work/hostile/port")/book/"

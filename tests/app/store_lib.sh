@@ -1,15 +1,11 @@
-# The Outlook store a command line test runs against (sourced after check_lib.sh, with $bin and
-# $work set): the vCard folder, or with DOSSYNC_TEST_STORE=carddav an address book on a Radicale
-# server started here (tests/support/radicale_server.py) and stopped on exit.
-#   ol, ol2          the --outlook arguments of the store and of a second, empty one
-#   cards, cards2    the folders their cards are in (for a server: the copies dossync keeps)
-#   store_down/up    makes the store unreachable, and back
-#   writes           how many requests that write the server has logged (0 for the vCard folder)
+# The store a command line test runs against (after check_lib.sh): the vCard folder, or with
+# DOSSYNC_TEST_STORE=carddav an address book on a Radicale server of its own.
+#   ol, ol2 (--outlook arguments), cards, cards2 (their cards; for a server, dossync's copies),
+#   store_down/store_up, writes (the write requests the server logged; 0 for a folder)
 store_kind=${DOSSYNC_TEST_STORE:-vdir}
 radicale_pid=""
 store_cleanup() { stop "$radicale_pid"; }
 on_exit store_cleanup
-# store_start_server [PORT]: Radicale with the two books, on a free port or again on PORT.
 store_start_server() {
   mkdir -p "$work/radicale"
   rm -f "$work/radicale/port"
@@ -37,3 +33,18 @@ else
   store_up() { rm "$cards" && mv "$cards.away" "$cards"; }
 fi
 writes() { grep -Ec '\] (PUT|DELETE|MKCOL|PROPPATCH|MOVE|COPY) request' "$work/radicale/radicale.log" 2>/dev/null || echo 0; }
+# preview_then_run NAME WANT COMMAND...: COMMAND --preview --json changes nothing (the test's
+# world) and writes nothing to the server; then COMMAND --json reports what it showed (the test's
+# plan_of). Both in $work/out/NAME{-preview,}.json; $run_writes, the run's writes.
+preview_then_run() {
+  local name=$1 want=$2 before w
+  shift 2
+  mkdir -p "$work/out"
+  before=$(world) w=$(writes)
+  "$@" --preview --json >"$work/out/$name-preview.json"; same "$name: preview exit" $? "$want"
+  same "$name: the preview changes nothing (files|writes)" "$(world)|$(writes)" "$before|$w"
+  "$@" --json >"$work/out/$name.json" 2>"$work/stderr"; same "$name: exit" $? "$want"
+  run_writes=$(($(writes) - w))
+  same "$name: the report is the preview" "$(plan_of "$work/out/$name.json")" \
+    "$(plan_of "$work/out/$name-preview.json")"
+}

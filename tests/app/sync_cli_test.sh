@@ -1,8 +1,6 @@
 #!/usr/bin/env bash
-# End-to-end checks of "dossync sync" on real files: a host database, a synchronisation
-# database and an Outlook store (the vCard folder; one-way runs against a CardDAV server are
-# carddav_cli_test's); host to Outlook, then Outlook contacts into an empty host database
-# (--direction 3).
+# "dossync sync" on real files (against a CardDAV server: carddav_cli_test): host to Outlook,
+# then Outlook contacts into an empty host database.
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
 
@@ -41,7 +39,6 @@ sync --select 1,2,3 >/dev/null
 same "only the new company gets a card" "$(count)" $((before + 1))
 same "paired card updated again" "$(q "SELECT OutlookID FROM OutlookSync WHERE CompanyNum = 1;")" "$alpha"
 
-# Start-up failures and usage.
 echo "junk junk junk junk junk junk junk junk" >"$work/junk.db"
 "$bin" sync --host-db "$work/junk.db" --sync-db "$s" "${ol[@]}" >/dev/null 2>&1; same "junk host" $? 2
 "$bin" sync --host-db "$h" --sync-db "$s" --direction 5 >/dev/null 2>&1; same "bad direction" $? 64

@@ -1,14 +1,12 @@
 #!/usr/bin/env bash
-# A two-way run against a CardDAV server (Radicale) whose cards another client changes between
-# the run's read and its write (tests/support/dav_race_proxy.py makes that change just before
-# the run's PUT reaches the server, which then answers 412): the server's card is merged again,
-# never overwritten. What the other client changed alone stays and reaches the host on the next
-# run; a field both changed keeps the host's value under --conflict host and the server's under
-# --conflict outlook, which the next run then carries to the host.
+# A two-way run against Radicale whose card another client changes between the run's read and
+# its write (radicale_server.py --race; the run's PUT then meets a 412): the server's card is
+# merged again, never overwritten; a field both changed keeps the host's value under --conflict
+# host and the server's under --conflict outlook; the next run carries both changes to the host.
 export DOSSYNC_TEST_STORE=carddav
 source "$(dirname "$0")/check_lib.sh"
 source "$(dirname "$0")/store_lib.sh"
-/usr/bin/python3 "$(dirname "$0")/../support/dav_race_proxy.py" "$work" \
+/usr/bin/python3 "$(dirname "$0")/../support/radicale_server.py" --race "$work" \
   "$(cat "$work/radicale/port")" alice:secret >"$work/proxy.out" 2>&1 &
 proxy=$!
 on_exit 'stop "$proxy"'
@@ -36,39 +34,27 @@ city='^(ADR[^:\r\n]*WORK[^:\r\n]*:[^;\r\n]*;[^;\r\n]*;[^;\r\n]*;)[^;\r\n]*'
 sync2; same "the first run" $? 0
 same "a card per company" "$(ls "$cards" | grep -c '\.vcf$')" 4
 
-# Each rule in turn: the host changes the office numbers of two companies; just before the run
-# writes their cards, the other client changes the city of the first and the number of the
-# second.
-round=0
+# For each rule, the host changes the office numbers of companies a and b; just before the run
+# writes their cards, the other client changes the city of a and the number of b.
 for rule in host outlook; do
-  round=$((round + 1))
-  a=$((2 * round - 1)) b=$((2 * round))
-  hq "UPDATE Companies SET OfficeNumber = '613-555-010$round' WHERE CompanyID = $a;
-      UPDATE Companies SET OfficeNumber = '613-555-020$round' WHERE CompanyID = $b;"
-  printf '%s\t%s\t%s\n' "$(card_of $a)" "$city" "\\g<1>Server Town $round" \
-    "$(card_of $b)" "$tel" "\\g<1>613-999-030$round" >"$work/race"
+  [[ $rule == host ]] && a=1 b=2 || a=3 b=4
+  hq "UPDATE Companies SET OfficeNumber = '613-555-010$a' WHERE CompanyID = $a;
+      UPDATE Companies SET OfficeNumber = '613-555-020$b' WHERE CompanyID = $b;"
+  printf '%s\t%s\t%s\n' "$(card_of $a)" "$city" "\\g<1>Server Town $a" \
+    "$(card_of $b)" "$tel" "\\g<1>613-999-030$b" >"$work/race"
   : >"$work/proxy.log"
-  sync2 --conflict "$rule"; same "$rule: the run" $? 0
+  sync2 --conflict $rule; same "$rule: the run" $? 0
   has "$rule: the server answered 412" "$(cat "$work/proxy.log")" " 412"
   same "$rule: both races happened" "$(grep -c '^RACE .* 20[14]$' "$work/proxy.log")" 2
   card=$(server_card $a)
-  has "$rule: the run's change on the other client's card" "$card" "613-555-010$round"
-  has "$rule: the other client's change kept" "$card" "Server Town $round"
-  card=$(server_card $b)
-  if [[ $rule == host ]]; then
-    has "host: a field both changed takes the host's value" "$card" "613-555-020$round"
-  else
-    has "outlook: a field both changed keeps the server's value" "$card" "613-999-030$round"
-  fi
-
-  sync2 --conflict "$rule"; same "$rule: the next run" $? 0
-  same "$rule: the other client's city reaches the host" \
-    "$(hq "SELECT City FROM Companies WHERE CompanyID = $a;")" "Server Town $round"
-  want=613-555-020$round
-  [[ $rule == outlook ]] && want=613-999-030$round
-  same "$rule: the field both changed, in the host" \
-    "$(hq "SELECT OfficeNumber FROM Companies WHERE CompanyID = $b;")" "$want"
-  has "$rule: and on the server" "$(server_card $b)" "$want"
+  has "$rule: the run's change on the other client's card" "$card" "613-555-010$a"
+  has "$rule: the other client's change kept" "$card" "Server Town $a"
+  [[ $rule == host ]] && want=613-555-020$b || want=613-999-030$b
+  has "$rule: a field both changed keeps the rule's value" "$(server_card $b)" "$want"
+  sync2 --conflict $rule; same "$rule: the next run" $? 0
+  same "$rule: the other client's city and the rule's value reach the host" \
+    "$(hq "SELECT City FROM Companies WHERE CompanyID = $a;")|$(hq "SELECT OfficeNumber FROM Companies WHERE CompanyID = $b;")" \
+    "Server Town $a|$want"
 done
 same "still a card per company" "$(ls "$cards" | grep -c '\.vcf$')" 4
 

@@ -114,8 +114,7 @@ fs::path write(const fs::path& path, const Written& w, bool compress, bool tail 
   return path;
 }
 
-// What was written reads back, compressed or stored; a new item's values are stored once, and a
-// run that changed nothing is small whatever its size: only the head and the tail.
+// A new item's values are stored once; a run that changed nothing is only its head and tail.
 TEST(ReportFileTest, ReadsBackWhatWasWrittenAndQuietRunsAreSmall) {
   testing::TempDir dir;
   Written w = aRun();
@@ -145,8 +144,7 @@ TEST(ReportFileTest, ReadsBackWhatWasWrittenAndQuietRunsAreSmall) {
   EXPECT_LT(fs::file_size(path), 600u);
 }
 
-// A run cut short (no tail, the last line half written) reads as far as it got, marked
-// interrupted; a file that is not a report says so with its name.
+// No tail, the last line half written; then a file that is not a report.
 TEST(ReportFileTest, ACutShortRunReadsAsFarAsItGot) {
   testing::TempDir dir;
   Written w = aRun();
@@ -166,9 +164,8 @@ TEST(ReportFileTest, ACutShortRunReadsAsFarAsItGot) {
   EXPECT_NE(e.description().find(path.string()), std::string::npos) << e.description();
 }
 
-// Records are written behind the run's back: many more than are queued at a time come back
-// whole and in order, and a disk that fails while they are written fails the run's next call
-// (or its tail), naming the file.
+// Many more records than are queued at a time; a disk that fails while they are written fails
+// the run's next call (or its tail), naming the file.
 TEST(ReportFileTest, RecordsWrittenBehindTheRunsBackKeepTheirOrderAndFailures) {
   testing::TempDir dir;
   Written w = aRun();

@@ -48,8 +48,6 @@ void writeReport(const fs::path& folder, RunPlan& plan, const ReportLimits& limi
   std::ofstream(folder / (plan.id + ".txt"), std::ios::binary) << toText(plan);
 }
 
-// Reports of one second are told apart and listed in the order they were written; "last" is
-// the newest; what is read back is what was written.
 TEST(ReportStoreTest, ReportsOfOneSecondKeepTheirOrderAndReadBackWhole) {
   testing::TempDir dir;
   fs::path folder = fs::path(dir.path()) / "reports";
@@ -93,9 +91,8 @@ void makeOld(const fs::path& file) {
   fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::hours(24 * 10));
 }
 
-// Size and age each bite when they come first, old-style reports (with their text) among
-// the new ones; the index follows without reading the reports again (these could not be read:
-// the index alone knows them).
+// Old-style reports (with their text) among the new ones; the index follows without reading the
+// reports again (these could not be read: the index alone knows them).
 TEST(ReportStoreTest, RetentionBySizeAndAgeKeepsTheIndexInStep) {
   testing::TempDir dir;
   fs::path folder = fs::path(dir.path()) / "reports";
@@ -128,9 +125,8 @@ TEST(ReportStoreTest, RetentionBySizeAndAgeKeepsTheIndexInStep) {
   EXPECT_EQ(listedIds(), (std::vector<std::string>{ids[4], ids[6], ids[7]}));
 }
 
-// The index is made again from the files when it is missing, and mended where it does not match
-// them: a report added by hand, one removed, one rewritten, a line that is not an entry. Files of
-// runs still going are not listed; one left by a process that is gone goes after a day.
+// Made again, and mended where it does not match the files (a report added by hand, removed,
+// rewritten; a stray line). Runs still going are not listed; one of a process gone, after a day.
 TEST(ReportStoreTest, IndexFollowsTheFiles) {
   testing::TempDir dir;
   fs::path folder = fs::path(dir.path()) / "reports";

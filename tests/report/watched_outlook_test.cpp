@@ -13,8 +13,7 @@ namespace {
 
 using P = outlook::ContactProperty;
 
-// Outlook with its object model guard, over the vCard folder: e-mail addresses and notes are
-// guarded, and every read of one is written down.
+// Outlook's object model guard over the vCard folder: every read of an address or notes logged.
 using GuardLog = std::vector<std::string>;
 
 class GuardedContact : public outlook::ContactItemProxy {
@@ -39,7 +38,7 @@ outlook::ContactItemPtr create(const std::shared_ptr<outlook::Application>& app)
 
 class WatchedOutlookTest : public ::testing::Test {
  protected:
-  // A contact saved straight into the store: its entry id.
+  // Saved straight into the store: its entry id.
   std::string stored(const std::string& fileAs,
                      const std::vector<std::pair<P, std::string>>& values) {
     auto app = vdir::makeVdirApplication(root.path());
@@ -51,7 +50,6 @@ class WatchedOutlookTest : public ::testing::Test {
   }
   std::shared_ptr<outlook::Application> watched(bool preview, bool guarded) {
     std::shared_ptr<outlook::Application> app = vdir::makeVdirApplication(root.path());
-    // Items opened by entry id or created come guarded.
     auto guard = [this](outlook::ItemPtr item) -> outlook::ItemPtr {
       auto c = std::dynamic_pointer_cast<outlook::ContactItem>(item);
       return c ? std::make_shared<GuardedContact>(c, log) : item;

@@ -1,4 +1,4 @@
-// clsOutlookSendMail against the local store, with the logons and created items written down.
+// clsOutlookSendMail against the local store, its logons and mails recorded.
 #include "send_mail/send_mail.h"
 
 #include <gtest/gtest.h>

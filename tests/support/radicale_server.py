@@ -1,32 +1,39 @@
 #!/usr/bin/python3
-"""A throw-away CardDAV server for the tests.
+"""Throw-away CardDAV servers for the tests.
 
   radicale_server.py WORKDIR [user:password ...] [--book user/name ...] [--port PORT]
-      Writes a Radicale configuration into WORKDIR (plain-text htpasswd users, storage under
-      WORKDIR/collections), starts Radicale on 127.0.0.1 and a free port (or PORT, to start a
-      stopped server again where its clients look for it), makes the address books asked for,
-      writes the port into WORKDIR/port and stays in the foreground until killed (SIGTERM or
-      SIGINT stop Radicale too). Radicale's log is WORKDIR/radicale.log.
-
+      Radicale on 127.0.0.1 (plain-text htpasswd users, storage and radicale.log in WORKDIR) on
+      a free port, or PORT to start a stopped server again; makes the books asked for, then
+      writes the port to WORKDIR/port. SIGTERM or SIGINT stop Radicale too.
   radicale_server.py --mkcol URL USER PASSWORD [calendar]
-      Makes the address book (or calendar) at URL as USER, and ends; its status is 0 when the
-      server answered 201 Created.
+      Makes the address book (or calendar) at URL; status 0 when the server answered 201.
 
+  Not Radicale, each on a free port written to WORKDIR/port (--race: WORKDIR/proxy-port):
   radicale_server.py --busy WORKDIR
-      Not Radicale: a small HTTP server for the back-off of clients. A request to /N/... (N a
-      number) is answered 429 the first N times that path is asked for, with Retry-After
-      alternately in seconds ("1") and as an HTTP date (two seconds ahead); after that, a
-      PROPFIND is answered 207 with an address book, anything else 200.
+      For clients' back-off: /N/... is answered 429 the first N times that path is asked for,
+      Retry-After alternately "1" and an HTTP date 2 s ahead; then PROPFIND gets an address
+      book (207), anything else 200.
+  radicale_server.py --hostile WORKDIR
+      The book /book/ (any log-on) whose listing names members on another origin (itself, as
+      localhost) and outside the book beside its own card; each request goes to WORKDIR/book.log.
+  radicale_server.py --race WORKDIR UPSTREAM_PORT USER:PASSWORD
+      A proxy to 127.0.0.1:UPSTREAM_PORT that plays another client racing a write: a line
+      "NAME<TAB>PATTERN<TAB>REPLACEMENT" of WORKDIR/race is used up by the next PUT to .../NAME,
+      before which the server's card is stored with PATTERN (a multi-line regular expression)
+      replaced, without If-Match. Each request's method, path and status go to WORKDIR/proxy.log.
 """
 
 import base64
 import email.utils
+import http.client
 import http.server
 import os
+import re
 import signal
 import socket
 import subprocess
 import sys
+import threading
 import time
 import urllib.error
 import urllib.request
@@ -44,11 +51,11 @@ def free_port():
         return s.getsockname()[1]
 
 
-def write_port(workdir, port):
-    tmp = os.path.join(workdir, "port.tmp")
+def write_port(workdir, port, name="port"):
+    tmp = os.path.join(workdir, name + ".tmp")
     with open(tmp, "w") as f:
         f.write(str(port))
-    os.rename(tmp, os.path.join(workdir, "port"))  # readers never see half a number
+    os.rename(tmp, os.path.join(workdir, name))  # readers never see half a number
 
 
 def make_book(url, user, password, calendar=False):
@@ -115,58 +122,145 @@ def run_radicale(workdir, users, books, port=None):
     sys.exit(0)
 
 
-def run_busy(workdir):
-    asked = {}
-
-    class Handler(http.server.BaseHTTPRequestHandler):
-        protocol_version = "HTTP/1.1"
-
-        def log_message(self, *args):
-            pass
-
-        def answer(self):
-            length = int(self.headers.get("Content-Length") or 0)
-            if length:
-                self.rfile.read(length)
-            first = self.path.strip("/").split("/")[0]
-            limit = int(first) if first.isdigit() else 0
-            count = asked.get(self.path, 0)
-            asked[self.path] = count + 1
-            if count < limit:
-                self.send_response(429)
-                if count % 2 == 0:
-                    self.send_header("Retry-After", "1")
-                else:
-                    self.send_header("Retry-After", email.utils.formatdate(time.time() + 2, usegmt=True))
-                body = b"Too many requests"
-            elif self.command == "PROPFIND":
-                self.send_response(207)
-                body = (
-                    '<?xml version="1.0"?><multistatus xmlns="DAV:"><response><href>%s</href>'
-                    "<propstat><prop><resourcetype><collection/><addressbook "
-                    'xmlns="urn:ietf:params:xml:ns:carddav"/></resourcetype></prop>'
-                    "<status>HTTP/1.1 200 OK</status></propstat></response></multistatus>"
-                    % self.path
-                ).encode()
-                self.send_header("Content-Type", "application/xml; charset=utf-8")
-            else:
-                self.send_response(200)
-                body = b""
-            self.send_header("Content-Length", str(len(body)))
-            self.end_headers()
-            self.wfile.write(body)
-
-        do_GET = do_PUT = do_DELETE = do_PROPFIND = do_REPORT = answer
-
-    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+def serve(workdir, answer, port_name="port"):
+    """Answers every request with answer(handler) until SIGTERM."""
+    methods = "GET HEAD PUT POST DELETE OPTIONS PROPFIND PROPPATCH REPORT MKCOL MOVE COPY"
+    handler = type("Handler", (http.server.BaseHTTPRequestHandler,), {
+        "protocol_version": "HTTP/1.1", "log_message": lambda *_: None,
+        **{"do_" + m: answer for m in methods.split()}})
+    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler)
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
-    write_port(workdir, server.server_address[1])
+    write_port(workdir, server.server_address[1], port_name)
     server.serve_forever()
 
 
+def reply(h, status, body=b"", headers=(), reason=None):
+    h.send_response(status, reason)
+    for name, value in headers:
+        h.send_header(name, value)
+    h.send_header("Content-Length", str(len(body)))
+    h.end_headers()
+    if h.command != "HEAD":
+        h.wfile.write(body)
+
+
+def multistatus(members):
+    """A 207 body listing (href, properties) pairs."""
+    return ('<?xml version="1.0"?><D:multistatus xmlns:D="DAV:" xmlns:C="urn:ietf:params:xml:ns:'
+            'carddav">' + "".join(
+                "<D:response><D:href>%s</D:href><D:propstat><D:prop>%s</D:prop><D:status>"
+                "HTTP/1.1 200 OK</D:status></D:propstat></D:response>" % m for m in members)
+            + "</D:multistatus>").encode()
+
+
+BOOK = "<D:resourcetype><D:collection/><C:addressbook/></D:resourcetype>"
+
+
+def run_busy(workdir):
+    asked = {}
+
+    def answer(h):
+        h.rfile.read(int(h.headers.get("Content-Length") or 0))
+        first = h.path.strip("/").split("/")[0]
+        asked[h.path] = count = asked.get(h.path, 0) + 1
+        if count <= (int(first) if first.isdigit() else 0):
+            later = email.utils.formatdate(time.time() + 2, usegmt=True)
+            reply(h, 429, b"Too many requests", [("Retry-After", "1" if count % 2 else later)])
+        elif h.command == "PROPFIND":
+            reply(h, 207, multistatus([(h.path, BOOK)]), [("Content-Type", "application/xml")])
+        else:
+            reply(h, 200)
+
+    serve(workdir, answer)
+
+
+def run_hostile(workdir):
+    card = "BEGIN:VCARD\r\nVERSION:3.0\r\nUID:own\r\nFN:Own Card\r\nN:Card;Own;;;\r\nEND:VCARD\r\n"
+
+    def answer(h):
+        body = h.rfile.read(int(h.headers.get("Content-Length") or 0)).decode()
+        with open(os.path.join(workdir, "book.log"), "a") as f:
+            f.write(h.command + " " + h.path + "\n")
+        hostile = ["http://localhost:%d/steal/a.vcf" % h.server.server_address[1],
+                   "/elsewhere/b.vcf", "/book/%2e%2e/elsewhere/c.vcf"]
+        etag = '<D:getetag>"1"</D:getetag>'
+        xml = [("Content-Type", "application/xml"), ("ETag", '"1"')]
+        if not h.headers.get("Authorization"):
+            reply(h, 401, headers=xml + [("WWW-Authenticate", 'Basic realm="book"')])
+        elif not h.path.startswith("/book/"):
+            reply(h, 404, headers=xml)
+        elif h.command == "PROPFIND" and h.headers.get("Depth") == "0":
+            reply(h, 207, multistatus([("/book/", BOOK)]), xml)
+        elif h.command == "PROPFIND":
+            members = [(m, etag + "<D:resourcetype/>") for m in ["/book/own.vcf"] + hostile]
+            reply(h, 207, multistatus(
+                [("/book/", "<D:resourcetype><D:collection/></D:resourcetype>")] + members), xml)
+        elif h.command == "REPORT":
+            reply(h, 207, multistatus((m, etag + "<C:address-data>%s</C:address-data>" % card)
+                                      for m in hostile + ["/book/own.vcf"] if m in body), xml)
+        elif h.command in ("PUT", "DELETE"):
+            reply(h, 204, headers=xml)
+        else:
+            reply(h, 200, card.encode(), [("Content-Type", "text/vcard"), ("ETag", '"1"')])
+
+    serve(workdir, answer)
+
+
+def run_race(workdir, upstream, login):
+    auth = "Basic " + base64.b64encode(login.encode()).decode()
+    lock = threading.Lock()
+    hop = {"host", "connection", "keep-alive", "transfer-encoding", "content-length",
+           "proxy-connection"}
+
+    def call(method, path, headers, body):
+        conn = http.client.HTTPConnection("127.0.0.1", upstream, timeout=60)
+        conn.request(method, path, body=body, headers=headers)
+        with conn.getresponse() as resp:
+            return resp.status, resp.reason, resp.getheaders(), resp.read()
+
+    def race(path):
+        race_file = os.path.join(workdir, "race")
+        with lock:
+            try:
+                lines = open(race_file).read().splitlines()
+            except FileNotFoundError:
+                return
+            for i, line in enumerate(lines):
+                name, pattern, replacement = line.split("\t")
+                if not path.endswith("/" + name):
+                    continue
+                headers = {"Authorization": auth}
+                status, _, _, card = call("GET", path, headers, None)
+                if status == 200:
+                    changed = re.sub(pattern, replacement, card.decode(), flags=re.M)
+                    headers["Content-Type"] = "text/vcard; charset=utf-8"
+                    status, _, _, _ = call("PUT", path, headers, changed.encode())
+                with open(os.path.join(workdir, "proxy.log"), "a") as log:
+                    log.write("RACE %s %d\n" % (path, status))
+                del lines[i]
+                with open(race_file, "w") as f:
+                    f.write("".join(l + "\n" for l in lines))
+                return
+
+    def answer(h):
+        length = int(h.headers.get("Content-Length") or 0)
+        body = h.rfile.read(length) if length else None
+        headers = {k: v for k, v in h.headers.items() if k.lower() not in hop}
+        if h.command == "PUT":
+            race(h.path)
+        status, reason, resp_headers, data = call(h.command, h.path, headers, body)
+        with lock, open(os.path.join(workdir, "proxy.log"), "a") as log:
+            log.write("%s %s %d %s\n" % (h.command, h.path, status, headers.get("If-Match", "")))
+        reply(h, status, data, [(k, v) for k, v in resp_headers if k.lower() not in hop], reason)
+
+    serve(workdir, answer, "proxy-port")
+
+
 def main(args):
-    if args and args[0] == "--busy":
-        return run_busy(args[1])
+    if args and args[0] in ("--busy", "--hostile"):
+        return (run_busy if args[0] == "--busy" else run_hostile)(args[1])
+    if args and args[0] == "--race":
+        return run_race(args[1], int(args[2]), args[3])
     if args and args[0] == "--mkcol":
         status = make_book(*args[1:4], calendar=args[4:] == ["calendar"])
         sys.exit(0 if status == 201 else "MKCOL answered %d" % status)

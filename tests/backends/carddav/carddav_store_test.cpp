@@ -37,7 +37,6 @@ class CardDavStoreTest : public testing::RadicaleSuite {
   std::shared_ptr<ContactItem> create(const std::string& fileAs) {
     return testing::saveContact(*apps.back(), fileAs);
   }
-  // Another CardDAV client, straight on the server.
   DavClient other() { return DavClient(url, {"alice", "secret"}); }
   // Another client replaces `text` in the card at href with `with`: whether the server took it.
   static bool editOnServer(DavClient& client, const std::string& href, const std::string& text,
@@ -123,7 +122,6 @@ std::optional<RuntimeError> inProcedure(const std::function<void()>& body) {
 }
 
 TEST_F(CardDavStoreTest, AFailedWriteNamesTheCardAndTheOthersStillReachTheServer) {
-  // A server of its own, stopped half-way.
   testing::RadicaleServer own({"alice:secret"});
   own.makeBook("alice", "book");
   url = own.url("alice", "book");

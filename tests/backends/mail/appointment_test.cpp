@@ -1,10 +1,10 @@
-// CreateAppointment through the component's session, and the local store's appointment items.
+// The local store's appointment items (CreateAppointment, through the command line:
+// tests/app/mail_cli_test.sh).
 #include <gtest/gtest.h>
 
 #include <filesystem>
 
 #include "backends/mail/vdir_calendar.h"
-#include "core/synchronization.h"
 #include "test_support.h"
 
 namespace dossync {
@@ -19,27 +19,6 @@ std::vector<fs::path> icsFiles(const fs::path& dir) {
     if (f.path().extension() == ".ics") out.push_back(f.path());
   }
   return out;
-}
-
-using CreateAppointmentTest = testing::ApartmentTest;
-
-// The event's contents as another program reads them are checked from the command line.
-TEST_F(CreateAppointmentTest, SendStoresOneEventInTheProfileCalendar) {
-  testing::Host host(dir, false);
-  host.component->setProfile("work");
-  host.component->setDisplayLoginDialog(false);
-  ASSERT_TRUE(host.component->StartOutlook());
-  value::Date start{2025, 3, 14, 9, 30, 0}, end{2025, 3, 14, 10, 45, 0};
-  std::string subject = "Year-end review, Müller", place = "Room 2; Main St";
-  host.component->CreateAppointment(start, end, subject, place);
-  EXPECT_TRUE(host.errors->errors.empty());
-  auto files = icsFiles(host.outlookRoot + "/work/calendar");
-  ASSERT_EQ(files.size(), 1u);
-  std::string ics = testing::readFile(files[0]);
-  for (const std::string& line : std::vector<std::string>{
-           "DTSTART:20250314T093000\r\n", "SUMMARY:Year-end review\\, Müller\r\n",
-           "LOCATION:Room 2\\; Main St\r\n", "UID:" + files[0].stem().string()})
-    EXPECT_NE(ics.find(line), std::string::npos) << line << " in\n" << ics;
 }
 
 // A new item starts on the coming half hour for thirty minutes; one that ends before it starts
