@@ -18,10 +18,13 @@
 #include <stdexcept>
 #include <thread>
 
+#include "app/outlook_wiring.h"
+#include "app/terminal_progress.h"
 #include "backends/sqlite/host_database.h"
 #include "backends/sqlite/sqlite_data_access.h"
 #include "base/platform.h"
 #include "core/apartment.h"
+#include "core/synchronization.h"
 
 namespace dossync::testing {
 
@@ -117,17 +120,6 @@ std::vector<std::string> querySql(const std::string& path, const std::string& sq
 
 FaultyDataAccess::FaultyDataAccess()
     : ForwardingDataAccess(std::make_shared<sqlite::SqliteDataAccess>()) {}
-
-FaultyDataAccess::FaultyDataAccess(hostdb::DataAccessPtr real, std::string call, std::string detail,
-                                   int skip)
-    : ForwardingDataAccess(std::move(real)) {
-  fails = [call = std::move(call), detail = std::move(detail),
-           skip](const std::string& what) mutable {
-    std::string name = what.substr(0, what.find(' '));
-    if (name != call || what.find(detail, name.size()) == std::string::npos) return false;
-    return skip-- <= 0;
-  };
-}
 
 namespace {
 // Starts a helper script with /usr/bin/python3, its output into logPath.
@@ -307,28 +299,13 @@ void FaultyDataAccess::before(const char* call, const std::string& detail) {
 
 void RecordingProgress::note(const std::string& call) {
   calls.push_back(call);
-  std::string name = call.substr(0, call.find(' '));
-  if (!failOn.empty() && name == failOn)
-    throw RuntimeError(kOutlookOperationFailed, "The progress dialog failed in " + name);
-}
-
-void RecordingProgress::setValue(int32_t v) {
-  if (!shown_) {
-    note("setValue " + std::to_string(v));
-  } else if (failOn == "setValue") {
-    throw RuntimeError(kOverflow, "The progress dialog refused the value " + std::to_string(v));
-  }
-  value_ = v;
+  if (call == failOn)
+    throw RuntimeError(kOutlookOperationFailed, "The progress dialog failed in " + call);
 }
 
 void RecordingProgress::show() {
   note("show");
-  shown_ = true;
   if (start_) start_();
-}
-
-void RecordingProgress::close() {
-  note("close");
 }
 
 std::shared_ptr<RecordingProgress> registerRecordingProgress(const std::string& failOn) {
@@ -337,14 +314,6 @@ std::shared_ptr<RecordingProgress> registerRecordingProgress(const std::string& 
   platform::registerClass(kProgressDialogClass, [dialog] { return dialog; });
   return dialog;
 }
-
-}  // namespace dossync::testing
-
-#include "app/outlook_wiring.h"
-#include "app/terminal_progress.h"
-#include "core/synchronization.h"
-
-namespace dossync::testing {
 
 Host::Host(const TempDir& dir, bool withHostDatabase)
     : hostPath(dir.file("host.db")),

@@ -1,5 +1,4 @@
-// Shared test fixtures: temporary folders, recording host services, a fresh apartment, a CardDAV
-// server.
+// Shared test fixtures: temporary folders, recording services, apartments, test servers.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -15,6 +14,10 @@
 #include "interfaces/object_model.h"
 #include "interfaces/progress.h"
 #include "interfaces/services.h"
+
+namespace dossync {
+class clsOutlookSynchronization;
+}
 
 namespace dossync::testing {
 
@@ -73,9 +76,8 @@ class ApartmentTest : public ::testing::Test {
 
 // A new host database (the shipped schema) in the folder; answers its path.
 std::string makeHostDatabase(const TempDir& dir, const std::string& name = "host.db");
-// A server a helper script of tests/support runs, in a temporary folder of its own: the
-// constructor returns once the script wrote that it is ready (it fails the test, with the
-// server's log, when the script does not within its time); stop() or the destructor ends it.
+// A server a script of tests/support runs in a temporary folder of its own: ready once the script
+// says so (else the test fails with its log); stop() or the destructor ends it.
 class ScriptServer {
  public:
   ~ScriptServer() { stop(); }
@@ -96,14 +98,9 @@ class ScriptServer {
   int pid_ = -1;
 };
 
-// A Radicale CardDAV server of the test's own (tests/support/radicale_server.py): on 127.0.0.1
-// and a free port, users given as "name:password" (plain text); ready within 10 s. Starting one
-// takes about half a second: share one per suite (SetUpTestSuite) and give each test its own
-// address book.
-//
-//   testing::RadicaleServer server({"alice:secret"});
-//   server.makeBook("alice", "book");
-//   carddav::DavClient client(server.url("alice", "book"), {"alice", "secret"});
+// A Radicale CardDAV server (tests/support/radicale_server.py) on 127.0.0.1 and a free port,
+// users given as "name:password". Starting one takes about half a second: share one per suite
+// (SetUpTestSuite) and give each test its own address book.
 class RadicaleServer : public ScriptServer {
  public:
   explicit RadicaleServer(const std::vector<std::string>& users = {"alice:secret"});
@@ -124,14 +121,9 @@ class RadicaleServer : public ScriptServer {
   int port_ = 0;
 };
 
-// A PostgreSQL 15 cluster of the test's own (tests/support/postgres_server.py): its socket in a
-// temporary folder, no TCP listener, superuser "dossync" with trusted local logins; ready within
-// 30 s. Starting one takes about a second: share one per suite and give each test its own
-// database.
-//
-//   testing::PostgresServer server;
-//   server.createDatabase("t1");
-//   std::string uri = server.uri("t1");  // postgresql://dossync@/t1?host=...&port=...
+// A PostgreSQL 15 cluster (tests/support/postgres_server.py): its socket in a temporary folder,
+// no TCP listener, superuser "dossync" with trusted local logins. Starting one takes about a
+// second: share one per suite and give each test its own database.
 class PostgresServer : public ScriptServer {
  public:
   PostgresServer();
@@ -230,14 +222,14 @@ class ForwardingDataAccess : public hostdb::IDataAccess {
   hostdb::DataAccessPtr real_;
 };
 
-// Fails calls with RuntimeError 3043 on demand: every call that `fails` answers true for, given
-// the call's name and detail ("readField OutlookID", "isEOF", "openDatabase"); or, made with a
-// call and a detail, the first call of that name whose detail contains it, after `skip` such
-// calls have gone through. Made without a real object, it forwards to a new SQLite one.
+// Fails with RuntimeError 3043 every call that `fails` answers true for, given the call's name
+// and detail ("readField OutlookID", "isEOF", "openDatabase"). Made without a real object, it
+// forwards to a new SQLite one.
 class FaultyDataAccess : public ForwardingDataAccess {
  public:
   FaultyDataAccess();
-  FaultyDataAccess(hostdb::DataAccessPtr real, std::string call, std::string detail, int skip = 0);
+  FaultyDataAccess(hostdb::DataAccessPtr real, std::function<bool(const std::string&)> fails)
+      : ForwardingDataAccess(std::move(real)), fails(std::move(fails)) {}
   std::function<bool(const std::string&)> fails;
 
  protected:
@@ -249,51 +241,28 @@ class FaultyDataAccess : public ForwardingDataAccess {
 std::shared_ptr<FaultyDataAccess> installFaulty(std::shared_ptr<hostdb::IDataAccess>& slot,
                                                 const std::string& path);
 
-// A progress dialog that writes down its settings ("setMaximum 1", in call order), runs its
-// start handler when shown, and keeps its value. The call named by failOn throws instead.
-class RecordingProgress : public IProgressDialog {
+// A progress dialog that writes down the calls below in order, runs its start handler when
+// shown, and keeps its owner, value and statuses. The call named by failOn throws instead.
+class RecordingProgress : public ProgressDialogBase {
  public:
-  void setMessage(const std::string& text) override { note("setMessage " + text); }
-  void setStyle(int32_t v) override { note("setStyle " + std::to_string(v)); }
-  void setOwner(ObjectPtr owner) override {
-    this->owner = owner;
-    note("setOwner");
-  }
-  void setMinimum(int32_t v) override { note("setMinimum " + std::to_string(v)); }
-  void setMaximum(int32_t v) override { note("setMaximum " + std::to_string(v)); }
-  void setShowBar(bool v) override { note(std::string("setShowBar ") + (v ? "1" : "0")); }
-  void setValue(int32_t v) override;
-  void setSecondaryValue(int32_t v) override { note("setSecondaryValue " + std::to_string(v)); }
-  void setAllowCancel(bool v) override { note(std::string("setAllowCancel ") + (v ? "1" : "0")); }
-  void setNumber(int32_t v) override { note("setNumber " + std::to_string(v)); }
-  void setStartHandler(std::function<void()> h) override { start_ = std::move(h); }
+  void setMessage(const std::string&) override { note("setMessage"); }
+  void setAllowCancel(bool) override { note("setAllowCancel"); }
   void show() override;
-  int32_t value() const override { return value_; }
   void setStatus(const std::string& text) override { statuses.push_back(text); }
-  void close() override;
+  void close() override { note("close"); }
+  const ObjectPtr& owner() const { return owner_; }
+  int32_t maximum() const { return maximum_; }
 
   std::string failOn;
-  std::vector<std::string> calls;  // settings, show and close; values only before show
+  std::vector<std::string> calls;
   std::vector<std::string> statuses;
-  ObjectPtr owner;
 
  private:
   void note(const std::string& call);
-  std::function<void()> start_;
-  int32_t value_ = 0;
-  bool shown_ = false;
 };
 
 // Registers one RecordingProgress as the host's progress dialog (every dialog made is this one).
 std::shared_ptr<RecordingProgress> registerRecordingProgress(const std::string& failOn = "");
-
-}  // namespace dossync::testing
-
-namespace dossync {
-class clsOutlookSynchronization;
-}
-
-namespace dossync::testing {
 
 // A component wired as a host would: recording services, the host and sync databases in the
 // folder, and the folder's vCard store as Outlook ("vdir:<dir>/outlook").

@@ -74,16 +74,14 @@ TEST_F(BareComponentTest, WithoutServicesAFailureOnlySetsTheFlag) {
   clsOutlookSynchronization c;
   std::ofstream(dir.file("junk.db")) << "junk";
   EXPECT_FALSE(c.openMainDatabase(dir.file("junk.db")));
-  EXPECT_TRUE(c.FailedToInitializeFlag());  // no message box: the flag alone tells
+  EXPECT_TRUE(c.FailedToInitializeFlag());
 }
 
-// The databases open through the apartment's data access objects, which every component of the
-// thread shares; one that fails to open leaves no earlier one answering.
+// Every component of the thread shares the apartment's databases: the last opener wins.
 TEST_F(ComponentTest, ADatabaseThatFailsToOpenLeavesNoEarlierOneAnswering) {
   testing::Host host(dir);
   ASSERT_TRUE(apartment().hostDb->isDatabaseOpen());
   ASSERT_TRUE(apartment().syncDb->isDatabaseOpen());
-  // A second component on the same thread shares the apartment: the last opener wins.
   auto first = apartment().hostDb;
   EXPECT_TRUE(component->openMainDatabase(host.hostPath));
   EXPECT_TRUE(apartment().hostDb->isDatabaseOpen());

@@ -1,8 +1,6 @@
-// Where every procedure reports a failure. Each row makes one procedure fail from outside (a
-// data access or Outlook call that throws, a database, object or class that is missing, a
-// form without its owner) and compares the location the error service held when the error was
-// recorded with the procedure's own. Procedures that nothing outside can make fail are checked
-// for the location they enter where it is not simply their own name under their module's.
+// Where every procedure reports a failure: each row makes one procedure fail from outside and
+// compares the location current when the error was recorded with the procedure's own; rows of
+// procedures nothing outside can make fail compare the location they enter instead.
 #include <gtest/gtest.h>
 
 #include "app/outlook_wiring.h"
@@ -89,9 +87,11 @@ class ErrorLocationTest : public testing::HostTest {
     c().setShowProgress(false);
     c().companyCollection()->clear();
   }
-  // The host database fails its first `call` whose statement or field contains `detail`.
-  void failHost(const std::string& call, const std::string& detail, int skip = 0) {
-    apartment().hostDb = std::make_shared<testing::FaultyDataAccess>(hostDb, call, detail, skip);
+  // The host database fails every `call` whose statement or field contains `detail`.
+  void failHost(const std::string& call, const std::string& detail) {
+    apartment().hostDb = std::make_shared<testing::FaultyDataAccess>(hostDb, [=](const auto& what) {
+      return what.rfind(call + " ", 0) == 0 && what.find(detail, call.size()) != std::string::npos;
+    });
   }
   // An Outlook over the store whose logon or item creation can be made to fail, and whose
   // items made are broken mails.
@@ -113,18 +113,12 @@ class ErrorLocationTest : public testing::HostTest {
     platform::registerClass(platform::kOutlookApplication, [app] { return app; });
     return breaks;
   }
-  void clearErrors() {
-    errors().errors.clear();
-    errors().errorLocations.clear();
-    errors().entered.clear();
-    errors().stack.clear();
-  }
   // Each row fails, and the first error is recorded at its location; or, when entered, each
   // row runs without an error, entering its location first.
   void expectLocations(const std::vector<Row>& rows, bool entered) {
     for (const Row& row : rows) {
       SCOPED_TRACE(prefix + row.location);
-      clearErrors();
+      errors() = testing::RecordingErrorService();
       row.run();
       restore();
       const auto& where = entered ? errors().entered : errors().errorLocations;

@@ -1,7 +1,6 @@
-// An Outlook in front of another whose logons, items made and items opened by entry id pass
-// through hooks; and the real vCard store with what is asked of it written down: each logon as
-// "profile|password|dialog|new session" ("-" for an omitted text; the password "refused" makes
-// the logon fail) and each mail made.
+// An Outlook whose logons, items made and items opened pass through hooks; and the vCard store
+// writing down each mail made and each logon as "profile|password|dialog|new session" ("-" for
+// an omitted text; the password "refused" makes the logon fail).
 #pragma once
 
 #include <functional>

@@ -93,7 +93,6 @@ TEST_F(DefaultContactsTest, FirstContactBecomesTheDefaultAndEverythingFollows) {
   EXPECT_EQ(companyColumns(10), "Ann|555-0100|555-0101|ann@acme");
   // Every contact of the company has its summary rebuilt, showing its own flag.
   EXPECT_TRUE(showsDefault(20, "Yes"));
-  EXPECT_TRUE(showsDefault(21, "No"));
   EXPECT_TRUE(showsDefault(22, "No"));
   EXPECT_EQ(one("SELECT ContactNotes FROM Companies WHERE CompanyID = 10;"), notesOf(20));
   EXPECT_EQ(rows("SELECT Custom1 FROM Schedule ORDER BY ScheduleID;"),

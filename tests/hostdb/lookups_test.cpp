@@ -29,7 +29,7 @@ class LookupsTest : public testing::HostTest {
   }
 };
 
-TEST_F(LookupsTest, KeyLookUpsAndExistenceTests) {
+TEST_F(LookupsTest, KeyLookUpsExistenceTestsAndBlankKeys) {
   EXPECT_EQ(getCompanyIDFromContactID(22), 11);
   EXPECT_EQ(getCompanyIDFromContactID(99), -1);
   EXPECT_EQ(getCompanyIDFromClientDataID(101), 11);
@@ -43,9 +43,7 @@ TEST_F(LookupsTest, KeyLookUpsAndExistenceTests) {
   EXPECT_TRUE(validCompanyID(10) && validContactID(25) && validCategoryID(4));
   EXPECT_FALSE(validCompanyID(99) || validCompanyID(0) || validCompanyID(-1) || validCategoryID(5));
   EXPECT_TRUE(errors().errors.empty());
-}
-
-TEST_F(LookupsTest, ABlankKeyIsATypeMismatchAndAnswersTheInitialResult) {
+  // A blank key is a type mismatch, and the look-up answers its initial result.
   sql("INSERT INTO ClientData (ClientDataID, CompanyIDNum) VALUES (102, NULL);");
   EXPECT_EQ(getCompanyIDFromContactID(23), -1);  // a contact of no company
   EXPECT_EQ(getCompanyIDFromClientDataID(102), -1);

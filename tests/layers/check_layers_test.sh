@@ -1,7 +1,5 @@
 #!/usr/bin/env bash
-# The layer check (cmake/check_layers.cmake) on copies of the source tree: the tree as it is
-# passes; an include of a module above, or of a module beside, fails and names the file; so do
-# a table that lets a module use one above it and a folder in no module.
+# The layer check (cmake/check_layers.cmake) on copies of the source tree.
 set -uo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 work=$(mktemp -d)

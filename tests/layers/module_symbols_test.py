@@ -1,11 +1,7 @@
 #!/usr/bin/env python3
-"""The link-level side of the layer check: no module library of a build needs a symbol that
-only a module it may not use (cmake/modules.txt) defines. The component's class is declared in
-core/ and its members are defined in several modules, so a call can reach upward without an
-include saying so; the linker only notices in a program that lacks the module above.
-
-  module_symbols_test.py BUILD_DIR
-"""
+"""module_symbols_test.py BUILD_DIR: no module library needs a symbol that only a module it may
+not use (cmake/modules.txt) defines. The component's members are defined in several modules, so
+a call can reach upward without an include saying so."""
 import os
 import re
 import subprocess

@@ -40,7 +40,6 @@ class TransferTest : public testing::HostTest {
   }
 };
 
-// Several properties of an item, "|"-joined.
 std::string join(std::initializer_list<std::string> parts) {
   std::string out;
   for (const std::string& p : parts) out += (out.empty() ? "" : "|") + p;
