@@ -2,14 +2,10 @@
 """A throw-away PostgreSQL 15 cluster for the tests.
 
   postgres_server.py WORKDIR
-      Makes a cluster in WORKDIR/data (initdb; superuser "dossync", trusted local logins),
-      starts it with its socket in WORKDIR/socket and no TCP listener, writes the libpq URI
-      of its maintenance database into WORKDIR/uri-base (the database name comes after the
-      last "/" before "?": postgresql://dossync@/postgres?host=WORKDIR/socket&port=PORT) and
-      stays in the foreground until killed (SIGTERM or SIGINT stop the cluster too). The
-      server's log is WORKDIR/postgres.log. Run as root, the cluster belongs to "nobody" (the
-      server refuses to run as root): WORKDIR is given to that user, whose way to it must be
-      open (folders above it searchable by others).
+      Makes a cluster in WORKDIR/data (superuser "dossync", trusted local logins) and starts it
+      on a socket in WORKDIR/socket, without TCP; writes its maintenance database's URI to
+      WORKDIR/uri-base, its log to WORKDIR/postgres.log, and stays in the foreground until
+      SIGTERM or SIGINT. Run as root, the cluster belongs to "nobody", who must reach WORKDIR.
 """
 
 import os
@@ -30,46 +26,34 @@ def free_port():
         return s.getsockname()[1]
 
 
-def as_user():
-    """The preexec function and environment that run a command as the cluster's owner."""
-    if os.getuid() != 0:
-        return None, dict(os.environ)
-    user = pwd.getpwnam("nobody")
-
-    def drop():
-        os.setgid(user.pw_gid)
-        os.setuid(user.pw_uid)
-
-    env = dict(os.environ, HOME="/nonexistent", USER="nobody", LOGNAME="nobody")
-    return drop, env
-
-
 def main(args):
     if len(args) != 1:
         sys.exit(__doc__)
     workdir = os.path.abspath(args[0])
-    data = os.path.join(workdir, "data")
-    sockets = os.path.join(workdir, "socket")
+    data, sockets = os.path.join(workdir, "data"), os.path.join(workdir, "socket")
     os.makedirs(sockets, exist_ok=True)
     log_path = os.path.join(workdir, "postgres.log")
     log = open(log_path, "ab")
-    drop, env = as_user()
-    if drop:
+    env, drop = dict(os.environ), None
+    env.pop("PGDATA", None)
+    if os.getuid() == 0:  # commands run as the cluster's owner
         user = pwd.getpwnam("nobody")
+        env.update(HOME="/nonexistent", USER="nobody", LOGNAME="nobody")
         for path in (workdir, sockets, log_path):
             os.chown(path, user.pw_uid, user.pw_gid)
-    env.pop("PGDATA", None)
+
+        def drop():
+            os.setgid(user.pw_gid)
+            os.setuid(user.pw_uid)
+    as_owner = dict(stdout=log, stderr=log, preexec_fn=drop, env=env, cwd=workdir)
     if not os.path.exists(os.path.join(data, "PG_VERSION")):
-        subprocess.run(
-            [BIN + "/initdb", "-D", data, "-U", "dossync", "--auth=trust", "-E", "UTF8",
-             "--locale=C.UTF-8", "--no-sync"],
-            stdout=log, stderr=log, preexec_fn=drop, env=env, check=True, cwd=workdir)
+        subprocess.run([BIN + "/initdb", "-D", data, "-U", "dossync", "--auth=trust", "-E",
+                        "UTF8", "--locale=C.UTF-8", "--no-sync"], check=True, **as_owner)
     port = free_port()
     server = subprocess.Popen(
         [BIN + "/postgres", "-D", data, "-k", sockets, "-p", str(port),
          "-c", "listen_addresses=", "-c", "fsync=off", "-c", "full_page_writes=off",
-         "-c", "synchronous_commit=off", "-c", "max_connections=50"],
-        stdout=log, stderr=log, preexec_fn=drop, env=env, cwd=workdir)
+         "-c", "synchronous_commit=off", "-c", "max_connections=50"], **as_owner)
 
     def stop(*_):
         if server.poll() is None:
@@ -79,12 +63,9 @@ def main(args):
     signal.signal(signal.SIGINT, stop)
 
     deadline = time.time() + 30
-    while True:
+    while subprocess.run([BIN + "/pg_isready", "-q", "-h", sockets, "-p", str(port)]).returncode:
         if server.poll() is not None:
             sys.exit("postgres ended at its start (see postgres.log)")
-        ready = subprocess.run([BIN + "/pg_isready", "-q", "-h", sockets, "-p", str(port)])
-        if ready.returncode == 0:
-            break
         if time.time() > deadline:
             stop()
             server.wait()

@@ -1,7 +1,5 @@
-// The ODBC engine over the SQLite ODBC driver: what opening tells of a file, text beyond ASCII
-// both ways, the flavour a file is given, and the synchronisation database made and reopened
-// through the ODBC connection and catalog. (The data access object itself runs the shared
-// suite of data_access_test.cpp.)
+// The ODBC engine over the SQLite ODBC driver. (Its data access object runs the shared suite of
+// data_access_test.cpp.)
 #include "backends/odbc/odbc_data_access.h"
 #include "backends/sql/data_access.h"
 
@@ -25,18 +23,17 @@ namespace {
 namespace fs = std::filesystem;
 using testing::querySql;
 
-bool driverMissing() {
-  return !odbc::driverAvailable(odbc::Flavour::SQLite);
-}
-#define SKIP_WITHOUT_DRIVER() \
-  if (driverMissing())        \
-  GTEST_SKIP() << "The SQLite ODBC driver is not installed (scripts/deps.sh --test)"
-
-TEST(OdbcEngineTest, OpeningReportsWhatIsWrongWithTheFileNamingIt) {
-  SKIP_WITHOUT_DRIVER();
+class OdbcEngineTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!odbc::driverAvailable(odbc::Flavour::SQLite))
+      GTEST_SKIP() << "The SQLite ODBC driver is not installed (scripts/deps.sh --test)";
+  }
   testing::TempDir dir;
+};
+
+TEST_F(OdbcEngineTest, OpeningReportsWhatIsWrongWithTheFileNamingIt) {
   std::ofstream(dir.file("text.db")) << "definitely not a database file, only text ...";
-  // (What the text says of each: DataAccessTest.OpeningFailuresNameTheDatabase/odbc.)
   for (auto [file, number] :
        {std::pair{"none.db", kCannotOpenDatabase}, {"text.db", kNotADatabase}}) {
     RuntimeError e = testing::thrown([&] { odbc::OdbcEngine engine(dir.file(file)); });
@@ -46,11 +43,8 @@ TEST(OdbcEngineTest, OpeningReportsWhatIsWrongWithTheFileNamingIt) {
   }
 }
 
-// Text beyond ASCII (and beyond the 16-bit plane), long text and a parameter used twice go in
-// and come out as the native engine stores and reads them.
-TEST(OdbcEngineTest, TextIsStoredAndReadAsUtf8) {
-  SKIP_WITHOUT_DRIVER();
-  testing::TempDir dir;
+// Beyond ASCII and the 16-bit plane, long, and a parameter used twice: as the native engine has it.
+TEST_F(OdbcEngineTest, TextIsStoredAndReadAsUtf8) {
   const std::string path = testing::makeHostDatabase(dir);
   const std::string name = "Ærø Café \xF0\x9F\x98\x80 ‘quoted’";
   const std::string longText(70000, 'z');
@@ -83,10 +77,7 @@ TEST(OdbcEngineTest, TextIsStoredAndReadAsUtf8) {
                      "'CompanyName';")[0]);
 }
 
-// A write waits while another connection holds the write lock, and goes ahead once it is let go.
-TEST(OdbcEngineTest, AWriteWaitsForAnotherConnectionsLock) {
-  SKIP_WITHOUT_DRIVER();
-  testing::TempDir dir;
+TEST_F(OdbcEngineTest, AWriteWaitsForAnotherConnectionsLock) {
   const std::string path = testing::makeHostDatabase(dir);
   odbc::OdbcEngine engine(path);
   sqlite3* other = nullptr;
@@ -107,7 +98,7 @@ TEST(OdbcEngineTest, AWriteWaitsForAnotherConnectionsLock) {
 }
 
 // The file's first bytes decide; only a file without a database's header goes by its name.
-TEST(OdbcEngineTest, TheFlavourIsTheHeadersTheNamesOnlyForOtherFiles) {
+TEST(OdbcFlavourTest, TheFlavourIsTheHeadersTheNamesOnlyForOtherFiles) {
   testing::TempDir dir;
   using odbc::Flavour;
   const Flavour fresh =
@@ -124,12 +115,9 @@ TEST(OdbcEngineTest, TheFlavourIsTheHeadersTheNamesOnlyForOtherFiles) {
   for (const auto& [file, flavour] : cases) EXPECT_EQ(odbc::flavourOf(dir.file(file)), flavour) << file;
 }
 
-// A table without a key, as the original component made the synchronisation database's, in
-// Jet's SQL: each row is written named by all its values; one of two identical rows is not
-// written at all, nor a row another connection changed.
-TEST(OdbcEngineTest, JetRowsWithoutAKeyAreNamedByTheirValues) {
-  SKIP_WITHOUT_DRIVER();
-  testing::TempDir dir;
+// A table without a key (the synchronisation database's of old), in Jet's SQL: one of two
+// identical rows is not written at all, nor a row another connection changed.
+TEST_F(OdbcEngineTest, JetRowsWithoutAKeyAreNamedByTheirValues) {
   const std::string path = dir.file("sync.db");
   testing::execSql(path,
                    "CREATE TABLE OutlookSync (SyncID COUNTER, OutlookID VARCHAR(100), Seen BOOLEAN, "
@@ -171,19 +159,16 @@ class OdbcSyncDatabaseTest : public testing::ComponentFixture {
  protected:
   void SetUp() override {
     ComponentFixture::SetUp();
-    if (driverMissing()) GTEST_SKIP() << "The SQLite ODBC driver is not installed";
+    if (!odbc::driverAvailable(odbc::Flavour::SQLite)) GTEST_SKIP() << "No SQLite ODBC driver";
     odbc::registerDataAccess();
   }
-  // A new component given the database at path.
   void open(const std::string& path) {
     renew();
     component->setSyncDatabaseLocation(path);
   }
 };
 
-// A synchronisation database named like an Access file is made as a SQLite file through the
-// temporary "Temp.mdb" on a machine with the SQLite driver, opened through ODBC, and kept with
-// its rows when opened again.
+// Named like an Access file, it is made as a SQLite file (through the temporary "Temp.mdb").
 TEST_F(OdbcSyncDatabaseTest, IsMadeThroughTheDriverAndReopenedWithItsRows) {
   const std::string path = dir.file("OutlookSync.mdb");
   open(path);
@@ -215,12 +200,10 @@ TEST_F(OdbcSyncDatabaseTest, IsMadeThroughTheDriverAndReopenedWithItsRows) {
             (std::vector<std::string>{"1:Ærø"}));
 }
 
-// A synchronisation database that no installed driver reads (a Jet file where there is no
-// Access driver, a SQLite file where the SQLite driver is missing) is kept byte for byte: the
-// component shows message 101 naming the drivers tried and does not start.
+// A Jet file where there is no Access driver, a SQLite file where the SQLite driver is missing:
+// message 101 names the drivers tried, and the component does not start.
 TEST_F(OdbcSyncDatabaseTest, AFileWithoutItsDriverIsLeftAsItIs) {
   if (odbc::driverAvailable(odbc::Flavour::Access)) GTEST_SKIP() << "an Access driver is installed";
-  const std::string jetFile = std::string("\0\1\0\0Standard Jet DB\0", 20) + "schemes";
   struct {
     const char* file;
     const char* driver;  // set as the SQLite driver's name; nullptr: as installed
@@ -230,11 +213,10 @@ TEST_F(OdbcSyncDatabaseTest, AFileWithoutItsDriverIsLeftAsItIs) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.file);
     const std::string path = dir.file(c.file);
-    if (c.driver) {
+    if (c.driver)
       testing::execSql(path, "CREATE TABLE OutlookScheme (SchemeName TEXT);");
-    } else {
-      std::ofstream(path, std::ios::binary) << jetFile;
-    }
+    else
+      std::ofstream(path, std::ios::binary) << std::string("\0\1\0\0Standard Jet DB\0", 20) + "x";
     const std::string before = testing::readFile(path);
     if (c.driver) setenv("DOSSYNC_ODBC_SQLITE_DRIVER", c.driver, 1);
     messages->shown.clear();

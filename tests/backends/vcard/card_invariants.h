@@ -1,5 +1,5 @@
-// What holds for any text given to the vCard reader, checked on damaged cards by vcard_test.cpp
-// and on arbitrary bytes by the fuzz target (tests/fuzz/vcard_fuzz.cpp).
+// What holds for any text given to the vCard reader: on damaged cards (vcard_test.cpp) and on
+// arbitrary bytes (tests/fuzz/vcard_fuzz.cpp).
 #pragma once
 
 #include <algorithm>
@@ -14,11 +14,9 @@
 
 namespace dossync::vdir {
 
-// The reader refuses the text cleanly, and reading only the keys (the folder's index) refuses it
-// alike; or what it read is written back stably, the writer rebuilds every property from its
-// parts, and in the contact mapping setting `target` to `value` changes that property only and
-// leaves a display name. `fail` is told each thing that does not hold. Answers whether the reader
-// took the text.
+// The reader and the keys alone (the folder's index) refuse the text alike; or it is written back
+// stably, rebuilt from its parts, and setting `target` to `value` changes that property only and
+// leaves a display name. `fail` is told what does not hold; answers whether the text was read.
 inline bool checkCardInvariants(const std::string& text, outlook::ContactProperty target,
                                 const std::string& value,
                                 const std::function<void(const std::string&)>& fail) {

@@ -57,8 +57,7 @@ TEST(CardMergeTest, EachSidesChangesSurviveAndABothSidesChangeFollowsTheRule) {
     EXPECT_EQ(merged.get(ContactProperty::JobTitle), c.title) << c.what;
     EXPECT_EQ(merged.gender(), c.gender) << c.what;
   }
-  // What only the server knows stays whatever the rule; once theirs wins, nothing of mine is
-  // left: the merge says what the server's card says.
+  // What only the server knows stays whatever the rule; once theirs wins, nothing of mine is left.
   const std::string theirs = cardWith("Manager", U, "NICKNAME:annie");
   for (auto rule : {Mine, Theirs}) {
     std::string merged = mergeCardChanges(base, cardWith("Partner", M), theirs, rule);

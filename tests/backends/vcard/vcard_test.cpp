@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <random>
-#include <sstream>
 
 #include "backends/vcard/contact_card.h"
 #include "backends/vcard/vcard.h"
@@ -17,15 +16,6 @@ namespace {
 
 using outlook::ContactProperty;
 
-std::vector<std::string> physicalLines(const std::string& text) {
-  std::vector<std::string> out;
-  for (size_t pos = 0, end; pos < text.size(); pos = end + 2) {
-    end = std::min(text.find("\r\n", pos), text.size());
-    out.push_back(text.substr(pos, end - pos));
-  }
-  return out;
-}
-
 std::vector<ContactProperty> allProperties() {
   std::vector<ContactProperty> out;
   for (int i = 0; i < outlook::kContactTextPropertyCount; ++i)
@@ -37,17 +27,16 @@ ContactCard reread(const ContactCard& card) {
   return ContactCard(parseVcard(card.text()));
 }
 
-// ---- Syntax -------------------------------------------------------------------------------
-
 TEST(VcardSyntaxTest, FoldsAt75OctetsWithoutSplittingUtf8) {
   std::string value;
   for (int i = 0; i < 60; ++i) value += "é漢🎉a";  // 2-, 3-, 4- and 1-byte characters
   Vcard card;
   card.properties.emplace_back("NOTE", value);
   std::string text = writeVcard(card);
-  for (const auto& line : physicalLines(text)) {
+  for (size_t pos = 0, end; pos < text.size(); pos = end + 2) {
+    end = std::min(text.find("\r\n", pos), text.size());
+    std::string line = text.substr(pos, end - pos);
     EXPECT_LE(line.size(), 75u) << line;
-    ASSERT_FALSE(line.empty());
     size_t first = line[0] == ' ' ? 1 : 0;
     ASSERT_LT(first, line.size());
     EXPECT_NE(static_cast<unsigned char>(line[first]) & 0xC0, 0x80) << "split inside a character";
@@ -56,7 +45,6 @@ TEST(VcardSyntaxTest, FoldsAt75OctetsWithoutSplittingUtf8) {
 }
 
 TEST(VcardSyntaxTest, ReadsEveryParameterSpellingAndWritesItBack) {
-  // (Repeated TYPE parameters and lists: ReadsCardsOfOtherProgramsWhateverTheirCase.)
   auto p = parsePropertyLine("TEL;WORK;CELL:1");  // vCard 2.1 bare types
   EXPECT_TRUE(p.hasType("work") && p.hasType("cell") && !p.hasType("HOME"));
   p = parsePropertyLine("tel;type=\"home,voice\":1");
@@ -65,13 +53,10 @@ TEST(VcardSyntaxTest, ReadsEveryParameterSpellingAndWritesItBack) {
   EXPECT_EQ(p.paramValues("x-p"), (std::vector<std::string>{"a;b:c", "plain"}));
   EXPECT_EQ(p.paramValues("X-Q"), (std::vector<std::string>{""}));
   EXPECT_EQ(p.rawValue(), "v:w");
-  // Written again from its parts (a value that needs quoting added), it reads the same.
+  // Rebuilt from its parts (a value that needs quoting added), it reads the same.
   p.forgetSourceLine();
   p.setParam("TYPE", {"HOME", "a,b"});
   EXPECT_TRUE(parsePropertyLine(p.line()).sameContent(p)) << p.line();
-  p = parsePropertyLine("item1.EMAIL;type=INTERNET:a@b.c");
-  EXPECT_EQ(p.group(), "item1");
-  EXPECT_TRUE(p.is("email"));
 }
 
 // Names are compared often; the quick answers must be the ones the text rule gives.
@@ -81,13 +66,11 @@ TEST(VcardSyntaxTest, NamesCompareExactlyAsTheTextRuleDoes) {
       "",  "k", "K", "\xE2\x84\xAA", "s",   "\xC5\xBF", "\xC3\x9F",
       "é", "É", "-", "\xC3",         "TEL", "tel"};
   std::vector<std::string> names;
-  for (const auto& a : parts) {
+  for (const auto& a : parts)
     for (const auto& b : parts) names.push_back(a + b);
-  }
-  for (const auto& a : names) {
+  for (const auto& a : names)
     for (const auto& b : names)
       ASSERT_EQ(sameName(a, b), value::equalsIgnoreCase(a, b)) << a << " / " << b;
-  }
   EXPECT_TRUE(sameName("\xE2\x84\xAAind", "KIND"));  // the quick answers leave this to the rule
 }
 
@@ -122,7 +105,6 @@ TEST(VcardSyntaxTest, RejectsMalformedCardsNamingTheLine) {
   for (const auto& c : cases) {
     RuntimeError e = testing::thrown([&] { parseVcard(c.text); });
     EXPECT_NE(e.description().find(c.mentions), std::string::npos) << c.text << e.description();
-    // Reading only the keys checks the same, and says the same.
     EXPECT_EQ(testing::thrown([&] { readCardKeys(c.text); }).description(), e.description());
   }
 }
@@ -130,16 +112,11 @@ TEST(VcardSyntaxTest, RejectsMalformedCardsNamingTheLine) {
 TEST(VcardSyntaxTest, TextThatIsNotUtf8ReadsWithReplacementCharacters) {
   using namespace std::string_literals;
   const std::string fffd = "\xEF\xBF\xBD";
-  bool changed = true;
-  std::string valid = "BOM \xEF\xBB\xBF, Zoë, 東京, 🎉, U+10FFFF \xF4\x8F\xBF\xBF";
-  EXPECT_EQ(readableText(valid, &changed), valid);
-  EXPECT_FALSE(changed);
-  std::string folded = "M\xC3\r\n \xBCller \xE6\n\t\x9D\r\n \xB1";  // folded inside characters
-  EXPECT_EQ(readableText(folded, &changed), folded);
-  EXPECT_FALSE(changed);
   struct Case {
-    std::string in, out;
+    std::string in, out;  // "": unchanged
   } cases[] = {
+      {"BOM \xEF\xBB\xBF, Zoë, 東京, 🎉, U+10FFFF \xF4\x8F\xBF\xBF", ""},
+      {"M\xC3\r\n \xBCller \xE6\n\t\x9D\r\n \xB1", ""},          // folded inside characters
       {"a\0b"s, "a" + fffd + "b"},                               // NUL: nothing is cut off
       {"caf\xE9!", "caf" + fffd + "!"},                          // Latin-1
       {"\x80\xBF", fffd + fffd},                                 // lone continuation bytes
@@ -150,15 +127,14 @@ TEST(VcardSyntaxTest, TextThatIsNotUtf8ReadsWithReplacementCharacters) {
       {"\xE6\x9Dx\xE6\x9D\xB1", fffd + fffd + "x\xE6\x9D\xB1"},  // then a whole one
   };
   for (const auto& c : cases) {
-    EXPECT_EQ(readableText(c.in, &changed), c.out) << c.in;
-    EXPECT_TRUE(changed) << c.in;
+    bool changed = c.out.empty();
+    EXPECT_EQ(readableText(c.in, &changed), c.out.empty() ? c.in : c.out) << c.in;
+    EXPECT_EQ(changed, !c.out.empty()) << c.in;
   }
-  // A card repaired so reads whole, its value kept past the bad bytes.
+  // Repaired, a card reads whole, its value kept past the bad bytes.
   ContactCard card(parseVcard(readableText("BEGIN:VCARD\nFN:Jo\0e M\xFCller\nEND:VCARD\n"s)));
   EXPECT_EQ(card.get(ContactProperty::FullName), "Jo" + fffd + "e M" + fffd + "ller");
 }
-
-// ---- Mapping ------------------------------------------------------------------------------
 
 const std::vector<std::string>& awkwardTexts() {
   static const std::vector<std::string> texts = {
@@ -213,8 +189,7 @@ TEST(VcardMappingTest, ACompanyCardStaysOneWhenAnotherProgramDropsItsMarks) {
   EXPECT_NE(card.text().find("\r\nFN;X-DOSSYNC-DERIVED=TRUE:Acme Ltd\r\n"), std::string::npos);
   EXPECT_NE(card.text().find("\r\nX-ABShowAs:COMPANY\r\n"), std::string::npos);
 
-  // Other programs' company cards (khard names one by its ORG components joined by ", ") read
-  // the same; a card with a person's name, or an FN that is not the company's, keeps its FN.
+  // Other programs' company cards (khard joins the ORG components with ", ") read the same.
   auto fullName = [](const std::string& props) {
     return ContactCard(parseVcard("BEGIN:VCARD\nVERSION:3.0\n" + props + "END:VCARD\n"))
         .get(ContactProperty::FullName);
@@ -225,8 +200,7 @@ TEST(VcardMappingTest, ACompanyCardStaysOneWhenAnotherProgramDropsItsMarks) {
   EXPECT_EQ(fullName("FN:Ann Lee\nN:;;;;\nORG:Acme\n"), "Ann Lee");
   EXPECT_EQ(fullName("FN:Acme\nN:;;;;\n"), "Acme");
 
-  // A FullName set here that would read so is marked, and every edit that would turn an FN
-  // into one that reads so, or back, marks it: what was set reads back.
+  // A FullName that would read so, and every edit turning an FN into one or back, is marked.
   ContactCard named;
   named.set(ContactProperty::CompanyName, "Acme");
   named.set(ContactProperty::FullName, "Acme");
@@ -237,16 +211,6 @@ TEST(VcardMappingTest, ACompanyCardStaysOneWhenAnotherProgramDropsItsMarks) {
   ContactCard company(parseVcard(edited));
   company.set(ContactProperty::FirstName, "Ann");
   EXPECT_EQ(reread(company).get(ContactProperty::FullName), "");
-}
-
-TEST(VcardMappingTest, EmptyTextRemovesThePropertyButKeepsRequiredOnes) {
-  ContactCard card;
-  for (auto p : allProperties()) card.set(p, "x");
-  for (auto p : allProperties()) card.set(p, "");
-  std::vector<std::string> names;
-  for (const auto& prop : card.vcard().properties) names.push_back(prop.name());
-  EXPECT_EQ(names, (std::vector<std::string>{"VERSION", "PRODID", "FN", "N"})) << card.text();
-  for (auto p : allProperties()) EXPECT_EQ(reread(card).get(p), "");
 }
 
 // CR LF is written as \n with a mark on the property (as in the golden file's NOTE and ADR); a
@@ -296,8 +260,7 @@ TEST(VcardMappingTest, ReadsCardsOfOtherProgramsWhateverTheirCase) {
   EXPECT_NE(text.find("GENDER:M;woman\r\n"), std::string::npos) << text;
 }
 
-// Removing a phone, an e-mail address or a field of which the card holds more than one leaves
-// the other entries in their slots: none moves up into the emptied one, and none is lost.
+// Of an entry the card holds more than one of, none moves up into an emptied slot; none is lost.
 TEST(VcardMappingTest, RemovedEntriesLeaveTheOthersInTheirSlots) {
   ContactCard card(
       parseVcard("BEGIN:VCARD\nVERSION:3.0\nFN:x\nN:;;;;\nTEL;TYPE=WORK:1\nTEL;TYPE=WORK:2\n"
@@ -323,13 +286,9 @@ TEST(VcardMappingTest, RemovedEntriesLeaveTheOthersInTheirSlots) {
   back.set(P::Email1Address, "z@x");
   ContactCard again = reread(back);
   EXPECT_EQ(slots(again), "9|2||4||z@x||c@x|||");
-  // An emptied entry that no extra one would replace is gone, not left behind empty; the extra
-  // ones are all still there.
-  for (const auto& prop : again.vcard().properties) {
-    if (prop.is("TEL") && !prop.hasType("CELL")) {
-      EXPECT_FALSE(prop.rawValue().empty()) << prop.line();
-    }
-  }
+  // An emptied entry no extra one replaces is gone, not left empty; the extra ones all stay.
+  for (const auto& prop : again.vcard().properties)
+    EXPECT_TRUE(!prop.is("TEL") || prop.hasType("CELL") || !prop.rawValue().empty()) << prop.line();
   for (const char* kept : {"TEL;TYPE=CELL:6", "EMAIL:d@x", "ORG:Two", "w2"})
     EXPECT_NE(again.text().find(kept), std::string::npos) << kept;
 }
@@ -351,20 +310,17 @@ TEST(VcardMappingTest, CategoriesKeepOutlooksTextAndAListForOthers) {
     ContactCard card;
     card.set(ContactProperty::Categories, c.text);
     std::string text = card.text();
-    if (!c.list.empty()) {
-      EXPECT_NE(text.find("\r\n" + c.list + "\r\n"), std::string::npos) << text;
-    }
+    EXPECT_TRUE(c.list.empty() || text.find("\r\n" + c.list + "\r\n") != std::string::npos) << text;
     EXPECT_EQ(text.find("X-DOSSYNC-CATEGORIES") != std::string::npos, c.exactCopy) << text;
     EXPECT_EQ(reread(card).get(ContactProperty::Categories), c.text);
   }
   // Another program changing the list makes the stale exact copy void.
   ContactCard card(
-      parseVcard("BEGIN:VCARD\nFN:x\nCATEGORIES:A,B,C\n"
-                 "X-DOSSYNC-CATEGORIES:A,B\nEND:VCARD\n"));
+      parseVcard("BEGIN:VCARD\nFN:x\nCATEGORIES:A,B,C\nX-DOSSYNC-CATEGORIES:A,B\nEND:VCARD\n"));
   EXPECT_EQ(card.get(ContactProperty::Categories), "A, B, C");
 }
 
-TEST(VcardMappingTest, DatesAndGenderRoundTripAndNoneRemoves) {
+TEST(VcardMappingTest, DatesAndGenderRoundTripAndEmptyValuesRemoveTheirProperties) {
   ContactCard card;
   card.setBirthday({1970, 3, 5});
   card.setAnniversary({1999, 12, 31, 18, 30, 5});
@@ -378,10 +334,15 @@ TEST(VcardMappingTest, DatesAndGenderRoundTripAndNoneRemoves) {
   EXPECT_EQ(back.anniversary(), (value::Date{1999, 12, 31, 18, 30, 5}));
   EXPECT_EQ(back.gender(), outlook::olFemale);
 
+  // Emptied, only the properties every card needs are left.
+  for (auto p : allProperties()) back.set(p, "x");
+  for (auto p : allProperties()) back.set(p, "");
   back.setBirthday(outlook::kNoDate);
   back.setAnniversary(outlook::kNoDate);
   back.setGender(outlook::olUnspecified);
-  EXPECT_EQ(back.text(), ContactCard().text());
+  std::vector<std::string> names;
+  for (const auto& prop : back.vcard().properties) names.push_back(prop.name());
+  EXPECT_EQ(names, (std::vector<std::string>{"VERSION", "PRODID", "FN", "N"})) << back.text();
   EXPECT_THROW(back.setBirthday({2001, 2, 29}), RuntimeError);
   EXPECT_THROW(back.setGender(3), RuntimeError);
 
@@ -396,8 +357,6 @@ TEST(VcardMappingTest, DatesAndGenderRoundTripAndNoneRemoves) {
     EXPECT_NE(other.text().find("BDAY:" + raw), std::string::npos);
   }
 }
-
-// ---- The writer's exact output ------------------------------------------------------------
 
 ContactCard fullCard() {
   ContactCard card;
@@ -434,27 +393,14 @@ ContactCard fullCard() {
   return card;
 }
 
-std::string lineDiff(const std::string& want, const std::string& got) {
-  auto a = physicalLines(want), b = physicalLines(got);
-  std::ostringstream out;
-  for (size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
-    std::string x = i < a.size() ? a[i] : "<none>", y = i < b.size() ? b[i] : "<none>";
-    if (x != y) out << "line " << i + 1 << ":\n  golden: " << x << "\n  actual: " << y << "\n";
-  }
-  return out.str();
-}
-
 TEST(VcardGoldenTest, WritesAFullCardExactlyAsTheGoldenFile) {
   std::string path = std::string(DOSSYNC_SOURCE_DIR) + "/tests/backends/vcard/golden/full_contact.vcf";
   std::string got = fullCard().text();
   if (std::getenv("DOSSYNC_UPDATE_GOLDEN")) std::ofstream(path, std::ios::binary) << got;
-  std::ifstream in(path, std::ios::binary);
-  ASSERT_TRUE(in) << "missing " << path << " (DOSSYNC_UPDATE_GOLDEN=1 writes it)";
-  std::string want((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  EXPECT_TRUE(want == got) << lineDiff(want, got);
+  std::string want = testing::readFile(path);
+  ASSERT_FALSE(want.empty()) << "missing " << path << " (DOSSYNC_UPDATE_GOLDEN=1 writes it)";
+  EXPECT_EQ(want, got);
 }
-
-// ---- Random damage ------------------------------------------------------------------------
 
 TEST(VcardMutationTest, DamagedCardsFailCleanlyOrRoundTripStably) {
   std::vector<std::string> samples = {
@@ -493,8 +439,7 @@ TEST(VcardMutationTest, DamagedCardsFailCleanlyOrRoundTripStably) {
     auto fail = [&](const std::string& what) { ADD_FAILURE() << what << " in:\n" << text; };
     if (!checkCardInvariants(text, p, value, fail)) continue;
     ++parsed;
-    // What the card keeps between edits (which property fills which slot) is what it would
-    // work out afresh.
+    // What the card keeps between edits (which property fills which slot) matches a fresh read.
     ContactCard contact(parseVcard(text));
     for (int edit = 0; edit < 3; ++edit) {
       contact.set(static_cast<ContactProperty>(rng() % outlook::kContactTextPropertyCount),
