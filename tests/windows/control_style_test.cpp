@@ -14,7 +14,13 @@ namespace {
 
 Control control(ControlKind kind, std::string name, int index = -1, std::string container = "",
                 int containerIndex = -1) {
-  return {std::move(name), index, kind, std::move(container), containerIndex};
+  Control c;
+  c.kind = kind;
+  c.name = std::move(name);
+  c.index = index;
+  c.container = std::move(container);
+  c.containerIndex = containerIndex;
+  return c;
 }
 
 }  // namespace

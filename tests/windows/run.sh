@@ -130,11 +130,7 @@ scheme=$(sqlite3 "$work/wizard-sync.db" "SELECT SchemeName FROM OutlookScheme;" 
 after=$(listed)
 [[ "$scheme" == "Month-end clients" && "$after" -gt "$before" ]]
 verdict "the wizard's synchronisation: scheme [$scheme], contacts $before then $after"
-shots=$(ls "$work"/shots/windows-*.png 2>/dev/null | wc -l)
-[[ "$shots" -eq 6 ]]; verdict "wizard screenshots: $shots of 6"
-if [[ "${DOSSYNC_UPDATE_SCREENSHOTS:-}" == 1 ]]; then
-  cp "$work"/shots/windows-*.png "$root/docs/wizard/"
-fi
+[[ "${DOSSYNC_UPDATE_SCREENSHOTS:-}" != 1 ]] || cp "$work"/shots/windows-*.png "$root/docs/wizard/"
 
 # ---- Unregistration. The mail class's ProgID has been taken over by another server meanwhile:
 # it is not ours to remove.
