@@ -1,10 +1,7 @@
-// C++ clients of kvoutlookdx.dll under Wine (the late-bound client is component_test.vbs): one
-// bound early through the type library's header (vtable calls), and one that sinks the
-// ExitProgram event through the connection point; what keeps the DLL loaded
-// (DllCanUnloadNow), a host releasing the component in its ExitProgram handler included; and
-// dossync's Outlook by automation over the Outlook stand-in, deleting a contact it made.
-// Usage: com_clients.exe HOST_DB   (a demo practice, Windows path). Prints "OK com clients"
-// when every check held; exits 1 otherwise.
+// C++ clients of kvoutlookdx.dll under Wine: one bound early through the type library's
+// header, one sinking ExitProgram; what keeps the DLL loaded (DllCanUnloadNow); and dossync's
+// Outlook by automation over the Outlook stand-in. Usage: com_clients.exe HOST_DB (a demo
+// practice, Windows path). Prints "OK com clients" when every check held; exits 1 otherwise.
 #include <windows.h>
 #include <ocidl.h>
 
@@ -26,7 +23,7 @@ namespace {
 const wchar_t* const kComponentDll =
     sizeof(void*) == 8 ? L"kvoutlookdx64.dll" : L"kvoutlookdx32.dll";
 
-// A new instance of the class, by its interface; null when it cannot be made.
+// A new instance of the class by that interface, or null.
 template <class T = _clsOutlookSynchronization>
 ComPtr<T> create(REFCLSID clsid = CLSID_clsOutlookSynchronization,
                  REFIID iid = IID__clsOutlookSynchronization) {
@@ -120,7 +117,6 @@ void events() {
   DWORD cookie = 0;
   check(SUCCEEDED(point->Advise(sink, &cookie)), "events: Advise");
   c->putref_errorClass(errors);
-  // Errors answered with action 3: one ExitProgram each.
   failARun(c.get());
   const int exits = sink->exits;
   check(errors->errors >= 1 && exits == errors->errors,

@@ -1,6 +1,5 @@
-// What the C++ clients of the Windows tests share: check(), which counts and prints each
-// failure (the client's closing line says whether there was any), and the host's error service,
-// which logs each error as "number description" and answers every ChooseAction with a fixed
+// Shared by the Windows tests' C++ clients: check(), which counts and prints each failure, and
+// a host error service that logs "number description" and answers ChooseAction with a fixed
 // action (2: leave the procedure; 3: raise ExitProgram and leave).
 #pragma once
 

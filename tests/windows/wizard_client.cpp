@@ -1,17 +1,10 @@
-// The wizard of kvoutlookdx.dll under Wine, driven as a user would: through its windows.
-//
+// The wizard of kvoutlookdx.dll under Wine, driven through its windows as a user would.
 //   wizard_client.exe HOST_DB SYNC_DB SHOT_DIR
-//       creates clsOutlookSynchronization with host services of its own (an error service, a
-//       message box service and a progress dialog that runs the work when shown), opens the
-//       wizard on the demo practice and, from a timer in the wizard's own message loop, clicks
-//       its buttons, ticks tree nodes with the Space key and types into its text boxes by
-//       window messages: first a tour of every step, photographed into SHOT_DIR as
-//       windows-*.png, which ends with the Escape key; then a second wizard that ticks a
-//       company, saves the scheme as "Month-end clients" and finishes, which synchronises into
-//       Outlook.
-// Controls are found by the window property "dossync.name" (a global atom of the control's
-// name) that the wizard's windows carry. Prints "OK wizard drive" when every check held;
-// exits 1 otherwise.
+// From a timer in the wizard's own message loop: a tour of every step, photographed into
+// SHOT_DIR as windows-*.png and left with Escape; then a second wizard that ticks a company,
+// saves the scheme "Month-end clients" and finishes, synchronising into Outlook. Controls are
+// found by their window property "dossync.name" (a global atom of the name). Prints
+// "OK wizard drive" when every check held; exits 1 otherwise.
 #include <windows.h>
 
 #include <commctrl.h>
@@ -19,6 +12,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -30,18 +24,8 @@ using dossync::win32::Variant;
 
 namespace {
 
-// ---- Finding the wizard and its controls.
-
 HWND findWizard() {
   return ::FindWindowW(L"dossyncWizard", nullptr);
-}
-
-std::wstring nameOf(HWND h) {
-  auto atom = static_cast<ATOM>(reinterpret_cast<UINT_PTR>(::GetPropW(h, L"dossync.name")));
-  if (!atom) return {};
-  wchar_t text[256];
-  UINT n = ::GlobalGetAtomNameW(atom, text, 256);
-  return std::wstring(text, n);
 }
 
 struct Search {
@@ -51,7 +35,9 @@ struct Search {
 
 BOOL CALLBACK matchName(HWND h, LPARAM p) {
   auto* s = reinterpret_cast<Search*>(p);
-  if (nameOf(h) != s->name) return TRUE;
+  auto atom = static_cast<ATOM>(reinterpret_cast<UINT_PTR>(::GetPropW(h, L"dossync.name")));
+  wchar_t text[256];
+  if (!atom || std::wstring(text, ::GlobalGetAtomNameW(atom, text, 256)) != s->name) return TRUE;
   s->found = h;
   return FALSE;
 }
@@ -66,14 +52,12 @@ bool usable(HWND h) {
   return h && ::IsWindowVisible(h) && ::IsWindowEnabled(h);
 }
 
-bool click(HWND wizard, const std::wstring& name) {
-  HWND h = control(wizard, name);
-  if (!usable(h)) {
-    check(false, "cannot click " + dossync::win32::narrow(name));
-    return false;
+void click(HWND wizard, std::initializer_list<const wchar_t*> names) {
+  for (const wchar_t* name : names) {
+    HWND h = control(wizard, name);
+    if (!usable(h)) return check(false, "cannot click " + dossync::win32::narrow(name));
+    ::SendMessageW(h, BM_CLICK, 0, 0);
   }
-  ::SendMessageW(h, BM_CLICK, 0, 0);
-  return true;
 }
 
 void type(HWND wizard, const std::wstring& name, const std::wstring& text) {
@@ -82,33 +66,6 @@ void type(HWND wizard, const std::wstring& name, const std::wstring& text) {
   ::SetFocus(h);
   ::SendMessageW(h, EM_SETSEL, 0, -1);  // what was there is typed over
   for (wchar_t c : text) ::SendMessageW(h, WM_CHAR, c, 0);
-}
-
-// The tree's items in display order (expanded or not), with their depth.
-struct TreeItem {
-  HTREEITEM item;
-  int depth;
-  std::wstring text;
-  bool hasChildren;
-};
-std::vector<TreeItem> treeItems(HWND tree) {
-  std::vector<TreeItem> out;
-  std::function<void(HTREEITEM, int)> walk = [&](HTREEITEM first, int depth) {
-    for (HTREEITEM i = first; i; i = TreeView_GetNextSibling(tree, i)) {
-      wchar_t text[256] = {};
-      TVITEMW item{};
-      item.mask = TVIF_TEXT | TVIF_CHILDREN;
-      item.hItem = i;
-      item.pszText = text;
-      item.cchTextMax = 256;
-      TreeView_GetItem(tree, &item);
-      HTREEITEM child = TreeView_GetChild(tree, i);
-      out.push_back({i, depth, text, child != nullptr});
-      if (child) walk(child, depth + 1);
-    }
-  };
-  walk(TreeView_GetRoot(tree), 0);
-  return out;
 }
 
 bool isChecked(HWND tree, HTREEITEM item) {
@@ -139,14 +96,20 @@ void tick(HWND tree, HTREEITEM item) {
   settle();
 }
 
-// The first item with items beneath it (a category, a company with contacts, the Outlook
-// folder), or the first item when none has any (a list of companies).
-// minDepth 1 passes over the top item (Outlook's contacts folder, which holds everything).
+// The first item with items beneath it at minDepth or deeper (a category, a company with
+// contacts; minDepth 1 passes over Outlook's contacts folder, which holds everything), or the
+// first item when none has any (a list of companies).
 HTREEITEM firstGroup(HWND tree, int minDepth = 0) {
-  auto items = treeItems(tree);
-  for (const TreeItem& i : items)
-    if (i.hasChildren && i.depth >= minDepth) return i.item;
-  return items.empty() ? nullptr : items.front().item;
+  std::function<HTREEITEM(HTREEITEM, int)> find = [&](HTREEITEM i, int depth) -> HTREEITEM {
+    for (; i; i = TreeView_GetNextSibling(tree, i)) {
+      HTREEITEM child = TreeView_GetChild(tree, i);
+      if (child && depth >= minDepth) return i;
+      if (HTREEITEM found = child ? find(child, depth + 1) : nullptr) return found;
+    }
+    return nullptr;
+  };
+  HTREEITEM group = find(TreeView_GetRoot(tree), 0);
+  return group ? group : TreeView_GetRoot(tree);
 }
 
 // ---- Screenshots: the window's client area as a PNG, through WIC.
@@ -188,8 +151,6 @@ bool savePng(HWND window, const std::wstring& path) {
   return ok;
 }
 
-// ---- The host's services.
-
 // A progress dialog that keeps what it is told and runs the work once it is shown.
 class ProgressDialog final : public dossync::win32::DispatchServer {
  public:
@@ -208,14 +169,10 @@ class ProgressDialog final : public dossync::win32::DispatchServer {
 
  protected:
   HRESULT invokeMember(DISPID id, WORD flags, DISPPARAMS* params, VARIANT* result) override {
-    if (id == kShow) {
-      shown = true;
+    if (id == kShow || id == kClose) {
+      (id == kShow ? shown : closed) = true;
       auto handler = values[kStartHandler].toDispatch();
-      if (handler) Dispatch(handler.get(), "StartHandler").call("StartProgress");
-      return S_OK;
-    }
-    if (id == kClose) {
-      closed = true;
+      if (id == kShow && handler) Dispatch(handler.get(), "StartHandler").call("StartProgress");
       return S_OK;
     }
     if (id <= 0 || id >= static_cast<DISPID>(values.size())) return DISP_E_MEMBERNOTFOUND;
@@ -236,20 +193,16 @@ class MessageBoxService final : public dossync::win32::DispatchServer {
   ~MessageBoxService() override {
     for (auto* d : dialogs) d->Release();
   }
-  std::string log;
   std::vector<ProgressDialog*> dialogs;
 
  protected:
-  HRESULT invokeMember(DISPID id, WORD, DISPPARAMS* params, VARIANT* result) override {
+  HRESULT invokeMember(DISPID id, WORD, DISPPARAMS*, VARIANT* result) override {
     if (id == 1) {
-      log += argument(params, 0).toString() + "\n";
       Variant(int32_t{1}).copyTo(result);
     } else if (id == 2) {
       auto* d = new ProgressDialog();
-      dialogs.push_back(d);
-      d->AddRef();
+      dialogs.push_back(d);  // which holds its first reference
       Variant(static_cast<IDispatch*>(d)).copyTo(result);
-      d->Release();
     }
     return S_OK;
   }
@@ -283,8 +236,7 @@ void shoot(HWND wizard, const wchar_t* name) {
 void tickFirstGroup(HWND wizard, int minDepth = 0) {
   HWND tree = control(wizard, L"tvwContacts");
   HTREEITEM group = tree ? firstGroup(tree, minDepth) : nullptr;
-  check(group != nullptr, "the tree holds something to choose");
-  if (!group) return;
+  if (!group) return check(false, "the tree holds something to choose");
   tick(tree, group);
   check(isChecked(tree, group), "the ticked node shows its check mark");
   TreeView_Expand(tree, group, TVE_EXPAND);
@@ -298,8 +250,7 @@ void drive(const std::wstring& hostDb, const std::wstring& syncDb) {
     dossync::win32::ComPtr<IDispatch> object;
     ::CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch,
                        reinterpret_cast<void**>(object.put()));
-    check(static_cast<bool>(object), "CoCreateInstance");
-    if (!object) return;
+    if (!object) return check(false, "CoCreateInstance");
     Dispatch c(object.get(), "clsOutlookSynchronization");
     auto* errors = new TestErrorService();
     auto* messages = new MessageBoxService();
@@ -331,37 +282,31 @@ void drive(const std::wstring& hostDb, const std::wstring& syncDb) {
     messages->Release();
   };
 
-  // The tour: every step photographed, as the Linux view's screenshots are; then Cancel.
   steps = {
       [](HWND w) {
         shoot(w, L"1-welcome");
-        click(w, L"cmdNav(3)");
+        click(w, {L"cmdNav(3)"});
       },
       [](HWND w) {
         tickFirstGroup(w);
         shoot(w, L"2-select-from-dossiera");
-        click(w, L"cmdNav(3)");
+        click(w, {L"cmdNav(3)"});
       },
       [](HWND w) {
         type(w, L"txtSaveName", L"Month-end clients");
         shoot(w, L"3-finish");
-        click(w, L"cmdNav(2)");
+        click(w, {L"cmdNav(2)"});
       },
       [](HWND w) {
-        click(w, L"cmdNav(2)");
-        click(w, L"cmdAdvancedOptions");
-        click(w, L"optInfoType(3)");
+        click(w, {L"cmdNav(2)", L"cmdAdvancedOptions", L"optInfoType(3)"});
         type(w, L"txtContactsCategory", L"Business");
         shoot(w, L"4-advanced-options");
-        click(w, L"cmdNav(2)");
-        click(w, L"cmdNav(3)");
+        click(w, {L"cmdNav(2)", L"cmdNav(3)"});
       },
       [](HWND w) {
         tickFirstGroup(w);
         shoot(w, L"2-select-contacts");
-        click(w, L"cmdNav(2)");
-        click(w, L"optSynchDirection(3)");
-        click(w, L"cmdNav(3)");
+        click(w, {L"cmdNav(2)", L"optSynchDirection(3)", L"cmdNav(3)"});
       },
       [](HWND w) {
         tickFirstGroup(w, 1);
@@ -377,19 +322,18 @@ void drive(const std::wstring& hostDb, const std::wstring& syncDb) {
   };
   run(false);
 
-  // A synchronisation through the wizard: a category ticked, the scheme named, Finish.
   steps = {
-      [](HWND w) { click(w, L"cmdNav(3)"); },
+      [](HWND w) { click(w, {L"cmdNav(3)"}); },
       [](HWND w) {
         tickFirstGroup(w);
-        click(w, L"cmdNav(3)");
+        click(w, {L"cmdNav(3)"});
       },
       [](HWND w) {
         type(w, L"txtSaveName", L"Month-end clients");
-        click(w, L"cmdSaveScheme");
+        click(w, {L"cmdSaveScheme"});
         settle();
         check(usable(control(w, L"cmdNav(4)")), "Finish is enabled on the last step");
-        click(w, L"cmdNav(4)");
+        click(w, {L"cmdNav(4)"});
       },
   };
   run(true);

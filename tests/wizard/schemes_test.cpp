@@ -1,6 +1,6 @@
 // Saved schemes: saving (new, replaced with No and Yes), loading settings and items for each
 // direction, the never-ending load of direction 1 (bounded), deleting and resetting; the
-// password kept out of the database when the host has a secret store.
+// password kept out of the database when the host has a secret store; "Both ways" (below).
 #include "wizard_fixture.h"
 
 #include <cstdlib>
@@ -16,13 +16,6 @@ using testing::execSql;
 
 class SchemeTest : public testing::WizardTest {
  protected:
-  // Goes to step 2 with the given nodes ticked.
-  void selectAndGoToSave(std::initializer_list<const char*> keys) {
-    ASSERT_TRUE(d->click("cmdNav", 3));
-    for (const char* k : keys) ASSERT_TRUE(d->tick(k));
-    ASSERT_TRUE(d->click("cmdNav", 3));
-    ASSERT_EQ(d->step(), 2);
-  }
   void save(const std::string& name) {
     ASSERT_TRUE(d->type("txtSaveName", name));
     ASSERT_TRUE(d->click("cmdSaveScheme"));
@@ -38,13 +31,12 @@ class SchemeTest : public testing::WizardTest {
 TEST_F(SchemeTest, SavingANewSchemeWritesTheFormsSettingsWithoutDataFileAndOneRowPerEntry) {
   c().setProfile("ignored: the text boxes are saved");
   start();
-  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
-  ASSERT_TRUE(d->click("optInfoType", 3));  // contacts: a ticked company selects its contacts
+  // Contacts: a ticked company selects its contacts.
+  ASSERT_TRUE(user({"cmdAdvancedOptions", "optInfoType(3)"}));
   form->control("txtProfileName").text = "Office";
   form->control("txtPassword").text = "pw";
   form->control("txtContactsCategory").text = "Clients";
-  ASSERT_TRUE(d->click("cmdNav", 2));
-  selectAndGoToSave({"Company:10"});
+  ASSERT_TRUE(user({"cmdNav(2)", "cmdNav(3)", "Company:10", "cmdNav(3)"}));
   selection().add("12", "", "");
   selection().add("", "", "X");
   save("Monthly");
@@ -67,7 +59,7 @@ TEST_F(SchemeTest, SavingANewSchemeWritesTheFormsSettingsWithoutDataFileAndOneRo
 
 TEST_F(SchemeTest, SavingNeedsANameAndReplacingAsksWhereNoWritesNothingAndYesAddsBeside) {
   start();
-  selectAndGoToSave({"Company:12"});
+  ASSERT_TRUE(user({"cmdNav(3)", "Company:12", "cmdNav(3)"}));
   save("");
   EXPECT_TRUE(q("SELECT * FROM OutlookScheme;").empty());
   save("Monthly");
@@ -143,9 +135,8 @@ TEST_F(SchemeLoadTest, ASchemeOfAnotherDataFileLoadsItsItemsButNotItsSettings) {
   EXPECT_EQ(members(1), (std::vector<std::string>{"13"}));
 }
 
-// Forwards to the real synchronisation database, counting end-of-rows tests that are not
-// followed by a move, and failing once there have been too many: the bound that keeps a
-// never-ending reading loop from hanging the test.
+// Counts end-of-rows tests not followed by a move and fails past a bound, so that a
+// never-ending reading loop cannot hang the test.
 class BoundedDataAccess : public testing::ForwardingDataAccess {
  public:
   using ForwardingDataAccess::ForwardingDataAccess;
@@ -244,7 +235,7 @@ TEST_F(SchemeTest, WithASecretStoreASavedPasswordStaysOutOfTheDatabase) {
   form->setSchemePasswords(store);
   start();
   form->control("txtPassword").text = "pw";
-  selectAndGoToSave({"Company:12"});
+  ASSERT_TRUE(user({"cmdNav(3)", "Company:12", "cmdNav(3)"}));
   save("Monthly");
   std::string id = q("SELECT SchemeID FROM OutlookScheme;")[0];
   EXPECT_EQ(q("SELECT IFNULL(ProfilePassword, '') FROM OutlookScheme;"),
@@ -288,7 +279,7 @@ TEST_F(SchemeLoadTest, WithASecretStoreThePasswordIsLoadedFromItAndForgottenWith
 // The desktop's store through libsecret, on its file keyring (no secret service needed).
 TEST(SchemeSecretsTest, LibsecretKeepsFindsAndForgets) {
 #ifdef __SANITIZE_ADDRESS__
-  // libsecret's file keyring leaves a string in GIO's worker for the life of the process, which
+  // libsecret's file keyring keeps a string in GIO's worker for the process's life, which
   // LeakSanitizer cannot tell from a leak of ours (GLib has no frame pointers to unwind).
   GTEST_SKIP() << "libsecret's own allocations are not checked under the sanitizers";
 #endif
@@ -305,6 +296,113 @@ TEST(SchemeSecretsTest, LibsecretKeepsFindsAndForgets) {
   secrets->forget(db, 4);
   EXPECT_EQ(secrets->lookup(db, 4), std::nullopt);
   std::filesystem::remove_all(dir);
+}
+
+// ---- "Both ways", offered by a host that can run direction 1: the form runs the owner's
+// direction 1 without a selection, maps the information types, writes the conflict rule
+// through, and a scheme saved with it opens again with it (SyncType 1, no OutlookSync rows, the
+// rule kept in the host's scheme settings).
+
+class BothWaysTest : public testing::WizardTest {
+ protected:
+  void SetUp() override {
+    WizardTest::SetUp();
+    settings = app::makeSchemeSettingsFile(dir.file("wizard-schemes.ini"));
+    offer();
+    // What the run would see: direction, information type and the rule last written through.
+    c().setBothWaysRunner([this](clsOutlookSynchronization& o) {
+      runs.push_back(std::to_string(o.SyncDirectionType()) + "|" +
+                     std::to_string(o.SyncInformationType()) + "|" +
+                     (keepOutlook ? "outlook" : "host"));
+    });
+  }
+  void offer() {
+    form->offerBothWays({[this](bool outlook) { keepOutlook = outlook; }, settings});
+  }
+  std::shared_ptr<wizard::ISchemeSettings> settings;
+  bool keepOutlook = false;
+  std::vector<std::string> runs;
+};
+
+TEST_F(BothWaysTest, ChosenItNeedsNoSelectionRunsDirectionOneAndMapsTheInformationTypes) {
+  start();
+  // Both ways has no "Company Information Only": the company with its contact instead.
+  ASSERT_TRUE(user({"cmdAdvancedOptions", "optInfoType(2)", "cmdNav(2)", "optSynchDirection(1)"}));
+  EXPECT_EQ(
+      std::to_string(c().SyncDirectionType()) + "|" + std::to_string(c().SyncInformationType()),
+      "1|1");
+  ASSERT_TRUE(d->click("cmdNav", 3));  // a note instead of the tree
+  EXPECT_TRUE(d->canUse("lblBothWays") && !d->canUse("tvwContacts"));
+  ASSERT_TRUE(user({"cmdNav(2)", "cmdAdvancedOptions"}));
+  EXPECT_FALSE(d->canUse("optInfoType", 2) || d->canUse("chkPairCreated"));
+  ASSERT_TRUE(d->click("optInfoType", 4));
+  EXPECT_EQ(c().SyncInformationType(), 7);  // the host's contacts
+  ASSERT_TRUE(d->click("optConflict", 2));
+
+  // A one-way direction gives the contact option its own meaning back, and the tree.
+  ASSERT_TRUE(user({"cmdNav(2)", "optSynchDirection(2)"}));
+  EXPECT_EQ(c().SyncInformationType(), 4);
+  ASSERT_TRUE(d->click("cmdNav", 3));
+  EXPECT_TRUE(d->canUse("tvwContacts") && !d->canUse("lblBothWays"));
+  ASSERT_TRUE(d->click("cmdNav", 2));
+
+  ASSERT_TRUE(user({"optSynchDirection(1)", "cmdAdvancedOptions", "cmdNav(4)"}));  // none selected
+  EXPECT_TRUE(shown().empty());
+  EXPECT_EQ(runs, (std::vector<std::string>{"1|7|outlook"}));
+}
+
+TEST_F(BothWaysTest, ASchemeSavedWithItOpensAgainWithItsRuleAndWithoutRows) {
+  // A one-way scheme of the same name, with a row, that the both-ways one replaces.
+  testing::execSql(host->syncPath,
+                   "INSERT INTO OutlookScheme (SchemeID, SchemeName, SyncType, InfoType) VALUES "
+                   "(6, 'Replaced', 2, 1);"
+                   "INSERT INTO OutlookSync (SchemeNum, CompanyNum) VALUES (6, 10);");
+  host->messages->answer = true;
+  start();
+  // A selection made before choosing both ways.
+  ASSERT_TRUE(
+      user({"cmdNav(3)", "Company:10", "cmdNav(2)", "optSynchDirection(1)", "cmdAdvancedOptions",
+            "optInfoType(3)", "optConflict(2)", "cmdNav(2)", "cmdNav(3)", "cmdNav(3)"}));
+  for (const char* name : {"New", "Replaced"}) {
+    ASSERT_TRUE(d->type("txtSaveName", name));
+    ASSERT_TRUE(d->click("cmdSaveScheme"));
+  }
+  EXPECT_EQ(q("SELECT SchemeName || '|' || SyncType || '|' || InfoType FROM OutlookScheme "
+              "ORDER BY SchemeID;"),
+            (std::vector<std::string>{"Replaced|1|3", "New|1|3"}));
+  EXPECT_EQ(q("SELECT COUNT(*) FROM OutlookSync;"), (std::vector<std::string>{"0"}));
+  std::string id = q("SELECT SchemeID FROM OutlookScheme WHERE SchemeName = 'New';")[0];
+  EXPECT_EQ(settings->lookup(c().SyncDatabaseLocation(), std::stoi(id), "conflict"), "outlook");
+  EXPECT_EQ(settings->lookup(c().SyncDatabaseLocation(), 6, "conflict"), "outlook");
+  d->close();
+
+  // A fresh wizard, its owner reset to the defaults. The replaced scheme has its DataFileID
+  // and loads whole; the new one has none, so its other settings stay as they are, but its
+  // direction and rule come all the same.
+  form = std::make_shared<wizard::HeadlessWizard>();
+  d = std::make_unique<wizard::WizardDriver>(*form);
+  offer();
+  start();
+  form->resetScheme();
+  EXPECT_EQ(c().SyncDirectionType(), 2);
+  EXPECT_FALSE(keepOutlook);  // reset: the practice's value
+  ASSERT_TRUE(d->pick("Replaced"));
+  EXPECT_TRUE(d->value("optSynchDirection", 1) && d->value("optInfoType", 3));
+  EXPECT_EQ(c().SyncDirectionType(), 1);
+  EXPECT_EQ(c().SyncInformationType(), 7);
+  EXPECT_TRUE(d->value("optConflict", 2));
+  EXPECT_TRUE(keepOutlook);
+  form->resetScheme();
+  ASSERT_TRUE(d->pick("New"));
+  EXPECT_EQ(c().SyncDirectionType(), 1);
+  EXPECT_EQ(c().SyncInformationType(), 1);
+  EXPECT_TRUE(keepOutlook);
+  EXPECT_TRUE(host->errors->errors.empty());
+
+  ASSERT_TRUE(d->pick("New"));
+  ASSERT_TRUE(d->click("cmdDeleteScheme"));
+  EXPECT_EQ(settings->lookup(c().SyncDatabaseLocation(), std::stoi(id), "conflict"), std::nullopt);
+  EXPECT_FALSE(keepOutlook);
 }
 
 }  // namespace

@@ -62,6 +62,22 @@ class WizardTest : public HostTest {
     for (const auto& e : selection().entries()) out.push_back(e[static_cast<size_t>(member - 1)]);
     return out;
   }
+  // Does what a user does, in turn: "cmdNav(3)" or "cmdSaveScheme" clicks that control,
+  // "Company:10" ticks that node. False, with a failure naming it, at the first refused.
+  bool user(std::initializer_list<std::string> actions) {
+    for (const std::string& a : actions) {
+      const size_t open = a.find('(');
+      const bool done = a.find(':') != std::string::npos ? d->tick(a)
+                        : open == std::string::npos
+                            ? d->click(a)
+                            : d->click(a.substr(0, open), std::stoi(a.substr(open + 1)));
+      if (!done) {
+        ADD_FAILURE() << "the user cannot " << a;
+        return false;
+      }
+    }
+    return true;
+  }
   const std::vector<RecordingMessageBox::Shown>& shown() { return host->messages->shown; }
   std::vector<std::string> q(const std::string& sql) { return querySql(host->syncPath, sql); }
   // The step on show and the navigation buttons a user can click: "1: 1 2 3" is step 1 with

@@ -1,5 +1,5 @@
-// The wizard's steps, navigation buttons, Finish and Cancel, and the write-through option
-// handlers, driven headlessly as a user would.
+// The wizard's steps, navigation buttons, Finish and Cancel, the write-through option handlers
+// and the messages it shows, driven headlessly as a user would.
 #include "base/platform.h"
 #include "wizard_fixture.h"
 
@@ -35,21 +35,20 @@ TEST_F(WizardTest, StartShowsTheWelcomeStepModallyOverTheHostWindow) {
 TEST_F(WizardTest, TheStepMachine) {
   start();
   struct Row {
-    const char* button;
-    int32_t index;
+    const char* action;
     const char* nav;
     const char* caption;  // after "Outlook Wizard - "
     bool listLoaded;
   } rows[] = {
-      {"cmdAdvancedOptions", -1, "3: 1 2 4", "Advanced Options", false},
-      {"cmdNav", 2, "0: 1 3", "Welcome to the synchronization wizard", false},  // not step 2
-      {"cmdNav", 3, "1: 1 2 3", "Select the companies to synchronize", true},
-      {"cmdNav", 3, "2: 1 2 4", "Finish", true},
+      {"cmdAdvancedOptions", "3: 1 2 4", "Advanced Options", false},
+      {"cmdNav(2)", "0: 1 3", "Welcome to the synchronization wizard", false},  // not step 2
+      {"cmdNav(3)", "1: 1 2 3", "Select the companies to synchronize", true},
+      {"cmdNav(3)", "2: 1 2 4", "Finish", true},
   };
   int32_t before = 0;
   for (const Row& row : rows) {
     SCOPED_TRACE(row.nav);
-    ASSERT_TRUE(d->click(row.button, row.index));
+    ASSERT_TRUE(user({row.action}));
     EXPECT_EQ(nav(), row.nav);
     EXPECT_EQ(d->caption(), std::string("Outlook Wizard - ") + row.caption);
     EXPECT_EQ(form->listLoaded(), row.listLoaded);  // jumping back does not fill the tree
@@ -67,9 +66,7 @@ TEST_F(WizardTest, TheStepMachine) {
 
 TEST_F(WizardTest, NextRebuildsTheTreeAndBackKeepsTheMarks) {
   start();
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  ASSERT_TRUE(d->tick("Company:12"));
-  ASSERT_TRUE(d->click("cmdNav", 3));  // leaving step 1 forwards builds the selection
+  ASSERT_TRUE(user({"cmdNav(3)", "Company:12", "cmdNav(3)"}));  // leaving step 1 forwards
   EXPECT_EQ(members(1), (std::vector<std::string>{"12"}));
 
   ASSERT_TRUE(d->click("cmdNav", 2));  // back to step 1: the tree is kept as it was
@@ -79,31 +76,23 @@ TEST_F(WizardTest, NextRebuildsTheTreeAndBackKeepsTheMarks) {
   ASSERT_TRUE(d->tick("Company:13"));
   // A mark on a category means nothing, but it shows that the tree was not refilled.
   form->tree().setChecked(form->tree().find("Category:4")->index, true);
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  ASSERT_TRUE(d->click("cmdNav", 2));
+  ASSERT_TRUE(user({"cmdNav(3)", "cmdNav(2)"}));
   EXPECT_EQ(d->checkedKeys(), (std::vector<std::string>{"Category:4", "Company:13"}));
 
   ASSERT_TRUE(d->tick("Company:13", false));
-  ASSERT_TRUE(d->tick("Company:14"));
-  ASSERT_TRUE(d->click("cmdNav", 2));  // to the welcome step, then forwards again
-  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(user({"Company:14", "cmdNav(2)", "cmdNav(3)"}));  // to the welcome step and back
   // Rebuilt and marked from the selection made when step 1 was last left forwards.
   EXPECT_EQ(d->checkedKeys(), (std::vector<std::string>{"Company:13"}));
 }
 
 TEST_F(WizardTest, FinishWithAnEmptySelectionStaysAndCancelNeverSynchronises) {
   start();
-  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
-  ASSERT_TRUE(d->click("cmdNav", 4));  // the message is shown (checked with the texts)
+  ASSERT_TRUE(user({"cmdAdvancedOptions", "cmdNav(4)"}));  // its message: checked with the texts
   EXPECT_EQ(shown().size(), 1u);
   EXPECT_EQ(nav(), "3: 1 2 4");
   EXPECT_EQ(form->view.unloads, 0);
 
-  ASSERT_TRUE(d->click("cmdNav", 2));
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  ASSERT_TRUE(d->tick("Company:10"));
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  ASSERT_TRUE(d->click("cmdNav", 1));
+  ASSERT_TRUE(user({"cmdNav(2)", "cmdNav(3)", "Company:10", "cmdNav(3)", "cmdNav(1)"}));
   EXPECT_FALSE(form->loaded());
   EXPECT_EQ(form->view.unloads, 1);
   EXPECT_FALSE(d->click("cmdNav", 4));  // nothing can be clicked on an unloaded form
@@ -153,16 +142,13 @@ TEST_F(WizardTest, AdvancedOptionsFollowTheOwnersSettingsAndDirection) {
   EXPECT_FALSE(d->canUse("optInfoType", 1));
   EXPECT_TRUE(d->canUse("txtProfileName") && d->canUse("txtPassword"));
 
-  ASSERT_TRUE(d->click("cmdNav", 2));
-  ASSERT_TRUE(d->click("optSynchDirection", 2));
-  ASSERT_TRUE(d->click("cmdAdvancedOptions"));
+  ASSERT_TRUE(user({"cmdNav(2)", "optSynchDirection(2)", "cmdAdvancedOptions"}));
   EXPECT_TRUE(d->canUse("optInfoType", 1) && d->canUse("txtContactsCategory"));
 }
 
 TEST_F(WizardTest, WithNeitherDirectionChosenNextLoadsNothingButStillAppliesTheSelection) {
   start();
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  ASSERT_TRUE(d->click("cmdNav", 2));
+  ASSERT_TRUE(user({"cmdNav(3)", "cmdNav(2)"}));
   d->get("optSynchDirection", 2).value = false;
   selection().add("12", "", "");
   ASSERT_TRUE(d->click("cmdNav", 3));
@@ -177,9 +163,7 @@ TEST_F(WizardTest, NextFromTheOutlookDirectionFillsTheTreeFromOutlook) {
   c().StopOutlook();
 
   start();
-  ASSERT_TRUE(d->click("optSynchDirection", 3));
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  ASSERT_TRUE(d->tick("Category:Friends"));
+  ASSERT_TRUE(user({"optSynchDirection(3)", "cmdNav(3)", "Category:Friends"}));
   EXPECT_TRUE(d->checked("Contact:" + item->EntryID()));
   ASSERT_TRUE(d->click("cmdNav", 3));
   EXPECT_EQ(members(3), (std::vector<std::string>{item->EntryID()}));
@@ -188,8 +172,7 @@ TEST_F(WizardTest, NextFromTheOutlookDirectionFillsTheTreeFromOutlook) {
 
 TEST_F(WizardTest, ThePreviewButtonNeedsTheHostsHookAndASelection) {
   start();
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(user({"cmdNav(3)", "cmdNav(3)"}));
   EXPECT_FALSE(d->canUse("cmdPreview"));  // a view without the hook shows no dead button
   int previews = 0;
   form->setPreviewRun([&](clsOutlookSynchronization&) { ++previews; });
@@ -208,8 +191,7 @@ TEST_F(WizardTest, ThePreviewButtonNeedsTheHostsHookAndASelection) {
 
 TEST_F(WizardTest, FinishRunsOnlyWhileTheHostHoldsTheRun) {
   start();
-  ASSERT_TRUE(d->click("cmdNav", 3));
-  ASSERT_TRUE(d->click("cmdNav", 3));
+  ASSERT_TRUE(user({"cmdNav(3)", "cmdNav(3)"}));
   selection().add("13", "", "");
   auto lock = std::make_shared<int>(0);
   bool free = false, heldAfter = false;
@@ -241,6 +223,54 @@ TEST_F(WizardTest, OpenSynchFormRunsTheRegisteredFormAndReleasesIt) {
   EXPECT_TRUE(sawCurrentWizard);
   EXPECT_EQ(apartment().currentWizard, nullptr);
   EXPECT_EQ(c().counters().itemsCreated, 1);
+}
+
+TEST_F(WizardTest, EveryMessageGoesThroughTheHostsMessageBox) {
+  testing::execSql(host->syncPath,
+                   "INSERT INTO OutlookScheme (SchemeID, SchemeName) VALUES (5, 'Monthly');");
+  start();
+  auto name = [&](const char* text) { form->control("txtSaveName").text = text; };
+  // A combo box entry for a scheme that is not (or no longer) in the database.
+  auto gone = [&] {
+    auto& combo = form->control("cboSavedScheme");
+    combo.items = {{"Click here to open a saved scheme", 0}, {"Gone", 99}};
+    combo.listIndex = 1;
+  };
+  // Each action shows one message, through the host's box; a word of its text tells which.
+  struct Row {
+    const char* when;
+    std::function<void()> run;
+    const char* says;
+    int32_t style;
+    bool question;
+  } rows[] = {
+      {"Finish with nothing selected", [&] { form->cmdNav_Click(4); }, "select some", 3, false},
+      {"Delete with the list empty", [&] { form->cmdDeleteScheme_Click(); }, "drop down", 10,
+       false},
+      {"Save without a name", [&] { name(""), form->cmdSaveScheme_Click(); }, "enter a name", 10,
+       false},
+      {"Save under a name in use", [&] { name("Monthly"), form->cmdSaveScheme_Click(); },
+       "'Monthly'", 10, true},
+      {"Save", [&] { name("Quarterly"), form->cmdSaveScheme_Click(); }, "successfully", 10,
+       false},
+      {"Pick a scheme that is gone", [&] { gone(), form->cboSavedScheme_Click(); },
+       "could not be found", 10, false},
+      {"Delete a scheme that is gone", [&] { gone(), form->cmdDeleteScheme_Click(); },
+       "could not be found", 10, false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.when);
+    size_t before = shown().size();
+    row.run();
+    ASSERT_EQ(shown().size(), before + 1);
+    const auto& m = shown().back();
+    EXPECT_NE(m.text.find(row.says), std::string::npos) << m.text;
+    EXPECT_EQ(m.style, row.style);
+    EXPECT_EQ(m.question, row.question);
+    EXPECT_EQ(m.number, 101);
+    EXPECT_EQ(m.owner, mdi);
+  }
+  EXPECT_TRUE(host->errors->errors.empty());
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <QRect>
 #include <QSet>
 #include <cstdlib>
-#include <filesystem>
 
 #include "test_support.h"
 #include "wizard/wizard_form.h"

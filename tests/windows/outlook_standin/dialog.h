@@ -1,9 +1,7 @@
 // A stand-in for the message-box library's progress dialog, "kvdlgbox3.outlookDialog" (tests
-// only; run.sh registers it for the one test that wants it). Its members go by the DISPIDs of
-// its type library (dialog_standin.idl, carried in outlook_standin.dll): ten settings, the
-// value read back, Show, which raises StartProgress on the sink advised through its connection
-// point, and Close. Every setting made before Show, then Show and Close (with the value then),
-// is noted in dialogLog(), which Application.DialogLog answers.
+// only), by the DISPIDs of its type library (dialog_standin.idl): ten settings, the value read
+// back, Show (raising StartProgress on the advised sink) and Close. The settings made before
+// Show, then Show and Close (with the value then), are noted in dialogLog().
 // Thread use: the apartment's one thread.
 #pragma once
 

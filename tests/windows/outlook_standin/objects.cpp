@@ -22,22 +22,10 @@ std::atomic<long> g_live{0};
 // the notes) since the process started: a run that writes to Outlook must make none.
 std::atomic<long> g_guardedReads{0};
 
-// Hands a new wrapper (reference count 1) to the caller, or Nothing for nullptr.
-HRESULT answerObject(VARIANT* result, IDispatch* object) {
-  if (result) {
-    result->vt = VT_DISPATCH;
-    result->pdispVal = object;  // takes over the wrapper's one reference
-  } else if (object) {
-    object->Release();
-  }
-  return S_OK;
-}
-
 // What a member does when got or called, and when assigned (none: the member is read-only).
 using Get = std::function<HRESULT(DISPPARAMS*, VARIANT*)>;
 using Put = std::function<void(const Variant&)>;
 
-// A member that answers a value.
 template <typename F>
 Get value(F f) {
   return [f](DISPPARAMS*, VARIANT* result) {
@@ -45,7 +33,6 @@ Get value(F f) {
     return S_OK;
   };
 }
-// A method that answers nothing.
 template <typename F>
 Get method(F f) {
   return [f](DISPPARAMS* params, VARIANT*) {
@@ -53,10 +40,20 @@ Get method(F f) {
     return S_OK;
   };
 }
-// A member that answers a new wrapper (or Nothing).
+// A member that answers a new wrapper (or Nothing for nullptr), handing the caller its one
+// reference.
 template <typename F>
 Get object(F f) {
-  return [f](DISPPARAMS* params, VARIANT* result) { return answerObject(result, f(params)); };
+  return [f](DISPPARAMS* params, VARIANT* result) {
+    IDispatch* object = f(params);
+    if (result) {
+      result->vt = VT_DISPATCH;
+      result->pdispVal = object;
+    } else if (object) {
+      object->Release();
+    }
+    return S_OK;
+  };
 }
 
 // The base of every wrapper: its members by name, counted, and named in errors. "Item" is the
@@ -101,7 +98,7 @@ class Object : public win32::DispatchServer {
     if (v.isMissing()) return std::nullopt;
     return (v.*as)();
   }
-  static std::optional<std::string> optionalText(const DISPPARAMS* params, unsigned i) {
+  static std::optional<std::string> text(const DISPPARAMS* params, unsigned i) {
     return optional(params, i, &Variant::toString);
   }
 
@@ -109,10 +106,6 @@ class Object : public win32::DispatchServer {
   std::string label_;
   std::map<DISPID, std::pair<Get, Put>> members_;
 };
-
-IDispatch* wrapItem(const outlook::ItemPtr& item);
-
-// ---- Items of any kind: Class, EntryID, Save.
 
 class ItemObject : public Object {
  public:
@@ -122,8 +115,6 @@ class ItemObject : public Object {
     add(L"Save", method([item](DISPPARAMS*) { item->Save(); }));
   }
 };
-
-// ---- ContactItem.
 
 class ContactObject final : public ItemObject {
  public:
@@ -149,8 +140,6 @@ class ContactObject final : public ItemObject {
     add(L"Delete", method([c](DISPPARAMS*) { c->Delete(); }));
   }
 };
-
-// ---- Mail: recipients and attachments.
 
 class RecipientObject final : public Object {
  public:
@@ -191,8 +180,7 @@ class AttachmentsObject final : public Object {
     add(L"Add", object([this, list](DISPPARAMS* p) {
           std::string source = required(p, 0, "Add").toString();
           return new AttachmentObject(list->Add(source, optional(p, 1, &Variant::toInt32),
-                                                optional(p, 2, &Variant::toInt32),
-                                                optionalText(p, 3)));
+                                                optional(p, 2, &Variant::toInt32), text(p, 3)));
         }));
     add(L"Item", object([this, list](DISPPARAMS* p) {
           return new AttachmentObject(list->Item(required(p, 0, "Item").toInt32()));
@@ -229,8 +217,6 @@ IDispatch* wrapItem(const outlook::ItemPtr& item) {
   return new ItemObject(item, "Item");  // a distribution list or an appointment, say
 }
 
-// ---- Folders and their items.
-
 class ItemsObject final : public Object {
  public:
   explicit ItemsObject(std::shared_ptr<outlook::Items> items) : Object("Items") {
@@ -260,7 +246,7 @@ class NameSpaceObject final : public Object {
  public:
   explicit NameSpaceObject(std::shared_ptr<outlook::NameSpace> s) : Object("NameSpace") {
     add(L"Logon", method([s](DISPPARAMS* p) {
-          s->Logon(optionalText(p, 0), optionalText(p, 1), optional(p, 2, &Variant::toBool),
+          s->Logon(text(p, 0), text(p, 1), optional(p, 2, &Variant::toBool),
                    optional(p, 3, &Variant::toBool));
         }));
     add(L"GetDefaultFolder", object([this, s](DISPPARAMS* p) {
@@ -269,7 +255,7 @@ class NameSpaceObject final : public Object {
         }));
     add(L"GetItemFromID", object([this, s](DISPPARAMS* p) {
           std::string entryId = required(p, 0, "GetItemFromID").toString();
-          return wrapItem(s->GetItemFromID(entryId, optionalText(p, 1).value_or("")));
+          return wrapItem(s->GetItemFromID(entryId, text(p, 1).value_or("")));
         }));
   }
 };

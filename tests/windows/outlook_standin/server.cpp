@@ -1,12 +1,8 @@
-// outlook_standin.dll: a stand-in for Outlook for the Windows tests under Wine, never installed
-// on a user's machine. regsvr32 registers it as "Outlook.Application" (its own CLSID
-// {FC4CC544-0543-4688-9A85-D42E96B544C3}, in-process, apartment-threaded), so that
-// CreateObject("Outlook.Application") in a test script, or dossync's Outlook-by-automation
-// client, gets Outlook's object model (objects.h) over the vCard folder store whose root the
-// environment variable DOSSYNC_STANDIN_STORE names (a Windows path). Without that variable
-// CreateInstance fails with E_FAIL and says why (error info and the debugger output). It also
-// serves the progress dialog stand-in (dialog.h) by its CLSID, which the tests register
-// themselves when they want it.
+// outlook_standin.dll (tests only): regsvr32 registers it as "Outlook.Application", so that the
+// tests' scripts and dossync's automation client get Outlook's object model (objects.h) over the
+// vCard folder store named by DOSSYNC_STANDIN_STORE (a Windows path; unset, CreateInstance fails
+// with E_FAIL and error info saying why). It also serves the progress dialog stand-in (dialog.h)
+// by its CLSID, which the tests register themselves when they want it.
 #include <objbase.h>
 #include <oleauto.h>
 #include <olectl.h>
@@ -28,7 +24,6 @@ namespace {
 
 using namespace dossync;
 
-// {FC4CC544-0543-4688-9A85-D42E96B544C3}
 constexpr CLSID kClsid = {
     0xfc4cc544, 0x0543, 0x4688, {0x9a, 0x85, 0xd4, 0x2e, 0x96, 0xb5, 0x44, 0xc3}};
 const win32::InprocClass kClass{kClsid, L"Outlook.Application",
@@ -39,10 +34,8 @@ HMODULE g_module = nullptr;
 std::atomic<long> g_locks{0};
 std::atomic<long> g_factories{0};
 
-// Tells a failed creation to whoever looks: the caller's error info and the debugger.
+// Tells the caller why a creation failed, through its error info.
 HRESULT creationFailed(HRESULT hr, const std::wstring& why) {
-  std::wstring line = L"outlook_standin: " + why + L"\n";
-  ::OutputDebugStringW(line.c_str());
   ICreateErrorInfo* create = nullptr;
   if (SUCCEEDED(::CreateErrorInfo(&create))) {
     create->SetDescription(const_cast<LPOLESTR>(why.c_str()));
@@ -55,16 +48,6 @@ HRESULT creationFailed(HRESULT hr, const std::wstring& why) {
     create->Release();
   }
   return hr;
-}
-
-// The store's root from DOSSYNC_STANDIN_STORE, "" when the variable is not set.
-std::wstring storeRoot() {
-  DWORD n = ::GetEnvironmentVariableW(L"DOSSYNC_STANDIN_STORE", nullptr, 0);
-  if (n == 0) return {};
-  std::wstring value(n, L'\0');
-  n = ::GetEnvironmentVariableW(L"DOSSYNC_STANDIN_STORE", value.data(), n);
-  value.resize(n);
-  return value;
 }
 
 // Hands the caller the interface it asked for of a new object, letting go of the object's own
@@ -107,7 +90,9 @@ class Factory final : public IClassFactory {
       if (!dialog) return creationFailed(E_FAIL, L"The dialog's type library is not loadable");
       return handOut(dialog, iid, out);
     }
-    std::wstring root = storeRoot();
+    wchar_t store[1024];
+    const DWORD n = ::GetEnvironmentVariableW(L"DOSSYNC_STANDIN_STORE", store, 1024);
+    const std::wstring root(store, n < 1024 ? n : 0);
     if (root.empty())
       return creationFailed(E_FAIL,
                             L"DOSSYNC_STANDIN_STORE is not set: it names the folder of the vCard "
