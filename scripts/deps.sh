@@ -20,6 +20,8 @@ POSTGRES_PACKAGES=(python3 postgresql-15)
 # checks the desktop entry and the .deb; ./run package makes the .deb (dpkg-shlibdeps, file).
 BUILD_PACKAGES+=(help2man)
 TEST_PACKAGES+=(man-db desktop-file-utils dpkg-dev file)
+# The format check: the configuration in .clang-format is pinned to clang-format 14.
+TEST_PACKAGES+=(clang-format)
 PACKAGE_PACKAGES=(dpkg-dev file)
 
 want=("${BUILD_PACKAGES[@]}")

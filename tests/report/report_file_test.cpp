@@ -177,7 +177,8 @@ TEST(ReportFileTest, RecordsWrittenBehindTheRunsBackKeepTheirOrderAndFailures) {
   fs::path path = write(fs::path(dir.path()) / "many.jsonl.zst", w, true);
   RunPlan back = readReportFile(path);
   ASSERT_EQ(back.records.size(), 2000u);
-  for (size_t i = 0; i < back.records.size(); i += 199) EXPECT_EQ(back.records[i].key, std::to_string(i));
+  for (size_t i = 0; i < back.records.size(); i += 199)
+    EXPECT_EQ(back.records[i].key, std::to_string(i));
 
   // Text that is not UTF-8 (Latin-1 here) is refused, not written as it is.
   Written latin1 = aRun();

@@ -133,8 +133,8 @@ void events() {
 // nothing once the host let go of everything, even from inside ExitProgram.
 void lifetime() {
   using CanUnload = HRESULT(WINAPI*)();
-  auto canUnload = reinterpret_cast<CanUnload>(reinterpret_cast<void*>(
-      GetProcAddress(GetModuleHandleW(kComponentDll), "DllCanUnloadNow")));
+  auto canUnload = reinterpret_cast<CanUnload>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(kComponentDll), "DllCanUnloadNow")));
   if (!canUnload) return check(false, "lifetime: DllCanUnloadNow");
   ComPtr<IDispatch> collection;
   {

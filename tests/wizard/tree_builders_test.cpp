@@ -156,8 +156,8 @@ class OutlookTreeTest : public testing::HostTest {  // the host's progress dialo
              {"C", "X-DOSSYNC-FILEAS:Cid\nCATEGORIES:Friends,Work\n"},
              {"D", "X-DOSSYNC-FILEAS:Dee\nCATEGORIES:Friends\n"},
              {"LIST", "KIND:group\nFN:List\n"}})
-      std::ofstream(folder / (file + ".vcf"))
-          << "BEGIN:VCARD\nVERSION:4.0\nUID:" << file << "\n" << lines << "END:VCARD\n";
+      std::ofstream(folder / (file + ".vcf")) << "BEGIN:VCARD\nVERSION:4.0\nUID:" << file << "\n"
+                                              << lines << "END:VCARD\n";
     c().StartOutlook();
     builder.OutlookNameSpace = c().outlookNameSpace();
     builder.treeViewControl = tree;

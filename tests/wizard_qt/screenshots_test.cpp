@@ -30,10 +30,10 @@ TEST(WizardScreenshots, EveryStepAndBothDirectionsArePictured) {
   // The step picture at the left of every step, and the text at the top of the step beside it.
   const QRect picture(10, 24, 144, 284), heading(168, 14, 460, 34);
   std::vector<QImage> shots;
-  for (const char* name : {"wizard-1-welcome.png", "wizard-2-select-from-dossiera.png",
-                           "wizard-2-select-contacts.png", "wizard-2-select-from-outlook.png",
-                           "wizard-3-finish.png", "wizard-4-advanced-options.png",
-                           "wizard-5-both-ways.png"}) {
+  for (const char* name :
+       {"wizard-1-welcome.png", "wizard-2-select-from-dossiera.png", "wizard-2-select-contacts.png",
+        "wizard-2-select-from-outlook.png", "wizard-3-finish.png", "wizard-4-advanced-options.png",
+        "wizard-5-both-ways.png"}) {
     SCOPED_TRACE(name);
     QImage shot(QString::fromStdString(out + "/" + name), "PNG");
     ASSERT_FALSE(shot.isNull());

@@ -62,9 +62,9 @@ TEST_F(DavClientTest, ProbeAndAddresses) {
 
   // Only members inside the collection are followed; requests never leave its origin.
   const std::string dir = "/alice/" + book + "/";
-  for (const std::string& inside : {dir + "a.vcf", std::string("a%20b.vcf"), origin + dir + "x.vcf",
-                                    "HTTP://127.0.0.1:" + origin.substr(origin.rfind(':') + 1) +
-                                        dir + "y.vcf"})
+  for (const std::string& inside :
+       {dir + "a.vcf", std::string("a%20b.vcf"), origin + dir + "x.vcf",
+        "HTTP://127.0.0.1:" + origin.substr(origin.rfind(':') + 1) + dir + "y.vcf"})
     EXPECT_TRUE(client->contains(inside)) << inside;
   for (const std::string& outside :
        {std::string("https://other.example/x.vcf"), "http://localhost:1" + dir + "a.vcf",
@@ -96,7 +96,8 @@ TEST_F(DavClientTest, FailuresNameTheUrlAndWhatTheServerSaid) {
             "The server at " + url + " refused the logon of alice (401 Unauthorized)");
   EXPECT_EQ(e.source(), "carddav");
 
-  const std::string nowhere = "http://127.0.0.1:" + std::to_string(testing::closedPort()) + "/alice/b/";
+  const std::string nowhere =
+      "http://127.0.0.1:" + std::to_string(testing::closedPort()) + "/alice/b/";
   e = testing::thrown([&] { DavClient(nowhere, options()).listMembers(); });
   EXPECT_EQ(e.number(), kServerUnreachable);
   EXPECT_EQ(e.remedy(), Remedy::kRetryLater);

@@ -101,29 +101,32 @@ TEST_F(OdbcEngineTest, AWriteWaitsForAnotherConnectionsLock) {
 TEST(OdbcFlavourTest, TheFlavourIsTheHeadersTheNamesOnlyForOtherFiles) {
   testing::TempDir dir;
   using odbc::Flavour;
-  const Flavour fresh =
-      odbc::driverAvailable(Flavour::Access) ? Flavour::Access : Flavour::SQLite;
+  const Flavour fresh = odbc::driverAvailable(Flavour::Access) ? Flavour::Access : Flavour::SQLite;
   std::ofstream(dir.file("jet.db")) << std::string("\0\1\0\0Standard Jet DB\0", 20);
   std::ofstream(dir.file("ace.x")) << std::string("\0\1\0\0Standard ACE DB\0", 20);
   std::ofstream(dir.file("other.mdb")) << "not a database at all";
   std::ofstream(dir.file("empty.mdb")).flush();
   testing::execSql(dir.file("sqlite.mdb"), "CREATE TABLE t (x);");
+  // clang-format off
   const std::pair<const char*, Flavour> cases[] = {
       {"host.db", Flavour::SQLite},  {"jet.db", Flavour::Access},    {"ace.x", Flavour::Access},
       {"sqlite.mdb", Flavour::SQLite}, {"empty.mdb", Flavour::SQLite}, {"other.mdb", Flavour::Access},
       {"new.mdb", fresh},            {"Temp.mdb", fresh},            {"New.ACCDB", fresh}};
-  for (const auto& [file, flavour] : cases) EXPECT_EQ(odbc::flavourOf(dir.file(file)), flavour) << file;
+  // clang-format on
+  for (const auto& [file, flavour] : cases)
+    EXPECT_EQ(odbc::flavourOf(dir.file(file)), flavour) << file;
 }
 
 // A table without a key (the synchronisation database's of old), in Jet's SQL: one of two
 // identical rows is not written at all, nor a row another connection changed.
 TEST_F(OdbcEngineTest, JetRowsWithoutAKeyAreNamedByTheirValues) {
   const std::string path = dir.file("sync.db");
-  testing::execSql(path,
-                   "CREATE TABLE OutlookSync (SyncID COUNTER, OutlookID VARCHAR(100), Seen BOOLEAN, "
-                   "DateLastSync DATETIME);"
-                   "INSERT INTO OutlookSync VALUES (1, 'a', 0, '2024-01-02 03:04:05'), "
-                   "(2, 'b', 1, NULL), (3, 'dup', 0, NULL), (3, 'dup', 0, NULL);");
+  testing::execSql(
+      path,
+      "CREATE TABLE OutlookSync (SyncID COUNTER, OutlookID VARCHAR(100), Seen BOOLEAN, "
+      "DateLastSync DATETIME);"
+      "INSERT INTO OutlookSync VALUES (1, 'a', 0, '2024-01-02 03:04:05'), "
+      "(2, 'b', 1, NULL), (3, 'dup', 0, NULL), (3, 'dup', 0, NULL);");
   sql::DataAccess db([](const std::string& p) {
     return std::make_unique<odbc::OdbcEngine>(p, false, odbc::Flavour::SQLite, true);
   });
@@ -139,10 +142,12 @@ TEST_F(OdbcEngineTest, JetRowsWithoutAKeyAreNamedByTheirValues) {
   db.setNewField(h, "OutlookID", std::string(100, 'n'));
   db.saveNew(h);
   EXPECT_EQ(db.readField(h, "OutlookID"), std::string(100, 'n'));
-  EXPECT_EQ(querySql(path, "SELECT SyncID || OutlookID || ifnull(Seen, '-') || "
-                           "ifnull(DateLastSync, '-') FROM OutlookSync WHERE SyncID IN (1, 4) "
-                           "ORDER BY SyncID;"),
-            (std::vector<std::string>{"1A12025-06-07 08:09:10", "4" + std::string(100, 'n') + "--"}));
+  EXPECT_EQ(
+      querySql(path,
+               "SELECT SyncID || OutlookID || ifnull(Seen, '-') || "
+               "ifnull(DateLastSync, '-') FROM OutlookSync WHERE SyncID IN (1, 4) "
+               "ORDER BY SyncID;"),
+      (std::vector<std::string>{"1A12025-06-07 08:09:10", "4" + std::string(100, 'n') + "--"}));
 
   ASSERT_TRUE(db.findFirst(h, "OutlookID", "dup"));  // one of two identical rows
   EXPECT_EQ(testing::errorOf([&] { db.writeField(h, "OutlookID", "one"); }), kNotUpdatable);

@@ -168,7 +168,8 @@ TEST_P(DataAccessTest, TablesWithoutAKeyAndViewsOfATableAreWritable) {
   db.writeField(h, "CategoryNum", "7");
   EXPECT_EQ(query("SELECT CategoryName || '/' || CategoryNum FROM HostCategory;"),
             (Rows{"Outlook/7"}));
-  if (jet()) return;  // Jet writes through a query of one table itself; SQLite's views are read-only
+  if (jet())
+    return;  // Jet writes through a query of one table itself; SQLite's views are read-only
   int32_t v = open("SELECT rstContacts.* FROM rstContacts;", kLockOptimistic);
   ASSERT_TRUE(db.findFirst(v, "DisplayName", "cy"));
   db.writeField(v, "FirstName", "Cyril");
@@ -578,8 +579,9 @@ TEST_P(SnapshotTest, ARunWritingBothDatabasesHoldsTheHostsLockFromEachRecordsSta
 // COLLATE NOCASE on SQLite, citext on PostgreSQL; written at once or grouped.
 TEST_P(SnapshotTest, AChangeOfCaseIsWrittenWhateverTheColumnsCollation) {
   if (postgres())
-    exec("CREATE EXTENSION IF NOT EXISTS citext; ALTER TABLE Companies ALTER COLUMN CompanyName "
-         "TYPE citext;");
+    exec(
+        "CREATE EXTENSION IF NOT EXISTS citext; ALTER TABLE Companies ALTER COLUMN CompanyName "
+        "TYPE citext;");
   rename("5", "BETA CO.");
   EXPECT_EQ(stored()[2], "BETA CO.");
   db.groupWrites(true);
@@ -593,8 +595,9 @@ TEST_P(SnapshotTest, AChangeOfCaseIsWrittenWhateverTheColumnsCollation) {
     db.writeField(c, "BusinessEmail", "Ann@Example.org");
   }
   EXPECT_EQ(stored()[0], "ZETA LTD.");
-  EXPECT_EQ(query("SELECT DisplayName || ' ' || BusinessEmail FROM Contacts WHERE ContactID = 10;")[0],
-            "ann Ann@Example.org");
+  EXPECT_EQ(
+      query("SELECT DisplayName || ' ' || BusinessEmail FROM Contacts WHERE ContactID = 10;")[0],
+      "ann Ann@Example.org");
 }
 
 // The server refuses a grouped write to a row another connection changed since the group's

@@ -50,8 +50,8 @@ TEST(CardMergeTest, EachSidesChangesSurviveAndABothSidesChangeFollowsTheRule) {
             "Manager", U},
            {"mine emptied it, mine wins", base, cardWith("", U), cardWith("Manager", U), Mine, "",
             U},
-           {"no base: theirs counts as changed", "", cardWith("Partner", U),
-            cardWith("Manager", U), Theirs, "Manager", U},
+           {"no base: theirs counts as changed", "", cardWith("Partner", U), cardWith("Manager", U),
+            Theirs, "Manager", U},
        }) {
     ContactCard merged(parseVcard(mergeCardChanges(c.base, c.mine, c.theirs, c.rule)));
     EXPECT_EQ(merged.get(ContactProperty::JobTitle), c.title) << c.what;

@@ -237,13 +237,20 @@ TEST(VcardMappingTest, ReadsCardsOfOtherProgramsWhateverTheirCase) {
       "BDAY:19700305\nX-EVOLUTION-ANNIVERSARY:2001-06-30\nGENDER:F;woman\nend:vcard\n"));
   using P = ContactProperty;
   for (auto [p, want] : std::vector<std::pair<P, std::string>>{
-           {P::FullName, "Ann Lee"}, {P::Title, "Dr."}, {P::Department, "Sales"},
-           {P::BusinessFaxNumber, "111"}, {P::MobileTelephoneNumber, "222"},
-           {P::HomeTelephoneNumber, "333"}, {P::Home2TelephoneNumber, "444"},
+           {P::FullName, "Ann Lee"},
+           {P::Title, "Dr."},
+           {P::Department, "Sales"},
+           {P::BusinessFaxNumber, "111"},
+           {P::MobileTelephoneNumber, "222"},
+           {P::HomeTelephoneNumber, "333"},
+           {P::Home2TelephoneNumber, "444"},
            {P::BusinessTelephoneNumber, ""},  // a pager is not a phone
-           {P::Email1Address, "one@x"}, {P::Email2Address, "two@x"},
-           {P::HomeAddressCity, "Hometown"}, {P::BusinessAddressState, "ST"},
-           {P::BusinessAddressCountry, "Land"}, {P::Categories, "Business, VIP"},
+           {P::Email1Address, "one@x"},
+           {P::Email2Address, "two@x"},
+           {P::HomeAddressCity, "Hometown"},
+           {P::BusinessAddressState, "ST"},
+           {P::BusinessAddressCountry, "Land"},
+           {P::Categories, "Business, VIP"},
            {P::FileAs, "Lee, Ann"}})
     EXPECT_EQ(card.get(p), want) << outlook::propertyName(p);
   EXPECT_EQ(card.birthday(), (value::Date{1970, 3, 5}));
@@ -365,26 +372,40 @@ ContactCard fullCard() {
   using P = ContactProperty;
   for (auto [p, text] : std::vector<std::pair<P, const char*>>{
            {P::Body, "Met at the 2019 conference.\r\nPrefers e-mail; never calls."},
-           {P::HomeFaxNumber, "+44 20 7946 0003"}, {P::FirstName, "Jürgen"},
-           {P::LastName, "Müller-Lüdenscheidt"}, {P::MiddleName, "K."}, {P::Title, "Dr."},
-           {P::Suffix, "Jr."}, {P::FullName, "Dr. Jürgen K. Müller-Lüdenscheidt Jr."},
-           {P::FileAs, "Müller-Lüdenscheidt, Jürgen"}, {P::CompanyName, "Smith, Jones & Partners"},
-           {P::Department, "Tax; Audit"}, {P::JobTitle, "Senior Partner"},
-           {P::OfficeLocation, "Room 4.12"}, {P::Categories, "Business, VIP"},
-           {P::Email1Address, "juergen@example.com"}, {P::Email2Address, "jkm@example.org"},
+           {P::HomeFaxNumber, "+44 20 7946 0003"},
+           {P::FirstName, "Jürgen"},
+           {P::LastName, "Müller-Lüdenscheidt"},
+           {P::MiddleName, "K."},
+           {P::Title, "Dr."},
+           {P::Suffix, "Jr."},
+           {P::FullName, "Dr. Jürgen K. Müller-Lüdenscheidt Jr."},
+           {P::FileAs, "Müller-Lüdenscheidt, Jürgen"},
+           {P::CompanyName, "Smith, Jones & Partners"},
+           {P::Department, "Tax; Audit"},
+           {P::JobTitle, "Senior Partner"},
+           {P::OfficeLocation, "Room 4.12"},
+           {P::Categories, "Business, VIP"},
+           {P::Email1Address, "juergen@example.com"},
+           {P::Email2Address, "jkm@example.org"},
            {P::Email3Address, "j.mueller@example.net"},
            {P::BusinessTelephoneNumber, "+44 20 7946 0000"},
            {P::Business2TelephoneNumber, "+44 20 7946 0001"},
-           {P::BusinessFaxNumber, "+44 20 7946 0002"}, {P::HomeTelephoneNumber, "+44 20 7946 0004"},
+           {P::BusinessFaxNumber, "+44 20 7946 0002"},
+           {P::HomeTelephoneNumber, "+44 20 7946 0004"},
            {P::Home2TelephoneNumber, "+44 20 7946 0005"},
            {P::MobileTelephoneNumber, "+44 7700 900123"},
            {P::BusinessAddressStreet, "1 Long Street\r\nSuite 200"},
-           {P::BusinessAddressCity, "London"}, {P::BusinessAddressState, "Greater London"},
+           {P::BusinessAddressCity, "London"},
+           {P::BusinessAddressState, "Greater London"},
            {P::BusinessAddressPostalCode, "EC1A 1BB"},
-           {P::BusinessAddressCountry, "United Kingdom"}, {P::HomeAddressStreet, "7 Garden Lane"},
-           {P::HomeAddressCity, "Guildford"}, {P::HomeAddressState, "Surrey"},
-           {P::HomeAddressPostalCode, "GU1 1AA"}, {P::HomeAddressCountry, "United Kingdom"},
-           {P::WebPage, "https://example.com/jkm?a=1,2"}, {P::Spouse, "Anna"},
+           {P::BusinessAddressCountry, "United Kingdom"},
+           {P::HomeAddressStreet, "7 Garden Lane"},
+           {P::HomeAddressCity, "Guildford"},
+           {P::HomeAddressState, "Surrey"},
+           {P::HomeAddressPostalCode, "GU1 1AA"},
+           {P::HomeAddressCountry, "United Kingdom"},
+           {P::WebPage, "https://example.com/jkm?a=1,2"},
+           {P::Spouse, "Anna"},
            {P::Children, "Ben, Clara"}})
     card.set(p, text);
   card.setBirthday({1961, 7, 14});
@@ -394,7 +415,8 @@ ContactCard fullCard() {
 }
 
 TEST(VcardGoldenTest, WritesAFullCardExactlyAsTheGoldenFile) {
-  std::string path = std::string(DOSSYNC_SOURCE_DIR) + "/tests/backends/vcard/golden/full_contact.vcf";
+  std::string path =
+      std::string(DOSSYNC_SOURCE_DIR) + "/tests/backends/vcard/golden/full_contact.vcf";
   std::string got = fullCard().text();
   if (std::getenv("DOSSYNC_UPDATE_GOLDEN")) std::ofstream(path, std::ios::binary) << got;
   std::string want = testing::readFile(path);

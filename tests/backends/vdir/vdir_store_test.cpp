@@ -195,8 +195,8 @@ TEST_F(VdirStoreTest, ALargeFolderIsIndexedWholeWithItsBadFilesReported) {
 TEST_F(VdirStoreTest, FindTakesTheNameLiterallyAndAnswersTheFirstMatchInFileOrder) {
   auto app = open();
   const std::vector<std::string> names = {
-      "O'Brien, \"Bob\"", "[Acme] = \"x\"", "  padded  ", "Smith, John", "=", "\"", "Ünïcode; ok",
-      "ÉCOLE DUPONT", "ΟΔΥΣΣΕΥΣ",
+      "O'Brien, \"Bob\"", "[Acme] = \"x\"", "  padded  ", "Smith, John", "=", "\"",
+      "Ünïcode; ok",      "ÉCOLE DUPONT",   "ΟΔΥΣΣΕΥΣ",
   };
   std::map<std::string, std::string> ids;
   for (const auto& n : names) ids[n] = saved(app, n)->EntryID();

@@ -24,8 +24,8 @@ const IID kEventsIid = {
 std::atomic<long> g_live{0};
 std::string g_log;
 
-const char* const kNames[] = {"Caption", "Kind", "Parent", "Low", "High",
-                              "Bar", "Position", "Second", "Cancellable", "Code"};
+const char* const kNames[] = {"Caption", "Kind",     "Parent", "Low",         "High",
+                              "Bar",     "Position", "Second", "Cancellable", "Code"};
 
 ITypeInfo* dialogTypeInfo() {
   ITypeLib* lib = nullptr;

@@ -5,8 +5,8 @@
 // Thread use: the apartment's one thread.
 #pragma once
 
-#include <oaidl.h>
 #include <windows.h>
+#include <oaidl.h>
 
 #include <string>
 

@@ -7,8 +7,8 @@
 // Thread use: the apartment's one thread; liveObjects (atomic) is for DllCanUnloadNow.
 #pragma once
 
-#include <oaidl.h>
 #include <windows.h>
+#include <oaidl.h>
 
 #include <memory>
 

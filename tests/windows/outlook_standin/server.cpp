@@ -3,10 +3,10 @@
 // vCard folder store named by DOSSYNC_STANDIN_STORE (a Windows path; unset, CreateInstance fails
 // with E_FAIL and error info saying why). It also serves the progress dialog stand-in (dialog.h)
 // by its CLSID, which the tests register themselves when they want it.
+#include <windows.h>
 #include <objbase.h>
 #include <oleauto.h>
 #include <olectl.h>
-#include <windows.h>
 
 #include <atomic>
 #include <filesystem>
