@@ -1,4 +1,6 @@
 // A host company and its default contact -> one Outlook contact filed under the company name.
+#include <span>
+
 #include "base/value.h"
 #include "transfer/transfer_support.h"
 
@@ -6,45 +8,6 @@ namespace dossync {
 
 using outlook::ContactProperty;
 using P = ContactProperty;
-
-namespace {
-
-struct Field {
-  const char* column;
-  ContactProperty property;
-};
-
-// The company part, in order; Categories is set right after CompanyName.
-constexpr Field kCompanyPart[] = {{"Address", P::BusinessAddressStreet},
-                                  {"City", P::BusinessAddressCity},
-                                  {"Province", P::BusinessAddressState},
-                                  {"PostalCode", P::BusinessAddressPostalCode},
-                                  {"Country", P::BusinessAddressCountry},
-                                  {"OfficeNumber", P::BusinessTelephoneNumber},
-                                  {"FaxNumber", P::BusinessFaxNumber},
-                                  {"Email", P::Email1Address},
-                                  {"WebSite", P::WebPage}};
-
-// The default contact's personal part, in order (Gender and the dates follow it).
-constexpr Field kContactPersonal[] = {{"NamePrefix", P::Title},
-                                      {"FirstName", P::FirstName},
-                                      {"MiddleName", P::MiddleName},
-                                      {"LastName", P::LastName},
-                                      {"NameSuffix", P::Suffix},
-                                      {"DisplayName", P::FullName},
-                                      {"PersonalEmail", P::Email3Address},
-                                      {"HomePhone_Main", P::HomeTelephoneNumber},
-                                      {"HomePhone_Cell", P::Home2TelephoneNumber},
-                                      {"HomePhone_Fax", P::HomeFaxNumber},
-                                      {"HomeAddress", P::HomeAddressStreet},
-                                      {"HomeCity", P::HomeAddressCity},
-                                      {"HomeProvince", P::HomeAddressState},
-                                      {"HomePostalCode", P::HomeAddressPostalCode},
-                                      {"HomeCountry", P::HomeAddressCountry},
-                                      {"SpouseName", P::Spouse},
-                                      {"Children", P::Children}};
-
-}  // namespace
 
 std::string clsOutlookSynchronization::createNewDossieraCompanyWithDefaultContactInOutlook(
     int32_t companyID, std::string outlookEntryID) {
@@ -68,9 +31,11 @@ std::string clsOutlookSynchronization::createNewDossieraCompanyWithDefaultContac
     f.step([&] { item.set(p, rs.read(column)); });
   };
 
-  copy(*company, "CompanyName", P::CompanyName);
+  // The company's name, its category right after it, then the rest of its columns.
+  const std::span<const transfer::HostColumn> companyColumns(transfer::kCompanyColumns);
+  copy(*company, companyColumns[0].column, companyColumns[0].property);
   f.step([&] { item.setCategories(outlookCategory_); });
-  for (const Field& fld : kCompanyPart) copy(*company, fld.column, fld.property);
+  for (const auto& col : companyColumns.subspan(1)) copy(*company, col.column, col.property);
 
   // The company's first contact marked default; one whose mark cannot be read is passed over.
   if (f.step([&] {
@@ -87,7 +52,7 @@ std::string clsOutlookSynchronization::createNewDossieraCompanyWithDefaultContac
   }
   if (haveDefault) {
     hostdb::Recordset& c = *contacts;
-    for (const Field& fld : kContactPersonal) copy(c, fld.column, fld.property);
+    for (const auto& col : transfer::kContactPersonalColumns) copy(c, col.column, col.property);
     transfer::copyGenderAndDates(f, item, c);
     copy(c, "BusinessJobTitle", P::JobTitle);
     copy(c, "BusinessDepartment", P::Department);

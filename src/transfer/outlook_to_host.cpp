@@ -12,46 +12,13 @@ using P = outlook::ContactProperty;
 
 namespace {
 
-struct Column {
-  P property;
-  const char* column;
-};
-
-constexpr Column kCompanyRow[] = {{P::CompanyName, "CompanyName"},
-                                  {P::BusinessAddressStreet, "Address"},
-                                  {P::BusinessAddressCity, "City"},
-                                  {P::BusinessAddressState, "Province"},
-                                  {P::BusinessAddressPostalCode, "PostalCode"},
-                                  {P::BusinessAddressCountry, "Country"},
-                                  {P::BusinessTelephoneNumber, "OfficeNumber"},
-                                  {P::BusinessFaxNumber, "FaxNumber"},
-                                  {P::Email1Address, "Email"},
-                                  {P::WebPage, "WebSite"}};
-
-// The contact row up to Gender; the dates and the business columns follow it.
-constexpr Column kContactNames[] = {{P::Title, "NamePrefix"},
-                                    {P::FirstName, "FirstName"},
-                                    {P::MiddleName, "MiddleName"},
-                                    {P::LastName, "LastName"},
-                                    {P::Suffix, "NameSuffix"},
-                                    {P::FullName, "DisplayName"},
-                                    {P::Email3Address, "PersonalEmail"},
-                                    {P::HomeTelephoneNumber, "HomePhone_Main"},
-                                    {P::Home2TelephoneNumber, "HomePhone_Cell"},
-                                    {P::HomeFaxNumber, "HomePhone_Fax"},
-                                    {P::HomeAddressStreet, "HomeAddress"},
-                                    {P::HomeAddressCity, "HomeCity"},
-                                    {P::HomeAddressState, "HomeProvince"},
-                                    {P::HomeAddressPostalCode, "HomePostalCode"},
-                                    {P::HomeAddressCountry, "HomeCountry"},
-                                    {P::Spouse, "SpouseName"},
-                                    {P::Children, "Children"}};
-
-constexpr Column kContactBusiness[] = {{P::JobTitle, "BusinessJobTitle"},
-                                       {P::Department, "BusinessDepartment"},
-                                       {P::OfficeLocation, "BusinessOffice"},
-                                       {P::Business2TelephoneNumber, "BusinessPhone_Cell"},
-                                       {P::Email2Address, "BusinessEmail"}};
+// The contact's business columns, after its dates.
+constexpr transfer::HostColumn kContactBusiness[] = {
+    {"BusinessJobTitle", P::JobTitle},
+    {"BusinessDepartment", P::Department},
+    {"BusinessOffice", P::OfficeLocation},
+    {"BusinessPhone_Cell", P::Business2TelephoneNumber},
+    {"BusinessEmail", P::Email2Address}};
 
 // An Outlook date as the host stores it, or nothing for Outlook's "none".
 std::optional<std::string> hostDate(const value::Date& d) {
@@ -102,7 +69,7 @@ int32_t clsOutlookSynchronization::createNewOutlookCompanyWithDefaultContactInDo
 
   if (companyFound) {
     f.step([&] { showStatus(item->CompanyName()); });
-    for (const Column& c : kCompanyRow)
+    for (const auto& c : transfer::kCompanyColumns)
       f.step([&] { company->write(c.column, item->get(c.property)); });
 
     int32_t contactID = -1;
@@ -126,7 +93,7 @@ int32_t clsOutlookSynchronization::createNewOutlookCompanyWithDefaultContactInDo
     }
     if (contactFound) {
       hostdb::Recordset& c = *contact;
-      for (const Column& col : kContactNames)
+      for (const auto& col : transfer::kContactPersonalColumns)
         f.step([&] { c.write(col.column, item->get(col.property)); });
       f.step([&] {
         int32_t gender = item->Gender();
@@ -139,7 +106,7 @@ int32_t clsOutlookSynchronization::createNewOutlookCompanyWithDefaultContactInDo
       f.step([&] {
         if (auto d = hostDate(item->Anniversary())) c.write("Anniversary", *d);
       });
-      for (const Column& col : kContactBusiness)
+      for (const auto& col : kContactBusiness)
         f.step([&] { c.write(col.column, item->get(col.property)); });
       f.step([&] { saveOutlookContactID(outlookEntryID, contactID); });
     }

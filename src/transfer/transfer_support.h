@@ -13,6 +13,47 @@
 
 namespace dossync::transfer {
 
+// A host column and the contact property it is copied to, or from.
+struct HostColumn {
+  const char* column;
+  outlook::ContactProperty property;
+};
+
+// A company's row as both directions copy it, in this order: its name first, then its business
+// address, numbers, e-mail and web site.
+inline constexpr HostColumn kCompanyColumns[] = {
+    {"CompanyName", outlook::ContactProperty::CompanyName},
+    {"Address", outlook::ContactProperty::BusinessAddressStreet},
+    {"City", outlook::ContactProperty::BusinessAddressCity},
+    {"Province", outlook::ContactProperty::BusinessAddressState},
+    {"PostalCode", outlook::ContactProperty::BusinessAddressPostalCode},
+    {"Country", outlook::ContactProperty::BusinessAddressCountry},
+    {"OfficeNumber", outlook::ContactProperty::BusinessTelephoneNumber},
+    {"FaxNumber", outlook::ContactProperty::BusinessFaxNumber},
+    {"Email", outlook::ContactProperty::Email1Address},
+    {"WebSite", outlook::ContactProperty::WebPage}};
+
+// A contact's names and personal details as both directions copy them, in this order, up to
+// Gender (the dates and the business columns follow).
+inline constexpr HostColumn kContactPersonalColumns[] = {
+    {"NamePrefix", outlook::ContactProperty::Title},
+    {"FirstName", outlook::ContactProperty::FirstName},
+    {"MiddleName", outlook::ContactProperty::MiddleName},
+    {"LastName", outlook::ContactProperty::LastName},
+    {"NameSuffix", outlook::ContactProperty::Suffix},
+    {"DisplayName", outlook::ContactProperty::FullName},
+    {"PersonalEmail", outlook::ContactProperty::Email3Address},
+    {"HomePhone_Main", outlook::ContactProperty::HomeTelephoneNumber},
+    {"HomePhone_Cell", outlook::ContactProperty::Home2TelephoneNumber},
+    {"HomePhone_Fax", outlook::ContactProperty::HomeFaxNumber},
+    {"HomeAddress", outlook::ContactProperty::HomeAddressStreet},
+    {"HomeCity", outlook::ContactProperty::HomeAddressCity},
+    {"HomeProvince", outlook::ContactProperty::HomeAddressState},
+    {"HomePostalCode", outlook::ContactProperty::HomeAddressPostalCode},
+    {"HomeCountry", outlook::ContactProperty::HomeAddressCountry},
+    {"SpouseName", outlook::ContactProperty::Spouse},
+    {"Children", outlook::ContactProperty::Children}};
+
 struct OpenedItem {
   outlook::ContactItemPtr item;
   bool existing = false;  // the paired item was found; otherwise a new unsaved one
